@@ -1,0 +1,79 @@
+// Files and directories.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <utility>
+
+#include "platform/error.h"
+#include "support/string.h"
+
+namespace platform::files {
+
+enum class Access { Read, Write, ReadWrite };
+
+// What others may do with the file while it is open, as the share modes of CreateFileW. On Linux it is an
+// agreement between programs of this kind only, and is not enforced on others.
+enum class Share { None, Read, ReadWrite };
+
+enum class Disposition {
+  OpenExisting,  // 2 when there is no such file
+  OpenAlways,    // creates it when it is missing
+  CreateNew,     // 80 when it is there
+  CreateAlways,  // empties it when it is there
+};
+
+// An open file. Move-only; closes at the end of its life.
+class File {
+ public:
+  File() = default;
+  File(File&& other) noexcept : handle_(std::exchange(other.handle_, kNone)) {}
+  File& operator=(File&& other) noexcept {
+    std::swap(handle_, other.handle_);
+    return *this;
+  }
+  ~File() { Close(); }
+
+  bool IsOpen() const { return handle_ != kNone; }
+  void Close();
+
+  // Reads up to the size of `buffer` at the file's position; `*count` is 0 at the end of the file.
+  Code Read(std::span<std::byte> buffer, std::size_t* count);
+  // Writes all of `bytes` at the file's position. 112 when the disk is full.
+  Code Write(std::span<const std::byte> bytes);
+  // Size in bytes.
+  Code Size(std::uint64_t* size);
+  // Moves the position, counted in bytes from the start.
+  Code Seek(std::uint64_t position);
+  Code SeekToEnd();
+  // Returns when the file's content has reached the disk.
+  Code Flush();
+
+ private:
+  friend Code Open(cvn::StringView, Access, Share, Disposition, File*);
+  static constexpr std::intptr_t kNone = -1;
+  std::intptr_t handle_ = kNone;
+};
+
+// Opens a file, as CreateFileW with FILE_ATTRIBUTE_NORMAL. 2 when the file is missing, 3 when a folder on the
+// way is, 5 for a folder or without permission, 32 when another holds it without sharing, 123 for a name that
+// Windows refuses. The code is the last error too, except that success leaves that alone.
+Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file);
+
+// Creates one folder, as CreateDirectoryW: 183 when it (or a file of that name) is there, 3 when its parent is
+// not.
+Code CreateDirectory(cvn::StringView path);
+
+// Creates a folder with all its missing parents. Success when it exists already; otherwise the code of the
+// creation that failed.
+Code CreateDirectoryRecursive(cvn::StringView path);
+
+// Moves a file over another, atomically on one volume, as MoveFileExW with MOVEFILE_REPLACE_EXISTING and
+// MOVEFILE_WRITE_THROUGH.
+Code Replace(cvn::StringView from, cvn::StringView to);
+
+// Deletes a file, as DeleteFileW: 2 or 3 when it is not there, 5 for a folder or a read-only file.
+Code Delete(cvn::StringView path);
+
+}  // namespace platform::files

@@ -1,0 +1,41 @@
+// Heap buffers of the text type, fenced with guard words.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+
+namespace cvn {
+
+// Thrown when a guard word of a text buffer was overwritten. Texts are released in noexcept code, so it
+// ends the process there as an unhandled exception: after such damage nothing in memory can be trusted.
+class DamagedGuard : public std::exception {
+ public:
+  const char* what() const noexcept override;
+};
+
+// Gives out reference-counted buffers. The payload stands between two words of the value 0xABCD, which are
+// checked whenever a buffer gains or loses an owner. Not safe for use by two threads on one buffer.
+class StringMemMgr {
+ public:
+  static constexpr std::uint16_t kGuardWord = 0xABCD;
+
+  struct Buffer {
+    std::size_t capacity;  // payload bytes between the guard words
+    std::uint32_t owners;
+    std::uint16_t unused;
+    std::uint16_t frontGuard;
+  };
+
+  // A new buffer with one owner and at least `bytes` bytes of payload.
+  static Buffer* Allocate(std::size_t bytes);
+  static void AddOwner(Buffer* buffer);
+  // Gives up one owner's share, and frees the buffer with the last one.
+  static void Release(Buffer* buffer);
+  // Throws DamagedGuard when a guard word has changed.
+  static void Check(const Buffer* buffer);
+
+  static void* Payload(Buffer* buffer) { return buffer + 1; }
+};
+
+}  // namespace cvn
