@@ -53,49 +53,79 @@ class Scanner {
     if (LooksAt("<![CDATA[")) {
       return SkipPast("]]>");
     }
-    if (LooksAt("</")) {
-      if (depth_ == 0) {
-        return false;
-      }
+    if (LooksAt("</") && depth_ > 0) {
       --depth_;
       return SkipPast(">");
     }
     if (at_ + 1 < text_.size() && StartsName(text_[at_ + 1])) {
-      ++at_;
       return SkipStartTag();
     }
-    if (LooksAt("<?")) {
-      ++at_;
-      return SkipAttributes();
+    if (IsDeclaration()) {
+      return SkipDeclaration();
     }
     return SkipPast(">");
   }
 
-  bool SkipStartTag() {
-    const bool closed = SkipAttributes();
-    if (closed && text_[at_ - 2] != '/') {
-      ++depth_;
-    }
-    return closed;
+  bool IsDeclaration() const { return LooksAt("<?") && LooksAtNoCase("xml", at_ + 2); }
+
+  bool LooksAtNoCase(std::string_view word, std::size_t at) const {
+    return text_.size() - std::min(at, text_.size()) >= word.size() &&
+           std::equal(word.begin(), word.end(), text_.begin() + static_cast<std::ptrdiff_t>(at),
+                      [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b + 32 : b); });
   }
 
-  // Moves behind the '>' that ends a tag; one within a quoted value does not.
-  bool SkipAttributes() {
+  // TinyXML passes over byte-order marks and noncharacters as it does over blanks.
+  void SkipBlanks() {
+    while (at_ < text_.size()) {
+      if (IsBlank(text_[at_])) {
+        ++at_;
+      } else if (LooksAt("\xEF\xBB\xBF") || LooksAt("\xEF\xBF\xBE") || LooksAt("\xEF\xBF\xBF")) {
+        at_ += 3;
+      } else {
+        return;
+      }
+    }
+  }
+
+  // Behind a '=': a quoted value may hold any character, '>' among them.
+  bool SkipQuotedValue() {
+    SkipBlanks();
+    if (at_ == text_.size() || (text_[at_] != '"' && text_[at_] != '\'')) {
+      return true;
+    }
+    const char quote = text_[at_++];
+    return SkipPast(std::string_view(&quote, 1));
+  }
+
+  bool SkipStartTag() {
     while ((at_ = text_.find_first_of(">=", at_)) != kEnd) {
       if (text_[at_++] == '>') {
+        depth_ += text_[at_ - 2] == '/' ? 0 : 1;
         return true;
       }
-      while (at_ < text_.size() && IsBlank(text_[at_])) {
-        ++at_;
-      }
-      if (at_ < text_.size() && (text_[at_] == '"' || text_[at_] == '\'')) {
-        const char quote = text_[at_++];
-        if (!SkipPast(std::string_view(&quote, 1))) {
-          return false;
-        }
+      if (!SkipQuotedValue()) {
+        return false;
       }
     }
     return false;
+  }
+
+  // Only three attributes of a declaration have values; in anything else a quote has no meaning.
+  bool SkipDeclaration() {
+    at_ += 5;
+    while (at_ < text_.size() && text_[at_] != '>') {
+      SkipBlanks();
+      if (LooksAtNoCase("version", at_) || LooksAtNoCase("encoding", at_) ||
+          LooksAtNoCase("standalone", at_)) {
+        at_ = std::min(text_.find('=', at_), text_.size() - 1) + 1;
+        if (!SkipQuotedValue()) {
+          return false;
+        }
+      } else {
+        at_ = std::min(text_.find_first_of("> \t\n\v\f\r", at_), text_.size());
+      }
+    }
+    return SkipPast(">");
   }
 
   std::string_view text_;
