@@ -1,0 +1,103 @@
+# Third-party libraries, as one target each: dep_<x>. Linux takes Debian's packages. Windows takes the
+# libraries that scripts/windows-libraries builds from the source packages of the same Debian release.
+# In both homes a library is used with the same defines, and its headers count as system headers.
+#
+#   dep_openssl         libcrypto
+#   dep_tinyxml         TinyXML 2.6.2 with Debian's patches, TIXML_USE_STL
+#   dep_pugixml
+#   dep_pcre2           16-bit code units
+#   dep_jsoncpp
+#   dep_gtest           GoogleTest and GoogleMock; dep_gtest_main brings main() along
+#   dep_benchmark       Google Benchmark; dep_benchmark_main brings main() along
+#   dep_hivex, dep_curl Linux only, and only where they are installed
+
+include_guard(GLOBAL)
+
+find_package(Threads REQUIRED)
+
+if(WIN32)
+  # The script knows the folder, since the versions and the way to build them name it.
+  execute_process(
+    COMMAND "${PROJECT_SOURCE_DIR}/scripts/windows-libraries" --path
+    OUTPUT_VARIABLE tessel_windows_libraries
+    OUTPUT_STRIP_TRAILING_WHITESPACE
+    RESULT_VARIABLE result)
+  if(NOT result EQUAL 0 OR NOT IS_DIRECTORY "${tessel_windows_libraries}")
+    message(FATAL_ERROR "The libraries for Windows aren't there yet: run scripts/windows-libraries")
+  endif()
+  set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+    "${PROJECT_SOURCE_DIR}/scripts/windows-libraries"
+    "${PROJECT_SOURCE_DIR}/scripts/lib/windows-sources.txt")
+endif()
+
+# tessel_dependency(<target> PACKAGE <Debian package> HEADER <header> LIBRARIES <name>...
+#                   [INCLUDE_SUFFIX <folder>] [WINDOWS_SYSTEM <name>...] [DEFINES <define>...]
+#                   [DEPENDS <target>...] [OPTIONAL])
+function(tessel_dependency target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg
+    "OPTIONAL" "PACKAGE;HEADER;INCLUDE_SUFFIX" "LIBRARIES;WINDOWS_SYSTEM;DEFINES;DEPENDS")
+  if(WIN32)
+    set(places PATHS "${tessel_windows_libraries}" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+    set(remedy "remove ${tessel_windows_libraries} and run scripts/windows-libraries")
+  else()
+    set(places "")
+    set(remedy "install ${arg_PACKAGE}")
+  endif()
+
+  # Looked up each time: a cached answer would outlive a change of the library folder.
+  unset(header_folder)
+  find_path(header_folder "${arg_HEADER}"
+    PATH_SUFFIXES "${arg_INCLUDE_SUFFIX}" "include/${arg_INCLUDE_SUFFIX}" NO_CACHE ${places})
+  set(libraries "")
+  set(missing "")
+  if(NOT header_folder)
+    set(missing "${arg_HEADER}")
+  endif()
+  foreach(name IN LISTS arg_LIBRARIES)
+    unset(library)
+    find_library(library "${name}" PATH_SUFFIXES lib NO_CACHE ${places})
+    if(library)
+      list(APPEND libraries "${library}")
+    else()
+      set(missing "lib${name}")
+    endif()
+  endforeach()
+  if(missing)
+    if(arg_OPTIONAL)
+      return()
+    endif()
+    message(FATAL_ERROR "${missing} wasn't found: ${remedy}")
+  endif()
+
+  if(WIN32)
+    list(APPEND libraries ${arg_WINDOWS_SYSTEM})
+  endif()
+  add_library(${target} INTERFACE)
+  target_include_directories(${target} SYSTEM INTERFACE "${header_folder}")
+  target_compile_definitions(${target} INTERFACE ${arg_DEFINES})
+  target_link_libraries(${target} INTERFACE ${libraries} ${arg_DEPENDS})
+endfunction()
+
+tessel_dependency(dep_openssl PACKAGE libssl-dev HEADER openssl/evp.h LIBRARIES crypto
+  WINDOWS_SYSTEM bcrypt advapi32 crypt32 user32 ws2_32 DEPENDS Threads::Threads)
+tessel_dependency(dep_tinyxml PACKAGE libtinyxml-dev HEADER tinyxml.h LIBRARIES tinyxml
+  DEFINES TIXML_USE_STL)
+tessel_dependency(dep_pugixml PACKAGE libpugixml-dev HEADER pugixml.hpp LIBRARIES pugixml)
+tessel_dependency(dep_pcre2 PACKAGE libpcre2-dev HEADER pcre2.h LIBRARIES pcre2-16
+  DEFINES PCRE2_CODE_UNIT_WIDTH=16 $<$<BOOL:${WIN32}>:PCRE2_STATIC>)
+tessel_dependency(dep_jsoncpp PACKAGE libjsoncpp-dev HEADER json/json.h INCLUDE_SUFFIX jsoncpp
+  LIBRARIES jsoncpp)
+tessel_dependency(dep_gtest PACKAGE libgmock-dev HEADER gmock/gmock.h LIBRARIES gmock gtest
+  DEPENDS Threads::Threads)
+tessel_dependency(dep_gtest_main PACKAGE libgtest-dev HEADER gtest/gtest.h LIBRARIES gtest_main
+  DEPENDS dep_gtest)
+tessel_dependency(dep_benchmark PACKAGE libbenchmark-dev HEADER benchmark/benchmark.h
+  LIBRARIES benchmark WINDOWS_SYSTEM shlwapi DEFINES $<$<BOOL:${WIN32}>:BENCHMARK_STATIC_DEFINE>
+  DEPENDS Threads::Threads)
+tessel_dependency(dep_benchmark_main PACKAGE libbenchmark-dev HEADER benchmark/benchmark.h
+  LIBRARIES benchmark_main DEPENDS dep_benchmark)
+if(NOT WIN32)
+  tessel_dependency(dep_hivex OPTIONAL PACKAGE libhivex-dev HEADER hivex.h LIBRARIES hivex)
+  tessel_dependency(dep_curl OPTIONAL PACKAGE libcurl4-openssl-dev HEADER curl/curl.h
+    LIBRARIES curl)
+endif()

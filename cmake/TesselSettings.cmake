@@ -1,0 +1,37 @@
+# What holds for every target: language, compiler launcher, sanitizers.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+
+option(TESSEL_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
+
+# Objects are cached for any checkout: paths below the source folder are made relative, for the cache
+# and in what the compiler leaves in the objects.
+find_program(TESSEL_CCACHE ccache)
+mark_as_advanced(TESSEL_CCACHE)
+if(TESSEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+      "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1
+      "${TESSEL_CCACHE}")
+endif()
+file(RELATIVE_PATH way_back "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
+add_compile_options(
+  "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${way_back}/=")
+
+if(TESSEL_SANITIZE)
+  set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
+  add_compile_options(${sanitizers} -fno-omit-frame-pointer)
+  add_compile_definitions(_GLIBCXX_ASSERTIONS)
+  add_link_options(${sanitizers})
+endif()
+
+if(WIN32)
+  # The newest interfaces may be declared; what an older Windows lacks is looked up when it is used.
+  add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
+  find_program(TESSEL_WINE wine)
+  mark_as_advanced(TESSEL_WINE)
+  if(TESSEL_WINE)
+    set(CMAKE_CROSSCOMPILING_EMULATOR "${TESSEL_WINE}")
+  endif()
+endif()

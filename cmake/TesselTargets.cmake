@@ -1,0 +1,133 @@
+# The four kinds of target. Every file list may be split by platform:
+#
+#   SOURCES          for both
+#   POSIX_SOURCES    for Linux only
+#   WINDOWS_SOURCES  for Windows only
+#   DEPENDS          targets to link: tessel_<x>, dep_<x>
+#
+# tessel_library(<x> [OBJECT] SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+#   makes the target tessel_<x>; the prefix may stand in the call. DEPENDS reach its users as well.
+#   OBJECT is for code that nothing calls by name, such as commands that register themselves: its
+#   objects go into each program or test that names tessel_<x> in its own DEPENDS, and into no other.
+#
+# tessel_program(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+#   makes <build>/bin/<name>. On Windows the entry point is wmain.
+#
+# tessel_test(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+#   makes <build>/tests/<name> with GoogleTest and its main(). It runs with the source folder as the
+#   current directory. In a home for which it has no sources there is no such test.
+#
+# tessel_bench(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+#   makes <build>/bench/<name> with Google Benchmark and its main(), only when asked for.
+#
+# The umbrella targets programs, tests and bench build all of a kind.
+
+include_guard(GLOBAL)
+
+enable_testing()
+add_custom_target(programs)
+add_custom_target(tests)
+add_custom_target(bench)
+
+set(tessel_warnings -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+
+# Sets <out>_sources and <out>_depends in the caller, and <out>_object where the kind has options.
+function(tessel_parse_sources out)
+  cmake_parse_arguments(PARSE_ARGV 1 arg
+    "OBJECT" "" "SOURCES;POSIX_SOURCES;WINDOWS_SOURCES;DEPENDS")
+  if(arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "${out}: what is '${arg_UNPARSED_ARGUMENTS}'?")
+  endif()
+  set(sources ${arg_SOURCES})
+  if(WIN32)
+    list(APPEND sources ${arg_WINDOWS_SOURCES})
+  else()
+    list(APPEND sources ${arg_POSIX_SOURCES})
+  endif()
+  foreach(source IN LISTS sources)
+    cmake_path(ABSOLUTE_PATH source OUTPUT_VARIABLE place)
+    if(NOT EXISTS "${place}")
+      message(WARNING "${place} isn't there")
+      list(REMOVE_ITEM sources "${source}")
+    endif()
+  endforeach()
+  set(${out}_sources "${sources}" PARENT_SCOPE)
+  set(${out}_depends "${arg_DEPENDS}" PARENT_SCOPE)
+  set(${out}_object "${arg_OBJECT}" PARENT_SCOPE)
+endfunction()
+
+function(tessel_library x)
+  tessel_parse_sources(library ${ARGN})
+  string(REGEX REPLACE "^tessel_" "" x "${x}")
+  set(compiled ${library_sources})
+  list(FILTER compiled EXCLUDE REGEX "\\.h$")
+  if(NOT compiled)
+    add_library(tessel_${x} INTERFACE)
+    target_include_directories(tessel_${x} INTERFACE "${PROJECT_SOURCE_DIR}")
+    target_link_libraries(tessel_${x} INTERFACE ${library_depends})
+    return()
+  endif()
+  if(library_object)
+    add_library(tessel_${x} OBJECT ${library_sources})
+  else()
+    add_library(tessel_${x} STATIC ${library_sources})
+  endif()
+  target_compile_options(tessel_${x} PRIVATE ${tessel_warnings})
+  target_include_directories(tessel_${x} PUBLIC "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(tessel_${x} PUBLIC ${library_depends})
+endfunction()
+
+function(tessel_executable name folder sources depends)
+  add_executable(${name} ${sources})
+  target_compile_options(${name} PRIVATE ${tessel_warnings})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE ${depends})
+  set_target_properties(${name} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${folder}")
+  if(WIN32)
+    # A script may nest a thousand levels deep, and the default reserve is 1 MiB, an eighth of what
+    # Linux gives.
+    target_link_options(${name} PRIVATE -Wl,--stack,16777216)
+  endif()
+endfunction()
+
+function(tessel_program name)
+  tessel_parse_sources(program ${ARGN})
+  tessel_executable(${name} bin "${program_sources}" "${program_depends}")
+  if(WIN32)
+    target_link_options(${name} PRIVATE -municode)
+  endif()
+  add_dependencies(programs ${name})
+endfunction()
+
+function(tessel_test name)
+  tessel_parse_sources(test ${ARGN})
+  if(NOT test_sources)
+    return()
+  endif()
+  tessel_executable(${name} tests "${test_sources}" "${test_depends};dep_gtest_main")
+  add_dependencies(tests ${name})
+  add_test(NAME ${name} COMMAND ${name} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}")
+  set_property(GLOBAL APPEND PROPERTY tessel_tests ${name})
+endfunction()
+
+function(tessel_bench name)
+  tessel_parse_sources(bench ${ARGN})
+  if(NOT bench_sources)
+    return()
+  endif()
+  tessel_executable(${name} bench "${bench_sources}" "${bench_depends};dep_benchmark_main")
+  set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+  add_dependencies(bench ${name})
+endfunction()
+
+# Leaves <build>/tests.txt, a test's name a line: a build folder may still hold the executables of
+# tests that are gone.
+function(tessel_write_test_list)
+  get_property(tests GLOBAL PROPERTY tessel_tests)
+  list(JOIN tests "\n" lines)
+  if(lines)
+    string(APPEND lines "\n")
+  endif()
+  file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/tests.txt" CONTENT "${lines}" @ONLY)
+endfunction()

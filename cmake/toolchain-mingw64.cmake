@@ -1,0 +1,20 @@
+# Windows x64 from Linux with MinGW-w64, the flavour with POSIX threads: its standard library is the
+# one that has std::thread and std::mutex.
+
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+
+set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
+set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
+set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+
+# Compilers and libraries come from the cross world, tools from the host.
+set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# A program carries everything but the system's own DLLs: it has to start on a machine that has
+# neither the compiler's runtime nor its thread library.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
