@@ -1,0 +1,146 @@
+#include "platform/files.h"
+
+#include <algorithm>
+
+#include "platform/windows/wide.h"
+
+namespace platform::files {
+namespace {
+
+using windows::LastErrorKeeper;
+using windows::PathForCall;
+using windows::Wide;
+
+HANDLE HandleOf(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
+DWORD AccessOf(Access access) {
+  switch (access) {
+    case Access::Read:
+      return GENERIC_READ;
+    case Access::Write:
+      return GENERIC_WRITE;
+    case Access::ReadWrite:
+      break;
+  }
+  return GENERIC_READ | GENERIC_WRITE;
+}
+
+DWORD ShareOf(Share share) {
+  switch (share) {
+    case Share::None:
+      return 0;
+    case Share::Read:
+      return FILE_SHARE_READ;
+    case Share::ReadWrite:
+      break;
+  }
+  return FILE_SHARE_READ | FILE_SHARE_WRITE;
+}
+
+DWORD DispositionOf(Disposition disposition) {
+  switch (disposition) {
+    case Disposition::OpenExisting:
+      return OPEN_EXISTING;
+    case Disposition::OpenAlways:
+      return OPEN_ALWAYS;
+    case Disposition::CreateNew:
+      return CREATE_NEW;
+    case Disposition::CreateAlways:
+      break;
+  }
+  return CREATE_ALWAYS;
+}
+
+// What one call takes at most; a multiple of any sector size.
+DWORD ChunkOf(std::size_t bytes) {
+  return static_cast<DWORD>(std::min<std::size_t>(bytes, 0x4000'0000));
+}
+
+Code Move(std::intptr_t handle, std::int64_t distance, DWORD origin) {
+  LastErrorKeeper lastError;
+  LARGE_INTEGER move{};
+  move.QuadPart = distance;
+  return lastError.Outcome(::SetFilePointerEx(HandleOf(handle), move, nullptr, origin) != 0);
+}
+
+}  // namespace
+
+void File::Close() {
+  if (IsOpen()) {
+    LastErrorKeeper lastError;
+    ::CloseHandle(HandleOf(std::exchange(handle_, kNone)));
+  }
+}
+
+Code File::Read(std::span<std::byte> buffer, std::size_t* count) {
+  LastErrorKeeper lastError;
+  DWORD read = 0;
+  const Code code = lastError.Outcome(
+      ::ReadFile(HandleOf(handle_), buffer.data(), ChunkOf(buffer.size()), &read, nullptr) != 0);
+  *count = read;
+  return code;
+}
+
+Code File::Write(std::span<const std::byte> bytes) {
+  LastErrorKeeper lastError;
+  while (!bytes.empty()) {
+    DWORD written = 0;
+    const Code code = lastError.Outcome(::WriteFile(HandleOf(handle_), bytes.data(),
+                                                    ChunkOf(bytes.size()), &written, nullptr) != 0);
+    if (code != kSuccess) {
+      return code;
+    }
+    bytes = bytes.subspan(written);
+  }
+  return kSuccess;
+}
+
+Code File::Size(std::uint64_t* size) {
+  LastErrorKeeper lastError;
+  LARGE_INTEGER value{};
+  const Code code = lastError.Outcome(::GetFileSizeEx(HandleOf(handle_), &value) != 0);
+  *size = static_cast<std::uint64_t>(value.QuadPart);
+  return code;
+}
+
+Code File::Seek(std::uint64_t position) {
+  return Move(handle_, static_cast<std::int64_t>(position), FILE_BEGIN);
+}
+
+Code File::SeekToEnd() { return Move(handle_, 0, FILE_END); }
+
+Code File::Flush() {
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::FlushFileBuffers(HandleOf(handle_)) != 0);
+}
+
+Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file) {
+  LastErrorKeeper lastError;
+  File opened;
+  opened.handle_ = reinterpret_cast<std::intptr_t>(
+      ::CreateFileW(Wide(PathForCall(path)), AccessOf(access), ShareOf(share), nullptr,
+                    DispositionOf(disposition), FILE_ATTRIBUTE_NORMAL, nullptr));
+  const Code code = lastError.Outcome(opened.IsOpen());
+  if (code == kSuccess) {
+    *file = std::move(opened);
+  }
+  return code;
+}
+
+Code CreateDirectory(cvn::StringView path) {
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::CreateDirectoryW(Wide(PathForCall(path)), nullptr) != 0);
+}
+
+Code Replace(cvn::StringView from, cvn::StringView to) {
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::MoveFileExW(Wide(PathForCall(from)), Wide(PathForCall(to)),
+                                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0);
+}
+
+Code Delete(cvn::StringView path) {
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::DeleteFileW(Wide(PathForCall(path))) != 0);
+}
+
+}  // namespace platform::files
