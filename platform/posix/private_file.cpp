@@ -1,0 +1,14 @@
+#include "platform/private_file.h"
+
+#include <sys/stat.h>
+
+namespace platform::files {
+
+Code CreatePrivate(cvn::StringView path, File* file) {
+  const mode_t usualMask = umask(S_IRWXG | S_IRWXO);
+  const Code code = Open(path, Access::Write, Share::None, Disposition::CreateNew, file);
+  umask(usualMask);
+  return code;
+}
+
+}  // namespace platform::files
