@@ -1,0 +1,12 @@
+// The subcommands, one file each.
+#pragma once
+
+#include "tools/tlx/options.h"
+
+namespace tlx {
+
+extern const CommandSpec kKeygenCommand;
+extern const CommandSpec kPackCommand;
+extern const CommandSpec kUnpackCommand;
+
+}  // namespace tlx

@@ -1,0 +1,54 @@
+#include "tools/tlx/messages.h"
+
+#include "platform/streams.h"
+#include "support/format.h"
+#include "tools/tlx/file_io.h"
+
+namespace tlx {
+
+int FailOnFile(cvn::StringView file, cvn::StringView text) {
+  platform::streams::WriteLine(platform::streams::Output::Error,
+                               cvn::Format(u"%s: error: %s", file, text));
+  return kExitBadInput;
+}
+
+int FailAt(cvn::StringView file, TextPosition position, cvn::StringView text) {
+  cvn::String place = cvn::Format(u"%s:%u", file, position.line);
+  if (position.column != 0) {
+    place.Append(cvn::Format(u":%u", position.column));
+  }
+  return FailOnFile(place, text);
+}
+
+cvn::String DescribeCode(platform::Code code) {
+  switch (code) {
+    case platform::kFileNotFound:
+      return u"there is no such file";
+    case platform::kPathNotFound:
+      return u"there is no such folder";
+    case platform::kAccessDenied:
+      return u"access is denied, or it is a folder";
+    case platform::kSharingViolation:
+      return u"another program uses it";
+    case platform::kWriteProtect:
+      return u"the disk is write-protected";
+    case platform::kDiskFull:
+      return u"the disk is full";
+    case platform::kInvalidName:
+      return u"the name is not a valid one";
+    case kFileTooLarge:
+      return u"it is larger than 2 GiB";
+    default:
+      return cvn::Format(u"system error %u", code);
+  }
+}
+
+int FailToRead(cvn::StringView file, platform::Code code) {
+  return FailOnFile(file, cvn::Format(u"cannot be read: %s", DescribeCode(code)));
+}
+
+int FailToWrite(cvn::StringView file, platform::Code code) {
+  return FailOnFile(file, cvn::Format(u"cannot be written: %s", DescribeCode(code)));
+}
+
+}  // namespace tlx
