@@ -41,11 +41,12 @@ inline constexpr Code kAlreadyExists = 183;
 inline constexpr Code kBadExeFormat = 193;
 inline constexpr Code kEnvVarNotFound = 203;
 inline constexpr Code kFilenameExceedsRange = 206;
+inline constexpr Code kFileTooLarge = 223;
 inline constexpr Code kDirectory = 267;
 inline constexpr Code kCantResolveFilename = 1921;
 
-// The code that the calling thread's last failed operation left, as GetLastError. A successful operation of
-// this layer leaves it alone, unless its header says otherwise.
+// The code that the calling thread's last failed operation left, as GetLastError. A successful
+// operation of this layer leaves it alone, unless its header says otherwise.
 Code LastError();
 void SetLastError(Code code);
 

@@ -32,17 +32,28 @@ std::size_t ReadCount(StringView format, std::size_t* at) {
 
 bool ReadFlag(char16_t c, Conversion* conversion) {
   switch (c) {
-    case u'-': conversion->leftAligned = true; return true;
-    case u'0': conversion->zeroFilled = true; return true;
-    case u'+': conversion->plusSign = true; return true;
-    case u' ': conversion->blankSign = true; return true;
-    case u'#': conversion->prefixed = true; return true;
-    default: return false;
+    case u'-':
+      conversion->leftAligned = true;
+      return true;
+    case u'0':
+      conversion->zeroFilled = true;
+      return true;
+    case u'+':
+      conversion->plusSign = true;
+      return true;
+    case u' ':
+      conversion->blankSign = true;
+      return true;
+    case u'#':
+      conversion->prefixed = true;
+      return true;
+    default:
+      return false;
   }
 }
 
-// Reads the conversion that follows a percent sign at `at`, and moves `at` behind it. False when the format
-// ends within it.
+// Reads the conversion that follows a percent sign at `at`, and moves `at` behind it. False when
+// the format ends within it.
 bool ReadConversion(StringView format, std::size_t* at, Conversion* conversion) {
   while (*at < format.size() && ReadFlag(format[*at], conversion)) {
     ++*at;
@@ -137,7 +148,8 @@ void AppendNumber(String* out, const Conversion& conversion, const FormatArgumen
   if (negative) {
     sign = u"-";
   }
-  const std::uint64_t magnitude = negative ? std::uint64_t{0} - argument.Number() : argument.Number();
+  const std::uint64_t magnitude =
+      negative ? std::uint64_t{0} - argument.Number() : argument.Number();
   AppendDigits(out, conversion, sign, Digits(magnitude, 10, false, buffer));
 }
 

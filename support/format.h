@@ -16,7 +16,8 @@ class FormatArgument {
  public:
   enum class Kind { Text, NullText, Signed, Unsigned, Pointer };
 
-  FormatArgument(StringView text) : kind_(Kind::Text), text_(text) {}  // NOLINT(google-explicit-constructor)
+  FormatArgument(StringView text)
+      : kind_(Kind::Text), text_(text) {}  // NOLINT(google-explicit-constructor)
   template <std::size_t N>
   FormatArgument(const StringT<char16_t, N>& text)  // NOLINT(google-explicit-constructor)
       : FormatArgument(text.AsView()) {}
@@ -29,7 +30,9 @@ class FormatArgument {
         bytes_(sizeof(T)),
         number_(static_cast<std::uint64_t>(value)) {}
   FormatArgument(const void* pointer)  // NOLINT(google-explicit-constructor)
-      : kind_(Kind::Pointer), bytes_(sizeof(pointer)), number_(reinterpret_cast<std::uintptr_t>(pointer)) {}
+      : kind_(Kind::Pointer),
+        bytes_(sizeof(pointer)),
+        number_(reinterpret_cast<std::uintptr_t>(pointer)) {}
 
   Kind GetKind() const { return kind_; }
   StringView Text() const { return text_; }
@@ -45,10 +48,11 @@ class FormatArgument {
   std::uint64_t number_ = 0;
 };
 
-// Appends `format` with its arguments filled in. Conversions: %s %c %d %i %u %x %X %p %%; flags - 0 + blank #,
-// a width, a precision; the length letters h, l, ll, I64 are read and ignored, since an argument knows its own
-// size. %p gives 0x and 16 upper-case hexadecimal digits. A null text gives "(null)". An argument of another
-// kind than its conversion is written as what it is; a conversion without an argument stays as it stands.
+// Appends `format` with its arguments filled in. Conversions: %s %c %d %i %u %x %X %p %%; flags - 0
+// + blank #, a width, a precision; the length letters h, l, ll, I64 are read and ignored, since an
+// argument knows its own size. %p gives 0x and 16 upper-case hexadecimal digits. A null text gives
+// "(null)". An argument of another kind than its conversion is written as what it is; a conversion
+// without an argument stays as it stands.
 void AppendFormat(String* out, StringView format, std::span<const FormatArgument> arguments);
 
 template <typename... Args>

@@ -7,15 +7,16 @@
 
 namespace cvn {
 
-// Decimal: leading blanks, an optional sign, digits up to the first other character. No digit gives 0; a
-// number out of range saturates, as Microsoft documents for _wtoi and _wtoi64.
+// Decimal: leading blanks, an optional sign, digits up to the first other character. No digit gives
+// 0; a number out of range saturates, as Microsoft documents for _wtoi and _wtoi64.
 std::int32_t ReadInt32(StringView text);
 std::int64_t ReadInt64(StringView text);
 
 // True for a text that is not empty and has nothing but the digits 0 to 9.
 bool IsAllDigits(StringView text);
 
-// Orders as _wcsicmp does in the "C" locale: only A to Z fold, to lower case. Negative, 0 or positive.
+// Orders as _wcsicmp does in the "C" locale: only A to Z fold, to lower case. Negative, 0 or
+// positive.
 int CompareNoCase(StringView left, StringView right);
 bool EqualNoCase(StringView left, StringView right);
 

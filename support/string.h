@@ -12,19 +12,20 @@
 
 namespace cvn {
 
-// A zero-ended text of CharT. Up to InlineCapacity characters live inside the object; longer ones live in a
-// shared, guarded heap buffer, so that a copy costs the same whatever the length, and removing a prefix moves
-// nothing. The first change of a shared buffer makes a copy of it.
+// A zero-ended text of CharT. Up to InlineCapacity characters live inside the object; longer ones
+// live in a shared, guarded heap buffer, so that a copy costs the same whatever the length, and
+// removing a prefix moves nothing. The first change of a shared buffer makes a copy of it.
 //
-// Texts may hold zero characters; CStr() then looks shorter than Length() to whoever stops at the first.
+// Texts may hold zero characters; CStr() then looks shorter than Length() to whoever stops at the
+// first.
 template <typename CharT, std::size_t InlineCapacity>
 class StringT {
  public:
   using View = std::basic_string_view<CharT>;
 
   StringT() noexcept { SetInline(0); }
-  StringT(View text) { Construct(text); }         // NOLINT(google-explicit-constructor)
-  StringT(const CharT* text) {                    // NOLINT(google-explicit-constructor): null is empty
+  StringT(View text) { Construct(text); }  // NOLINT(google-explicit-constructor)
+  StringT(const CharT* text) {             // NOLINT(google-explicit-constructor): null is empty
     Construct(text == nullptr ? View() : View(text));
   }
   StringT(const StringT& other) { ShareOrCopy(other); }
@@ -116,8 +117,8 @@ class StringT {
     SetLength(kept);
   }
 
-  // Removes up to `count` characters from `position` on; costs nothing that grows with the text when they
-  // are its first or, in an unshared text, its last.
+  // Removes up to `count` characters from `position` on; costs nothing that grows with the text
+  // when they are its first or, in an unshared text, its last.
   void Erase(std::size_t position, std::size_t count) {
     if (position >= length_ || count == 0) {
       return;
@@ -164,7 +165,9 @@ class StringT {
   friend class StringT;
   using Buffer = StringMemMgr::Buffer;
 
-  static CharT* PayloadOf(Buffer* buffer) { return static_cast<CharT*>(StringMemMgr::Payload(buffer)); }
+  static CharT* PayloadOf(Buffer* buffer) {
+    return static_cast<CharT*>(StringMemMgr::Payload(buffer));
+  }
 
   void SetInline(std::size_t length) noexcept {
     buffer_ = nullptr;
@@ -248,12 +251,14 @@ bool operator==(const StringT<CharT, N>& left,
 }
 // Order by code units, not by any language's rules.
 template <typename CharT, std::size_t N, std::size_t M>
-std::strong_ordering operator<=>(const StringT<CharT, N>& left, const StringT<CharT, M>& right) noexcept {
+std::strong_ordering operator<=>(const StringT<CharT, N>& left,
+                                 const StringT<CharT, M>& right) noexcept {
   return left.AsView() <=> right.AsView();
 }
 template <typename CharT, std::size_t N>
-std::strong_ordering operator<=>(const StringT<CharT, N>& left,
-                                 std::type_identity_t<std::basic_string_view<CharT>> right) noexcept {
+std::strong_ordering operator<=>(
+    const StringT<CharT, N>& left,
+    std::type_identity_t<std::basic_string_view<CharT>> right) noexcept {
   return left.AsView() <=> right;
 }
 

@@ -39,7 +39,8 @@ void StringMemMgr::Release(Buffer* buffer) {
 }
 
 void StringMemMgr::Check(const Buffer* buffer) {
-  // The back guard is found through the capacity, which is only to be believed while the front guard stands.
+  // The back guard is found through the capacity, which is only to be believed while the front
+  // guard stands.
   std::uint16_t back = 0;
   if (buffer->frontGuard == kGuardWord) {
     std::memcpy(&back, BackGuard(buffer), sizeof(back));

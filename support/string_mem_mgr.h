@@ -7,15 +7,17 @@
 
 namespace cvn {
 
-// Thrown when a guard word of a text buffer was overwritten. Texts are released in noexcept code, so it
-// ends the process there as an unhandled exception: after such damage nothing in memory can be trusted.
+// Thrown when a guard word of a text buffer was overwritten. Texts are released in noexcept code,
+// so it ends the process there as an unhandled exception: after such damage nothing in memory can
+// be trusted.
 class DamagedGuard : public std::exception {
  public:
   const char* what() const noexcept override;
 };
 
-// Gives out reference-counted buffers. The payload stands between two words of the value 0xABCD, which are
-// checked whenever a buffer gains or loses an owner. Not safe for use by two threads on one buffer.
+// Gives out reference-counted buffers. The payload stands between two words of the value 0xABCD,
+// which are checked whenever a buffer gains or loses an owner. Not safe for use by two threads on
+// one buffer.
 class StringMemMgr {
  public:
   static constexpr std::uint16_t kGuardWord = 0xABCD;

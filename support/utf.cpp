@@ -17,8 +17,8 @@ struct Decoded {
   bool valid;
 };
 
-// How a lead byte begins a sequence: its length, and the range of its second byte, which rules out overlong
-// forms, surrogates and what lies beyond U+10FFFF (table 3-7 of the Unicode standard).
+// How a lead byte begins a sequence: its length, and the range of its second byte, which rules out
+// overlong forms, surrogates and what lies beyond U+10FFFF (table 3-7 of the Unicode standard).
 struct LeadByte {
   std::size_t length;
   unsigned char secondLow;
@@ -115,7 +115,8 @@ String Utf8ToWide(std::string_view text) {
     const std::size_t ascii = AsciiRun(text.substr(0, kChunk));
     char16_t* out = std::copy_n(reinterpret_cast<const unsigned char*>(text.data()), ascii, units);
     text.remove_prefix(ascii);
-    while (!text.empty() && static_cast<unsigned char>(text[0]) >= 0x80 && out + 2 <= units + kChunk) {
+    while (!text.empty() && static_cast<unsigned char>(text[0]) >= 0x80 &&
+           out + 2 <= units + kChunk) {
       const Decoded decoded = DecodeMultibyte(text);
       AppendWide(decoded.character, &out);
       text.remove_prefix(decoded.bytes);

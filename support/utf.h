@@ -8,16 +8,16 @@
 
 namespace cvn {
 
-// Malformed input is replaced by U+FFFD, once per maximal ill-formed part, and never refused. A byte-order
-// mark is a character like any other.
+// Malformed input is replaced by U+FFFD, once per maximal ill-formed part, and never refused. A
+// byte-order mark is a character like any other.
 String Utf8ToWide(std::string_view text);
 
 // A surrogate without its partner becomes U+FFFD.
 std::string WideToUtf8(StringView text);
 void AppendUtf8(StringView text, std::string* out);
 
-// True when `text` is well-formed UTF-8. On false, `*badOffset` (optional) is the offset of the first byte
-// that is not part of a well-formed sequence.
+// True when `text` is well-formed UTF-8. On false, `*badOffset` (optional) is the offset of the
+// first byte that is not part of a well-formed sequence.
 bool IsValidUtf8(std::string_view text, std::size_t* badOffset = nullptr);
 
 }  // namespace cvn

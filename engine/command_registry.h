@@ -1,0 +1,54 @@
+// The commands that the language has, by name.
+#pragma once
+
+#include <memory>
+
+#include "engine/function_base.h"
+#include "support/containers.h"
+#include "support/string.h"
+
+namespace tessel {
+
+using FunctionFactory = std::unique_ptr<FunctionBase> (*)();
+
+struct CommandRecord {
+  FunctionFactory factory;
+  FunctionKind kind;
+};
+
+// Names compare exactly, with case.
+using CommandRegistry = cvn::Map<cvn::String, CommandRecord>;
+
+// The process's registry. It is filled by static initialisation and constant while scripts run.
+const CommandRegistry& Commands();
+
+// Null when there is no command of that name.
+const CommandRecord* FindCommand(cvn::StringView name);
+
+// Adds a command. False, and no change, when the name is taken.
+bool RegisterFunction(cvn::StringView name, FunctionFactory factory, FunctionKind kind);
+
+namespace internal {
+
+template <typename Class>
+std::unique_ptr<FunctionBase> Make() {
+  return std::make_unique<Class>();
+}
+
+}  // namespace internal
+
+// Registration by class: the kind follows from its base, so that the two can't disagree.
+template <typename Class>
+bool RegisterCommand(cvn::StringView name) {
+  FunctionKind kind = FunctionKind::Plain;
+  if constexpr (std::is_base_of_v<FunctionRetError, Class>) {
+    kind = FunctionKind::ErrorResult;
+  } else if constexpr (std::is_base_of_v<FunctionRetBool, Class>) {
+    kind = FunctionKind::BoolResult;
+  } else if constexpr (std::is_base_of_v<FunctionRetExit, Class>) {
+    kind = FunctionKind::ExitResult;
+  }
+  return RegisterFunction(name, &internal::Make<Class>, kind);
+}
+
+}  // namespace tessel

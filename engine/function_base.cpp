@@ -1,0 +1,55 @@
+#include "engine/function_base.h"
+
+#include <algorithm>
+
+#include "support/numbers.h"
+
+namespace tessel {
+namespace {
+
+bool HasSmallerName(const AttributeMap::Entry& entry, cvn::StringView name) {
+  return entry.first < name;
+}
+
+}  // namespace
+
+void AttributeMap::Add(cvn::StringView name, cvn::String value) {
+  const auto place = std::lower_bound(entries_.begin(), entries_.end(), name, HasSmallerName);
+  if (place == entries_.end() || place->first != name) {
+    entries_.emplace(place, name, std::move(value));
+  }
+}
+
+const cvn::String* AttributeMap::Find(cvn::StringView name) const {
+  const auto place = std::lower_bound(entries_.begin(), entries_.end(), name, HasSmallerName);
+  return place != entries_.end() && place->first == name ? &place->second : nullptr;
+}
+
+FunctionBase::~FunctionBase() {
+  parent = nullptr;
+  for (auto tail = std::move(next); tail != nullptr;) {
+    tail = std::move(tail->next);
+  }
+}
+
+bool FunctionBase::ReadAttribute(cvn::StringView attribute, cvn::String* value) const {
+  const cvn::String* found = attributes.Find(attribute);
+  if (found != nullptr) {
+    *value = *found;
+  }
+  return found != nullptr;
+}
+
+bool FunctionBase::ReadNonEmpty(cvn::StringView attribute, cvn::String* value) const {
+  return ReadAttribute(attribute, value) && !value->Empty();
+}
+
+bool FunctionBase::ReadNumber(cvn::StringView attribute, std::int32_t* value) const {
+  const cvn::String* found = attributes.Find(attribute);
+  if (found != nullptr) {
+    *value = cvn::ReadInt32(*found);
+  }
+  return found != nullptr;
+}
+
+}  // namespace tessel

@@ -1,0 +1,104 @@
+// What a command is.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+#include "support/containers.h"
+#include "support/string.h"
+
+namespace tessel {
+
+class FunctionBase;
+class ObjectStore;
+class VariableStore;
+
+// What the interpreter knows about a command. It comes from the registry and not from the object.
+enum class FunctionKind { Plain = 0, ErrorResult = 1, BoolResult = 2, ExitResult = 3 };
+
+// The attributes of a command's element, raw and unexpanded, in the order of their names.
+class AttributeMap {
+ public:
+  using Entry = std::pair<cvn::String, cvn::String>;
+
+  void Reserve(std::size_t count) { entries_.reserve(count); }
+  // Adds an attribute. An element has no two of one name; of two added ones the first counts.
+  void Add(cvn::StringView name, cvn::String value);
+  // Null when there is none of exactly that name.
+  const cvn::String* Find(cvn::StringView name) const;
+
+  auto begin() const { return entries_.begin(); }
+  auto end() const { return entries_.end(); }
+
+ private:
+  cvn::List<Entry> entries_;  // sorted by name
+};
+
+// A command of a script. It talks to the interpreter only through the members that it inherits.
+class FunctionBase {
+ public:
+  FunctionBase() = default;
+  FunctionBase(const FunctionBase&) = delete;
+  FunctionBase& operator=(const FunctionBase&) = delete;
+  // Destroys the commands that follow too, one after the other: a list of any length needs no
+  // stack.
+  virtual ~FunctionBase();
+
+  // Called each time the run reaches the command.
+  virtual void Execute() = 0;
+  // Called once at load, when name, attributes and stores are set. False rejects the whole patch.
+  virtual bool Parse() = 0;
+
+  AttributeMap attributes;
+  cvn::String name;                    // the element's name
+  FunctionBase* parent = nullptr;      // the command whose handler list this one belongs to
+  std::unique_ptr<FunctionBase> next;  // the following command of the same list
+  VariableStore* variables = nullptr;
+  ObjectStore* objects = nullptr;
+
+  // Set by the loader, so that a step has nothing to look up.
+  FunctionKind kind = FunctionKind::Plain;
+  FunctionBase* const* jumpTarget = nullptr;  // of a goto: where its label's command stands
+
+ protected:
+  // Copies an attribute. False when there is none, or (second form) when it is empty.
+  bool ReadAttribute(cvn::StringView attribute, cvn::String* value) const;
+  bool ReadNonEmpty(cvn::StringView attribute, cvn::String* value) const;
+  // The same for a decimal number: junk counts as 0, a number out of range saturates.
+  bool ReadNumber(cvn::StringView attribute, std::int32_t* value) const;
+};
+
+// A command that ends with success or with an error text, and has handlers for both.
+class FunctionRetError : public FunctionBase {
+ public:
+  virtual bool HasError() const { return hasError; }
+  virtual const cvn::String& GetError() const { return error; }
+
+  cvn::Map<cvn::String, std::unique_ptr<FunctionBase>> errorHandlers;  // by the exact error text
+  std::unique_ptr<FunctionBase> onError;
+  std::unique_ptr<FunctionBase> onSuccess;
+  cvn::String error;
+  // Set by a failure and cleared by nobody: an instance that has failed once goes on reporting it.
+  bool hasError = false;
+};
+
+// A command that answers a question.
+class FunctionRetBool : public FunctionBase {
+ public:
+  virtual bool GetResult() const { return result; }
+
+  std::unique_ptr<FunctionBase> onTrue;
+  std::unique_ptr<FunctionBase> onFalse;
+  bool result = false;
+};
+
+// A command that ends the run.
+class FunctionRetExit : public FunctionBase {
+ public:
+  virtual std::int32_t GetExitCode() const { return exitCode; }
+
+  std::int32_t exitCode = 0;
+};
+
+}  // namespace tessel

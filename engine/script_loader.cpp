@@ -1,0 +1,253 @@
+// The loader: from the document of a script to its commands.
+#include "engine/patch_expiry.h"
+#include "engine/script_engine.h"
+#include "engine/xml_text.h"
+#include "platform/clock.h"
+#include "platform/streams.h"
+#include "support/numbers.h"
+#include "support/utf.h"
+#include "trace/trace.h"
+
+namespace tessel {
+namespace {
+
+constexpr std::int32_t kMajorVersion = 1;
+constexpr std::int32_t kMinorVersion = 0;
+constexpr std::int32_t kNewestMinorVersion = 1;
+
+void WriteError(cvn::StringView text) {
+  platform::streams::WriteLine(platform::streams::Output::Error, text);
+}
+
+// The text of an element's first child, when that is a text.
+cvn::String FirstText(const TiXmlElement& element) {
+  const TiXmlNode* child = element.FirstChild();
+  const TiXmlText* text = child == nullptr ? nullptr : child->ToText();
+  return text == nullptr ? cvn::String() : cvn::Utf8ToWide(text->ValueStr());
+}
+
+void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes) {
+  for (const TiXmlAttribute* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
+    attributes->Add(cvn::Utf8ToWide(at->NameTStr()), cvn::Utf8ToWide(at->ValueStr()));
+  }
+  const TiXmlElement* data = element.FirstChildElement("data");
+  if (data != nullptr) {
+    attributes->Add(u"data", FirstText(*data));
+  }
+}
+
+}  // namespace
+
+std::int32_t ScriptEngine::Load(const cvn::Map<cvn::String, cvn::String>& commandLine) {
+  expiresAt_ = 0;
+  const std::int32_t code = LoadScript(commandLine);
+  if (code == kLoadExpired) {
+    WriteError(u"Patch is no longer valid.");
+    TraceLine(u"Patch exceeded expiration period");
+  } else if (code != kLoadSuccess) {
+    WriteError(u"Failed to load patch.");
+  }
+  return code;
+}
+
+std::int32_t ScriptEngine::LoadScript(const cvn::Map<cvn::String, cvn::String>& commandLine) {
+  const TiXmlElement* root = RootElement();
+  if (root == nullptr) {
+    TraceLine(u"Root not found");
+    return kLoadCorrupt;
+  }
+  const TiXmlElement* script = root->FirstChildElement("script");
+  if (script == nullptr) {
+    TraceLine(u"Script node not found");
+    return kLoadCorrupt;
+  }
+  if (!IsVersionAccepted(*root)) {
+    return kLoadInvalid;
+  }
+  Reset();
+  for (const auto& [key, text] : commandLine) {
+    SetVariable(key, text, &ProcessVariables());
+  }
+  if (script->Attribute("log") != nullptr) {
+    const cvn::String path = ExpandVariables(XmlAttributeText(*script, "log"), &ProcessVariables());
+    TraceLine(u"set trace file: %s\n", path);
+    OpenTraceFile(path);
+  }
+  if (!CompileList(nullptr, &head_, *script)) {
+    return kLoadCorrupt;
+  }
+  if (!IsWithinDates(*root)) {
+    return kLoadExpired;
+  }
+  return AreLabelsDefined() ? kLoadSuccess : kLoadInvalid;
+}
+
+bool ScriptEngine::IsVersionAccepted(const TiXmlElement& root) const {
+  const cvn::String version = XmlAttributeText(root, "version");
+  if (version.Empty()) {
+    TraceLine(u"Version not found");
+    return false;
+  }
+  const std::int32_t major = cvn::ReadInt32(version);
+  // The minor number is read from the point on, where no digit stands: every 1.x counts as 1.0, and
+  // the makers of patches rely on it.
+  const std::size_t point = version.AsView().find(u'.');
+  const std::int32_t minor =
+      point == cvn::StringView::npos ? 0 : cvn::ReadInt32(version.AsView().substr(point));
+  if (major != kMajorVersion) {
+    TraceLine(u"Cannot continue... Expected version: %d.%d, current version: %s", kMajorVersion,
+              kMinorVersion, version);
+    return false;
+  }
+  if (minor != kMinorVersion) {
+    TraceLine(u"Warning! Different minor version. Expected: %d.%d, current: %s", kMajorVersion,
+              kNewestMinorVersion, version);
+  }
+  return true;
+}
+
+bool ScriptEngine::IsWithinDates(const TiXmlElement& root) {
+  const ExpiryResult result =
+      CheckPatchExpiry(root.FirstChildElement("header"), platform::clock::NowTicks());
+  expiresAt_ = result.expiresAt;
+  return result.valid;
+}
+
+bool ScriptEngine::AreLabelsDefined() const {
+  for (const auto& [label, command] : labels_) {
+    if (command == nullptr) {
+      TraceLine(u"Label '%s' is reffered, but not present", label);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool ScriptEngine::CompileList(FunctionBase* parentCommand, CommandList* list,
+                               const TiXmlElement& node) {
+  CommandList* end = list;
+  const TiXmlElement* element = node.FirstChildElement();
+  for (; element != nullptr; element = element->NextSiblingElement()) {
+    *end = CompileCommand(parentCommand, *element);
+    if (*end == nullptr) {
+      list->reset();
+      return false;
+    }
+    end = &(*end)->next;
+  }
+  return true;
+}
+
+ScriptEngine::CommandList ScriptEngine::CompileCommand(FunctionBase* parentCommand,
+                                                       const TiXmlElement& element) {
+  cvn::String name = cvn::Utf8ToWide(element.ValueStr());
+  const CommandRecord* record = FindCommand(name);
+  if (record == nullptr) {
+    TraceLine(u"Function '%s' not found", name);
+    return nullptr;
+  }
+  CommandList command = record->factory();
+  if (command == nullptr) {
+    TraceLine(u"Cannot create function '%s'", name);
+    return nullptr;
+  }
+  command->variables = &ProcessVariables();
+  command->objects = &ProcessObjects();
+  command->kind = record->kind;
+  command->name = std::move(name);
+  CopyAttributes(element, &command->attributes);
+  if (!command->Parse()) {
+    TraceLine(u"Function '%s' has invalid parameters (attributes)", command->name);
+    return nullptr;
+  }
+  if (!CompileHandlers(record->kind, command.get(), element)) {
+    return nullptr;
+  }
+  command->parent = parentCommand;
+  if (!DefineLabel(command.get())) {
+    return nullptr;
+  }
+  NoteTarget(command.get());
+  return command;
+}
+
+bool ScriptEngine::CompileHandlers(FunctionKind kind, FunctionBase* command,
+                                   const TiXmlElement& element) {
+  if (element.FirstChildElement() == nullptr) {
+    return true;
+  }
+  if (kind == FunctionKind::ErrorResult) {
+    auto* errorCommand = static_cast<FunctionRetError*>(command);
+    return CompileErrorHandlers(errorCommand, element) &&
+           CompileHandler(command, &errorCommand->onError, element, "onerror") &&
+           CompileHandler(command, &errorCommand->onSuccess, element, "onsuccess");
+  }
+  if (kind == FunctionKind::BoolResult) {
+    auto* boolCommand = static_cast<FunctionRetBool*>(command);
+    return CompileHandler(command, &boolCommand->onTrue, element, "onTrue") &&
+           CompileHandler(command, &boolCommand->onFalse, element, "onFalse");
+  }
+  return true;
+}
+
+bool ScriptEngine::CompileErrorHandlers(FunctionRetError* command, const TiXmlElement& element) {
+  const TiXmlElement* handler = element.FirstChildElement("onerrorspec");
+  for (; handler != nullptr; handler = handler->NextSiblingElement("onerrorspec")) {
+    cvn::String failure = XmlAttributeText(*handler, "err");
+    if (failure.Empty()) {
+      TraceLine(
+          u"Handler 'onerrorspec' for function '%s' does not have err attribute or it is empty",
+          command->name);
+      return false;
+    }
+    CommandList list;
+    if (!CompileList(command, &list, *handler)) {
+      return false;
+    }
+    if (list != nullptr) {
+      CommandList& slot = command->errorHandlers[std::move(failure)];
+      if (slot != nullptr) {
+        replacedHandlers_.push_back(std::move(slot));
+      }
+      slot = std::move(list);
+    }
+  }
+  return true;
+}
+
+bool ScriptEngine::CompileHandler(FunctionBase* command, CommandList* handler,
+                                  const TiXmlElement& element, const char* handlerName) {
+  const TiXmlElement* node = element.FirstChildElement(handlerName);
+  return node == nullptr || CompileList(command, handler, *node);
+}
+
+bool ScriptEngine::DefineLabel(FunctionBase* command) {
+  const cvn::String* label = command->attributes.Find(u"id");
+  if (label == nullptr || label->Empty()) {
+    return true;
+  }
+  FunctionBase*& labelled = labels_[*label];
+  if (labelled != nullptr) {
+    TraceLine(u"Label '%s' is used for two different function instances.", *label);
+    return false;
+  }
+  labelled = command;
+  return true;
+}
+
+void ScriptEngine::NoteTarget(FunctionBase* command) {
+  const bool jumps = command->name == u"goto";
+  if (!jumps && command->name != u"onErrorGoTo") {
+    return;
+  }
+  const cvn::String* target = command->attributes.Find(u"target");
+  if (target == nullptr || target->Empty()) {
+    return;
+  }
+  FunctionBase*& labelled = labels_[*target];
+  if (jumps) {
+    command->jumpTarget = &labelled;
+  }
+}
+
+}  // namespace tessel

@@ -1,0 +1,19 @@
+// XML text as the system reads it into TinyXML, which works on UTF-8.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <string>
+
+#include "support/string.h"
+
+namespace tessel {
+
+// Parses wide text into `document`. False when it is empty, not well-formed, or nests deeper than
+// TinyXML's recursive parser may be trusted with; in the last case the trace says so.
+bool ParseXmlText(cvn::StringView text, TiXmlDocument* document);
+
+// The value of an attribute as wide text, empty when it is missing.
+cvn::String XmlAttributeText(const TiXmlElement& element, const std::string& name);
+
+}  // namespace tessel

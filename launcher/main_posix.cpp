@@ -1,0 +1,6 @@
+#include "launcher/run_sequence.h"
+#include "platform/posix/arguments.h"
+
+int main(int argc, char** argv) {
+  return tessel::RunPatch(platform::posix::ArgumentsOf(argc, argv));
+}

@@ -1,0 +1,13 @@
+// What the process pins down before it does anything else.
+#pragma once
+
+namespace tessel {
+
+// Sets PATH to the program's folder and the system folder, and keeps the PATH that the first
+// program of a chain of them found in CVN_AMS_OLD_PATH, for what a script starts.
+void ApplyProcessEnvironment();
+
+// Asks for every privilege that a script may need. What the account doesn't hold stays absent.
+void EnablePrivileges();
+
+}  // namespace tessel
