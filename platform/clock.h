@@ -10,10 +10,10 @@ std::int64_t NowTicks();
 inline constexpr std::int64_t kTicksPerSecond = 10'000'000;
 
 struct LocalTime {
-  int year;    // 2026
-  int month;   // 1 to 12
-  int day;     // 1 to 31
-  int hour;    // 0 to 23
+  int year;   // 2026
+  int month;  // 1 to 12
+  int day;    // 1 to 31
+  int hour;   // 0 to 23
   int minute;
   int second;
 };
@@ -24,7 +24,8 @@ LocalTime ToLocalTime(std::int64_t seconds);
 // Milliseconds since the system started, as GetTickCount: wraps after 49.7 days.
 std::uint32_t TickCount();
 
-// Waits. A negative number counts as its unsigned 32-bit form, as Sleep takes it; 4294967295 is for ever.
+// Waits. A negative number counts as its unsigned 32-bit form, as Sleep takes it; 4294967295 is for
+// ever.
 void Sleep(std::uint32_t milliseconds);
 
 }  // namespace platform::clock

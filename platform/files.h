@@ -13,8 +13,8 @@ namespace platform::files {
 
 enum class Access { Read, Write, ReadWrite };
 
-// What others may do with the file while it is open, as the share modes of CreateFileW. On Linux it is an
-// agreement between programs of this kind only, and is not enforced on others.
+// What others may do with the file while it is open, as the share modes of CreateFileW. On Linux it
+// is an agreement between programs of this kind only, and is not enforced on others.
 enum class Share { None, Read, ReadWrite };
 
 enum class Disposition {
@@ -56,21 +56,22 @@ class File {
   std::intptr_t handle_ = kNone;
 };
 
-// Opens a file, as CreateFileW with FILE_ATTRIBUTE_NORMAL. 2 when the file is missing, 3 when a folder on the
-// way is, 5 for a folder or without permission, 32 when another holds it without sharing, 123 for a name that
-// Windows refuses. The code is the last error too, except that success leaves that alone.
+// Opens a file, as CreateFileW with FILE_ATTRIBUTE_NORMAL. 2 when the file is missing, 3 when a
+// folder on the way is, 5 for a folder or without permission, 32 when another holds it without
+// sharing, 123 for a name that Windows refuses. The code is the last error too, except that success
+// leaves that alone.
 Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file);
 
-// Creates one folder, as CreateDirectoryW: 183 when it (or a file of that name) is there, 3 when its parent is
-// not.
+// Creates one folder, as CreateDirectoryW: 183 when it (or a file of that name) is there, 3 when
+// its parent is not.
 Code CreateDirectory(cvn::StringView path);
 
-// Creates a folder with all its missing parents. Success when it exists already; otherwise the code of the
-// creation that failed.
+// Creates a folder with all its missing parents. Success when it exists already; otherwise the code
+// of the creation that failed.
 Code CreateDirectoryRecursive(cvn::StringView path);
 
-// Moves a file over another, atomically on one volume, as MoveFileExW with MOVEFILE_REPLACE_EXISTING and
-// MOVEFILE_WRITE_THROUGH.
+// Moves a file over another, atomically on one volume, as MoveFileExW with
+// MOVEFILE_REPLACE_EXISTING and MOVEFILE_WRITE_THROUGH.
 Code Replace(cvn::StringView from, cvn::StringView to);
 
 // Deletes a file, as DeleteFileW: 2 or 3 when it is not there, 5 for a folder or a read-only file.

@@ -1,38 +1,40 @@
 // Paths as text, and the process's well-known places.
 //
-// On Linux a path names a place on the machine (C:) or on the host (Z:); a path without a drive that starts
-// with a slash is a host path when the current directory lies outside the machine. '/' separates there as '\'
-// does, and a path that starts with one is absolute.
+// On Linux a path names a place on the machine (C:) or on the host (Z:); a path without a drive
+// that starts with a slash is a host path when the current directory lies outside the machine. '/'
+// separates there as '\' does, and a path that starts with one is absolute.
 #pragma once
 
 #include "support/string.h"
 
 namespace platform::paths {
 
-// True when the path names a file or a folder that exists, as PathFileExistsW. Sets the last error on false.
+// True when the path names a file or a folder that exists, as PathFileExistsW. Sets the last error
+// on false.
 bool Exists(cvn::StringView path);
 
-// Cuts the last component and the separator before it, as PathRemoveFileSpecW: "C:\a\b" gives "C:\a", "C:\a"
-// gives "C:\", "a" gives "". True when something was removed.
+// Cuts the last component and the separator before it, as PathRemoveFileSpecW: "C:\a\b" gives
+// "C:\a", "C:\a" gives "C:\", "a" gives "". True when something was removed.
 bool RemoveFileSpec(cvn::String* path);
 
-// Adds a separator at the end unless there is one, or the path is empty. On Linux a path with '/' and without
+// Adds a separator at the end unless there is one, or the path is empty. On Linux a path with '/'
+// and without
 // '\' gets a '/'.
 void AddBackslash(cvn::String* path);
 
-// The last component, as PathFindFileNameW: the whole path when it has no separator, or when nothing follows
-// the last one.
+// The last component, as PathFindFileNameW: the whole path when it has no separator, or when
+// nothing follows the last one.
 cvn::StringView FindFileName(cvn::StringView path);
 
-// The extension with its dot, as PathFindExtensionW: from the last dot of the last component (no blank may
-// stand behind that dot); empty when there is none.
+// The extension with its dot, as PathFindExtensionW: from the last dot of the last component (no
+// blank may stand behind that dot); empty when there is none.
 cvn::StringView FindExtension(cvn::StringView path);
 
 // As PathIsRelativeW: false for a path that begins with '\' or has a drive.
 bool IsRelative(cvn::StringView path);
 
-// The long form of an existing path, as GetLongPathNameW; on Linux, the names as the disk spells them. Empty
-// on failure, with the last error set.
+// The long form of an existing path, as GetLongPathNameW; on Linux, the names as the disk spells
+// them. Empty on failure, with the last error set.
 cvn::String LongName(cvn::StringView path);
 
 // The running program's path, as GetModuleFileNameW(null); on Linux in the form Z:\... or C:\....
@@ -44,8 +46,8 @@ cvn::String SystemDirectory();
 // As GetCurrentDirectoryW, without a separator at the end unless it is a drive's root.
 cvn::String CurrentDirectory();
 
-// The folder for all users' application data, as SHGetFolderPathW with CSIDL_COMMON_APPDATA, without a separator
-// at the end. Empty on failure.
+// The folder for all users' application data, as SHGetFolderPathW with CSIDL_COMMON_APPDATA,
+// without a separator at the end. Empty on failure.
 cvn::String CommonApplicationData();
 
 }  // namespace platform::paths

@@ -7,12 +7,13 @@ namespace platform::streams {
 
 enum class Output { Out, Error };
 
-// Sets standard output, standard input and standard error, in this order, to UTF-8 text, wide text and UTF-8
-// text, as _setmode with 0x40000, 0x10000 and 0x40000. On Linux the streams are UTF-8 as they are.
+// Sets standard output, standard input and standard error, in this order, to UTF-8 text, wide text
+// and UTF-8 text, as _setmode with 0x40000, 0x10000 and 0x40000. On Linux the streams are UTF-8 as
+// they are.
 void SetTextModes();
 
-// Writes `text` and a line end (CR LF on Windows, LF on Linux) and flushes. A stream that is closed or fails
-// swallows it.
+// Writes `text` and a line end (CR LF on Windows, LF on Linux) and flushes. A stream that is closed
+// or fails swallows it.
 void WriteLine(Output stream, cvn::StringView text);
 
 }  // namespace platform::streams

@@ -25,7 +25,8 @@ void AppendUtf16(cvn::StringView text, std::string* out) {
 Code TextFile::OpenForAppend(cvn::StringView path) {
   utf16_ = false;
   files::File file;
-  // The runtime reads the mark through the same handle where it may, and appends blindly where it may not.
+  // The runtime reads the mark through the same handle where it may, and appends blindly where it
+  // may not.
   Code code = files::Open(path, files::Access::ReadWrite, files::Share::Read,
                           files::Disposition::OpenAlways, &file);
   const bool readable = code == kSuccess;

@@ -1,4 +1,5 @@
-// Text files as the runtime's "ccs=UTF-8" append mode writes them, the same bytes on every platform.
+// Text files as the runtime's "ccs=UTF-8" append mode writes them, the same bytes on every
+// platform.
 #pragma once
 
 #include <string>
@@ -7,9 +8,10 @@
 
 namespace platform {
 
-// An open text file that is appended to. A new or empty file begins with the byte-order mark of UTF-8; a line
-// feed is written as CR LF. A file that has the mark of UTF-16 (little-endian) goes on in that encoding, and
-// one with the mark of big-endian UTF-16 is refused with 87, as by the runtime. Others may read it meanwhile.
+// An open text file that is appended to. A new or empty file begins with the byte-order mark of
+// UTF-8; a line feed is written as CR LF. A file that has the mark of UTF-16 (little-endian) goes
+// on in that encoding, and one with the mark of big-endian UTF-16 is refused with 87, as by the
+// runtime. Others may read it meanwhile.
 class TextFile {
  public:
   Code OpenForAppend(cvn::StringView path);

@@ -18,8 +18,8 @@ std::optional<WindowsVersion> Get();
 // True when the build number is `build` or greater, by VerifyVersionInfoW.
 bool IsBuildAtLeast(std::uint32_t build);
 
-// The IMAGE_FILE_MACHINE_* value of the native machine, by IsWow64Process2. Nothing when that function is
-// missing or fails.
+// The IMAGE_FILE_MACHINE_* value of the native machine, by IsWow64Process2. Nothing when that
+// function is missing or fails.
 std::optional<std::uint16_t> NativeMachine();
 
 inline constexpr std::uint16_t kMachineI386 = 332;
