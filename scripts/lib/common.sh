@@ -1,0 +1,142 @@
+# What the scripts share. A script sources it first, and then has:
+#   root        the source folder, whatever the current directory is
+#   note, die   a line for the reader; a line on the error stream and the end
+#   run_step    a command whose output is only shown when it fails
+#   locked      a command that no other run of these scripts enters at the same time
+#   need_*      makes sure that Debian's packages for a purpose are installed
+# shellcheck shell=bash
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+me=scripts/${0##*/}
+logs=$root/build/logs
+mkdir -p "$logs"
+
+note() {
+  printf '%s\n' "$*"
+}
+
+die() {
+  printf '%s: %s\n' "$me" "$*" >&2
+  exit 1
+}
+
+# show_log LOG: what matters of it, that is, what follows a build's first failure, or else the end.
+show_log() {
+  local first
+  first=$(grep -n -m 1 -E '^FAILED: |^CMake Error' "$1" | cut -d : -f 1) || first=
+  if [[ -n $first ]]; then
+    tail -n +"$first" "$1" | head -n 200 >&2
+  else
+    tail -n 40 "$1" >&2
+  fi
+}
+
+# run_step TITLE COMMAND...: the log is named after the title. A function ends at its first failure, as
+# long as run_step itself isn't part of a condition.
+run_step() {
+  local title=$1 start=$SECONDS status=0
+  shift
+  local log=$logs/${title//[^A-Za-z0-9-]/_}.log
+  printf '%s ... ' "$title"
+  set +e
+  (
+    set -e
+    "$@"
+  ) >"$log" 2>&1 </dev/null
+  status=$?
+  set -e
+  if ((status != 0)); then
+    printf 'failed\n'
+    show_log "$log"
+    die "$title failed; the whole log is ${log#"$root"/}"
+  fi
+  printf '%d s\n' $((SECONDS - start))
+}
+
+# locked FILE COMMAND...: the lock isn't passed on, since a server that the command leaves running
+# would go on holding it.
+locked() {
+  local lock=$1
+  shift
+  (
+    flock 9
+    "$@" 9>&-
+  ) 9>"$lock"
+}
+
+as_root() {
+  if [[ $(id -u) == 0 ]]; then
+    "$@"
+  else
+    sudo "$@"
+  fi
+}
+
+install_packages() {
+  local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=600)
+  # A source of packages that can't be reached fails the update, and yet may not be needed.
+  as_root "${apt[@]}" update || true
+  as_root "${apt[@]}" install --no-install-recommends "$@"
+}
+
+# need_packages PACKAGE...: without apt, the user sees to them, and the build names what it misses.
+need_packages() {
+  command -v dpkg-query >/dev/null && command -v apt-get >/dev/null || return 0
+  local installed package missing=()
+  installed=$(dpkg-query -W -f '${Package} ${Status}\n' "$@" 2>/dev/null) || true
+  for package in "$@"; do
+    grep -q "^$package install ok installed\$" <<<"$installed" || missing+=("$package")
+  done
+  if ((${#missing[@]} == 0)); then
+    return 0
+  fi
+  if [[ $(id -u) != 0 ]] && ! command -v sudo >/dev/null; then
+    die "these packages are missing; install them as root: apt-get install ${missing[*]}"
+  fi
+  run_step "Installing ${#missing[@]} packages" install_packages "${missing[@]}"
+}
+
+need_linux_packages() {
+  need_packages build-essential cmake ninja-build ccache openssl libssl-dev libtinyxml-dev \
+    libpugixml-dev libjsoncpp-dev libpcre2-dev libhivex-dev libcurl4-openssl-dev libgtest-dev \
+    libgmock-dev libbenchmark-dev
+}
+
+need_windows_packages() {
+  need_packages build-essential cmake ninja-build ccache openssl g++-mingw-w64-x86-64-posix
+}
+
+need_test_packages() {
+  need_packages python3 clang-format-14 libhivex-bin wine wine64
+}
+
+need_bench_packages() {
+  need_packages python3 lua5.4
+}
+
+build_home_now() {
+  local home=$1
+  shift
+  local targets=() options=()
+  local argument
+  for argument in "$@"; do
+    case $argument in
+      -D*) options+=("$argument") ;;
+      *) targets+=("$argument") ;;
+    esac
+  done
+  cmake -S "$root" --preset "$home" "${options[@]}"
+  cmake --build "$root/build/$home" --target "${targets[@]}"
+}
+
+# build_home PRESET [-DNAME=VALUE...] TARGET...
+build_home() {
+  mkdir -p "$root/build/$1"
+  run_step "Building $1" locked "$root/build/$1/.lock" build_home_now "$@"
+}
+
+# Where libraries and their sources are kept between builds and for other checkouts.
+cache_folder() {
+  local home=${HOME:-$(getent passwd "$(id -u)" | cut -d : -f 6)}
+  printf '%s\n' "${TESSEL_CACHE:-${XDG_CACHE_HOME:-$home/.cache}/tessel}"
+}
