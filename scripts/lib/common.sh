@@ -135,6 +135,16 @@ build_home() {
   run_step "Building $1" locked "$root/build/$1/.lock" build_home_now "$@"
 }
 
+# need_development_key PRESET: what packs patches on this machine does so with the development pair,
+# so a build that is set up with another public key can't run them.
+need_development_key() {
+  local cache=$root/build/$1/CMakeCache.txt
+  if [[ -f $cache ]] && grep -q '^TESSEL_PUBLIC_KEY:[A-Z]*=.' "$cache"; then
+    die "build/$1 has a public key of its own; back to the development pair:" \
+      "cmake -S . --preset $1 -DTESSEL_PUBLIC_KEY="
+  fi
+}
+
 # Where libraries and their sources are kept between builds and for other checkouts.
 cache_folder() {
   local home=${HOME:-$(getent passwd "$(id -u)" | cut -d : -f 6)}

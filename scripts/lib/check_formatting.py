@@ -1,0 +1,46 @@
+"""Checks all our C++ with clang-format. It counts as one test, "formatting"."""
+
+import argparse
+import json
+import subprocess
+from pathlib import Path
+
+FOLDERS = ("support", "platform", "logging", "trace", "engine", "commands", "trust", "telemetry",
+           "launcher", "tools", "tests", "bench", "fuzz")
+
+
+def sources(root):
+    return sorted(path for folder in FOLDERS for path in (root / folder).rglob("*")
+                  if path.suffix in (".h", ".cpp") and path.is_file())
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--root", type=Path, required=True)
+    action = parser.add_mutually_exclusive_group(required=True)
+    action.add_argument("--json", type=Path, help="where to leave the result of the check")
+    action.add_argument("--fix", action="store_true", help="format the sources in place")
+    arguments = parser.parse_args()
+
+    files = [str(path.relative_to(arguments.root)) for path in sources(arguments.root)]
+    if arguments.fix:
+        if files:
+            subprocess.run(["clang-format-14", "-i", *files], cwd=arguments.root, check=True)
+        return
+
+    failures = []
+    if files:
+        check = subprocess.run(["clang-format-14", "--dry-run", "-Werror", *files],
+                               cwd=arguments.root, capture_output=True, text=True, check=False)
+        if check.returncode != 0:
+            wrong = sorted({line.split(":", 1)[0] for line in check.stderr.splitlines()
+                            if "[-Wclang-format-violations]" in line})
+            failures.append("formatting: scripts/format would change "
+                            + (", ".join(wrong) or check.stderr.strip()))
+    result = {"passed": 0 if failures else 1, "failed": len(failures), "skipped": 0,
+              "failures": failures}
+    arguments.json.write_text(json.dumps(result), encoding="utf-8")
+    print(f"== Formatting: {'wrong' if failures else 'right'} ({len(files)} files)")
+
+
+main()

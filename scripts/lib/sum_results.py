@@ -1,0 +1,31 @@
+"""Prints the failures in several files of results, and a last line that sums the counts up."""
+
+import json
+import sys
+from pathlib import Path
+
+
+def main():
+    totals = {"passed": 0, "failed": 0, "skipped": 0}
+    failures = []
+    for path in map(Path, sys.argv[1:]):
+        try:
+            result = json.loads(path.read_text(encoding="utf-8"))
+            counts = {key: int(result[key]) for key in totals}
+        except (OSError, ValueError, KeyError, TypeError):
+            result = {"failures": [f"{path.name} isn't a file of results"]}
+            counts = {"passed": 0, "failed": 1, "skipped": 0}
+        for key, count in counts.items():
+            totals[key] += count
+        failures += result.get("failures", [])
+
+    if failures:
+        print("\n== Failures")
+        for failure in failures:
+            print("- " + str(failure).replace("\n", "\n    "))
+        print()
+    print(f"{totals['passed']} passed, {totals['failed']} failed, {totals['skipped']} skipped")
+    sys.exit(1 if totals["failed"] else 0)
+
+
+main()
