@@ -1,0 +1,74 @@
+// Which name of a directory is meant by one that is spelled in another case.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/error.h"
+#include "support/string.h"
+
+namespace platform::posix {
+
+// Keeps the names of the directories that were asked for last, by their folded form. A directory is
+// read once and then followed: the kernel reports each name that comes or goes, whoever causes it,
+// so that work on a directory of any size costs no more than the work itself. Where it reports
+// nothing (no watch to be had, a change made by another host), the directory's times tell that the
+// names must be read anew.
+class DirectoryIndex {
+ public:
+  DirectoryIndex();
+  ~DirectoryIndex();
+  DirectoryIndex(const DirectoryIndex&) = delete;
+  DirectoryIndex& operator=(const DirectoryIndex&) = delete;
+
+  // Finds the name in `directory` that folds to the same as `name`. 2 when there is none, 3 when
+  // there is no such directory.
+  Code Find(const std::string& directory, cvn::StringView name, std::string* spelled);
+
+ private:
+  // Folded names by their hash, and the name itself: of several that fold to the same, the first
+  // one is always the same.
+  using Names = std::set<std::pair<std::size_t, std::string>>;
+  using Identity = std::pair<dev_t, ino_t>;
+
+  struct Times {
+    std::int64_t modified = 0;  // nanoseconds since 1970
+    std::int64_t changed = 0;
+    bool operator==(const Times&) const = default;
+  };
+
+  struct Directory {
+    Names names;
+    Times times;
+    int watch = -1;
+    bool followed = false;  // names have come or gone since `times` were taken
+    bool settled = false;   // the next change is sure to give other times
+    std::uint64_t lastUse = 0;
+  };
+
+  static Times TimesOf(const struct stat& status);
+  static Names::value_type KeyOf(std::string_view hostName);
+
+  void ReadEvents();
+  void Follow(int watch, std::uint32_t event, std::string_view name);
+  bool IsCurrent(Directory* directory, const Times& times) const;
+  Code Read(const std::string& path, Identity* identity);
+  void Watch(int descriptor, const Identity& identity, Directory* directory);
+  void Forget(std::map<Identity, Directory>::iterator directory);
+  void ForgetOldest();
+
+  std::mutex mutex_;
+  int events_;  // of inotify; -1 when there is none to be had
+  std::uint64_t uses_ = 0;
+  std::map<Identity, Directory> directories_;
+  std::map<int, Identity> watches_;
+};
+
+}  // namespace platform::posix

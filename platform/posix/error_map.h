@@ -1,0 +1,15 @@
+// The host's errors as Windows numbers them.
+#pragma once
+
+#include "platform/error.h"
+
+namespace platform::posix {
+
+// The code for a value of errno. `ioFault` stands for EIO, whose code depends on what was being
+// done.
+Code CodeOf(int error, Code ioFault = kGenFailure);
+
+// Makes `code` the thread's last error, and gives it back.
+Code Fail(Code code);
+
+}  // namespace platform::posix

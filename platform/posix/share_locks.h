@@ -1,0 +1,18 @@
+// The share modes of open files, as an agreement between programs that keep it through this layer.
+#pragma once
+
+#include <string>
+
+#include "platform/files.h"
+
+namespace platform::posix {
+
+// Makes known, for as long as the open file `descriptor` lives, what it does and what it lets
+// others do. kSharingViolation when it and another open file of the same file do not allow each
+// other. A file system that has no locks lets everything pass.
+Code TakeShare(int descriptor, files::Access access, files::Share share);
+
+// True when the regular file `path` is open by a program that keeps the agreement.
+bool IsInUse(const std::string& path);
+
+}  // namespace platform::posix
