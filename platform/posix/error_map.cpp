@@ -5,8 +5,6 @@
 namespace platform::posix {
 namespace {
 
-constexpr Code kFileTooLarge = 223;
-
 struct Pair {
   int error;
   Code code;

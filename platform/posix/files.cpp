@@ -108,21 +108,6 @@ Code LocateMove(cvn::StringView from, cvn::StringView to, HostPath* source, Host
   return CheckUnused(*target);
 }
 
-// Where the folder to make is to be: 2 when it can be made there, 3 when its parents have to come
-// first.
-Code LocateFolder(cvn::StringView path, HostPath* host) {
-  const Code code = posix::Resolve(path, host);
-  const bool isFile = code == kInvalidName && host->entry.st_mode != 0;
-  return code == kSuccess || isFile ? kAlreadyExists : code;
-}
-
-Code MakeFolder(const std::string& path) {
-  if (mkdir(path.c_str(), kFolderMode) == 0) {
-    return kSuccess;
-  }
-  return errno == EEXIST ? kAlreadyExists : errno == ENOENT ? kPathNotFound : CodeOf(errno);
-}
-
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 // Makes a change of names in a folder last.
@@ -237,28 +222,17 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
 
 Code CreateDirectory(cvn::StringView path) {
   HostPath host;
-  Code code = LocateFolder(path, &host);
-  if (code == kFileNotFound) {
-    code = MakeFolder(host.path);
+  const Code code = posix::Resolve(path, &host);
+  if (host.entry.st_mode != 0) {
+    return Fail(kAlreadyExists);
   }
-  return Report(code);
-}
-
-Code CreateDirectoryRecursive(cvn::StringView path) {
-  HostPath host;
-  Code code = LocateFolder(path, &host);
-  if (code == kAlreadyExists && host.IsFolder()) {
-    return kSuccess;
-  }
-  if (code != kFileNotFound && (code != kPathNotFound || host.path.empty())) {
+  if (code != kFileNotFound) {
     return Fail(code);
   }
-  std::size_t end = 0;
-  do {
-    end = host.path.find('/', end + 1);
-    code = MakeFolder(host.path.substr(0, end));
-  } while (end != std::string::npos && (code == kSuccess || code == kAlreadyExists));
-  return Report(code);
+  if (mkdir(host.path.c_str(), kFolderMode) != 0) {
+    return Fail(errno == EEXIST ? kAlreadyExists : CodeOf(errno));
+  }
+  return kSuccess;
 }
 
 Code Replace(cvn::StringView from, cvn::StringView to) {

@@ -134,6 +134,10 @@ cvn::StringView WithoutIgnoredEnd(cvn::StringView name, bool endsPath) {
 }
 
 bool IsRefused(cvn::StringView name, const Draft& draft) {
+  constexpr std::size_t kLongestName = 255;
+  if (draft.onMachine && name.size() > kLongestName) {
+    return true;
+  }
   for (const char16_t c : name) {
     const bool refused = c < 0x20 || cvn::StringView(u"<>:\"|?*").find(c) != cvn::StringView::npos;
     if (c == u'/' || (refused && draft.onMachine)) {
@@ -237,7 +241,6 @@ Code FindEntry(const Draft& draft, HostPath* host) {
     known = end;
     const Code code = FindName(&host->path, slash, &host->entry);
     if (code != kSuccess) {
-      host->path.append(draft.path, end, std::string::npos);
       return code == kFileNotFound && end < draft.path.size() ? kPathNotFound : code;
     }
   }

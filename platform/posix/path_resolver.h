@@ -31,11 +31,10 @@ struct HostPath {
   bool IsFolder() const;  // links are followed
 };
 
-// Finds the host's path of `path`. 2 when only the last name is missing, 3 when a folder on the way
-// is missing or is none: `host->path` then tells where the entry would be. Also 3, with an empty
-// `host->path`, when there is no such drive, and for an empty path; 53 for a path with a server;
-// 123 for a name that Windows refuses, and for a file with a separator after its name. Leaves the
-// thread's last error alone.
+// Finds the host's path of `path`. 2 when only the last name is missing: `host->path` then tells
+// where it would be. 3 when a folder on the way is missing or is none, when there is no such drive,
+// and for an empty path; 53 for a path with a server; 123 for a name that Windows refuses, and for
+// a file with a separator after its name. Leaves the thread's last error alone.
 Code Resolve(cvn::StringView path, HostPath* host);
 
 // The form for scripts of an absolute path of the host: C:\... within the machine, else Z:\....
