@@ -15,9 +15,10 @@ if(TESSEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
       "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1
       "${TESSEL_CCACHE}")
 endif()
-file(RELATIVE_PATH way_back "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
+file(RELATIVE_PATH way_back "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}/x")
+string(REGEX REPLACE "x$" "" way_back "${way_back}")
 add_compile_options(
-  "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${way_back}/=")
+  "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${way_back}=")
 
 if(TESSEL_SANITIZE)
   set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
