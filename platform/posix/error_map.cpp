@@ -11,6 +11,8 @@ struct Pair {
 };
 
 constexpr Pair kPairs[] = {
+    {0, kSuccess},
+    {0, kSuccess},
     {ENOENT, kFileNotFound},
     {ENOTDIR, kPathNotFound},
     {EACCES, kAccessDenied},

@@ -5,8 +5,8 @@
 
 namespace platform::posix {
 
-// The code for a value of errno. `ioFault` stands for EIO, whose code depends on what was being
-// done.
+// The code for a value of errno; 0 is success. `ioFault` stands for EIO, whose code depends on what
+// was being done.
 Code CodeOf(int error, Code ioFault = kGenFailure);
 
 // Makes `code` the thread's last error, and gives it back.
