@@ -1,0 +1,94 @@
+#include "support/string.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace cvn {
+namespace {
+
+using Small = StringT<char16_t, 4>;
+
+std::u16string Letters(std::size_t count) {
+  std::u16string text;
+  for (std::size_t i = 0; i < count; ++i) {
+    text.push_back(static_cast<char16_t>(u'a' + i % 26));
+  }
+  return text;
+}
+
+// Every operation, at lengths on both sides of the inline capacity, against std::u16string.
+TEST(String, BehavesAsAPlainTextAtEveryLength) {
+  for (std::size_t length = 0; length <= 12; ++length) {
+    for (std::size_t from = 0; from <= length + 1; ++from) {
+      for (std::size_t count = 0; count <= length + 1; ++count) {
+        std::u16string model = Letters(length);
+        Small text(model);
+        const Small shared(text);
+        text.Erase(from, count);
+        if (from < model.size()) {
+          model.erase(from, count);
+        }
+        ASSERT_EQ(text.AsView(), model) << length << ' ' << from << ' ' << count;
+        text.Append(text);
+        text.Append(u'!');
+        model = model + model + u"!";
+        ASSERT_EQ(text.AsView(), model);
+        ASSERT_EQ(text.CStr()[text.Length()], u'\0');
+        text.Truncate(count);
+        ASSERT_EQ(text.AsView(), model.substr(0, count));
+        ASSERT_EQ(shared.AsView(), Letters(length)) << "a copy must not see changes";
+      }
+    }
+  }
+}
+
+TEST(String, SharesLongTextsAndCopiesOnlyOnChange) {
+  String text(Letters(1000));
+  String copy(text);
+  EXPECT_EQ(text.CStr(), copy.CStr());
+  PathString path(text);
+  EXPECT_EQ(path.CStr(), text.CStr()) << "another capacity shares the buffer as well";
+  copy.RemovePrefix(400);
+  EXPECT_EQ(copy.CStr(), text.CStr() + 400) << "a prefix goes without moving the rest";
+  copy.Append(u'x');
+  EXPECT_EQ(text.AsView(), Letters(1000));
+  EXPECT_EQ(copy.AsView(), Letters(1000).substr(400) + u"x");
+  text.Assign(text.AsView().substr(990));
+  EXPECT_EQ(text.AsView(), Letters(1000).substr(990)) << "a text may be assigned a part of itself";
+}
+
+TEST(String, SurvivesItsOwnAssignmentAndMoves) {
+  String text(Letters(100));
+  String& same = text;
+  text = same;
+  EXPECT_EQ(text.AsView(), Letters(100));
+  String moved(std::move(text));
+  EXPECT_TRUE(text.Empty());  // NOLINT(bugprone-use-after-move): a moved-from text is empty
+  text = std::move(moved);
+  EXPECT_EQ(text.AsView(), Letters(100));
+  EXPECT_EQ(String(static_cast<const char16_t*>(nullptr)), u"");
+}
+
+TEST(String, OrdersByCodeUnits) {
+  EXPECT_LT(String(u"Z"), String(u"a"));
+  EXPECT_LT(String(u"\U0001F600"),
+            String(u"\uFF5E"));  // a surrogate is below, unlike its character
+  EXPECT_EQ(Small(u"abcdefgh"), String(u"abcdefgh"));
+  EXPECT_NE(Small(u"abc"), u"abcd");
+}
+
+using StringDeathTest = testing::Test;
+
+TEST(StringDeathTest, EndsTheProcessOnADamagedGuardWord) {
+  const auto damage = [](std::ptrdiff_t unit) {
+    StringT<char16_t, 4> text(Letters(20));
+    const_cast<char16_t*>(text.CStr())[unit] = u'!';
+  };
+  // The guard words stand directly before the text and behind its terminator.
+  EXPECT_DEATH(damage(-1), "");
+  EXPECT_DEATH(damage(21), "");
+}
+
+}  // namespace
+}  // namespace cvn
