@@ -79,10 +79,12 @@ function(tessel_read_public_key path out)
 
   execute_process(COMMAND "${TESSEL_OPENSSL}" pkey -pubin -in "${path}" -noout -text
     RESULT_VARIABLE result OUTPUT_VARIABLE description ERROR_QUIET)
-  # Only an RSA key has a modulus; RSA-PSS, which can't open a patch, says so before "Public-Key".
+  # The kind of key stands in its identifier, from the seventh byte on: an RSA-PSS key, which can't
+  # open a patch, is described in the same words.
+  string(REPLACE "\n" "" joined "${CMAKE_MATCH_1}")
   if(NOT result EQUAL 0
-     OR NOT description MATCHES "^(RSA )?Public-Key: \\(2048 bit\\)"
-     OR NOT description MATCHES "\nModulus:")
+     OR NOT description MATCHES "^Public-Key: \\(2048 bit\\)"
+     OR NOT joined MATCHES "^-----BEGIN PUBLIC KEY-----........BgkqhkiG9w0BAQEF")
     message(FATAL_ERROR "TESSEL_PUBLIC_KEY: ${path} isn't an RSA key of 2048 bits")
   endif()
   string(LENGTH "${text}" length)

@@ -20,10 +20,19 @@ die() {
   exit 1
 }
 
+# cmake_error LOG: the text of the first error that CMake gives, on one line.
+cmake_error() {
+  awk '
+    !found && sub(/^CMake Error( at [^(]*\(message\))?:? */, "") { found = 1; text = $0; next }
+    found && (/^(Call Stack|CMake |--)/ || (/^$/ && blank)) { exit }
+    found { blank = /^$/; sub(/^ +/, ""); text = text (text == "" || blank ? "" : " ") $0 }
+    END { print text }' "$1"
+}
+
 # show_log LOG: what matters of it, that is, what follows a build's first failure, or else the end.
 show_log() {
   local first
-  first=$(grep -n -m 1 -E '^FAILED: |^CMake Error' "$1" | cut -d : -f 1) || first=
+  first=$(grep -n -m 1 '^FAILED: ' "$1" | cut -d : -f 1) || first=
   if [[ -n $first ]]; then
     tail -n +"$first" "$1" | head -n 200 >&2
   else
@@ -47,6 +56,9 @@ run_step() {
   set -e
   if ((status != 0)); then
     printf 'failed\n'
+    if grep -q '^CMake Error' "$log"; then
+      die "$(cmake_error "$log") (the whole log is ${log#"$root"/})"
+    fi
     show_log "$log"
     die "$title failed; the whole log is ${log#"$root"/}"
   fi
