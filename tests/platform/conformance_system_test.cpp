@@ -1,0 +1,139 @@
+// The small families: error, streams, clock, random, process, libraries, version.
+
+#include <ctime>
+#include <thread>
+
+#include "platform/clock.h"
+#include "platform/libraries.h"
+#include "platform/process.h"
+#include "platform/random.h"
+#include "platform/streams.h"
+#include "platform/version.h"
+#include "tests/platform/fixture.h"
+
+namespace platform::test {
+namespace {
+
+TEST(ErrorConformance, EachThreadHasItsOwn) {
+  SetLastError(kUntouched);
+  Code first = kUntouched;
+  Code second = kUntouched;
+  std::thread([&] {
+    first = LastError();
+    SetLastError(0xFFFFFFFF);
+    second = LastError();
+  }).join();
+  EXPECT_EQ(first, kSuccess);
+  EXPECT_EQ(second, 0xFFFFFFFFU);
+  EXPECT_NE(LastError(), 0xFFFFFFFFU);
+}
+
+TEST(StreamsConformance, WritesLinesAsUtf8) {
+  cvn::String longText;
+  std::string longBytes;
+  for (int i = 0; i < 50'000; ++i) {
+    longText.Append(u"a\U0001F600");
+    longBytes += "a\xF0\x9F\x98\x80";
+  }
+  const std::string end(kStreamLineEnd);
+  for (const streams::Output stream : {streams::Output::Out, streams::Output::Error}) {
+    const auto write = [&] {
+      SetLastError(kUntouched);
+      streams::WriteLine(stream, u"");
+      streams::WriteLine(stream, u"\u00E9 \u65E5 \xD800.\nb");
+      streams::WriteLine(stream, longText);
+      EXPECT_EQ(LastError(), kUntouched);
+    };
+    const std::string expected =
+        end + "\xC3\xA9 \xE6\x97\xA5 \xEF\xBF\xBD." + end + "b" + end + longBytes + end;
+    // What is swallowed must not turn up later.
+    EXPECT_EQ(Capture(stream, Sink::Closed, write), "");
+    EXPECT_EQ(Capture(stream, Sink::Failing, write), "");
+    EXPECT_TRUE(Capture(stream, Sink::File, write) == expected);
+    EXPECT_TRUE(Capture(stream, Sink::Pipe, write) == expected);
+  }
+}
+
+using StreamsConformanceDeathTest = testing::Test;
+
+// In a process of its own, which it leaves unfit for other output.
+TEST_F(StreamsConformanceDeathTest, TextModesChangeNoByte) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        streams::SetTextModes();
+        streams::WriteLine(streams::Output::Out, u"out");
+        streams::WriteLine(streams::Output::Error, u"err \u00E9\U0001F600.");
+        std::_Exit(7);
+      },
+      testing::ExitedWithCode(7), "err \xC3\xA9\xF0\x9F\x98\x80\\.");
+}
+
+TEST(ClockConformance, CountsFrom1970) {
+  // Within a day: the system's other clocks may be set meanwhile.
+  const std::int64_t seconds = clock::NowTicks() / clock::kTicksPerSecond;
+  EXPECT_NEAR(static_cast<double>(seconds), static_cast<double>(std::time(nullptr)), 86'400);
+  const std::uint32_t before = clock::TickCount();
+  const std::uint32_t elapsed = clock::TickCount() - before;
+  EXPECT_LT(elapsed, 0x8000'0000U) << "it ran backwards";
+}
+
+TEST(ClockConformance, GivesLocalTime) {
+  for (const std::time_t moment :
+       {std::time_t{100'000}, std::time_t{951'782'400}, std::time_t{1'709'208'000},
+        std::time_t{1'721'000'059}, std::time_t{4'102'444'799}}) {
+    const clock::LocalTime time = clock::ToLocalTime(moment);
+    const std::tm* expected = std::localtime(&moment);
+    EXPECT_EQ(time.year, expected->tm_year + 1900) << moment;
+    EXPECT_EQ(time.month, expected->tm_mon + 1) << moment;
+    EXPECT_EQ(time.day, expected->tm_mday) << moment;
+    EXPECT_EQ(time.hour, expected->tm_hour) << moment;
+    EXPECT_EQ(time.minute, expected->tm_min) << moment;
+    EXPECT_EQ(time.second, expected->tm_sec) << moment;
+  }
+}
+
+TEST(RandomConformance, EveryBitVaries) {
+  std::uint32_t ones = 0;
+  std::uint32_t zeros = 0;
+  for (int i = 0; i < 256; ++i) {
+    const std::uint32_t value = SecureRandom32();
+    ones |= value;
+    zeros |= ~value;
+  }
+  EXPECT_EQ(ones, 0xFFFFFFFFU);
+  EXPECT_EQ(zeros, 0xFFFFFFFFU);
+}
+
+TEST(ProcessConformance, EnablesThePrivilegesItHolds) {
+  constexpr cvn::StringView kNames[] = {u"SeNoSuchPrivilege", u"SeShutdownPrivilege",
+                                        u"SeTcbPrivilege", u"SeDebugPrivilege"};
+  SetLastError(kUntouched);
+  process::EnablePrivileges(kNames);
+  EXPECT_EQ(LastError(), kUntouched);
+  for (const cvn::StringView name : kNames) {
+    EXPECT_NE(IsPrivilegeEnabled(name), std::optional(false)) << Utf8(name);
+  }
+}
+
+TEST(LibrariesConformance, NarrowSearchLeavesTheLastErrorAlone) {
+  SetLastError(kUntouched);
+  libraries::NarrowSearch();
+  EXPECT_EQ(LastError(), kUntouched);
+}
+
+TEST(VersionConformance, IsSomeWindows) {
+  SetLastError(kUntouched);
+  const std::optional<version::WindowsVersion> version = version::Get();
+  ASSERT_TRUE(version);
+  EXPECT_GE(version->major, 6U);
+  EXPECT_TRUE(version::IsBuildAtLeast(0));
+  EXPECT_TRUE(version::IsBuildAtLeast(6000));
+  EXPECT_FALSE(version::IsBuildAtLeast(0xFFFFFFFF));
+  const std::uint16_t machine = version::NativeMachine().value_or(version::kMachineAmd64);
+  EXPECT_TRUE(machine == version::kMachineAmd64 || machine == version::kMachineArm64) << machine;
+  EXPECT_EQ(LastError(), kUntouched);
+}
+
+}  // namespace
+}  // namespace platform::test

@@ -1,0 +1,80 @@
+// What the conformance suite needs of the home that it runs in, beyond the platform's own headers.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+#include "platform/files.h"
+#include "platform/streams.h"
+#include "support/string.h"
+
+namespace platform::test {
+
+// Each home has its own of these.
+
+// Called before the platform's first use, and after its last.
+void PrepareHome();
+void CleanHome();
+// Removes a folder with all that it holds.
+void RemoveTree(cvn::StringView folder);
+void MakeReadOnly(cvn::StringView file);
+bool RunsUnderWine();
+// Whether the process holds this privilege enabled; nothing when it doesn't hold it at all.
+std::optional<bool> IsPrivilegeEnabled(cvn::StringView name);
+// What a line of the standard streams, and a line feed in it, end with.
+extern const std::string_view kStreamLineEnd;
+
+enum class Sink { File, Pipe, Failing, Closed };
+// The bytes that reach a standard stream while `action` runs, with the stream led into `sink`.
+std::string Capture(streams::Output stream, Sink sink, const std::function<void()>& action);
+
+// Both homes share what follows.
+
+// A code, and the last error after it. gtest shows both.
+struct Outcome {
+  Code code;
+  Code lastError;
+  bool operator==(const Outcome&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const Outcome& outcome);
+
+inline constexpr Code kUntouched = 0x2BAD;  // no operation sets it
+// A success leaves the last error alone; a failure's code is the last error.
+constexpr Outcome Expected(Code code) { return {code, code == kSuccess ? kUntouched : code}; }
+
+template <typename Call>
+Outcome Observe(Call call) {
+  SetLastError(kUntouched);
+  const Code code = call();
+  return {code, LastError()};
+}
+
+std::string Utf8(cvn::StringView text);
+cvn::String Joined(cvn::StringView left, cvn::StringView right);
+
+// The whole file; nothing when it can't be read.
+std::optional<std::string> ContentOf(cvn::StringView path);
+void WriteContent(cvn::StringView path, std::string_view content);
+std::span<const std::byte> BytesOf(std::string_view text);
+
+// A test with a fresh folder of its own.
+class FolderTest : public testing::Test {
+ protected:
+  FolderTest();
+  ~FolderTest() override;
+
+  const cvn::String& Folder() const { return folder_; }
+  cvn::String Path(cvn::StringView name) const { return Joined(Joined(folder_, u"\\"), name); }
+  // A path in the folder that is `length` characters long; its parents are made.
+  cvn::String PathOfLength(std::size_t length) const;
+
+ private:
+  cvn::String folder_;
+};
+
+}  // namespace platform::test
