@@ -55,30 +55,29 @@ class LastErrorKeeper {
   DWORD code_ = ::GetLastError();
 };
 
-// The text that `call(buffer, size)` writes: `call` returns its length, or at least `size` when the
-// buffer is too small. Tried with kFirstSize characters, then with more as long as needed. Nothing
-// when the call fails, which is when it returns 0 with a last error.
+// The text that `call(buffer, size)` writes: `call` returns its length, or the size that it needs,
+// or `size` when it can't tell more than that the buffer is too small. Tried with kFirstSize
+// characters, then with more as long as needed. Nothing when the call fails, which is when it
+// returns 0 with a last error.
 template <DWORD kFirstSize, typename Call>
 std::optional<cvn::String> ReadText(Call call) {
   LastErrorKeeper lastError;
-  const auto tryIt = [&](wchar_t* buffer, DWORD size) {
+  std::array<wchar_t, kFirstSize> first;
+  std::vector<wchar_t> more;
+  wchar_t* buffer = first.data();
+  for (DWORD size = kFirstSize;;) {
     ::SetLastError(ERROR_SUCCESS);
     const DWORD length = call(buffer, size);
-    return lastError.Outcome(length != 0 || ::GetLastError() == ERROR_SUCCESS) == kSuccess
-               ? std::optional(length)
-               : std::nullopt;
-  };
-  std::array<wchar_t, kFirstSize> first;
-  std::optional<DWORD> length = tryIt(first.data(), kFirstSize);
-  if (length && *length < kFirstSize) {
-    return cvn::String(ViewOf(first.data(), *length));
+    if (lastError.Outcome(length != 0 || ::GetLastError() == ERROR_SUCCESS) != kSuccess) {
+      return std::nullopt;
+    }
+    if (length < size) {
+      return cvn::String(ViewOf(buffer, length));
+    }
+    size = length > size ? length : size * 2;
+    more.resize(size);
+    buffer = more.data();
   }
-  std::vector<wchar_t> more;
-  while (length && *length >= more.size()) {
-    more.resize(std::size_t{*length} * 2);
-    length = tryIt(more.data(), static_cast<DWORD>(more.size()));
-  }
-  return length ? std::optional<cvn::String>(ViewOf(more.data(), *length)) : std::nullopt;
 }
 
 // A function that not every Windows has, looked up in a module that is loaded. Null when it isn't
