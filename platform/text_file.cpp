@@ -24,6 +24,7 @@ void AppendUtf16(cvn::StringView text, std::string* out) {
 
 Code TextFile::OpenForAppend(cvn::StringView path) {
   utf16_ = false;
+  const Code lastError = LastError();
   files::File file;
   // The runtime reads the mark through the same handle where it may, and appends blindly where it
   // may not.
@@ -48,12 +49,14 @@ Code TextFile::OpenForAppend(cvn::StringView path) {
   }
   const std::string_view mark(reinterpret_cast<const char*>(start.data()), count);
   if (mark.starts_with(kBigEndianMark)) {
+    SetLastError(kInvalidParameter);
     return kInvalidParameter;
   }
   utf16_ = mark.starts_with(kUtf16Mark);
   code = size == 0 ? file.Write(BytesOf(kUtf8Mark)) : file.SeekToEnd();
   if (code == kSuccess) {
     file_ = std::move(file);
+    SetLastError(lastError);
   }
   return code;
 }
