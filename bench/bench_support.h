@@ -18,8 +18,9 @@ inline std::string WorkPath(const std::string& name) {
 
 // A patch of the type that never expires, around the content of a script element.
 inline std::string Patch(const std::string& body) {
-  return "<patch version='1.0'><header><property name='patchType' value='update'/></header><script>" + body +
-         "</script></patch>";
+  return "<patch version='1.0'><header><property name='patchType' "
+         "value='update'/></header><script>" +
+         body + "</script></patch>";
 }
 
 // Parses and loads a script; ends the bench when it can't, since no figure would mean anything.

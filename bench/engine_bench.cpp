@@ -54,9 +54,15 @@ std::string LongScript(int commands) {
   for (int i = 0; i < commands; ++i) {
     const std::string number = std::to_string(i);
     switch (i % 4) {
-      case 0: body += "<assign var=\"name" + number + "\" value=\"value of %name" + number + "%\"/>\n"; break;
-      case 1: body += "<addInt id=\"label" + number + "\" var=\"count\" value=\"1\"/>\n"; break;
-      case 2: body += "<trace value=\"step " + number + " of the script\"/>\n"; break;
+      case 0:
+        body += "<assign var=\"name" + number + "\" value=\"value of %name" + number + "%\"/>\n";
+        break;
+      case 1:
+        body += "<addInt id=\"label" + number + "\" var=\"count\" value=\"1\"/>\n";
+        break;
+      case 2:
+        body += "<trace value=\"step " + number + " of the script\"/>\n";
+        break;
       default:
         body += "<test left=\"%count%\" operator=\"==\" right=\"" + number +
                 "\" type=\"number\"><onTrue><nothing/></onTrue></test>\n";
@@ -92,9 +98,12 @@ void ConsumePieces(benchmark::State& state) {
     text += "piece" + std::to_string(i) + ";";
   }
   const std::string script =
-      "<stringGet id='again' var='piece' fromIndex='0' maxCount='10000' toAnyChar=';' value='%rest%'/>"
-      "<stringDelete var='rest' fromIndex='0' maxCount='10000' toAnyChar=';'/><stringTrim var='rest' chars=';'/>"
-      "<test left='%piece%' operator='==' right='' type='string'><onTrue><exit code='0'/></onTrue></test>"
+      "<stringGet id='again' var='piece' fromIndex='0' maxCount='10000' toAnyChar=';' "
+      "value='%rest%'/>"
+      "<stringDelete var='rest' fromIndex='0' maxCount='10000' toAnyChar=';'/><stringTrim "
+      "var='rest' chars=';'/>"
+      "<test left='%piece%' operator='==' right='' type='string'><onTrue><exit "
+      "code='0'/></onTrue></test>"
       "<goto target='again'/>";
   ScriptEngine engine;
   Prepare(&engine, Patch(script));
@@ -109,7 +118,8 @@ BENCHMARK(ConsumePieces)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchm
 // Builds a text piece by piece.
 void AppendPieces(benchmark::State& state) {
   const std::string script =
-      "<assign var='text' value=''/><assign var='i' value='0'/><addString id='again' var='text' value='piece %i%;'/>"
+      "<assign var='text' value=''/><assign var='i' value='0'/><addString id='again' var='text' "
+      "value='piece %i%;'/>"
       "<addInt var='i' value='1'/><test left='%i%' operator='&lt;' right='" +
       std::to_string(state.range(0)) +
       "' type='number'><onTrue><goto target='again'/></onTrue></test><exit code='0'/>";

@@ -36,8 +36,8 @@ void BareRsaLoop(benchmark::State& state) {
       RSA* rsa = PEM_read_bio_RSA_PUBKEY(bio, nullptr, nullptr, nullptr);
       BIO_free(bio);
       const int size = RSA_public_decrypt(static_cast<int>(kPatchBlockSize),
-                                          reinterpret_cast<const unsigned char*>(patch.data() + at), plain, rsa,
-                                          RSA_PKCS1_PADDING);
+                                          reinterpret_cast<const unsigned char*>(patch.data() + at),
+                                          plain, rsa, RSA_PKCS1_PADDING);
       RSA_free(rsa);
       if (size < 0) {
         state.SkipWithError("a block doesn't decrypt");
