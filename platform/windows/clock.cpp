@@ -18,6 +18,7 @@ FILETIME FileTimeOf(std::int64_t ticks) {
 std::int64_t NowTicks() {
   // Windows 7 has only the coarse clock.
   static const auto getTime = [] {
+    windows::LastErrorKeeper lastError;
     auto* precise = windows::FindFunction<decltype(::GetSystemTimeAsFileTime)>(
         "kernel32.dll", "GetSystemTimePreciseAsFileTime");
     return precise != nullptr ? precise : &::GetSystemTimeAsFileTime;

@@ -50,8 +50,10 @@ void WriteToConsole(HANDLE console, const cvn::String& text) {
 
 void WriteBytes(HANDLE stream, std::string_view bytes) {
   DWORD written = 0;
-  while (!bytes.empty() && ::WriteFile(stream, bytes.data(), static_cast<DWORD>(bytes.size()),
-                                       &written, nullptr) != 0) {
+  while (!bytes.empty() &&
+         ::WriteFile(stream, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) !=
+             0 &&
+         written != 0) {
     bytes.remove_prefix(written);
   }
 }
