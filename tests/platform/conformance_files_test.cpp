@@ -229,7 +229,7 @@ TEST_F(FilesConformance, CreatesFolders) {
       {u"d/e\\\\f\\", kPathNotFound, kSuccess},
       {u"file\\below", kPathNotFound, kAlreadyExists},
       {u"file\\below\\that", kPathNotFound, kAlreadyExists},
-      {u"g\\h|i\\j", kInvalidName, kInvalidName},
+      {u"folder\\h|i\\j", kInvalidName, kInvalidName},
   };
   for (const Case& test : kCases) {
     const cvn::String path = Path(test.name);

@@ -67,6 +67,8 @@ FolderTest::FolderTest()
     : folder_(cvn::Format(u"%s\\tessel-%08x%08x", environment::Get(u"TEMP").value_or(u"C:"),
                           SecureRandom32(), SecureRandom32())) {
   EXPECT_EQ(files::CreateDirectoryRecursive(folder_), kSuccess) << Utf8(folder_);
+  // TEMP is often given in short names.
+  folder_ = paths::LongName(folder_);
 }
 
 FolderTest::~FolderTest() { RemoveTree(folder_); }
