@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "support/format.h"
 #include "support/numbers.h"
+#include "trace/trace.h"
 
 namespace tessel {
 namespace {
@@ -50,6 +52,28 @@ bool FunctionBase::ReadNumber(cvn::StringView attribute, std::int32_t* value) co
     *value = cvn::ReadInt32(*found);
   }
   return found != nullptr;
+}
+
+void FunctionBase::ReadFlag(cvn::StringView attribute, bool* value) const {
+  const cvn::String* found = attributes.Find(attribute);
+  if (found != nullptr) {
+    *value = *found == u"true" || *found == u"1";
+  }
+}
+
+void FunctionRetError::ReportCode(std::uint32_t code) {
+  if (code != 0) {
+    error = cvn::Format(u"%d", static_cast<std::int32_t>(code));
+    hasError = true;
+  }
+}
+
+void FunctionRetError::TraceEnd(cvn::StringView word) const {
+  TraceLine(u"%s function end with %s. err:'%s'", word, hasError ? u"error" : u"success", error);
+}
+
+void FunctionRetBool::TraceEnd(cvn::StringView word) const {
+  TraceLine(u"%s function end with %s.", word, result ? u"True" : u"False");
 }
 
 }  // namespace tessel

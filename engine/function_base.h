@@ -67,6 +67,9 @@ class FunctionBase {
   bool ReadNonEmpty(cvn::StringView attribute, cvn::String* value) const;
   // The same for a decimal number: junk counts as 0, a number out of range saturates.
   bool ReadNumber(cvn::StringView attribute, std::int32_t* value) const;
+  // Reads an attribute that is true only for the exact text "true" or "1"; a missing one changes
+  // nothing.
+  void ReadFlag(cvn::StringView attribute, bool* value) const;
 };
 
 // A command that ends with success or with an error text, and has handlers for both.
@@ -81,6 +84,12 @@ class FunctionRetError : public FunctionBase {
   cvn::String error;
   // Set by a failure and cleared by nobody: an instance that has failed once goes on reporting it.
   bool hasError = false;
+
+ protected:
+  // Makes a system code the command's failure; 0 sets nothing.
+  void ReportCode(std::uint32_t code);
+  // Writes the line that ends an execution: "<word> function end with success. err:''" or the like.
+  void TraceEnd(cvn::StringView word) const;
 };
 
 // A command that answers a question.
@@ -91,6 +100,10 @@ class FunctionRetBool : public FunctionBase {
   std::unique_ptr<FunctionBase> onTrue;
   std::unique_ptr<FunctionBase> onFalse;
   bool result = false;
+
+ protected:
+  // Writes the line that ends an execution: "<word> function end with True." or "... False.".
+  void TraceEnd(cvn::StringView word) const;
 };
 
 // A command that ends the run.

@@ -31,18 +31,27 @@ inline constexpr Code kBadNetPath = 53;
 inline constexpr Code kFileExists = 80;
 inline constexpr Code kInvalidParameter = 87;
 inline constexpr Code kBrokenPipe = 109;
+inline constexpr Code kBufferOverflow = 111;
 inline constexpr Code kDiskFull = 112;
 inline constexpr Code kInvalidName = 123;
 inline constexpr Code kModNotFound = 126;
 inline constexpr Code kProcNotFound = 127;
 inline constexpr Code kDirNotEmpty = 145;
+inline constexpr Code kBadPathName = 161;
 inline constexpr Code kBusy = 170;
 inline constexpr Code kAlreadyExists = 183;
 inline constexpr Code kBadExeFormat = 193;
 inline constexpr Code kEnvVarNotFound = 203;
 inline constexpr Code kFilenameExceedsRange = 206;
 inline constexpr Code kFileTooLarge = 223;
+inline constexpr Code kMoreData = 234;
+inline constexpr Code kNoMoreItems = 259;
 inline constexpr Code kDirectory = 267;
+inline constexpr Code kBadDatabase = 1009;
+inline constexpr Code kKeyDeleted = 1018;
+inline constexpr Code kChildMustBeVolatile = 1021;
+inline constexpr Code kNotFound = 1168;
+inline constexpr Code kUnsupportedType = 1630;
 inline constexpr Code kCantResolveFilename = 1921;
 
 // The code that the calling thread's last failed operation left, as GetLastError. A successful

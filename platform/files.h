@@ -77,4 +77,49 @@ Code Replace(cvn::StringView from, cvn::StringView to);
 // Deletes a file, as DeleteFileW: 2 or 3 when it is not there, 5 for a folder or a read-only file.
 Code Delete(cvn::StringView path);
 
+// Removes an empty folder, as RemoveDirectoryW: 145 when it is not empty, 5 when it is read-only,
+// 267 for a file. A link to a folder goes itself; what it leads to stays.
+Code RemoveDirectory(cvn::StringView path);
+
+// Attributes, numbered as Windows numbers them.
+using Attributes = std::uint32_t;
+inline constexpr Attributes kReadOnly = 0x1;
+inline constexpr Attributes kHidden = 0x2;
+inline constexpr Attributes kSystem = 0x4;
+inline constexpr Attributes kDirectory = 0x10;
+inline constexpr Attributes kArchive = 0x20;
+inline constexpr Attributes kNormal = 0x80;  // none of the others
+inline constexpr Attributes kReparsePoint = 0x400;
+
+// The attributes of a file or folder, as GetFileAttributesW: of a link itself, not of what it leads
+// to.
+//
+// On Linux READONLY is a missing write permission of the owner, HIDDEN, SYSTEM and ARCHIVE stand in
+// system.ntfs_attrib_be or user.DOSATTRIB, and a symbolic link is a reparse point, with DIRECTORY
+// when it leads to a folder.
+Code GetAttributes(cvn::StringView path, Attributes* attributes);
+
+// As SetFileAttributesW: sets READONLY, HIDDEN, SYSTEM and ARCHIVE to what `attributes` says
+// (NORMAL or 0 clears them all), and ignores the bits that only a file system sets.
+Code SetAttributes(cvn::StringView path, Attributes attributes);
+
+// Copies a file with its attributes and its last-write time, as CopyFileW; links are followed. 80
+// when `failIfExists` and the target is there; 5 when the target is read-only, hidden or system, or
+// either is a folder; 32 when another has the target open. A copy that fails half-way leaves no
+// target behind.
+Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists);
+
+// Flags of Move, with the values of MoveFileExW.
+inline constexpr std::uint32_t kMoveReplaceExisting = 1;
+inline constexpr std::uint32_t kMoveCopyAllowed = 2;
+inline constexpr std::uint32_t kMoveDelayUntilReboot = 4;
+inline constexpr std::uint32_t kMoveWriteThrough = 8;
+
+// Moves a file or a folder, as MoveFileExW: 183 when the target is there and may not be replaced, 5
+// for a folder onto anything or anything onto a folder or read-only file, 17 onto another volume
+// without kMoveCopyAllowed, or a folder onto one at all. With kMoveDelayUntilReboot nothing moves
+// now: the two paths are appended to the session manager's PendingFileRenameOperations. An empty
+// `to` is only allowed with that flag, and means deletion.
+Code Move(cvn::StringView from, cvn::StringView to, std::uint32_t flags);
+
 }  // namespace platform::files

@@ -13,6 +13,16 @@ namespace platform::paths {
 // on false.
 bool Exists(cvn::StringView path);
 
+// True when the path names a folder, as PathIsDirectoryW.
+bool IsDirectory(cvn::StringView path);
+
+// True when both have the same drive or share at their beginning, as PathIsSameRootW; false when
+// either has none.
+bool IsSameRoot(cvn::StringView left, cvn::StringView right);
+
+// Cuts a separator at the end, as PathRemoveBackslashW: not that of a drive's root.
+void RemoveBackslash(cvn::String* path);
+
 // Cuts the last component and the separator before it, as PathRemoveFileSpecW: "C:\a\b" gives
 // "C:\a", "C:\a" gives "C:\", "a" gives "". True when something was removed.
 bool RemoveFileSpec(cvn::String* path);

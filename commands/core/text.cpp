@@ -176,7 +176,7 @@ void FunctionTest::Execute() {
       result = order < 0;
       break;
   }
-  TraceLine(u"test function end with %s.", result ? u"True" : u"False");
+  TraceEnd(u"test");
 }
 
 }  // namespace tessel

@@ -17,6 +17,9 @@ class Machine {
   // The machine of this process; found, or made, by the first call.
   static const Machine& Get();
 
+  // Finds, or makes, the folder that the host's environment names now.
+  Machine();
+
   // 0, or why there is no such folder.
   Code State() const { return state_; }
   // The folder as the host names it: absolute, without symbolic links, without a slash at the end
@@ -24,8 +27,6 @@ class Machine {
   const std::string& Root() const { return root_; }
 
  private:
-  Machine();
-
   Code state_ = kSuccess;
   std::string root_;
 };

@@ -202,19 +202,17 @@ DirectoryIndex& Index() {
   return index;
 }
 
-// Finds the last name of `path` in its folder, which exists as it is spelled, and respells it.
-Code FindName(std::string* path, std::size_t slash, struct stat* entry) {
-  const int error = Inspect(*path, entry);
-  if (error != ENOENT) {
-    return CodeOf(error);
-  }
+// Respells the last name of `path`, the one behind `slash`, as its folder has it.
+Code Respell(std::string* path, std::size_t slash, struct stat* entry) {
   const std::string folder = slash == 0 ? "/" : path->substr(0, slash);
   std::string spelled;
   const cvn::String name = ToWide(std::string_view(*path).substr(slash + 1));
   const Code code = Index().Find(folder, name, &spelled);
+  if (code == kAccessDenied) {
+    return kFileNotFound;  // a folder that can't be listed has exact names only
+  }
   if (code != kSuccess) {
-    return code == kAccessDenied ? kFileNotFound
-                                 : code;  // a folder that can't be listed has exact names only
+    return code;
   }
   path->replace(slash + 1, std::string::npos, spelled);
   return CodeOf(Inspect(*path, entry));
@@ -234,12 +232,13 @@ Code FindEntry(const Draft& draft, HostPath* host) {
     error = Inspect(draft.path.substr(0, known), &host->entry);
   }
   host->path.resize(known);
-  while (known < draft.path.size()) {
+  for (bool isMissing = true; known < draft.path.size(); isMissing = false) {
     const std::size_t end = std::min(draft.path.find('/', known + 1), draft.path.size());
     const std::size_t slash = host->path.size();
     host->path.append(draft.path, known, end - known);
     known = end;
-    const Code code = FindName(&host->path, slash, &host->entry);
+    error = isMissing ? ENOENT : Inspect(host->path, &host->entry);
+    const Code code = error == ENOENT ? Respell(&host->path, slash, &host->entry) : CodeOf(error);
     if (code != kSuccess) {
       return code == kFileNotFound && end < draft.path.size() ? kPathNotFound : code;
     }

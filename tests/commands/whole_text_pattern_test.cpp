@@ -1,4 +1,4 @@
-#include "commands/core/whole_text_pattern.h"
+#include "commands/shared/whole_text_pattern.h"
 
 #include <gtest/gtest.h>
 

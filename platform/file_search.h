@@ -1,0 +1,65 @@
+// Searches in folders by pattern.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/error.h"
+#include "platform/files.h"
+#include "support/string.h"
+
+namespace platform::files {
+
+// What a search found. Times and attributes that the folder's listing does not hold are asked for
+// only when they are read, so that a search which needs no more than names and kinds costs no more.
+class SearchEntry {
+ public:
+  const cvn::String& Name() const { return name_; }
+  // True for a folder, and for a link to one.
+  bool IsDirectory() const { return isDirectory_; }
+  // True for "." and "..".
+  bool IsSelfOrParent() const { return name_ == u"." || name_ == u".."; }
+  // The attribute word, as GetAttributes would give it. Never 0: a file without attributes has
+  // NORMAL.
+  Attributes GetAttributes() const;
+  // Last-write time in 100-nanosecond units since 1601-01-01 UTC, as in a FILETIME.
+  std::uint64_t LastWriteTime() const;
+
+ private:
+  friend class Search;
+  struct Details;  // the backend's
+  cvn::String name_;
+  bool isDirectory_ = false;
+  mutable std::shared_ptr<Details> details_;
+};
+
+// A search, as FindFirstFileW, FindNextFileW and FindClose. The last component of the path may hold
+// '*' and '?', with the rules of Windows: without regard to case, "*.*" matches every name, "*."
+// every name without a dot, and a
+// '?' at the end of the name or before a dot matches nothing too; "." and ".." are listed first
+// where the pattern matches them, and names come in the order of a file system of Windows: by their
+// upper-case forms.
+//
+// What is created or deleted in the folder while the search goes on may or may not be seen, and
+// never disturbs it.
+class Search {
+ public:
+  Search();
+  Search(Search&&) noexcept;
+  Search& operator=(Search&&) noexcept;
+  ~Search();
+
+  // Starts, and gives the first entry. 2 when nothing matches, 3 when the folder is missing, 267
+  // when it is none, 123 for a wildcard in a folder's name; a path that ends in a separator
+  // gives 2.
+  Code First(cvn::StringView path, SearchEntry* entry);
+  // 18 behind the last entry.
+  Code Next(SearchEntry* entry);
+  void Close();
+
+ private:
+  struct State;  // the backend's
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace platform::files
