@@ -32,8 +32,8 @@ bool RemoveFileSpec(cvn::String* path);
 // '\' gets a '/'.
 void AddBackslash(cvn::String* path);
 
-// The last component, as PathFindFileNameW: the whole path when it has no separator, or when
-// nothing follows the last one.
+// The last component with the separators that end the path, if any, as PathFindFileNameW; the whole
+// path when no component stands behind a separator.
 cvn::StringView FindFileName(cvn::StringView path);
 
 // The extension with its dot, as PathFindExtensionW: from the last dot of the last component (no
