@@ -1,9 +1,9 @@
 #include "platform/clock.h"
 
 #include <sched.h>
-#include <time.h>
 
 #include <cerrno>
+#include <ctime>
 #include <limits>
 
 namespace platform::clock {
@@ -27,8 +27,7 @@ std::int64_t NowTicks() {
 }
 
 LocalTime ToLocalTime(std::int64_t seconds) {
-  static const bool zoneRead = (tzset(), true);  // localtime_r need not do it
-  static_cast<void>(zoneRead);
+  [[maybe_unused]] static const bool kZoneRead = (tzset(), true);  // localtime_r need not do it
   const time_t moment = seconds;
   tm local{};
   if (localtime_r(&moment, &local) == nullptr) {

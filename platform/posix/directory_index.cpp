@@ -3,11 +3,11 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/inotify.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <memory>
 #include <vector>
 
@@ -17,7 +17,7 @@
 namespace platform::posix {
 namespace {
 
-constexpr std::size_t kMostDirectories = 128;
+constexpr std::size_t kMostDirectories = 64;
 constexpr std::uint32_t kWatched = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
 
 // Two changes within one tick of the file system's clock leave the same time. No tick is longer
@@ -124,15 +124,12 @@ void DirectoryIndex::Follow(int watch, std::uint32_t event, std::string_view nam
   }
 }
 
-bool DirectoryIndex::IsCurrent(Directory* directory, const Times& times) const {
-  if (directory->watch >= 0) {
-    if (directory->followed) {
-      directory->times = times;
-      directory->followed = false;
-    }
-    return directory->times == times;
+bool DirectoryIndex::IsCurrent(Directory* directory, const Times& times) {
+  if (directory->followed) {
+    directory->times = times;  // other times are what the reported changes left
+    directory->followed = false;
   }
-  return directory->settled && directory->times == times;
+  return directory->times == times && (directory->watch >= 0 || directory->settled);
 }
 
 Code DirectoryIndex::Read(const std::string& path, Identity* identity) {

@@ -58,7 +58,7 @@ class DirectoryIndex {
 
   void ReadEvents();
   void Follow(int watch, std::uint32_t event, std::string_view name);
-  bool IsCurrent(Directory* directory, const Times& times) const;
+  static bool IsCurrent(Directory* directory, const Times& times);
   Code Read(const std::string& path, Identity* identity);
   void Watch(int descriptor, const Identity& identity, Directory* directory);
   void Forget(std::map<Identity, Directory>::iterator directory);

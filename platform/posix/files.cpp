@@ -177,7 +177,7 @@ Code File::Seek(std::uint64_t position) {
   if (position > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) {
     return Fail(kNegativeSeek);
   }
-  const off_t offset = static_cast<off_t>(position);
+  const auto offset = static_cast<off_t>(position);
   return lseek(static_cast<int>(handle_), offset, SEEK_SET) < 0 ? Fail(CodeOf(errno)) : kSuccess;
 }
 

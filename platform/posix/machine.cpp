@@ -130,8 +130,8 @@ Machine::Machine() {
 }
 
 const Machine& Machine::Get() {
-  static const Machine machine;
-  return machine;
+  static const Machine kMachine;
+  return kMachine;
 }
 
 cvn::String UserName() {

@@ -1,9 +1,10 @@
 #include "platform/posix/names.h"
 
-#include <wctype.h>
-
 #include <algorithm>
 #include <clocale>
+#include <cwctype>
+#include <iterator>
+#include <type_traits>
 
 #include "support/utf.h"
 
@@ -186,11 +187,11 @@ char16_t FoldUnit(char16_t unit) {
   if (unit == kMicroSign || unit == kDotlessI || unit == kLongS || IsLead(unit) || IsTrail(unit)) {
     return unit;
   }
-  static const locale_t rules = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-  if (rules == nullptr) {
+  static const locale_t kRules = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  if (kRules == nullptr) {
     return unit;
   }
-  const wint_t upper = towupper_l(unit, rules);
+  const wint_t upper = towupper_l(unit, kRules);
   return upper <= 0xFFFF ? static_cast<char16_t>(upper) : unit;
 }
 

@@ -25,6 +25,7 @@ struct Draft {
 };
 
 bool IsLetter(char16_t c) { return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z'); }
+char16_t DriveOf(char16_t letter) { return static_cast<char16_t>(letter & ~0x20); }
 bool HasDrive(cvn::StringView path) {
   return path.size() >= 2 && IsLetter(path[0]) && path[1] == u':';
 }
@@ -45,7 +46,7 @@ bool IsDevice(cvn::StringView path) {
 }
 
 Code StartAtDrive(char16_t letter, Draft* draft) {
-  const char16_t drive = static_cast<char16_t>(letter & ~0x20);
+  const char16_t drive = DriveOf(letter);
   if (drive == kHostDrive) {
     *draft = Draft();
     return kSuccess;
@@ -93,9 +94,8 @@ Code TakeDrive(cvn::StringView* rest, Draft* draft) {
   const char16_t letter = rest->front();
   rest->remove_prefix(2);
   if (rest->empty() || !IsSeparator(rest->front())) {
-    const char16_t drive = static_cast<char16_t>(letter & ~0x20);
     const Code code = StartAtCurrentDirectory(draft);
-    if (code != kSuccess || drive == (draft->onMachine ? kMachineDrive : kHostDrive)) {
+    if (code != kSuccess || DriveOf(letter) == (draft->onMachine ? kMachineDrive : kHostDrive)) {
       return code;
     }
   }

@@ -1,9 +1,9 @@
 #include "platform/paths.h"
 
-#include <limits.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 
 #include "platform/posix/error_map.h"
 #include "platform/posix/names.h"

@@ -1,10 +1,10 @@
 #include "platform/streams.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <string>
 
 #include "support/utf.h"

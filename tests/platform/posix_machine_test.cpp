@@ -592,7 +592,7 @@ class HostEnvironment : public testing::Environment {
     setenv("TEMP", "/tmp", 1);
   }
 };
-[[maybe_unused]] const auto* const hostEnvironment =
+[[maybe_unused]] const auto* const kHostEnvironment =
     testing::AddGlobalTestEnvironment(new HostEnvironment);
 
 TEST(MachineEnvironmentTest, ComesFromTheMachineThenFromTheHost) {
