@@ -62,11 +62,11 @@ class ScriptEngine : public TiXmlDocument {
   bool IsVersionAccepted(const TiXmlElement& root) const;
   bool IsWithinDates(const TiXmlElement& root);
   bool AreLabelsDefined() const;
-  bool CompileList(FunctionBase* parentCommand, CommandList* list, const TiXmlElement& node);
-  CommandList CompileCommand(FunctionBase* parentCommand, const TiXmlElement& element);
-  bool CompileHandlers(FunctionKind kind, FunctionBase* command, const TiXmlElement& element);
-  bool CompileErrorHandlers(FunctionRetError* command, const TiXmlElement& element);
-  bool CompileHandler(FunctionBase* command, CommandList* handler, const TiXmlElement& element,
+  bool CompileList(FunctionBase* parentCommand, CommandList* list, TiXmlElement* node);
+  CommandList CompileCommand(FunctionBase* parentCommand, TiXmlElement* element);
+  bool CompileHandlers(FunctionBase* command, TiXmlElement* element);
+  bool CompileErrorHandlers(FunctionRetError* command, TiXmlElement* element);
+  bool CompileHandler(FunctionBase* command, CommandList* handler, TiXmlElement* element,
                       const char* handlerName);
   bool DefineLabel(FunctionBase* command);
   void NoteTarget(FunctionBase* command);

@@ -1,4 +1,5 @@
 // The loader: from the document of a script to its commands.
+#include "engine/loop_lowering.h"
 #include "engine/patch_expiry.h"
 #include "engine/script_engine.h"
 #include "engine/xml_text.h"
@@ -36,6 +37,22 @@ void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes) {
   }
 }
 
+// The element itself, or the first of those that take a loop's place; null for a loop that lacks
+// something.
+TiXmlElement* WithoutLoop(TiXmlElement* parent, TiXmlElement* element) {
+  const std::string name = element->ValueStr();
+  const LoopKind kind = LoopKindOf(name);
+  if (kind == LoopKind::None) {
+    return element;
+  }
+  TiXmlElement* first = LowerLoop(kind, parent, element);
+  if (first == nullptr) {
+    TraceLine(u"%s function is invalid",
+              kind == LoopKind::For ? cvn::String(u"For") : cvn::Utf8ToWide(name));
+  }
+  return first;
+}
+
 }  // namespace
 
 std::int32_t ScriptEngine::Load(const cvn::Map<cvn::String, cvn::String>& commandLine) {
@@ -51,12 +68,12 @@ std::int32_t ScriptEngine::Load(const cvn::Map<cvn::String, cvn::String>& comman
 }
 
 std::int32_t ScriptEngine::LoadScript(const cvn::Map<cvn::String, cvn::String>& commandLine) {
-  const TiXmlElement* root = RootElement();
+  TiXmlElement* root = RootElement();
   if (root == nullptr) {
     TraceLine(u"Root not found");
     return kLoadCorrupt;
   }
-  const TiXmlElement* script = root->FirstChildElement("script");
+  TiXmlElement* script = root->FirstChildElement("script");
   if (script == nullptr) {
     TraceLine(u"Script node not found");
     return kLoadCorrupt;
@@ -73,7 +90,7 @@ std::int32_t ScriptEngine::LoadScript(const cvn::Map<cvn::String, cvn::String>& 
     TraceLine(u"set trace file: %s\n", path);
     OpenTraceFile(path);
   }
-  if (!CompileList(nullptr, &head_, *script)) {
+  if (!CompileList(nullptr, &head_, script)) {
     return kLoadCorrupt;
   }
   if (!IsWithinDates(*root)) {
@@ -123,24 +140,27 @@ bool ScriptEngine::AreLabelsDefined() const {
   return true;
 }
 
-bool ScriptEngine::CompileList(FunctionBase* parentCommand, CommandList* list,
-                               const TiXmlElement& node) {
+bool ScriptEngine::CompileList(FunctionBase* parentCommand, CommandList* list, TiXmlElement* node) {
   CommandList* end = list;
-  const TiXmlElement* element = node.FirstChildElement();
-  for (; element != nullptr; element = element->NextSiblingElement()) {
-    *end = CompileCommand(parentCommand, *element);
+  TiXmlElement* element = node->FirstChildElement();
+  while (element != nullptr) {
+    element = WithoutLoop(node, element);
+    if (element != nullptr) {
+      *end = CompileCommand(parentCommand, element);
+    }
     if (*end == nullptr) {
       list->reset();
       return false;
     }
     end = &(*end)->next;
+    element = element->NextSiblingElement();
   }
   return true;
 }
 
 ScriptEngine::CommandList ScriptEngine::CompileCommand(FunctionBase* parentCommand,
-                                                       const TiXmlElement& element) {
-  cvn::String name = cvn::Utf8ToWide(element.ValueStr());
+                                                       TiXmlElement* element) {
+  cvn::String name = cvn::Utf8ToWide(element->ValueStr());
   const CommandRecord* record = FindCommand(name);
   if (record == nullptr) {
     TraceLine(u"Function '%s' not found", name);
@@ -155,12 +175,12 @@ ScriptEngine::CommandList ScriptEngine::CompileCommand(FunctionBase* parentComma
   command->objects = &ProcessObjects();
   command->kind = record->kind;
   command->name = std::move(name);
-  CopyAttributes(element, &command->attributes);
+  CopyAttributes(*element, &command->attributes);
   if (!command->Parse()) {
     TraceLine(u"Function '%s' has invalid parameters (attributes)", command->name);
     return nullptr;
   }
-  if (!CompileHandlers(record->kind, command.get(), element)) {
+  if (!CompileHandlers(command.get(), element)) {
     return nullptr;
   }
   command->parent = parentCommand;
@@ -171,18 +191,17 @@ ScriptEngine::CommandList ScriptEngine::CompileCommand(FunctionBase* parentComma
   return command;
 }
 
-bool ScriptEngine::CompileHandlers(FunctionKind kind, FunctionBase* command,
-                                   const TiXmlElement& element) {
-  if (element.FirstChildElement() == nullptr) {
+bool ScriptEngine::CompileHandlers(FunctionBase* command, TiXmlElement* element) {
+  if (element->FirstChildElement() == nullptr) {
     return true;
   }
-  if (kind == FunctionKind::ErrorResult) {
+  if (command->kind == FunctionKind::ErrorResult) {
     auto* errorCommand = static_cast<FunctionRetError*>(command);
     return CompileErrorHandlers(errorCommand, element) &&
            CompileHandler(command, &errorCommand->onError, element, "onerror") &&
            CompileHandler(command, &errorCommand->onSuccess, element, "onsuccess");
   }
-  if (kind == FunctionKind::BoolResult) {
+  if (command->kind == FunctionKind::BoolResult) {
     auto* boolCommand = static_cast<FunctionRetBool*>(command);
     return CompileHandler(command, &boolCommand->onTrue, element, "onTrue") &&
            CompileHandler(command, &boolCommand->onFalse, element, "onFalse");
@@ -190,8 +209,8 @@ bool ScriptEngine::CompileHandlers(FunctionKind kind, FunctionBase* command,
   return true;
 }
 
-bool ScriptEngine::CompileErrorHandlers(FunctionRetError* command, const TiXmlElement& element) {
-  const TiXmlElement* handler = element.FirstChildElement("onerrorspec");
+bool ScriptEngine::CompileErrorHandlers(FunctionRetError* command, TiXmlElement* element) {
+  TiXmlElement* handler = element->FirstChildElement("onerrorspec");
   for (; handler != nullptr; handler = handler->NextSiblingElement("onerrorspec")) {
     cvn::String failure = XmlAttributeText(*handler, "err");
     if (failure.Empty()) {
@@ -201,7 +220,7 @@ bool ScriptEngine::CompileErrorHandlers(FunctionRetError* command, const TiXmlEl
       return false;
     }
     CommandList list;
-    if (!CompileList(command, &list, *handler)) {
+    if (!CompileList(command, &list, handler)) {
       return false;
     }
     if (list != nullptr) {
@@ -216,9 +235,9 @@ bool ScriptEngine::CompileErrorHandlers(FunctionRetError* command, const TiXmlEl
 }
 
 bool ScriptEngine::CompileHandler(FunctionBase* command, CommandList* handler,
-                                  const TiXmlElement& element, const char* handlerName) {
-  const TiXmlElement* node = element.FirstChildElement(handlerName);
-  return node == nullptr || CompileList(command, handler, *node);
+                                  TiXmlElement* element, const char* handlerName) {
+  TiXmlElement* node = element->FirstChildElement(handlerName);
+  return node == nullptr || CompileList(command, handler, node);
 }
 
 bool ScriptEngine::DefineLabel(FunctionBase* command) {

@@ -1,0 +1,21 @@
+// The loops of the language, which are syntax only: each is rewritten into plain commands before it
+// is compiled.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <string>
+
+namespace tessel {
+
+enum class LoopKind { None, For, XmlForEach, JsonForEach };
+
+// Which loop an element of this name is.
+LoopKind LoopKindOf(const std::string& elementName);
+
+// Puts generated commands and copies of the body's elements in the place of `loop`, a child of
+// `parent`, and gives the first of them. Null, and no change, when the loop lacks an attribute that
+// it needs.
+TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* loop);
+
+}  // namespace tessel
