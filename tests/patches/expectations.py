@@ -1,0 +1,183 @@
+"""What a case expects of a run, as text.
+
+A case is a script, tests/patches/<family>/<name>.xml, with its expectations beside it in
+<name>.expect. Cases that no script can express stand in container_cases.py, with the same text.
+
+In the script these placeholders are filled in before it is packed:
+
+    @NOW@           the time in seconds since 1970; @NOW-100d@ and @NOW+2h@ are that many days or
+                    hours before or after it (also m and s)
+    @DIR@           the case's own new folder, as Z:\\...; @PATCH@ the patch in it
+
+The expectations are lines. A line that begins with '#' is a comment, and an empty line has no
+meaning. The others are 'key: value', or 'key:' followed by lines indented by two blanks:
+
+    args: ARGUMENTS         the command line, split as a shell does, without expansion;
+                            '/encfile @PATCH@' when there is no such line. @HOSTPATCH@ is the patch
+                            as the host names it.
+    env: NAME=VALUE         one more environment variable; may be repeated
+    homes: HOME - REASON    run the case in this home only: linux or windows
+    differs: REASON         the traces of the two homes are not compared with each other
+    exit: CODE              the exit code as a signed 32-bit number; required. Several codes, split
+                            by blanks, mean any of them.
+    trace PART:             the lines of that part of the trace, each one and in this order:
+                                all     the whole trace
+                                load    from behind 'Prepare' to 'Execute' or the end
+                                run     from behind 'Execute' to 'End execution'
+                                end     from behind 'End execution'
+                                some    the whole trace, but other lines may stand between these
+    trace in PATH:          as 'all', for another trace file
+    stdout: / stderr:       the stream's lines, each one; no lines when there is no such key
+    file PATH:              a text file's lines
+
+In all expected lines '*' stands for any characters, and '\\*' for itself. In the output the case's
+folder appears as @DIR@, the program as @PROGRAM@, the program's folder as @BIN@, and a pointer
+(%p) as @P@. Trace lines stand without their time stamps; a line that has none, because the one
+before it held a line feed, is written with a '~' in front. In stdout, stderr and files a '~' alone
+is an empty line.
+"""
+
+import dataclasses
+import re
+import shlex
+
+TRACE_PARTS = ('all', 'load', 'run', 'end', 'some')
+HOMES = ('linux', 'windows')
+
+
+@dataclasses.dataclass
+class Expectations:
+    arguments: list = dataclasses.field(default_factory=lambda: ['/encfile', '@PATCH@'])
+    environment: dict = dataclasses.field(default_factory=dict)
+    only_home: str = None
+    only_home_reason: str = None
+    differs: str = None
+    exit_codes: list = dataclasses.field(default_factory=list)
+    traces: list = dataclasses.field(default_factory=list)  # of (part, lines)
+    traces_elsewhere: list = dataclasses.field(default_factory=list)  # of (path, lines)
+    stdout: list = dataclasses.field(default_factory=list)
+    stderr: list = dataclasses.field(default_factory=list)
+    files: list = dataclasses.field(default_factory=list)  # of (path, lines)
+
+
+@dataclasses.dataclass
+class Case:
+    """One case. Its patch is what `script` packs to, and what `prepare`, given the patch's path,
+    makes of it or in its place."""
+    name: str  # family/name
+    expectations: Expectations
+    script: bytes = None
+    prepare: object = None
+    is_strangers: bool = False  # packed with a key that is not the program's
+
+    patch_name = 'patch.tlx'
+
+
+def _add(expectations, key, value, lines):
+    """Takes one entry; returns what is wrong with it, or None."""
+    word, _, rest = key.partition(' ')
+    if key in ('stdout', 'stderr') or word == 'file':
+        lines = ['' if line == '~' else line for line in lines]
+    if key == 'args':
+        expectations.arguments = shlex.split(value)
+    elif key == 'env':
+        name, equals, text = value.partition('=')
+        if not equals:
+            return 'env needs NAME=VALUE'
+        expectations.environment[name] = text
+    elif key == 'homes':
+        home, dash, reason = value.partition(' - ')
+        if home not in HOMES or not reason:
+            return 'homes needs a home and a reason'
+        expectations.only_home, expectations.only_home_reason = home, reason
+    elif key == 'differs':
+        expectations.differs = value
+    elif key == 'exit':
+        expectations.exit_codes = [int(code) for code in value.split()]
+    elif key in ('stdout', 'stderr'):
+        setattr(expectations, key, lines)
+    elif word == 'trace' and rest in TRACE_PARTS:
+        expectations.traces.append((rest, lines))
+    elif word == 'trace' and rest.startswith('in '):
+        expectations.traces_elsewhere.append((rest[3:], lines))
+    elif word == 'file':
+        expectations.files.append((rest, lines))
+    else:
+        return f'there is no key {key!r}'
+    return None
+
+
+def parse(text, source):
+    """The Expectations in `text`; raises ValueError with `source` and the line when it has faults."""
+    expectations = Expectations()
+    lines = text.split('\n')
+    at = 0
+    while at < len(lines):
+        line, number = lines[at], at + 1
+        at += 1
+        if not line.strip() or line.startswith('#'):
+            continue
+        match = re.fullmatch(r'([a-z]+(?: .+?)?):(?: (.*))?', line)
+        if not match:
+            raise ValueError(f'{source}:{number}: not an entry: {line!r}')
+        body = []
+        while at < len(lines) and (lines[at].startswith('  ') or not lines[at].strip()):
+            if lines[at].strip():
+                body.append(lines[at][2:])
+            at += 1
+        fault = _add(expectations, match[1], match[2] or '', body)
+        if fault:
+            raise ValueError(f'{source}:{number}: {fault}')
+    if not expectations.exit_codes:
+        raise ValueError(f'{source}: the exit code is missing')
+    return expectations
+
+
+def _regex(pattern):
+    parts = re.split(r'(\\\*|\*)', pattern)
+    return re.compile(
+        ''.join('.*' if part == '*' else re.escape('*' if part == r'\*' else part) for part in parts),
+        re.DOTALL)
+
+
+def _numbered(title, lines):
+    return [f'  {title}:'] + [f'    {line}' for line in lines]
+
+
+def differ(expected, actual, what):
+    """What is wrong with `actual`, as text, when it must have exactly the expected lines."""
+    for at, pattern in enumerate(expected):
+        if at == len(actual):
+            fault = f'line {at + 1} is missing: {pattern!r}'
+            break
+        if not _regex(pattern).fullmatch(actual[at]):
+            fault = f'line {at + 1} is {actual[at]!r}, not {pattern!r}'
+            break
+    else:
+        if len(actual) == len(expected):
+            return None
+        fault = f'line {len(expected) + 1} is one too many: {actual[len(expected)]!r}'
+    return '\n'.join([f'{what}: {fault}'] + _numbered('it has', actual))
+
+
+def lack(expected, actual, what):
+    """What is wrong with `actual`, as text, when it must have the expected lines in their order."""
+    rest = iter(actual)
+    for pattern in expected:
+        regex = _regex(pattern)
+        if not any(regex.fullmatch(line) for line in rest):
+            return '\n'.join([f'{what}: there is no {pattern!r} in its place'] +
+                             _numbered('it has', actual))
+    return None
+
+
+def part_of_trace(lines, part):
+    """The lines of one part of a trace; None when the run did not get there."""
+    if part in ('all', 'some'):
+        return lines
+    start, stop = {'load': ('Prepare', 'Execute'), 'run': ('Execute', 'End execution'),
+                   'end': ('End execution', None)}[part]
+    if start not in lines:
+        return None
+    lines = lines[lines.index(start) + 1:]
+    return lines[:lines.index(stop)] if stop in lines else lines

@@ -1,0 +1,367 @@
+#!/usr/bin/env python3
+"""Runs the patch cases over one or both homes and compares what they do with what they should.
+
+    run.py --linux TESSEL --windows TESSEL_EXE --tlx TLX --key PEM --json OUT
+           [--wine wine] [--filter GLOB] [-v]
+
+A case is described in expectations.py. Each run has a folder of its own. On Linux it has a machine
+of its own too; under Wine the machine is the prefix that WINEPREFIX names, so that one run at a
+time uses it. What a case does in both homes must be the same to the last line of the trace.
+
+--json gets {"passed": n, "failed": n, "skipped": n, "failures": [...]}, counted per case and home.
+The exit code is 1 when something failed.
+"""
+
+import argparse
+import dataclasses
+import fnmatch
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+import container_cases
+import expectations
+import load_cases
+
+HERE = pathlib.Path(__file__).resolve().parent
+TIME_LIMIT = 120  # seconds, for a run that does not end
+STAMP = re.compile(r'\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ')
+TRACE_NAME = re.compile(r'ts-\d+-\d+\.txt')
+UNITS = {'d': 86400, 'h': 3600, 'm': 60, 's': 1}
+
+
+class Mismatch(Exception):
+    """What a run did wrong."""
+
+
+@dataclasses.dataclass
+class Observation:
+    exit_code: int
+    trace: list
+    stdout: list
+    stderr: list
+
+
+def host_to_drive(path):
+    return 'Z:' + str(path).replace('/', '\\')
+
+
+def decode_lines(data, what, line_end):
+    try:
+        text = data.decode('utf-8')
+    except UnicodeDecodeError as fault:
+        raise Mismatch(f'{what} is not UTF-8: {fault}') from None
+    lines = text.split(line_end)
+    if lines[-1] != '':
+        raise Mismatch(f'{what} does not end with a line end: {lines[-1]!r}')
+    if line_end == '\r\n' and any('\n' in line or '\r' in line for line in lines):
+        raise Mismatch(f'{what} has a line end that is not CR LF')
+    return lines[:-1]
+
+
+def read_trace(path):
+    """The trace's lines without their stamps, or with '~' in front of those that have none."""
+    data = path.read_bytes()
+    if not data.startswith(b'\xef\xbb\xbf'):
+        raise Mismatch(f'{path.name} does not begin with the mark of UTF-8')
+    lines = []
+    for line in decode_lines(data[3:], path.name, '\r\n'):
+        stamp = STAMP.match(line)
+        lines.append(line[stamp.end():] if stamp else '~' + line)
+    if lines and lines[0].startswith('~'):
+        raise Mismatch(f'{path.name} has a first line without a time stamp: {lines[0]!r}')
+    return lines
+
+
+class Home:
+    """One program and the way to run it."""
+
+    def __init__(self, name, program):
+        self.name = name
+        self.program = pathlib.Path(program).resolve()
+        if not self.program.is_file():
+            sys.exit(f'run.py: there is no program {program}')
+
+    def normalise(self, line, folder):
+        for host, token in ((folder, '@DIR@'), (self.program, '@PROGRAM@'),
+                            (self.program.parent, '@BIN@')):
+            line = line.replace(host_to_drive(host), token).replace(str(host), token)
+        return re.sub(r'0x[0-9A-F]{16}', '@P@', line)
+
+    def observe(self, case, folder):
+        environment = dict(os.environ)
+        for name, value in case.expectations.environment.items():
+            environment[name] = fill_in(value, folder, case)
+        arguments = [fill_in(a, folder, case) for a in case.expectations.arguments]
+        exit_code, stdout, stderr, trace = self.start(arguments, environment, folder)
+        return Observation(exit_code, *([self.normalise(line, folder) for line in lines]
+                                        for lines in (trace, stdout, stderr)))
+
+    def spawn(self, command, environment, folder):
+        try:
+            return subprocess.run(command, env=environment, cwd=folder, capture_output=True,
+                                  stdin=subprocess.DEVNULL, timeout=TIME_LIMIT, check=False)
+        except subprocess.TimeoutExpired:
+            raise Mismatch(f'it did not end within {TIME_LIMIT} seconds') from None
+
+    @staticmethod
+    def only_trace(folder):
+        names = sorted(path.name for path in folder.iterdir()) if folder.is_dir() else []
+        if len(names) != 1 or not TRACE_NAME.fullmatch(names[0]):
+            raise Mismatch(f'the trace folder should hold one trace file; it holds {names}')
+        return read_trace(folder / names[0])
+
+
+class LinuxHome(Home):
+    def __init__(self, program):
+        super().__init__('linux', program)
+
+    def start(self, arguments, environment, folder):
+        machine = folder / 'machine'
+        machine.mkdir()
+        environment['TESSEL_MACHINE'] = str(machine)
+        run = self.spawn([str(self.program), *arguments], environment, folder)
+        if run.returncode < 0:
+            raise Mismatch(f'signal {-run.returncode} ended it\n{run.stderr.decode(errors="replace")}')
+        return (run.returncode, decode_lines(run.stdout, 'standard output', '\n'),
+                decode_lines(run.stderr, 'standard error', '\n'),
+                self.only_trace(machine / 'ProgramData' / 'Tessera'))
+
+    @staticmethod
+    def expected_code(code):
+        return code & 0xFF
+
+
+class WindowsHome(Home):
+    def __init__(self, program, wine):
+        super().__init__('windows', program)
+        self.wine = wine
+        if not os.environ.get('WINEPREFIX'):
+            sys.exit('run.py: WINEPREFIX must name the prefix to run in')
+        self.trace_folder = pathlib.Path(
+            os.environ['WINEPREFIX'], 'drive_c', 'ProgramData', 'Tessera')
+
+    def start(self, arguments, environment, folder):
+        shutil.rmtree(self.trace_folder, ignore_errors=True)
+        line = subprocess.list2cmdline([host_to_drive(self.program), *arguments])
+        if '%' in line:
+            raise Mismatch("cmd would expand the '%' in the command line")
+        # Wine's own exit code has 8 bits; cmd knows all of them.
+        code_file = folder / 'exit-code.txt'
+        environment.setdefault('WINEDEBUG', '-all')
+        environment['RUN_LINE'] = line
+        run = self.spawn([self.wine, 'cmd', '/v:on', '/c',
+                          f'!RUN_LINE! & echo !errorlevel!>{host_to_drive(code_file)}'],
+                         environment, folder)
+        try:
+            exit_code = int(code_file.read_text(encoding='ascii'))
+        except (OSError, ValueError):
+            raise Mismatch(f'Wine told no exit code\n{run.stderr.decode(errors="replace")}') from None
+        return (exit_code, decode_lines(run.stdout, 'standard output', '\r\n'),
+                decode_lines(run.stderr, 'standard error', '\r\n'),
+                self.only_trace(self.trace_folder))
+
+    @staticmethod
+    def expected_code(code):
+        return code
+
+
+def fill_in(text, folder, case):
+    now = int(time.time())
+
+    def moment(match):
+        offset = match[1] or '+0s'
+        return str(now + int(offset[:-1]) * UNITS[offset[-1]])
+
+    text = re.sub(r'@NOW([+-]\d+[dhms])?@', moment, text)
+    patch = folder / case.patch_name
+    return (text.replace('@PATCH@', host_to_drive(patch)).replace('@HOSTPATCH@', str(patch))
+            .replace('@DIR@', host_to_drive(folder)))
+
+
+def make_patch(case, folder, tools):
+    """Puts the case's patch into its folder."""
+    patch = folder / case.patch_name
+    if case.script is not None:
+        script = folder / 'script.xml'
+        script.write_bytes(fill_in(case.script.decode('utf-8', 'surrogateescape'), folder, case)
+                           .encode('utf-8', 'surrogateescape'))
+        packed = subprocess.run([tools.tlx, 'pack', '--force', '--key', tools.strangers_key if case.is_strangers else tools.key,
+                                 '--in', script, '--out', patch],
+                                capture_output=True, text=True, check=False)
+        script.unlink()
+        if packed.returncode != 0:
+            raise Mismatch(f'tlx failed: {packed.stderr}')
+    if case.prepare is not None:
+        case.prepare(patch)
+
+
+def check_file(path, expected, folder, case):
+    host = pathlib.Path(fill_in(path, folder, case)[2:].replace('\\', '/'))
+    if not host.is_file():
+        return f'{path} is not there'
+    lines = host.read_text(encoding='utf-8-sig').splitlines()
+    return expectations.differ(expected, lines, path)
+
+
+def check(case, home, seen, folder):
+    """What is wrong with a run: a list of texts."""
+    wanted = case.expectations
+    faults = []
+    if seen.exit_code not in map(home.expected_code, wanted.exit_codes):
+        faults.append(f'the exit code is {seen.exit_code}, not {wanted.exit_codes}')
+    for part, lines in wanted.traces:
+        actual = expectations.part_of_trace(seen.trace, part)
+        if actual is None:
+            faults.append('\n'.join([f'trace {part}: the run did not get there'] + seen.trace))
+        else:
+            compare = expectations.lack if part == 'some' else expectations.differ
+            faults.append(compare(lines, actual, f'trace {part}'))
+    for path, lines in wanted.traces_elsewhere:
+        host = pathlib.Path(fill_in(path, folder, case)[2:].replace('\\', '/'))
+        if host.is_file():
+            actual = [home.normalise(line, folder) for line in read_trace(host)]
+            faults.append(expectations.differ(lines, actual, path))
+        else:
+            faults.append(f'{path} is not there')
+    faults.append(expectations.differ(wanted.stdout, seen.stdout, 'standard output'))
+    faults.append(expectations.differ(wanted.stderr, seen.stderr, 'standard error'))
+    for path, lines in wanted.files:
+        faults.append(check_file(path, lines, folder, case))
+    return [fault for fault in faults if fault]
+
+
+class Session:
+    """All runs, and what came of them."""
+
+    def __init__(self, tools, homes, is_verbose):
+        self.tools = tools
+        self.homes = homes
+        self.is_verbose = is_verbose
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix='tessel-patches.')).resolve()
+        tools.strangers_key = self.root / 'stranger.pem'
+        subprocess.run([tools.tlx, 'keygen', '--private', tools.strangers_key,
+                        '--public', self.root / 'stranger.pub.pem'], check=True)
+        self.lock = threading.Lock()
+        self.observations = {}  # (case name, home name) to Observation
+        self.outcomes = {}  # (case name, home name) to '' or the fault
+        self.skipped = {}  # (case name, home name) to the reason
+
+    def run_one(self, case, home):
+        key = (case.name, home.name)
+        wanted = case.expectations
+        if wanted.only_home not in (None, home.name):
+            with self.lock:
+                self.skipped[key] = wanted.only_home_reason
+            return
+        folder = self.root / home.name / case.name.replace('/', '.')
+        folder.mkdir(parents=True)
+        seen = None
+        try:
+            make_patch(case, folder, self.tools)
+            seen = home.observe(case, folder)
+            fault = '\n'.join(check(case, home, seen, folder))
+        except Mismatch as mismatch:
+            fault = str(mismatch)
+        shutil.rmtree(folder, ignore_errors=True)
+        with self.lock:
+            self.outcomes[key] = fault
+            if seen is not None:
+                self.observations[key] = seen
+            if self.is_verbose and not fault:
+                print(f'ok      {home.name:8} {case.name}', flush=True)
+
+    def run_all(self, cases):
+        queues = {home.name: list(reversed(cases)) for home in self.homes}
+
+        def work(homes):
+            for home in homes:
+                while True:
+                    with self.lock:
+                        if not queues[home.name]:
+                            break
+                        case = queues[home.name].pop()
+                    self.run_one(case, home)
+
+        # One worker has Wine to itself, for its runs share a prefix; both share the rest.
+        linux = [home for home in self.homes if home.name == 'linux']
+        workers = [threading.Thread(target=work, args=(homes,))
+                   for homes in (list(reversed(self.homes)), linux)]
+        for worker in workers:
+            worker.start()
+        for worker in workers:
+            worker.join()
+        self.compare_homes(cases)
+        shutil.rmtree(self.root, ignore_errors=True)
+
+    def compare_homes(self, cases):
+        for case in cases:
+            pair = [self.observations.get((case.name, home)) for home in expectations.HOMES]
+            key = (case.name, 'windows')
+            if case.expectations.differs or None in pair or self.outcomes[key]:
+                continue
+            expected = [line.replace('*', r'\*') for line in pair[0].trace]
+            fault = expectations.differ(expected, pair[1].trace, "the trace is not that of linux")
+            self.outcomes[key] = fault or ''
+
+    def report(self, json_path):
+        failures = [{'case': name, 'home': home, 'fault': fault}
+                    for (name, home), fault in sorted(self.outcomes.items()) if fault]
+        for failure in failures:
+            print(f'FAILED  {failure["home"]:8} {failure["case"]}\n{failure["fault"]}\n')
+        for (name, home), reason in sorted(self.skipped.items()):
+            if self.is_verbose:
+                print(f'skipped {home:8} {name}: {reason}')
+        summary = {'passed': len(self.outcomes) - len(failures), 'failed': len(failures),
+                   'skipped': len(self.skipped), 'failures': failures}
+        if json_path:
+            pathlib.Path(json_path).write_text(json.dumps(summary, indent=1) + '\n', encoding='utf-8')
+        print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
+        return 1 if failures else 0
+
+
+def script_cases():
+    for script in sorted(HERE.glob('*/*.xml')):
+        expect = script.with_suffix('.expect')
+        name = f'{script.parent.name}/{script.stem}'
+        yield expectations.Case(
+            name, expectations.parse(expect.read_text(encoding='utf-8'), expect),
+            script=script.read_bytes())
+
+
+def main():
+    parser = argparse.ArgumentParser(description='Runs the patch cases.')
+    parser.add_argument('--linux', metavar='TESSEL')
+    parser.add_argument('--windows', metavar='TESSEL_EXE')
+    parser.add_argument('--tlx', required=True)
+    parser.add_argument('--key', required=True, metavar='PEM')
+    parser.add_argument('--json', metavar='OUT')
+    parser.add_argument('--wine', default='wine')
+    parser.add_argument('--filter', default='*', metavar='GLOB', help='which cases: family/name')
+    parser.add_argument('-v', action='store_true', help='tell of each case')
+    options = parser.parse_args()
+    homes = []
+    if options.linux:
+        homes.append(LinuxHome(options.linux))
+    if options.windows:
+        homes.append(WindowsHome(options.windows, options.wine))
+    if not homes:
+        parser.error('neither --linux nor --windows is given')
+    cases = [case for case in [*script_cases(), *container_cases.all_cases(), *load_cases.all_cases()]
+             if fnmatch.fnmatchcase(case.name, options.filter)]
+    if not cases:
+        parser.error(f'no case is named {options.filter}')
+    session = Session(options, homes, options.v)
+    session.run_all(cases)
+    return session.report(options.json)
+
+
+if __name__ == '__main__':
+    sys.exit(main())
