@@ -1,0 +1,17 @@
+#include "platform/machine.h"
+
+namespace platform::machine {
+namespace {
+
+Code Refuse() {
+  SetLastError(kNotSupported);
+  return kNotSupported;
+}
+
+}  // namespace
+
+Code Create(cvn::StringView /*folder*/, const Description& /*description*/) { return Refuse(); }
+
+Code Use(cvn::StringView /*folder*/) { return Refuse(); }
+
+}  // namespace platform::machine
