@@ -1,8 +1,7 @@
 // Reading the patch file.
 #pragma once
 
-#include <cstddef>
-#include <vector>
+#include <string>
 
 #include "platform/error.h"
 #include "support/string.h"
@@ -14,6 +13,6 @@ inline constexpr platform::Code kInvalidScriptFile = 1006;
 
 // Reads the whole file at `path`, which others can't write meanwhile. Success, the platform's code
 // for the failure, or kInvalidScriptFile.
-platform::Code ReadPatchFile(cvn::StringView path, std::vector<std::byte>* bytes);
+platform::Code ReadPatchFile(cvn::StringView path, std::string* bytes);
 
 }  // namespace tessel

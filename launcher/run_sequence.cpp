@@ -1,6 +1,7 @@
 #include "launcher/run_sequence.h"
 
-#include <cstdlib>
+#include <span>
+#include <string>
 
 #include "engine/script_engine.h"
 #include "launcher/command_line.h"
@@ -92,7 +93,7 @@ class PatchRun {
 
  private:
   std::int32_t ReadOptions(const cvn::List<cvn::String>& arguments);
-  std::int32_t ReadPatch(std::vector<std::byte>* bytes) const;
+  std::int32_t ReadPatch(std::string* bytes) const;
   std::int32_t ReadScript();
   std::int32_t RunScript() const;
 
@@ -138,7 +139,7 @@ std::int32_t PatchRun::ReadOptions(const cvn::List<cvn::String>& arguments) {
   return 0;
 }
 
-std::int32_t PatchRun::ReadPatch(std::vector<std::byte>* bytes) const {
+std::int32_t PatchRun::ReadPatch(std::string* bytes) const {
   if (!platform::paths::Exists(Path())) {
     platform::streams::WriteLine(Output::Error, u"Patch not found.");
     TraceLine(u"Input file not existing... exit");
@@ -157,12 +158,12 @@ std::int32_t PatchRun::ReadPatch(std::vector<std::byte>* bytes) const {
 std::int32_t PatchRun::ReadScript() {
   std::string plainText;
   {
-    std::vector<std::byte> bytes;
+    std::string bytes;
     const std::int32_t code = ReadPatch(&bytes);
     if (code != 0) {
       return code;
     }
-    if (DecryptPatch(bytes, &plainText) != kPatchDecrypted) {
+    if (DecryptPatch(std::as_bytes(std::span(bytes)), &plainText) != kPatchDecrypted) {
       TraceLine(u"Error decrypting patch content");
       platform::streams::WriteLine(Output::Error, u"Failed to decrypt the patch.");
       return kPatchDecryptionFailed;

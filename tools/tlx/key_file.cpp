@@ -1,5 +1,6 @@
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include "tools/tlx/key_file.h"
+#include "platform/whole_file.h"
 
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
@@ -8,7 +9,6 @@
 #include <openssl/rsa.h>
 
 #include "support/format.h"
-#include "tools/tlx/file_io.h"
 #include "tools/tlx/messages.h"
 
 namespace tlx {
@@ -58,7 +58,7 @@ bool TakeText(BIO* bio, std::string* text) {
 
 RsaKey ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
   SecretBytes pem;
-  const platform::Code code = ReadWholeFile(path, &pem.bytes);
+  const platform::Code code = platform::ReadWholeFile(path, &pem.bytes);
   if (code != platform::kSuccess) {
     *problem = cvn::Format(u"cannot be read: %s", DescribeCode(code));
     return nullptr;

@@ -1,7 +1,7 @@
 #include "platform/paths.h"
+#include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
-#include "tools/tlx/file_io.h"
 #include "tools/tlx/key_file.h"
 #include "tools/tlx/messages.h"
 
@@ -15,12 +15,12 @@ constexpr OptionSpec kOptions[] = {
 };
 
 int Keygen(const Options& options) {
-  OutputFile privateFile(options.Value(u"--private"));
-  OutputFile publicFile(options.Value(u"--public"));
+  platform::OutputFile privateFile(options.Value(u"--private"));
+  platform::OutputFile publicFile(options.Value(u"--public"));
   if (privateFile.Path() == publicFile.Path()) {
     return FailOnFile(publicFile.Path(), u"the two keys can't share a file");
   }
-  for (const OutputFile* file : {&privateFile, &publicFile}) {
+  for (const platform::OutputFile* file : {&privateFile, &publicFile}) {
     if (!options.Has(u"--force") && platform::paths::Exists(file->Path())) {
       return FailOnFile(file->Path(), u"is there already; --force replaces it");
     }
@@ -31,15 +31,16 @@ int Keygen(const Options& options) {
     return FailOnFile(privateFile.Path(), u"the system gave no key");
   }
   // Neither name changes before both texts are safely on the disk.
-  platform::Code code = privateFile.Write(privatePem.bytes, OutputFile::Readers::OwnerOnly);
+  platform::Code code =
+      privateFile.Write(privatePem.bytes, platform::OutputFile::Readers::OwnerOnly);
   if (code != platform::kSuccess) {
     return FailToWrite(privateFile.Path(), code);
   }
-  code = publicFile.Write(publicPem, OutputFile::Readers::Anybody);
+  code = publicFile.Write(publicPem, platform::OutputFile::Readers::Anybody);
   if (code != platform::kSuccess) {
     return FailToWrite(publicFile.Path(), code);
   }
-  for (OutputFile* file : {&privateFile, &publicFile}) {
+  for (platform::OutputFile* file : {&privateFile, &publicFile}) {
     code = file->Commit();
     if (code != platform::kSuccess) {
       return FailToWrite(file->Path(), code);

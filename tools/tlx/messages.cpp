@@ -2,7 +2,6 @@
 
 #include "platform/streams.h"
 #include "support/format.h"
-#include "tools/tlx/file_io.h"
 
 namespace tlx {
 
@@ -36,7 +35,7 @@ cvn::String DescribeCode(platform::Code code) {
       return u"the disk is full";
     case platform::kInvalidName:
       return u"the name is not a valid one";
-    case kFileTooLarge:
+    case platform::kFileTooLarge:
       return u"it is larger than 2 GiB";
     default:
       return cvn::Format(u"system error %u", code);

@@ -1,3 +1,4 @@
+#include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
@@ -19,7 +20,7 @@ constexpr OptionSpec kOptions[] = {
 int Pack(const Options& options) {
   const cvn::StringView scriptPath = options.Value(u"--in");
   std::string script;
-  const platform::Code code = ReadWholeFile(scriptPath, &script);
+  const platform::Code code = platform::ReadWholeFile(scriptPath, &script);
   if (code != platform::kSuccess) {
     return FailToRead(scriptPath, code);
   }

@@ -4,17 +4,17 @@
 
 #include <string_view>
 
+#include "platform/whole_file.h"
 #include "support/format.h"
 #include "support/numbers.h"
 #include "support/utf.h"
 #include "support/xml_nesting.h"
-#include "tools/tlx/file_io.h"
 #include "tools/tlx/patch_container.h"
 
 namespace tlx {
 namespace {
 
-constexpr std::size_t kLongestScript = kLargestFile / kBlockSize * kPieceSize;
+constexpr std::size_t kLongestScript = platform::kLargestWholeFile / kBlockSize * kPieceSize;
 
 bool StartsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }
 

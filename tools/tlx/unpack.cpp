@@ -1,3 +1,4 @@
+#include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
@@ -17,7 +18,7 @@ constexpr OptionSpec kOptions[] = {
 int Unpack(const Options& options) {
   const cvn::StringView patchPath = options.Value(u"--in");
   std::string patch;
-  const platform::Code code = ReadWholeFile(patchPath, &patch);
+  const platform::Code code = platform::ReadWholeFile(patchPath, &patch);
   if (code != platform::kSuccess) {
     return FailToRead(patchPath, code);
   }

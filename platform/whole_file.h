@@ -1,0 +1,41 @@
+// Whole files, read and written at once.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "platform/files.h"
+
+namespace platform {
+
+// The largest file that is read whole: lengths of files are counted in 31 bits.
+inline constexpr std::size_t kLargestWholeFile = 0x7FFFFFFF;
+
+// Reads the file at `path`, which others can't write meanwhile. 223 when it is larger than
+// kLargestWholeFile, else the codes of files::Open and Read.
+Code ReadWholeFile(cvn::StringView path, std::string* bytes);
+
+// A file that appears under its name complete or not at all: it is written beside that name and
+// moved over it by Commit. Without a Commit the name keeps what it had, and nothing stays behind.
+class OutputFile {
+ public:
+  enum class Readers { Anybody, OwnerOnly };
+
+  explicit OutputFile(cvn::StringView path);
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+  ~OutputFile();
+
+  cvn::StringView Path() const { return path_; }
+  // Called once.
+  Code Write(std::string_view bytes, Readers readers);
+  Code Commit();
+
+ private:
+  cvn::String path_;
+  cvn::String temporaryPath_;
+  bool hasTemporary_ = false;
+};
+
+}  // namespace platform
