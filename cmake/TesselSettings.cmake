@@ -6,8 +6,8 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 
 option(TESSEL_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 
-# Objects are cached for any checkout: paths below the source folder are made relative, for the cache
-# and in what the compiler leaves in the objects.
+# Objects are cached for any checkout, so nothing in them tells where the source folder is. Debuggers
+# find the sources when they are started there.
 find_program(TESSEL_CCACHE ccache)
 mark_as_advanced(TESSEL_CCACHE)
 if(TESSEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
@@ -15,10 +15,11 @@ if(TESSEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
       "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1
       "${TESSEL_CCACHE}")
 endif()
+add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+# The cache hands the compiler paths relative to the build folder; __FILE__ is shown to people.
 file(RELATIVE_PATH way_back "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}/x")
 string(REGEX REPLACE "x$" "" way_back "${way_back}")
-add_compile_options(
-  "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${way_back}=")
+add_compile_options("-fmacro-prefix-map=${way_back}=")
 
 if(TESSEL_SANITIZE)
   set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
