@@ -122,14 +122,21 @@ bool WholeTextPattern::Compile(cvn::StringView pattern) {
   return true;
 }
 
-std::optional<cvn::StringView> WholeTextPattern::MatchGroup(cvn::StringView text,
-                                                            std::uint32_t index) {
+WholeTextPattern::Outcome WholeTextPattern::Match(cvn::StringView text) {
   if (compiled_ == nullptr) {
-    return std::nullopt;
+    return Outcome::NoMatch;
   }
   const int matched = pcre2_match(compiled_->code.get(), Units(text), text.size(), 0, 0,
                                   compiled_->data.get(), compiled_->context.get());
-  if (matched < 0 || index >= compiled_->groups) {
+  if (matched == PCRE2_ERROR_NOMATCH) {
+    return Outcome::NoMatch;
+  }
+  return matched < 0 ? Outcome::GivenUp : Outcome::Match;
+}
+
+std::optional<cvn::StringView> WholeTextPattern::MatchGroup(cvn::StringView text,
+                                                            std::uint32_t index) {
+  if (Match(text) != Outcome::Match || index >= compiled_->groups) {
     return std::nullopt;
   }
   const PCRE2_SIZE* bounds = pcre2_get_ovector_pointer(compiled_->data.get());

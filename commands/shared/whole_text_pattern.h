@@ -21,10 +21,12 @@ namespace tessel {
 // quantifiers, and escapes of letters that ECMAScript doesn't know. Where a group repeats, it keeps
 // what it took in an earlier round even if it took nothing in the last, unlike ECMAScript.
 //
-// A match that would cost more than kMatchLimit steps, or more stack than a generous share, counts
-// as failed.
+// A match that would cost more than kMatchLimit steps, or more stack than a generous share, is
+// given up.
 class WholeTextPattern {
  public:
+  enum class Outcome { NoMatch, Match, GivenUp };
+
   static constexpr std::uint32_t kMatchLimit = 10'000'000;
 
   WholeTextPattern();
@@ -34,9 +36,12 @@ class WholeTextPattern {
   // False when the pattern isn't valid.
   bool Compile(cvn::StringView pattern);
 
+  // Whether `text` matches.
+  Outcome Match(cvn::StringView text);
+
   // Matches `text`, and gives the part that group `index` took (0 is the whole text; empty for a
-  // group without part in the match). Nothing when the text doesn't match, or the pattern has no
-  // such group. The view is into `text`.
+  // group without part in the match). Nothing when the text doesn't match or the match is given up,
+  // or the pattern has no such group. The view is into `text`.
   std::optional<cvn::StringView> MatchGroup(cvn::StringView text, std::uint32_t index);
 
  private:
