@@ -17,6 +17,9 @@ class SearchEntry {
   const cvn::String& Name() const { return name_; }
   // True for a folder, and for a link to one.
   bool IsDirectory() const { return isDirectory_; }
+  // True for what only leads elsewhere: a symbolic link, or a folder that another one is mounted
+  // on. Other reparse points, such as the folders of a cloud store, hold what they show.
+  bool IsLink() const { return isLink_; }
   // True for "." and "..".
   bool IsSelfOrParent() const { return name_ == u"." || name_ == u".."; }
   // The attribute word, as GetAttributes would give it. Never 0: a file without attributes has
@@ -30,6 +33,7 @@ class SearchEntry {
   struct Details;  // the backend's
   cvn::String name_;
   bool isDirectory_ = false;
+  bool isLink_ = false;
   mutable std::shared_ptr<Details> details_;
 };
 
@@ -40,8 +44,8 @@ class SearchEntry {
 // where the pattern matches them, and names come in the order of a file system of Windows: by their
 // upper-case forms.
 //
-// What is created or deleted in the folder while the search goes on may or may not be seen, and
-// never disturbs it.
+// It finds what the folder held when it started: nothing that is created, renamed or deleted while
+// it goes on disturbs it. No folder stays open meanwhile.
 class Search {
  public:
   Search();

@@ -56,7 +56,7 @@ DWORD ChunkOf(std::size_t bytes) {
   return static_cast<DWORD>(std::min<std::size_t>(bytes, 0x4000'0000));
 }
 
-Code Move(std::intptr_t handle, std::int64_t distance, DWORD origin) {
+Code MovePosition(std::intptr_t handle, std::int64_t distance, DWORD origin) {
   LastErrorKeeper lastError;
   LARGE_INTEGER move{};
   move.QuadPart = distance;
@@ -104,10 +104,10 @@ Code File::Size(std::uint64_t* size) {
 }
 
 Code File::Seek(std::uint64_t position) {
-  return Move(handle_, static_cast<std::int64_t>(position), FILE_BEGIN);
+  return MovePosition(handle_, static_cast<std::int64_t>(position), FILE_BEGIN);
 }
 
-Code File::SeekToEnd() { return Move(handle_, 0, FILE_END); }
+Code File::SeekToEnd() { return MovePosition(handle_, 0, FILE_END); }
 
 Code File::Flush() {
   LastErrorKeeper lastError;
@@ -141,6 +141,39 @@ Code Replace(cvn::StringView from, cvn::StringView to) {
 Code Delete(cvn::StringView path) {
   LastErrorKeeper lastError;
   return lastError.Outcome(::DeleteFileW(Wide(PathForCall(path))) != 0);
+}
+
+Code RemoveDirectory(cvn::StringView path) {
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::RemoveDirectoryW(Wide(PathForCall(path))) != 0);
+}
+
+Code GetAttributes(cvn::StringView path, Attributes* attributes) {
+  LastErrorKeeper lastError;
+  const DWORD word = ::GetFileAttributesW(Wide(PathForCall(path)));
+  const Code code = lastError.Outcome(word != INVALID_FILE_ATTRIBUTES);
+  if (code == kSuccess) {
+    *attributes = word;
+  }
+  return code;
+}
+
+Code SetAttributes(cvn::StringView path, Attributes attributes) {
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::SetFileAttributesW(Wide(PathForCall(path)), attributes) != 0);
+}
+
+Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists) {
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::CopyFileW(Wide(PathForCall(from)), Wide(PathForCall(to)),
+                                       failIfExists ? TRUE : FALSE) != 0);
+}
+
+Code Move(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {
+  LastErrorKeeper lastError;
+  const cvn::PathString target = PathForCall(to);
+  return lastError.Outcome(
+      ::MoveFileExW(Wide(PathForCall(from)), to.empty() ? nullptr : Wide(target), flags) != 0);
 }
 
 }  // namespace platform::files

@@ -61,6 +61,34 @@ bool Exists(cvn::StringView path) {
   return lastError.Outcome(exists) == kSuccess;
 }
 
+bool IsDirectory(cvn::StringView path) {
+  windows::LastErrorKeeper lastError;
+  const cvn::PathString text = PathForCall(path);
+  if (IsForShell(text)) {
+    return lastError.Outcome(::PathIsDirectoryW(Wide(text)) != FALSE) == kSuccess;
+  }
+  const DWORD attributes = ::GetFileAttributesW(Wide(text));
+  return lastError.Outcome(attributes != INVALID_FILE_ATTRIBUTES &&
+                           (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) == kSuccess;
+}
+
+bool IsSameRoot(cvn::StringView left, cvn::StringView right) {
+  const cvn::PathString start(left.substr(0, MAX_PATH - 1));
+  return ::PathIsSameRootW(Wide(start), Wide(cvn::PathString(right.substr(0, MAX_PATH - 1)))) !=
+         FALSE;
+}
+
+void RemoveBackslash(cvn::String* path) {
+  if (IsForShell(*path)) {
+    std::array<wchar_t, MAX_PATH> buffer;
+    ::lstrcpynW(buffer.data(), Wide(cvn::PathString(*path)), MAX_PATH);
+    ::PathRemoveBackslashW(buffer.data());
+    path->Truncate(static_cast<std::size_t>(::lstrlenW(buffer.data())));
+  } else if (path->AsView().back() == u'\\') {
+    path->Truncate(path->Length() - 1);
+  }
+}
+
 bool RemoveFileSpec(cvn::String* path) {
   const std::size_t before = path->Length();
   if (IsForShell(*path)) {

@@ -5,6 +5,7 @@
 #include <windows.h>
 // Operations of ours have these names.
 #undef CreateDirectory
+#undef RemoveDirectory
 
 #include <array>
 #include <cstddef>
