@@ -1,0 +1,216 @@
+#include "commands/system/file_helpers.h"
+
+#include "engine/variable_store.h"
+#include "platform/clock.h"
+#include "platform/file_identity.h"
+#include "platform/paths.h"
+#include "support/format.h"
+
+namespace tessel {
+namespace {
+
+namespace files = platform::files;
+namespace paths = platform::paths;
+
+constexpr cvn::StringView kSeparators = u"\\/";
+
+// Deletes a file. Its attributes matter only where the deletion fails, and few fail: so they are
+// not read before.
+platform::Code DeleteAlsoReadOnly(cvn::StringView path, const files::SearchEntry& entry) {
+  platform::Code code = files::Delete(path);
+  if (code != platform::kSuccess && code != platform::kFileNotFound) {
+    const files::Attributes attributes = entry.GetAttributes();
+    if ((attributes & files::kReadOnly) != 0) {
+      files::SetAttributes(path, attributes & ~files::kReadOnly);
+      code = files::Delete(path);
+    }
+  }
+  return code == platform::kFileNotFound ? platform::kSuccess : code;
+}
+
+// Gives a file a name in its folder that no other has.
+platform::Code MoveAside(cvn::StringView directory, cvn::StringView name, cvn::String* path) {
+  cvn::String candidate;
+  do {
+    platform::clock::Sleep(1);  // so that the tick count moves
+    candidate = JoinPath(
+        directory, cvn::Format(u"deleted_%d_%s",
+                               static_cast<std::int32_t>(platform::clock::TickCount()), name));
+  } while (paths::Exists(candidate));
+  const platform::Code code = files::Move(*path, candidate, files::kMoveWriteThrough);
+  if (code == platform::kSuccess) {
+    *path = std::move(candidate);
+  }
+  return code;
+}
+
+// Whether the entry has an attribute of `mask`. A file always has one other than DIRECTORY, so that
+// files cost no look at their attributes.
+bool HasAttributeOf(const files::SearchEntry& entry, files::Attributes mask) {
+  if (mask == files::kDirectory) {
+    return entry.IsDirectory();
+  }
+  const bool isKnown = !entry.IsDirectory() && mask == ~files::kDirectory;
+  return isKnown || (entry.GetAttributes() & mask) != 0;
+}
+
+void AppendMatches(cvn::StringView directory, cvn::StringView pattern, files::Attributes mask,
+                   cvn::List<cvn::String>* found) {
+  for (Listing list(JoinPath(directory, pattern)); list.HasEntry(); list.Advance()) {
+    if (HasAttributeOf(list.Entry(), mask)) {
+      found->push_back(JoinPath(directory, list.Entry().Name()));
+    }
+  }
+}
+
+// Finds what matches `pattern` in a folder, and then what does in the folders below it, one after
+// the other, with theirs. A search that fails finds nothing. Links are followed, but not round in a
+// circle.
+void FindEntries(cvn::StringView directory, cvn::StringView pattern, std::int32_t depth,
+                 files::Attributes mask, cvn::List<cvn::String>* found) {
+  if (depth < 0) {
+    return;
+  }
+  struct Level {
+    std::size_t length;  // of the folder's path
+    Listing content;
+  };
+  const auto deepest = static_cast<std::size_t>(depth);
+  cvn::String folder(directory);
+  cvn::List<Level> levels;
+  const auto take = [&] {
+    AppendMatches(folder, pattern, mask, found);
+    if (levels.size() < deepest) {
+      levels.push_back({folder.Length(), Listing(JoinPath(folder, u"*"))});
+    }
+  };
+  take();
+  while (!levels.empty()) {
+    Listing& content = levels.back().content;
+    if (!content.HasEntry()) {
+      levels.pop_back();
+      continue;
+    }
+    const files::SearchEntry entry = content.Entry();
+    content.Advance();
+    if (entry.IsDirectory() && !entry.IsSelfOrParent()) {
+      folder.Truncate(levels.back().length);
+      AppendName(&folder, entry.Name());
+      if (!entry.IsLink() || !LeadsBack(folder, directory.size())) {
+        take();
+      }
+    }
+  }
+}
+
+}  // namespace
+
+cvn::String JoinPath(cvn::StringView directory, cvn::StringView name) {
+  cvn::String path;
+  path.Reserve(directory.size() + 1 + name.size());
+  path.Append(directory);
+  AppendName(&path, name);
+  return path;
+}
+
+void AppendName(cvn::String* path, cvn::StringView name) {
+  if (name.empty()) {
+    return;
+  }
+  if (!path->Empty() && kSeparators.find((*path)[path->Length() - 1]) == cvn::StringView::npos) {
+    path->Append(u'\\');
+  }
+  name.remove_prefix(std::min(name.find_first_not_of(kSeparators), name.size()));
+  path->Append(name);
+}
+
+bool LeadsBack(cvn::StringView path, std::size_t top) {
+  const cvn::StringView link = path.substr(0, path.find_last_not_of(kSeparators) + 1);
+  files::Identity target;
+  if (files::GetIdentity(link, &target) != platform::kSuccess) {
+    return true;
+  }
+  for (std::size_t end = std::min(top, link.size()); end != cvn::StringView::npos;
+       end = link.find_first_of(kSeparators, end + 1)) {
+    files::Identity folder;
+    if (files::GetIdentity(link.substr(0, end), &folder) == platform::kSuccess &&
+        folder == target) {
+      return true;
+    }
+  }
+  return false;
+}
+
+platform::Code DeleteFileWithFallback(cvn::StringView directory, const files::SearchEntry& entry,
+                                      const DeleteFallbacks& fallbacks) {
+  cvn::String path = JoinPath(directory, entry.Name());
+  platform::Code code = DeleteAlsoReadOnly(path, entry);
+  if (code == platform::kSuccess) {
+    return code;
+  }
+  if (fallbacks.rename) {
+    if (MoveAside(directory, entry.Name(), &path) != platform::kSuccess) {
+      return code;
+    }
+    code = platform::kSuccess;
+  }
+  if (fallbacks.afterReboot) {
+    const platform::Code scheduled =
+        files::Move(path, cvn::StringView(), files::kMoveDelayUntilReboot);
+    if (scheduled != platform::kSuccess && !fallbacks.rename) {
+      code = scheduled;
+    }
+  }
+  return code;
+}
+
+bool EnsureDirectory(cvn::StringView path) {
+  cvn::List<std::size_t> missing;  // lengths of the paths: each parent's path begins its child's
+  cvn::String place(path);
+  while (!paths::Exists(place)) {
+    missing.push_back(place.Length());
+    paths::RemoveBackslash(&place);
+    if (!paths::RemoveFileSpec(&place)) {
+      break;
+    }
+  }
+  platform::Code code = platform::kSuccess;
+  for (; !missing.empty(); missing.pop_back()) {
+    code = files::CreateDirectory(path.substr(0, missing.back()));
+  }
+  return code == platform::kSuccess || code == platform::kAlreadyExists;
+}
+
+bool FunctionWithFind::Parse() {
+  if (!ReadNonEmpty(u"dir", &dir_) || !ReadNonEmpty(u"pattern", &pattern_) ||
+      !ReadNonEmpty(u"var", &var_) || !ReadNonEmpty(u"delim", &delim_)) {
+    return false;
+  }
+  ReadNumber(u"depth", &depth_);
+  return true;
+}
+
+void FunctionWithFind::Find(cvn::StringView directory, cvn::StringView pattern,
+                            files::Attributes mask) {
+  cvn::List<cvn::String> found;
+  FindEntries(directory, pattern, depth_, mask, &found);
+  cvn::String text;
+  for (const cvn::String& path : found) {
+    text.Append(path);
+    text.Append(delim_);
+  }
+  text.Truncate(text.AsView().find_last_not_of(delim_) + 1);
+  SetVariable(var_, std::move(text), variables);
+}
+
+bool FunctionWithDelete::Parse() {
+  if (!ReadNonEmpty(u"path", &path_)) {
+    return false;
+  }
+  ReadFlag(u"ignoreErrors", &ignoreErrors_);
+  ReadFlag(u"afterRebootIfFails", &afterRebootIfFails_);
+  ReadFlag(u"renameIfFails", &renameIfFails_);
+  return true;
+}
+
+}  // namespace tessel
