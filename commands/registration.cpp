@@ -2,6 +2,8 @@
 // line here.
 #include "commands/core/flow.h"
 #include "commands/core/text.h"
+#include "commands/documents/json.h"
+#include "commands/documents/xml.h"
 #include "engine/command_registry.h"
 
 namespace tessel {
@@ -23,6 +25,25 @@ bool RegisterAllCommands() {
   RegisterCommand<FunctionStringGet>(u"stringGet");
   RegisterCommand<FunctionStringTrim>(u"stringTrim");
   RegisterCommand<FunctionTest>(u"test");
+  RegisterCommand<FunctionXmlOpen>(u"xmlOpen");
+  RegisterCommand<FunctionXmlClose>(u"xmlClose");
+  RegisterCommand<FunctionXmlSave>(u"xmlSave");
+  RegisterCommand<FunctionXmlAddChild>(u"xmlAddChild");
+  RegisterCommand<FunctionXmlRemoveChild>(u"xmlRemoveChild");
+  RegisterCommand<FunctionXmlSetValue>(u"xmlSetValue");
+  RegisterCommand<FunctionXmlSetCDataValue>(u"xmlSetCDataValue");
+  RegisterCommand<FunctionXmlGetValue>(u"xmlGetValue");
+  RegisterCommand<FunctionXmlGetElement>(u"xmlGetElement");
+  RegisterCommand<FunctionJsonOpen>(u"jsonOpen");
+  RegisterCommand<FunctionJsonClose>(u"jsonClose");
+  RegisterCommand<FunctionJsonSave>(u"jsonSave");
+  RegisterCommand<FunctionJsonAddChild>(u"jsonAddChild");
+  RegisterCommand<FunctionJsonRemoveChild>(u"jsonRemoveChild");
+  RegisterCommand<FunctionJsonSetStringValue>(u"jsonSetStringValue");
+  RegisterCommand<FunctionJsonSetIntValue>(u"jsonSetIntValue");
+  RegisterCommand<FunctionJsonSetBoolValue>(u"jsonSetBoolValue");
+  RegisterCommand<FunctionJsonGetValue>(u"jsonGetValue");
+  RegisterCommand<FunctionJsonGetElement>(u"jsonGetElement");
   return true;
 }
 

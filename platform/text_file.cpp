@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "platform/whole_file.h"
 #include "support/utf.h"
 
 namespace platform {
@@ -74,6 +75,51 @@ Code TextFile::Write(cvn::StringView text) {
     text.remove_prefix(feed + 1);
   }
   return file_.Write(BytesOf(bytes_));
+}
+
+Code SaveTextFile(cvn::StringView path, std::string_view text) {
+  std::string bytes(kUtf8Mark);
+  bytes.reserve(text.size() + text.size() / 16);
+  while (!text.empty()) {
+    const std::size_t feed = std::min(text.find('\n'), text.size());
+    bytes.append(text.substr(0, feed));
+    if (feed == text.size()) {
+      break;
+    }
+    bytes.append("\r\n");
+    text.remove_prefix(feed + 1);
+  }
+  OutputFile file(path);
+  const Code code = file.Write(bytes, OutputFile::Readers::Anybody);
+  return code == kSuccess ? file.Commit() : code;
+}
+
+Code ReadTextFile(cvn::StringView path, std::string* text) {
+  const Code code = ReadWholeFile(path, text);
+  if (code != kSuccess) {
+    return code;
+  }
+  if (text->starts_with(kBigEndianMark)) {
+    SetLastError(kInvalidParameter);
+    return kInvalidParameter;
+  }
+  if (text->starts_with(kUtf16Mark)) {
+    *text = cvn::Utf16BytesToUtf8(std::string_view(*text).substr(kUtf16Mark.size()), false);
+  } else {
+    text->erase(0, text->starts_with(kUtf8Mark) ? kUtf8Mark.size() : 0);
+    cvn::RepairUtf8(text);
+  }
+  constexpr char kCtrlZ = '\x1A';
+  text->resize(std::min(text->find(kCtrlZ), text->size()));
+  std::size_t to = 0;
+  for (std::size_t from = 0; from < text->size(); ++from) {
+    const bool beforeFeed = from + 1 < text->size() && (*text)[from + 1] == '\n';
+    if ((*text)[from] != '\r' || !beforeFeed) {
+      (*text)[to++] = (*text)[from];
+    }
+  }
+  text->resize(to);
+  return kSuccess;
 }
 
 }  // namespace platform

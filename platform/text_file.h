@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/files.h"
 
@@ -26,5 +27,15 @@ class TextFile {
   bool utf16_ = false;
   std::string bytes_;  // reused by each Write
 };
+
+// Writes a whole text file as the runtime's "wt, ccs=UTF-8" mode does: byte-order mark, UTF-8, CR
+// LF. The old file stays as it is until the new one is complete, and takes its place. `text` is
+// UTF-8 with LF.
+Code SaveTextFile(cvn::StringView path, std::string_view text);
+
+// Reads a whole text file as the runtime's "rt, ccs=UTF-8" mode does: UTF-8 or, by its mark,
+// little-endian UTF-16; without the mark, with LF for CR LF, and up to the first Ctrl+Z. 87 for
+// big-endian UTF-16. `*text` is well-formed UTF-8.
+Code ReadTextFile(cvn::StringView path, std::string* text);
 
 }  // namespace platform

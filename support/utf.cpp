@@ -154,6 +154,23 @@ std::string WideToUtf8(StringView text) {
   return out;
 }
 
+std::string Utf16BytesToUtf8(std::string_view bytes, bool bigEndian) {
+  String wide;
+  wide.Reserve(bytes.size() / 2);
+  for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
+    const auto first = static_cast<unsigned char>(bytes[at]);
+    const auto second = static_cast<unsigned char>(bytes[at + 1]);
+    wide.Append(static_cast<char16_t>(bigEndian ? first << 8 | second : second << 8 | first));
+  }
+  return WideToUtf8(wide);
+}
+
+void RepairUtf8(std::string* text) {
+  if (!IsValidUtf8(*text)) {
+    *text = WideToUtf8(Utf8ToWide(*text));
+  }
+}
+
 bool IsValidUtf8(std::string_view text, std::size_t* badOffset) {
   std::size_t at = 0;
   while (at < text.size()) {

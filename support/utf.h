@@ -16,6 +16,12 @@ String Utf8ToWide(std::string_view text);
 std::string WideToUtf8(StringView text);
 void AppendUtf8(StringView text, std::string* out);
 
+// UTF-16 as it stands in a file, in either byte order; an odd last byte is ignored.
+std::string Utf16BytesToUtf8(std::string_view bytes, bool bigEndian);
+
+// Replaces what is malformed, as Utf8ToWide does.
+void RepairUtf8(std::string* text);
+
 // True when `text` is well-formed UTF-8. On false, `*badOffset` (optional) is the offset of the
 // first byte that is not part of a well-formed sequence.
 bool IsValidUtf8(std::string_view text, std::size_t* badOffset = nullptr);

@@ -1,0 +1,55 @@
+// XPath over TinyXML documents.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <memory>
+#include <string>
+
+namespace tessel {
+
+// What an expression gave.
+struct XPathMatch {
+  enum class Kind {
+    Error,      // the expression isn't valid, or gives no nodes
+    Nothing,    // no node
+    Element,    // `element` is the first node
+    Attribute,  // the first node is the attribute of `element` that `attribute` names
+    Other,      // the first node is a text or the like
+  };
+  Kind kind = Kind::Nothing;
+  TiXmlElement* element = nullptr;
+  std::string attribute;
+};
+
+// Answers XPath 1.0 expressions over one document, by a copy of it in the library that evaluates
+// them. The copy is made by the first question. Whoever changes the document tells it here, so that
+// it goes along; otherwise the next question after Drop makes a new one. Uses the user data of the
+// document's elements.
+class XPathMirror {
+ public:
+  explicit XPathMirror(TiXmlDocument* document);
+  ~XPathMirror();
+
+  // The first node, in document order, that `xpath` gives from `context`.
+  XPathMatch FindFirst(TiXmlElement* context, const std::string& xpath);
+  // The result of `xpath` as a text. False when the expression isn't valid.
+  bool EvaluateText(TiXmlElement* context, const std::string& xpath, std::string* result);
+
+  // After all children of an element were replaced by one text.
+  void TextSet(const TiXmlElement& element, const std::string& text);
+  void AttributeSet(const TiXmlElement& element, const std::string& name, const std::string& value);
+  void Added(TiXmlElement* element);
+  // Before an element goes.
+  void Removing(const TiXmlElement& element);
+  void Drop();
+
+ private:
+  struct Copy;
+  bool Refresh();
+
+  TiXmlDocument* document_;
+  std::unique_ptr<Copy> copy_;
+};
+
+}  // namespace tessel

@@ -1,0 +1,162 @@
+#include "commands/documents/xml_printer.h"
+
+#include <charconv>
+
+namespace tessel {
+namespace {
+
+void AppendEncoded(const std::string& text, std::string* out) {
+  std::string encoded;
+  TiXmlBase::EncodeString(text, &encoded);
+  out->append(encoded);
+}
+
+void AppendAttribute(const TiXmlAttribute& attribute, std::string* out) {
+  const char quote = attribute.ValueStr().find('"') == std::string::npos ? '"' : '\'';
+  AppendEncoded(attribute.NameTStr(), out);
+  out->append(1, '=').append(1, quote);
+  AppendEncoded(attribute.ValueStr(), out);
+  out->append(1, quote);
+}
+
+void AppendIndent(int depth, std::string* out) {
+  out->append(static_cast<std::size_t>(depth) * 4, ' ');
+}
+
+void AppendDeclaration(const TiXmlDeclaration& declaration, std::string* out) {
+  const std::pair<const char*, const char*> parts[] = {{"version", declaration.Version()},
+                                                       {"encoding", declaration.Encoding()},
+                                                       {"standalone", declaration.Standalone()}};
+  out->append("<?xml ");
+  for (const auto& [name, value] : parts) {
+    if (*value != '\0') {
+      out->append(name).append("=\"").append(value).append("\" ");
+    }
+  }
+  out->append("?>");
+}
+
+// The forms that documents are saved in.
+class Printer {
+ public:
+  explicit Printer(std::string* out) : out_(out) {}
+
+  void Print(const TiXmlNode& node, int depth) {
+    if (const TiXmlElement* element = node.ToElement()) {
+      PrintElement(*element, depth);
+    } else if (const TiXmlText* text = node.ToText()) {
+      PrintText(*text, depth);
+    } else if (node.ToComment() != nullptr) {
+      AppendIndent(depth, out_);
+      out_->append("<!--").append(node.ValueStr()).append("-->");
+    } else if (const TiXmlDeclaration* declaration = node.ToDeclaration()) {
+      AppendDeclaration(*declaration, out_);
+    } else {
+      AppendIndent(depth, out_);
+      out_->append("<").append(node.ValueStr()).append(">");
+    }
+  }
+
+ private:
+  void PrintElement(const TiXmlElement& element, int depth) {
+    AppendIndent(depth, out_);
+    out_->append("<").append(element.ValueStr());
+    for (const TiXmlAttribute* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
+      out_->append(" ");
+      AppendAttribute(*at, out_);
+    }
+    const TiXmlNode* child = element.FirstChild();
+    if (child == nullptr) {
+      out_->append(" />");
+      return;
+    }
+    out_->append(">");
+    if (child == element.LastChild() && child->ToText() != nullptr) {
+      Print(*child, depth + 1);
+    } else {
+      for (; child != nullptr; child = child->NextSibling()) {
+        if (child->ToText() == nullptr) {
+          out_->append("\n");
+        }
+        Print(*child, depth + 1);
+      }
+      out_->append("\n");
+      AppendIndent(depth, out_);
+    }
+    out_->append("</").append(element.ValueStr()).append(">");
+  }
+
+  void PrintText(const TiXmlText& text, int depth) {
+    if (text.CDATA()) {
+      out_->append("\n");
+      AppendIndent(depth, out_);
+      out_->append("<![CDATA[").append(text.ValueStr()).append("]]>\n");
+    } else {
+      AppendEncoded(text.ValueStr(), out_);
+    }
+  }
+
+  std::string* out_;
+};
+
+// Unlike TinyXML's own encoding, leaves nothing of the text to be read as a reference.
+void AppendPlain(const std::string& text, std::string* out) {
+  for (const char c : text) {
+    if (static_cast<unsigned char>(c) < 32 || c == '&' || c == '<' || c == '>' || c == '"') {
+      char digits[4];
+      const auto end =
+          std::to_chars(digits, digits + sizeof(digits), static_cast<unsigned char>(c)).ptr;
+      out->append("&#").append(digits, end).append(1, ';');
+    } else {
+      out->append(1, c);
+    }
+  }
+}
+
+void AppendBare(const TiXmlNode& node, std::string* out) {
+  if (const TiXmlText* text = node.ToText()) {
+    AppendPlain(text->ValueStr(), out);
+    return;
+  }
+  if (node.ToComment() != nullptr) {
+    out->append("<!--").append(node.ValueStr()).append("-->");
+    return;
+  }
+  const TiXmlElement* element = node.ToElement();
+  if (element == nullptr) {
+    return;
+  }
+  out->append("<").append(element->ValueStr());
+  for (const TiXmlAttribute* at = element->FirstAttribute(); at != nullptr; at = at->Next()) {
+    out->append(" ").append(at->NameTStr()).append("=\"");
+    AppendPlain(at->ValueStr(), out);
+    out->append("\"");
+  }
+  out->append(">");
+  for (const TiXmlNode* child = element->FirstChild(); child != nullptr;
+       child = child->NextSibling()) {
+    AppendBare(*child, out);
+  }
+  out->append("</").append(element->ValueStr()).append(">");
+}
+
+}  // namespace
+
+std::string PrintXml(const TiXmlDocument& document) {
+  std::string out;
+  for (const TiXmlNode* node = document.FirstChild(); node != nullptr; node = node->NextSibling()) {
+    Printer(&out).Print(*node, 0);
+    out.append("\n");
+  }
+  return out;
+}
+
+std::string PrintXmlBare(const TiXmlDocument& document) {
+  std::string out;
+  for (const TiXmlNode* node = document.FirstChild(); node != nullptr; node = node->NextSibling()) {
+    AppendBare(*node, &out);
+  }
+  return out;
+}
+
+}  // namespace tessel
