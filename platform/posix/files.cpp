@@ -5,10 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <limits>
 
+#include "platform/posix/attributes.h"
 #include "platform/posix/error_map.h"
+#include "platform/posix/file_steps.h"
 #include "platform/posix/path_resolver.h"
 #include "platform/posix/share_locks.h"
 
@@ -18,18 +19,11 @@ namespace {
 using posix::CodeOf;
 using posix::Fail;
 using posix::HostPath;
+using posix::Report;
 
 constexpr Code kNegativeSeek = 131;
 constexpr mode_t kFileMode = 0666;
 constexpr mode_t kFolderMode = 0777;
-
-// A failure becomes the thread's last error; success leaves that alone.
-Code Report(Code code) { return code == kSuccess ? code : Fail(code); }
-
-// READONLY of Windows. It binds everyone, where the host's permission would not bind root.
-bool IsReadOnly(const struct stat& entry) {
-  return S_ISREG(entry.st_mode) && (entry.st_mode & S_IWUSR) == 0;
-}
 
 int FlagsOf(Access access, Disposition disposition) {
   int flags = O_CLOEXEC | O_NOCTTY;
@@ -43,83 +37,32 @@ int FlagsOf(Access access, Disposition disposition) {
   return flags;
 }
 
-// Where the file to open is, or is to be made.
-Code Locate(cvn::StringView path, Disposition disposition, HostPath* host) {
-  const Code code = posix::Resolve(path, host);
-  if (code == kFileNotFound && disposition != Disposition::OpenExisting) {
-    return host->endsInSeparator ? kInvalidName : kSuccess;
-  }
-  if (code != kSuccess) {
-    return code;
-  }
-  if (disposition == Disposition::CreateNew) {
-    return kFileExists;
-  }
-  if (host->IsFolder()) {
-    return host->endsInSeparator ? kPathNotFound : kAccessDenied;
-  }
-  return kSuccess;
-}
-
 // Checks an open descriptor, and empties the file where that is asked for: not before this opening
 // is known to be in order, for the content would be lost.
-Code Prepare(int descriptor, Access access, Share share, Disposition disposition) {
+Code Prepare(int descriptor, const std::string& path, Access access, Share share,
+             Disposition disposition) {
   struct stat entry {};
   if (fstat(descriptor, &entry) != 0) {
     return CodeOf(errno);
   }
-  if (S_ISDIR(entry.st_mode) || (access != Access::Read && IsReadOnly(entry))) {
+  const bool isFile = S_ISREG(entry.st_mode);
+  const bool writes = access != Access::Read;
+  if (S_ISDIR(entry.st_mode) || (isFile && writes && posix::IsReadOnly(path, entry))) {
     return kAccessDenied;
   }
-  if (!S_ISREG(entry.st_mode)) {
+  if (!isFile) {
     return kSuccess;
+  }
+  // As on Windows, a file that is hidden can't be made anew as one that is not.
+  if (disposition == Disposition::CreateAlways &&
+      (posix::AttributesOf(path, entry, false) & (kHidden | kSystem)) != 0) {
+    return kAccessDenied;
   }
   const Code code = posix::TakeShare(descriptor, access, share);
   if (code != kSuccess || disposition != Disposition::CreateAlways || entry.st_size == 0) {
     return code;
   }
   return ftruncate(descriptor, 0) == 0 ? kSuccess : CodeOf(errno, kWriteFault);
-}
-
-// Nobody who has a file open lets others delete or rename it: there is no share mode for that here.
-Code CheckUnused(const HostPath& host) {
-  return S_ISREG(host.entry.st_mode) && posix::IsInUse(host.path) ? kSharingViolation : kSuccess;
-}
-
-// Finds both ends of a move, and checks that the one may take the place of the other.
-Code LocateMove(cvn::StringView from, cvn::StringView to, HostPath* source, HostPath* target) {
-  Code code = posix::Resolve(from, source);
-  if (code == kSuccess) {
-    code = CheckUnused(*source);
-  }
-  if (code != kSuccess) {
-    return code;
-  }
-  code = posix::Resolve(to, target);
-  if (code == kFileNotFound) {
-    return target->endsInSeparator && !source->IsFolder() ? kInvalidName : kSuccess;
-  }
-  if (code != kSuccess || source->path == target->path) {
-    return code;
-  }
-  if (target->IsFolder() || source->IsFolder() || IsReadOnly(target->entry)) {
-    return kAccessDenied;
-  }
-  return CheckUnused(*target);
-}
-
-std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
-
-// Makes a change of names in a folder last.
-Code FlushFolder(const std::string& folder) {
-  const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) {
-    return errno == EACCES ? kSuccess : CodeOf(errno);  // may be written, but not read
-  }
-  const Code code =
-      fsync(descriptor) == 0 || errno == EINVAL ? kSuccess : CodeOf(errno, kWriteFault);
-  close(descriptor);
-  return code;
 }
 
 // A read or a write in a direction that the file was not opened for is EBADF to the host.
@@ -199,7 +142,7 @@ Code File::Flush() {
 
 Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file) {
   HostPath host;
-  const Code located = Locate(path, disposition, &host);
+  const Code located = posix::LocateFile(path, disposition, &host);
   if (located != kSuccess) {
     return Fail(located);
   }
@@ -212,7 +155,7 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
   }
   File opened;
   opened.handle_ = descriptor;
-  const Code prepared = Prepare(descriptor, access, share, disposition);
+  const Code prepared = Prepare(descriptor, host.path, access, share, disposition);
   if (prepared != kSuccess) {
     return Fail(prepared);
   }
@@ -235,34 +178,56 @@ Code CreateDirectory(cvn::StringView path) {
   return kSuccess;
 }
 
-Code Replace(cvn::StringView from, cvn::StringView to) {
-  HostPath source;
-  HostPath target;
-  const Code code = LocateMove(from, to, &source, &target);
-  if (code != kSuccess) {
-    return Fail(code);
-  }
-  const std::string folder = FolderOf(target.path);
-  // Onto itself, a move gives the name a new spelling.
-  const std::string place = source.path == target.path ? folder + target.name : target.path;
-  if (rename(source.path.c_str(), place.c_str()) != 0) {
-    return Fail(CodeOf(errno));
-  }
-  const Code flushed = FlushFolder(folder);
-  const std::string before = FolderOf(source.path);
-  return Report(flushed == kSuccess && before != folder ? FlushFolder(before) : flushed);
-}
-
 Code Delete(cvn::StringView path) {
   HostPath host;
   Code code = posix::Resolve(path, &host);
   if (code == kSuccess) {
-    code = host.IsFolder() || IsReadOnly(host.entry) ? kAccessDenied : CheckUnused(host);
+    const bool kept = host.IsFolder() || posix::IsReadOnly(host.path, host.entry);
+    code = kept ? kAccessDenied : posix::CheckUnused(host);
   }
   if (code == kSuccess && unlink(host.path.c_str()) != 0) {
     code = CodeOf(errno);
   }
   return Report(code);
+}
+
+Code RemoveDirectory(cvn::StringView path) {
+  HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  if (code != kSuccess) {
+    return Fail(code);
+  }
+  if (!host.IsFolder()) {
+    return Fail(kDirectory);
+  }
+  if (host.isRoot || posix::IsReadOnly(host.path, host.entry)) {
+    return Fail(kAccessDenied);
+  }
+  if (host.path == posix::HostCurrentDirectory()) {
+    return Fail(kSharingViolation);
+  }
+  const bool isLink = S_ISLNK(host.entry.st_mode);
+  if ((isLink ? unlink(host.path.c_str()) : rmdir(host.path.c_str())) != 0) {
+    return Fail(errno == EEXIST ? kDirNotEmpty : CodeOf(errno));
+  }
+  return kSuccess;
+}
+
+Code GetAttributes(cvn::StringView path, Attributes* attributes) {
+  HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  if (code != kSuccess) {
+    return Fail(code);
+  }
+  *attributes = posix::AttributesOf(host.path, host.entry, host.IsFolder());
+  return kSuccess;
+}
+
+Code SetAttributes(cvn::StringView path, Attributes attributes) {
+  HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  return Report(code == kSuccess ? posix::StoreAttributes(host.path, host.entry, attributes)
+                                 : code);
 }
 
 }  // namespace platform::files

@@ -240,6 +240,7 @@ Code FindEntry(const Draft& draft, HostPath* host) {
     error = isMissing ? ENOENT : Inspect(host->path, &host->entry);
     const Code code = error == ENOENT ? Respell(&host->path, slash, &host->entry) : CodeOf(error);
     if (code != kSuccess) {
+      host->path.append(draft.path, end);
       return code == kFileNotFound && end < draft.path.size() ? kPathNotFound : code;
     }
   }
@@ -266,6 +267,8 @@ Code Resolve(cvn::StringView path, HostPath* host) {
     return drafted;
   }
   host->endsInSeparator = IsSeparator(path.back());
+  host->onMachine = draft.onMachine;
+  host->isRoot = draft.path.size() == draft.root;
   host->name = draft.path.substr(draft.path.rfind('/') + 1);
   const Code code = FindEntry(draft, host);
   if (host->path.empty()) {

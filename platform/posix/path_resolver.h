@@ -25,6 +25,8 @@ struct HostPath {
   std::string path;              // where the entry is, or where it would be made
   std::string name;              // its name as the caller spelled it
   bool endsInSeparator = false;  // the caller asked for a folder
+  bool onMachine = false;        // on drive C:, whose names are held to what Windows allows
+  bool isRoot = false;           // the root of a drive
   struct stat entry =
       {};  // of the entry itself and not of what it links to; zero when there is none
 
@@ -32,9 +34,11 @@ struct HostPath {
 };
 
 // Finds the host's path of `path`. 2 when only the last name is missing: `host->path` then tells
-// where it would be. 3 when a folder on the way is missing or is none, when there is no such drive,
-// and for an empty path; 53 for a path with a server; 123 for a name that Windows refuses, and for
-// a file with a separator after its name. Leaves the thread's last error alone.
+// where it would be. 3 when a folder on the way is missing or is none (`host->path` is then what it
+// would be if that were a folder), when there is no such drive, and for an empty path (`host->path`
+// is empty then); 53 for a path with a server; 123 for a name that Windows refuses, and for a file
+// with a separator after its name; 206 when the host's path is longer than the host takes, which
+// is 4095 bytes. Leaves the thread's last error alone.
 Code Resolve(cvn::StringView path, HostPath* host);
 
 // The form for scripts of an absolute path of the host: C:\... within the machine, else Z:\....

@@ -17,15 +17,52 @@ using posix::IsSeparator;
 
 constexpr cvn::StringView kSeparators = u"\\/";
 
-}  // namespace
-
-bool Exists(cvn::StringView path) {
-  posix::HostPath host;
-  const Code code = posix::Resolve(path, &host);
+bool Find(cvn::StringView path, posix::HostPath* host) {
+  const Code code = posix::Resolve(path, host);
   if (code != kSuccess) {
     Fail(code);
   }
   return code == kSuccess;
+}
+
+// The drive with its separator, or the server and the share, that a path begins with; empty when
+// there is none. In upper case, with '\\' for each separator.
+std::u16string RootOf(cvn::StringView path) {
+  std::size_t length = posix::RootLength(path);
+  const bool hasDrive = length >= 3 && path[length - 2] == u':';
+  if (length == 2 && IsSeparator(path[0])) {
+    const std::size_t server = path.find_first_of(kSeparators, length);
+    length = server == path.npos ? 0 : path.find_first_of(kSeparators, server + 1);
+  } else if (!hasDrive) {
+    length = 0;
+  }
+  std::u16string root = posix::Folded(path.substr(0, length));
+  std::replace(root.begin(), root.end(), u'/', u'\\');
+  return root;
+}
+
+}  // namespace
+
+bool Exists(cvn::StringView path) {
+  posix::HostPath host;
+  return Find(path, &host);
+}
+
+bool IsDirectory(cvn::StringView path) {
+  posix::HostPath host;
+  return Find(path, &host) && host.IsFolder();
+}
+
+bool IsSameRoot(cvn::StringView left, cvn::StringView right) {
+  const std::u16string root = RootOf(left);
+  return !root.empty() && root == RootOf(right);
+}
+
+void RemoveBackslash(cvn::String* path) {
+  const cvn::StringView text = path->AsView();
+  if (text.size() > posix::RootLength(text) && IsSeparator(text.back())) {
+    path->Truncate(text.size() - 1);
+  }
 }
 
 bool RemoveFileSpec(cvn::String* path) {

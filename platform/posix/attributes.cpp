@@ -1,0 +1,184 @@
+#include "platform/posix/attributes.h"
+
+#include <sys/xattr.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <string_view>
+
+#include "platform/posix/error_map.h"
+
+namespace platform::posix {
+namespace {
+
+using files::Attributes;
+
+constexpr const char* kNtfsName = "system.ntfs_attrib_be";
+constexpr const char* kDosName = "user.DOSATTRIB";
+constexpr Attributes kStored = files::kHidden | files::kSystem | files::kArchive;
+constexpr mode_t kAnyonesWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+
+using NtfsWord = std::array<unsigned char, 4>;
+
+bool IsFileOrFolder(const struct stat& entry) {
+  return S_ISREG(entry.st_mode) || S_ISDIR(entry.st_mode);
+}
+
+bool ReadNtfsWord(const std::string& path, NtfsWord* word) {
+  return getxattr(path.c_str(), kNtfsName, word->data(), word->size()) ==
+         static_cast<ssize_t>(word->size());
+}
+
+// Whether the volume that `path` lies on is NTFS; asked once for each volume.
+bool IsNtfs(const std::string& path, dev_t volume) {
+  static std::mutex mutex;
+  static std::map<dev_t, bool> volumes;
+  const std::lock_guard lock(mutex);
+  const auto [known, isNew] = volumes.try_emplace(volume, false);
+  if (isNew) {
+    NtfsWord word{};
+    known->second = ReadNtfsWord(path, &word);
+  }
+  return known->second;
+}
+
+Attributes ValueOf(const NtfsWord& word) {
+  return static_cast<Attributes>(word[0]) << 24 | static_cast<Attributes>(word[1]) << 16 |
+         static_cast<Attributes>(word[2]) << 8 | word[3];
+}
+
+Attributes LittleEndian(std::string_view bytes) {
+  Attributes value = 0;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    value |= static_cast<Attributes>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+  }
+  return value;
+}
+
+// Samba's versions 3 to 5: a text that ends with a zero, at the next even place the version, twice,
+// at the next multiple of four what the rest holds, and the attributes.
+bool ParseBinary(std::string_view bytes, Attributes* attributes) {
+  constexpr Attributes kHoldsAttributes = 1;
+  const std::size_t end = bytes.find('\0');
+  const std::size_t version = (end + 2) / 2 * 2;
+  const std::size_t flags = (version + 4 + 3) / 4 * 4;
+  if (end == std::string_view::npos || bytes.size() < flags + 8) {
+    return false;
+  }
+  const Attributes number = LittleEndian(bytes.substr(version, 2));
+  if (number < 3 || number > 5 || number != LittleEndian(bytes.substr(version + 2, 2)) ||
+      (LittleEndian(bytes.substr(flags, 4)) & kHoldsAttributes) == 0) {
+    return false;
+  }
+  *attributes = LittleEndian(bytes.substr(flags + 4, 4));
+  return true;
+}
+
+bool ParseText(std::string_view text, Attributes* attributes) {
+  text = text.substr(0, text.find('\0'));
+  if (!text.starts_with("0x") && !text.starts_with("0X")) {
+    return false;
+  }
+  text.remove_prefix(2);
+  const auto [end, error] =
+      std::from_chars(text.data(), text.data() + text.size(), *attributes, 16);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+Attributes DefaultOf(const struct stat& entry) {
+  return S_ISDIR(entry.st_mode) ? 0 : files::kArchive;
+}
+
+// HIDDEN, SYSTEM and ARCHIVE, and on NTFS READONLY, as they are stored.
+Attributes ReadStored(const std::string& path, const struct stat& entry) {
+  if (!IsFileOrFolder(entry)) {
+    return DefaultOf(entry);
+  }
+  if (NtfsWord word{}; IsNtfs(path, entry.st_dev) && ReadNtfsWord(path, &word)) {
+    return ValueOf(word) & (kStored | files::kReadOnly);
+  }
+  std::array<char, 256> buffer;
+  const ssize_t length = getxattr(path.c_str(), kDosName, buffer.data(), buffer.size());
+  Attributes attributes = DefaultOf(entry);
+  if (length > 0) {
+    const std::string_view value(buffer.data(), static_cast<std::size_t>(length));
+    static_cast<void>(ParseBinary(value, &attributes) || ParseText(value, &attributes));
+  }
+  return attributes & kStored;
+}
+
+Code WriteNtfs(const std::string& path, Attributes wanted) {
+  NtfsWord word{};
+  if (!ReadNtfsWord(path, &word)) {
+    return CodeOf(errno);
+  }
+  constexpr Attributes kChanged = kStored | files::kReadOnly;
+  word[3] = static_cast<unsigned char>((word[3] & ~kChanged) | (wanted & kChanged));
+  return setxattr(path.c_str(), kNtfsName, word.data(), word.size(), 0) == 0 ? kSuccess
+                                                                             : CodeOf(errno);
+}
+
+Code WriteDos(const std::string& path, const struct stat& entry, Attributes wanted) {
+  if ((wanted & kStored) == DefaultOf(entry)) {
+    return removexattr(path.c_str(), kDosName) == 0 || errno == ENODATA ? kSuccess : CodeOf(errno);
+  }
+  std::array<char, 16> text;
+  const int length = std::snprintf(text.data(), text.size(), "0x%x", wanted & kStored);
+  return setxattr(path.c_str(), kDosName, text.data(), static_cast<std::size_t>(length), 0) == 0
+             ? kSuccess
+             : CodeOf(errno);
+}
+
+}  // namespace
+
+Attributes AttributesOf(const std::string& path, const struct stat& entry, bool isFolder) {
+  if (S_ISLNK(entry.st_mode)) {
+    return files::kReparsePoint | (isFolder ? files::kDirectory : files::kArchive);
+  }
+  Attributes attributes = ReadStored(path, entry);
+  attributes |= isFolder ? files::kDirectory : 0;
+  attributes |= (entry.st_mode & S_IWUSR) == 0 ? files::kReadOnly : 0;
+  return attributes == 0 ? files::kNormal : attributes;
+}
+
+Code StoreAttributes(const std::string& path, const struct stat& entry, Attributes wanted) {
+  constexpr Attributes kSettable = kStored | files::kReadOnly;
+  const Attributes held = AttributesOf(path, entry, S_ISDIR(entry.st_mode));
+  if (((held ^ wanted) & kSettable) == 0) {
+    return kSuccess;
+  }
+  if (!IsFileOrFolder(entry)) {
+    return kNotSupported;
+  }
+  const bool isNtfs = IsNtfs(path, entry.st_dev);
+  const mode_t before = entry.st_mode & 07777;
+  const mode_t writable = before | S_IWUSR;
+  mode_t now = before;
+  mode_t final = (wanted & files::kReadOnly) != 0 ? before & ~kAnyonesWrite : writable;
+  Code code = kSuccess;
+  if (((ReadStored(path, entry) ^ wanted) & (isNtfs ? kSettable : kStored)) != 0) {
+    // Extended attributes of a file that can't be written can't be, either.
+    now = now != writable && chmod(path.c_str(), writable) == 0 ? writable : now;
+    code = isNtfs ? WriteNtfs(path, wanted) : WriteDos(path, entry, wanted);
+    final = code == kSuccess ? final : before;
+  }
+  // A driver for NTFS may have no permissions to change: the volume's own bit is set by now.
+  const bool changed = now == final || chmod(path.c_str(), final) == 0 || isNtfs;
+  return code == kSuccess && !changed ? CodeOf(errno) : code;
+}
+
+bool IsReadOnly(const std::string& path, const struct stat& entry) {
+  if (!IsFileOrFolder(entry)) {
+    return false;
+  }
+  NtfsWord word{};
+  return (entry.st_mode & S_IWUSR) == 0 ||
+         (IsNtfs(path, entry.st_dev) && ReadNtfsWord(path, &word) &&
+          (ValueOf(word) & files::kReadOnly) != 0);
+}
+
+}  // namespace platform::posix

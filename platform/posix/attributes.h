@@ -1,0 +1,33 @@
+// The attributes that Windows gives to files, as the host keeps them.
+//
+// READONLY is a missing write permission of the owner. HIDDEN, SYSTEM and ARCHIVE stand in
+// system.ntfs_attrib_be where the volume is NTFS, which has READONLY there too; elsewhere in
+// user.DOSATTRIB, as the text "0x22", or in the binary forms of Samba, which are read only. A file
+// without that has ARCHIVE alone, as every new file of Windows, and a folder has none; so what is
+// made or copied seldom needs it.
+//
+// A symbolic link is a reparse point, has DIRECTORY when it leads to a folder, and cannot have any
+// attribute stored.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "platform/error.h"
+#include "platform/files.h"
+
+namespace platform::posix {
+
+// The attribute word of what `path` names; `entry` is its own status, and `isFolder` is true for a
+// folder and for a link to one. Never 0: NORMAL stands for none.
+files::Attributes AttributesOf(const std::string& path, const struct stat& entry, bool isFolder);
+
+// Sets READONLY, HIDDEN, SYSTEM and ARCHIVE to what `wanted` says. 50 when the file system has no
+// place for them and something would change.
+Code StoreAttributes(const std::string& path, const struct stat& entry, files::Attributes wanted);
+
+// READONLY of a file or folder. It binds everyone, where the host's permission does not bind root.
+bool IsReadOnly(const std::string& path, const struct stat& entry);
+
+}  // namespace platform::posix

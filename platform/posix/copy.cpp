@@ -1,0 +1,280 @@
+#include "platform/posix/copy.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "platform/posix/attributes.h"
+#include "platform/posix/error_map.h"
+#include "platform/posix/file_steps.h"
+#include "platform/posix/share_locks.h"
+#include "platform/random.h"
+
+namespace platform::posix {
+namespace {
+
+constexpr std::size_t kBlock = 512;  // the unit of st_blocks
+
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() { Reset(-1); }
+
+  int Get() const { return descriptor_; }
+  void Reset(int descriptor) {
+    if (descriptor_ >= 0) {
+      close(descriptor_);
+    }
+    descriptor_ = descriptor;
+  }
+
+ private:
+  int descriptor_;
+};
+
+// The file under construction; gone at the end of its life unless it got its name.
+class Draft {
+ public:
+  Draft() = default;
+  Draft(const Draft&) = delete;
+  Draft& operator=(const Draft&) = delete;
+  ~Draft() {
+    if (file_.Get() >= 0) {
+      unlink(path_.c_str());
+    }
+  }
+
+  Code Create(const std::string& folder, mode_t permissions) {
+    static std::atomic<std::uint32_t> counter = SecureRandom32();
+    int error = EEXIST;
+    while (error == EEXIST) {
+      std::array<char, 32> name;
+      std::snprintf(name.data(), name.size(), "tessel-%08x%08x.tmp",
+                    static_cast<unsigned>(getpid()), counter++);
+      path_ = folder + name.data();
+      file_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
+      error = file_.Get() < 0 ? errno : 0;
+    }
+    return CodeOf(error);
+  }
+
+  int File() const { return file_.Get(); }
+  const std::string& Path() const { return path_; }
+
+  Code Name(const std::string& path, bool replace) {
+    const int error = replace ? (rename(path_.c_str(), path.c_str()) == 0 ? 0 : errno)
+                              : RenameToFree(path_, path);
+    if (error == 0) {
+      file_.Reset(-1);
+    }
+    return CodeOf(error);
+  }
+
+ private:
+  Descriptor file_;
+  std::string path_;
+};
+
+// Copies content from the same place of one file to that of another.
+class ContentCopier {
+ public:
+  ContentCopier(int source, int target) : source_(source), target_(target) {}
+
+  // Copies the first `size` bytes, which is what the file had at the start: it may grow, or shrink,
+  // under the copy. Holes stay holes.
+  Code Copy(const struct stat& entry) {
+    const off_t size = entry.st_size;
+    const bool hasHoles = entry.st_blocks * static_cast<off_t>(kBlock) < size;
+    if (!hasHoles) {
+      return CopyRange(0, size);
+    }
+    off_t at = 0;
+    while (at < size) {
+      const off_t data = lseek(source_, at, SEEK_DATA);
+      if (data < 0 && errno == ENXIO) {
+        break;
+      }
+      const off_t hole = data < 0 ? -1 : lseek(source_, data, SEEK_HOLE);
+      const bool known = data >= 0 && hole >= 0;
+      const off_t end = known ? std::min(hole, size) : size;
+      const Code code = CopyRange(known ? data : at, end);
+      if (code != kSuccess) {
+        return code;
+      }
+      at = end;
+    }
+    return ftruncate(target_, size) == 0 ? kSuccess : CodeOf(errno, kWriteFault);
+  }
+
+ private:
+  Code CopyRange(off_t at, off_t end) {
+    while (at < end) {
+      const auto wanted = static_cast<std::size_t>(end - at);
+      const ssize_t length = inKernel_ ? CopyInKernel(at, wanted) : CopyByHand(at, wanted);
+      if (length > 0) {
+        at += length;
+      } else if (inKernel_) {
+        inKernel_ = false;  // why it failed, the other way will tell
+      } else if (length == 0) {
+        break;
+      } else if (errno != EINTR) {
+        return CodeOf(errno, reading_ ? kReadFault : kWriteFault);
+      }
+    }
+    return kSuccess;
+  }
+
+  ssize_t CopyInKernel(off_t at, std::size_t wanted) const {
+    off_t to = at;
+    return copy_file_range(source_, &at, target_, &to, wanted, 0);
+  }
+
+  ssize_t CopyByHand(off_t at, std::size_t wanted) {
+    constexpr std::size_t kBufferSize = 256 * 1024;
+    buffer_.resize(std::min(wanted, kBufferSize));
+    reading_ = true;
+    const ssize_t length = pread(source_, buffer_.data(), buffer_.size(), at);
+    if (length <= 0) {
+      return length;
+    }
+    reading_ = false;
+    return pwrite(target_, buffer_.data(), static_cast<std::size_t>(length), at);
+  }
+
+  const int source_;
+  const int target_;
+  bool inKernel_ = true;
+  bool reading_ = true;
+  std::vector<char> buffer_;
+};
+
+Code OpenSource(const HostPath& source, Descriptor* file, struct stat* entry) {
+  // What is no file may be a pipe, which opening would wait for.
+  if (stat(source.path.c_str(), entry) != 0) {
+    return CodeOf(errno);
+  }
+  if (!S_ISREG(entry->st_mode)) {
+    return kAccessDenied;
+  }
+  file->Reset(open(source.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (file->Get() < 0 || fstat(file->Get(), entry) != 0) {
+    return CodeOf(errno);
+  }
+  return TakeShare(file->Get(), files::Access::Read, files::Share::ReadWrite);
+}
+
+// Follows a link in the target's place, and checks that the file there may be replaced.
+Code FindTarget(const HostPath& target, const struct stat& source, HostPath* place) {
+  constexpr files::Attributes kKept = files::kReadOnly | files::kHidden | files::kSystem;
+  *place = target;
+  if (S_ISLNK(target.entry.st_mode)) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(target.path.c_str(), nullptr),
+                                                           &std::free);
+    if (real == nullptr || lstat(real.get(), &place->entry) != 0) {
+      return CodeOf(errno);
+    }
+    place->path = real.get();
+  }
+  const struct stat& entry = place->entry;
+  if (entry.st_dev == source.st_dev && entry.st_ino == source.st_ino) {
+    return kSharingViolation;
+  }
+  if (entry.st_mode == 0) {
+    return kSuccess;
+  }
+  if (!S_ISREG(entry.st_mode) || (AttributesOf(place->path, entry, false) & kKept) != 0) {
+    return kAccessDenied;
+  }
+  return CheckUnused(*place);
+}
+
+// Gives the new file what it shall have besides content.
+Code Finish(const Draft& draft, const struct stat& from, files::Attributes attributes,
+            const struct stat& replaced) {
+  struct stat made {};
+  if (replaced.st_mode != 0 || (attributes & ~files::kArchive) != 0) {
+    if (fstat(draft.File(), &made) != 0) {
+      return CodeOf(errno);
+    }
+  }
+  if (replaced.st_mode != 0) {
+    if (made.st_uid != replaced.st_uid || made.st_gid != replaced.st_gid) {
+      // Only root can; the copy is the user's own otherwise, and as good.
+      static_cast<void>(fchown(draft.File(), replaced.st_uid, replaced.st_gid) == 0);
+    }
+    made.st_mode = (made.st_mode & ~07777U) | (replaced.st_mode & 07777U);
+    if (fchmod(draft.File(), replaced.st_mode & 07777U) != 0) {
+      return CodeOf(errno);
+    }
+  }
+  Code code = kSuccess;
+  if ((attributes & ~files::kArchive) != 0) {
+    // A new file has ARCHIVE. Where there is no place for attributes, the content still counts.
+    code = StoreAttributes(draft.Path(), made, attributes | files::kArchive);
+    code = code == kNotSupported ? kSuccess : code;
+  }
+  const timespec times[] = {{0, UTIME_OMIT}, from.st_mtim};
+  return code == kSuccess && futimens(draft.File(), times) != 0 ? CodeOf(errno) : code;
+}
+
+}  // namespace
+
+Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options) {
+  Descriptor from;
+  struct stat entry {};
+  Code code = OpenSource(source, &from, &entry);
+  if (code != kSuccess) {
+    return code;
+  }
+  HostPath place;
+  code = FindTarget(target, entry, &place);
+  if (code != kSuccess) {
+    return code;
+  }
+  Draft draft;
+  code = draft.Create(FolderOf(place.path), (entry.st_mode & 0777) | S_IWUSR);
+  if (code == kSuccess) {
+    code = ContentCopier(from.Get(), draft.File()).Copy(entry);
+  }
+  if (code == kSuccess) {
+    code = Finish(draft, entry, AttributesOf(source.path, entry, false), place.entry);
+  }
+  if (code == kSuccess && options.flush && fsync(draft.File()) != 0) {
+    code = CodeOf(errno, kWriteFault);
+  }
+  if (code == kSuccess) {
+    code = draft.Name(place.path, options.replace);
+  }
+  return code;
+}
+
+}  // namespace platform::posix
+
+namespace platform::files {
+
+Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists) {
+  posix::HostPath source;
+  posix::HostPath target;
+  Code code = posix::LocateFile(from, Disposition::OpenExisting, &source);
+  if (code == kSuccess) {
+    code = posix::LocateFile(to, failIfExists ? Disposition::CreateNew : Disposition::CreateAlways,
+                             &target);
+  }
+  if (code == kSuccess) {
+    code = posix::CopyFile(source, target, {.replace = !failIfExists});
+  }
+  return posix::Report(code);
+}
+
+}  // namespace platform::files

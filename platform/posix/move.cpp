@@ -1,0 +1,124 @@
+#include "platform/posix/move.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/files.h"
+#include "platform/posix/attributes.h"
+#include "platform/posix/copy.h"
+#include "platform/posix/error_map.h"
+#include "platform/posix/file_steps.h"
+#include "platform/posix/path_resolver.h"
+
+namespace platform::posix {
+namespace {
+
+bool IsOneFile(const struct stat& left, const struct stat& right) {
+  return left.st_ino == right.st_ino && left.st_dev == right.st_dev;
+}
+
+// Whether what stands in the target's place may give it up.
+Code CheckTarget(const HostPath& source, const HostPath& target, bool replace) {
+  if (!replace) {
+    return kAlreadyExists;
+  }
+  if (source.IsFolder() || target.IsFolder() || IsReadOnly(target.path, target.entry)) {
+    return kAccessDenied;
+  }
+  return CheckUnused(target);
+}
+
+// Finds both ends of a move, and checks that the one may take the place of the other.
+Code Locate(cvn::StringView from, cvn::StringView to, bool replace, HostPath* source,
+            HostPath* target) {
+  Code code = Resolve(from, source);
+  if (code == kSuccess) {
+    code = source->isRoot ? kAccessDenied : CheckUnused(*source);
+  }
+  if (code != kSuccess) {
+    return code;
+  }
+  code = Resolve(to, target);
+  if (code == kFileNotFound) {
+    return target->endsInSeparator && !source->IsFolder() ? kInvalidName : kSuccess;
+  }
+  return code == kSuccess && source->path != target->path ? CheckTarget(*source, *target, replace)
+                                                          : code;
+}
+
+// True when the host's path lies on the machine's drive. A drive is told by where the file is, and
+// not by the spelling of its path.
+bool IsOnMachine(const std::string& path) { return ToMachinePath(path)[0] == u'C'; }
+
+Code Rename(const HostPath& source, const HostPath& target, bool replace) {
+  int error = 0;
+  if (source.path == target.path) {
+    // Onto itself, a move gives the name a new spelling.
+    const std::string place = FolderOf(target.path) + target.name;
+    error = rename(source.path.c_str(), place.c_str()) == 0 ? 0 : errno;
+  } else if (IsOneFile(source.entry, target.entry)) {
+    // The host would leave both names of one file alone.
+    error = unlink(source.path.c_str()) == 0 ? 0 : errno;
+  } else if (replace) {
+    error = rename(source.path.c_str(), target.path.c_str()) == 0 ? 0 : errno;
+  } else {
+    error = RenameToFree(source.path, target.path);
+  }
+  switch (error) {
+    case EEXIST:
+    case ENOTEMPTY:
+      return kAlreadyExists;
+    case EINVAL:
+      return kSharingViolation;  // a folder into itself
+    default:
+      return CodeOf(error);
+  }
+}
+
+Code Relocate(const HostPath& source, const HostPath& target, std::uint32_t flags) {
+  const bool replace = (flags & files::kMoveReplaceExisting) != 0;
+  const bool mayCopy = (flags & files::kMoveCopyAllowed) != 0 && !source.IsFolder();
+  Code code = kNotSameDevice;
+  if (mayCopy || IsOnMachine(source.path) == IsOnMachine(target.path)) {
+    code = Rename(source, target, replace);
+  }
+  if (code == kNotSameDevice && mayCopy) {
+    code = CopyFile(source, target,
+                    {.replace = replace, .flush = (flags & files::kMoveWriteThrough) != 0});
+    if (code == kSuccess) {
+      unlink(source.path.c_str());  // one that can't go stays, as on Windows
+    }
+  }
+  return code;
+}
+
+}  // namespace
+
+Code MoveNow(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {
+  HostPath source;
+  HostPath target;
+  Code code = Locate(from, to, (flags & files::kMoveReplaceExisting) != 0, &source, &target);
+  if (code == kSuccess) {
+    code = Relocate(source, target, flags);
+  }
+  if (code != kSuccess || (flags & files::kMoveWriteThrough) == 0) {
+    return code;
+  }
+  const std::string after = FolderOf(target.path);
+  const std::string before = FolderOf(source.path);
+  code = FlushFolder(after);
+  return code == kSuccess && before != after ? FlushFolder(before) : code;
+}
+
+}  // namespace platform::posix
+
+namespace platform::files {
+
+Code Replace(cvn::StringView from, cvn::StringView to) {
+  return posix::Report(posix::MoveNow(from, to, kMoveReplaceExisting | kMoveWriteThrough));
+}
+
+}  // namespace platform::files

@@ -1,0 +1,43 @@
+// Patterns of names, as searches of Windows take them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "support/string.h"
+
+namespace platform::posix {
+
+bool HasWildcards(cvn::StringView name);
+
+// A pattern matches without regard to case, by the rules that Windows has kept since names had
+// eight characters and an extension of three: "*.*" matches every name; '?' also matches nothing
+// at a name's end or before a dot; a dot before a wildcard also matches nothing at a name's end;
+// '*' before a dot takes all up to the name's last dot, and a dot that ends the pattern asks for
+// names that have none.
+class Pattern {
+ public:
+  explicit Pattern(cvn::StringView text);
+
+  bool MatchesAll() const { return matchesAll_; }
+  // `folded` is a name as Folded() gives it.
+  bool Matches(cvn::StringView folded);
+
+ private:
+  enum class Kind : unsigned char { Unit, Any, AnyToLastDot, OneOrEnd, DotOrEnd };
+  struct Step {
+    Kind kind;
+    char16_t unit;
+  };
+
+  void Skip(cvn::StringView rest);
+  static bool Takes(const Step& step, cvn::StringView rest, bool* stays);
+
+  std::vector<Step> steps_;
+  bool matchesAll_ = false;
+  // Which steps may come next: before a unit of the name, and behind it.
+  std::vector<char> here_;
+  std::vector<char> next_;
+};
+
+}  // namespace platform::posix
