@@ -63,6 +63,15 @@ void WriteContent(cvn::StringView path, std::string_view content) {
 
 std::span<const std::byte> BytesOf(std::string_view text) { return std::as_bytes(std::span(text)); }
 
+files::Attributes Comparable(files::Attributes attributes) {
+  if (!RunsUnderWine()) {
+    return attributes;
+  }
+  // Wine shows ARCHIVE on every file, and on folders neither that nor READONLY.
+  const bool isFolder = (attributes & files::kDirectory) != 0;
+  return attributes & ~(files::kArchive | files::kNormal | (isFolder ? files::kReadOnly : 0));
+}
+
 FolderTest::FolderTest()
     : folder_(cvn::Format(u"%s\\tessel-%08x%08x", environment::Get(u"TEMP").value_or(u"C:"),
                           SecureRandom32(), SecureRandom32())) {

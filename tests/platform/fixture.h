@@ -23,6 +23,8 @@ void CleanHome();
 // Removes a folder with all that it holds.
 void RemoveTree(cvn::StringView folder);
 void MakeReadOnly(cvn::StringView file);
+// Makes a link to a folder. False where there is none to be had.
+bool MakeFolderLink(cvn::StringView link, cvn::StringView folder);
 bool RunsUnderWine();
 // Whether the process holds this privilege enabled; nothing when it doesn't hold it at all.
 std::optional<bool> IsPrivilegeEnabled(cvn::StringView name);
@@ -61,6 +63,9 @@ cvn::String Joined(cvn::StringView left, cvn::StringView right);
 std::optional<std::string> ContentOf(cvn::StringView path);
 void WriteContent(cvn::StringView path, std::string_view content);
 std::span<const std::byte> BytesOf(std::string_view text);
+
+// Attributes without what the home can't keep.
+files::Attributes Comparable(files::Attributes attributes);
 
 // A test with a fresh folder of its own.
 class FolderTest : public testing::Test {

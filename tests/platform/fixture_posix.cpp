@@ -46,6 +46,12 @@ void RemoveTree(cvn::StringView folder) { std::filesystem::remove_all(HostPathOf
 
 void MakeReadOnly(cvn::StringView file) { ASSERT_EQ(chmod(HostPathOf(file).c_str(), 0444), 0); }
 
+bool MakeFolderLink(cvn::StringView link, cvn::StringView folder) {
+  posix::HostPath place;
+  posix::Resolve(link, &place);
+  return symlink(HostPathOf(folder).c_str(), place.path.c_str()) == 0;
+}
+
 bool RunsUnderWine() { return false; }
 
 std::optional<bool> IsPrivilegeEnabled(cvn::StringView /*name*/) { return std::nullopt; }

@@ -62,6 +62,14 @@ void MakeReadOnly(cvn::StringView file) {
   ASSERT_NE(::SetFileAttributesW(Wide(PathForCall(file)), FILE_ATTRIBUTE_READONLY), 0);
 }
 
+bool MakeFolderLink(cvn::StringView link, cvn::StringView folder) {
+  constexpr DWORD kFlags =
+      SYMBOLIC_LINK_FLAG_DIRECTORY | SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE;
+  ::CreateSymbolicLinkW(Wide(PathForCall(link)), Wide(PathForCall(folder)), kFlags);
+  // Wine 8 tells of a success that it does not bring about.
+  return ::GetFileAttributesW(Wide(PathForCall(link))) != INVALID_FILE_ATTRIBUTES;
+}
+
 bool RunsUnderWine() {
   return windows::FindFunction<const char*()>("ntdll.dll", "wine_get_version") != nullptr;
 }
