@@ -14,6 +14,7 @@
 #include "platform/libraries.h"
 #include "platform/paths.h"
 #include "platform/process.h"
+#include "platform/registry.h"
 #include "platform/streams.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -83,6 +84,17 @@ void PrepareProcess() {
 void TraceUsage(const cvn::List<cvn::String>& arguments) {
   TraceLine(u"Usage:\n%s [/encfile] <path> [/debug] [/var key value]*\n",
             arguments.empty() ? cvn::StringView() : arguments[0].AsView());
+}
+
+// Brings what the script changed in the registry to the disk, where the system doesn't do so by
+// itself.
+void FlushRegistry() {
+  const platform::Code code = platform::registry::Flush();
+  if (code != platform::kSuccess) {
+    platform::streams::WriteLine(Output::Error,
+                                 cvn::Format(u"Failed to write the registry. Error: %d.", code));
+    TraceLine(u"Error writing the registry: %d", code);
+  }
 }
 
 // One run, whose steps hand on what they found. Each step gives 0, or the exit code that ends the
@@ -194,6 +206,7 @@ std::int32_t PatchRun::RunScript() const {
   SetVariable(u"scriptdir", GetParentFolder(Path()), &ProcessVariables());
   TraceLine(u"Execute");
   const std::int32_t result = engine.Run();
+  FlushRegistry();
   TraceLine(u"End execution");
   engine.Reset();
   // As a negative number whatever its sign was; computed so that the most negative one is no
