@@ -9,7 +9,8 @@
 #   dep_jsoncpp
 #   dep_gtest           GoogleTest and GoogleMock; dep_gtest_main brings main() along
 #   dep_benchmark       Google Benchmark; dep_benchmark_main brings main() along
-#   dep_hivex, dep_curl Linux only, and only where they are installed
+#   dep_curl            Linux only
+#   dep_hivex           Linux only, and only where it is installed
 
 include_guard(GLOBAL)
 
@@ -98,6 +99,5 @@ tessel_dependency(dep_benchmark_main PACKAGE libbenchmark-dev HEADER benchmark/b
   LIBRARIES benchmark_main DEPENDS dep_benchmark)
 if(NOT WIN32)
   tessel_dependency(dep_hivex OPTIONAL PACKAGE libhivex-dev HEADER hivex.h LIBRARIES hivex)
-  tessel_dependency(dep_curl OPTIONAL PACKAGE libcurl4-openssl-dev HEADER curl/curl.h
-    LIBRARIES curl)
+  tessel_dependency(dep_curl PACKAGE libcurl4-openssl-dev HEADER curl/curl.h LIBRARIES curl)
 endif()

@@ -28,6 +28,8 @@ class OutputFile {
   ~OutputFile();
 
   cvn::StringView Path() const { return path_; }
+  // Where the file is until its Commit.
+  cvn::StringView TemporaryPath() const { return temporaryPath_; }
   // Called once.
   Code Write(std::string_view bytes, Readers readers);
   Code Commit();
