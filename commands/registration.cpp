@@ -2,6 +2,7 @@
 // line here.
 #include "commands/core/flow.h"
 #include "commands/core/text.h"
+#include "commands/documents/ini.h"
 #include "commands/documents/json.h"
 #include "commands/documents/xml.h"
 #include "engine/command_registry.h"
@@ -44,6 +45,8 @@ bool RegisterAllCommands() {
   RegisterCommand<FunctionJsonSetBoolValue>(u"jsonSetBoolValue");
   RegisterCommand<FunctionJsonGetValue>(u"jsonGetValue");
   RegisterCommand<FunctionJsonGetElement>(u"jsonGetElement");
+  RegisterCommand<FunctionIniGetValue>(u"iniGetValue");
+  RegisterCommand<FunctionIniSetValue>(u"iniSetValue");
   return true;
 }
 
