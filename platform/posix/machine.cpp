@@ -1,36 +1,21 @@
 #include "platform/posix/machine.h"
 
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <iterator>
 #include <system_error>
 #include <vector>
 
+#include "platform/machine.h"
 #include "platform/posix/error_map.h"
+#include "platform/posix/machine_image.h"
 #include "platform/posix/names.h"
 
 namespace platform::posix {
 namespace {
-
-constexpr const char* kSkeleton[] = {
-    "Program Files/Common Files",
-    "Program Files (x86)/Common Files",
-    "ProgramData",
-    "Users/Default",
-    "Users/Public",
-    "Windows/Logs",
-    "Windows/System32/config/systemprofile/AppData/Local",
-    "Windows/System32/config/systemprofile/AppData/Roaming",
-    "Windows/System32/drivers/etc",
-    "Windows/SysWOW64",
-    "Windows/Temp",
-};
 
 struct Account {
   std::string name;
@@ -63,59 +48,38 @@ std::filesystem::path DefaultFolder() {
   return data / "tessel/machine";
 }
 
-std::error_code MakeSkeleton(const std::filesystem::path& folder) {
-  std::vector<std::string> below(std::begin(kSkeleton), std::end(kSkeleton));
-  std::string temporary;
-  AppendHostText(TemporaryFolder().AsView().substr(3), &temporary);
-  std::replace(temporary.begin(), temporary.end(), '\\', '/');
-  below.push_back(temporary);
-  std::error_code error;
-  for (const std::string& name : below) {
-    std::filesystem::create_directories(folder / name, error);
-    if (error) {
-      break;
-    }
-  }
-  return error;
+// What Use chose, in place of what the environment names.
+std::string& ChosenFolder() {
+  static std::string folder;
+  return folder;
 }
 
-// Makes the machine's folder under another name first, so that nobody ever finds half of it.
-std::error_code MakeMachine(const std::filesystem::path& folder) {
-  std::error_code error;
-  std::filesystem::create_directories(folder.parent_path(), error);
-  std::string fresh = folder.string() + ".XXXXXX";
-  if (error || mkdtemp(fresh.data()) == nullptr) {
-    return error ? error : std::error_code(errno, std::generic_category());
-  }
-  constexpr mode_t kForAllToRead = 0755;  // mkdtemp keeps others out
-  chmod(fresh.c_str(), kForAllToRead);
-  error = MakeSkeleton(fresh);
-  if (!error) {
-    std::filesystem::rename(fresh, folder, error);
-  }
-  if (error) {
-    std::error_code ignored;
-    std::filesystem::remove_all(fresh, ignored);
-    // Another process may have been faster with the same.
-    return std::filesystem::is_directory(folder, ignored) ? std::error_code() : error;
-  }
-  return error;
+// Absolute, and without a slash at the end.
+std::string Tidy(const std::filesystem::path& folder, std::error_code* error) {
+  const std::filesystem::path whole = std::filesystem::absolute(folder, *error).lexically_normal();
+  return whole.has_filename() ? whole.string() : whole.parent_path().string();
 }
 
-std::filesystem::path FolderToUse(std::error_code* error) {
-  std::filesystem::path folder = VariableOr("TESSEL_MACHINE", std::string());
-  folder = std::filesystem::absolute(folder.empty() ? DefaultFolder() : folder, *error);
-  folder = folder.lexically_normal();
-  return folder.has_filename() ? folder : folder.parent_path();
+std::string FolderToUse(std::error_code* error) {
+  if (!ChosenFolder().empty()) {
+    return ChosenFolder();
+  }
+  const std::string named = VariableOr("TESSEL_MACHINE", std::string());
+  return Tidy(named.empty() ? DefaultFolder() : std::filesystem::path(named), error);
 }
 
 }  // namespace
 
 Machine::Machine() {
   std::error_code error;
-  const std::filesystem::path folder = FolderToUse(&error);
+  const std::string folder = FolderToUse(&error);
   if (!error && !std::filesystem::exists(folder, error) && !error) {
-    error = MakeMachine(folder);
+    const Code made = MakeMachine(folder, machine::Description());
+    // Another process may have been faster with the same.
+    if (made != kSuccess && made != kDirNotEmpty) {
+      state_ = made;
+      return;
+    }
   }
   if (!error) {
     root_ = std::filesystem::canonical(folder, error).string();
@@ -132,6 +96,26 @@ Machine::Machine() {
 const Machine& Machine::Get() {
   static const Machine kMachine;
   return kMachine;
+}
+
+// Without the resolver, which would look for the very machine that is about to be made or chosen.
+Code HostFolder(cvn::StringView folder, std::string* host) {
+  folder = UpToZero(folder);
+  if (folder.size() >= 2 && folder[1] == u':') {
+    if (folder[0] != u'Z' && folder[0] != u'z') {
+      return kInvalidDrive;
+    }
+    folder.remove_prefix(2);
+  }
+  std::string text;
+  AppendHostText(folder, &text);
+  std::replace(text.begin(), text.end(), '\\', '/');
+  if (text.empty()) {
+    return kPathNotFound;
+  }
+  std::error_code error;
+  *host = Tidy(text, &error);
+  return CodeOf(error.value());
 }
 
 cvn::String UserName() {
@@ -158,3 +142,24 @@ cvn::String TemporaryFolder() {
 }
 
 }  // namespace platform::posix
+
+namespace platform::machine {
+
+Code Use(cvn::StringView folder) {
+  std::string host;
+  const Code code = posix::HostFolder(folder, &host);
+  if (code != kSuccess) {
+    return code;
+  }
+  std::error_code error;
+  const std::filesystem::path root = std::filesystem::canonical(host, error);
+  if (error || !std::filesystem::is_directory(root, error)) {
+    return kPathNotFound;
+  }
+  posix::ChosenFolder() = root.string();
+  const posix::Machine& machine = posix::Machine::Get();
+  const bool isChosen = (machine.Root().empty() ? "/" : machine.Root()) == root;
+  return machine.State() == kSuccess && !isChosen ? kBusy : machine.State();
+}
+
+}  // namespace platform::machine

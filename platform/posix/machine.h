@@ -1,8 +1,8 @@
 // The machine: the folder that is the Windows system volume, drive C:.
 //
 // TESSEL_MACHINE names the folder; without it, it is tessel/machine in the user's data folder
-// ($XDG_DATA_HOME, or ~/.local/share). One that does not exist is made, with the folders that every
-// Windows has; one that exists is taken as it is.
+// ($XDG_DATA_HOME, or ~/.local/share). One that does not exist is made, as machine::Create makes it
+// when told nothing; one that exists is taken as it is.
 #pragma once
 
 #include <string>
@@ -30,6 +30,10 @@ class Machine {
   Code state_ = kSuccess;
   std::string root_;
 };
+
+// The host's name, absolute, of the folder that a tool was told. It may have a drive, which then
+// has to be Z:.
+Code HostFolder(cvn::StringView folder, std::string* host);
 
 // The name of the host's user, without the domain.
 cvn::String UserName();

@@ -1,0 +1,15 @@
+// A new machine: the folder of a Windows system volume, with its folders and hives.
+#pragma once
+
+#include <string>
+
+#include "platform/error.h"
+#include "platform/machine.h"
+
+namespace platform::posix {
+
+// As machine::Create, in a folder as the host names it. It is built under another name beside it,
+// so that nobody ever finds half of a machine.
+Code MakeMachine(const std::string& folder, const machine::Description& description);
+
+}  // namespace platform::posix
