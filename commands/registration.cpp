@@ -5,6 +5,8 @@
 #include "commands/documents/ini.h"
 #include "commands/documents/json.h"
 #include "commands/documents/xml.h"
+#include "commands/system/directories.h"
+#include "commands/system/files.h"
 #include "engine/command_registry.h"
 
 namespace tessel {
@@ -47,6 +49,20 @@ bool RegisterAllCommands() {
   RegisterCommand<FunctionJsonGetElement>(u"jsonGetElement");
   RegisterCommand<FunctionIniGetValue>(u"iniGetValue");
   RegisterCommand<FunctionIniSetValue>(u"iniSetValue");
+  RegisterCommand<FunctionFileExists>(u"fileExists");
+  RegisterCommand<FunctionFileCopySingle>(u"fileCopySingle");
+  RegisterCommand<FunctionFileDownload>(u"fileDownload");
+  RegisterCommand<FunctionFileMoveSingle>(u"fileMove");
+  RegisterCommand<FunctionFileMoveSingle>(u"dirMove");
+  RegisterCommand<FunctionFileCopyPattern>(u"fileCopyPattern");
+  RegisterCommand<FunctionFileDeletePattern>(u"fileDeletePattern");
+  RegisterCommand<FunctionFileCreate>(u"fileCreate");
+  RegisterCommand<FunctionFileFind>(u"fileFind");
+  RegisterCommand<FunctionDirExists>(u"dirExists");
+  RegisterCommand<FunctionDirCreate>(u"dirCreate");
+  RegisterCommand<FunctionDirFind>(u"dirFind");
+  RegisterCommand<FunctionDirCopyRecursive>(u"dirCopyRec");
+  RegisterCommand<FunctionDirDeleteRecursive>(u"dirDeleteRec");
   return true;
 }
 
