@@ -6,6 +6,8 @@
 namespace tlx {
 
 extern const CommandSpec kKeygenCommand;
+extern const CommandSpec kMachineCreateCommand;
+extern const CommandSpec kMachineShowCommand;
 extern const CommandSpec kPackCommand;
 extern const CommandSpec kUnpackCommand;
 

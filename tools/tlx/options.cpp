@@ -6,10 +6,34 @@
 
 namespace tlx {
 
-cvn::StringView Options::Value(cvn::StringView name) const {
+std::span<const cvn::String> Options::Values(cvn::StringView name) const {
   const auto found = values_.find(name);
-  return found == values_.end() ? cvn::StringView() : found->second.AsView();
+  return found == values_.end() ? std::span<const cvn::String>() : found->second;
 }
+
+cvn::StringView Options::Value(cvn::StringView name) const {
+  const std::span<const cvn::String> values = Values(name);
+  return values.empty() ? cvn::StringView() : values.front().AsView();
+}
+
+cvn::StringView Options::Operand(std::size_t index) const {
+  return index < operands_.size() ? operands_[index].AsView() : cvn::StringView();
+}
+
+namespace {
+
+bool IsChoice(cvn::StringView choices, cvn::StringView value) {
+  while (!choices.empty()) {
+    const cvn::StringView choice = choices.substr(0, choices.find(u'|'));
+    if (choice == value) {
+      return true;
+    }
+    choices.remove_prefix(std::min(choice.size() + 1, choices.size()));
+  }
+  return false;
+}
+
+}  // namespace
 
 class OptionParser {
  public:
@@ -22,7 +46,8 @@ class OptionParser {
       if (name == u"--help" || name == u"-h") {
         return ParseOutcome::Help;
       }
-      const std::size_t taken = TakeOption(name, arguments.subspan(1));
+      const std::size_t taken =
+          IsOperand(name) ? TakeOperand(name) : TakeOption(name, arguments.subspan(1));
       if (taken == 0) {
         return ParseOutcome::BadUsage;
       }
@@ -32,6 +57,19 @@ class OptionParser {
   }
 
  private:
+  bool IsOperand(cvn::StringView argument) const {
+    return !argument.starts_with(u"-") && options_->operands_.size() < command_.operands.size();
+  }
+
+  // Like TakeOption, for the operand.
+  std::size_t TakeOperand(cvn::StringView value) {
+    if (value.empty()) {
+      return Fail(u"%s is empty", command_.operands[options_->operands_.size()].name);
+    }
+    options_->operands_.emplace_back(value);
+    return 1;
+  }
+
   // Returns how many arguments belong to the option, itself included; 0 after a problem.
   std::size_t TakeOption(cvn::StringView name, std::span<const cvn::String> rest) {
     const auto spec = std::ranges::find(command_.options, name, &OptionSpec::name);
@@ -39,17 +77,22 @@ class OptionParser {
       return Fail(name.starts_with(u"-") ? u"unknown option '%s'" : u"unexpected argument '%s'",
                   name);
     }
-    if (options_->Has(name)) {
+    if (options_->Has(name) && !spec->isRepeatable) {
       return Fail(u"option '%s' is given twice", name);
     }
     if (spec->valueName.empty()) {
-      options_->values_[name] = cvn::String();
+      options_->values_[name] = {};
       return 1;
     }
     if (rest.empty() || rest.front().Empty() || rest.front().AsView().starts_with(u"--")) {
       return Fail(u"option '%s' needs a value", name);
     }
-    options_->values_[name] = rest.front();
+    const cvn::StringView value = rest.front();
+    if (spec->valueName.find(u'|') != cvn::StringView::npos && !IsChoice(spec->valueName, value)) {
+      *problem_ = cvn::Format(u"option '%s' takes %s, not '%s'", name, spec->valueName, value);
+      return 0;
+    }
+    options_->values_[name].emplace_back(value);
     return 2;
   }
 
@@ -57,6 +100,12 @@ class OptionParser {
     for (const OptionSpec& spec : command_.options) {
       if (spec.isRequired && !options_->Has(spec.name)) {
         Fail(u"option '%s' is missing", spec.name);
+        return false;
+      }
+    }
+    for (const OperandSpec& spec : command_.operands.subspan(options_->operands_.size())) {
+      if (spec.isRequired) {
+        Fail(u"%s is missing", spec.name);
         return false;
       }
     }
@@ -93,18 +142,31 @@ ParseOutcome ParseOptions(const CommandSpec& command, std::span<const cvn::Strin
 
 cvn::String UsageOf(const CommandSpec& command) {
   cvn::String text = cvn::Format(u"Usage: tlx %s", command.name);
+  for (const OperandSpec& spec : command.operands) {
+    text.Append(cvn::Format(spec.isRequired ? u" %s" : u" [%s]", spec.name));
+  }
   for (const OptionSpec& spec : command.options) {
     text.Append(cvn::Format(spec.isRequired ? u" %s" : u" [%s]", WithValue(spec)));
+    text.Append(spec.isRepeatable ? cvn::StringView(u"...") : cvn::StringView());
   }
   return text;
 }
 
 cvn::String HelpOf(const CommandSpec& command) {
-  cvn::String text = cvn::Format(u"%s\n\n%s\nOptions:\n", UsageOf(command), command.details);
-  for (const OptionSpec& spec : command.options) {
-    text.Append(cvn::Format(u"  %-20s %s\n", WithValue(spec), spec.help));
+  constexpr std::size_t kColumn = 20;
+  const auto row = [](cvn::StringView name, cvn::StringView help) {
+    return name.size() <= kColumn ? cvn::Format(u"  %-20s %s", name, help)
+                                  : cvn::Format(u"  %s\n  %-20s %s", name, u"", help);
+  };
+  cvn::String text = cvn::Format(u"%s\n\n%s\n", UsageOf(command), command.details);
+  for (const OperandSpec& spec : command.operands) {
+    text.Append(cvn::Format(u"%s\n", row(spec.name, spec.help)));
   }
-  text.Append(cvn::Format(u"  %-20s %s", u"--help, -h", u"Show this text"));
+  text.Append(command.operands.empty() ? u"Options:\n" : u"\nOptions:\n");
+  for (const OptionSpec& spec : command.options) {
+    text.Append(cvn::Format(u"%s\n", row(WithValue(spec), spec.help)));
+  }
+  text.Append(row(u"--help, -h", u"Show this text"));
   return text;
 }
 

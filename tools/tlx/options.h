@@ -10,31 +10,47 @@
 namespace tlx {
 
 struct OptionSpec {
-  cvn::StringView name;       // with its dashes: "--key"
-  cvn::StringView valueName;  // what the value is, for usage and help; empty for a switch
+  cvn::StringView name;  // with its dashes: "--key"
+  // What the value is, for usage and help; empty for a switch. One with bars, "x64|x86", names all
+  // the values that there are.
+  cvn::StringView valueName;
+  bool isRequired;
+  cvn::StringView help;
+  bool isRepeatable = false;
+};
+
+// What stands on the command line without a dash, in this order.
+struct OperandSpec {
+  cvn::StringView name;
   bool isRequired;
   cvn::StringView help;
 };
 
-// The options that a command line gave.
+// The options and operands that a command line gave.
 class Options {
  public:
   bool Has(cvn::StringView name) const { return values_.contains(name); }
   // The value of an option; empty for one that was not given.
   cvn::StringView Value(cvn::StringView name) const;
+  // All values of an option that may be repeated, in their order.
+  std::span<const cvn::String> Values(cvn::StringView name) const;
+  // The operand at `index` of the command's operands; empty for one that was not given.
+  cvn::StringView Operand(std::size_t index) const;
 
  private:
   friend class OptionParser;
-  cvn::Map<cvn::String, cvn::String> values_;
+  cvn::Map<cvn::String, cvn::List<cvn::String>> values_;
+  cvn::List<cvn::String> operands_;
 };
 
 struct CommandSpec {
-  cvn::StringView name;
+  cvn::StringView name;     // one word, or two: "machine show"
   cvn::StringView summary;  // one line, for the list of subcommands
   cvn::StringView
       details;  // for the subcommand's own help; lines end with a line feed, the last one too
   std::span<const OptionSpec> options;
   int (*run)(const Options& options);  // returns the exit code
+  std::span<const OperandSpec> operands = {};
 };
 
 enum class ParseOutcome { Run, Help, BadUsage };

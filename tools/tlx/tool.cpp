@@ -13,12 +13,22 @@ namespace {
 using platform::streams::Output;
 using platform::streams::WriteLine;
 
-const CommandSpec* const kCommands[] = {&kKeygenCommand, &kPackCommand, &kUnpackCommand};
+const CommandSpec* const kCommands[] = {&kKeygenCommand, &kPackCommand, &kUnpackCommand,
+                                        &kMachineCreateCommand, &kMachineShowCommand};
+
+bool IsHelp(cvn::StringView argument) { return argument == u"--help" || argument == u"-h"; }
+
+// Whether commands of two words begin with this one.
+bool IsGroup(cvn::StringView word) {
+  return std::ranges::any_of(kCommands, [word](const CommandSpec* command) {
+    return command->name.starts_with(word) && command->name.substr(word.size()).starts_with(u' ');
+  });
+}
 
 cvn::String ToolUsage() {
   cvn::String text = u"Usage: tlx COMMAND [options]\n\nCommands:\n";
   for (const CommandSpec* command : kCommands) {
-    text.Append(cvn::Format(u"  %-8s %s\n", command->name, command->summary));
+    text.Append(cvn::Format(u"  %-15s %s\n", command->name, command->summary));
   }
   text.Append(u"\n'tlx COMMAND --help' tells more.");
   return text;
@@ -37,19 +47,25 @@ int RunTool(std::span<const cvn::String> arguments) {
     WriteLine(Output::Error, ToolUsage());
     return kExitBadUsage;
   }
-  const cvn::StringView name = arguments.front();
-  if (name == u"--help" || name == u"-h") {
+  cvn::String name = arguments.front();
+  arguments = arguments.subspan(1);
+  if (IsGroup(name) && !arguments.empty()) {
+    name = IsHelp(arguments.front()) ? arguments.front()
+                                     : cvn::Format(u"%s %s", name, arguments.front());
+    arguments = arguments.subspan(1);
+  }
+  if (IsHelp(name)) {
     WriteLine(Output::Out, ToolUsage());
     return kExitDone;
   }
-  const auto found = std::ranges::find(kCommands, name, &CommandSpec::name);
+  const auto found = std::ranges::find(kCommands, name.AsView(), &CommandSpec::name);
   if (found == std::end(kCommands)) {
     return RefuseUsage(cvn::Format(u"unknown command '%s'", name), ToolUsage());
   }
   const CommandSpec& command = **found;
   Options options;
   cvn::String problem;
-  switch (ParseOptions(command, arguments.subspan(1), &options, &problem)) {
+  switch (ParseOptions(command, arguments, &options, &problem)) {
     case ParseOutcome::Run:
       return command.run(options);
     case ParseOutcome::Help:
