@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -56,12 +57,12 @@ class Draft {
   }
 
   Code Create(const std::string& folder, mode_t permissions) {
-    static std::atomic<std::uint32_t> counter = SecureRandom32();
+    // From a random start, so that what an ended process left is seldom in the way.
+    static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
     int error = EEXIST;
     while (error == EEXIST) {
       std::array<char, 32> name;
-      std::snprintf(name.data(), name.size(), "tessel-%08x%08x.tmp",
-                    static_cast<unsigned>(getpid()), counter++);
+      std::snprintf(name.data(), name.size(), "tessel-%016" PRIx64 ".tmp", counter++);
       path_ = folder + name.data();
       file_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
       error = file_.Get() < 0 ? errno : 0;
@@ -161,7 +162,8 @@ class ContentCopier {
 
 Code OpenSource(const HostPath& source, Descriptor* file, struct stat* entry) {
   // What is no file may be a pipe, which opening would wait for.
-  if (stat(source.path.c_str(), entry) != 0) {
+  *entry = source.entry;
+  if (S_ISLNK(entry->st_mode) && stat(source.path.c_str(), entry) != 0) {
     return CodeOf(errno);
   }
   if (!S_ISREG(entry->st_mode)) {

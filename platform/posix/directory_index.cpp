@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <ctime>
 #include <memory>
 #include <vector>
@@ -83,6 +84,7 @@ Code DirectoryIndex::Find(const std::string& directory, cvn::StringView name,
 }
 
 void DirectoryIndex::ReadEvents() {
+  constexpr std::size_t kLargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
   alignas(inotify_event) char buffer[16384];
   for (;;) {
     const ssize_t length = read(events_, buffer, sizeof(buffer));
@@ -96,6 +98,9 @@ void DirectoryIndex::ReadEvents() {
       const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
       Follow(event->wd, event->mask, event->len == 0 ? "" : event->name);
       at += static_cast<ssize_t>(sizeof(*event) + event->len);
+    }
+    if (static_cast<std::size_t>(length) + kLargestEvent <= sizeof(buffer)) {
+      return;  // there was room for another, so there is no other
     }
   }
 }

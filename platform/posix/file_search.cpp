@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <optional>
 #include <string>
@@ -39,6 +40,23 @@ std::string Below(const std::string& folder, std::string_view name) {
   return path += name;
 }
 
+bool IsAscii(std::string_view name) {
+  return std::all_of(name.begin(), name.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// As ToWide, into memory that `*out` may have already.
+void SetWide(std::string_view name, cvn::String* out) {
+  std::array<char16_t, 256> buffer;
+  if (name.size() > buffer.size() || !IsAscii(name)) {
+    *out = posix::ToWide(name);
+    return;
+  }
+  std::copy(name.begin(), name.end(), buffer.begin());
+  out->Clear();
+  out->Append(cvn::StringView(buffer.data(), name.size()));
+}
+
 // A path cut in two: the folder to search in, and what to search for.
 struct Place {
   cvn::StringView folder;
@@ -60,7 +78,7 @@ Place Split(cvn::StringView path) {
 Code FindFolder(cvn::StringView path, HostPath* host) {
   const Code code = posix::Resolve(path, host);
   if (code == kSuccess) {
-    return host->IsFolder() ? kSuccess : kDirectory;
+    return host->IsFolder() ? kSuccess : platform::kDirectory;
   }
   if (posix::HasWildcards(path.substr(posix::RootLength(path)))) {
     return kInvalidName;
@@ -84,7 +102,7 @@ class Listing {
   Code Read(const std::string& folder, bool withDots, posix::Pattern pattern) {
     const std::unique_ptr<DIR, CloseDirectory> stream(opendir(folder.c_str()));
     if (stream == nullptr) {
-      return errno == ENOTDIR ? kDirectory : CodeOf(errno);
+      return errno == ENOTDIR ? platform::kDirectory : CodeOf(errno);
     }
     for (const cvn::StringView dots : {u".", u".."}) {
       if (withDots && pattern.Matches(dots)) {
@@ -106,8 +124,7 @@ class Listing {
     if (errno != 0) {
       return CodeOf(errno);
     }
-    std::sort(items_.begin() + static_cast<std::ptrdiff_t>(sorted), items_.end(),
-              [this](const Stored& left, const Stored& right) { return IsBefore(left, right); });
+    Sort(sorted);
     return kSuccess;
   }
 
@@ -123,28 +140,29 @@ class Listing {
   struct Stored {
     std::size_t name;
     std::size_t fold;
-    std::uint32_t nameLength;
-    std::uint32_t foldLength;
+    std::uint64_t key;  // what follows the part that all names begin with, most significant first
+    std::uint16_t nameLength;
+    std::uint16_t foldLength;
     unsigned char type;
   };
 
   // Puts the upper-case form behind all others, where it stays if the name is added.
   cvn::StringView Fold(std::string_view name) {
     folds_.resize(foldsUsed_);
-    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    if (std::all_of(name.begin(), name.end(), isAscii)) {
+    if (IsAscii(name)) {
       for (const char c : name) {
         folds_.push_back(static_cast<char16_t>(c >= 'a' && c <= 'z' ? c - 32 : c));
       }
     } else {
+      isAscii_ = false;
       folds_ += posix::Folded(posix::ToWide(name));
     }
     return cvn::StringView(folds_).substr(foldsUsed_);
   }
 
   void Add(std::string_view name, unsigned char type) {
-    items_.push_back({names_.size(), foldsUsed_, static_cast<std::uint32_t>(name.size()),
-                      static_cast<std::uint32_t>(folds_.size() - foldsUsed_), type});
+    items_.push_back({names_.size(), foldsUsed_, 0, static_cast<std::uint16_t>(name.size()),
+                      static_cast<std::uint16_t>(folds_.size() - foldsUsed_), type});
     names_ += name;
     foldsUsed_ = folds_.size();
   }
@@ -153,16 +171,50 @@ class Listing {
     return std::string_view(names_).substr(item.name, item.nameLength);
   }
 
+  cvn::StringView FoldOf(const Stored& item) const {
+    return cvn::StringView(folds_).substr(item.fold, item.foldLength);
+  }
+
+  // How many units all the names from `first` on begin with.
+  std::size_t CommonLength(std::size_t first) const {
+    cvn::StringView common = FoldOf(items_[first]);
+    for (std::size_t i = first + 1; i < items_.size() && !common.empty(); ++i) {
+      const cvn::StringView fold = FoldOf(items_[i]);
+      const auto end = std::mismatch(common.begin(), common.end(), fold.begin(), fold.end()).first;
+      common = common.substr(0, static_cast<std::size_t>(end - common.begin()));
+    }
+    return common.size();
+  }
+
+  // Sorts the items from `first` on. Most pairs are told apart by their keys.
+  void Sort(std::size_t first) {
+    if (first == items_.size()) {
+      return;
+    }
+    const std::size_t common = CommonLength(first);
+    const unsigned bits = isAscii_ ? 8 : 16;
+    const std::size_t count = 64 / bits;
+    for (std::size_t i = first; i < items_.size(); ++i) {
+      const cvn::StringView rest = FoldOf(items_[i]).substr(common);
+      for (std::size_t unit = 0; unit < count; ++unit) {
+        items_[i].key = items_[i].key << bits | (unit < rest.size() ? rest[unit] : u'\0');
+      }
+    }
+    std::sort(items_.begin() + static_cast<std::ptrdiff_t>(first), items_.end(),
+              [this](const Stored& left, const Stored& right) {
+                return left.key != right.key ? left.key < right.key : IsBefore(left, right);
+              });
+  }
+
   bool IsBefore(const Stored& left, const Stored& right) const {
-    const cvn::StringView folds = folds_;
-    const int order = folds.substr(left.fold, left.foldLength)
-                          .compare(folds.substr(right.fold, right.foldLength));
+    const int order = FoldOf(left).compare(FoldOf(right));
     return order != 0 ? order < 0 : posix::ToWide(NameOf(left)) < posix::ToWide(NameOf(right));
   }
 
   std::string names_;
   std::u16string folds_;
   std::size_t foldsUsed_ = 0;
+  bool isAscii_ = true;
   std::vector<Stored> items_;
   std::size_t next_ = 0;
 };
@@ -218,7 +270,7 @@ struct Search::State {
       type = static_cast<unsigned char>(IFTODT(details.Status(false).st_mode));
     }
     struct stat target {};
-    entry->name_ = posix::ToWide(name);
+    SetWide(name, &entry->name_);
     entry->isLink_ = type == DT_LNK;
     entry->isDirectory_ =
         type == DT_DIR || (type == DT_LNK && stat(Below(*folder, name).c_str(), &target) == 0 &&
@@ -251,7 +303,8 @@ struct Search::State {
     HostPath host;
     const Code code = posix::Resolve(path, &host);
     if (code == kPathNotFound && !host.path.empty()) {
-      return FindFolder(place.folder, &host) == kDirectory ? kDirectory : kPathNotFound;
+      return FindFolder(place.folder, &host) == platform::kDirectory ? platform::kDirectory
+                                                                     : kPathNotFound;
     }
     if (code != kSuccess) {
       return code;

@@ -198,7 +198,7 @@ Code RemoveDirectory(cvn::StringView path) {
     return Fail(code);
   }
   if (!host.IsFolder()) {
-    return Fail(kDirectory);
+    return Fail(platform::kDirectory);
   }
   if (host.isRoot || posix::IsReadOnly(host.path, host.entry)) {
     return Fail(kAccessDenied);

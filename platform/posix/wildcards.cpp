@@ -1,7 +1,5 @@
 #include "platform/posix/wildcards.h"
 
-#include <algorithm>
-
 #include "platform/posix/names.h"
 
 namespace platform::posix {
@@ -27,26 +25,33 @@ Pattern::Pattern(cvn::StringView text) {
     }
     steps_.push_back({kind, unit});
   }
-  here_.resize(steps_.size() + 1);
-  next_.resize(steps_.size() + 1);
+  const std::size_t wildcard = folded.find_last_of(u"*?");
+  const bool dotIsWild = wildcard != 0 && steps_.back().kind == Kind::DotOrEnd;
+  tail_ = dotIsWild ? u"" : folded.substr(wildcard + 1);
+  isTailOnly_ = wildcard == 0 && folded[0] == u'*' && !tail_.empty();
 }
 
-// Marks the steps that can be reached from those in `here_` without taking anything of `rest`.
-void Pattern::Skip(cvn::StringView rest) {
-  for (std::size_t i = 0; i < steps_.size(); ++i) {
-    const Kind kind = steps_[i].kind;
-    const bool skips = kind == Kind::Any || kind == Kind::AnyToLastDot ||
-                       (kind == Kind::OneOrEnd && (rest.empty() || rest.front() == u'.')) ||
-                       (kind == Kind::DotOrEnd && rest.empty());
-    here_[i + 1] |= static_cast<char>(here_[i] & static_cast<char>(skips));
+// True when the step may take nothing of `rest`.
+bool Pattern::Skips(std::size_t step, cvn::StringView rest) const {
+  switch (steps_[step].kind) {
+    case Kind::Any:
+    case Kind::AnyToLastDot:
+      return true;
+    case Kind::OneOrEnd:
+      return rest.empty() || rest.front() == u'.';
+    case Kind::DotOrEnd:
+      return rest.empty();
+    case Kind::Unit:
+      break;
   }
+  return false;
 }
 
-// True when `step` takes the first unit of `rest`; `*stays` tells that it may take more.
-bool Pattern::Takes(const Step& step, cvn::StringView rest, bool* stays) {
+// True when the step takes the first unit of `rest`; `*stays` tells that it may take more.
+bool Pattern::Takes(std::size_t step, cvn::StringView rest, bool* stays) const {
   const char16_t unit = rest.front();
   *stays = false;
-  switch (step.kind) {
+  switch (steps_[step].kind) {
     case Kind::Any:
       *stays = true;
       return true;
@@ -60,28 +65,43 @@ bool Pattern::Takes(const Step& step, cvn::StringView rest, bool* stays) {
     case Kind::Unit:
       break;
   }
-  return unit == step.unit;
+  return unit == steps_[step].unit;
+}
+
+// Adds to `here_` what can be reached from it without taking anything of `rest`, and finds in
+// `next_` what the first unit of `rest`, if any, leads to.
+void Pattern::Advance(cvn::StringView rest) {
+  next_.clear();
+  for (std::size_t i = 0; i < here_.size() && here_[i] < steps_.size(); ++i) {
+    const std::size_t step = here_[i];
+    const bool isNextKnown = i + 1 < here_.size() && here_[i + 1] == step + 1;
+    if (!isNextKnown && Skips(step, rest)) {
+      here_.insert(here_.begin() + static_cast<std::ptrdiff_t>(i + 1), step + 1);
+    }
+    bool stays = false;
+    if (!rest.empty() && Takes(step, rest, &stays)) {
+      const std::size_t reached = stays ? step : step + 1;
+      if (next_.empty() || next_.back() != reached) {
+        next_.push_back(reached);
+      }
+    }
+  }
 }
 
 bool Pattern::Matches(cvn::StringView folded) {
-  if (matchesAll_) {
+  if (matchesAll_ || !folded.ends_with(tail_)) {
+    return matchesAll_;
+  }
+  if (isTailOnly_) {
     return true;
   }
-  std::fill(here_.begin(), here_.end(), char{0});
-  here_[0] = 1;
+  here_.assign(1, 0);
   for (; !folded.empty(); folded.remove_prefix(1)) {
-    Skip(folded);
-    std::fill(next_.begin(), next_.end(), char{0});
-    for (std::size_t i = 0; i < steps_.size(); ++i) {
-      bool stays = false;
-      if (here_[i] != 0 && Takes(steps_[i], folded, &stays)) {
-        next_[stays ? i : i + 1] = 1;
-      }
-    }
+    Advance(folded);
     here_.swap(next_);
   }
-  Skip(folded);
-  return here_.back() != 0;
+  Advance(folded);
+  return !here_.empty() && here_.back() == steps_.size();
 }
 
 }  // namespace platform::posix

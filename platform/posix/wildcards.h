@@ -30,14 +30,17 @@ class Pattern {
     char16_t unit;
   };
 
-  void Skip(cvn::StringView rest);
-  static bool Takes(const Step& step, cvn::StringView rest, bool* stays);
+  bool Skips(std::size_t step, cvn::StringView rest) const;
+  bool Takes(std::size_t step, cvn::StringView rest, bool* stays) const;
+  void Advance(cvn::StringView rest);
 
   std::vector<Step> steps_;
+  std::u16string tail_;  // the units behind the last wildcard
   bool matchesAll_ = false;
-  // Which steps may come next: before a unit of the name, and behind it.
-  std::vector<char> here_;
-  std::vector<char> next_;
+  bool isTailOnly_ = false;  // a '*' and the tail: whatever ends in the tail matches
+  // Which steps may come next, in rising order: before a unit of the name, and behind it.
+  std::vector<std::size_t> here_;
+  std::vector<std::size_t> next_;
 };
 
 }  // namespace platform::posix
