@@ -63,7 +63,7 @@ trace some:
 
 _USAGE = """
   Usage:
-  ~@PROGRAM@ [/encfile] <path> [/debug] [/var key value]\\*
+  ~@PROGRAM@ [/encfile] <path> [/debug] [/var key value][*]
   ~
 """
 
@@ -107,6 +107,25 @@ _SAID = _RAN.format(code=-11, word='said', outcome='True', script_code=11,
                     handler='  Entering onTrue handler.\n')
 
 
+# A mark that is there stays the only one, and none is put into the middle.
+_APPENDED = """
+exit: -7
+file @DIR@\\log.txt:
+  an older line
+  * Use default value for expirationDays.
+  * Execute
+  * Start executing
+  * Trace: first block
+  * test function called ('%word%' 1 'said'). type: 0
+  * test function end with False.
+  * Exit function called with exitcode 7
+  * Stop executing
+  * End execution
+  * set trace file: (null)
+  ~
+"""
+
+
 def _write(data):
     return lambda patch: patch.write_bytes(data)
 
@@ -128,13 +147,18 @@ def _swap_blocks(patch):
     patch.write_bytes(data[256:512] + data[:256] + data[512:])
 
 
+def _write_log(data):
+    return lambda patch: patch.with_name('log.txt').write_bytes(data)
+
+
 def _files():
     yield 'empty', {'prepare': _write(b'')}, _UNREADABLE.format(code=1006, path='@DIR@\\patch.tlx')
     yield ('folder', {}, 'args: /encfile @DIR@' + _UNREADABLE.format(code=5, path='@DIR@'))
     for size in (1, 255, 256, 257):
         yield f'junk-of-{size}', {'prepare': _write(b'\x07' * size)}, _UNDECRYPTABLE
     for block in range((len(_SCRIPT) + 244) // 245):
-        yield f'flipped-in-block-{block}', {'script': _SCRIPT, 'prepare': _flip(block)}, _UNDECRYPTABLE
+        yield (f'flipped-in-block-{block}', {'script': _SCRIPT, 'prepare': _flip(block)},
+               _UNDECRYPTABLE)
     yield 'last-block-cut', {'script': _SCRIPT, 'prepare': _cut_file(511)}, _UNDECRYPTABLE
     yield 'byte-too-many', {'script': _SCRIPT, 'prepare': lambda patch: patch.write_bytes(
         patch.read_bytes() + b'\0')}, _UNDECRYPTABLE
@@ -154,9 +178,18 @@ def _texts():
     yield ('bad-utf-8', {'script': _SCRIPT.replace(b'first block', b'a\xffb\xc3 \xed\xa0\x80c')},
            _NOT_SAID.replace('first block', 'a\ufffdb\ufffd \ufffd\ufffd\ufffdc'))
     yield 'bad-utf-8-only', {'script': b'\xc3' * 300}, _CORRUPT
-    yield ('beyond-the-basic-plane', {'script': _SCRIPT.replace(b'first block', '\U0001f600\u00e9'.encode())},
-           _NOT_SAID.replace('first block', '\U0001f600\u00e9'))
-    for size in range(30, len(_SCRIPT) - 2, 61):
+    wide = '\U0001f600\u00e9'
+    yield ('beyond-the-basic-plane', {'script': _SCRIPT.replace(b'first block', wide.encode())},
+           _NOT_SAID.replace('first block', wide))
+    # TinyXML takes a declaration without its end, and the document has no root then.
+    yield 'cut-in-the-declaration', {'script': _SCRIPT[:30]}, """
+exit: 1636
+stderr:
+  Failed to load patch.
+trace some:
+  Root not found
+"""
+    for size in range(61, len(_SCRIPT) - 2, 61):
         yield f'cut-at-{size:03}', {'script': _SCRIPT[:size]}, _CORRUPT
     root = b'<p version="1.0"><script>'
     yield 'nested-100000-deep', {'script': root + b'<a>' * 100_000}, _CORRUPT
@@ -169,8 +202,9 @@ def _texts():
 def _command_lines():
     yield 'no-arguments', 'args:' + _MISSING
     yield 'only-switches', 'args: /detach -SKIPinstancecheck' + _MISSING
-    for argument in ('/debug', '/', '', '//encfile', '--encfile', 'patch.tlx', '/encfile:x', '/va'):
-        yield (f'unknown-key-{argument.strip("/") or len(argument)}', f"args: '{argument}' x" +
+    unknown = ('/debug', '/', '', '//encfile', '--encfile', 'patch.tlx', '/encfile:x', '/va')
+    for at, argument in enumerate(unknown):
+        yield (f'unknown-key-{at}', f"args: '{argument}' x" +
                _REFUSED.format(text=f"Unknown argument key: '{argument}'"))
     yield ('unknown-key-behind-a-good-one', 'args: /encfile @PATCH@ /Debug' +
            _REFUSED.format(text="Unknown argument key: '/Debug'"))
@@ -197,8 +231,8 @@ stderr:
 trace some:
   Input file used: /detach
 """
-    for prefix in ('/', '-', ''):
-        yield f'prefix-{ord(prefix or " ")}', f'args: {prefix}ENCfile @PATCH@' + _NOT_SAID
+    for name, prefix in (('slash', '/'), ('dash', '-'), ('none', '')):
+        yield f'prefix-{name}', f'args: {prefix}ENCfile @PATCH@' + _NOT_SAID
     yield 'last-encfile-wins', 'args: /encfile /nowhere /encfile @PATCH@' + _NOT_SAID
     yield 'var', 'args: /var word said /encfile @PATCH@' + _SAID
     yield 'var-last-wins', 'args: /var word other /encfile @PATCH@ -VAR word said' + _SAID
@@ -233,8 +267,8 @@ trace some:
     yield 'var-without-key', 'args: /encfile @PATCH@ /var' + _NOT_SAID
     yield 'var-with-blanks', ('args: /encfile @PATCH@ /var word "a  b &c"' +
                               _NOT_SAID.replace("('%word%'", "('a  b &c'"))
-    yield ('detach', 'args: /detach /encfile @PATCH@ /detach\nstdout:\n  Patch validation finished.' +
-           _NOT_SAID)
+    yield ('detach', 'args: /detach /encfile @PATCH@ /detach\n'
+           'stdout:\n  Patch validation finished.' + _NOT_SAID)
     yield 'detach-and-no-patch', """
 args: /detach /encfile @DIR@\\\\none.tlx
 exit: 3
@@ -249,4 +283,10 @@ def all_cases():
     for name, how, text in [*_files(), *_texts()]:
         yield expectations.Case(f'container/{name}', expectations.parse(text, name), **how)
     for name, text in _command_lines():
-        yield expectations.Case(f'command-line/{name}', expectations.parse(text, name), script=_SCRIPT)
+        yield expectations.Case(f'command-line/{name}', expectations.parse(text, name),
+                                script=_SCRIPT)
+    for name, mark in (('without-mark', b''), ('with-mark', b'\xef\xbb\xbf')):
+        yield expectations.Case(
+            f'log/appends-to-a-file-{name}', expectations.parse(_APPENDED, name),
+            script=_SCRIPT.replace(b'<script>', b'<script log="@DIR@\\log.txt">'),
+            prepare=_write_log(mark + b'an older line\r\n'))

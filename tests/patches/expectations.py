@@ -22,15 +22,16 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                             by blanks, mean any of them.
     trace PART:             the lines of that part of the trace, each one and in this order:
                                 all     the whole trace
+                                header  from behind 'Decrypting' to 'Loading decrypted file'
                                 load    from behind 'Prepare' to 'Execute' or the end
                                 run     from behind 'Execute' to 'End execution'
                                 end     from behind 'End execution'
                                 some    the whole trace, but other lines may stand between these
     trace in PATH:          as 'all', for another trace file
     stdout: / stderr:       the stream's lines, each one; no lines when there is no such key
-    file PATH:              a text file's lines
+    file PATH:              a text file's lines, with line ends of either kind
 
-In all expected lines '*' stands for any characters, and '\\*' for itself. In the output the case's
+In all expected lines '*' stands for any characters, and '[*]' for itself. In the output the case's
 folder appears as @DIR@, the program as @PROGRAM@, the program's folder as @BIN@, and a pointer
 (%p) as @P@. Trace lines stand without their time stamps; a line that has none, because the one
 before it held a line feed, is written with a '~' in front. In stdout, stderr and files a '~' alone
@@ -41,7 +42,7 @@ import dataclasses
 import re
 import shlex
 
-TRACE_PARTS = ('all', 'load', 'run', 'end', 'some')
+TRACE_PARTS = ('all', 'header', 'load', 'run', 'end', 'some')
 HOMES = ('linux', 'windows')
 
 
@@ -71,6 +72,11 @@ class Case:
     is_strangers: bool = False  # packed with a key that is not the program's
 
     patch_name = 'patch.tlx'
+
+    def __post_init__(self):
+        # It names a folder, in both homes and on cmd's command line.
+        if not re.fullmatch(r'[\w-]+/[\w.-]+', self.name):
+            raise ValueError(f'{self.name!r} is no name for a case')
 
 
 def _add(expectations, key, value, lines):
@@ -108,7 +114,7 @@ def _add(expectations, key, value, lines):
 
 
 def parse(text, source):
-    """The Expectations in `text`; raises ValueError with `source` and the line when it has faults."""
+    """The Expectations in `text`; raises ValueError with `source` and the line of a fault."""
     expectations = Expectations()
     lines = text.split('\n')
     at = 0
@@ -134,10 +140,10 @@ def parse(text, source):
 
 
 def _regex(pattern):
-    parts = re.split(r'(\\\*|\*)', pattern)
+    parts = re.split(r'(\[\*\]|\*)', pattern)
     return re.compile(
-        ''.join('.*' if part == '*' else re.escape('*' if part == r'\*' else part) for part in parts),
-        re.DOTALL)
+        ''.join('.*' if part == '*' else re.escape('*' if part == '[*]' else part)
+                for part in parts), re.DOTALL)
 
 
 def _numbered(title, lines):
@@ -175,7 +181,8 @@ def part_of_trace(lines, part):
     """The lines of one part of a trace; None when the run did not get there."""
     if part in ('all', 'some'):
         return lines
-    start, stop = {'load': ('Prepare', 'Execute'), 'run': ('Execute', 'End execution'),
+    start, stop = {'header': ('Decrypting', 'Loading decrypted file'),
+                   'load': ('Prepare', 'Execute'), 'run': ('Execute', 'End execution'),
                    'end': ('End execution', None)}[part]
     if start not in lines:
         return None

@@ -1,4 +1,4 @@
-"""Cases in which a short script is loaded or refused: one run each, so that they stand in tables."""
+"""Cases in which a short script is loaded or refused, one run each, in tables."""
 
 import expectations
 
@@ -47,7 +47,8 @@ def _versions():
         yield name, f'<p version="{version}">{_HEADER}<script/></p>', _refused(
             1636, f'  Cannot continue... Expected version: 1.0, current version: {version}',
             is_reset_before=False)
-    for name, attribute in (('missing', ''), ('empty', 'version=""'), ('miscased', 'Version="1.0"')):
+    for name, attribute in (('missing', ''), ('empty', 'version=""'),
+                            ('miscased', 'Version="1.0"')):
         yield name, f'<p {attribute}>{_HEADER}<script/></p>', _refused(
             1636, '  Version not found', is_reset_before=False)
 
@@ -65,8 +66,8 @@ def _documents():
         'Script node not found')
     yield ('any-root-and-order', f'<script version="1.0"><script/>{_HEADER}</script>',
            _loaded(_DEFAULT_DAYS))
-    yield ('first-of-several', f'<p version="1.0">{_HEADER}<header/><script/><script><oops/></script>'
-           '</p>', _loaded(_DEFAULT_DAYS))
+    yield ('first-of-several', f'<p version="1.0">{_HEADER}<header/><script/>'
+           '<script><oops/></script></p>', _loaded(_DEFAULT_DAYS))
     yield ('only-comments-and-text', f'<p version="1.0">{_HEADER}<script> text <!-- comment -->'
            '<![CDATA[<oops/>]]></script></p>', _loaded(_DEFAULT_DAYS))
 
@@ -112,14 +113,61 @@ def _required_attributes():
 def _enumerations():
     for key, values in (('operator', ('!=', '>', '&gt;=', '=', '')),
                         ('type', ('String', 'int', ''))):
-        for value in values:
+        for at, value in enumerate(values):
             attributes = {'operator': '==', 'type': 'string', 'left': '', 'right': '', key: value}
-            yield f'test-with-{key}-{value.strip("&;") or "empty"}', _element('test', attributes), False
+            yield f'test-with-bad-{key}-{at}', _element('test', attributes), False
     # One that the regular expression library refuses.
     for name, pattern in (('open-group', '('), ('open-class', '[a'), ('nothing-to-repeat', '*'),
                           ('bad-range', '[z-a]')):
         attributes = {'var': 'v', 'value': '', 'regexp': pattern, 'index': '0'}
         yield f'assignToken-with-{name}', _element('assignToken', attributes), False
+
+
+def _metadata():
+    """What the header says of the patch; nothing in it stops the run at this point."""
+    no_id = '  [ExtractPatchMetaData] Warning - attribute id not found...\n'
+    no_type = '  [ExtractPatchMetaData] Warning - attribute patchType not found...\n'
+    no_header = '  [ExtractPatchMetaData] Error - no header found...\n'
+    rows = (
+        ('all', 'id=a patchType=external tags=t', '', 'external', 'a'),
+        ('last-wins', 'id=a patchType=update id=b patchType=external', '', 'external', 'b'),
+        ('miscased', 'ID=a PatchType=external', no_id + no_type, '', ''),
+        ('empty-ones', 'id= patchType=', no_id + no_type, '', ''),
+        ('other-names-and-types', 'other=x id=a patchType=anything', '', 'anything', 'a'),
+        ('no-id', 'patchType=external', no_id, 'external', ''),
+        ('no-type', 'id=a', no_type, '', 'a'),
+    )
+    for name, properties, warnings, patch_type, ident in rows:
+        yield name, _dated_header(properties), f"""
+exit: -1
+trace header:
+{warnings}  Running patch of type: {patch_type}, with id: {ident}*
+"""
+    missing = '<property value="a"/><property name="id"/><property/>' + _property('created=@NOW@')
+    yield 'attributes-missing', f'<p version="1.0"><header>{missing}</header><script/></p>', f"""
+exit: -1
+trace header:
+{no_id}{no_type}  Running patch of type: , with id: *
+"""
+    inner = '<x><header><property name="id" value="a"/></header></x>'
+    for name, header in (('no-header', ''), ('miscased-header', '<Header/>'),
+                         ('deeper-header', inner)):
+        yield name, f'<p version="1.0">{header}<script/></p>', f"""
+exit: 1636
+stderr:
+  Patch is no longer valid.
+trace header:
+{no_header}  Running patch of type: , with id: *
+"""
+
+
+def _property(entry):
+    return '<property name="{}" value="{}"/>'.format(*entry.split('='))
+
+
+def _dated_header(properties):
+    elements = ''.join(map(_property, ['created=@NOW@', *properties.split()]))
+    return f'<p version="1.0"><header>{elements}</header><script/></p>'
 
 
 def _script(body):
@@ -149,8 +197,8 @@ trace end:
            _refused(13, "  Function 'nope' not found"))
 
 
-_NO_ERR = ("  Handler 'onerrorspec' for function 'traceSetFile' does not have err attribute or it is"
-           ' empty')
+_NO_ERR = ("  Handler 'onerrorspec' for function 'traceSetFile' does not have err attribute"
+           ' or it is empty')
 
 
 def _labels_and_handlers():
@@ -165,7 +213,8 @@ def _labels_and_handlers():
            '<goto target="b"/><goto target="a"/><goto target="B"/><nothing id="a"/>', missing('B'))
     yield 'label-has-case', '<nothing id="There"/><goto target="there"/>', missing('there')
     yield ('target-is-not-expanded',
-           '<assign var="x" value="there"/><nothing id="there"/><goto target="%x%"/>', missing('%x%'))
+           '<assign var="x" value="there"/><nothing id="there"/><goto target="%x%"/>',
+           missing('%x%'))
     yield 'target-on-another-command', '<exit target="nowhere"/>', """
 exit: 0
 """
@@ -173,20 +222,42 @@ exit: 0
            '<nothing><onsuccess><nothing id="there"/></onsuccess></nothing><goto target="there"/>',
            missing('there'))
     yield 'label-twice', '<nothing id="x"/><trace id="x"/>', double('x')
-    yield 'label-twice-after-goto', '<goto target="x"/><nothing id="x"/><trace id="x"/>', double('x')
+    yield ('label-twice-after-goto', '<goto target="x"/><nothing id="x"/><trace id="x"/>',
+           double('x'))
     # A handler is compiled before its owner gets its label.
     yield ('label-twice-in-own-handler',
-           '<traceSetFile id="x"><onsuccess><nothing id="x"/></onsuccess></traceSetFile>', double('x'))
+           '<traceSetFile id="x"><onsuccess><nothing id="x"/></onsuccess></traceSetFile>',
+           double('x'))
     yield 'empty-labels-are-none', '<exit/><nothing id=""/><trace id=""/>', """
 exit: 0
 """
-    yield 'onerrorspec-without-err', '<traceSetFile><onerrorspec/></traceSetFile>', _refused(13, _NO_ERR)
+    yield ('onerrorspec-without-err', '<traceSetFile><onerrorspec/></traceSetFile>',
+           _refused(13, _NO_ERR))
     yield ('onerrorspec-with-empty-err',
            '<traceSetFile><onerrorspec err="5"/><onerrorspec err=""/></traceSetFile>',
            _refused(13, _NO_ERR))
-    yield ('onerrorspec-on-another-kind', '<trace><onerrorspec/></trace><exit><onerrorspec/></exit>', """
+    yield 'onerrorspec-on-another-kind', '<trace><onerrorspec/></trace><exit/>', """
 exit: 0
-""")
+"""
+
+
+def _exit_codes():
+    """The attribute code, the number that it reads as, and the process's exit code."""
+    rows = (('0', 0, 0), ('5', 5, -5), ('-5', -5, -5), ('%five%', 0, 0), ('five', 0, 0), ('', 0, 0),
+            ('  +12 apples', 12, -12), ('256', 256, -256), ('2147483647', 2147483647, -2147483647),
+            ('2147483648', 2147483647, -2147483647), ('-2147483648', -2147483648, -2147483648))
+    for at, (code, number, exit_code) in enumerate(rows):
+        yield f'{at:02}', _script(f'<assign var="five" value="5"/><exit code="{code}"/>'), f"""
+exit: {exit_code}
+trace some:
+  Exit function called with exitcode {number}
+  Stop executing
+"""
+    yield 'none', _script('<exit/>'), """
+exit: 0
+trace some:
+  Exit function called with exitcode 0
+"""
 
 
 _EXPIRED = '  Patch exceeded expiration period'
@@ -218,29 +289,32 @@ def _dates():
 
 def _expiry():
     for name, properties, is_valid, is_default in _dates():
-        elements = ''.join('<property name="{}" value="{}"/>'.format(*entry.split('='))
-                           for entry in ['patchType=external', *properties.split()])
+        elements = ''.join(map(_property, ['patchType=external', *properties.split()]))
         lines = _DEFAULT_DAYS if is_default else ''
         yield name, f'<p version="1.0"><header>{elements}</header><script/></p>', (
             _loaded(lines) if is_valid else
             _refused(1460, lines + _EXPIRED, stderr='Patch is no longer valid.'))
     update = '<property name="patchType" value="update"/>'
     yield ('update-never', f'<p version="1.0"><header>{update}</header><script/></p>', _loaded())
-    yield ('last-type-wins', '<p version="1.0"><header><property name="patchType" value="external"/>'
-           f'{update}<property name="created" value="@NOW+1d@"/></header><script/></p>', _loaded())
+    earlier = ''.join(map(_property, ['patchType=external', 'created=@NOW+1d@']))
+    yield ('last-type-wins', f'<p version="1.0"><header>{earlier}{update}</header><script/></p>',
+           _loaded())
     yield ('command-before-expiry', '<p version="1.0"><header/><script><nope/></script></p>',
            _refused(13, "  Function 'nope' not found"))
-    yield ('expiry-before-labels', '<p version="1.0"><header/><script><goto target="x"/></script></p>',
+    yield ('expiry-before-labels',
+           '<p version="1.0"><header/><script><goto target="x"/></script></p>',
            _refused(1460, _DEFAULT_DAYS + _EXPIRED, stderr='Patch is no longer valid.'))
     yield ('no-header', '<p version="1.0"><property name="patchType" value="update"/><script/></p>',
            _refused(1460, _DEFAULT_DAYS + _EXPIRED, stderr='Patch is no longer valid.'))
 
 
 def all_cases():
-    scripts = [('version', _versions()), ('document', _documents()), ('command', _commands()),
-               ('label', ((name, _script(body), text) for name, body, text in _labels_and_handlers())),
-               ('expiry', _expiry())]
+    scripts = [('version', _versions()), ('document', _documents()), ('metadata', _metadata()),
+               ('command', _commands()),
+               ('label', ((name, _script(body), text)
+                          for name, body, text in _labels_and_handlers())),
+               ('exit-code', _exit_codes()), ('expiry', _expiry())]
     for family, rows in scripts:
         for name, script, text in rows:
-            yield expectations.Case(f'load-{family}/{name}', expectations.parse(text, name),
+            yield expectations.Case(f'{family}/{name}', expectations.parse(text, name),
                                     script=script.encode())

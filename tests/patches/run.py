@@ -25,6 +25,7 @@ import sys
 import tempfile
 import threading
 import time
+import traceback
 
 import container_cases
 import expectations
@@ -129,7 +130,8 @@ class LinuxHome(Home):
         environment['TESSEL_MACHINE'] = str(machine)
         run = self.spawn([str(self.program), *arguments], environment, folder)
         if run.returncode < 0:
-            raise Mismatch(f'signal {-run.returncode} ended it\n{run.stderr.decode(errors="replace")}')
+            words = run.stderr.decode(errors='replace')
+            raise Mismatch(f'signal {-run.returncode} ended it\n{words}')
         return (run.returncode, decode_lines(run.stdout, 'standard output', '\n'),
                 decode_lines(run.stderr, 'standard error', '\n'),
                 self.only_trace(machine / 'ProgramData' / 'Tessera'))
@@ -163,7 +165,8 @@ class WindowsHome(Home):
         try:
             exit_code = int(code_file.read_text(encoding='ascii'))
         except (OSError, ValueError):
-            raise Mismatch(f'Wine told no exit code\n{run.stderr.decode(errors="replace")}') from None
+            words = run.stderr.decode(errors='replace')
+            raise Mismatch(f'Wine told no exit code\n{words}') from None
         return (exit_code, decode_lines(run.stdout, 'standard output', '\r\n'),
                 decode_lines(run.stderr, 'standard error', '\r\n'),
                 self.only_trace(self.trace_folder))
@@ -193,9 +196,9 @@ def make_patch(case, folder, tools):
         script = folder / 'script.xml'
         script.write_bytes(fill_in(case.script.decode('utf-8', 'surrogateescape'), folder, case)
                            .encode('utf-8', 'surrogateescape'))
-        packed = subprocess.run([tools.tlx, 'pack', '--force', '--key', tools.strangers_key if case.is_strangers else tools.key,
-                                 '--in', script, '--out', patch],
-                                capture_output=True, text=True, check=False)
+        key = tools.strangers_key if case.is_strangers else tools.key
+        packed = subprocess.run([tools.tlx, 'pack', '--force', '--key', key, '--in', script,
+                                 '--out', patch], capture_output=True, text=True, check=False)
         script.unlink()
         if packed.returncode != 0:
             raise Mismatch(f'tlx failed: {packed.stderr}')
@@ -203,11 +206,17 @@ def make_patch(case, folder, tools):
         case.prepare(patch)
 
 
+def host_path(path, folder, case):
+    return pathlib.Path(fill_in(path, folder, case).removeprefix('Z:').replace('\\', '/'))
+
+
 def check_file(path, expected, folder, case):
-    host = pathlib.Path(fill_in(path, folder, case)[2:].replace('\\', '/'))
+    host = host_path(path, folder, case)
     if not host.is_file():
         return f'{path} is not there'
-    lines = host.read_text(encoding='utf-8-sig').splitlines()
+    lines = host.read_text(encoding='utf-8-sig').split('\n')
+    if lines[-1] == '':
+        lines.pop()
     return expectations.differ(expected, lines, path)
 
 
@@ -225,7 +234,7 @@ def check(case, home, seen, folder):
             compare = expectations.lack if part == 'some' else expectations.differ
             faults.append(compare(lines, actual, f'trace {part}'))
     for path, lines in wanted.traces_elsewhere:
-        host = pathlib.Path(fill_in(path, folder, case)[2:].replace('\\', '/'))
+        host = host_path(path, folder, case)
         if host.is_file():
             actual = [home.normalise(line, folder) for line in read_trace(host)]
             faults.append(expectations.differ(lines, actual, path))
@@ -241,11 +250,11 @@ def check(case, home, seen, folder):
 class Session:
     """All runs, and what came of them."""
 
-    def __init__(self, tools, homes, is_verbose):
+    def __init__(self, tools, homes, is_verbose, root):
         self.tools = tools
         self.homes = homes
         self.is_verbose = is_verbose
-        self.root = pathlib.Path(tempfile.mkdtemp(prefix='tessel-patches.')).resolve()
+        self.root = root
         tools.strangers_key = self.root / 'stranger.pem'
         subprocess.run([tools.tlx, 'keygen', '--private', tools.strangers_key,
                         '--public', self.root / 'stranger.pub.pem'], check=True)
@@ -270,6 +279,9 @@ class Session:
             fault = '\n'.join(check(case, home, seen, folder))
         except Mismatch as mismatch:
             fault = str(mismatch)
+        except Exception:  # pylint: disable=broad-except
+            # A case that the runner can't cope with must fail, and not vanish with its thread.
+            fault = traceback.format_exc()
         shutil.rmtree(folder, ignore_errors=True)
         with self.lock:
             self.outcomes[key] = fault
@@ -299,7 +311,6 @@ class Session:
         for worker in workers:
             worker.join()
         self.compare_homes(cases)
-        shutil.rmtree(self.root, ignore_errors=True)
 
     def compare_homes(self, cases):
         for case in cases:
@@ -307,22 +318,23 @@ class Session:
             key = (case.name, 'windows')
             if case.expectations.differs or None in pair or self.outcomes[key]:
                 continue
-            expected = [line.replace('*', r'\*') for line in pair[0].trace]
+            expected = [line.replace('*', '[*]') for line in pair[0].trace]
             fault = expectations.differ(expected, pair[1].trace, "the trace is not that of linux")
             self.outcomes[key] = fault or ''
 
     def report(self, json_path):
-        failures = [{'case': name, 'home': home, 'fault': fault}
+        failures = [f'{name} ({home}): {fault}'
                     for (name, home), fault in sorted(self.outcomes.items()) if fault]
         for failure in failures:
-            print(f'FAILED  {failure["home"]:8} {failure["case"]}\n{failure["fault"]}\n')
+            print(f'FAILED  {failure}\n')
         for (name, home), reason in sorted(self.skipped.items()):
             if self.is_verbose:
                 print(f'skipped {home:8} {name}: {reason}')
         summary = {'passed': len(self.outcomes) - len(failures), 'failed': len(failures),
                    'skipped': len(self.skipped), 'failures': failures}
         if json_path:
-            pathlib.Path(json_path).write_text(json.dumps(summary, indent=1) + '\n', encoding='utf-8')
+            text = json.dumps(summary, indent=1) + '\n'
+            pathlib.Path(json_path).write_text(text, encoding='utf-8')
         print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
         return 1 if failures else 0
 
@@ -354,13 +366,14 @@ def main():
         homes.append(WindowsHome(options.windows, options.wine))
     if not homes:
         parser.error('neither --linux nor --windows is given')
-    cases = [case for case in [*script_cases(), *container_cases.all_cases(), *load_cases.all_cases()]
-             if fnmatch.fnmatchcase(case.name, options.filter)]
+    cases = [case for family in (script_cases, container_cases.all_cases, load_cases.all_cases)
+             for case in family() if fnmatch.fnmatchcase(case.name, options.filter)]
     if not cases:
         parser.error(f'no case is named {options.filter}')
-    session = Session(options, homes, options.v)
-    session.run_all(cases)
-    return session.report(options.json)
+    with tempfile.TemporaryDirectory(prefix='tessel-patches.', ignore_cleanup_errors=True) as root:
+        session = Session(options, homes, options.v, pathlib.Path(root).resolve())
+        session.run_all(cases)
+        return session.report(options.json)
 
 
 if __name__ == '__main__':
