@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -13,6 +12,7 @@
 #include "platform/posix/machine.h"
 #include "platform/posix/names.h"
 #include "platform/posix/path_resolver.h"
+#include "platform/posix/registry_values.h"
 #include "support/format.h"
 
 namespace platform::posix {
@@ -39,27 +39,11 @@ std::u16string Joined(cvn::StringView left, cvn::StringView right) {
   return std::u16string(left).append(right);
 }
 
-std::optional<std::u16string> ReadText(KeyNode& key, cvn::StringView name) {
-  std::uint32_t type = 0;
-  std::vector<std::byte> data;
-  if (key.hive->Query(key, name, &type, &data) != kSuccess ||
-      (type != registry::kTypeString && type != registry::kTypeExpandString)) {
-    return std::nullopt;
-  }
-  std::u16string text(data.size() / sizeof(char16_t), u'\0');
-  std::memcpy(text.data(), data.data(), text.size() * sizeof(char16_t));
-  return std::u16string(UpToZero(text));
-}
-
-std::optional<std::uint32_t> ReadNumber(KeyNode& key, cvn::StringView name) {
-  std::uint32_t type = 0;
-  std::uint32_t number = 0;
-  std::vector<std::byte> data;
-  if (key.hive->Query(key, name, &type, &data) != kSuccess || data.size() != sizeof(number)) {
-    return std::nullopt;
-  }
-  std::memcpy(&number, data.data(), sizeof(number));
-  return number;
+// A value without a type when there is none.
+ValueData Read(KeyNode& key, cvn::StringView name) {
+  ValueData value;
+  const Code code = key.hive->Query(key, name, &value.type, &value.bytes);
+  return code == kSuccess ? value : ValueData();
 }
 
 // Where a hive file is, behind all symbolic links: its successor takes the place of the file.
@@ -250,7 +234,7 @@ void RegistrySpace::AddControlSetLinks(const KeyPtr& root) {
   KeyPtr key;
   std::optional<std::uint32_t> number;
   if (Walk(root, u"Select", &key) == kSuccess) {
-    number = ReadNumber(*key, u"Current");
+    number = Read(*key, u"Current").Number();
   }
   if (!number) {
     return;
@@ -275,7 +259,7 @@ void RegistrySpace::AddProfiles() {
     return;
   }
   for (const auto& [index, profile] : *profiles) {
-    const std::optional<std::u16string> folder = ReadText(*profile, u"ProfileImagePath");
+    const std::optional<std::u16string> folder = Read(*profile, u"ProfileImagePath").Text();
     if (folder && profile->name != kSystemSid) {
       AddProfile(profile->name, environment::Expand(*folder).value_or(cvn::String()));
     }
