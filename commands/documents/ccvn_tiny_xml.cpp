@@ -84,7 +84,11 @@ bool CCVNTinyXml::Save(cvn::StringView path) {
 }
 
 TiXmlElement* CCVNTinyXml::FindElement(TiXmlElement* context, const std::string& xpath) {
-  return xpath.empty() ? nullptr : mirror_.FindFirst(context, xpath).element;
+  if (xpath.empty()) {
+    return nullptr;
+  }
+  const XPathMatch match = mirror_.FindFirst(context, xpath);
+  return match.kind == XPathMatch::Kind::Element ? match.element : nullptr;
 }
 
 bool CCVNTinyXml::SetValue(TiXmlElement* context, const std::string& xpath,
