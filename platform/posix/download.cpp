@@ -101,10 +101,14 @@ std::size_t WriteToTarget(char* bytes, std::size_t unit, std::size_t count, void
   return to->code == kSuccess ? unit * count : 0;
 }
 
-// Reads a URL as the browsers do: blanks and characters beyond ASCII are taken and encoded.
+// Reads a URL as urlmon does: blanks and characters beyond ASCII are taken and encoded.
 std::int32_t ReadUrl(cvn::StringView text, CURLU* url, bool* isSecure) {
-  constexpr unsigned kFlags = CURLU_ALLOW_SPACE | CURLU_URLENCODE | CURLU_NON_SUPPORT_SCHEME;
-  const CURLUcode code = curl_url_set(url, CURLUPART_URL, cvn::WideToUtf8(text).c_str(), kFlags);
+  std::string bytes;
+  for (const char byte : cvn::WideToUtf8(text)) {
+    byte == ' ' ? bytes.append("%20") : bytes.append(1, byte);
+  }
+  const CURLUcode code =
+      curl_url_set(url, CURLUPART_URL, bytes.c_str(), CURLU_URLENCODE | CURLU_NON_SUPPORT_SCHEME);
   if (code == CURLUE_BAD_SCHEME || code == CURLUE_UNSUPPORTED_SCHEME) {
     return NumberOf(Result::UnknownProtocol);
   }
@@ -142,7 +146,8 @@ std::int32_t ResultOfTransfer(CURLcode code, CURL* transfer, const Target& targe
   }
   long redirects = 0;
   curl_easy_getinfo(transfer, CURLINFO_REDIRECT_COUNT, &redirects);
-  if (code == CURLE_UNSUPPORTED_PROTOCOL && redirects > 0) {
+  const bool isUrlBad = code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_URL_MALFORMAT;
+  if (isUrlBad && redirects > 0) {
     return NumberOf(Result::RedirectFailed);
   }
   if (code == CURLE_HTTP_RETURNED_ERROR) {
