@@ -71,7 +71,10 @@ locked() {
   local lock=$1
   shift
   (
-    flock 9
+    if ! flock --nonblock 9; then
+      note "Waiting for another run of these scripts"
+      flock 9
+    fi
     "$@" 9>&-
   ) 9>"$lock"
 }
