@@ -143,7 +143,7 @@ void RemoveElement(JsonPlace* place, std::string_view leaf) {
       rest.append(std::move((*place->value)[index]));
     }
   }
-  place->value->swapPayload(rest);
+  *place->value = std::move(rest);
 }
 
 Code RemoveAt(std::string_view path, JsonPlace* place) {
