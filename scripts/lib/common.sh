@@ -108,7 +108,7 @@ need_packages() {
   if [[ $(id -u) != 0 ]] && ! command -v sudo >/dev/null; then
     die "these packages are missing; install them as root: apt-get install ${missing[*]}"
   fi
-  run_step "Installing ${#missing[@]} packages" install_packages "${missing[@]}"
+  run_step "Installing Debian packages" install_packages "${missing[@]}"
 }
 
 need_linux_packages() {
