@@ -7,6 +7,7 @@
 #include "commands/documents/xml.h"
 #include "commands/system/directories.h"
 #include "commands/system/files.h"
+#include "commands/system/registry.h"
 #include "engine/command_registry.h"
 
 namespace tessel {
@@ -63,6 +64,14 @@ bool RegisterAllCommands() {
   RegisterCommand<FunctionDirFind>(u"dirFind");
   RegisterCommand<FunctionDirCopyRecursive>(u"dirCopyRec");
   RegisterCommand<FunctionDirDeleteRecursive>(u"dirDeleteRec");
+  RegisterCommand<FunctionRegRead>(u"regRead");
+  RegisterCommand<FunctionRegGetKeys>(u"regGetKeys");
+  RegisterCommand<FunctionRegGetValues>(u"regGetValues");
+  RegisterCommand<FunctionRegWrite>(u"regWrite");
+  RegisterCommand<FunctionRegExistsKey>(u"regExistsKey");
+  RegisterCommand<FunctionRegCreateKey>(u"regCreateKey");
+  RegisterCommand<FunctionRegDeleteKey>(u"regDeleteKey");
+  RegisterCommand<FunctionRegDeleteValue>(u"regDeleteValue");
   return true;
 }
 
