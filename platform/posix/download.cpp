@@ -3,12 +3,14 @@
 //
 // Up to kMostRedirects redirects are followed, to http and https only, and from https to https
 // only. A server that takes more than kConnectSeconds to be reached, or then sends nothing for
-// kSilentSeconds, has failed. TLS trusts what the host trusts, and proxies are those of the host's
-// environment. Names in file: URLs are the machine's, as everywhere in a script.
+// kSilentSeconds, has failed. TLS trusts what the host trusts. Proxies are those of the host's
+// environment, but never for the host itself. Names in file: URLs are the machine's, as everywhere
+// in a script.
 #include <curl/curl.h>
 
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <span>
@@ -121,10 +123,23 @@ std::int32_t ReadUrl(cvn::StringView text, CURLU* url, bool* isSecure) {
   return 0;
 }
 
+// The places to be reached without a proxy.
+std::string WithoutProxy() {
+  std::string places = "localhost,127.0.0.1,::1";
+  for (const char* name : {"no_proxy", "NO_PROXY"}) {
+    const char* more = std::getenv(name);
+    if (more != nullptr) {
+      places.append(",").append(more);
+    }
+  }
+  return places;
+}
+
 void Prepare(CURL* transfer, CURLU* url, bool isSecure, Target* target) {
   curl_easy_setopt(transfer, CURLOPT_CURLU, url);
   curl_easy_setopt(transfer, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
   curl_easy_setopt(transfer, CURLOPT_REDIR_PROTOCOLS_STR, isSecure ? "https" : "http,https");
+  curl_easy_setopt(transfer, CURLOPT_NOPROXY, WithoutProxy().c_str());
   curl_easy_setopt(transfer, CURLOPT_FOLLOWLOCATION, 1L);
   curl_easy_setopt(transfer, CURLOPT_MAXREDIRS, kMostRedirects);
   curl_easy_setopt(transfer, CURLOPT_FAILONERROR, 1L);

@@ -30,6 +30,7 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
     trace in PATH:          as 'all', for another trace file
     stdout: / stderr:       the stream's lines, each one; no lines when there is no such key
     file PATH:              a text file's lines, with line ends of either kind
+    bytes PATH: 'BYTES'     a file's bytes, as Python writes them
 
 In all expected lines '*' stands for any characters, and '[*]' for itself. In the output the case's
 folder appears as @DIR@, the program as @PROGRAM@, the program's folder as @BIN@, and a pointer
@@ -38,6 +39,7 @@ before it held a line feed, is written with a '~' in front. In stdout, stderr an
 is an empty line.
 """
 
+import ast
 import dataclasses
 import re
 import shlex
@@ -59,6 +61,7 @@ class Expectations:
     stdout: list = dataclasses.field(default_factory=list)
     stderr: list = dataclasses.field(default_factory=list)
     files: list = dataclasses.field(default_factory=list)  # of (path, lines)
+    contents: list = dataclasses.field(default_factory=list)  # of (path, bytes)
 
 
 @dataclasses.dataclass
@@ -108,6 +111,8 @@ def _add(expectations, key, value, lines):
         expectations.traces_elsewhere.append((rest[3:], lines))
     elif word == 'file':
         expectations.files.append((rest, lines))
+    elif word == 'bytes':
+        expectations.contents.append((rest, ast.literal_eval('b' + value)))
     else:
         return f'there is no key {key!r}'
     return None

@@ -86,6 +86,8 @@ _REQUIRED = {
     'stringGet': {'var': 'v', 'fromIndex': '0', 'maxCount': '1', 'toAnyChar': ';', 'value': 'x'},
     'stringTrim': {'var': 'v', 'chars': 'x'},
     'test': {'operator': '==', 'type': 'string', 'left': '?x', 'right': '?x'},
+    'iniGetValue': {'path': 'x', 'section': 'x', 'key': 'x', 'var': 'v'},
+    'iniSetValue': {'path': 'x', 'section': 'x', 'key': 'x', 'value': '?x'},
 }
 
 

@@ -29,6 +29,7 @@ import traceback
 
 import container_cases
 import expectations
+import http_files
 import load_cases
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -94,6 +95,7 @@ class Home:
         for host, token in ((folder, '@DIR@'), (self.program, '@PROGRAM@'),
                             (self.program.parent, '@BIN@')):
             line = line.replace(host_to_drive(host), token).replace(str(host), token)
+        line = line.replace(http_files.address(), '@HTTP@')
         return re.sub(r'0x[0-9A-F]{16}', '@P@', line)
 
     def observe(self, case, folder):
@@ -186,7 +188,7 @@ def fill_in(text, folder, case):
     text = re.sub(r'@NOW([+-]\d+[dhms])?@', moment, text)
     patch = folder / case.patch_name
     return (text.replace('@PATCH@', host_to_drive(patch)).replace('@HOSTPATCH@', str(patch))
-            .replace('@DIR@', host_to_drive(folder)))
+            .replace('@DIR@', host_to_drive(folder)).replace('@HTTP@', http_files.address()))
 
 
 def make_patch(case, folder, tools):
@@ -220,6 +222,14 @@ def check_file(path, expected, folder, case):
     return expectations.differ(expected, lines, path)
 
 
+def check_bytes(path, expected, folder, case):
+    host = host_path(path, folder, case)
+    if not host.is_file():
+        return f'{path} is not there'
+    actual = host.read_bytes()
+    return None if actual == expected else f'{path} has {actual!r}, not {expected!r}'
+
+
 def check(case, home, seen, folder):
     """What is wrong with a run: a list of texts."""
     wanted = case.expectations
@@ -244,6 +254,8 @@ def check(case, home, seen, folder):
     faults.append(expectations.differ(wanted.stderr, seen.stderr, 'standard error'))
     for path, lines in wanted.files:
         faults.append(check_file(path, lines, folder, case))
+    for path, content in wanted.contents:
+        faults.append(check_bytes(path, content, folder, case))
     return [fault for fault in faults if fault]
 
 

@@ -1,0 +1,46 @@
+"""A web server on the loopback address, for the cases that download: '@HTTP@' is its address."""
+
+import http.server
+import threading
+
+# Path to status, headers beside the length, and body.
+_ANSWERS = {
+    '/file': (200, {}, b'content\n'),
+    '/moved': (302, {'Location': '/file'}, b''),
+    '/broken': (500, {}, b'an error page\n'),
+}
+
+
+class _Handler(http.server.BaseHTTPRequestHandler):
+    def do_GET(self):
+        status, headers, body = _ANSWERS.get(self.path, (404, {}, b'an error page\n'))
+        self.send_response(status)
+        for name, value in {**headers, 'Content-Length': str(len(body))}.items():
+            self.send_header(name, value)
+        self.end_headers()
+        self.wfile.write(body)
+
+    def log_message(self, *_):
+        pass
+
+
+class _Server:
+    def __init__(self):
+        self.lock = threading.Lock()
+        self.address = None
+
+    def start(self):
+        server = http.server.ThreadingHTTPServer(('127.0.0.1', 0), _Handler)
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.address = f'http://127.0.0.1:{server.server_port}'
+
+
+_server = _Server()
+
+
+def address():
+    """The server's address; the first call starts it, and it ends with the process."""
+    with _server.lock:
+        if _server.address is None:
+            _server.start()
+        return _server.address
