@@ -29,13 +29,15 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                                 some    the whole trace, but other lines may stand between these
     trace in PATH:          as 'all', for another trace file
     stdout: / stderr:       the stream's lines, each one; no lines when there is no such key
+    hive FILE KEY:          on Linux, what hivexget tells of a key of a hive file below
+                            Windows\\System32\\config: a line for each value
     file PATH:              a text file's lines, with line ends of either kind
     bytes PATH: 'BYTES'     a file's bytes, as Python writes them
 
 In all expected lines '*' stands for any characters, and '[*]' for itself. In the output the case's
 folder appears as @DIR@, the program as @PROGRAM@, the program's folder as @BIN@, and a pointer
-(%p) as @P@. Trace lines stand without their time stamps; a line that has none, because the one
-before it held a line feed, is written with a '~' in front. In stdout, stderr and files a '~' alone
+(%p) as @P@, unless it is a root of the registry. Trace lines stand without their time stamps; a
+line that has none, because the one before it held a line feed, is written with a '~' in front. In stdout, stderr and files a '~' alone
 is an empty line.
 """
 
@@ -61,6 +63,7 @@ class Expectations:
     stdout: list = dataclasses.field(default_factory=list)
     stderr: list = dataclasses.field(default_factory=list)
     files: list = dataclasses.field(default_factory=list)  # of (path, lines)
+    hives: list = dataclasses.field(default_factory=list)  # of (file, key, lines)
     contents: list = dataclasses.field(default_factory=list)  # of (path, bytes)
 
 
@@ -109,6 +112,8 @@ def _add(expectations, key, value, lines):
         expectations.traces.append((rest, lines))
     elif word == 'trace' and rest.startswith('in '):
         expectations.traces_elsewhere.append((rest[3:], lines))
+    elif word == 'hive':
+        expectations.hives.append((*rest.split(' ', 1), lines))
     elif word == 'file':
         expectations.files.append((rest, lines))
     elif word == 'bytes':

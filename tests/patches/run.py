@@ -33,8 +33,11 @@ import http_files
 import load_cases
 
 HERE = pathlib.Path(__file__).resolve().parent
+MACHINE = 'machine'  # a Linux run's, in the case's folder
 TIME_LIMIT = 120  # seconds, for a run that does not end
 STAMP = re.compile(r'\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ')
+# The roots of the registry have the same values everywhere.
+POINTER = re.compile(r'0x(?!FFFFFFFF8000000)[0-9A-F]{16}')
 TRACE_NAME = re.compile(r'ts-\d+-\d+\.txt')
 UNITS = {'d': 86400, 'h': 3600, 'm': 60, 's': 1}
 
@@ -96,7 +99,7 @@ class Home:
                             (self.program.parent, '@BIN@')):
             line = line.replace(host_to_drive(host), token).replace(str(host), token)
         line = line.replace(http_files.address(), '@HTTP@')
-        return re.sub(r'0x[0-9A-F]{16}', '@P@', line)
+        return POINTER.sub('@P@', line)
 
     def observe(self, case, folder):
         environment = dict(os.environ)
@@ -127,8 +130,7 @@ class LinuxHome(Home):
         super().__init__('linux', program)
 
     def start(self, arguments, environment, folder):
-        machine = folder / 'machine'
-        machine.mkdir()
+        machine = folder / MACHINE
         environment['TESSEL_MACHINE'] = str(machine)
         run = self.spawn([str(self.program), *arguments], environment, folder)
         if run.returncode < 0:
@@ -230,6 +232,14 @@ def check_bytes(path, expected, folder, case):
     return None if actual == expected else f'{path} has {actual!r}, not {expected!r}'
 
 
+def check_hive(file, key, expected, folder):
+    hive = folder / MACHINE / 'Windows' / 'System32' / 'config' / file
+    told = subprocess.run(['hivexget', hive, key], capture_output=True, text=True, check=False)
+    if told.returncode != 0:
+        return f'hivexget failed: {told.stderr}'
+    return expectations.differ(expected, told.stdout.splitlines(), f'{file} {key}')
+
+
 def check(case, home, seen, folder):
     """What is wrong with a run: a list of texts."""
     wanted = case.expectations
@@ -252,6 +262,9 @@ def check(case, home, seen, folder):
             faults.append(f'{path} is not there')
     faults.append(expectations.differ(wanted.stdout, seen.stdout, 'standard output'))
     faults.append(expectations.differ(wanted.stderr, seen.stderr, 'standard error'))
+    if home.name == 'linux':
+        for file, key, lines in wanted.hives:
+            faults.append(check_hive(file, key, lines, folder))
     for path, lines in wanted.files:
         faults.append(check_file(path, lines, folder, case))
     for path, content in wanted.contents:
