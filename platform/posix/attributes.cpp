@@ -6,8 +6,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <map>
-#include <mutex>
+#include <optional>
 #include <string_view>
 
 #include "platform/posix/error_map.h"
@@ -28,22 +27,12 @@ bool IsFileOrFolder(const struct stat& entry) {
   return S_ISREG(entry.st_mode) || S_ISDIR(entry.st_mode);
 }
 
-bool ReadNtfsWord(const std::string& path, NtfsWord* word) {
-  return getxattr(path.c_str(), kNtfsName, word->data(), word->size()) ==
-         static_cast<ssize_t>(word->size());
-}
-
-// Whether the volume that `path` lies on is NTFS; asked once for each volume.
-bool IsNtfs(const std::string& path, dev_t volume) {
-  static std::mutex mutex;
-  static std::map<dev_t, bool> volumes;
-  const std::lock_guard lock(mutex);
-  const auto [known, isNew] = volumes.try_emplace(volume, false);
-  if (isNew) {
-    NtfsWord word{};
-    known->second = ReadNtfsWord(path, &word);
-  }
-  return known->second;
+// Nothing where the volume is not NTFS. That is asked each time: a volume's number may be that of
+// another after a moment.
+std::optional<NtfsWord> ReadNtfsWord(const std::string& path) {
+  NtfsWord word{};
+  const ssize_t length = getxattr(path.c_str(), kNtfsName, word.data(), word.size());
+  return length == static_cast<ssize_t>(word.size()) ? std::optional(word) : std::nullopt;
 }
 
 Attributes ValueOf(const NtfsWord& word) {
@@ -84,9 +73,14 @@ bool ParseText(std::string_view text, Attributes* attributes) {
     return false;
   }
   text.remove_prefix(2);
-  const auto [end, error] =
-      std::from_chars(text.data(), text.data() + text.size(), *attributes, 16);
-  return error == std::errc() && end == text.data() + text.size();
+  const char* textEnd = text.data() + text.size();
+  Attributes value = 0;
+  const auto [end, error] = std::from_chars(text.data(), textEnd, value, 16);
+  if (error != std::errc() || end != textEnd) {
+    return false;
+  }
+  *attributes = value;
+  return true;
 }
 
 Attributes DefaultOf(const struct stat& entry) {
@@ -98,8 +92,8 @@ Attributes ReadStored(const std::string& path, const struct stat& entry) {
   if (!IsFileOrFolder(entry)) {
     return DefaultOf(entry);
   }
-  if (NtfsWord word{}; IsNtfs(path, entry.st_dev) && ReadNtfsWord(path, &word)) {
-    return ValueOf(word) & (kStored | files::kReadOnly);
+  if (const std::optional<NtfsWord> word = ReadNtfsWord(path)) {
+    return ValueOf(*word) & (kStored | files::kReadOnly);
   }
   std::array<char, 256> buffer;
   const ssize_t length = getxattr(path.c_str(), kDosName, buffer.data(), buffer.size());
@@ -111,11 +105,7 @@ Attributes ReadStored(const std::string& path, const struct stat& entry) {
   return attributes & kStored;
 }
 
-Code WriteNtfs(const std::string& path, Attributes wanted) {
-  NtfsWord word{};
-  if (!ReadNtfsWord(path, &word)) {
-    return CodeOf(errno);
-  }
+Code WriteNtfs(const std::string& path, NtfsWord word, Attributes wanted) {
   constexpr Attributes kChanged = kStored | files::kReadOnly;
   word[3] = static_cast<unsigned char>((word[3] & ~kChanged) | (wanted & kChanged));
   return setxattr(path.c_str(), kNtfsName, word.data(), word.size(), 0) == 0 ? kSuccess
@@ -154,20 +144,20 @@ Code StoreAttributes(const std::string& path, const struct stat& entry, Attribut
   if (!IsFileOrFolder(entry)) {
     return kNotSupported;
   }
-  const bool isNtfs = IsNtfs(path, entry.st_dev);
+  const std::optional<NtfsWord> ntfs = ReadNtfsWord(path);
   const mode_t before = entry.st_mode & 07777;
   const mode_t writable = before | S_IWUSR;
   mode_t now = before;
   mode_t final = (wanted & files::kReadOnly) != 0 ? before & ~kAnyonesWrite : writable;
   Code code = kSuccess;
-  if (((ReadStored(path, entry) ^ wanted) & (isNtfs ? kSettable : kStored)) != 0) {
+  if (((ReadStored(path, entry) ^ wanted) & (ntfs ? kSettable : kStored)) != 0) {
     // Extended attributes of a file that can't be written can't be, either.
     now = now != writable && chmod(path.c_str(), writable) == 0 ? writable : now;
-    code = isNtfs ? WriteNtfs(path, wanted) : WriteDos(path, entry, wanted);
+    code = ntfs ? WriteNtfs(path, *ntfs, wanted) : WriteDos(path, entry, wanted);
     final = code == kSuccess ? final : before;
   }
   // A driver for NTFS may have no permissions to change: the volume's own bit is set by now.
-  const bool changed = now == final || chmod(path.c_str(), final) == 0 || isNtfs;
+  const bool changed = now == final || chmod(path.c_str(), final) == 0 || ntfs;
   return code == kSuccess && !changed ? CodeOf(errno) : code;
 }
 
@@ -175,10 +165,8 @@ bool IsReadOnly(const std::string& path, const struct stat& entry) {
   if (!IsFileOrFolder(entry)) {
     return false;
   }
-  NtfsWord word{};
-  return (entry.st_mode & S_IWUSR) == 0 ||
-         (IsNtfs(path, entry.st_dev) && ReadNtfsWord(path, &word) &&
-          (ValueOf(word) & files::kReadOnly) != 0);
+  const std::optional<NtfsWord> ntfs = ReadNtfsWord(path);
+  return (entry.st_mode & S_IWUSR) == 0 || (ntfs && (ValueOf(*ntfs) & files::kReadOnly) != 0);
 }
 
 }  // namespace platform::posix

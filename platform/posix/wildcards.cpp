@@ -59,7 +59,8 @@ bool Pattern::Takes(std::size_t step, cvn::StringView rest, bool* stays) const {
       *stays = unit != u'.' || rest.find(u'.', 1) != rest.npos;
       return true;
     case Kind::OneOrEnd:
-      return unit != u'.';
+      // The last one does take a dot, if only that of the name ".": so it is on Windows.
+      return unit != u'.' || step + 1 == steps_.size();
     case Kind::DotOrEnd:
       return unit == u'.';
     case Kind::Unit:
