@@ -86,8 +86,8 @@ TEST_F(PosixProfile, LeavesNothingBehindAFailure) {
 }
 
 TEST_F(PosixProfile, AKilledWriterLeavesTheOldFileOrTheNewOne) {
+  using Clock = std::chrono::steady_clock;
   constexpr int kRounds = 40;
-  constexpr unsigned kLongestDelay = 3'000;  // microseconds; about what a write takes
   const std::string start = "[a]\r\nk=" + std::string(1'000'000, 'x') + "\r\n[last]\r\nk=";
   WriteContent(path_, start + "first\r\n");
   for (int round = 0; round < kRounds; ++round) {
@@ -98,11 +98,13 @@ TEST_F(PosixProfile, AKilledWriterLeavesTheOldFileOrTheNewOne) {
     if (child == 0) {
       WriteForEver(path_, pipe[1]);
     }
+    // The first write tells how long one takes; the kill comes somewhere in the second.
     char step = '\0';
     ASSERT_EQ(read(pipe[0], &step, 1), 1);
+    const auto firstWrite = Clock::now();
     ASSERT_EQ(read(pipe[0], &step, 1), 1);
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::microseconds(SecureRandom32() % kLongestDelay);
+    const auto secondWrite = Clock::now();
+    const auto end = secondWrite + (secondWrite - firstWrite) * (SecureRandom32() % 1'000) / 1'000;
     while (Clock::now() < end) {
     }
     ASSERT_EQ(kill(child, SIGKILL), 0);
