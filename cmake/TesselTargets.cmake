@@ -5,10 +5,10 @@
 #   WINDOWS_SOURCES  for Windows only
 #   DEPENDS          targets to link: tessel_<x>, dep_<x>
 #
-# tessel_library(<x> [OBJECT] SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
-#   makes the target tessel_<x>; the prefix may stand in the call. DEPENDS reach its users as well.
+# tessel_library(<name> [OBJECT] SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+#   makes the library <name>, by convention tessel_ and the folder. DEPENDS reach its users as well.
 #   OBJECT is for code that nothing calls by name, such as commands that register themselves: its
-#   objects go into each program or test that names tessel_<x> in its own DEPENDS, and into no other.
+#   objects go into each program or test that names it in its own DEPENDS, and into no other.
 #
 # tessel_program(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/bin/<name>. On Windows the entry point is wmain.
@@ -31,7 +31,7 @@ add_custom_target(bench)
 
 set(tessel_warnings -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 
-# Sets <out>_sources and <out>_depends in the caller, and <out>_object where the kind has options.
+# Sets <out>_sources, <out>_depends and <out>_object in the caller.
 function(tessel_parse_sources out)
   cmake_parse_arguments(PARSE_ARGV 1 arg
     "OBJECT" "" "SOURCES;POSIX_SOURCES;WINDOWS_SOURCES;DEPENDS")
@@ -44,37 +44,21 @@ function(tessel_parse_sources out)
   else()
     list(APPEND sources ${arg_POSIX_SOURCES})
   endif()
-  foreach(source IN LISTS sources)
-    cmake_path(ABSOLUTE_PATH source OUTPUT_VARIABLE place)
-    if(NOT EXISTS "${place}")
-      message(WARNING "${place} isn't there")
-      list(REMOVE_ITEM sources "${source}")
-    endif()
-  endforeach()
   set(${out}_sources "${sources}" PARENT_SCOPE)
   set(${out}_depends "${arg_DEPENDS}" PARENT_SCOPE)
   set(${out}_object "${arg_OBJECT}" PARENT_SCOPE)
 endfunction()
 
-function(tessel_library x)
+function(tessel_library name)
   tessel_parse_sources(library ${ARGN})
-  string(REGEX REPLACE "^tessel_" "" x "${x}")
-  set(compiled ${library_sources})
-  list(FILTER compiled EXCLUDE REGEX "\\.h$")
-  if(NOT compiled)
-    add_library(tessel_${x} INTERFACE)
-    target_include_directories(tessel_${x} INTERFACE "${PROJECT_SOURCE_DIR}")
-    target_link_libraries(tessel_${x} INTERFACE ${library_depends})
-    return()
-  endif()
   if(library_object)
-    add_library(tessel_${x} OBJECT ${library_sources})
+    add_library(${name} OBJECT ${library_sources})
   else()
-    add_library(tessel_${x} STATIC ${library_sources})
+    add_library(${name} STATIC ${library_sources})
   endif()
-  target_compile_options(tessel_${x} PRIVATE ${tessel_warnings})
-  target_include_directories(tessel_${x} PUBLIC "${PROJECT_SOURCE_DIR}")
-  target_link_libraries(tessel_${x} PUBLIC ${library_depends})
+  target_compile_options(${name} PRIVATE ${tessel_warnings})
+  target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} PUBLIC ${library_depends})
 endfunction()
 
 function(tessel_executable name folder sources depends)
