@@ -15,6 +15,12 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
     args: ARGUMENTS         the command line, split as a shell does, without expansion;
                             '/encfile @PATCH@' when there is no such line. @HOSTPATCH@ is the patch
                             as the host names it.
+    make:                   what to put into the case's folder before the run, a line each, with
+                            paths relative to it (missing parents are made):
+                                folder PATH             file PATH TEXT
+                                link PATH TARGET        time PATH SECONDS (since 1970)
+                                read-only PATH          deep PATH COUNT (nested folders 'd', each
+                                                        with a file 'f')
     env: NAME=VALUE         one more environment variable; may be repeated
     homes: HOME - REASON    run the case in this home only: linux or windows
     differs: REASON         the traces of the two homes are not compared with each other
@@ -29,6 +35,8 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                                 some    the whole trace, but other lines may stand between these
     trace in PATH:          as 'all', for another trace file
     stdout: / stderr:       the stream's lines, each one; no lines when there is no such key
+    tree PATH:              what a folder in the case's folder holds, a line for each entry with the
+                            path from there: a folder with '\\' behind it, a link with '@'
     hive FILE KEY:          on Linux, what hivexget tells of a key of a hive file below
                             Windows\\System32\\config: a line for each value
     file PATH:              a text file's lines, with line ends of either kind
@@ -53,6 +61,7 @@ HOMES = ('linux', 'windows')
 @dataclasses.dataclass
 class Expectations:
     arguments: list = dataclasses.field(default_factory=lambda: ['/encfile', '@PATCH@'])
+    make: list = dataclasses.field(default_factory=list)
     environment: dict = dataclasses.field(default_factory=dict)
     only_home: str = None
     only_home_reason: str = None
@@ -62,6 +71,7 @@ class Expectations:
     traces_elsewhere: list = dataclasses.field(default_factory=list)  # of (path, lines)
     stdout: list = dataclasses.field(default_factory=list)
     stderr: list = dataclasses.field(default_factory=list)
+    trees: list = dataclasses.field(default_factory=list)  # of (path, lines)
     files: list = dataclasses.field(default_factory=list)  # of (path, lines)
     hives: list = dataclasses.field(default_factory=list)  # of (file, key, lines)
     contents: list = dataclasses.field(default_factory=list)  # of (path, bytes)
@@ -106,12 +116,14 @@ def _add(expectations, key, value, lines):
         expectations.differs = value
     elif key == 'exit':
         expectations.exit_codes = [int(code) for code in value.split()]
-    elif key in ('stdout', 'stderr'):
+    elif key in ('make', 'stdout', 'stderr'):
         setattr(expectations, key, lines)
     elif word == 'trace' and rest in TRACE_PARTS:
         expectations.traces.append((rest, lines))
     elif word == 'trace' and rest.startswith('in '):
         expectations.traces_elsewhere.append((rest[3:], lines))
+    elif word == 'tree':
+        expectations.trees.append((rest, lines))
     elif word == 'hive':
         expectations.hives.append((*rest.split(' ', 1), lines))
     elif word == 'file':

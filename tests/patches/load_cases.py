@@ -88,6 +88,20 @@ _REQUIRED = {
     'test': {'operator': '==', 'type': 'string', 'left': '?x', 'right': '?x'},
     'iniGetValue': {'path': 'x', 'section': 'x', 'key': 'x', 'var': 'v'},
     'iniSetValue': {'path': 'x', 'section': 'x', 'key': 'x', 'value': '?x'},
+    'fileExists': {'path': 'x'},
+    'fileCopySingle': {'src': 'x', 'dest': 'x'},
+    'fileDownload': {'file': 'x', 'url': 'x'},
+    'fileMove': {'src': 'x', 'dest': 'x'},
+    'dirMove': {'src': 'x', 'dest': 'x'},
+    'fileCopyPattern': {'src': 'x', 'dest': 'x'},
+    'fileDeletePattern': {'path': 'x'},
+    'fileCreate': {'path': 'x'},
+    'fileFind': {'dir': 'x', 'pattern': 'x', 'var': 'v', 'delim': ';'},
+    'dirExists': {'path': 'x'},
+    'dirCreate': {'path': 'x'},
+    'dirFind': {'dir': 'x', 'pattern': 'x', 'var': 'v', 'delim': ';'},
+    'dirCopyRec': {'src': 'x', 'dest': 'x'},
+    'dirDeleteRec': {'path': 'x'},
 }
 
 
@@ -123,6 +137,9 @@ def _enumerations():
                           ('bad-range', '[z-a]')):
         attributes = {'var': 'v', 'value': '', 'regexp': pattern, 'index': '0'}
         yield f'assignToken-with-{name}', _element('assignToken', attributes), False
+        for filtering in ('include', 'exclude'):
+            attributes = {'src': 'x', 'dest': 'x', filtering: pattern}
+            yield f'dirCopyRec-with-{filtering}-{name}', _element('dirCopyRec', attributes), False
 
 
 def _metadata():

@@ -31,6 +31,7 @@ import container_cases
 import expectations
 import http_files
 import load_cases
+import trees
 
 HERE = pathlib.Path(__file__).resolve().parent
 MACHINE = 'machine'  # a Linux run's, in the case's folder
@@ -118,10 +119,11 @@ class Home:
             raise Mismatch(f'it did not end within {TIME_LIMIT} seconds') from None
 
     @staticmethod
-    def only_trace(folder):
+    def only_trace(folder, run):
         names = sorted(path.name for path in folder.iterdir()) if folder.is_dir() else []
         if len(names) != 1 or not TRACE_NAME.fullmatch(names[0]):
-            raise Mismatch(f'the trace folder should hold one trace file; it holds {names}')
+            words = run.stderr.decode(errors='replace')
+            raise Mismatch(f'the trace folder should hold one trace file; it holds {names}\n{words}')
         return read_trace(folder / names[0])
 
 
@@ -138,7 +140,7 @@ class LinuxHome(Home):
             raise Mismatch(f'signal {-run.returncode} ended it\n{words}')
         return (run.returncode, decode_lines(run.stdout, 'standard output', '\n'),
                 decode_lines(run.stderr, 'standard error', '\n'),
-                self.only_trace(machine / 'ProgramData' / 'Tessera'))
+                self.only_trace(machine / 'ProgramData' / 'Tessera', run))
 
     @staticmethod
     def expected_code(code):
@@ -173,7 +175,7 @@ class WindowsHome(Home):
             raise Mismatch(f'Wine told no exit code\n{words}') from None
         return (exit_code, decode_lines(run.stdout, 'standard output', '\r\n'),
                 decode_lines(run.stderr, 'standard error', '\r\n'),
-                self.only_trace(self.trace_folder))
+                self.only_trace(self.trace_folder, run))
 
     @staticmethod
     def expected_code(code):
@@ -262,6 +264,10 @@ def check(case, home, seen, folder):
             faults.append(f'{path} is not there')
     faults.append(expectations.differ(wanted.stdout, seen.stdout, 'standard output'))
     faults.append(expectations.differ(wanted.stderr, seen.stderr, 'standard error'))
+    for path, lines in wanted.trees:
+        seen_tree = trees.tell(folder, path)
+        faults.append(f'{path} is not there' if seen_tree is None else
+                      expectations.differ(sorted(lines), seen_tree, path))
     if home.name == 'linux':
         for file, key, lines in wanted.hives:
             faults.append(check_hive(file, key, lines, folder))
@@ -300,6 +306,7 @@ class Session:
         seen = None
         try:
             make_patch(case, folder, self.tools)
+            trees.make(folder, wanted.make)
             seen = home.observe(case, folder)
             fault = '\n'.join(check(case, home, seen, folder))
         except Mismatch as mismatch:

@@ -1,0 +1,52 @@
+"""Folder trees: made before a case runs, and told afterwards."""
+
+import os
+import pathlib
+import shlex
+
+
+def _host(folder, path):
+    return pathlib.Path(folder, path.replace('\\', '/'))
+
+
+def make(folder, lines):
+    """Makes what the lines say (see expectations.py) in `folder`."""
+    for line in lines:
+        # Only blanks and quotation marks have a meaning: '\\' separates.
+        words = shlex.shlex(line, posix=True)
+        words.whitespace_split, words.escape, words.commenters = True, '', ''
+        what, path, *rest = words
+        place = _host(folder, path)
+        place.parent.mkdir(parents=True, exist_ok=True)
+        if what == 'folder':
+            place.mkdir(parents=True, exist_ok=True)
+        elif what == 'file':
+            place.write_text(rest[0], encoding='utf-8')
+        elif what == 'link':
+            place.symlink_to(rest[0].replace('\\', '/'))
+        elif what == 'time':
+            os.utime(place, (int(rest[0]),) * 2)
+        elif what == 'read-only':
+            place.chmod(0o444 if place.is_file() else 0o555)
+        elif what == 'deep':
+            place.mkdir()
+            for _ in range(int(rest[0])):
+                place = place / 'd'
+                place.mkdir()
+                (place / 'f').write_text('x', encoding='utf-8')
+        else:
+            raise ValueError(f'make: what is {line!r}?')
+
+
+def tell(folder, path):
+    """A line for each entry below `path`, in the order of their paths; None when it is not there."""
+    top = _host(folder, path)
+    if not os.path.lexists(top):
+        return None
+    lines = []
+    for place, folders, files in os.walk(top):
+        for name in folders + files:
+            entry = pathlib.Path(place, name)
+            mark = '@' if entry.is_symlink() else '\\' if entry.is_dir() else ''
+            lines.append(str(entry.relative_to(top)).replace('/', '\\') + mark)
+    return sorted(lines)
