@@ -701,8 +701,6 @@ Code HiveFile::SetValues(Cell key, std::span<const Cell> values) {
   return kSuccess;
 }
 
-void HiveFile::UpdateChecksum() { Store(&bytes_[kChecksum], ChecksumOf(bytes_.data())); }
-
 void HiveFile::Seal() {
   const std::uint32_t sequence = std::max(Fetch<std::uint32_t>(&bytes_[kSequence1]),
                                           Fetch<std::uint32_t>(&bytes_[kSequence2])) +
@@ -710,7 +708,7 @@ void HiveFile::Seal() {
   Store(&bytes_[kSequence1], sequence);
   Store(&bytes_[kSequence2], sequence);
   Store(&bytes_[kWritten], FileTime());
-  UpdateChecksum();
+  Store(&bytes_[kChecksum], ChecksumOf(bytes_.data()));
 }
 
 HiveFile HiveFile::MakeEmpty(cvn::StringView fileName, Readers readers) {

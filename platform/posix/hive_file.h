@@ -105,7 +105,6 @@ class HiveFile {
   Cell AddLeaf(std::span<const NamedKey> subKeys);
   void AddSecurityUser(Cell security);
   void RemoveSecurityUser(Cell security);
-  void UpdateChecksum();
 
   std::vector<std::byte> bytes_;
   Cell root_ = kNoCell;

@@ -43,8 +43,6 @@ struct OpenedKey {
   std::optional<MergedNames> merged;
 };
 
-constexpr std::uint32_t kAllAccess = 0xFFFFFFFF;
-
 std::mutex& Mutex() {
   static std::mutex mutex;
   return mutex;

@@ -6,6 +6,9 @@
 //
 // A hive whose file is missing is no part of it. Some keys are links that a running Windows makes:
 // SYSTEM\CurrentControlSet, Hardware Profiles\Current in it, and Software\Classes of a user.
+//
+// HKEY_CURRENT_USER is S-1-5-18 for uid 0; for another it is the profile whose folder has the name
+// of the host's user, or .DEFAULT without one.
 #pragma once
 
 #include <deque>

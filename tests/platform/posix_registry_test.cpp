@@ -300,11 +300,12 @@ TEST_F(HiveTest, ManyKeysAndValuesAreKeptApart) {
 
 TEST_F(HiveTest, ResolvesAsTheRunningSystem) {
   MakeMachine();
-  const std::string default_ = File("DEFAULT");
+  const std::string defaultHive = File("DEFAULT");
   std::filesystem::create_directories(Machine() + "/Users/Ann/AppData/Local/Microsoft/Windows");
-  std::filesystem::copy(default_, Machine() + "/Users/Ann/ntuser.dat");
-  std::filesystem::copy(default_,
-                        Machine() + "/Users/Ann/AppData/Local/Microsoft/Windows/USRCLASS.DAT");
+  std::filesystem::copy(defaultHive, Machine() + "/Users/Ann/ntuser.dat");
+  const std::string annsClasses =
+      Machine() + "/Users/Ann/AppData/Local/Microsoft/Windows/USRCLASS.DAT";
+  std::filesystem::copy(defaultHive, annsClasses);
   Run([&] {
     Key list;
     ASSERT_EQ(CreateKey(machine_,
@@ -324,6 +325,10 @@ TEST_F(HiveTest, ResolvesAsTheRunningSystem) {
     ASSERT_EQ(OpenKey(machine_, u"SYSTEM", kAll, &system), kSuccess);
     EXPECT_EQ(SubKeysOf(system), (std::vector<cvn::String>{u"ControlSet001", u"CurrentControlSet",
                                                            u"Select", u"Setup"}));
+    cvn::String tooDeep(u"SOFTWARE");
+    for (int i = 0; i < 600; ++i) {
+      tooDeep.Append(u"\\deep");
+    }
     const struct {
       const Key& root;
       cvn::StringView path;
@@ -331,20 +336,26 @@ TEST_F(HiveTest, ResolvesAsTheRunningSystem) {
     } kRefused[] = {
         {machine_, u"NEW", kInvalidParameter},
         {users_, u"NEW", kInvalidParameter},
+        {machine_, tooDeep, kInvalidParameter},
         {machine_, u"HARDWARE\\New", kChildMustBeVolatile},
     };
     for (const auto& refused : kRefused) {
       EXPECT_EQ(Touch(refused.root, refused.path), refused.created);
     }
+    EXPECT_EQ(DeleteKey(users_, u"S-1-5-21-7\\Software\\Classes"), kSuccess);
     EXPECT_EQ(DeleteKey(system, u"CurrentControlSet"), kAccessDenied);
     EXPECT_EQ(DeleteKey(machine_, u"SOFTWARE"), kAccessDenied);
     EXPECT_EQ(registry::Flush(), kSuccess);
   });
   Run([&] {
-    EXPECT_EQ(Touch(users_, u"S-1-5-21-7\\Software\\Classes\\kept by the file"), kSuccess);
+    EXPECT_EQ(Touch(users_, u"S-1-5-21-7\\Software\\Classes\\Linked"), kSuccess);
+    EXPECT_EQ(registry::Flush(), kSuccess);
   });
-  EXPECT_NE(Witness(Machine() + "/Users/Ann/ntuser.dat").Node({"New"}), 0U);
-  EXPECT_NE(Witness(default_).Node({"New"}), 0U);
+  const Witness ann(Machine() + "/Users/Ann/ntuser.dat");
+  EXPECT_NE(ann.Node({"New"}), 0U);
+  EXPECT_EQ(ann.Node({"Software", "Classes"}), 0U);
+  EXPECT_NE(Witness(annsClasses).Node({"Linked"}), 0U);
+  EXPECT_NE(Witness(defaultHive).Node({"New"}), 0U);
   const Witness system(File("SYSTEM"));
   EXPECT_NE(system.Node({"ControlSet001", "Services", "New"}), 0U);
   EXPECT_NE(system.Node({"ControlSet001", "Hardware Profiles", "0001", "System", "New"}), 0U);
