@@ -17,6 +17,7 @@
 #include "platform/posix/attributes.h"
 #include "platform/posix/error_map.h"
 #include "platform/posix/file_steps.h"
+#include "platform/posix/metadata.h"
 #include "platform/posix/share_locks.h"
 #include "platform/random.h"
 
@@ -142,7 +143,7 @@ class ContentCopier {
   }
 
   ssize_t CopyByHand(off_t at, std::size_t wanted) {
-    constexpr std::size_t kBufferSize = 256 * 1024;
+    constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
     buffer_.resize(std::min(wanted, kBufferSize));
     reading_ = true;
     const ssize_t length = pread(source_, buffer_.data(), buffer_.size(), at);
@@ -201,33 +202,29 @@ Code FindTarget(const HostPath& target, const struct stat& source, HostPath* pla
   return CheckUnused(*place);
 }
 
-// Gives the new file what it shall have besides content.
+// Gives the new file what it shall have besides content. `place` has no entry where nothing is
+// replaced.
 Code Finish(const Draft& draft, const struct stat& from, files::Attributes attributes,
-            const struct stat& replaced) {
-  struct stat made {};
-  if (replaced.st_mode != 0 || (attributes & ~files::kArchive) != 0) {
+            const HostPath& place) {
+  const bool replaces = place.entry.st_mode != 0;
+  if (replaces) {
+    const Descriptor old(open(place.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    CopyMetadata(old.Get(), place.entry, draft.File());
+  }
+  // A new file has ARCHIVE.
+  if (replaces || (attributes & ~files::kArchive) != 0) {
+    struct stat made {};
     if (fstat(draft.File(), &made) != 0) {
       return CodeOf(errno);
     }
-  }
-  if (replaced.st_mode != 0) {
-    if (made.st_uid != replaced.st_uid || made.st_gid != replaced.st_gid) {
-      // Only root can; the copy is the user's own otherwise, and as good.
-      static_cast<void>(fchown(draft.File(), replaced.st_uid, replaced.st_gid) == 0);
+    const Code code = StoreAttributes(draft.Path(), made, attributes | files::kArchive);
+    // Where there is no place for attributes, the content still counts.
+    if (code != kSuccess && code != kNotSupported) {
+      return code;
     }
-    made.st_mode = (made.st_mode & ~07777U) | (replaced.st_mode & 07777U);
-    if (fchmod(draft.File(), replaced.st_mode & 07777U) != 0) {
-      return CodeOf(errno);
-    }
-  }
-  Code code = kSuccess;
-  if ((attributes & ~files::kArchive) != 0) {
-    // A new file has ARCHIVE. Where there is no place for attributes, the content still counts.
-    code = StoreAttributes(draft.Path(), made, attributes | files::kArchive);
-    code = code == kNotSupported ? kSuccess : code;
   }
   const timespec times[] = {{0, UTIME_OMIT}, from.st_mtim};
-  return code == kSuccess && futimens(draft.File(), times) != 0 ? CodeOf(errno) : code;
+  return futimens(draft.File(), times) == 0 ? kSuccess : CodeOf(errno);
 }
 
 }  // namespace
@@ -250,7 +247,7 @@ Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions option
     code = ContentCopier(from.Get(), draft.File()).Copy(entry);
   }
   if (code == kSuccess) {
-    code = Finish(draft, entry, AttributesOf(source.path, entry, false), place.entry);
+    code = Finish(draft, entry, AttributesOf(source.path, entry, false), place);
   }
   if (code == kSuccess && options.flush && fsync(draft.File()) != 0) {
     code = CodeOf(errno, kWriteFault);

@@ -66,7 +66,7 @@ struct Place {
 Place Split(cvn::StringView path) {
   const std::size_t root = posix::RootLength(path);
   const std::size_t last = path.find_last_of(u"\\/");
-  const std::size_t start = last == path.npos ? root : std::max(root, last + 1);
+  const std::size_t start = last == cvn::StringView::npos ? root : std::max(root, last + 1);
   std::size_t end = start;
   while (end > root && posix::IsSeparator(path[end - 1])) {
     --end;
@@ -281,7 +281,8 @@ struct Search::State {
     HostPath host;
     Code code = FindFolder(place.folder, &host);
     const cvn::StringView refused = u"<>:\"|";
-    if (code == kSuccess && host.onMachine && place.name.find_first_of(refused) != refused.npos) {
+    if (code == kSuccess && host.onMachine &&
+        place.name.find_first_of(refused) != cvn::StringView::npos) {
       code = kInvalidName;
     }
     if (code == kSuccess) {

@@ -32,7 +32,7 @@ std::u16string RootOf(cvn::StringView path) {
   const bool hasDrive = length >= 3 && path[length - 2] == u':';
   if (length == 2 && IsSeparator(path[0])) {
     const std::size_t server = path.find_first_of(kSeparators, length);
-    length = server == path.npos ? 0 : path.find_first_of(kSeparators, server + 1);
+    length = server == cvn::StringView::npos ? 0 : path.find_first_of(kSeparators, server + 1);
   } else if (!hasDrive) {
     length = 0;
   }

@@ -4,7 +4,9 @@
 
 namespace platform::posix {
 
-bool HasWildcards(cvn::StringView name) { return name.find_first_of(u"*?") != name.npos; }
+bool HasWildcards(cvn::StringView name) {
+  return name.find_first_of(u"*?") != cvn::StringView::npos;
+}
 
 Pattern::Pattern(cvn::StringView text) {
   // The path's end is cut as every path's; only a dot there is not forgotten.
@@ -56,7 +58,7 @@ bool Pattern::Takes(std::size_t step, cvn::StringView rest, bool* stays) const {
       *stays = true;
       return true;
     case Kind::AnyToLastDot:
-      *stays = unit != u'.' || rest.find(u'.', 1) != rest.npos;
+      *stays = unit != u'.' || rest.find(u'.', 1) != cvn::StringView::npos;
       return true;
     case Kind::OneOrEnd:
       // The last one does take a dot, if only that of the name ".": so it is on Windows.
