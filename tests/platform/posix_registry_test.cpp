@@ -259,6 +259,42 @@ TEST_F(HiveTest, NamesAndDataComeBack) {
   EXPECT_EQ(software.Values({"T", "\xF0\x9F\x98\x80"}), std::size(kSizes));
 }
 
+TEST_F(HiveTest, ReadsWhatOthersWrote) {
+  MakeMachine();
+  const std::string file = File("DEFAULT");
+  hive_h* other = hivex_open(file.c_str(), HIVEX_OPEN_WRITE);
+  ASSERT_NE(other, nullptr);
+  const hive_node_h key = hivex_node_add_child(other, hivex_root(other), "\xD0\x96 other");
+  std::string big(20000, 'x');
+  std::string number = "1234";
+  char names[2][4] = {"Big", "No"};
+  const hive_set_value values[] = {{names[0], hive_t_REG_BINARY, big.size(), big.data()},
+                                   {names[1], hive_t_REG_DWORD, number.size(), number.data()}};
+  EXPECT_EQ(hivex_node_set_values(other, key, 2, values, 0), 0);
+  for (int i = 0; i < 300; ++i) {
+    EXPECT_NE(hivex_node_add_child(other, key, std::to_string(i).c_str()), 0U);
+  }
+  EXPECT_EQ(hivex_commit(other, nullptr, 0), 0);
+  hivex_close(other);
+  Run([&] {
+    Key opened;
+    ASSERT_EQ(OpenKey(users_, u".DEFAULT\\\u0436 OTHER", kAll, &opened), kSuccess);
+    EXPECT_EQ(SubKeysOf(opened).size(), 300U);
+    std::uint32_t type = 0;
+    Data data;
+    EXPECT_EQ(QueryValue(opened, u"big", &type, &data), kSuccess);
+    EXPECT_EQ(data, Data(big.size(), std::byte{'x'}));
+    EXPECT_EQ(QueryValue(opened, u"no", &type, &data), kSuccess);
+    EXPECT_EQ(data, Data({std::byte{'1'}, std::byte{'2'}, std::byte{'3'}, std::byte{'4'}}));
+    EXPECT_EQ(SetValue(opened, u"big", registry::kTypeBinary, Data(7)), kSuccess);
+    EXPECT_EQ(DeleteKey(opened, u"150"), kSuccess);
+    EXPECT_EQ(registry::Flush(), kSuccess);
+  });
+  const Witness witness(file);
+  EXPECT_EQ(witness.Value({"\xD0\x96 other"}, "Big").size(), 7U);
+  EXPECT_EQ(witness.SubKeys({"\xD0\x96 other"}), 299U);
+}
+
 TEST_F(HiveTest, ManyKeysAndValuesAreKeptApart) {
   constexpr std::uint32_t kMany = 20000;
   MakeMachine();
