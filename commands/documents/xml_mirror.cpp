@@ -34,6 +34,13 @@ TiXmlElement* NextElement(TiXmlElement* element, const TiXmlNode* root) {
   return nullptr;
 }
 
+// Adds a text behind the children of `parent`; there are no empty ones.
+void AppendText(const std::string& text, pugi::xml_node parent) {
+  if (!text.empty()) {
+    parent.append_child(pugi::node_pcdata).set_value(text.c_str());
+  }
+}
+
 // Expressions come again and again from the same commands.
 class QueryCache {
  public:
@@ -120,16 +127,28 @@ struct XPathMirror::Copy {
     for (const TiXmlAttribute* at = original->FirstAttribute(); at != nullptr; at = at->Next()) {
       node.append_attribute(at->Name()).set_value(at->Value());
     }
-    for (TiXmlNode* child = original->FirstChild(); child != nullptr;
-         child = child->NextSibling()) {
-      if (TiXmlElement* element = child->ToElement()) {
-        CopyInto(element, node.append_child(pugi::node_element));
-      } else if (child->ToText() != nullptr) {
-        node.append_child(pugi::node_pcdata).set_value(child->Value());
-      } else if (child->ToComment() != nullptr) {
-        node.append_child(pugi::node_comment).set_value(child->Value());
+    CopyChildren(original, node);
+  }
+
+  // Texts side by side become one, as when the whole document is read.
+  void CopyChildren(TiXmlElement* original, pugi::xml_node node) {
+    std::string words;
+    TiXmlNode* child = original->FirstChild();
+    for (; child != nullptr; child = child->NextSibling()) {
+      TiXmlElement* element = child->ToElement();
+      if (child->ToText() != nullptr) {
+        words += child->ValueStr();
+      } else if (element != nullptr || child->ToComment() != nullptr) {
+        AppendText(words, node);
+        words.clear();
+        if (element != nullptr) {
+          CopyInto(element, node.append_child(pugi::node_element));
+        } else {
+          node.append_child(pugi::node_comment).set_value(child->Value());
+        }
       }
     }
+    AppendText(words, node);
   }
 
   pugi::xml_document tree;
@@ -194,7 +213,7 @@ void XPathMirror::TextSet(const TiXmlElement& element, const std::string& text) 
   if (copy_ != nullptr) {
     pugi::xml_node node = CopyOf(element);
     node.remove_children();
-    node.append_child(pugi::node_pcdata).set_value(text.c_str());
+    AppendText(text, node);
   }
 }
 
@@ -214,29 +233,32 @@ void XPathMirror::Added(TiXmlElement* element) {
   if (copy_ == nullptr) {
     return;
   }
-  const TiXmlNode* before = element->PreviousSibling();
+  // New elements are put beside others, or at the end.
   const TiXmlNode* behind = element->NextSibling();
   pugi::xml_node parent = CopyOf(*element->Parent()->ToElement());
   if (behind == nullptr) {
     copy_->CopyInto(element, parent.append_child(pugi::node_element));
-  } else if (before != nullptr && before->ToElement() != nullptr) {
-    copy_->CopyInto(element,
-                    parent.insert_child_after(pugi::node_element, CopyOf(*before->ToElement())));
   } else if (behind->ToElement() != nullptr) {
     copy_->CopyInto(element,
                     parent.insert_child_before(pugi::node_element, CopyOf(*behind->ToElement())));
   } else {
-    Drop();
+    const TiXmlElement* before = element->PreviousSibling()->ToElement();
+    copy_->CopyInto(element, parent.insert_child_after(pugi::node_element, CopyOf(*before)));
   }
 }
 
 void XPathMirror::Removing(const TiXmlElement& element) {
-  if (copy_ != nullptr) {
-    pugi::xml_node node = CopyOf(element);
-    node.parent().remove_child(node);
+  if (copy_ == nullptr) {
+    return;
   }
+  pugi::xml_node node = CopyOf(element);
+  pugi::xml_node before = node.previous_sibling();
+  const pugi::xml_node behind = node.next_sibling();
+  if (before.type() == pugi::node_pcdata && behind.type() == pugi::node_pcdata) {
+    before.set_value((std::string(before.value()) + behind.value()).c_str());
+    node.parent().remove_child(behind);
+  }
+  node.parent().remove_child(node);
 }
-
-void XPathMirror::Drop() { copy_.reset(); }
 
 }  // namespace tessel

@@ -24,8 +24,7 @@ struct XPathMatch {
 
 // Answers XPath 1.0 expressions over one document, by a copy of it in the library that evaluates
 // them. The copy is made by the first question. Whoever changes the document tells it here, so that
-// it goes along; otherwise the next question after Drop makes a new one. Uses the user data of the
-// document's elements.
+// it goes along. Uses the user data of the document's elements.
 class XPathMirror {
  public:
   explicit XPathMirror(TiXmlDocument* document);
@@ -42,7 +41,6 @@ class XPathMirror {
   void Added(TiXmlElement* element);
   // Before an element goes.
   void Removing(const TiXmlElement& element);
-  void Drop();
 
  private:
   struct Copy;
