@@ -80,7 +80,9 @@ bool CCVNTinyXml::Load(cvn::StringView path) {
 
 bool CCVNTinyXml::Save(cvn::StringView path) {
   platform::SetLastError(platform::kSuccess);
-  return platform::SaveTextFile(path, PrintXml(document_)) == platform::kSuccess;
+  std::string text = PrintXml(document_);
+  cvn::RepairUtf8(&text);  // a reference may have named half a pair of surrogates
+  return platform::SaveTextFile(path, text) == platform::kSuccess;
 }
 
 TiXmlElement* CCVNTinyXml::FindElement(TiXmlElement* context, const std::string& xpath) {

@@ -1,14 +1,60 @@
 #include "commands/documents/xml_printer.h"
 
 #include <charconv>
+#include <string_view>
 
 namespace tessel {
 namespace {
 
-void AppendEncoded(const std::string& text, std::string* out) {
-  std::string encoded;
-  TiXmlBase::EncodeString(text, &encoded);
-  out->append(encoded);
+// The length of a hexadecimal character reference at the start of `text`; 0 when there is none.
+std::size_t ReferenceLength(std::string_view text) {
+  constexpr std::string_view kStart = "&#x";
+  if (!text.starts_with(kStart)) {
+    return 0;
+  }
+  const std::size_t end = text.find_first_not_of("0123456789abcdefABCDEF", kStart.size());
+  return end != std::string_view::npos && end > kStart.size() && text[end] == ';' ? end + 1 : 0;
+}
+
+void AppendControl(unsigned char c, std::string* out) {
+  constexpr const char* kDigits = "0123456789ABCDEF";
+  out->append("&#x").append(1, kDigits[c >> 4]).append(1, kDigits[c & 0xF]).append(1, ';');
+}
+
+// Hexadecimal character references in the text stay what they are; makers of documents rely on it,
+// and the library, as distributed, escapes them.
+void AppendEncoded(std::string_view text, std::string* out) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
+    switch (c) {
+      case '&':
+        if (const std::size_t length = ReferenceLength(text.substr(at)); length != 0) {
+          out->append(text.substr(at, length));
+          at += length - 1;
+        } else {
+          out->append("&amp;");
+        }
+        break;
+      case '<':
+        out->append("&lt;");
+        break;
+      case '>':
+        out->append("&gt;");
+        break;
+      case '"':
+        out->append("&quot;");
+        break;
+      case '\'':
+        out->append("&apos;");
+        break;
+      default:
+        if (static_cast<unsigned char>(c) < 32) {
+          AppendControl(static_cast<unsigned char>(c), out);
+        } else {
+          out->append(1, c);
+        }
+    }
+  }
 }
 
 void AppendAttribute(const TiXmlAttribute& attribute, std::string* out) {
