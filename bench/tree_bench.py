@@ -32,13 +32,13 @@ def _measure(tessel, pack, work, environment, count, times):
     for number in range(count):
         pathlib.Path(source, f"file {number:06}.dat").write_bytes(b"x" * 100)
     ours = {
-        "find": f"<fileFind dir='{_to_drive(source)}' pattern='*.dat' var='all' delim=';' depth='9'/>",
+        "find": f"<fileFind dir='{_to_drive(source)}' pattern='*' var='all' delim=';' depth='9'/>",
         "copy": f"<dirCopyRec src='{_to_drive(source)}' dest='{_to_drive(copy)}'/>",
         "delete": f"<dirDeleteRec path='{_to_drive(copy)}'/>",
     }
     patches = {what: pack(work, what, f"{body}<exit code='0'/>") for what, body in ours.items()}
     peers = {
-        "find": ["find", source, "-name", "*.dat"],
+        "find": ["find", source],
         "copy": ["cp", "-r", source, peer_copy],
         "delete": ["rm", "-rf", peer_copy],
     }

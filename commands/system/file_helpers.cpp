@@ -1,5 +1,7 @@
 #include "commands/system/file_helpers.h"
 
+#include <algorithm>
+
 #include "engine/variable_store.h"
 #include "platform/clock.h"
 #include "platform/file_identity.h"
@@ -54,52 +56,89 @@ bool HasAttributeOf(const files::SearchEntry& entry, files::Attributes mask) {
   return isKnown || (entry.GetAttributes() & mask) != 0;
 }
 
-void AppendMatches(cvn::StringView directory, cvn::StringView pattern, files::Attributes mask,
-                   cvn::List<cvn::String>* found) {
-  for (Listing list(JoinPath(directory, pattern)); list.HasEntry(); list.Advance()) {
-    if (HasAttributeOf(list.Entry(), mask)) {
-      found->push_back(JoinPath(directory, list.Entry().Name()));
-    }
-  }
-}
-
 // Finds what matches `pattern` in a folder, and then what does in the folders below it, one after
 // the other, with theirs. A search that fails finds nothing. Links are followed, but not round in a
 // circle.
-void FindEntries(cvn::StringView directory, cvn::StringView pattern, std::int32_t depth,
-                 files::Attributes mask, cvn::List<cvn::String>* found) {
-  if (depth < 0) {
-    return;
-  }
+class Finder {
+ public:
+  Finder(cvn::StringView directory, cvn::StringView pattern, files::Attributes mask)
+      : folder_(directory), top_(directory.size()), pattern_(pattern), mask_(mask) {}
+
+  cvn::List<cvn::String> Find(std::int32_t depth);
+
+ private:
+  struct Folder {
+    cvn::String name;
+    bool isLink;
+  };
   struct Level {
-    std::size_t length;  // of the folder's path
-    Listing content;
+    std::size_t length;          // of the folder's path
+    cvn::List<Folder> children;  // the last one first; those that are left to be searched
   };
+
+  void Search(bool isDeepest);
+  void TakeMatch(const files::SearchEntry& entry);
+  static void TakeChild(const files::SearchEntry& entry, Level* level);
+
+  cvn::String folder_;
+  const std::size_t top_;
+  const cvn::StringView pattern_;
+  const files::Attributes mask_;
+  cvn::List<Level> levels_;
+  cvn::List<cvn::String> found_;
+};
+
+cvn::List<cvn::String> Finder::Find(std::int32_t depth) {
+  if (depth < 0) {
+    return {};
+  }
   const auto deepest = static_cast<std::size_t>(depth);
-  cvn::String folder(directory);
-  cvn::List<Level> levels;
-  const auto take = [&] {
-    AppendMatches(folder, pattern, mask, found);
-    if (levels.size() < deepest) {
-      levels.push_back({folder.Length(), Listing(JoinPath(folder, u"*"))});
-    }
-  };
-  take();
-  while (!levels.empty()) {
-    Listing& content = levels.back().content;
-    if (!content.HasEntry()) {
-      levels.pop_back();
+  Search(deepest == 0);
+  while (!levels_.empty()) {
+    Level& level = levels_.back();
+    folder_.Truncate(level.length);
+    if (level.children.empty()) {
+      levels_.pop_back();
       continue;
     }
-    const files::SearchEntry entry = content.Entry();
-    content.Advance();
-    if (entry.IsDirectory() && !entry.IsSelfOrParent()) {
-      folder.Truncate(levels.back().length);
-      AppendName(&folder, entry.Name());
-      if (!entry.IsLink() || !LeadsBack(folder, directory.size())) {
-        take();
-      }
+    const Folder child = std::move(level.children.back());
+    level.children.pop_back();
+    AppendName(&folder_, child.name);
+    if (!child.isLink || !LeadsBack(folder_, top_)) {
+      Search(levels_.size() == deepest);
     }
+  }
+  return std::move(found_);
+}
+
+void Finder::Search(bool isDeepest) {
+  // One listing gives the matches and the folders below, where the pattern leaves nothing out.
+  const bool isForAll = pattern_ == u"*" || pattern_ == u"*.*";
+  Level level{folder_.Length(), {}};
+  for (Listing list(JoinPath(folder_, pattern_)); list.HasEntry(); list.Advance()) {
+    TakeMatch(list.Entry());
+    if (isForAll && !isDeepest) {
+      TakeChild(list.Entry(), &level);
+    }
+  }
+  if (!isForAll && !isDeepest) {
+    for (Listing list(JoinPath(folder_, u"*")); list.HasEntry(); list.Advance()) {
+      TakeChild(list.Entry(), &level);
+    }
+  }
+  std::reverse(level.children.begin(), level.children.end());
+  levels_.push_back(std::move(level));
+}
+
+void Finder::TakeMatch(const files::SearchEntry& entry) {
+  if (HasAttributeOf(entry, mask_)) {
+    found_.push_back(JoinPath(folder_, entry.Name()));
+  }
+}
+
+void Finder::TakeChild(const files::SearchEntry& entry, Level* level) {
+  if (entry.IsDirectory() && !entry.IsSelfOrParent()) {
+    level->children.push_back({entry.Name(), entry.IsLink()});
   }
 }
 
@@ -192,10 +231,8 @@ bool FunctionWithFind::Parse() {
 
 void FunctionWithFind::Find(cvn::StringView directory, cvn::StringView pattern,
                             files::Attributes mask) {
-  cvn::List<cvn::String> found;
-  FindEntries(directory, pattern, depth_, mask, &found);
   cvn::String text;
-  for (const cvn::String& path : found) {
+  for (const cvn::String& path : Finder(directory, pattern, mask).Find(depth_)) {
     text.Append(path);
     text.Append(delim_);
   }
