@@ -1,6 +1,7 @@
 #include "platform/file_identity.h"
 #include "platform/file_search.h"
 #include "platform/paths.h"
+#include "platform/registry.h"
 #include "tests/platform/fixture.h"
 
 namespace platform::test {
@@ -227,6 +228,72 @@ TEST_F(FileOperations, MoveTakesAttributesAndWriteTimeAlong) {
   ASSERT_EQ(Move(Path(u"file"), Path(u"new"), kMoveWriteThrough), kSuccess);
   EXPECT_EQ(AttributesOf(u"new"), Comparable(kReadOnly | kArchive));
   EXPECT_EQ(WriteTimeOf(u"new"), time);
+}
+
+// The list of moves that the session manager makes at the next start: UTF-16 texts, each with a
+// zero behind it.
+class PendingMoves {
+ public:
+  PendingMoves() {
+    EXPECT_EQ(registry::OpenKey(registry::Key(registry::Root::LocalMachine),
+                                u"SYSTEM\\CurrentControlSet\\Control\\Session Manager",
+                                registry::kQueryValue | registry::kSetValue, &key_),
+              kSuccess);
+    before_ = Read();
+  }
+  ~PendingMoves() {
+    if (before_.empty()) {
+      registry::DeleteValue(key_, kName);
+    } else {
+      registry::SetValue(key_, kName, registry::kTypeMultiString, before_);
+    }
+  }
+
+  // What came to the list, with '|' for each zero but the last, which ends the list.
+  std::string Added() const {
+    const std::vector<std::byte> now = Read();
+    const std::size_t start = before_.empty() ? 0 : before_.size() - sizeof(char16_t);
+    std::string text;
+    for (std::size_t at = start; at + 2 * sizeof(char16_t) <= now.size(); at += sizeof(char16_t)) {
+      const char16_t unit = static_cast<char16_t>(std::to_integer<int>(now[at]) |
+                                                  std::to_integer<int>(now[at + 1]) << 8);
+      text += unit == 0 ? "|" : Utf8(cvn::StringView(&unit, 1));
+    }
+    return text;
+  }
+
+ private:
+  static constexpr cvn::StringView kName = u"PendingFileRenameOperations";
+
+  std::vector<std::byte> Read() const {
+    std::uint32_t type = registry::kTypeMultiString;
+    std::vector<std::byte> data;
+    registry::QueryValue(key_, kName, &type, &data);
+    EXPECT_EQ(type, registry::kTypeMultiString);
+    return data;
+  }
+
+  registry::Key key_;
+  std::vector<std::byte> before_;
+};
+
+TEST_F(FileOperations, AMoveAfterTheNextStartIsNoted) {
+  using files::kMoveDelayUntilReboot;
+  const PendingMoves pending;
+  const std::string folder = "\\??\\" + Utf8(Folder());
+  EXPECT_EQ(Observe([&] { return Move(Path(u"file"), u"", kMoveDelayUntilReboot); }),
+            Expected(kSuccess));
+  EXPECT_EQ(Observe([&] { return Move(Path(u"other"), Path(u"new"), kMoveDelayUntilReboot); }),
+            Expected(kSuccess));
+  EXPECT_EQ(Observe([&] {
+              return Move(Path(u"other"), Path(u"file"),
+                          kMoveDelayUntilReboot | kMoveReplaceExisting);
+            }),
+            Expected(kSuccess));
+  EXPECT_EQ(pending.Added(), folder + "\\file||" + folder + "\\other|" + folder + "\\new|" +
+                                 folder + "\\other|!" + folder + "\\file|");
+  EXPECT_EQ(ContentOf(Path(u"file")), "content");
+  EXPECT_EQ(ContentOf(Path(u"other")), "other content");
 }
 
 TEST_F(FileOperations, RemovesEmptyFoldersOnly) {
