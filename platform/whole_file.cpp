@@ -54,6 +54,7 @@ OutputFile::~OutputFile() {
 }
 
 Code OutputFile::Write(std::string_view bytes, Readers readers) {
+  readers_ = readers;
   files::File file;
   Code code = readers == Readers::OwnerOnly
                   ? files::CreatePrivate(temporaryPath_, &file)
@@ -70,7 +71,8 @@ Code OutputFile::Write(std::string_view bytes, Readers readers) {
 }
 
 Code OutputFile::Commit() {
-  const Code code = files::Replace(temporaryPath_, path_);
+  const Code code = readers_ == Readers::OwnerOnly ? files::Replace(temporaryPath_, path_)
+                                                   : files::TakePlace(temporaryPath_, path_);
   if (code == kSuccess) {
     hasTemporary_ = false;
   }

@@ -18,6 +18,8 @@ Code ReadWholeFile(cvn::StringView path, std::string* bytes);
 
 // A file that appears under its name complete or not at all: it is written beside that name and
 // moved over it by Commit. Without a Commit the name keeps what it had, and nothing stays behind.
+// An older file under the name hands on its permissions and attributes, unless only the owner may
+// read the new one.
 class OutputFile {
  public:
   enum class Readers { Anybody, OwnerOnly };
@@ -38,6 +40,7 @@ class OutputFile {
   cvn::String path_;
   cvn::String temporaryPath_;
   bool hasTemporary_ = false;
+  Readers readers_ = Readers::Anybody;
 };
 
 }  // namespace platform

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/posix/attributes.h"
+#include "platform/posix/descriptor.h"
 #include "platform/posix/error_map.h"
 #include "platform/posix/file_steps.h"
 #include "platform/posix/metadata.h"
@@ -25,25 +26,6 @@ namespace platform::posix {
 namespace {
 
 constexpr std::size_t kBlock = 512;  // the unit of st_blocks
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { Reset(-1); }
-
-  int Get() const { return descriptor_; }
-  void Reset(int descriptor) {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
-    descriptor_ = descriptor;
-  }
-
- private:
-  int descriptor_;
-};
 
 // The file under construction; gone at the end of its life unless it got its name.
 class Draft {

@@ -1,8 +1,8 @@
 #include "platform/posix/hive.h"
+#include "platform/posix/descriptor.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "platform/posix/error_map.h"
+#include "platform/posix/metadata.h"
 #include "platform/posix/names.h"
 
 namespace platform::posix {
@@ -21,23 +22,6 @@ namespace {
 // What a link names, in the form "\Registry\Machine\...".
 constexpr cvn::StringView kLinkValue = u"SymbolicLinkValue";
 constexpr std::uint32_t kLinkType = 6;
-
-// Closes at the end of its life.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) {
-      close(number_);
-    }
-  }
-  int Get() const { return number_; }
-
- private:
-  int number_;
-};
 
 bool IsSameFile(const struct stat& left, const struct stat& right) {
   return left.st_dev == right.st_dev && left.st_ino == right.st_ino &&
@@ -48,27 +32,6 @@ bool IsSameFile(const struct stat& left, const struct stat& right) {
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 Code LastHostError() { return CodeOf(errno, kWriteFault); }
-
-// Gives the file `to` the owner, mode and extended attributes of `from`, as far as the host lets
-// this process.
-void CopyMetadata(int from, const struct stat& entry, int to) {
-  [[maybe_unused]] const int owned = fchown(to, entry.st_uid, entry.st_gid);
-  fchmod(to, entry.st_mode & 07777);
-  std::vector<char> names(65536);
-  const ssize_t length = flistxattr(from, names.data(), names.size());
-  std::string all(names.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-  // A volume with NTFS has these without listing them.
-  all.append("system.ntfs_attrib_be").push_back('\0');
-  all.append("system.ntfs_acl").push_back('\0');
-  std::vector<char> value(65536);
-  for (std::size_t at = 0; at < all.size(); at = all.find('\0', at) + 1) {
-    const char* name = &all[at];
-    const ssize_t size = fgetxattr(from, name, value.data(), value.size());
-    if (size >= 0) {
-      fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0);
-    }
-  }
-}
 
 Code WriteAll(int to, std::span<const std::byte> bytes) {
   while (!bytes.empty()) {

@@ -1,5 +1,6 @@
 #include "platform/posix/move.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,8 +10,10 @@
 #include "platform/files.h"
 #include "platform/posix/attributes.h"
 #include "platform/posix/copy.h"
+#include "platform/posix/descriptor.h"
 #include "platform/posix/error_map.h"
 #include "platform/posix/file_steps.h"
+#include "platform/posix/metadata.h"
 #include "platform/posix/path_resolver.h"
 
 namespace platform::posix {
@@ -119,6 +122,17 @@ namespace platform::files {
 
 Code Replace(cvn::StringView from, cvn::StringView to) {
   return posix::Report(posix::MoveNow(from, to, kMoveReplaceExisting | kMoveWriteThrough));
+}
+
+Code TakePlace(cvn::StringView from, cvn::StringView to) {
+  posix::HostPath fresh;
+  posix::HostPath old;
+  if (posix::Resolve(from, &fresh) == kSuccess && posix::Resolve(to, &old) == kSuccess) {
+    const posix::Descriptor source(open(old.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    const posix::Descriptor target(open(fresh.path.c_str(), O_WRONLY | O_CLOEXEC));
+    posix::CopyMetadata(source.Get(), old.entry, target.Get());
+  }
+  return Replace(from, to);
 }
 
 }  // namespace platform::files

@@ -2,10 +2,8 @@
 // have no counterpart here: every file is a file.
 #include "platform/profile.h"
 
-#include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -14,7 +12,6 @@
 
 #include "platform/posix/attributes.h"
 #include "platform/posix/error_map.h"
-#include "platform/posix/metadata.h"
 #include "platform/posix/names.h"
 #include "platform/posix/path_resolver.h"
 #include "platform/posix/profile_code_page.h"
@@ -97,32 +94,6 @@ Code Locate(cvn::StringView path, HostPath* host) {
   return stat(target, &host->entry) == 0 ? kSuccess : posix::CodeOf(errno);
 }
 
-// An open file of the host.
-class Descriptor {
- public:
-  Descriptor(const std::string& path, int flags) : number_(open(path.c_str(), flags | O_CLOEXEC)) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) {
-      close(number_);
-    }
-  }
-  int Get() const { return number_; }
-
- private:
-  int number_;
-};
-
-void KeepMetadata(const HostPath& old, cvn::StringView path) {
-  HostPath fresh;
-  if (posix::Resolve(path, &fresh) == kSuccess) {
-    const Descriptor from(old.path, O_RDONLY);
-    const Descriptor to(fresh.path, O_WRONLY);
-    posix::CopyMetadata(from.Get(), old.entry, to.Get());
-  }
-}
-
 // Reads the file that is to be replaced; one that is missing counts as empty.
 Code ReadOld(const HostPath& host, cvn::StringView path, std::string* bytes) {
   if (host.entry.st_mode == 0) {
@@ -182,13 +153,7 @@ Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView v
       posix::EditForValue(content.Text(), UpToZero(section), UpToZero(key), UpToZero(value));
   OutputFile output(place);
   code = output.Write(std::move(content).Edited(edit), OutputFile::Readers::Anybody);
-  if (code != kSuccess) {
-    return code;
-  }
-  if (found == kSuccess) {
-    KeepMetadata(old, output.TemporaryPath());
-  }
-  return output.Commit();
+  return code == kSuccess ? output.Commit() : code;
 }
 
 }  // namespace platform::profile

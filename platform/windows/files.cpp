@@ -138,6 +138,16 @@ Code Replace(cvn::StringView from, cvn::StringView to) {
                                          MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0);
 }
 
+Code TakePlace(cvn::StringView from, cvn::StringView to) {
+  Attributes attributes = 0;
+  if (GetAttributes(to, &attributes) != kSuccess) {
+    return Replace(from, to);
+  }
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::ReplaceFileW(Wide(PathForCall(to)), Wide(PathForCall(from)), nullptr,
+                                          REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0);
+}
+
 Code Delete(cvn::StringView path) {
   LastErrorKeeper lastError;
   return lastError.Outcome(::DeleteFileW(Wide(PathForCall(path))) != 0);

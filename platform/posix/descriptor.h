@@ -1,0 +1,29 @@
+// Descriptors of the host.
+#pragma once
+
+#include <unistd.h>
+
+namespace platform::posix {
+
+// Owns a descriptor, and closes it at the end of its life.
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() { Reset(-1); }
+
+  // Negative when there is none.
+  int Get() const { return descriptor_; }
+  void Reset(int descriptor) {
+    if (descriptor_ >= 0) {
+      close(descriptor_);
+    }
+    descriptor_ = descriptor;
+  }
+
+ private:
+  int descriptor_;
+};
+
+}  // namespace platform::posix
