@@ -43,6 +43,22 @@ std::string DocumentsTest::Get(const std::string& name) const {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+platform::files::File DocumentsTest::Hold(const std::string& name) const {
+  using namespace platform::files;
+  File file;
+  EXPECT_EQ(Open(cvn::Utf8ToWide((folder_ / name).string()), Access::Read, Share::Read,
+                 Disposition::OpenExisting, &file),
+            platform::kSuccess);
+  return file;
+}
+
+void DocumentsTest::ExpectUntouched(const std::string& name, const std::string& bytes) const {
+  EXPECT_EQ(Get(name), bytes);
+  for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+    EXPECT_NE(entry.path().extension(), ".tmp");
+  }
+}
+
 ScriptOutcome DocumentsTest::Run(const std::string& body) const {
   cvn::Map<cvn::String, cvn::String> variables;
   variables[u"dir"] = cvn::Utf8ToWide(folder_.string());

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/files.h"
 #include "tests/engine/script_harness.h"
 
 namespace tessel::testing {
@@ -21,6 +22,11 @@ class DocumentsTest : public ::testing::Test {
   void Put(const std::string& name, const std::string& bytes) const;
   // A test failure when the file isn't there.
   std::string Get(const std::string& name) const;
+
+  // Opens a file so that nobody else may write it.
+  platform::files::File Hold(const std::string& name) const;
+  // A file that is held still has its content, and nothing was left beside it.
+  void ExpectUntouched(const std::string& name, const std::string& bytes) const;
 
   // Runs a script to its end. The folder stands as '@' in the trace.
   ScriptOutcome Run(const std::string& body) const;

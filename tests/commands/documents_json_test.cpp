@@ -347,10 +347,9 @@ TEST_F(JsonCommands, KeepHandlesThatStand) {
 TEST_F(JsonCommands, AnUnwritableTargetKeepsWhatItHas) {
   Put("d.json", "{}");
   Put("old.json", "old");
-  std::filesystem::permissions(Folder() / "old.json", std::filesystem::perms::owner_read);
+  const platform::files::File held = Hold("old.json");
   EXPECT_EQ(Answers(OpenJson("d.json") + SaveJson("old.json") + TellError()), "1627|");
-  std::filesystem::permissions(Folder() / "old.json", std::filesystem::perms::owner_all);
-  EXPECT_EQ(Get("old.json"), "old");
+  ExpectUntouched("old.json", "old");
 }
 
 }  // namespace
