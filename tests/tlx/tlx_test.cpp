@@ -10,52 +10,24 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "support/containers.h"
 #include "support/utf.h"
 #include "support/xml_nesting.h"
+#include "tests/tlx/run_tool.h"
 #include "tools/tlx/key_file.h"
 #include "tools/tlx/patch_container.h"
-#include "tools/tlx/tool.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct ToolResult {
-  int exitCode;
-  std::string out;
-  std::string err;
-};
-
-ToolResult Tlx(const std::vector<std::string>& arguments) {
-  cvn::List<cvn::String> wide;
-  for (const std::string& argument : arguments) {
-    wide.push_back(cvn::Utf8ToWide(argument));
-  }
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  ToolResult result{tlx::RunTool(wide), "", ""};
-  std::fflush(nullptr);
-  result.out = testing::internal::GetCapturedStdout();
-  result.err = testing::internal::GetCapturedStderr();
-  return result;
-}
-
-std::string ReadFile(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
-void WriteFile(const fs::path& path, std::string_view bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
+using tlx::test::ReadFile;
+using tlx::test::Tlx;
+using tlx::test::ToolResult;
+using tlx::test::WriteFile;
 
 std::vector<std::string> NamesIn(const fs::path& folder) {
   std::vector<std::string> names;

@@ -44,7 +44,8 @@ constexpr std::size_t kShownBytes = 32;
 
 std::u16string CharactersOf(std::span<const std::byte> data) {
   std::u16string characters(data.size() / sizeof(char16_t), u'\0');
-  std::memcpy(characters.data(), data.data(), characters.size() * sizeof(char16_t));
+  std::copy_n(data.begin(), characters.size() * sizeof(char16_t),
+              std::as_writable_bytes(std::span(characters)).begin());
   return characters;
 }
 
