@@ -65,6 +65,8 @@ def rows(figures, one_command, peers):
     loop = figures[f"TracedLoop/{ROUNDS}"]
     line = figures["BareTraceLine"]
     pieces = [figures[f"ConsumePieces/{count}"] for count in (10_000, 100_000, 1_000_000)]
+    siblings = [figures[f"WalkSiblings/{count}"] for count in (10_000, 100_000)]
+    listed = [figures[f"ForOverPieces/{count}"] for count in (10_000, 100_000)]
     appended = [figures[f"AppendPieces/{count}"] for count in (10_000, 100_000)]
     return [
         ("1,000,000 commands, traced", loop, "as many bare flushed lines", commands * line, "2"),
@@ -74,6 +76,12 @@ def rows(figures, one_command, peers):
         ("consume 100,000 pieces", pieces[1], "10,000 pieces", pieces[0], "12"),
         ("consume 1,000,000 pieces", pieces[2], "100,000 pieces", pieces[1], "12"),
         ("append 100,000 pieces", appended[1], "10,000 pieces", appended[0], "12"),
+        ("1,000 XPath reads of 20 MB", figures["XmlReads"], "bare libxml2 loop", figures["LibxmlReads"], "1.5"),
+        ("open 20 MB of XML", figures["XmlOpen"], "TinyXML's parse", figures["TinyXmlOpen"], "2.5"),
+        ("walk 100,000 siblings", siblings[1], "10,000 siblings", siblings[0], "12"),
+        ("1,000 changes of 20 MB JSON", figures["JsonReadsAndWrites"], "bare JsonCpp loop",
+         figures["JsonCppReadsAndWrites"], "1.5"),
+        ("for over 100,000 pieces", listed[1], "10,000 pieces", listed[0], "12"),
         ("run a one-command patch", one_command, "lua5.4 -e ''", peers["lua"], "-"),
         ("the same run", one_command, "sh -c :", peers["sh"], "-"),
     ]

@@ -126,7 +126,7 @@ need_test_packages() {
 }
 
 need_bench_packages() {
-  need_packages python3 lua5.4
+  need_packages python3 lua5.4 libxml2-dev
 }
 
 build_home_now() {
