@@ -101,6 +101,8 @@ def run(executable, label, arguments):
     command += [str(executable), f"--gtest_output=json:{output_name}", "--gtest_color=no"]
     log_path = output.with_suffix(".log")
     folder = Path(tempfile.mkdtemp(prefix="tessel-test-"))
+    # Tests that become another user must still reach what they made in it.
+    folder.chmod(0o755)
     try:
         with open(log_path, "wb") as log:
             trouble = run_to_end(command, folder, log, arguments)

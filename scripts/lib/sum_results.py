@@ -5,14 +5,6 @@ import sys
 from pathlib import Path
 
 
-def describe(failure):
-    # The patch scripts' runner has told the whole story by now, so its first line is enough here.
-    if isinstance(failure, dict):
-        return (f"{failure.get('home')}/patch {failure.get('case')}: "
-                + str(failure.get("fault", "")).split("\n", 1)[0])
-    return str(failure).replace("\n", "\n    ")
-
-
 def main():
     totals = {"passed": 0, "failed": 0, "skipped": 0}
     failures = []
@@ -30,7 +22,7 @@ def main():
     if failures:
         print("\n== Failures")
         for failure in failures:
-            print("- " + describe(failure))
+            print("- " + str(failure).replace("\n", "\n    "))
         print()
     print(f"{totals['passed']} passed, {totals['failed']} failed, {totals['skipped']} skipped")
     sys.exit(1 if totals["failed"] else 0)
