@@ -7,7 +7,7 @@ import subprocess
 import sys
 import time
 
-SIZES = ((10_000, 5), (100_000, 2))  # files in one folder, and how often to measure
+SIZES = ((10_000, 5), (100_000, 1))  # files in one folder, and how often to measure
 
 
 def _time(command, environment):
