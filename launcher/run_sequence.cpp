@@ -177,6 +177,7 @@ std::int32_t PatchRun::ReadScript() {
     }
     if (DecryptPatch(std::as_bytes(std::span(bytes)), &plainText) != kPatchDecrypted) {
       TraceLine(u"Error decrypting patch content");
+      TraceLine(u"Extension of file %s", platform::paths::FindExtension(Path()));
       platform::streams::WriteLine(Output::Error, u"Failed to decrypt the patch.");
       return kPatchDecryptionFailed;
     }
