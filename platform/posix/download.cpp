@@ -6,8 +6,6 @@
 // kSilentSeconds, has failed. TLS trusts what the host trusts. Proxies are those of the host's
 // environment, but never for the host itself. Names in file: URLs are the machine's, as everywhere
 // in a script.
-#include <curl/curl.h>
-
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -19,6 +17,7 @@
 
 #include "platform/fetch.h"
 #include "platform/files.h"
+#include "platform/posix/curl_library.h"
 #include "platform/posix/names.h"
 #include "support/utf.h"
 
@@ -83,10 +82,13 @@ Result ResultOfStatus(long status) {
   }
 }
 
+// Only after FetchFromServer has seen that the library is there.
+const posix::CurlLibrary& Curl() { return *posix::CurlLibrary::Get(); }
+
 struct CurlDeleter {
-  void operator()(CURL* transfer) const { curl_easy_cleanup(transfer); }
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
-  void operator()(char* text) const { curl_free(text); }
+  void operator()(CURL* transfer) const { Curl().easyCleanup(transfer); }
+  void operator()(CURLU* url) const { Curl().urlCleanup(url); }
+  void operator()(char* text) const { Curl().free(text); }
 };
 
 using Transfer = std::unique_ptr<CURL, CurlDeleter>;
@@ -110,12 +112,12 @@ std::int32_t ReadUrl(cvn::StringView text, CURLU* url, bool* isSecure) {
     byte == ' ' ? bytes.append("%20") : bytes.append(1, byte);
   }
   const CURLUcode code =
-      curl_url_set(url, CURLUPART_URL, bytes.c_str(), CURLU_URLENCODE | CURLU_NON_SUPPORT_SCHEME);
+      Curl().urlSet(url, CURLUPART_URL, bytes.c_str(), CURLU_URLENCODE | CURLU_NON_SUPPORT_SCHEME);
   if (code == CURLUE_BAD_SCHEME || code == CURLUE_UNSUPPORTED_SCHEME) {
     return NumberOf(Result::UnknownProtocol);
   }
   char* scheme = nullptr;
-  if (code != CURLUE_OK || curl_url_get(url, CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK) {
+  if (code != CURLUE_OK || Curl().urlGet(url, CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK) {
     return NumberOf(Result::InvalidUrl);
   }
   const std::unique_ptr<char, CurlDeleter> owner(scheme);
@@ -136,20 +138,20 @@ std::string WithoutProxy() {
 }
 
 void Prepare(CURL* transfer, CURLU* url, bool isSecure, Target* target) {
-  curl_easy_setopt(transfer, CURLOPT_CURLU, url);
-  curl_easy_setopt(transfer, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
-  curl_easy_setopt(transfer, CURLOPT_REDIR_PROTOCOLS_STR, isSecure ? "https" : "http,https");
-  curl_easy_setopt(transfer, CURLOPT_NOPROXY, WithoutProxy().c_str());
-  curl_easy_setopt(transfer, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(transfer, CURLOPT_MAXREDIRS, kMostRedirects);
-  curl_easy_setopt(transfer, CURLOPT_FAILONERROR, 1L);
-  curl_easy_setopt(transfer, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
-  curl_easy_setopt(transfer, CURLOPT_LOW_SPEED_LIMIT, 1L);
-  curl_easy_setopt(transfer, CURLOPT_LOW_SPEED_TIME, kSilentSeconds);
-  curl_easy_setopt(transfer, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(transfer, CURLOPT_USERAGENT, "Tessel");
-  curl_easy_setopt(transfer, CURLOPT_WRITEFUNCTION, WriteToTarget);
-  curl_easy_setopt(transfer, CURLOPT_WRITEDATA, target);
+  Curl().easySetopt(transfer, CURLOPT_CURLU, url);
+  Curl().easySetopt(transfer, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
+  Curl().easySetopt(transfer, CURLOPT_REDIR_PROTOCOLS_STR, isSecure ? "https" : "http,https");
+  Curl().easySetopt(transfer, CURLOPT_NOPROXY, WithoutProxy().c_str());
+  Curl().easySetopt(transfer, CURLOPT_FOLLOWLOCATION, 1L);
+  Curl().easySetopt(transfer, CURLOPT_MAXREDIRS, kMostRedirects);
+  Curl().easySetopt(transfer, CURLOPT_FAILONERROR, 1L);
+  Curl().easySetopt(transfer, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
+  Curl().easySetopt(transfer, CURLOPT_LOW_SPEED_LIMIT, 1L);
+  Curl().easySetopt(transfer, CURLOPT_LOW_SPEED_TIME, kSilentSeconds);
+  Curl().easySetopt(transfer, CURLOPT_NOSIGNAL, 1L);
+  Curl().easySetopt(transfer, CURLOPT_USERAGENT, "Tessel");
+  Curl().easySetopt(transfer, CURLOPT_WRITEFUNCTION, WriteToTarget);
+  Curl().easySetopt(transfer, CURLOPT_WRITEDATA, target);
 }
 
 std::int32_t ResultOfTransfer(CURLcode code, CURL* transfer, const Target& target) {
@@ -160,14 +162,14 @@ std::int32_t ResultOfTransfer(CURLcode code, CURL* transfer, const Target& targe
     return ResultOf(target.code);
   }
   long redirects = 0;
-  curl_easy_getinfo(transfer, CURLINFO_REDIRECT_COUNT, &redirects);
+  Curl().easyGetinfo(transfer, CURLINFO_REDIRECT_COUNT, &redirects);
   const bool isUrlBad = code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_URL_MALFORMAT;
   if (isUrlBad && redirects > 0) {
     return NumberOf(Result::RedirectFailed);
   }
   if (code == CURLE_HTTP_RETURNED_ERROR) {
     long status = 0;
-    curl_easy_getinfo(transfer, CURLINFO_RESPONSE_CODE, &status);
+    Curl().easyGetinfo(transfer, CURLINFO_RESPONSE_CODE, &status);
     return NumberOf(ResultOfStatus(status));
   }
   for (const Meaning& meaning : kMeanings) {
@@ -179,9 +181,11 @@ std::int32_t ResultOfTransfer(CURLcode code, CURL* transfer, const Target& targe
 }
 
 std::int32_t FetchFromServer(cvn::StringView url, Target* target) {
-  static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
-  const Url parsed(curl_url());
-  const Transfer transfer(initialised == CURLE_OK ? curl_easy_init() : nullptr);
+  if (posix::CurlLibrary::Get() == nullptr) {
+    return NumberOf(Result::DownloadFailure);
+  }
+  const Url parsed(Curl().url());
+  const Transfer transfer(Curl().easyInit());
   if (parsed == nullptr || transfer == nullptr) {
     return NumberOf(Result::OutOfMemory);
   }
@@ -191,7 +195,7 @@ std::int32_t FetchFromServer(cvn::StringView url, Target* target) {
     return read;
   }
   Prepare(transfer.get(), parsed.get(), isSecure, target);
-  return ResultOfTransfer(curl_easy_perform(transfer.get()), transfer.get(), *target);
+  return ResultOfTransfer(Curl().easyPerform(transfer.get()), transfer.get(), *target);
 }
 
 bool HasDrive(cvn::StringView text) {
