@@ -45,8 +45,8 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
 In all expected lines '*' stands for any characters, and '[*]' for itself. In the output the case's
 folder appears as @DIR@, the program as @PROGRAM@, the program's folder as @BIN@, and a pointer
 (%p) as @P@, unless it is a root of the registry. Trace lines stand without their time stamps; a
-line that has none, because the one before it held a line feed, is written with a '~' in front. In stdout, stderr and files a '~' alone
-is an empty line.
+line that has none, because the one before it held a line feed, is written with a '~' in front. In
+stdout, stderr and files a '~' alone is an empty line.
 """
 
 import ast
