@@ -27,38 +27,41 @@ namespace {
 
 constexpr std::size_t kBlock = 512;  // the unit of st_blocks
 
-// The file under construction; gone at the end of its life unless it got its name.
+// The file under construction; gone at the end of its life unless it got its name. For a name that
+// is free it has none before, where the host can make such files: then nothing is left of it
+// whatever ends the process.
 class Draft {
  public:
   Draft() = default;
   Draft(const Draft&) = delete;
   Draft& operator=(const Draft&) = delete;
   ~Draft() {
-    if (file_.Get() >= 0) {
+    if (file_.Get() >= 0 && isNamed_) {
       unlink(path_.c_str());
     }
   }
 
-  Code Create(const std::string& folder, mode_t permissions) {
-    // From a random start, so that what an ended process left is seldom in the way.
-    static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
-    int error = EEXIST;
-    while (error == EEXIST) {
-      std::array<char, 32> name;
-      std::snprintf(name.data(), name.size(), "tessel-%016" PRIx64 ".tmp", counter++);
-      path_ = folder + name.data();
-      file_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
-      error = file_.Get() < 0 ? errno : 0;
+  Code Create(const std::string& folder, bool isTargetFree, mode_t permissions) {
+    if (isTargetFree) {
+      const char* place = folder.empty() ? "." : folder.c_str();
+      file_.Reset(open(place, O_WRONLY | O_TMPFILE | O_CLOEXEC, permissions));
     }
-    return CodeOf(error);
+    if (file_.Get() < 0) {
+      return CreateNamed(folder, permissions);
+    }
+    path_ = "/proc/self/fd/" + std::to_string(file_.Get());
+    return kSuccess;
   }
 
   int File() const { return file_.Get(); }
+  // A path that leads to the file, whether it has a name or not.
   const std::string& Path() const { return path_; }
 
   Code Name(const std::string& path, bool replace) {
-    const int error = replace ? (rename(path_.c_str(), path.c_str()) == 0 ? 0 : errno)
-                              : RenameToFree(path_, path);
+    int error = isNamed_ ? Rename(path, replace) : Link(path);
+    if (error == EEXIST && !isNamed_ && replace) {
+      error = LinkOver(path);  // the name was free when the copy began
+    }
     if (error == 0) {
       file_.Reset(-1);
     }
@@ -66,8 +69,51 @@ class Draft {
   }
 
  private:
+  static std::string FreshName(const std::string& folder) {
+    // From a random start, so that what an ended process left is seldom in the way.
+    static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
+    std::array<char, 32> name;
+    std::snprintf(name.data(), name.size(), "tessel-%016" PRIx64 ".tmp", counter++);
+    return folder + name.data();
+  }
+
+  Code CreateNamed(const std::string& folder, mode_t permissions) {
+    int error = EEXIST;
+    while (error == EEXIST) {
+      path_ = FreshName(folder);
+      file_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
+      error = file_.Get() < 0 ? errno : 0;
+    }
+    isNamed_ = error == 0;
+    return CodeOf(error);
+  }
+
+  int Link(const std::string& path) const {
+    return linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0
+                                                                                           : errno;
+  }
+
+  int Rename(const std::string& path, bool replace) const {
+    if (!replace) {
+      return RenameToFree(path_, path);
+    }
+    return rename(path_.c_str(), path.c_str()) == 0 ? 0 : errno;
+  }
+
+  int LinkOver(const std::string& path) {
+    const std::string name = FreshName(FolderOf(path));
+    const int error = Link(name);
+    if (error != 0) {
+      return error;
+    }
+    path_ = name;
+    isNamed_ = true;
+    return Rename(path, true);
+  }
+
   Descriptor file_;
   std::string path_;
+  bool isNamed_ = false;
 };
 
 // Copies content from the same place of one file to that of another.
@@ -224,7 +270,8 @@ Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions option
     return code;
   }
   Draft draft;
-  code = draft.Create(FolderOf(place.path), (entry.st_mode & 0777) | S_IWUSR);
+  code = draft.Create(FolderOf(place.path), place.entry.st_mode == 0,
+                      (entry.st_mode & 0777) | S_IWUSR);
   if (code == kSuccess) {
     code = ContentCopier(from.Get(), draft.File()).Copy(entry);
   }
