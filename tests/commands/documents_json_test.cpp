@@ -102,7 +102,6 @@ TEST_F(JsonCommands, FailWithTheirCodes) {
       {"jsonSave path='%dir%/n.json' handle='n'", "jsonSave", "1627"},
       {"jsonSave path='%dir%/n.json' handle='xml'", "jsonSave", "1627"},
       {"jsonSave path='%dir%/none/n.json' handle='d'", "jsonSave", "1627"},
-      {"jsonSave path='%dir%' handle='d'", "jsonSave", "1627"},
       {"jsonAddChild handle='n' path='a' data='{'", "jsonAddChild", "13"},
       {"jsonAddChild handle='n' path='a' data='{}'", "jsonAddChild", "1168"},
       {"jsonAddChild handle='d' path='a[' data='{}'", "jsonAddChild", "1627"},
