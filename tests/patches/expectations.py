@@ -22,6 +22,7 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                                 read-only PATH          deep PATH COUNT (nested folders 'd', each
                                                         with a file 'f')
     env: NAME=VALUE         one more environment variable; may be repeated
+    script: PATH            the script, from the source folder, of a case that has none of its own
     homes: HOME - REASON    run the case in this home only: linux or windows
     differs: REASON         the traces of the two homes are not compared with each other
     exit: CODE              the exit code as a signed 32-bit number; required. Several codes, split
@@ -62,6 +63,7 @@ HOMES = ('linux', 'windows')
 class Expectations:
     arguments: list = dataclasses.field(default_factory=lambda: ['/encfile', '@PATCH@'])
     make: list = dataclasses.field(default_factory=list)
+    script: str = None
     environment: dict = dataclasses.field(default_factory=dict)
     only_home: str = None
     only_home_reason: str = None
@@ -102,6 +104,8 @@ def _add(expectations, key, value, lines):
         lines = ['' if line == '~' else line for line in lines]
     if key == 'args':
         expectations.arguments = shlex.split(value)
+    elif key == 'script':
+        expectations.script = value
     elif key == 'env':
         name, equals, text = value.partition('=')
         if not equals:

@@ -372,12 +372,14 @@ class Session:
 
 
 def script_cases():
-    for script in sorted(HERE.glob('*/*.xml')):
-        expect = script.with_suffix('.expect')
-        name = f'{script.parent.name}/{script.stem}'
-        yield expectations.Case(
-            name, expectations.parse(expect.read_text(encoding='utf-8'), expect),
-            script=script.read_bytes())
+    names = {path.with_suffix('') for pattern in ('*/*.xml', '*/*.expect')
+             for path in HERE.glob(pattern)}
+    for place in sorted(names):
+        expect = place.with_suffix('.expect')
+        wanted = expectations.parse(expect.read_text(encoding='utf-8'), expect)
+        script = HERE.parents[1] / wanted.script if wanted.script else place.with_suffix('.xml')
+        yield expectations.Case(f'{place.parent.name}/{place.name}', wanted,
+                                script=script.read_bytes())
 
 
 def main():
