@@ -6,7 +6,7 @@
 #   dep_tinyxml         TinyXML 2.6.2 with Debian's patches, TIXML_USE_STL
 #   dep_pugixml
 #   dep_pcre2           16-bit code units
-#   dep_jsoncpp
+#   dep_jsoncpp         on Windows as AmsJson.dll
 #   dep_gtest           GoogleTest and GoogleMock; dep_gtest_main brings main() along
 #   dep_benchmark       Google Benchmark; dep_benchmark_main brings main() along
 #   dep_curl            Linux only; headers, since the library is loaded when it is needed
@@ -88,7 +88,7 @@ tessel_dependency(dep_pugixml PACKAGE libpugixml-dev HEADER pugixml.hpp LIBRARIE
 tessel_dependency(dep_pcre2 PACKAGE libpcre2-dev HEADER pcre2.h LIBRARIES pcre2-16
   DEFINES PCRE2_CODE_UNIT_WIDTH=16 $<$<BOOL:${WIN32}>:PCRE2_STATIC>)
 tessel_dependency(dep_jsoncpp PACKAGE libjsoncpp-dev HEADER json/json.h INCLUDE_SUFFIX jsoncpp
-  LIBRARIES jsoncpp)
+  LIBRARIES jsoncpp DEFINES $<$<BOOL:${WIN32}>:JSON_DLL>)
 tessel_dependency(dep_gtest PACKAGE libgmock-dev HEADER gmock/gmock.h LIBRARIES gmock gtest
   DEPENDS Threads::Threads)
 tessel_dependency(dep_gtest_main PACKAGE libgtest-dev HEADER gtest/gtest.h LIBRARIES gtest_main
@@ -103,4 +103,20 @@ if(NOT WIN32)
   tessel_dependency(dep_curl PACKAGE libcurl4-openssl-dev HEADER curl/curl.h)
   tessel_dependency(dep_libxml2 OPTIONAL PACKAGE libxml2-dev HEADER libxml/parser.h
     INCLUDE_SUFFIX libxml2 LIBRARIES xml2)
+endif()
+
+# A Windows program finds beside it what it needs and the system doesn't have: AmsJson.dll, and the C++
+# runtime that it shares with that library.
+function(tessel_place_dlls folder)
+  set(dlls "${tessel_windows_libraries}/bin/AmsJson.dll")
+  foreach(name IN ITEMS libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
+    execute_process(COMMAND "${CMAKE_CXX_COMPILER}" "-print-file-name=${name}"
+      OUTPUT_VARIABLE place OUTPUT_STRIP_TRAILING_WHITESPACE)
+    list(APPEND dlls "${place}")
+  endforeach()
+  file(COPY ${dlls} DESTINATION "${folder}")
+endfunction()
+if(WIN32)
+  tessel_place_dlls("${PROJECT_BINARY_DIR}/bin")
+  tessel_place_dlls("${PROJECT_BINARY_DIR}/tests")
 endif()

@@ -14,7 +14,3 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-
-# A program carries everything but the system's own DLLs: it has to start on a machine that has
-# neither the compiler's runtime nor its thread library.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
