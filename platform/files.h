@@ -76,7 +76,7 @@ Code CreateDirectoryRecursive(cvn::StringView path);
 Code Replace(cvn::StringView from, cvn::StringView to);
 
 // The same for a new version of a file: one that is at `to` hands on its owner, permissions and
-// attributes, as ReplaceFileW does. 5 when it is read-only.
+// attributes, as ReplaceFileW does. 5 when it is read-only or a folder.
 Code TakePlace(cvn::StringView from, cvn::StringView to);
 
 // Deletes a file, as DeleteFileW: 2 or 3 when it is not there, 5 for a folder or a read-only file.

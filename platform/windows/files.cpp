@@ -139,11 +139,17 @@ Code Replace(cvn::StringView from, cvn::StringView to) {
 }
 
 Code TakePlace(cvn::StringView from, cvn::StringView to) {
-  Attributes attributes = 0;
-  if (GetAttributes(to, &attributes) != kSuccess) {
-    return Replace(from, to);
-  }
   LastErrorKeeper lastError;
+  const DWORD attributes = ::GetFileAttributesW(Wide(PathForCall(to)));
+  if (attributes == INVALID_FILE_ATTRIBUTES) {
+    return lastError.Outcome(
+        ::MoveFileExW(Wide(PathForCall(from)), Wide(PathForCall(to)), MOVEFILE_WRITE_THROUGH) != 0);
+  }
+  // Where ReplaceFileW looks at neither, as in Wine, a folder would be lost.
+  if ((attributes & (kDirectory | kReadOnly)) != 0) {
+    ::SetLastError(ERROR_ACCESS_DENIED);
+    return lastError.Outcome(false);
+  }
   return lastError.Outcome(::ReplaceFileW(Wide(PathForCall(to)), Wide(PathForCall(from)), nullptr,
                                           REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0);
 }

@@ -276,6 +276,25 @@ TEST_F(FilesConformance, ReplaceMovesOver) {
   EXPECT_TRUE(paths::Exists(Path(u"folder 2\\")));
 }
 
+TEST_F(FilesConformance, ANewVersionTakesThePlaceOfAFileOnly) {
+  struct Case {
+    cvn::StringView to;
+    Code code;
+  };
+  constexpr Case kCases[] = {
+      {u"folder", kAccessDenied}, {u"file", kSuccess}, {u"new name", kSuccess}};
+  for (const Case& test : kCases) {
+    WriteContent(Path(u"version"), "version");
+    EXPECT_EQ(Observe([&] { return files::TakePlace(Path(u"version"), Path(test.to)); }),
+              Expected(test.code))
+        << Utf8(test.to);
+    EXPECT_EQ(paths::Exists(Path(u"version")), test.code != kSuccess) << Utf8(test.to);
+  }
+  EXPECT_TRUE(paths::IsDirectory(Path(u"folder")));
+  EXPECT_EQ(ContentOf(Path(u"file")), "version");
+  EXPECT_EQ(ContentOf(Path(u"new name")), "version");
+}
+
 TEST_F(FilesConformance, DeletesFilesOnly) {
   struct Case {
     cvn::StringView name;
@@ -313,6 +332,8 @@ TEST_F(FilesConformance, AReadOnlyFileIsKept) {
   }
   TextFile text;
   EXPECT_EQ(Observe([&] { return text.OpenForAppend(path); }), Expected(kAccessDenied));
+  EXPECT_EQ(Observe([&] { return files::TakePlace(Path(u"file"), path); }),
+            Expected(kAccessDenied));
   EXPECT_EQ(Observe([&] { return files::Replace(Path(u"file"), path); }), Expected(kAccessDenied));
   EXPECT_EQ(ContentOf(path), "old content");
   // It may go elsewhere, though.
