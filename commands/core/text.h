@@ -1,7 +1,7 @@
 // Commands that compute with variables and text.
 #pragma once
 
-#include "commands/shared/whole_text_pattern.h"
+#include "commands/common/whole_text_pattern.h"
 #include "engine/function_base.h"
 
 namespace tessel {

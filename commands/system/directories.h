@@ -1,7 +1,7 @@
 // Commands on folders and on whole trees.
 #pragma once
 
-#include "commands/shared/whole_text_pattern.h"
+#include "commands/common/whole_text_pattern.h"
 #include "commands/system/file_helpers.h"
 
 namespace tessel {

@@ -1,4 +1,4 @@
-#include "commands/shared/whole_text_pattern.h"
+#include "commands/common/whole_text_pattern.h"
 
 #define PCRE2_CODE_UNIT_WIDTH 16
 #include <pcre2.h>
