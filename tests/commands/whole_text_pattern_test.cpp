@@ -1,4 +1,4 @@
-#include "commands/shared/whole_text_pattern.h"
+#include "commands/common/whole_text_pattern.h"
 
 #include <gtest/gtest.h>
 
