@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 
 #include "platform/files.h"
 #include "platform/posix/attributes.h"
@@ -127,12 +129,26 @@ Code Replace(cvn::StringView from, cvn::StringView to) {
 Code TakePlace(cvn::StringView from, cvn::StringView to) {
   posix::HostPath fresh;
   posix::HostPath old;
-  if (posix::Resolve(from, &fresh) == kSuccess && posix::Resolve(to, &old) == kSuccess) {
+  if (posix::Resolve(from, &fresh) != kSuccess || posix::Resolve(to, &old) != kSuccess) {
+    return Replace(from, to);
+  }
+  // What a link leads to gets the new version; the link stays, and its own mode means nothing.
+  cvn::String place(to);
+  if (S_ISLNK(old.entry.st_mode)) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(old.path.c_str(), nullptr),
+                                                           &std::free);
+    if (real == nullptr || lstat(real.get(), &old.entry) != 0) {
+      return posix::Fail(posix::CodeOf(errno));
+    }
+    old.path = real.get();
+    place = posix::ToMachinePath(old.path);
+  }
+  if (S_ISREG(old.entry.st_mode)) {
     const posix::Descriptor source(open(old.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     const posix::Descriptor target(open(fresh.path.c_str(), O_WRONLY | O_CLOEXEC));
     posix::CopyMetadata(source.Get(), old.entry, target.Get());
   }
-  return Replace(from, to);
+  return Replace(from, place);
 }
 
 }  // namespace platform::files

@@ -270,6 +270,21 @@ TEST_F(PosixFiles, AnNtfsVolumeKeepsItsOwnAttributes) {
   umount2(Host("mount").c_str(), MNT_DETACH);
 }
 
+TEST_F(PosixFiles, ANewVersionGoesWhereALinkLeads) {
+  WriteContent(Path(u"file"), "old");
+  ASSERT_EQ(chmod(Host("file").c_str(), 0640), 0);
+  ASSERT_EQ(symlink("file", Host("link").c_str()), 0);
+  WriteContent(Path(u"version"), "new");
+  ASSERT_EQ(files::TakePlace(Path(u"version"), Path(u"link")), kSuccess);
+  EXPECT_EQ(ContentOf(Path(u"file")), "new");
+  EXPECT_TRUE(std::filesystem::is_symlink(Host("link")));
+  EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(Host("file")).permissions()), 0640U);
+  ASSERT_EQ(symlink("nowhere", Host("dangling").c_str()), 0);
+  WriteContent(Path(u"version"), "kept");
+  EXPECT_EQ(files::TakePlace(Path(u"version"), Path(u"dangling")), kFileNotFound);
+  EXPECT_EQ(ContentOf(Path(u"version")), "kept");
+}
+
 TEST_F(PosixFiles, ReadOnlyBindsRootAndItsOwner) {
   const auto check = [this](cvn::StringView name) {
     const cvn::String path = Path(name);
