@@ -247,6 +247,17 @@ Code Merge(OpenedKey* opened) {
   return kSuccess;
 }
 
+// Runs `action` on the state of a key that was opened with `access`.
+template <typename Action>
+Code WithKey(const Key& key, std::uint32_t access, Action action) {
+  return Guarded([&] {
+    OpenedKey own;
+    OpenedKey* opened = nullptr;
+    const Code code = Find(key, access, &own, &opened);
+    return code == kSuccess ? action(opened) : code;
+  });
+}
+
 }  // namespace
 
 Key::Key(Root root) : handle_(HandleOf(root)) {}
@@ -336,14 +347,8 @@ Code DeleteKey(const Key& parent, cvn::StringView path) {
 
 Code QueryValue(const Key& key, cvn::StringView name, std::uint32_t* type,
                 std::vector<std::byte>* data) {
-  return Guarded([&] {
-    OpenedKey own;
-    OpenedKey* opened = nullptr;
-    Code code = Find(key, kQueryValue, &own, &opened);
-    if (code != kSuccess) {
-      return code;
-    }
-    code = kFileNotFound;
+  return WithKey(key, kQueryValue, [&](OpenedKey* opened) {
+    Code code = kFileNotFound;
     for (const KeyPtr& each : {opened->keys.first, opened->keys.second}) {
       if (each != nullptr && code == kFileNotFound) {
         code = each->hive->Query(*each, UpToZero(name), type, data);
@@ -355,13 +360,7 @@ Code QueryValue(const Key& key, cvn::StringView name, std::uint32_t* type,
 
 Code SetValue(const Key& key, cvn::StringView name, std::uint32_t type,
               std::span<const std::byte> data) {
-  return Guarded([&] {
-    OpenedKey own;
-    OpenedKey* opened = nullptr;
-    const Code code = Find(key, kSetValue, &own, &opened);
-    if (code != kSuccess) {
-      return code;
-    }
+  return WithKey(key, kSetValue, [&](OpenedKey* opened) {
     name = UpToZero(name);
     if (name.size() > kLongestValueName || data.size() > kLargestData) {
       return kInvalidParameter;
@@ -372,14 +371,8 @@ Code SetValue(const Key& key, cvn::StringView name, std::uint32_t type,
 }
 
 Code DeleteValue(const Key& key, cvn::StringView name) {
-  return Guarded([&] {
-    OpenedKey own;
-    OpenedKey* opened = nullptr;
-    Code code = Find(key, kSetValue, &own, &opened);
-    if (code != kSuccess) {
-      return code;
-    }
-    code = kFileNotFound;
+  return WithKey(key, kSetValue, [&](OpenedKey* opened) {
+    Code code = kFileNotFound;
     for (const KeyPtr& each : {opened->keys.first, opened->keys.second}) {
       if (each != nullptr && code == kFileNotFound) {
         code = each->hive->DeleteValue(*each, UpToZero(name));
@@ -390,15 +383,9 @@ Code DeleteValue(const Key& key, cvn::StringView name) {
 }
 
 Code EnumerateKey(const Key& key, std::uint32_t index, std::size_t capacity, cvn::String* name) {
-  return Guarded([&] {
-    OpenedKey own;
-    OpenedKey* opened = nullptr;
-    Code code = Find(key, kEnumerateSubKeys, &own, &opened);
-    if (code != kSuccess) {
-      return code;
-    }
+  return WithKey(key, kEnumerateSubKeys, [&](OpenedKey* opened) {
     if (IsMergedOfTwo(*opened)) {
-      code = Merge(opened);
+      const Code code = Merge(opened);
       if (code != kSuccess) {
         return code;
       }
@@ -407,7 +394,7 @@ Code EnumerateKey(const Key& key, std::uint32_t index, std::size_t capacity, cvn
     }
     KeyNode& main = Main(*opened);
     SubKeyTable* subKeys = nullptr;
-    code = main.hive->SubKeys(main, &subKeys);
+    const Code code = main.hive->SubKeys(main, &subKeys);
     if (code != kSuccess) {
       return code;
     }
@@ -418,16 +405,10 @@ Code EnumerateKey(const Key& key, std::uint32_t index, std::size_t capacity, cvn
 }
 
 Code EnumerateValue(const Key& key, std::uint32_t index, std::size_t capacity, cvn::String* name) {
-  return Guarded([&] {
-    OpenedKey own;
-    OpenedKey* opened = nullptr;
-    Code code = Find(key, kQueryValue, &own, &opened);
-    if (code != kSuccess) {
-      return code;
-    }
+  return WithKey(key, kQueryValue, [&](OpenedKey* opened) {
     KeyNode& main = Main(*opened);
     ValueTable* values = nullptr;
-    code = main.hive->Values(main, &values);
+    Code code = main.hive->Values(main, &values);
     if (code != kSuccess) {
       return code;
     }
@@ -454,13 +435,8 @@ Code EnumerateValue(const Key& key, std::uint32_t index, std::size_t capacity, c
 }
 
 Code QueryInfo(const Key& key, std::uint32_t* subKeys, std::uint32_t* longestName) {
-  return Guarded([&] {
-    OpenedKey own;
-    OpenedKey* opened = nullptr;
-    Code code = Find(key, kQueryValue, &own, &opened);
-    if (code != kSuccess) {
-      return code;
-    }
+  return WithKey(key, kQueryValue, [&](OpenedKey* opened) {
+    Code code = kSuccess;
     std::size_t count = 0;
     std::size_t longest = 0;
     const auto take = [&](const std::u16string& name) {
