@@ -1,7 +1,11 @@
 #include "engine/command_registry.h"
 
+#include "support/containers.h"
+
 namespace tessel {
 namespace {
+
+using CommandRegistry = cvn::Map<cvn::String, CommandRecord>;
 
 // Made on first use, because static initialisers in other files register commands.
 CommandRegistry& Registry() {
@@ -10,8 +14,6 @@ CommandRegistry& Registry() {
 }
 
 }  // namespace
-
-const CommandRegistry& Commands() { return Registry(); }
 
 const CommandRecord* FindCommand(cvn::StringView name) {
   const auto found = Registry().find(name);

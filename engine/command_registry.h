@@ -2,9 +2,9 @@
 #pragma once
 
 #include <memory>
+#include <type_traits>
 
 #include "engine/function_base.h"
-#include "support/containers.h"
 #include "support/string.h"
 
 namespace tessel {
@@ -16,13 +16,8 @@ struct CommandRecord {
   FunctionKind kind;
 };
 
-// Names compare exactly, with case.
-using CommandRegistry = cvn::Map<cvn::String, CommandRecord>;
-
-// The process's registry. It is filled by static initialisation and constant while scripts run.
-const CommandRegistry& Commands();
-
-// Null when there is no command of that name.
+// Finds a command in the process's registry, by its exact name; null when there is none. The
+// registry is filled by static initialisation and constant while scripts run.
 const CommandRecord* FindCommand(cvn::StringView name);
 
 // Adds a command. False, and no change, when the name is taken.

@@ -43,7 +43,7 @@ void FunctionAssignToken::Execute() {
   }
 }
 
-bool FunctionAddInt::Parse() {
+bool FunctionWithAddend::Parse() {
   return ReadNonEmpty(u"var", &var_) && ReadNonEmpty(u"value", &value_);
 }
 
@@ -56,10 +56,6 @@ void FunctionAddInt::Execute() {
                      static_cast<std::uint32_t>(cvn::ReadInt32(value));
     *variable = cvn::Format(u"%d", static_cast<std::int32_t>(sum));
   }
-}
-
-bool FunctionAddString::Parse() {
-  return ReadNonEmpty(u"var", &var_) && ReadNonEmpty(u"value", &value_);
 }
 
 void FunctionAddString::Execute() {

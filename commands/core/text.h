@@ -30,24 +30,24 @@ class FunctionAssignToken : public FunctionBase {
   WholeTextPattern pattern_;
 };
 
-class FunctionAddInt : public FunctionBase {
+// Adds a value that isn't empty to a variable.
+class FunctionWithAddend : public FunctionBase {
  public:
   bool Parse() override;
-  void Execute() override;
 
- private:
+ protected:
   cvn::String var_;
   cvn::String value_;
 };
 
-class FunctionAddString : public FunctionBase {
+class FunctionAddInt : public FunctionWithAddend {
  public:
-  bool Parse() override;
   void Execute() override;
+};
 
- private:
-  cvn::String var_;
-  cvn::String value_;
+class FunctionAddString : public FunctionWithAddend {
+ public:
+  void Execute() override;
 };
 
 // What stringGet takes and stringDelete removes: a piece of a text, of up to maxCount characters
