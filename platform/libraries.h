@@ -1,4 +1,8 @@
-// Shared libraries.
+// Shared libraries: those of the home's own kind, DLLs on Windows and ELF shared objects on Linux.
+//
+// A library that the product looks for by a name, such as "journal.dll" or "runlevelbroker.dll", is
+// on Linux a shared object under that very name: nothing is renamed, and a name without an
+// extension means ".dll" there too.
 #pragma once
 
 #include <cstdint>
@@ -48,20 +52,27 @@ void NarrowSearch();
 // Always on Linux.
 bool CanNarrowSearch();
 
-// Loads a library of the home's own kind: a DLL on Windows, a shared object on Linux, where the
-// path is resolved as any other and a bare name is looked for beside the program. 126 when it isn't
-// there, 193 when it is no library of this home.
+// Loads a library, as LoadLibraryExW, or as LoadLibraryW when the flags are kDefaultSearch. On
+// Linux the path is resolved as any other, a bare name is looked for beside the program, and the
+// flags change nothing. Whatever `library` held is given back. 126 when it, or a library that it
+// needs, isn't there; 127 when one of those lacks what it needs of it; 193 when it is no library of
+// this home.
 Code Load(cvn::StringView path, std::uint32_t flags, Library* library);
 
-// As GetModuleHandleExW(0, ...): a library that is in the process already, with one more reference.
-// 126 when it isn't.
+// As GetModuleHandleExW(0, ...): a library that is in the process already, with one more reference,
+// by its file name without regard to case, or by a path. 126 when it isn't.
 Code FindLoaded(cvn::StringView name, Library* library);
 
-// As GetProcAddress, with the name in UTF-8; null, with 127 as the last error, when there is none.
+// As GetProcAddress of a loaded library, with the name in UTF-8; null, with 127 as the last error,
+// when the library exports no such symbol itself. The address is good while the library is loaded.
 Address FindSymbol(const Library& library, const char* name);
 
-// The path of the program's own image, as a library may want it to tell who calls: the module
-// handle on Windows, the address of the program's header on Linux.
+// The path of the library, or of the program, that holds an address, as GetModuleFileNameW of it;
+// on Linux in the form Z:\... or C:\.... Empty when none does, with 126 as the last error.
+cvn::String FileNameOf(const void* address);
+
+// Where the program's own image begins, by which a library can tell who calls: the module handle on
+// Windows, the address of the program's header on Linux.
 const void* ProgramModule();
 
 }  // namespace platform::libraries
