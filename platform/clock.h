@@ -24,6 +24,9 @@ LocalTime ToLocalTime(std::int64_t seconds);
 // Milliseconds since the system started, as GetTickCount: wraps after 49.7 days.
 std::uint32_t TickCount();
 
+// The same from the timer that counts every millisecond, as timeGetTime.
+std::uint32_t TimerMilliseconds();
+
 // Waits. A negative number counts as its unsigned 32-bit form, as Sleep takes it; 4294967295 is for
 // ever.
 void Sleep(std::uint32_t milliseconds);

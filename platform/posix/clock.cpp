@@ -43,6 +43,8 @@ std::uint32_t TickCount() {
                                     static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000);
 }
 
+std::uint32_t TimerMilliseconds() { return TickCount(); }
+
 void Sleep(std::uint32_t milliseconds) {
   constexpr std::uint32_t kForEver = std::numeric_limits<std::uint32_t>::max();
   if (milliseconds == 0) {

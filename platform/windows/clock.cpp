@@ -1,6 +1,8 @@
 #include "platform/clock.h"
 
 #include "platform/windows/wide.h"
+// After <windows.h>, which it needs.
+#include <mmsystem.h>
 
 namespace platform::clock {
 namespace {
@@ -40,6 +42,8 @@ LocalTime ToLocalTime(std::int64_t seconds) {
 }
 
 std::uint32_t TickCount() { return ::GetTickCount(); }
+
+std::uint32_t TimerMilliseconds() { return ::timeGetTime(); }
 
 void Sleep(std::uint32_t milliseconds) { ::Sleep(milliseconds); }
 
