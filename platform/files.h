@@ -38,6 +38,8 @@ class File {
 
   bool IsOpen() const { return handle_ != kNone; }
   void Close();
+  // What the home calls it: a HANDLE on Windows, a descriptor on Linux. It stays this object's.
+  std::intptr_t Handle() const { return handle_; }
 
   // Reads up to the size of `buffer` at the file's position; `*count` is 0 at the end of the file.
   Code Read(std::span<std::byte> buffer, std::size_t* count);
