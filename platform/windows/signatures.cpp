@@ -1,0 +1,248 @@
+#include "platform/signatures.h"
+
+#include "platform/windows/wintrust_library.h"
+// <ntdsapi.h> needs <windows.h> before it.
+#include <ntdsapi.h>
+
+namespace platform::signatures {
+namespace {
+
+using windows::Wide;
+using windows::Wintrust;
+
+constexpr DWORD kEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+constexpr DWORD kVerifySpecific = 1;     // WSS_VERIFY_SPECIFIC
+constexpr DWORD kGetSecondaryCount = 2;  // WSS_GET_SECONDARY_SIG_COUNT
+
+// What CertNameToStrW and its like give, which count the zero at the end and never fail.
+template <typename Call>
+cvn::String TextOf(Call call) {
+  std::vector<wchar_t> buffer(call(nullptr, 0));
+  const DWORD size = call(buffer.data(), static_cast<DWORD>(buffer.size()));
+  return size <= 1 ? cvn::String() : cvn::String(windows::ViewOf(buffer.data(), size - 1));
+}
+
+cvn::String NameText(CERT_NAME_BLOB* name) {
+  return TextOf([name](wchar_t* buffer, DWORD size) {
+    return ::CertNameToStrW(X509_ASN_ENCODING, name, CERT_X500_NAME_STR, buffer, size);
+  });
+}
+
+}  // namespace
+
+// --- Verifier
+// --------------------------------------------------------------------------------------
+
+struct Verifier::State {
+  State(cvn::StringView filePath, const files::File& file) : path(windows::PathForCall(filePath)) {
+    fileInfo.cbStruct = sizeof fileInfo;
+    fileInfo.pcwszFilePath = Wide(path);
+    fileInfo.hFile = reinterpret_cast<HANDLE>(file.Handle());
+    settings.cbStruct = sizeof settings;
+    settings.dwFlags = kVerifySpecific | kGetSecondaryCount;
+    data.base.pFile = &fileInfo;
+    data.pSignatureSettings = &settings;
+  }
+
+  CRYPT_PROVIDER_DATA* ProviderData() const {
+    return Wintrust() == nullptr || data.base.hWVTStateData == nullptr
+               ? nullptr
+               : Wintrust()->provDataFromStateData(data.base.hWVTStateData);
+  }
+
+  CRYPT_PROVIDER_SGNR* Signer() const {
+    CRYPT_PROVIDER_DATA* provider = ProviderData();
+    return provider == nullptr ? nullptr
+                               : Wintrust()->getProvSignerFromChain(provider, 0, FALSE, 0);
+  }
+
+  cvn::PathString path;
+  WINTRUST_FILE_INFO fileInfo{};
+  windows::SignatureSettings settings{};
+  windows::TrustData data = windows::SilentTrustData(WTD_CHOICE_FILE, WTD_REVOKE_WHOLECHAIN, 0);
+};
+
+Verifier::Verifier(cvn::StringView path, const files::File& file)
+    : state_(std::make_unique<State>(path, file)) {}
+
+Verifier::~Verifier() { Close(); }
+
+TrustStatus Verifier::Verify(std::uint32_t index, bool online) {
+  Close();
+  state_->settings.dwIndex = index;
+  state_->data.base.dwStateAction = WTD_STATEACTION_VERIFY;
+  state_->data.base.dwProvFlags = online ? 0 : WTD_CACHE_ONLY_URL_RETRIEVAL;
+  // The window that stands for nobody being there, once the network may be used.
+  HWND window = online ? static_cast<HWND>(INVALID_HANDLE_VALUE) : nullptr;
+  return windows::VerifyTrust(window, &state_->data);
+}
+
+void Verifier::Close() {
+  if (state_->data.base.dwStateAction == WTD_STATEACTION_VERIFY) {
+    state_->data.base.dwStateAction = WTD_STATEACTION_CLOSE;
+    windows::VerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &state_->data);
+    state_->data.base.hWVTStateData = nullptr;
+  }
+}
+
+std::uint32_t Verifier::SecondaryCount() const { return state_->settings.cSecondarySigs; }
+
+bool Verifier::HasProviderData() const { return state_->ProviderData() != nullptr; }
+
+bool Verifier::HasSigner() const { return state_->Signer() != nullptr; }
+
+bool Verifier::SignerCertificate(Certificate* certificate) const {
+  const CRYPT_PROVIDER_CERT* leaf = Wintrust()->getProvCertFromChain(state_->Signer(), 0);
+  if (leaf == nullptr || leaf->pCert == nullptr) {
+    return false;
+  }
+  CERT_INFO* info = leaf->pCert->pCertInfo;
+  certificate->issuer = NameText(&info->Issuer);
+  certificate->subject = NameText(&info->Subject);
+  const auto* serial = reinterpret_cast<const std::byte*>(info->SerialNumber.pbData);
+  certificate->serial.assign(serial, serial + info->SerialNumber.cbData);
+  return true;
+}
+
+Timestamp Verifier::SigningTime(std::uint64_t* time) const {
+  CRYPT_PROVIDER_DATA* provider = state_->ProviderData();
+  const DWORD count = state_->Signer()->csCounterSigners;
+  for (DWORD i = 0; i < count; ++i) {
+    const CRYPT_PROVIDER_SGNR* counterSigner =
+        Wintrust()->getProvSignerFromChain(provider, 0, TRUE, i);
+    if (counterSigner != nullptr && counterSigner->dwSignerType == SGNR_TYPE_TIMESTAMP) {
+      const FILETIME& when = counterSigner->sftVerifyAsOf;
+      *time = std::uint64_t{when.dwHighDateTime} << 32 | when.dwLowDateTime;
+      return Timestamp::Found;
+    }
+  }
+  return count == 0 ? Timestamp::None : Timestamp::OtherCounterSigner;
+}
+
+// --- Without a chain of trust
+// ----------------------------------------------------------------------
+
+TrustStatus VerifyDigestOnly(cvn::StringView path) {
+  const cvn::PathString text = windows::PathForCall(path);
+  WINTRUST_FILE_INFO fileInfo{};
+  fileInfo.cbStruct = sizeof fileInfo;
+  fileInfo.pcwszFilePath = Wide(text);
+  windows::TrustData data = windows::SilentTrustData(
+      WTD_CHOICE_FILE, WTD_REVOKE_NONE, WTD_HASH_ONLY_FLAG | WTD_CACHE_ONLY_URL_RETRIEVAL);
+  data.base.pFile = &fileInfo;
+  return windows::VerifyTrust(nullptr, &data);
+}
+
+namespace {
+
+// A signed message, and the certificates in it.
+class SignedMessage {
+ public:
+  explicit SignedMessage(cvn::StringView path) {
+    const cvn::PathString text = windows::PathForCall(path);
+    ::CryptQueryObject(
+        CERT_QUERY_OBJECT_FILE, Wide(text),
+        CERT_QUERY_CONTENT_FLAG_PKCS7_SIGNED_EMBED | CERT_QUERY_CONTENT_FLAG_PKCS7_SIGNED,
+        CERT_QUERY_FORMAT_FLAG_BINARY, 0, nullptr, nullptr, nullptr, &store_, &message_, nullptr);
+  }
+  SignedMessage(const SignedMessage&) = delete;
+  SignedMessage& operator=(const SignedMessage&) = delete;
+  ~SignedMessage() {
+    if (message_ != nullptr) {
+      ::CryptMsgClose(message_);
+    }
+    if (store_ != nullptr) {
+      ::CertCloseStore(store_, 0);
+    }
+  }
+
+  // The certificate of the first signer, which the caller frees; null when there is none.
+  PCCERT_CONTEXT SignerCertificate() const {
+    DWORD size = 0;
+    if (message_ == nullptr ||
+        ::CryptMsgGetParam(message_, CMSG_SIGNER_INFO_PARAM, 0, nullptr, &size) == 0) {
+      return nullptr;
+    }
+    std::vector<std::byte> data(size);
+    if (::CryptMsgGetParam(message_, CMSG_SIGNER_INFO_PARAM, 0, data.data(), &size) == 0) {
+      return nullptr;
+    }
+    const auto* signer = reinterpret_cast<const CMSG_SIGNER_INFO*>(data.data());
+    CERT_INFO wanted{};
+    wanted.Issuer = signer->Issuer;
+    wanted.SerialNumber = signer->SerialNumber;
+    return ::CertFindCertificateInStore(store_, kEncodings, 0, CERT_FIND_SUBJECT_CERT, &wanted,
+                                        nullptr);
+  }
+
+ private:
+  HCERTSTORE store_ = nullptr;
+  HCRYPTMSG message_ = nullptr;
+};
+
+}  // namespace
+
+cvn::String SignerName(cvn::StringView path) {
+  windows::LastErrorKeeper lastError;
+  const SignedMessage message(path);
+  PCCERT_CONTEXT certificate = message.SignerCertificate();
+  if (certificate == nullptr) {
+    return cvn::String();
+  }
+  cvn::String name = TextOf([certificate](wchar_t* buffer, DWORD size) {
+    return ::CertGetNameStringW(certificate, CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr, buffer,
+                                size);
+  });
+  ::CertFreeCertificateContext(certificate);
+  return name;
+}
+
+// --- Distinguished names
+// ---------------------------------------------------------------------------
+
+RdnReader::RdnReader() {
+  windows::LastErrorKeeper lastError;
+  library_ = ::LoadLibraryW(L"Ntdsapi.dll");
+}
+
+RdnReader::~RdnReader() {
+  if (library_ != nullptr) {
+    ::FreeLibrary(static_cast<HMODULE>(library_));
+  }
+}
+
+namespace {
+
+// Under Wine the name leads to a stub that ends the process.
+auto* FindGetRdn(void* library) {
+  windows::LastErrorKeeper lastError;
+  return library == nullptr ? nullptr
+                            : reinterpret_cast<decltype(&::DsGetRdnW)>(reinterpret_cast<void*>(
+                                  ::GetProcAddress(static_cast<HMODULE>(library), "DsGetRdnW")));
+}
+
+}  // namespace
+
+bool RdnReader::IsAvailable() const { return FindGetRdn(library_) != nullptr; }
+
+Code RdnReader::Next(cvn::StringView* name, cvn::String* key, cvn::String* value) const {
+  const auto getRdn = FindGetRdn(library_);
+  if (getRdn == nullptr) {
+    return kProcNotFound;
+  }
+  auto* rest = reinterpret_cast<const wchar_t*>(name->data());
+  auto restLength = static_cast<DWORD>(name->size());
+  const wchar_t* keyText = nullptr;
+  DWORD keyLength = 0;
+  const wchar_t* valueText = nullptr;
+  DWORD valueLength = 0;
+  const Code code = getRdn(&rest, &restLength, &keyText, &keyLength, &valueText, &valueLength);
+  if (code == kSuccess) {
+    *name = windows::ViewOf(rest, restLength);
+    *key = windows::ViewOf(keyText, keyLength);
+    *value = windows::ViewOf(valueText, valueLength);
+  }
+  return code;
+}
+
+}  // namespace platform::signatures
