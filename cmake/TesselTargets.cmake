@@ -1,4 +1,4 @@
-# The four kinds of target. Every file list may be split by platform:
+# The kinds of target. Every file list may be split by platform:
 #
 #   SOURCES          for both
 #   POSIX_SOURCES    for Linux only
@@ -19,6 +19,10 @@
 #
 # tessel_bench(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/bench/<name> with Google Benchmark and its main(), only when asked for.
+#
+# tessel_test_library(<name> FILE <path> SOURCES... [DEFINES...] [LINKS...])
+#   makes <build>/tests/libraries/<path>, a shared library of the home's own kind under that very
+#   name. It exports its functions with C names, and needs no library but those in LINKS.
 #
 # The umbrella targets programs, tests and bench build all of a kind.
 
@@ -93,6 +97,25 @@ function(tessel_test name)
   add_dependencies(tests ${name})
   add_test(NAME ${name} COMMAND ${name} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}")
   set_property(GLOBAL APPEND PROPERTY tessel_tests ${name})
+endfunction()
+
+function(tessel_test_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "FILE" "SOURCES;DEFINES;LINKS")
+  get_filename_component(file_name "${arg_FILE}" NAME)
+  get_filename_component(folder "${arg_FILE}" DIRECTORY)
+  set(folder "${PROJECT_BINARY_DIR}/tests/libraries/${folder}")
+  add_library(${name} SHARED ${arg_SOURCES})
+  target_compile_options(${name} PRIVATE ${tessel_warnings} -fno-exceptions -fno-rtti
+    -fno-sanitize=vptr)
+  target_compile_definitions(${name} PRIVATE ${arg_DEFINES})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE ${arg_LINKS})
+  target_link_options(${name} PRIVATE $<$<PLATFORM_ID:Windows>:-static>)
+  get_filename_component(stem "${file_name}" NAME_WLE)
+  set_target_properties(${name} PROPERTIES PREFIX "" OUTPUT_NAME "${stem}" SUFFIX ".dll"
+    SKIP_BUILD_RPATH ON LIBRARY_OUTPUT_DIRECTORY "${folder}" RUNTIME_OUTPUT_DIRECTORY "${folder}"
+    ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/${name}.imports")
+  add_dependencies(tests ${name})
 endfunction()
 
 function(tessel_bench name)

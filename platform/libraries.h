@@ -15,7 +15,7 @@ namespace platform::libraries {
 
 // How a library is looked for: LoadLibraryW's own way, or by the flags of LoadLibraryExW. A path
 // with a folder is loaded from there in each way; what differs is where the libraries that it needs
-// are looked for, and where a bare name is.
+// are looked for, and where a bare name is. The last is for whole paths only.
 inline constexpr std::uint32_t kDefaultSearch = 0;
 inline constexpr std::uint32_t kAlteredSearchPath = 0x8;
 inline constexpr std::uint32_t kSearchLibraryFolderAndDefaults = 0x1100;

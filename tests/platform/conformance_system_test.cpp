@@ -1,10 +1,9 @@
-// The small families: error, streams, clock, random, process, libraries, version.
+// The small families: error, streams, clock, random, process, version.
 
 #include <ctime>
 #include <thread>
 
 #include "platform/clock.h"
-#include "platform/libraries.h"
 #include "platform/process.h"
 #include "platform/random.h"
 #include "platform/streams.h"
@@ -114,12 +113,6 @@ TEST(ProcessConformance, EnablesThePrivilegesItHolds) {
   for (const cvn::StringView name : kNames) {
     EXPECT_NE(IsPrivilegeEnabled(name), std::optional(false)) << Utf8(name);
   }
-}
-
-TEST(LibrariesConformance, NarrowSearchLeavesTheLastErrorAlone) {
-  SetLastError(kUntouched);
-  libraries::NarrowSearch();
-  EXPECT_EQ(LastError(), kUntouched);
 }
 
 TEST(VersionConformance, IsSomeWindows) {
