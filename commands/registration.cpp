@@ -7,6 +7,7 @@
 #include "commands/documents/xml.h"
 #include "commands/system/directories.h"
 #include "commands/system/files.h"
+#include "commands/system/product.h"
 #include "commands/system/registry.h"
 #include "engine/command_registry.h"
 
@@ -72,6 +73,9 @@ bool RegisterAllCommands() {
   RegisterCommand<FunctionRegCreateKey>(u"regCreateKey");
   RegisterCommand<FunctionRegDeleteKey>(u"regDeleteKey");
   RegisterCommand<FunctionRegDeleteValue>(u"regDeleteValue");
+  RegisterCommand<FunctionAmStart>(u"amStart");
+  RegisterCommand<FunctionAmStop>(u"amStop");
+  RegisterCommand<FunctionApplyHqPolicies>(u"applyHqPolicies");
   return true;
 }
 
