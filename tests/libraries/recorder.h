@@ -13,7 +13,7 @@
 
 namespace recorder {
 
-inline constexpr char kScript[] = "library-script.txt";
+constexpr char kScript[] = "library-script.txt";
 
 // The number that the script gives for a name, or `otherwise`.
 inline std::uint32_t Scripted(const char* name, std::uint32_t otherwise) {

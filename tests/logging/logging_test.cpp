@@ -1,0 +1,250 @@
+#include "logging/log.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/files.h"
+#include "platform/paths.h"
+#include "tests/platform/fixture.h"
+
+namespace logging {
+namespace {
+
+namespace files = platform::files;
+namespace libraries = platform::libraries;
+using platform::kSuccess;
+using platform::test::Joined;
+
+using Lines = std::vector<std::string>;
+
+constexpr char16_t kRoutine[] = u"Some::Routine";
+
+cvn::String ProgramFolder() {
+  cvn::String folder = platform::paths::ModuleFileName();
+  platform::paths::RemoveFileSpec(&folder);
+  return folder;
+}
+
+cvn::String BuiltLibrary(cvn::StringView name) {
+  return Joined(Joined(ProgramFolder(), u"\\libraries\\"), name);
+}
+
+// The recording library beside the program, and a current directory for its record.
+class LoggingTest : public testing::Test {
+ protected:
+  LoggingTest()
+      : before_(std::filesystem::current_path()),
+        folder_(std::filesystem::path(testing::TempDir()) / "tessel_logging_test") {
+    std::filesystem::create_directories(folder_);
+    std::filesystem::current_path(folder_);
+    std::ofstream("library-script.txt") << "\n";
+  }
+  ~LoggingTest() override {
+    std::filesystem::current_path(before_);
+    std::filesystem::remove_all(folder_);
+    files::Delete(besideProgram_);
+  }
+
+  void PutBesideProgram(cvn::StringView library) const {
+    ASSERT_EQ(files::Copy(BuiltLibrary(library), besideProgram_, false), kSuccess);
+  }
+
+  // What the library recorded since the last call.
+  static Lines Recorded() {
+    Lines lines;
+    {
+      std::ifstream record("library-record.txt", std::ios::binary);
+      for (std::string line; std::getline(record, line);) {
+        lines.push_back(line);
+      }
+    }
+    std::filesystem::remove("library-record.txt");
+    return lines;
+  }
+
+  static const Lines kStart;
+  static const Lines kEnd;
+
+ private:
+  std::filesystem::path before_;
+  std::filesystem::path folder_;
+  cvn::String besideProgram_ = Joined(ProgramFolder(), u"\\journal.dll");
+};
+
+const Lines LoggingTest::kStart = {"loaded", "LogInit"};
+const Lines LoggingTest::kEnd = {"LogDeinit", "LogUninitDeskMetrics",
+                                 "LogRemoveModule logging::CLogDLL::~CLogDLL", "unloaded"};
+
+TEST_F(LoggingTest, WritesNothingAndAsksForNothingWithoutAHolder) {
+  PutBesideProgram(u"journal.dll");
+  int asked = 0;
+  WriteLine(kFailure, kRoutine, u"%d", [&] { return ++asked; });
+  { const ScopeTrace scope(kRoutine); }
+  EXPECT_EQ(asked, 0);
+  EXPECT_EQ(Recorded(), Lines());
+}
+
+TEST_F(LoggingTest, HandsOverWhatAFormatAsksFor) {
+  PutBesideProgram(u"journal.dll");
+  LogRef log;
+  log.Attach();
+  EXPECT_EQ(Recorded(), kStart);
+  const cvn::String text = u"a text that is too long to be kept inside the object, \u00E9";
+  std::string order;
+  WriteLine(kFailure, kRoutine, u"AllocateAndInitializeSid Error %u", std::uint32_t{0xFFFFFFFF});
+  WriteLine(kNotice, kRoutine, u"again");
+  WriteLine(kDetail, kRoutine, u"failed open process %d [0x%x]", -1, 0x2BADu);
+  WriteLine(kDetail, kRoutine, u"Issuer: %s", text);
+  WriteLine(kDetail, kRoutine, u"Serial: %s", [&] { return cvn::String(text); });
+  WriteLine(kDetail, kRoutine, u"Systemtime : %02d/%02d/%04d %02d:%02d", std::uint16_t{1}, 2, 2026,
+            short{23}, 59);
+  platform::SetLastError(0x80092004);
+  WriteLine(kFailure, kRoutine, u"WinVerifyTrust failed with error 0x%.8X\n", platform::LastError);
+  WriteLine(
+      kFailure, kRoutine, u"Index %d from %d", [&] { return order += "a", 1; },
+      [&] { return order += "b", 2; });
+  EXPECT_EQ(order, "ab");
+  EXPECT_EQ(Recorded(),
+            (Lines{"+0 4 program Some::Routine: AllocateAndInitializeSid Error 4294967295",
+                   "+0 16 program Some::Routine: again",
+                   "+0 32 program Some::Routine: failed open process -1 [0x2bad]",
+                   "+0 32 program Some::Routine: Issuer: a text that is too long to be kept inside "
+                   "the object, \\u00e9",
+                   "+0 32 program Some::Routine: Serial: a text that is too long to be kept inside "
+                   "the object, \\u00e9",
+                   "+0 32 program Some::Routine: Systemtime : 01/02/2026 23:59",
+                   "+0 4 program Some::Routine: WinVerifyTrust failed with error "
+                   "0x80092004\\u000a",
+                   "+0 4 program Some::Routine: Index 1 from 2"}));
+  log.Release();
+  EXPECT_EQ(Recorded(), kEnd);
+}
+
+TEST_F(LoggingTest, StaysUntilTheLastReferenceIsGivenBackAndComesAgain) {
+  PutBesideProgram(u"journal.dll");
+  for (int run = 0; run < 2; ++run) {
+    LogRef reader;
+    EXPECT_EQ(reader.Instance(), nullptr);
+    reader.Attach();
+    reader.Attach();
+    EXPECT_NE(reader.Instance(), nullptr);
+    {
+      LogRef nested;
+      nested.Attach();
+      EXPECT_EQ(nested.Instance(), reader.Instance());
+      nested.Release();
+      nested.Release();
+      EXPECT_EQ(nested.Instance(), nullptr);
+    }
+    EXPECT_EQ(Recorded(), kStart);
+    WriteLine(kNotice, kRoutine, u"held");
+    EXPECT_EQ(Recorded(), Lines{"+0 16 program Some::Routine: held"});
+    EXPECT_TRUE(IsHeld());
+    reader.Release();
+    EXPECT_FALSE(IsHeld());
+    EXPECT_EQ(reader.Instance(), nullptr);
+    EXPECT_EQ(Recorded(), kEnd);
+    WriteLine(kNotice, kRoutine, u"released");
+    EXPECT_EQ(Recorded(), Lines());
+  }
+}
+
+TEST_F(LoggingTest, TracesTheScopesOfRoutines) {
+  PutBesideProgram(u"journal.dll");
+  const cvn::String longName(std::u16string(300, u'n'));
+  LogRef log;
+  log.Attach();
+  {
+    const ScopeTrace outer(kRoutine);
+    const ScopeTrace inner(longName);
+  }
+  Lines lines = Recorded();
+  ASSERT_EQ(lines.size(), kStart.size() + 4);
+  lines.erase(lines.begin(), lines.begin() + 2);
+  EXPECT_EQ(lines[0], "+1 32 program Some::Routine: -> Some::Routine()");
+  const std::string function(259, 'n');
+  const std::string display(257, 'n');
+  EXPECT_EQ(lines[1], "+1 32 program " + function + ": -> " + display + "()");
+  EXPECT_TRUE(lines[2].starts_with("-1 32 program " + function + ": <- " + display + "() ["));
+  constexpr std::string_view kExit = "-1 32 program Some::Routine: <- Some::Routine() [";
+  ASSERT_TRUE(lines[3].starts_with(kExit) && lines[3].ends_with("]")) << lines[3];
+  EXPECT_EQ(lines[3].find_first_not_of("0123456789", kExit.size()), lines[3].size() - 1);
+}
+
+TEST_F(LoggingTest, TakesTheCopyThatIsInTheProcess) {
+  PutBesideProgram(u"mute\\journal.dll");
+  libraries::Library another;
+  ASSERT_EQ(libraries::Load(BuiltLibrary(u"journal.dll"), libraries::kDefaultSearch, &another),
+            kSuccess);
+  LogRef log;
+  log.Attach();
+  WriteLine(kNotice, kRoutine, u"line");
+  log.Release();
+  EXPECT_EQ(Recorded(),
+            (Lines{"loaded", "LogInit", "+0 16 program Some::Routine: line", "LogDeinit",
+                   "LogUninitDeskMetrics", "LogRemoveModule logging::CLogDLL::~CLogDLL"}));
+  another.Free();
+  EXPECT_EQ(Recorded(), Lines{"unloaded"});
+}
+
+TEST_F(LoggingTest, DoesWithoutWhatIsMissing) {
+  constexpr std::int32_t kNoInterface = -2147467262;  // 0x80004002
+  const struct {
+    cvn::StringView library;
+    std::int32_t status;
+    Lines recorded;
+  } kCases[] = {
+      {u"", kNoInterface, {}},
+      {u"hollow.dll", kNoInterface, {}},
+      {u"mute\\journal.dll",
+       kNoInterface,
+       {"loaded", "LogInit", "LogDeinit", "LogUninitDeskMetrics",
+        "LogRemoveModule logging::CLogDLL::~CLogDLL", "unloaded"}},
+      {u"writer\\journal.dll", 0, {"loaded", "+0 4 program Some::Routine: 7", "unloaded"}},
+  };
+  for (const auto& example : kCases) {
+    if (!example.library.empty()) {
+      PutBesideProgram(example.library);
+    }
+    LogRef log;
+    log.Attach();
+    Level level = kFailure;
+    EXPECT_EQ(
+        log.Instance()->Write(kSameStep, &level, libraries::ProgramModule(), kRoutine, u"%d", 7),
+        example.status);
+    log.Release();
+    EXPECT_EQ(Recorded(), example.recorded) << platform::test::Utf8(example.library);
+  }
+}
+
+TEST_F(LoggingTest, CountsAttachmentsOfAllThreads) {
+  PutBesideProgram(u"journal.dll");
+  LogRef holder;
+  holder.Attach();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int line = 0; line < 1000; ++line) {
+        LogRef log;
+        log.Attach();
+        log.Attach();
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_TRUE(IsHeld());
+  EXPECT_EQ(Recorded(), kStart);
+  holder.Release();
+  EXPECT_FALSE(IsHeld());
+  EXPECT_EQ(Recorded(), kEnd);
+}
+
+}  // namespace
+}  // namespace logging
