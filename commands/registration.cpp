@@ -9,6 +9,7 @@
 #include "commands/system/files.h"
 #include "commands/system/product.h"
 #include "commands/system/registry.h"
+#include "commands/system/services.h"
 #include "engine/command_registry.h"
 
 namespace tessel {
@@ -73,6 +74,12 @@ bool RegisterAllCommands() {
   RegisterCommand<FunctionRegCreateKey>(u"regCreateKey");
   RegisterCommand<FunctionRegDeleteKey>(u"regDeleteKey");
   RegisterCommand<FunctionRegDeleteValue>(u"regDeleteValue");
+  RegisterCommand<FunctionServiceStart>(u"serviceStart");
+  RegisterCommand<FunctionServiceStop>(u"serviceStop");
+  RegisterCommand<FunctionServiceDelete>(u"serviceDelete");
+  RegisterCommand<FunctionServiceCreate>(u"serviceCreate");
+  RegisterCommand<FunctionServiceInstalled>(u"serviceInstalled");
+  RegisterCommand<FunctionServiceRunning>(u"serviceRunning");
   RegisterCommand<FunctionAmStart>(u"amStart");
   RegisterCommand<FunctionAmStop>(u"amStop");
   RegisterCommand<FunctionApplyHqPolicies>(u"applyHqPolicies");
