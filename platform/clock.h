@@ -8,6 +8,8 @@ namespace platform::clock {
 // Now, in units of 100 nanoseconds since 1970-01-01 00:00 UTC.
 std::int64_t NowTicks();
 inline constexpr std::int64_t kTicksPerSecond = 10'000'000;
+// From 1601-01-01, where the times of files and of the registry begin.
+inline constexpr std::int64_t kTicksFrom1601To1970 = 116'444'736'000'000'000;
 
 struct LocalTime {
   int year;   // 2026

@@ -52,6 +52,9 @@ class File {
   Code SeekToEnd();
   // Returns when the file's content has reached the disk.
   Code Flush();
+  // Sets the last-write time, in 100-nanosecond units since 1601-01-01 UTC, as SetFileTime; the
+  // other times stay.
+  Code SetLastWriteTime(std::uint64_t time);
 
  private:
   friend Code Open(cvn::StringView, Access, Share, Disposition, File*);
@@ -80,6 +83,10 @@ Code Replace(cvn::StringView from, cvn::StringView to);
 // The same for a new version of a file: one that is at `to` hands on its owner, permissions and
 // attributes, as ReplaceFileW does. 5 when it is read-only or a folder.
 Code TakePlace(cvn::StringView from, cvn::StringView to);
+
+// Returns when the names in a folder have reached the disk, after a Move into it. On Windows the
+// file system's own log sees to that, and nothing happens.
+Code FlushFolder(cvn::StringView path);
 
 // Deletes a file, as DeleteFileW: 2 or 3 when it is not there, 5 for a folder or a read-only file.
 Code Delete(cvn::StringView path);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <limits>
 
+#include "platform/clock.h"
 #include "platform/posix/attributes.h"
 #include "platform/posix/error_map.h"
 #include "platform/posix/file_steps.h"
@@ -140,6 +141,16 @@ Code File::Flush() {
   return Fail(CodeOf(errno, kWriteFault));
 }
 
+Code File::SetLastWriteTime(std::uint64_t time) {
+  // Split before the shift to 1970, so that what is left of a second is never negative.
+  constexpr auto kTicksPerSecond = static_cast<std::uint64_t>(clock::kTicksPerSecond);
+  constexpr std::int64_t kShift = clock::kTicksFrom1601To1970 / clock::kTicksPerSecond;
+  const timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT},
+                             {.tv_sec = static_cast<std::int64_t>(time / kTicksPerSecond) - kShift,
+                              .tv_nsec = static_cast<std::int64_t>(time % kTicksPerSecond * 100)}};
+  return futimens(static_cast<int>(handle_), times) == 0 ? kSuccess : Fail(CodeOf(errno));
+}
+
 Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file) {
   HostPath host;
   const Code located = posix::LocateFile(path, disposition, &host);
@@ -211,6 +222,12 @@ Code RemoveDirectory(cvn::StringView path) {
     return Fail(errno == EEXIST ? kDirNotEmpty : CodeOf(errno));
   }
   return kSuccess;
+}
+
+Code FlushFolder(cvn::StringView path) {
+  HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  return Report(code == kSuccess ? posix::FlushFolder(host.path) : code);
 }
 
 Code GetAttributes(cvn::StringView path, Attributes* attributes) {

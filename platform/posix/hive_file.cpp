@@ -1,12 +1,12 @@
 #include "platform/posix/hive_file.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 
+#include "platform/clock.h"
 #include "platform/posix/names.h"
 
 namespace platform::posix {
@@ -95,9 +95,7 @@ void Store(std::byte* to, Number number) {
 
 // Now, as Windows counts: 100 nanoseconds since 1601.
 std::uint64_t FileTime() {
-  constexpr std::uint64_t kFrom1601To1970 = 116444736000000000;
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return kFrom1601To1970 + static_cast<std::uint64_t>(now / std::chrono::nanoseconds(100));
+  return static_cast<std::uint64_t>(clock::kTicksFrom1601To1970 + clock::NowTicks());
 }
 
 bool IsNarrow(cvn::StringView name) {

@@ -114,6 +114,12 @@ Code File::Flush() {
   return lastError.Outcome(::FlushFileBuffers(HandleOf(handle_)) != 0);
 }
 
+Code File::SetLastWriteTime(std::uint64_t time) {
+  LastErrorKeeper lastError;
+  const FILETIME fileTime = {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
+  return lastError.Outcome(::SetFileTime(HandleOf(handle_), nullptr, nullptr, &fileTime) != 0);
+}
+
 Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file) {
   LastErrorKeeper lastError;
   File opened;
@@ -153,6 +159,8 @@ Code TakePlace(cvn::StringView from, cvn::StringView to) {
   return lastError.Outcome(::ReplaceFileW(Wide(PathForCall(to)), Wide(PathForCall(from)), nullptr,
                                           REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0);
 }
+
+Code FlushFolder(cvn::StringView /*path*/) { return kSuccess; }
 
 Code Delete(cvn::StringView path) {
   LastErrorKeeper lastError;
