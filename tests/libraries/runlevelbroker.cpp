@@ -1,4 +1,5 @@
-// A runlevel library. Script: create, object, interface, start and stop.
+// A runlevel library. Script: create, object, interface, start, stop, and a component's name for
+// what its start gives.
 #include "tests/libraries/recorder.h"
 
 namespace {
@@ -9,8 +10,9 @@ struct Broker {
     return nullptr;
   }
   virtual std::uint32_t Second(const char16_t* name, std::int32_t wait) {
-    recorder::Record("start '%s' %d", recorder::Narrow(name).text, static_cast<int>(wait));
-    return recorder::Scripted("start", 0);
+    const recorder::Narrow component(name);
+    recorder::Record("start '%s' %d", component.text, static_cast<int>(wait));
+    return recorder::Scripted(component.text, recorder::Scripted("start", 0));
   }
   virtual std::uint32_t Third(const char16_t* name, std::int32_t wait) {
     recorder::Record("stop '%s' %d", recorder::Narrow(name).text, static_cast<int>(wait));

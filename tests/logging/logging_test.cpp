@@ -2,78 +2,33 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "platform/files.h"
-#include "platform/paths.h"
-#include "tests/platform/fixture.h"
+#include "support/utf.h"
+#include "tests/libraries/fixture.h"
 
 namespace logging {
 namespace {
 
-namespace files = platform::files;
 namespace libraries = platform::libraries;
 using platform::kSuccess;
-using platform::test::Joined;
-
-using Lines = std::vector<std::string>;
+using test_libraries::Built;
+using test_libraries::Lines;
 
 constexpr char16_t kRoutine[] = u"Some::Routine";
 
-cvn::String ProgramFolder() {
-  cvn::String folder = platform::paths::ModuleFileName();
-  platform::paths::RemoveFileSpec(&folder);
-  return folder;
-}
-
-cvn::String BuiltLibrary(cvn::StringView name) {
-  return Joined(Joined(ProgramFolder(), u"\\libraries\\"), name);
-}
-
-// The recording library beside the program, and a current directory for its record.
-class LoggingTest : public testing::Test {
+class LoggingTest : public test_libraries::RecordingTest {
  protected:
-  LoggingTest()
-      : before_(std::filesystem::current_path()),
-        folder_(std::filesystem::path(testing::TempDir()) / "tessel_logging_test") {
-    std::filesystem::create_directories(folder_);
-    std::filesystem::current_path(folder_);
-    std::ofstream("library-script.txt") << "\n";
-  }
-  ~LoggingTest() override {
-    std::filesystem::current_path(before_);
-    std::filesystem::remove_all(folder_);
-    files::Delete(besideProgram_);
-  }
-
-  void PutBesideProgram(cvn::StringView library) const {
-    ASSERT_EQ(files::Copy(BuiltLibrary(library), besideProgram_, false), kSuccess);
-  }
-
-  // What the library recorded since the last call.
-  static Lines Recorded() {
-    Lines lines;
-    {
-      std::ifstream record("library-record.txt", std::ios::binary);
-      for (std::string line; std::getline(record, line);) {
-        lines.push_back(line);
-      }
-    }
-    std::filesystem::remove("library-record.txt");
-    return lines;
+  void PutBesideProgram(cvn::StringView library) {
+    cvn::String path = test_libraries::ProgramFolder();
+    path.Append(u"\\journal.dll");
+    Put(library, path);
   }
 
   static const Lines kStart;
   static const Lines kEnd;
-
- private:
-  std::filesystem::path before_;
-  std::filesystem::path folder_;
-  cvn::String besideProgram_ = Joined(ProgramFolder(), u"\\journal.dll");
 };
 
 const Lines LoggingTest::kStart = {"loaded", "LogInit"};
@@ -179,8 +134,7 @@ TEST_F(LoggingTest, TracesTheScopesOfRoutines) {
 TEST_F(LoggingTest, TakesTheCopyThatIsInTheProcess) {
   PutBesideProgram(u"mute\\journal.dll");
   libraries::Library another;
-  ASSERT_EQ(libraries::Load(BuiltLibrary(u"journal.dll"), libraries::kDefaultSearch, &another),
-            kSuccess);
+  ASSERT_EQ(libraries::Load(Built(u"journal.dll"), libraries::kDefaultSearch, &another), kSuccess);
   LogRef log;
   log.Attach();
   WriteLine(kNotice, kRoutine, u"line");
@@ -218,7 +172,7 @@ TEST_F(LoggingTest, DoesWithoutWhatIsMissing) {
         log.Instance()->Write(kSameStep, &level, libraries::ProgramModule(), kRoutine, u"%d", 7),
         example.status);
     log.Release();
-    EXPECT_EQ(Recorded(), example.recorded) << platform::test::Utf8(example.library);
+    EXPECT_EQ(Recorded(), example.recorded) << cvn::WideToUtf8(example.library);
   }
 }
 

@@ -1,19 +1,13 @@
 #include "platform/libraries.h"
 #include "platform/paths.h"
+#include "tests/libraries/fixture.h"
 #include "tests/platform/fixture.h"
 
 namespace platform::test {
 namespace {
 
 using libraries::Library;
-
-cvn::String BuiltLibrary(cvn::StringView name) {
-  cvn::String path = paths::ModuleFileName();
-  paths::RemoveFileSpec(&path);
-  path.Append(u"\\libraries\\");
-  path.Append(name);
-  return path;
-}
+using test_libraries::Built;
 
 class LibrariesConformance : public FolderTest {
  protected:
@@ -24,7 +18,7 @@ class LibrariesConformance : public FolderTest {
 };
 
 TEST_F(LibrariesConformance, LoadsWhatIsALibrary) {
-  const std::string image = ContentOf(BuiltLibrary(u"hollow.dll")).value_or("");
+  const std::string image = ContentOf(Built(u"hollow.dll")).value_or("");
   ASSERT_GT(image.size(), 4096U);
   std::string otherMachine = image;
   otherMachine[image.starts_with("MZ") ? otherMachine.find("PE") + 4 : 18] = 3;
@@ -32,12 +26,12 @@ TEST_F(LibrariesConformance, LoadsWhatIsALibrary) {
     cvn::String path;
     Code code;
   } kCases[] = {
-      {BuiltLibrary(u"hollow.dll"), kSuccess},
-      {BuiltLibrary(u"needy\\..\\HOLLOW.dll"), kSuccess},
+      {Built(u"hollow.dll"), kSuccess},
+      {Built(u"needy\\..\\HOLLOW.dll"), kSuccess},
       {FileWith(u"copy.txt", image), kSuccess},
-      {BuiltLibrary(u"absent.dll"), kModNotFound},
+      {Built(u"absent.dll"), kModNotFound},
       {Path(u"no folder\\hollow.dll"), kModNotFound},
-      {BuiltLibrary(u"needy\\needy.dll"), kModNotFound},  // of what it needs
+      {Built(u"needy\\needy.dll"), kModNotFound},  // of what it needs
       {FileWith(u"empty.dll", ""), kBadExeFormat},
       {FileWith(u"short.dll", image.substr(0, 40)), kBadExeFormat},
       {FileWith(u"text.dll", "Not a library, whatever its name may be."), kBadExeFormat},
@@ -56,12 +50,11 @@ TEST_F(LibrariesConformance, LoadsWhatIsALibrary) {
 }
 
 TEST_F(LibrariesConformance, LooksForABareNameBesideTheProgram) {
-  cvn::String program = paths::ModuleFileName();
-  paths::RemoveFileSpec(&program);
+  const cvn::String program = test_libraries::ProgramFolder();
   const cvn::String copy = Joined(program, u"\\Tessel-beside.dll");
   const cvn::String plain = Joined(program, u"\\tessel-plain");
   for (const cvn::String& path : {copy, plain}) {
-    ASSERT_EQ(files::Copy(BuiltLibrary(u"hollow.dll"), path, false), kSuccess);
+    ASSERT_EQ(files::Copy(Built(u"hollow.dll"), path, false), kSuccess);
   }
   for (const cvn::StringView name :
        {u"tessel-beside.dll", u"TESSEL-BESIDE.DLL", u"tessel-beside", u"tessel-plain."}) {
@@ -89,8 +82,7 @@ TEST_F(LibrariesConformance, FindsWhatIsLoadedAndHoldsIt) {
   };
   EXPECT_EQ(find(), Expected(kModNotFound));
   Library library;
-  ASSERT_EQ(libraries::Load(BuiltLibrary(u"hollow.dll"), libraries::kDefaultSearch, &library),
-            kSuccess);
+  ASSERT_EQ(libraries::Load(Built(u"hollow.dll"), libraries::kDefaultSearch, &library), kSuccess);
   EXPECT_EQ(find(), Expected(kSuccess));
   EXPECT_EQ(found.Handle(), library.Handle());
   library.Free();
@@ -98,15 +90,15 @@ TEST_F(LibrariesConformance, FindsWhatIsLoadedAndHoldsIt) {
 
   // `found` holds it still.
   Library again;
-  EXPECT_EQ(libraries::FindLoaded(BuiltLibrary(u"hollow.dll"), &again), kSuccess);
+  EXPECT_EQ(libraries::FindLoaded(Built(u"hollow.dll"), &again), kSuccess);
   again.Free();
   Library needy;
-  EXPECT_EQ(libraries::Load(BuiltLibrary(u"needy\\needy.dll"), libraries::kDefaultSearch, &needy),
+  EXPECT_EQ(libraries::Load(Built(u"needy\\needy.dll"), libraries::kDefaultSearch, &needy),
             kSuccess);
   needy.Free();
   found.Free();
   EXPECT_EQ(find(), Expected(kModNotFound));
-  EXPECT_EQ(libraries::FindLoaded(BuiltLibrary(u"hollow.dll"), &again), kModNotFound);
+  EXPECT_EQ(libraries::FindLoaded(Built(u"hollow.dll"), &again), kModNotFound);
 }
 
 TEST_F(LibrariesConformance, TellsWhenWhatALibraryNeedsHasNoSuchSymbol) {
@@ -114,12 +106,11 @@ TEST_F(LibrariesConformance, TellsWhenWhatALibraryNeedsHasNoSuchSymbol) {
     GTEST_SKIP() << "Wine puts something in the place of a symbol that is missing";
   }
   Library bare;
-  ASSERT_EQ(libraries::Load(BuiltLibrary(u"bare\\hollow.dll"), libraries::kDefaultSearch, &bare),
+  ASSERT_EQ(libraries::Load(Built(u"bare\\hollow.dll"), libraries::kDefaultSearch, &bare),
             kSuccess);
   Library needy;
   EXPECT_EQ(Observe([&] {
-              return libraries::Load(BuiltLibrary(u"needy\\needy.dll"), libraries::kDefaultSearch,
-                                     &needy);
+              return libraries::Load(Built(u"needy\\needy.dll"), libraries::kDefaultSearch, &needy);
             }),
             Expected(kProcNotFound));
 }
@@ -127,9 +118,8 @@ TEST_F(LibrariesConformance, TellsWhenWhatALibraryNeedsHasNoSuchSymbol) {
 TEST_F(LibrariesConformance, FindsOnlyTheLibrarysOwnSymbols) {
   Library hollow;
   Library needy;
-  ASSERT_EQ(libraries::Load(BuiltLibrary(u"hollow.dll"), libraries::kDefaultSearch, &hollow),
-            kSuccess);
-  ASSERT_EQ(libraries::Load(BuiltLibrary(u"needy\\needy.dll"), libraries::kDefaultSearch, &needy),
+  ASSERT_EQ(libraries::Load(Built(u"hollow.dll"), libraries::kDefaultSearch, &hollow), kSuccess);
+  ASSERT_EQ(libraries::Load(Built(u"needy\\needy.dll"), libraries::kDefaultSearch, &needy),
             kSuccess);
   SetLastError(kUntouched);
   const auto needyNumber =
@@ -147,12 +137,11 @@ TEST_F(LibrariesConformance, FindsOnlyTheLibrarysOwnSymbols) {
 
 TEST_F(LibrariesConformance, TellsWhatHoldsAnAddress) {
   Library library;
-  ASSERT_EQ(libraries::Load(BuiltLibrary(u"hollow.dll"), libraries::kDefaultSearch, &library),
-            kSuccess);
+  ASSERT_EQ(libraries::Load(Built(u"hollow.dll"), libraries::kDefaultSearch, &library), kSuccess);
   const auto* number =
       reinterpret_cast<const void*>(libraries::FindSymbol(library, "hollowNumber"));
   SetLastError(kUntouched);
-  EXPECT_EQ(Utf8(libraries::FileNameOf(number)), Utf8(BuiltLibrary(u"hollow.dll")));
+  EXPECT_EQ(Utf8(libraries::FileNameOf(number)), Utf8(Built(u"hollow.dll")));
   EXPECT_EQ(Utf8(libraries::FileNameOf(&kUntouched)), Utf8(paths::ModuleFileName()));
   EXPECT_EQ(Utf8(libraries::FileNameOf(libraries::ProgramModule())), Utf8(paths::ModuleFileName()));
   EXPECT_EQ(LastError(), kUntouched);
