@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "support/utf.h"
-#include "tests/commands/scripted_clock.h"
 #include "tests/commands/scripted_services.h"
 #include "tests/engine/script_harness.h"
+#include "tests/platform/scripted_clock.h"
 
 namespace tessel::testing {
 namespace {
@@ -102,7 +104,7 @@ TEST(ServiceCommands, WaitByPollsAndNotByTheClock) {
     ScriptedServices& services = ResetServices();
     services.states = example.states;
     services.stateToldByStop = example.told;
-    ResetPauses();
+    platform::test::TakeSleeps();
     const Lines trace = TraceOf(std::string("<") + example.command + " name='n' waittime='" +
                                 example.waittime + "'/>");
     EXPECT_EQ(trace,
@@ -111,7 +113,8 @@ TEST(ServiceCommands, WaitByPollsAndNotByTheClock) {
                      std::string(example.command) + " function end with " + example.end}))
         << name;
     EXPECT_EQ(services.Count("query"), 1 + example.polls) << name;
-    EXPECT_EQ(Pauses(), std::vector<std::uint32_t>(static_cast<std::size_t>(example.polls), 100))
+    EXPECT_EQ(platform::test::TakeSleeps(),
+              std::vector<std::uint32_t>(static_cast<std::size_t>(example.polls), 100))
         << name;
     EXPECT_EQ(services.Count(example.command == kStart ? "start" : "stop"), 1) << name;
   }
