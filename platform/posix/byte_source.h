@@ -1,0 +1,38 @@
+// Bytes that are read at any place, so that nothing has to be in memory as a whole.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "platform/files.h"
+
+namespace platform::posix {
+
+// A stretch of a file.
+struct Range {
+  std::uint64_t offset = 0;
+  std::uint64_t size = 0;
+  std::uint64_t End() const { return offset + size; }
+};
+
+class ByteSource {
+ public:
+  // What stands in memory, and outlives this.
+  explicit ByteSource(std::span<const std::byte> bytes);
+  // An open file, which outlives this; its position stays where it is. Its size is the one that it
+  // has now.
+  explicit ByteSource(const files::File& file);
+
+  std::uint64_t Size() const { return size_; }
+  bool Holds(Range range) const;
+  // Fills `buffer` with the bytes from `offset` on. False when they aren't all there.
+  bool Read(std::uint64_t offset, std::span<std::byte> buffer) const;
+
+ private:
+  std::span<const std::byte> bytes_;
+  int descriptor_ = -1;
+  std::uint64_t size_ = 0;
+};
+
+}  // namespace platform::posix

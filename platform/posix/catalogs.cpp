@@ -1,0 +1,49 @@
+#include "platform/catalogs.h"
+
+#include <array>
+#include <utility>
+
+#include "platform/posix/byte_source.h"
+#include "platform/posix/error_map.h"
+#include "platform/posix/file_digest.h"
+#include "platform/version.h"
+
+namespace platform::catalogs {
+namespace {
+
+using posix::ByteSource;
+using posix::Fail;
+
+// Stands for the functions that this home has built in.
+void BuiltIn() {}
+
+}  // namespace
+
+Support GetSupport() {
+  constexpr std::pair<std::uint32_t, std::uint32_t> kWindows8{6, 2};
+  const auto version = version::Get();
+  return version && std::pair(version->major, version->minor) >= kWindows8 ? Support::Full
+                                                                           : Support::NoFunctions;
+}
+
+void Functions::Bind() {
+  acquireContext2_ = calcHash2_ = GetSupport() == Support::Full ? &BuiltIn : nullptr;
+}
+
+Code Functions::Hash(files::File* file, std::vector<std::byte>* digest) const {
+  if (acquireContext2_ == nullptr || calcHash2_ == nullptr) {
+    return Fail(kProcNotFound);
+  }
+  if (!file->IsOpen()) {
+    return Fail(kInvalidHandle);
+  }
+  const std::array<const EVP_MD*, 1> algorithms = {EVP_sha256()};
+  auto digests = posix::CatalogDigest(ByteSource(*file), algorithms);
+  if (!digests) {
+    return Fail(kReadFault);
+  }
+  *digest = std::move(digests->front());
+  return kSuccess;
+}
+
+}  // namespace platform::catalogs

@@ -1,0 +1,81 @@
+#include "platform/posix/file_digest.h"
+
+#include <algorithm>
+
+#include "platform/posix/pe_image.h"
+
+namespace platform::posix {
+namespace {
+
+constexpr std::uint64_t kPiece = 1 << 20;
+
+using Contexts = std::vector<OpenSsl<EVP_MD_CTX>>;
+
+bool Start(std::span<const EVP_MD* const> algorithms, Contexts* contexts) {
+  for (const EVP_MD* algorithm : algorithms) {
+    contexts->emplace_back(EVP_MD_CTX_new());
+    if (EVP_DigestInit_ex(contexts->back().get(), algorithm, nullptr) != 1) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Update(std::span<const std::byte> bytes, const Contexts& contexts) {
+  return std::ranges::all_of(contexts, [bytes](const auto& context) {
+    return EVP_DigestUpdate(context.get(), bytes.data(), bytes.size()) == 1;
+  });
+}
+
+std::optional<std::vector<Bytes>> Finish(const Contexts& contexts) {
+  std::vector<Bytes> digests;
+  for (const auto& context : contexts) {
+    Bytes& digest =
+        digests.emplace_back(static_cast<std::size_t>(EVP_MD_CTX_get_size(context.get())));
+    if (EVP_DigestFinal_ex(context.get(), AsUnsigned(digest), nullptr) != 1) {
+      return std::nullopt;
+    }
+  }
+  return digests;
+}
+
+}  // namespace
+
+std::optional<std::vector<Bytes>> Digest(const ByteSource& source, std::span<const Range> ranges,
+                                         std::span<const EVP_MD* const> algorithms) {
+  Contexts contexts;
+  if (!Start(algorithms, &contexts)) {
+    return std::nullopt;
+  }
+  Bytes buffer(std::min(source.Size(), kPiece));
+  for (Range range : ranges) {
+    while (range.size > 0) {
+      const auto piece = std::span(buffer).first(std::min<std::uint64_t>(range.size, kPiece));
+      if (!source.Read(range.offset, piece) || !Update(piece, contexts)) {
+        return std::nullopt;
+      }
+      range.offset += piece.size();
+      range.size -= piece.size();
+    }
+  }
+  return Finish(contexts);
+}
+
+Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm) {
+  Bytes digest(static_cast<std::size_t>(EVP_MD_get_size(algorithm)));
+  if (EVP_Digest(bytes.data(), bytes.size(), AsUnsigned(digest), nullptr, algorithm, nullptr) !=
+      1) {
+    digest.clear();
+  }
+  return digest;
+}
+
+std::optional<std::vector<Bytes>> CatalogDigest(const ByteSource& source,
+                                                std::span<const EVP_MD* const> algorithms) {
+  const std::optional<PeImage> image = ReadPeImage(source);
+  const Range everything{0, source.Size()};
+  return image ? Digest(source, DigestedRanges(*image, source.Size()), algorithms)
+               : Digest(source, std::span(&everything, 1), algorithms);
+}
+
+}  // namespace platform::posix

@@ -1,0 +1,41 @@
+// Objects of OpenSSL, owned; and its view of bytes.
+#pragma once
+
+#include <openssl/asn1.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace platform::posix {
+
+struct FreeOpenSsl {
+  void operator()(ASN1_TIME* it) const { ASN1_STRING_free(it); }
+  void operator()(EVP_MD_CTX* it) const { EVP_MD_CTX_free(it); }
+  void operator()(EVP_PKEY_CTX* it) const { EVP_PKEY_CTX_free(it); }
+  void operator()(X509* it) const { X509_free(it); }
+  void operator()(X509_ALGOR* it) const { X509_ALGOR_free(it); }
+  void operator()(X509_CRL* it) const { X509_CRL_free(it); }
+  void operator()(X509_NAME* it) const { X509_NAME_free(it); }
+  void operator()(X509_STORE* it) const { X509_STORE_free(it); }
+  void operator()(X509_STORE_CTX* it) const { X509_STORE_CTX_free(it); }
+  // The stack alone; what is on it belongs to somebody else.
+  void operator()(STACK_OF(X509) * it) const { sk_X509_free(it); }
+};
+
+using Bytes = std::vector<std::byte>;
+
+template <typename T>
+using OpenSsl = std::unique_ptr<T, FreeOpenSsl>;
+
+inline unsigned char* AsUnsigned(Bytes& bytes) {
+  return reinterpret_cast<unsigned char*>(bytes.data());
+}
+inline const unsigned char* AsUnsigned(std::span<const std::byte> bytes) {
+  return reinterpret_cast<const unsigned char*>(bytes.data());
+}
+
+}  // namespace platform::posix
