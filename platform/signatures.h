@@ -25,8 +25,11 @@ inline constexpr TrustStatus kExpired = static_cast<TrustStatus>(0x800B0101);
 inline constexpr TrustStatus kUntrustedRoot = static_cast<TrustStatus>(0x800B0109);
 inline constexpr TrustStatus kBrokenChain = static_cast<TrustStatus>(0x800B010A);
 inline constexpr TrustStatus kRevoked = static_cast<TrustStatus>(0x800B010C);
+inline constexpr TrustStatus kDistrusted = static_cast<TrustStatus>(0x800B0111);
+inline constexpr TrustStatus kBasicConstraints = static_cast<TrustStatus>(0x80096019);
 inline constexpr TrustStatus kWrongUsage = static_cast<TrustStatus>(0x800B0110);
 inline constexpr TrustStatus kBadDigest = static_cast<TrustStatus>(0x80096010);
+inline constexpr TrustStatus kNoSignerCertificate = static_cast<TrustStatus>(0x80096002);
 inline constexpr TrustStatus kBadTimestamp = static_cast<TrustStatus>(0x80096005);
 inline constexpr TrustStatus kBadCertificateSignature = static_cast<TrustStatus>(0x80096004);
 

@@ -4,8 +4,10 @@
 #include <utility>
 
 #include "platform/posix/byte_source.h"
+#include "platform/posix/catalog_file.h"
 #include "platform/posix/error_map.h"
 #include "platform/posix/file_digest.h"
+#include "platform/posix/system_catalogs.h"
 #include "platform/version.h"
 
 namespace platform::catalogs {
@@ -44,6 +46,30 @@ Code Functions::Hash(files::File* file, std::vector<std::byte>* digest) const {
   }
   *digest = std::move(digests->front());
   return kSuccess;
+}
+
+Code ReadMembers(cvn::StringView catalogPath, cvn::List<Member>* members) {
+  files::File file;
+  const Code opened = files::Open(catalogPath, files::Access::Read, files::Share::ReadWrite,
+                                  files::Disposition::OpenExisting, &file);
+  if (opened != kSuccess) {
+    return opened;
+  }
+  const Code code = posix::ReadCatalog(posix::ReadSequenceFile(ByteSource(file)), members);
+  return code == kSuccess ? code : Fail(code);
+}
+
+bool IsListedBySystem(cvn::StringView /*path*/, files::File* file) {
+  return file->IsOpen() && posix::SystemCatalogs::Get().IsVouchedFor(ByteSource(*file));
+}
+
+cvn::String FindSystemCatalog(cvn::StringView path) {
+  files::File file;
+  if (files::Open(path, files::Access::Read, files::Share::ReadWrite,
+                  files::Disposition::OpenExisting, &file) != kSuccess) {
+    return {};
+  }
+  return posix::SystemCatalogs::Get().FirstThatLists(ByteSource(file));
 }
 
 }  // namespace platform::catalogs
