@@ -4,6 +4,7 @@
 #include <string>
 
 #include "engine/script_engine.h"
+#include "files/path_text.h"
 #include "launcher/command_line.h"
 #include "launcher/patch_container.h"
 #include "launcher/patch_file.h"
@@ -46,27 +47,6 @@ cvn::String MakeTraceFilePath() {
   const cvn::String secondsText = cvn::Format(u"%lld", seconds);
   path.Append(cvn::Format(u"ts-%s-%d.txt", secondsText, platform::process::CurrentId()));
   return path;
-}
-
-// The program's folder, with a separator at its end.
-cvn::String GetExeFolder() {
-  cvn::String folder = platform::paths::ModuleFileName();
-  platform::paths::RemoveFileSpec(&folder);
-  platform::paths::AddBackslash(&folder);
-  return folder;
-}
-
-// The folder of a file, with a separator at its end. A relative path counts from the program's
-// folder.
-cvn::String GetParentFolder(cvn::StringView path) {
-  cvn::String folder;
-  if (platform::paths::IsRelative(path)) {
-    folder = GetExeFolder();
-  }
-  folder.Append(path);
-  platform::paths::RemoveFileSpec(&folder);
-  platform::paths::AddBackslash(&folder);
-  return folder;
 }
 
 // Hardens the process and opens the trace, before anything from outside is looked at.

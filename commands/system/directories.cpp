@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "engine/variable_store.h"
+#include "files/delete_tree.h"
+#include "files/listing.h"
+#include "files/path_text.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "trace/trace.h"
@@ -17,12 +20,6 @@ namespace paths = platform::paths;
 constexpr platform::Code kImplementationLimit = 1292;
 
 bool IsFolder(cvn::StringView path) { return paths::Exists(path) && paths::IsDirectory(path); }
-
-void ClearReadOnly(cvn::StringView path, files::Attributes attributes) {
-  if ((attributes & files::kReadOnly) != 0) {
-    files::SetAttributes(path, attributes & ~files::kReadOnly);
-  }
-}
 
 // One copy of a tree. It recurses over a list of its own, and each path is kept once: so a tree may
 // be as deep as paths are long.
@@ -172,67 +169,6 @@ void TreeCopy::Fail(platform::Code code) {
   first_ = first_ == platform::kSuccess ? code : first_;
 }
 
-// A failure is not reported: a folder that is in use stays.
-void RemoveFolder(cvn::StringView path) {
-  if (files::RemoveDirectory(path) == platform::kAccessDenied) {
-    files::Attributes attributes = 0;
-    if (files::GetAttributes(path, &attributes) == platform::kSuccess) {
-      ClearReadOnly(path, attributes);
-    }
-    files::RemoveDirectory(path);
-  }
-}
-
-bool IsLink(cvn::String path) {
-  paths::RemoveBackslash(&path);
-  const Listing found(path);
-  return found.HasEntry() && found.Entry().IsLink();
-}
-
-// Deletes the tree at a folder, and gives the code of the first failure. A folder with a failure in
-// it or below stays. Any depth will do, as in TreeCopy.
-platform::Code DeleteDirectoryTree(cvn::StringView directory, bool ignoreErrors,
-                                   const DeleteFallbacks& fallbacks) {
-  struct Level {
-    std::size_t length;  // of the folder's path
-    Listing content;
-    bool isAllWell = true;
-  };
-  platform::Code first = platform::kSuccess;
-  cvn::String folder(directory);
-  cvn::List<Level> levels;
-  levels.push_back({folder.Length(), Listing(JoinPath(folder, u"*.*"))});
-  while (!levels.empty() && (first == platform::kSuccess || ignoreErrors)) {
-    Level& level = levels.back();
-    folder.Truncate(level.length);
-    if (!level.content.HasEntry()) {
-      const bool isAllWell = level.isAllWell;
-      levels.pop_back();
-      if (isAllWell) {
-        RemoveFolder(folder);
-      } else if (!levels.empty()) {
-        levels.back().isAllWell = false;
-      }
-      continue;
-    }
-    const files::SearchEntry entry = level.content.Entry();
-    level.content.Advance();
-    if (!entry.IsDirectory()) {
-      const platform::Code code = DeleteFileWithFallback(folder, entry, fallbacks);
-      level.isAllWell = level.isAllWell && code == platform::kSuccess;
-      first = first == platform::kSuccess ? code : first;
-    } else if (!entry.IsSelfOrParent()) {
-      AppendName(&folder, entry.Name());
-      if (entry.IsLink()) {
-        RemoveFolder(folder);
-      } else {
-        levels.push_back({folder.Length(), Listing(JoinPath(folder, u"*.*"))});
-      }
-    }
-  }
-  return first;
-}
-
 }  // namespace
 
 bool FunctionDirExists::Parse() { return ReadNonEmpty(u"path", &path_); }
@@ -311,13 +247,7 @@ void FunctionDirDeleteRecursive::Execute() {
   const cvn::String path = ExpandVariables(path_, variables);
   TraceLine(u"dirDeleteRec from '%s'. SkipErrors: %d, afterReboot: %d", path, ignoreErrors_,
             afterRebootIfFails_);
-  if (IsLink(path)) {
-    if (IsFolder(path)) {
-      RemoveFolder(path);
-    }
-  } else if (IsFolder(path)) {
-    ReportCode(DeleteDirectoryTree(path, ignoreErrors_, Fallbacks()));
-  }
+  ReportCode(DeleteTree(path, ignoreErrors_, Fallbacks()));
   TraceEnd(u"dirDeleteRec");
 }
 

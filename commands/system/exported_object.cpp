@@ -3,6 +3,7 @@
 #include <bit>
 
 #include "commands/system/file_helpers.h"
+#include "files/path_text.h"
 #include "platform/paths.h"
 
 namespace tessel {

@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "engine/variable_store.h"
-#include "platform/clock.h"
+#include "files/listing.h"
+#include "files/path_text.h"
 #include "platform/file_identity.h"
 #include "platform/paths.h"
-#include "support/format.h"
 
 namespace tessel {
 namespace {
@@ -15,36 +15,6 @@ namespace files = platform::files;
 namespace paths = platform::paths;
 
 constexpr cvn::StringView kSeparators = u"\\/";
-
-// Deletes a file. Its attributes matter only where the deletion fails, and few fail: so they are
-// not read before.
-platform::Code DeleteAlsoReadOnly(cvn::StringView path, const files::SearchEntry& entry) {
-  platform::Code code = files::Delete(path);
-  if (code != platform::kSuccess && code != platform::kFileNotFound) {
-    const files::Attributes attributes = entry.GetAttributes();
-    if ((attributes & files::kReadOnly) != 0) {
-      files::SetAttributes(path, attributes & ~files::kReadOnly);
-      code = files::Delete(path);
-    }
-  }
-  return code == platform::kFileNotFound ? platform::kSuccess : code;
-}
-
-// Gives a file a name in its folder that no other has.
-platform::Code MoveAside(cvn::StringView directory, cvn::StringView name, cvn::String* path) {
-  cvn::String candidate;
-  do {
-    platform::clock::Sleep(1);  // so that the tick count moves
-    candidate = JoinPath(
-        directory, cvn::Format(u"deleted_%d_%s",
-                               static_cast<std::int32_t>(platform::clock::TickCount()), name));
-  } while (paths::Exists(candidate));
-  const platform::Code code = files::Move(*path, candidate, files::kMoveWriteThrough);
-  if (code == platform::kSuccess) {
-    *path = std::move(candidate);
-  }
-  return code;
-}
 
 // Whether the entry has an attribute of `mask`. A file always has one other than DIRECTORY, so that
 // files cost no look at their attributes.
@@ -144,25 +114,6 @@ void Finder::TakeChild(const files::SearchEntry& entry, Level* level) {
 
 }  // namespace
 
-cvn::String JoinPath(cvn::StringView directory, cvn::StringView name) {
-  cvn::String path;
-  path.Reserve(directory.size() + 1 + name.size());
-  path.Append(directory);
-  AppendName(&path, name);
-  return path;
-}
-
-void AppendName(cvn::String* path, cvn::StringView name) {
-  if (name.empty()) {
-    return;
-  }
-  if (!path->Empty() && kSeparators.find((*path)[path->Length() - 1]) == cvn::StringView::npos) {
-    path->Append(u'\\');
-  }
-  name.remove_prefix(std::min(name.find_first_not_of(kSeparators), name.size()));
-  path->Append(name);
-}
-
 bool LeadsBack(cvn::StringView path, std::size_t top) {
   const cvn::StringView link = path.substr(0, path.find_last_not_of(kSeparators) + 1);
   files::Identity target;
@@ -178,29 +129,6 @@ bool LeadsBack(cvn::StringView path, std::size_t top) {
     }
   }
   return false;
-}
-
-platform::Code DeleteFileWithFallback(cvn::StringView directory, const files::SearchEntry& entry,
-                                      const DeleteFallbacks& fallbacks) {
-  cvn::String path = JoinPath(directory, entry.Name());
-  platform::Code code = DeleteAlsoReadOnly(path, entry);
-  if (code == platform::kSuccess) {
-    return code;
-  }
-  if (fallbacks.rename) {
-    if (MoveAside(directory, entry.Name(), &path) != platform::kSuccess) {
-      return code;
-    }
-    code = platform::kSuccess;
-  }
-  if (fallbacks.afterReboot) {
-    const platform::Code scheduled =
-        files::Move(path, cvn::StringView(), files::kMoveDelayUntilReboot);
-    if (scheduled != platform::kSuccess && !fallbacks.rename) {
-      code = scheduled;
-    }
-  }
-  return code;
 }
 
 bool EnsureDirectory(cvn::StringView path) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "engine/variable_store.h"
+#include "files/listing.h"
+#include "files/path_text.h"
 #include "platform/download.h"
 #include "platform/files.h"
 #include "platform/paths.h"

@@ -2,6 +2,7 @@
 
 #include "commands/system/file_helpers.h"
 #include "engine/variable_store.h"
+#include "files/path_text.h"
 #include "platform/clock.h"
 #include "platform/paths.h"
 #include "trace/trace.h"

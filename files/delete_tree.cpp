@@ -1,0 +1,152 @@
+#include "files/delete_tree.h"
+
+#include "files/listing.h"
+#include "files/path_text.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/paths.h"
+#include "support/containers.h"
+#include "support/format.h"
+
+namespace tessel {
+namespace {
+
+namespace files = platform::files;
+namespace paths = platform::paths;
+
+// Deletes a file. Its attributes matter only where the deletion fails, and few fail: so they are
+// not read before.
+platform::Code DeleteAlsoReadOnly(cvn::StringView path, const files::SearchEntry& entry) {
+  platform::Code code = files::Delete(path);
+  if (code != platform::kSuccess && code != platform::kFileNotFound) {
+    const files::Attributes attributes = entry.GetAttributes();
+    if ((attributes & files::kReadOnly) != 0) {
+      files::SetAttributes(path, attributes & ~files::kReadOnly);
+      code = files::Delete(path);
+    }
+  }
+  return code == platform::kFileNotFound ? platform::kSuccess : code;
+}
+
+// Gives a file a name in its folder that no other has.
+platform::Code MoveAside(cvn::StringView directory, cvn::StringView name, cvn::String* path) {
+  cvn::String candidate;
+  do {
+    platform::clock::Sleep(1);  // so that the tick count moves
+    candidate = JoinPath(
+        directory, cvn::Format(u"deleted_%d_%s",
+                               static_cast<std::int32_t>(platform::clock::TickCount()), name));
+  } while (paths::Exists(candidate));
+  const platform::Code code = files::Move(*path, candidate, files::kMoveWriteThrough);
+  if (code == platform::kSuccess) {
+    *path = std::move(candidate);
+  }
+  return code;
+}
+
+// A failure is not reported: a folder that is in use stays.
+void RemoveFolder(cvn::StringView path) {
+  if (files::RemoveDirectory(path) == platform::kAccessDenied) {
+    files::Attributes attributes = 0;
+    if (files::GetAttributes(path, &attributes) == platform::kSuccess) {
+      ClearReadOnly(path, attributes);
+    }
+    files::RemoveDirectory(path);
+  }
+}
+
+bool IsFolder(cvn::StringView path) { return paths::Exists(path) && paths::IsDirectory(path); }
+
+bool IsLink(cvn::String path) {
+  paths::RemoveBackslash(&path);
+  const Listing found(path);
+  return found.HasEntry() && found.Entry().IsLink();
+}
+
+// Any depth of folders will do: the walk has a list of its own.
+platform::Code DeleteFoundTree(cvn::StringView directory, bool ignoreErrors,
+                               const DeleteFallbacks& fallbacks) {
+  struct Level {
+    std::size_t length;  // of the folder's path
+    Listing content;
+    bool isAllWell = true;
+  };
+  platform::Code first = platform::kSuccess;
+  cvn::String folder(directory);
+  cvn::List<Level> levels;
+  levels.push_back({folder.Length(), Listing(JoinPath(folder, u"*.*"))});
+  while (!levels.empty() && (first == platform::kSuccess || ignoreErrors)) {
+    Level& level = levels.back();
+    folder.Truncate(level.length);
+    if (!level.content.HasEntry()) {
+      const bool isAllWell = level.isAllWell;
+      levels.pop_back();
+      if (isAllWell) {
+        RemoveFolder(folder);
+      } else if (!levels.empty()) {
+        levels.back().isAllWell = false;
+      }
+      continue;
+    }
+    const files::SearchEntry entry = level.content.Entry();
+    level.content.Advance();
+    if (!entry.IsDirectory()) {
+      const platform::Code code = DeleteFileWithFallback(folder, entry, fallbacks);
+      level.isAllWell = level.isAllWell && code == platform::kSuccess;
+      first = first == platform::kSuccess ? code : first;
+    } else if (!entry.IsSelfOrParent()) {
+      AppendName(&folder, entry.Name());
+      if (entry.IsLink()) {
+        RemoveFolder(folder);
+      } else {
+        levels.push_back({folder.Length(), Listing(JoinPath(folder, u"*.*"))});
+      }
+    }
+  }
+  return first;
+}
+
+}  // namespace
+
+void ClearReadOnly(cvn::StringView path, files::Attributes attributes) {
+  if ((attributes & files::kReadOnly) != 0) {
+    files::SetAttributes(path, attributes & ~files::kReadOnly);
+  }
+}
+
+platform::Code DeleteFileWithFallback(cvn::StringView directory, const files::SearchEntry& entry,
+                                      const DeleteFallbacks& fallbacks) {
+  cvn::String path = JoinPath(directory, entry.Name());
+  platform::Code code = DeleteAlsoReadOnly(path, entry);
+  if (code == platform::kSuccess) {
+    return code;
+  }
+  if (fallbacks.rename) {
+    if (MoveAside(directory, entry.Name(), &path) != platform::kSuccess) {
+      return code;
+    }
+    code = platform::kSuccess;
+  }
+  if (fallbacks.afterReboot) {
+    const platform::Code scheduled =
+        files::Move(path, cvn::StringView(), files::kMoveDelayUntilReboot);
+    if (scheduled != platform::kSuccess && !fallbacks.rename) {
+      code = scheduled;
+    }
+  }
+  return code;
+}
+
+platform::Code DeleteTree(cvn::StringView directory, bool ignoreErrors,
+                          const DeleteFallbacks& fallbacks) {
+  if (!IsFolder(directory)) {
+    return platform::kSuccess;
+  }
+  if (IsLink(directory)) {
+    RemoveFolder(directory);
+    return platform::kSuccess;
+  }
+  return DeleteFoundTree(directory, ignoreErrors, fallbacks);
+}
+
+}  // namespace tessel
