@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 namespace platform::posix {
 
 // Owns a descriptor, and closes it at the end of its life.
@@ -15,6 +17,8 @@ class Descriptor {
 
   // Negative when there is none.
   int Get() const { return descriptor_; }
+  // Hands the descriptor on to the caller.
+  int Release() { return std::exchange(descriptor_, -1); }
   void Reset(int descriptor) {
     if (descriptor_ >= 0) {
       close(descriptor_);

@@ -1,0 +1,63 @@
+// A named mark, system-wide, that lives as long as somebody holds it: the named event of Windows.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+#include "platform/error.h"
+#include "support/containers.h"
+#include "support/string.h"
+
+namespace platform {
+
+// A hold on the mark. Move-only; gives it up at the end of its life, as the end of the process
+// does, however that comes. Programs that this one starts don't hold it.
+class InstanceEvent {
+ public:
+  InstanceEvent() = default;
+  explicit InstanceEvent(std::intptr_t handle) : handle_(handle) {}
+  InstanceEvent(InstanceEvent&& other) noexcept : handle_(std::exchange(other.handle_, kNone)) {}
+  InstanceEvent& operator=(InstanceEvent&& other) noexcept {
+    std::swap(handle_, other.handle_);
+    return *this;
+  }
+  ~InstanceEvent() { Close(); }
+
+  bool IsOpen() const { return handle_ != kNone; }
+  // Leaves the last error alone.
+  void Close();
+
+ private:
+  static constexpr std::intptr_t kNone = -1;
+  std::intptr_t handle_ = kNone;
+};
+
+// A step of preparing the event's access list that failed, with its last error.
+enum class EventSecurityStep {
+  AllocateSid,
+  SetEntries,
+  AllocateDescriptor,
+  InitializeDescriptor,
+  SetDescriptorList,
+};
+struct EventSecurityFailure {
+  EventSecurityStep step;
+  Code code;
+};
+
+// As CreateEventW for an automatic event, not signalled, that everybody may wait for and
+// administrators may do anything with: creates the mark, or gets hold of one that is there, in one
+// step that nothing comes between. The last error is the result: 0 when the mark was created; 183
+// when somebody held it, and `event` does too from now on; any other code when `event` stays
+// closed. Failures of the access list are noted in `failures`; the mark is then made with the
+// account's usual one.
+//
+// On Linux each machine has its marks, which are locks on bytes of a device that every account may
+// open, that nobody but root can replace, and that is there before any program runs. The locks are
+// the kernel's, so nothing is left behind and nothing can be planted. What remains is what Windows
+// has too: any account can hold the mark, and so keep others from being first. A process that has a
+// /dev of its own, as in a container, isn't seen.
+Code CreateInstanceEvent(cvn::StringView name, InstanceEvent* event,
+                         cvn::List<EventSecurityFailure>* failures);
+
+}  // namespace platform
