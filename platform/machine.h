@@ -23,7 +23,8 @@ struct Description {
 
 // Makes a machine in a folder that is missing or empty: the folders that every Windows has, the
 // hives SOFTWARE, SYSTEM, SAM, SECURITY and DEFAULT, keys of version and control set, the product's
-// uninstall key, and the trusted roots. 145 when the folder is not empty. Everything or, after a
+// uninstall key and its services AMSecurityService and AmUpdateService with their images in the
+// install folder, and the trusted roots. 145 when the folder is not empty. Everything or, after a
 // failure, nothing is left.
 Code Create(cvn::StringView folder, const Description& description);
 

@@ -301,6 +301,31 @@ void SetProduct(cvn::StringView installFolder, NewHive* software) {
   software->SetText(kProduct, u"InstallLocation", installFolder);
 }
 
+// The product's services run as the system, and start with it.
+void SetServices(cvn::StringView installFolder, NewHive* system) {
+  constexpr std::uint32_t kOwnProcess = 0x10;
+  constexpr std::uint32_t kAutoStart = 2;
+  constexpr std::uint32_t kNormalError = 1;
+  constexpr struct {
+    cvn::StringView name;
+    cvn::StringView displayName;
+  } kServices[] = {
+      {u"AMSecurityService", u"Ambry Shield Security Service"},
+      {u"AmUpdateService", u"Ambry Shield Update Service"},
+  };
+  const cvn::StringView folder = installFolder.substr(0, installFolder.find_last_not_of(u'\\') + 1);
+  for (const auto& service : kServices) {
+    const cvn::String key = cvn::Format(u"ControlSet001\\Services\\%s", service.name);
+    system->SetNumber(key, u"Type", kOwnProcess);
+    system->SetNumber(key, u"Start", kAutoStart);
+    system->SetNumber(key, u"ErrorControl", kNormalError);
+    system->SetText(key, u"ImagePath", cvn::Format(u"\"%s\\%s.exe\"", folder, service.name),
+                    kTypeExpandString);
+    system->SetText(key, u"DisplayName", service.displayName);
+    system->SetText(key, u"ObjectName", u"LocalSystem");
+  }
+}
+
 Code WriteSoftware(const std::string& folder, const Description& description) {
   NewHive software(folder, u"SOFTWARE", HiveFile::Readers::All);
   software.SetAll(kSoftware);
@@ -323,6 +348,9 @@ Code WriteSystem(const std::string& folder, const Description& description) {
   system.SetText(kEnvironment, u"PROCESSOR_ARCHITECTURE", description.architecture);
   system.SetText(kProductOptions, u"ProductType",
                  description.server ? cvn::StringView(u"ServerNT") : u"WinNT");
+  if (!description.installFolder.Empty()) {
+    SetServices(description.installFolder, &system);
+  }
   return system.Write();
 }
 

@@ -178,6 +178,9 @@ TEST_F(HiveTest, ANewMachineTellsWhatItIs) {
   EXPECT_EQ(software.Text({"Microsoft", "Windows", "CurrentVersion", "Uninstall", "Ambry Shield"},
                           "InstallLocation"),
             "C:\\Program Files\\Ambry Shield");
+  const Witness system(File("SYSTEM"));
+  EXPECT_EQ(system.Text({"ControlSet001", "Services", "AmUpdateService"}, "ImagePath"),
+            "\"C:\\Program Files\\Ambry Shield\\AmUpdateService.exe\"");
   const std::string blob =
       software.Value({"Microsoft", "SystemCertificates", "ROOT", "Certificates",
                       "B60D121B438A380C343D5EC3C2037564B82FFEF3"},

@@ -119,9 +119,9 @@ const CommandSpec kMachineCreateCommand = {
     u"machine create",
     u"Make a machine folder to try patches on",
     u"Makes a folder that is a Windows system volume: its folders, its registry hives, the "
-    u"product's "
-    u"uninstall key and\n"
-    u"the roots that it trusts. TESSEL_MACHINE=DIR tessel ... runs a patch on it.\n",
+    u"product's uninstall key\n"
+    u"and services, and the roots that it trusts. TESSEL_MACHINE=DIR tessel ... runs a patch on "
+    u"it.\n",
     kOptions,
     CreateMachine,
     kOperands,
