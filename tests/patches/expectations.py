@@ -21,6 +21,9 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                                 link PATH TARGET        time PATH SECONDS (since 1970)
                                 read-only PATH          deep PATH COUNT (nested folders 'd', each
                                                         with a file 'f')
+    libraries:              run a copy of the program, in 'product\\bin' in the case's folder, with
+                            libraries that the tests build around it, a line each: the path from
+                            the program's folder, a blank, and which one
     env: NAME=VALUE         one more environment variable; may be repeated
     script: PATH            the script, from the source folder, of a case that has none of its own
     homes: HOME - REASON    run the case in this home only: linux or windows
@@ -63,6 +66,7 @@ HOMES = ('linux', 'windows')
 class Expectations:
     arguments: list = dataclasses.field(default_factory=lambda: ['/encfile', '@PATCH@'])
     make: list = dataclasses.field(default_factory=list)
+    libraries: list = None
     script: str = None
     environment: dict = dataclasses.field(default_factory=dict)
     only_home: str = None
@@ -120,7 +124,7 @@ def _add(expectations, key, value, lines):
         expectations.differs = value
     elif key == 'exit':
         expectations.exit_codes = [int(code) for code in value.split()]
-    elif key in ('make', 'stdout', 'stderr'):
+    elif key in ('libraries', 'make', 'stdout', 'stderr'):
         setattr(expectations, key, lines)
     elif word == 'trace' and rest in TRACE_PARTS:
         expectations.traces.append((rest, lines))

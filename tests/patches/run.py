@@ -35,6 +35,7 @@ import trees
 
 HERE = pathlib.Path(__file__).resolve().parent
 MACHINE = 'machine'  # a Linux run's, in the case's folder
+PRODUCT = pathlib.Path('product', 'bin')  # a copy of the program's folder, in the case's folder
 TIME_LIMIT = 120  # seconds, for a run that does not end
 STAMP = re.compile(r'\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ')
 # The roots of the registry have the same values everywhere.
@@ -49,6 +50,7 @@ class Mismatch(Exception):
 
 @dataclasses.dataclass
 class Observation:
+    program: pathlib.Path  # that ran
     exit_code: int
     trace: list
     stdout: list
@@ -57,6 +59,13 @@ class Observation:
 
 def host_to_drive(path):
     return 'Z:' + str(path).replace('/', '\\')
+
+
+def link_or_copy(source, target):
+    try:
+        os.link(source, target)
+    except OSError:
+        shutil.copy2(source, target)
 
 
 def decode_lines(data, what, line_end):
@@ -95,9 +104,23 @@ class Home:
         if not self.program.is_file():
             sys.exit(f'run.py: there is no program {program}')
 
-    def normalise(self, line, folder):
-        for host, token in ((folder, '@DIR@'), (self.program, '@PROGRAM@'),
-                            (self.program.parent, '@BIN@')):
+    def program_for(self, case, folder):
+        """The program to run: a copy in the case's folder when the case puts libraries around it."""
+        libraries = case.expectations.libraries
+        if libraries is None:
+            return self.program
+        bin_folder = folder / PRODUCT
+        bin_folder.mkdir(parents=True)
+        for file in (self.program, *self.program.parent.glob('*.dll')):
+            link_or_copy(file, bin_folder / file.name)
+        for line in libraries:
+            place, library = line.split()
+            link_or_copy(self.program.parents[1] / 'tests' / 'libraries' / library,
+                         bin_folder / place.replace('\\', '/'))
+        return bin_folder / self.program.name
+
+    def normalise(self, line, folder, program):
+        for host, token in ((program, '@PROGRAM@'), (program.parent, '@BIN@'), (folder, '@DIR@')):
             line = line.replace(host_to_drive(host), token).replace(str(host), token)
         line = line.replace(http_files.address(), '@HTTP@')
         return POINTER.sub('@P@', line)
@@ -107,9 +130,11 @@ class Home:
         for name, value in case.expectations.environment.items():
             environment[name] = fill_in(value, folder, case)
         arguments = [fill_in(a, folder, case) for a in case.expectations.arguments]
-        exit_code, stdout, stderr, trace = self.start(arguments, environment, folder)
-        return Observation(exit_code, *([self.normalise(line, folder) for line in lines]
-                                        for lines in (trace, stdout, stderr)))
+        program = self.program_for(case, folder)
+        exit_code, stdout, stderr, trace = self.start(program, arguments, environment, folder)
+        return Observation(program, exit_code,
+                           *([self.normalise(line, folder, program) for line in lines]
+                             for lines in (trace, stdout, stderr)))
 
     def spawn(self, command, environment, folder):
         try:
@@ -131,10 +156,10 @@ class LinuxHome(Home):
     def __init__(self, program):
         super().__init__('linux', program)
 
-    def start(self, arguments, environment, folder):
+    def start(self, program, arguments, environment, folder):
         machine = folder / MACHINE
         environment['TESSEL_MACHINE'] = str(machine)
-        run = self.spawn([str(self.program), *arguments], environment, folder)
+        run = self.spawn([str(program), *arguments], environment, folder)
         if run.returncode < 0:
             words = run.stderr.decode(errors='replace')
             raise Mismatch(f'signal {-run.returncode} ended it\n{words}')
@@ -156,9 +181,9 @@ class WindowsHome(Home):
         self.trace_folder = pathlib.Path(
             os.environ['WINEPREFIX'], 'drive_c', 'ProgramData', 'Tessera')
 
-    def start(self, arguments, environment, folder):
+    def start(self, program, arguments, environment, folder):
         shutil.rmtree(self.trace_folder, ignore_errors=True)
-        line = subprocess.list2cmdline([host_to_drive(self.program), *arguments])
+        line = subprocess.list2cmdline([host_to_drive(program), *arguments])
         if '%' in line:
             raise Mismatch("cmd would expand the '%' in the command line")
         # Wine's own exit code has 8 bits; cmd knows all of them.
@@ -258,7 +283,7 @@ def check(case, home, seen, folder):
     for path, lines in wanted.traces_elsewhere:
         host = host_path(path, folder, case)
         if host.is_file():
-            actual = [home.normalise(line, folder) for line in read_trace(host)]
+            actual = [home.normalise(line, folder, seen.program) for line in read_trace(host)]
             faults.append(expectations.differ(lines, actual, path))
         else:
             faults.append(f'{path} is not there')
