@@ -51,7 +51,9 @@ class Handle {
 struct Entry {
   std::uint32_t id = 0;
   std::uint32_t parentId = 0;
-  cvn::String executable;  // the image's file name
+  // The image's file name. On Linux, where that may not be looked at, the first 15 bytes of the
+  // name that the process goes by.
+  cvn::String executable;
 };
 
 std::uint32_t CurrentId();
@@ -63,11 +65,24 @@ void EnablePrivileges(std::span<const cvn::StringView> names);
 
 // As CreateProcessW without an application name, without a window, without inherited handles and
 // with this process's environment: starts the program that the command line begins with. An empty
-// directory is the current one. The registry is flushed first, so that the program sees it. 2 when
-// there is no such program, 193 when it is none, 267 when the directory is none.
+// directory is the current one. The registry is flushed first, so that the program sees it; where
+// that fails, nothing is started. 2 or 3 when there is no such program, 5 when it may not be run or
+// is a folder, 193 when it is none, 206 for a command line of 32,767 characters or more, 267 when
+// the directory is none.
+//
+// On Linux this starts a program of the host. Its path is resolved as any other, and looked for as
+// Windows looks for programs: with the name as it is, then with ".exe" behind a name without a dot;
+// a name without a folder in the program's folder, the current one, those of the system, and PATH.
+// The rest of the command line is split as the runtime of a Windows program splits it, and passed
+// in UTF-8; the first argument is the host's path. The child has a session of its own, so that it
+// lives on when this process ends, its three streams lead nowhere, and it leaves no zombie whether
+// or not anybody waits. Its environment is the host's, with what environment::Set set over it, but
+// PATH stays the host's and TESSEL_MACHINE names this process's machine. A Windows program gives
+// 193, unless the host knows how to run it.
 Code Start(cvn::StringView commandLine, cvn::StringView directory, Handle* process);
 
-// As OpenProcess: 87 when there is no such process, 5 without permission.
+// As OpenProcess: 87 when there is no such process, 5 without permission. On Linux any process may
+// be waited for, and nobody may end the first process or a thread of the kernel.
 Code Open(std::uint32_t id, std::uint32_t access, Handle* process);
 
 // As WaitForSingleObject and WaitForMultipleObjects over all: 0 when each process has ended,
@@ -75,12 +90,13 @@ Code Open(std::uint32_t id, std::uint32_t access, Handle* process);
 std::uint32_t Wait(const Handle& process, std::uint32_t milliseconds);
 std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t milliseconds);
 
-// As TerminateProcess; leaves the code as the last error too.
+// As TerminateProcess; leaves the code as the last error too. On Linux the process is killed, and
+// whoever started it sees that instead of `exitCode`.
 Code Terminate(const Handle& process, std::uint32_t exitCode);
 
-// The processes of the system in the order of a toolhelp snapshot. The two steps of taking it fail
-// apart: CreateToolhelp32Snapshot and Process32FirstW. No processes at all is success with an empty
-// list.
+// The processes of the system in the order of a toolhelp snapshot, on Linux by their ids. The two
+// steps of taking it fail apart: CreateToolhelp32Snapshot and Process32FirstW. No processes at all
+// is success with an empty list.
 enum class ListStep { Snapshot, First };
 Code List(cvn::List<Entry>* entries, ListStep* failedStep);
 

@@ -1,10 +1,12 @@
-#include "platform/environment.h"
+#include "platform/posix/environment.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <climits>
+#include <string>
 
+#include "platform/environment.h"
 #include "platform/posix/error_map.h"
 #include "platform/posix/machine.h"
 #include "platform/posix/names.h"
@@ -19,7 +21,12 @@ using posix::Fail;
 using posix::Folded;
 using posix::UpToZero;
 
-using Table = cvn::Map<std::u16string, cvn::String>;  // by the folded name
+struct Entry {
+  cvn::String value;
+  cvn::String setAs;  // the name as Set had it; empty when it was never set
+};
+
+using Table = cvn::Map<std::u16string, Entry>;  // by the folded name
 
 struct Variable {
   cvn::StringView name;
@@ -65,7 +72,7 @@ std::u16string ComputerName() {
 
 void AddForUser(Table* table) {
   const auto add = [table](cvn::StringView name, cvn::StringView value) {
-    table->insert_or_assign(Folded(name), value);
+    table->insert_or_assign(Folded(name), Entry{value, {}});
   };
   const std::u16string computer = ComputerName();
   const cvn::String profile = posix::UserProfile();
@@ -86,14 +93,15 @@ void AddForUser(Table* table) {
 Table MakeTable() {
   Table table;
   for (const Variable& variable : kFixed) {
-    table.insert_or_assign(Folded(variable.name), variable.value);
+    table.insert_or_assign(Folded(variable.name), Entry{variable.value, {}});
   }
   AddForUser(&table);
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const cvn::String text = posix::ToWide(*entry);
     const std::size_t equals = text.AsView().find(u'=');
     if (equals != cvn::StringView::npos && equals != 0) {
-      table.try_emplace(Folded(text.AsView().substr(0, equals)), text.AsView().substr(equals + 1));
+      table.try_emplace(Folded(text.AsView().substr(0, equals)),
+                        Entry{text.AsView().substr(equals + 1), {}});
     }
   }
   return table;
@@ -104,6 +112,55 @@ Table& Variables() {
   return table;
 }
 
+constexpr cvn::StringView kPath = u"PATH";
+
+// What children get, kept until a variable is set.
+struct ChildBlock {
+  std::vector<std::string> entries;
+  std::vector<char*> pointers;
+  bool isCurrent = false;
+};
+
+ChildBlock& ForChildren() {
+  static ChildBlock block;
+  return block;
+}
+
+void AddEntry(cvn::StringView name, cvn::StringView value, std::vector<std::string>* entries) {
+  std::string& entry = entries->emplace_back();
+  posix::AppendHostText(name, &entry);
+  entry += '=';
+  posix::AppendHostText(value, &entry);
+}
+
+// Whether the host's own value of a variable, given by its folded name, is what children get.
+bool IsHosts(const std::u16string& folded) {
+  const auto found = Variables().find(folded);
+  return folded == kPath || found == Variables().end() || found->second.setAs.Empty();
+}
+
+std::vector<std::string> EntriesForChildren() {
+  constexpr std::string_view kMachine = "TESSEL_MACHINE=";
+  std::vector<std::string> entries;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    const std::string_view text(*entry);
+    const cvn::String name = posix::ToWide(text.substr(0, text.find('=')));
+    if (!text.starts_with(kMachine) && IsHosts(Folded(name))) {
+      entries.emplace_back(text);
+    }
+  }
+  for (const auto& [folded, variable] : Variables()) {
+    if (!IsHosts(folded)) {
+      AddEntry(variable.setAs, variable.value, &entries);
+    }
+  }
+  const posix::Machine& machine = posix::Machine::Get();
+  if (machine.State() == kSuccess) {
+    entries.push_back(std::string(kMachine) + (machine.Root().empty() ? "/" : machine.Root()));
+  }
+  return entries;
+}
+
 }  // namespace
 
 std::optional<cvn::String> Get(cvn::StringView name) {
@@ -112,7 +169,7 @@ std::optional<cvn::String> Get(cvn::StringView name) {
     Fail(kEnvVarNotFound);
     return std::nullopt;
   }
-  return found->second;
+  return found->second.value;
 }
 
 Code Set(cvn::StringView name, cvn::StringView value) {
@@ -120,7 +177,8 @@ Code Set(cvn::StringView name, cvn::StringView value) {
   if (name.empty() || name.find(u'=') != cvn::StringView::npos) {
     return Fail(kInvalidParameter);
   }
-  Variables().insert_or_assign(Folded(name), UpToZero(value));
+  Variables().insert_or_assign(Folded(name), Entry{UpToZero(value), name});
+  ForChildren().isCurrent = false;
   return kSuccess;
 }
 
@@ -138,10 +196,46 @@ std::optional<cvn::String> Expand(cvn::StringView text) {
     }
     const auto found = Variables().find(Folded(text.substr(1, close - 1)));
     expanded.Append(found == Variables().end() ? text.substr(0, close + 1)
-                                               : found->second.AsView());
+                                               : found->second.value.AsView());
     text.remove_prefix(close + 1);
   }
   return expanded;
 }
 
 }  // namespace platform::environment
+
+namespace platform::posix {
+
+char* const* ChildEnvironment() {
+  environment::ChildBlock& block = environment::ForChildren();
+  if (!block.isCurrent) {
+    block.entries = environment::EntriesForChildren();
+    block.pointers.clear();
+    for (std::string& entry : block.entries) {
+      block.pointers.push_back(entry.data());
+    }
+    block.pointers.push_back(nullptr);
+    block.isCurrent = true;
+  }
+  return block.pointers.data();
+}
+
+cvn::List<cvn::String> SearchedFolders() {
+  const environment::Table& variables = environment::Variables();
+  const auto found = variables.find(environment::kPath);
+  cvn::List<cvn::String> folders;
+  if (found == variables.end()) {
+    return folders;
+  }
+  const char16_t separator = found->second.setAs.Empty() ? u':' : u';';
+  for (cvn::StringView rest = found->second.value; !rest.empty();) {
+    const std::size_t end = std::min(rest.find(separator), rest.size());
+    if (end != 0) {
+      folders.push_back(rest.substr(0, end));
+    }
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  return folders;
+}
+
+}  // namespace platform::posix

@@ -1,0 +1,15 @@
+// What stands behind an open process: a descriptor of it, which the host makes readable when the
+// process ends.
+#pragma once
+
+#include <sys/types.h>
+
+#include "platform/process.h"
+
+namespace platform::posix {
+
+// Opens a child of this process that nobody has waited for. When the handle closes, the child is
+// taken off the host's list of processes, at once or whenever it ends.
+Code OpenChild(pid_t child, process::Handle* handle);
+
+}  // namespace platform::posix

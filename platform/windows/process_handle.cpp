@@ -1,0 +1,61 @@
+#include <array>
+
+#include "platform/process.h"
+#include "platform/windows/wide.h"
+
+namespace platform::process {
+namespace {
+
+using windows::LastErrorKeeper;
+
+HANDLE HandleOf(const Handle& process) { return reinterpret_cast<HANDLE>(process.Value()); }
+
+}  // namespace
+
+void Handle::Close() {
+  if (IsOpen()) {
+    LastErrorKeeper lastError;
+    ::CloseHandle(HandleOf(*this));
+    value_ = kNone;
+  }
+}
+
+Code Open(std::uint32_t id, std::uint32_t access, Handle* process) {
+  LastErrorKeeper lastError;
+  const HANDLE opened = ::OpenProcess(access, FALSE, id);
+  if (opened != nullptr) {
+    *process = Handle(reinterpret_cast<std::intptr_t>(opened));
+  }
+  return lastError.Outcome(opened != nullptr);
+}
+
+std::uint32_t Wait(const Handle& process, std::uint32_t milliseconds) {
+  LastErrorKeeper lastError;
+  const DWORD result = ::WaitForSingleObject(HandleOf(process), milliseconds);
+  lastError.Outcome(result != WAIT_FAILED);
+  return result;
+}
+
+std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t milliseconds) {
+  LastErrorKeeper lastError;
+  std::array<HANDLE, kMostWaitHandles> handles{};
+  if (processes.size() > handles.size()) {
+    ::SetLastError(ERROR_INVALID_PARAMETER);
+    lastError.Outcome(false);
+    return kWaitFailed;
+  }
+  const auto count = static_cast<DWORD>(processes.size());
+  for (DWORD i = 0; i < count; ++i) {
+    handles[i] = HandleOf(processes[i]);
+  }
+  const DWORD result = ::WaitForMultipleObjects(count, handles.data(), TRUE, milliseconds);
+  lastError.Outcome(result != WAIT_FAILED);
+  return result < count ? kSuccess : result;
+}
+
+Code Terminate(const Handle& process, std::uint32_t exitCode) {
+  LastErrorKeeper lastError;
+  return lastError.Outcome(::TerminateProcess(HandleOf(process), exitCode) != 0);
+}
+
+}  // namespace platform::process
