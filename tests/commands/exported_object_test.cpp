@@ -23,11 +23,13 @@ class Thing : public IExportedObject {
 };
 
 Thing thing;
+Thing* made = &thing;
+std::uint32_t createStatus = 0;
 int destroyed = 0;
 
 std::uint32_t Create(const char16_t* /*name*/, const InterfaceId* /*id*/, void** object) {
-  *object = &thing;
-  return 0;
+  *object = made;
+  return createStatus;
 }
 
 void Destroy(const char16_t* /*name*/, void* /*object*/) { ++destroyed; }
@@ -40,6 +42,8 @@ class ExportedObjectTest : public ::testing::Test {
     Libraries().exports = {
         {"CvnCreateObject", reinterpret_cast<platform::libraries::Address>(&Create)},
         {"CvnDestroyObject", reinterpret_cast<platform::libraries::Address>(&Destroy)}};
+    made = &thing;
+    createStatus = 0;
     destroyed = 0;
   }
 
@@ -97,6 +101,20 @@ TEST_F(ExportedObjectTest, ChoosesTheFlagsByWhatThePlatformHas) {
       EXPECT_EQ(call.flags, canNarrow ? 0x1100U : 8U);
     }
   }
+}
+
+TEST_F(ExportedObjectTest, HandsOnAStatusAndHasACodeForNoInterface) {
+  Libraries().path = u"C:\\x.dll";
+  ExportedObject<IServPlugin> other;
+  EXPECT_EQ(other.Bind(u"C:\\x.dll", u"thing"), 632U);
+  ExportedObject<Thing> object;
+  made = nullptr;
+  EXPECT_EQ(object.Bind(u"C:\\x.dll", u"thing"), 632U);
+  createStatus = 0x80070005;
+  EXPECT_EQ(object.Bind(u"C:\\x.dll", u"thing"), 0x80070005);
+  EXPECT_EQ(object.Get(), nullptr);
+  EXPECT_EQ(Libraries().references, 0);
+  EXPECT_EQ(destroyed, 1);
 }
 
 TEST_F(ExportedObjectTest, HasACodeForAFailureWithoutOne) {

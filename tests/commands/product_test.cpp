@@ -1,7 +1,4 @@
 // What the product commands ask of the suite's libraries, and make of the answers.
-#include "commands/system/product.h"
-
-#include "platform/files.h"
 #include "tests/engine/script_harness.h"
 #include "tests/libraries/fixture.h"
 #include "tests/platform/fixture.h"
@@ -11,7 +8,6 @@ namespace tessel::testing {
 namespace {
 
 using platform::test::Joined;
-using test_libraries::Built;
 using test_libraries::Lines;
 using test_libraries::ProgramFolder;
 
@@ -78,18 +74,6 @@ TEST_F(ProductCommands, WantTheirAttributes) {
     const ScriptOutcome outcome = RunScript("<exit/>" + std::string(example.element));
     EXPECT_EQ(outcome.loadCode == kLoadSuccess, example.isAccepted) << example.element;
   }
-}
-
-TEST_F(ProductCommands, HandTheNameAndTheTimeToTheBroker) {
-  PutBroker(u"runlevelbroker.dll");
-  EXPECT_EQ(Traced("<assign var='n' value='Guard'/><amStart name='%n% \u00E9' waittime='-7s'/>"),
-            (Lines{"amStart function called for 'Guard \u00E9', with wait time set to -7s",
-                   "[amStart] Start returned 0.", "amStart function end with success. err:''"}));
-  EXPECT_EQ(Recorded(), BoundBroker({"start 'Guard \\u00e9' -7"}));
-  EXPECT_EQ(Traced("<amStop name='Guard'/>"),
-            (Lines{"amStop function called for 'Guard', with wait time set to 0s",
-                   "[amStop] Stop returned 0.", "amStop function end with success. err:''"}));
-  EXPECT_EQ(Recorded(), BoundBroker({"stop 'Guard' 0"}));
 }
 
 TEST_F(ProductCommands, TellFailuresOfTheBrokerByTwoWords) {
@@ -204,36 +188,6 @@ TEST_F(ProductCommands, WaitForTheManagementServiceThirtyTimes) {
                                       Lines(calls, "apply 1") + Lines{"stop", "uninitialize"}));
     EXPECT_EQ(platform::test::TakeSleeps(), std::vector<std::uint32_t>(pauses, 1000));
   }
-}
-
-TEST_F(ProductCommands, BindByAnyPathAndTellWhatFailed) {
-  const struct {
-    cvn::String path;
-    const char* script;
-    platform::Code code;
-  } kCases[] = {
-      {Built(u"runlevelbroker.dll"), "", 0},
-      {u"libraries\\runlevelbroker.dll", "", 0},
-      {u"..\\absent\\..\\tests\\libraries\\runlevelbroker.dll", "", 0},
-      {Built(u"absent.dll"), "", platform::kModNotFound},
-      {u"libraries\\absent.dll", "", platform::kModNotFound},
-      {Built(u"hollow.dll"), "", platform::kProcNotFound},
-      {Built(u"runlevelbroker.dll"), "create=5", 5},
-      {Built(u"runlevelbroker.dll"), "object=0", 632},
-      {Built(u"runlevelbroker.dll"), "interface=0", 632},
-      {Built(u"cvn.integration.comm.dll"), "", 632},
-  };
-  ExportedObject<IRunlevelBroker> broker;
-  for (const auto& example : kCases) {
-    Script(example.script);
-    EXPECT_EQ(broker.Bind(example.path, u"any name"), example.code)
-        << platform::test::Utf8(example.path) << " " << example.script;
-    EXPECT_EQ(broker.Get() != nullptr, example.code == 0);
-  }
-  ASSERT_EQ(broker.Bind(Built(u"runlevelbroker.dll"), u"any name"), 0U);
-  broker.Reset();
-  EXPECT_EQ(broker.Get(), nullptr);
-  EXPECT_EQ(Recorded().back(), "unloaded");
 }
 
 }  // namespace
