@@ -2,7 +2,6 @@
 
 #include <bit>
 
-#include "commands/system/file_helpers.h"
 #include "files/path_text.h"
 #include "platform/paths.h"
 

@@ -1,6 +1,5 @@
 #include "commands/system/product.h"
 
-#include "commands/system/file_helpers.h"
 #include "engine/variable_store.h"
 #include "files/path_text.h"
 #include "platform/clock.h"
