@@ -3,9 +3,9 @@
 #include <array>
 
 #include "platform/clock.h"
+#include "platform/file_digest.h"
+#include "platform/little_endian.h"
 #include "platform/posix/catalog_file.h"
-#include "platform/posix/file_digest.h"
-#include "platform/posix/little_endian.h"
 
 namespace platform::posix {
 namespace {

@@ -18,8 +18,8 @@
 #include <optional>
 #include <vector>
 
+#include "platform/pe_image.h"
 #include "platform/posix/certificate_chain.h"
-#include "platform/posix/pe_image.h"
 #include "platform/posix/signed_data.h"
 #include "platform/posix/timestamp.h"
 

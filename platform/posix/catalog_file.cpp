@@ -3,7 +3,7 @@
 #include <array>
 #include <utility>
 
-#include "platform/posix/little_endian.h"
+#include "platform/little_endian.h"
 #include "support/format.h"
 
 namespace platform::posix {

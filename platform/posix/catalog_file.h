@@ -3,8 +3,8 @@
 
 #include <optional>
 
+#include "platform/byte_source.h"
 #include "platform/catalogs.h"
-#include "platform/posix/byte_source.h"
 #include "platform/posix/der.h"
 #include "platform/posix/signed_data.h"
 #include "support/string.h"

@@ -3,17 +3,16 @@
 #include <array>
 #include <utility>
 
-#include "platform/posix/byte_source.h"
+#include "platform/byte_source.h"
+#include "platform/file_digest.h"
 #include "platform/posix/catalog_file.h"
 #include "platform/posix/error_map.h"
-#include "platform/posix/file_digest.h"
 #include "platform/posix/system_catalogs.h"
 #include "platform/version.h"
 
 namespace platform::catalogs {
 namespace {
 
-using posix::ByteSource;
 using posix::Fail;
 
 // Stands for the functions that this home has built in.
@@ -40,7 +39,7 @@ Code Functions::Hash(files::File* file, std::vector<std::byte>* digest) const {
     return Fail(kInvalidHandle);
   }
   const std::array<const EVP_MD*, 1> algorithms = {EVP_sha256()};
-  auto digests = posix::CatalogDigest(ByteSource(*file), algorithms);
+  auto digests = CatalogDigest(ByteSource(*file), algorithms);
   if (!digests) {
     return Fail(kReadFault);
   }

@@ -6,8 +6,8 @@
 #include <span>
 #include <vector>
 
+#include "platform/openssl.h"
 #include "platform/posix/certificate_store.h"
-#include "platform/posix/openssl.h"
 #include "platform/signatures.h"
 
 namespace platform::posix {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/posix/little_endian.h"
+#include "platform/little_endian.h"
 #include "platform/posix/signed_data.h"
 #include "platform/registry.h"
 

@@ -11,7 +11,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/posix/openssl.h"
+#include "platform/openssl.h"
 
 namespace platform::posix {
 

@@ -4,8 +4,8 @@
 #include <memory>
 #include <optional>
 
+#include "platform/byte_source.h"
 #include "platform/posix/authenticode.h"
-#include "platform/posix/byte_source.h"
 #include "platform/posix/certificate_store.h"
 #include "platform/posix/distinguished_name.h"
 #include "platform/posix/error_map.h"
@@ -13,7 +13,6 @@
 namespace platform::signatures {
 namespace {
 
-using posix::ByteSource;
 using posix::SignedData;
 using posix::SignedFile;
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/posix/file_digest.h"
+#include "platform/file_digest.h"
 
 namespace platform::posix {
 namespace {

@@ -12,8 +12,8 @@
 #include <optional>
 #include <vector>
 
+#include "platform/openssl.h"
 #include "platform/posix/der.h"
-#include "platform/posix/openssl.h"
 #include "platform/signatures.h"
 
 namespace platform::posix {

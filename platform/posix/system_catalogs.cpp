@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "platform/file_digest.h"
 #include "platform/file_search.h"
 #include "platform/posix/authenticode.h"
 #include "platform/posix/catalog_file.h"
-#include "platform/posix/file_digest.h"
 
 namespace platform::posix {
 namespace {

@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "platform/posix/byte_source.h"
-#include "platform/posix/openssl.h"
+#include "platform/byte_source.h"
+#include "platform/openssl.h"
 #include "support/string.h"
 
 namespace platform::posix {

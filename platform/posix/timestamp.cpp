@@ -1,6 +1,6 @@
 #include "platform/posix/timestamp.h"
 
-#include "platform/posix/file_digest.h"
+#include "platform/file_digest.h"
 
 namespace platform::posix {
 namespace {

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "platform/files.h"
-#include "platform/posix/little_endian.h"
+#include "platform/little_endian.h"
+#include "platform/pe_image.h"
 #include "platform/posix/names.h"
-#include "platform/posix/pe_image.h"
 #include "platform/posix/version_resource.h"
 #include "support/format.h"
 #include "support/numbers.h"
@@ -16,10 +16,6 @@
 namespace platform {
 namespace {
 
-using posix::ByteSource;
-using posix::NumberAt;
-using posix::PeImage;
-using posix::Range;
 using Block = std::span<const std::byte>;
 
 // A directory of resources: two counts at 12 and 14, then entries of an identifier and an offset.

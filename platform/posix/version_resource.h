@@ -1,7 +1,7 @@
 // The version resource of a PE image.
 #pragma once
 
-#include "platform/posix/byte_source.h"
+#include "platform/byte_source.h"
 #include "support/string.h"
 
 namespace platform::posix {

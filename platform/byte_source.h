@@ -7,7 +7,7 @@
 
 #include "platform/files.h"
 
-namespace platform::posix {
+namespace platform {
 
 // A stretch of a file.
 struct Range {
@@ -20,8 +20,8 @@ class ByteSource {
  public:
   // What stands in memory, and outlives this.
   explicit ByteSource(std::span<const std::byte> bytes);
-  // An open file, which outlives this; its position stays where it is. Its size is the one that it
-  // has now.
+  // An open file, which outlives this. Its size is the one that it has now; its position is of no
+  // matter, and undefined behind a Read.
   explicit ByteSource(const files::File& file);
 
   std::uint64_t Size() const { return size_; }
@@ -30,9 +30,13 @@ class ByteSource {
   bool Read(std::uint64_t offset, std::span<std::byte> buffer) const;
 
  private:
+  // Read, from the file, of bytes that were there.
+  bool ReadFile(std::uint64_t offset, std::span<std::byte> buffer) const;
+
   std::span<const std::byte> bytes_;
-  int descriptor_ = -1;
+  bool isFile_ = false;
+  std::intptr_t file_ = 0;  // the home's handle
   std::uint64_t size_ = 0;
 };
 
-}  // namespace platform::posix
+}  // namespace platform

@@ -1,10 +1,10 @@
-#include "platform/posix/file_digest.h"
+#include "platform/file_digest.h"
 
 #include <algorithm>
 
-#include "platform/posix/pe_image.h"
+#include "platform/pe_image.h"
 
-namespace platform::posix {
+namespace platform {
 namespace {
 
 constexpr std::uint64_t kPiece = 1 << 20;
@@ -78,4 +78,4 @@ std::optional<std::vector<Bytes>> CatalogDigest(const ByteSource& source,
                : Digest(source, std::span(&everything, 1), algorithms);
 }
 
-}  // namespace platform::posix
+}  // namespace platform

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-namespace platform::posix {
+namespace platform {
 
 struct FreeOpenSsl {
   void operator()(ASN1_TIME* it) const { ASN1_STRING_free(it); }
@@ -38,4 +38,4 @@ inline const unsigned char* AsUnsigned(std::span<const std::byte> bytes) {
   return reinterpret_cast<const unsigned char*>(bytes.data());
 }
 
-}  // namespace platform::posix
+}  // namespace platform

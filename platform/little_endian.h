@@ -5,7 +5,7 @@
 #include <cstring>
 #include <span>
 
-namespace platform::posix {
+namespace platform {
 
 // The number at `offset`; 0 when `bytes` ends before it does.
 template <typename T>
@@ -17,4 +17,4 @@ T NumberAt(std::span<const std::byte> bytes, std::size_t offset) {
   return number;
 }
 
-}  // namespace platform::posix
+}  // namespace platform

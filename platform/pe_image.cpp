@@ -1,11 +1,11 @@
-#include "platform/posix/pe_image.h"
+#include "platform/pe_image.h"
 
 #include <algorithm>
 #include <array>
 
-#include "platform/posix/little_endian.h"
+#include "platform/little_endian.h"
 
-namespace platform::posix {
+namespace platform {
 namespace {
 
 constexpr std::size_t kDosHeader = 64;
@@ -151,4 +151,4 @@ std::vector<Range> DigestedRanges(const PeImage& image, std::uint64_t fileSize) 
   return ranges;
 }
 
-}  // namespace platform::posix
+}  // namespace platform

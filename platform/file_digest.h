@@ -6,10 +6,10 @@
 #include <span>
 #include <vector>
 
-#include "platform/posix/byte_source.h"
-#include "platform/posix/openssl.h"
+#include "platform/byte_source.h"
+#include "platform/openssl.h"
 
-namespace platform::posix {
+namespace platform {
 
 // The digests of the bytes in `ranges`, one for each algorithm; the bytes are read once. Nothing
 // when they can't be read.
@@ -25,4 +25,4 @@ Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm);
 std::optional<std::vector<Bytes>> CatalogDigest(const ByteSource& source,
                                                 std::span<const EVP_MD* const> algorithms);
 
-}  // namespace platform::posix
+}  // namespace platform

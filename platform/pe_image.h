@@ -7,9 +7,9 @@
 #include <optional>
 #include <vector>
 
-#include "platform/posix/byte_source.h"
+#include "platform/byte_source.h"
 
-namespace platform::posix {
+namespace platform {
 
 struct PeSection {
   std::uint32_t address;      // in memory, relative to the image's start
@@ -39,4 +39,4 @@ std::optional<PeImage> ReadPeImage(const ByteSource& source);
 // well, so that no byte escapes.
 std::vector<Range> DigestedRanges(const PeImage& image, std::uint64_t fileSize);
 
-}  // namespace platform::posix
+}  // namespace platform
