@@ -316,8 +316,8 @@ std::string SignImage(const std::string& image, const Identity& signer, const Si
 std::string WithSignatures(std::string image, const std::vector<std::string>& signatures) {
   const std::size_t start = image.size();
   for (const std::string& signature : signatures) {
-    image += Number(signature.size() + 8, 4) + Number(0x200, 2) + Number(2, 2) + signature;
-    image = Aligned(image, 8);
+    const std::string padded = Aligned(signature, 8);
+    image += Number(padded.size() + 8, 4) + Number(0x200, 2) + Number(2, 2) + padded;
   }
   Put(&image, kImageSecurityEntry, Number(start, 4) + Number(image.size() - start, 4));
   return image;
