@@ -35,36 +35,22 @@ Lines TraceOf(const std::string& command) {
 }
 
 TEST(ServiceCommands, WantTheirAttributes) {
-  const struct {
-    const char* element;
-    bool isAccepted;
-  } kCases[] = {
-      {"<serviceStart name='n'/>", true},
-      {"<serviceStart name='n' waittime='junk'/>", true},
-      {"<serviceStart name='' waittime='1'/>", false},
-      {"<serviceStart waittime='1'/>", false},
-      {"<serviceStop name='n'/>", true},
-      {"<serviceStop/>", false},
-      {"<serviceDelete name='n'/>", true},
-      {"<serviceDelete name=''/>", false},
-      {"<serviceInstalled name='n'/>", true},
-      {"<serviceInstalled/>", false},
-      {"<serviceRunning name='n'/>", true},
-      {"<serviceRunning name=''/>", false},
-      {"<serviceCreate name='n' serviceType='16' startType='3' errorControl='1'/>", true},
-      {"<serviceCreate name='n' serviceType='x' startType='x' errorControl='x'/>", true},
-      {"<serviceCreate name='' serviceType='16' startType='3' errorControl='1'/>", false},
-      {"<serviceCreate name='n' serviceType='' startType='3' errorControl='1'/>", false},
-      {"<serviceCreate name='n' serviceType='16' startType='' errorControl='1'/>", false},
-      {"<serviceCreate name='n' serviceType='16' startType='3' errorControl=''/>", false},
-      {"<serviceCreate name='n' startType='3' errorControl='1'/>", false},
-      {"<serviceCreate name='n' serviceType='16' errorControl='1'/>", false},
-      {"<serviceCreate name='n' serviceType='16' startType='3'/>", false},
-  };
-  for (const auto& example : kCases) {
-    ResetServices();
-    const ScriptOutcome outcome = RunScript("<exit/>" + std::string(example.element));
-    EXPECT_EQ(outcome.loadCode == kLoadSuccess, example.isAccepted) << example.element;
+  const std::string create =
+      "<serviceCreate name='n' serviceType='x' startType='x' errorControl='x'/>";
+  EXPECT_EQ(RunScript("<exit/>" + create).loadCode, kLoadSuccess);
+  for (const std::string attribute : {"name", "serviceType", "startType", "errorControl"}) {
+    const std::size_t start = create.find(' ' + attribute) + 1;
+    const std::size_t length = create.find('\'', start + attribute.size() + 2) + 1 - start;
+    for (const std::string& poor : {std::string(), attribute + "=''"}) {
+      const std::string element = std::string(create).replace(start, length, poor);
+      EXPECT_NE(RunScript("<exit/>" + element).loadCode, kLoadSuccess) << element;
+    }
+  }
+  for (const std::string name : {"Start", "Stop", "Delete", "Installed", "Running"}) {
+    const std::string element = "<exit/><service" + name;
+    EXPECT_EQ(RunScript(element + " name='n'/>").loadCode, kLoadSuccess) << name;
+    EXPECT_NE(RunScript(element + " name='' waittime='1'/>").loadCode, kLoadSuccess) << name;
+    EXPECT_NE(RunScript(element + " waittime='1'/>").loadCode, kLoadSuccess) << name;
   }
 }
 
@@ -123,39 +109,30 @@ TEST(ServiceCommands, WaitByPollsAndNotByTheClock) {
 TEST(ServiceCommands, AskForNoMoreThanTheyNeedAndCloseInOrder) {
   const struct {
     const char* element;
-    States states;
-    Lines calls;
+    std::uint32_t state;
+    std::string_view calls;
   } kCases[] = {
-      {"<serviceStart name='%v%'/>",
-       {kStopped},
-       {"manager 4", "open value 14", "query", "start", "close service", "close manager"}},
-      {"<serviceStart name='n' waittime='100'/>",
-       {kRunning},
-       {"manager 4", "open n 14", "query", "close service", "close manager"}},
-      {"<serviceStop name='%v%'/>",
-       {kRunning},
-       {"manager 4", "open value 24", "query", "stop", "close service", "close manager"}},
-      {"<serviceStop name='n' waittime='100'/>",
-       {kStopped},
-       {"manager 4", "open n 24", "query", "close service", "close manager"}},
-      {"<serviceDelete name='%v%'/>",
-       {kRunning},
-       {"manager 0", "open value 10000", "delete", "close service", "close manager"}},
-      {"<serviceCreate name='n' serviceType='16' startType='3' errorControl='1'/>",
-       {kStopped},
-       {"manager 2", "create", "close manager"}},
-      {"<serviceInstalled name='%v%'/>",
-       {kStopped},
-       {"manager 4", "open value 4", "close service", "close manager"}},
-      {"<serviceRunning name='%v%'/>",
-       {kStopped},
-       {"manager 4", "open value 4", "query", "close service", "close manager"}},
+      {"Start name='%v%'", kStopped, "manager 4, open value 14, query, start"},
+      {"Start name='n' waittime='9'", kRunning, "manager 4, open n 14, query"},
+      {"Stop name='%v%'", kRunning, "manager 4, open value 24, query, stop"},
+      {"Stop name='n' waittime='9'", kStopped, "manager 4, open n 24, query"},
+      {"Delete name='%v%'", kRunning, "manager 0, open value 10000, delete"},
+      {"Create name='n' serviceType='16' startType='3' errorControl='1'", 0, "manager 2, create"},
+      {"Installed name='%v%'", kStopped, "manager 4, open value 4"},
+      {"Running name='%v%'", kStopped, "manager 4, open value 4, query"},
   };
   for (const auto& example : kCases) {
     ScriptedServices& services = ResetServices();
-    services.states = example.states;
-    TraceOf(example.element);
-    EXPECT_EQ(services.calls, example.calls) << example.element;
+    services.states = {example.state};
+    TraceOf(std::string("<service") + example.element + "/>");
+    std::string calls;
+    for (const std::string& call : services.calls) {
+      calls += (calls.empty() ? "" : ", ") + call;
+    }
+    const bool isOpened = example.calls.find("open") != std::string_view::npos;
+    EXPECT_EQ(calls,
+              std::string(example.calls) + (isOpened ? ", close service" : "") + ", close manager")
+        << example.element;
   }
 }
 
@@ -205,57 +182,45 @@ TEST(ServiceCommands, TellWhichStepFailed) {
 
 TEST(ServiceCommands, SayWhenThereIsNothingToDo) {
   ResetServices().states = {kRunning};
-  EXPECT_EQ(TraceOf("<serviceStart name='n' waittime='-1'/>"),
-            (Lines{"serviceStart function called for 'n', after wait for -1 ms",
+  EXPECT_EQ(TraceOf("<serviceStart name='n' waittime='junk'/>"),
+            (Lines{"serviceStart function called for 'n', after wait for 0 ms",
                    "serviceStart service already started",
                    "serviceStart function end with success. err:''"}));
-  ResetServices();
-  EXPECT_EQ(TraceOf("<serviceStop name='n' waittime='junk'/>"),
-            (Lines{"serviceStop function called for 'n', after wait for 0 ms",
-                   "serviceStop service already stopped",
-                   "serviceStop function end with success. err:''"}));
 }
 
 TEST(ServiceCommands, AnswerNoToWhateverFails) {
   const struct {
     const char* element;
-    const char* call;
+    const char* call;  // that fails
     Code code;
     std::uint32_t state;
-    Lines trace;
+    bool answer;
+    const char* line;
   } kCases[] = {
-      {"serviceInstalled", "", 0, kStopped, {"serviceInstalled function end with True."}},
-      {"serviceInstalled", "open", 5, kStopped, {"serviceInstalled function end with True."}},
-      {"serviceInstalled", "open", 1060, kStopped, {"serviceInstalled function end with False."}},
-      {"serviceInstalled",
-       "manager",
-       5,
-       kStopped,
-       {"serviceInstalled cannot open scm", "serviceInstalled function end with False."}},
-      {"serviceRunning", "", 0, kRunning, {"serviceRunning function end with True."}},
-      {"serviceRunning", "", 0, kStopped, {"serviceRunning function end with False."}},
-      {"serviceRunning", "", 0, kStarting, {"serviceRunning function end with False."}},
-      {"serviceRunning", "", 0, kStopping, {"serviceRunning function end with False."}},
-      {"serviceRunning", "", 0, kPaused, {"serviceRunning function end with False."}},
-      {"serviceRunning", "open", 5, kRunning, {"serviceRunning function end with False."}},
-      {"serviceRunning", "open", 1060, kRunning, {"serviceRunning function end with False."}},
-      {"serviceRunning",
-       "manager",
-       5,
-       kRunning,
-       {"serviceRunning cannot open scm", "serviceRunning function end with False."}},
-      {"serviceRunning",
-       "query",
-       6,
-       kRunning,
-       {"serviceRunning cannot query status", "serviceRunning function end with False."}},
+      {"serviceInstalled", "", 0, kStopped, true, ""},
+      {"serviceInstalled", "open", 5, kStopped, true, ""},
+      {"serviceInstalled", "open", 1060, kStopped, false, ""},
+      {"serviceInstalled", "manager", 5, kStopped, false, " cannot open scm"},
+      {"serviceRunning", "", 0, kRunning, true, ""},
+      {"serviceRunning", "", 0, kStopped, false, ""},
+      {"serviceRunning", "", 0, kStarting, false, ""},
+      {"serviceRunning", "", 0, kStopping, false, ""},
+      {"serviceRunning", "open", 5, kRunning, false, ""},
+      {"serviceRunning", "open", 1060, kRunning, false, ""},
+      {"serviceRunning", "manager", 5, kRunning, false, " cannot open scm"},
+      {"serviceRunning", "query", 6, kRunning, false, " cannot query status"},
   };
   for (const auto& example : kCases) {
+    const std::string element = example.element;
     ScriptedServices& services = ResetServices();
     services.states = {example.state};
     services.codes[example.call] = example.code;
-    EXPECT_EQ(TraceOf(std::string("<") + example.element + " name='n'/>"), example.trace)
-        << example.element << ' ' << example.call << ' ' << example.code;
+    Lines expected = {element + " function end with " + (example.answer ? "True." : "False.")};
+    if (*example.line != '\0') {
+      expected.insert(expected.begin(), element + example.line);
+    }
+    EXPECT_EQ(TraceOf("<" + element + " name='n'/>"), expected)
+        << example.call << ' ' << example.code;
   }
 }
 

@@ -22,6 +22,7 @@
 #include "platform/posix/hive.h"
 #include "platform/posix/names.h"
 #include "platform/registry.h"
+#include "platform/services.h"
 #include "platform/version.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -461,6 +462,24 @@ TEST_F(HiveTest, WhatIsNotWholeHasItsCode) {
     EXPECT_EQ(DeleteKey(machine_, u"SYSTEM\\CurrentControlSet\\Services"), kAccessDenied);
     EXPECT_EQ(Touch(user_, u"New"), kSuccess);
     EXPECT_EQ(registry::Flush(), kSuccess);
+  });
+}
+
+TEST_F(HiveTest, ServicesMayBeAskedByWhoMayNotWriteThem) {
+  MakeMachine();
+  chmod(File("SYSTEM").c_str(), 0444);
+  Run([] {
+    services::Handle manager;
+    EXPECT_EQ(services::OpenManager(services::kManagerCreateService, &manager), kAccessDenied);
+    ASSERT_EQ(services::OpenManager(services::kManagerEnumerateService, &manager), kSuccess);
+    const auto open = [&manager](std::uint32_t access) {
+      services::Handle service;
+      return services::Open(manager, u"AmUpdateService", access, &service);
+    };
+    EXPECT_EQ(open(services::kQueryStatus + services::kQueryConfig), kSuccess);
+    for (const std::uint32_t access : {services::kStart, services::kStop, services::kDelete}) {
+      EXPECT_EQ(open(services::kQueryStatus + access), kAccessDenied) << access;
+    }
   });
 }
 
