@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "platform/pe_image.h"
-
 namespace platform {
 namespace {
 
@@ -42,7 +40,8 @@ std::optional<std::vector<Bytes>> Finish(const Contexts& contexts) {
 }  // namespace
 
 std::optional<std::vector<Bytes>> Digest(const ByteSource& source, std::span<const Range> ranges,
-                                         std::span<const EVP_MD* const> algorithms) {
+                                         std::span<const EVP_MD* const> algorithms,
+                                         std::size_t zeros) {
   Contexts contexts;
   if (!Start(algorithms, &contexts)) {
     return std::nullopt;
@@ -58,7 +57,7 @@ std::optional<std::vector<Bytes>> Digest(const ByteSource& source, std::span<con
       range.size -= piece.size();
     }
   }
-  return Finish(contexts);
+  return Update(Bytes(zeros), contexts) ? Finish(contexts) : std::nullopt;
 }
 
 Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm) {
@@ -70,11 +69,19 @@ Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm) {
   return digest;
 }
 
+std::optional<std::vector<Bytes>> ImageDigest(const ByteSource& source, const PeImage& image,
+                                              std::span<const EVP_MD* const> algorithms) {
+  constexpr std::uint64_t kAlignment = 8;  // of a certificate table
+  const std::uint64_t excess = image.certificates.size == 0 ? source.Size() % kAlignment : 0;
+  return Digest(source, DigestedRanges(image, source.Size()), algorithms,
+                excess == 0 ? 0 : kAlignment - excess);
+}
+
 std::optional<std::vector<Bytes>> CatalogDigest(const ByteSource& source,
                                                 std::span<const EVP_MD* const> algorithms) {
   const std::optional<PeImage> image = ReadPeImage(source);
   const Range everything{0, source.Size()};
-  return image ? Digest(source, DigestedRanges(*image, source.Size()), algorithms)
+  return image ? ImageDigest(source, *image, algorithms)
                : Digest(source, std::span(&everything, 1), algorithms);
 }
 

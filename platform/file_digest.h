@@ -8,16 +8,23 @@
 
 #include "platform/byte_source.h"
 #include "platform/openssl.h"
+#include "platform/pe_image.h"
 
 namespace platform {
 
-// The digests of the bytes in `ranges`, one for each algorithm; the bytes are read once. Nothing
-// when they can't be read.
+// The digests of the bytes in `ranges` and of `zeros` bytes of zero behind them, one for each
+// algorithm; the bytes are read once. Nothing when they can't be read.
 std::optional<std::vector<Bytes>> Digest(const ByteSource& source, std::span<const Range> ranges,
-                                         std::span<const EVP_MD* const> algorithms);
+                                         std::span<const EVP_MD* const> algorithms,
+                                         std::size_t zeros = 0);
 
 // The digest of bytes in memory; empty when OpenSSL fails.
 Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm);
+
+// The Authenticode digest of an image. One that has no signature yet counts as if it were padded to
+// where a signature would begin, as Windows has it and its description doesn't.
+std::optional<std::vector<Bytes>> ImageDigest(const ByteSource& source, const PeImage& image,
+                                              std::span<const EVP_MD* const> algorithms);
 
 // What a catalog lists of a file: the Authenticode digest of a PE image, else that of all its
 // bytes. A file that begins as an image does, but whose headers do not hold together, is any other

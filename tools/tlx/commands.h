@@ -5,6 +5,7 @@
 
 namespace tlx {
 
+extern const CommandSpec kCatalogCommand;
 extern const CommandSpec kKeygenCommand;
 extern const CommandSpec kMachineCreateCommand;
 extern const CommandSpec kMachineShowCommand;

@@ -15,6 +15,8 @@ namespace tlx {
 
 void RsaDeleter::operator()(RSA* key) const { RSA_free(key); }
 
+void PkeyDeleter::operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+
 SecretBytes::~SecretBytes() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
 
 namespace {
@@ -23,11 +25,6 @@ struct BioDeleter {
   void operator()(BIO* bio) const { BIO_free(bio); }
 };
 using BioOwner = std::unique_ptr<BIO, BioDeleter>;
-
-struct PkeyDeleter {
-  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-using PkeyOwner = std::unique_ptr<EVP_PKEY, PkeyDeleter>;
 
 // Stands in for OpenSSL's own prompt: a build must not stop to ask for a passphrase.
 int NoteThatKeyIsLocked(char*, int, int, void* wasAsked) {
@@ -54,9 +51,8 @@ bool TakeText(BIO* bio, std::string* text) {
   return true;
 }
 
-}  // namespace
-
-RsaKey ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
+// A key of any kind.
+PkeyOwner ReadAnyKey(cvn::StringView path, KeyHalf half, cvn::String* problem) {
   SecretBytes pem;
   const platform::Code code = platform::ReadWholeFile(path, &pem.bytes);
   if (code != platform::kSuccess) {
@@ -64,7 +60,7 @@ RsaKey ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
     return nullptr;
   }
   bool isLocked = false;
-  const PkeyOwner key = ParsePem(pem.bytes, half, &isLocked);
+  PkeyOwner key = ParsePem(pem.bytes, half, &isLocked);
   if (key == nullptr) {
     if (isLocked) {
       *problem = u"the key is locked with a passphrase; tlx takes a key without one";
@@ -72,6 +68,25 @@ RsaKey ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
       *problem = half == KeyHalf::Private ? u"there is no private key in PEM form in it"
                                           : u"there is no public key in PEM form in it";
     }
+  }
+  return key;
+}
+
+}  // namespace
+
+PkeyOwner ReadSigningKey(cvn::StringView path, cvn::String* problem) {
+  PkeyOwner key = ReadAnyKey(path, KeyHalf::Private, problem);
+  if (key != nullptr && (EVP_PKEY_get_base_id(key.get()) != EVP_PKEY_RSA ||
+                         EVP_PKEY_get_bits(key.get()) < kKeyBits)) {
+    *problem = cvn::Format(u"the key must be an RSA key of %d bits or more", kKeyBits);
+    key.reset();
+  }
+  return key;
+}
+
+RsaKey ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
+  const PkeyOwner key = ReadAnyKey(path, half, problem);
+  if (key == nullptr) {
     return nullptr;
   }
   RsaKey rsa;

@@ -11,6 +11,11 @@ int FailOnFile(cvn::StringView file, cvn::StringView text) {
   return kExitBadInput;
 }
 
+void WarnOfFile(cvn::StringView file, cvn::StringView text) {
+  platform::streams::WriteLine(platform::streams::Output::Error,
+                               cvn::Format(u"%s: warning: %s", file, text));
+}
+
 int FailAt(cvn::StringView file, TextPosition position, cvn::StringView text) {
   cvn::String place = cvn::Format(u"%s:%u", file, position.line);
   if (position.column != 0) {
@@ -35,6 +40,8 @@ cvn::String DescribeCode(platform::Code code) {
       return u"the disk is full";
     case platform::kInvalidName:
       return u"the name is not a valid one";
+    case platform::kDirectory:
+      return u"it is no folder";
     case platform::kFileTooLarge:
       return u"it is larger than 2 GiB";
     default:

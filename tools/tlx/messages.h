@@ -20,6 +20,8 @@ struct TextPosition {
 
 // "file: error: text" on standard error; returns kExitBadInput.
 int FailOnFile(cvn::StringView file, cvn::StringView text);
+// "file: warning: text" on standard error.
+void WarnOfFile(cvn::StringView file, cvn::StringView text);
 // "file:line:column: error: text" on standard error; returns kExitBadInput.
 int FailAt(cvn::StringView file, TextPosition position, cvn::StringView text);
 

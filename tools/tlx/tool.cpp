@@ -13,7 +13,8 @@ namespace {
 using platform::streams::Output;
 using platform::streams::WriteLine;
 
-const CommandSpec* const kCommands[] = {&kKeygenCommand, &kPackCommand, &kUnpackCommand,
+const CommandSpec* const kCommands[] = {&kKeygenCommand,        &kPackCommand,
+                                        &kUnpackCommand,        &kCatalogCommand,
                                         &kMachineCreateCommand, &kMachineShowCommand};
 
 bool IsHelp(cvn::StringView argument) { return argument == u"--help" || argument == u"-h"; }

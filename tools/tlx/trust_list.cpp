@@ -1,0 +1,222 @@
+#include "tools/tlx/trust_list.h"
+
+#include <openssl/rand.h>
+#include <openssl/sha.h>
+
+#include <array>
+#include <ctime>
+
+#include "platform/openssl.h"
+#include "support/format.h"
+#include "tools/tlx/der_writer.h"
+
+namespace tlx {
+namespace {
+
+using der::Algorithm;
+using der::BmpText;
+using der::Element;
+using der::Integer;
+using der::ObjectId;
+using der::Sequence;
+using der::SetOf;
+using der::Tag;
+using platform::AsUnsigned;
+using platform::OpenSsl;
+
+constexpr char kTrustList[] = "1.3.6.1.4.1.311.10.1";
+constexpr char kSha256[] = "2.16.840.1.101.3.4.2.1";
+
+std::string_view View(std::span<const std::byte> bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+std::string Attribute(std::string_view type, std::string_view value) {
+  return Sequence({ObjectId(type), Element(Tag::Set, value)});
+}
+
+// --- The list
+// --------------------------------------------------------------------------------------
+
+// What stands where a link to the file could.
+std::string ObsoleteLink() {
+  return Element(Tag::Context2, BmpText(Tag::Primitive0, u"<<<Obsolete>>>"));
+}
+
+std::string IndirectData(const ListedFile& file) {
+  const std::string what =
+      file.isImage ? Sequence({ObjectId("1.3.6.1.4.1.311.2.1.15"),
+                               // No flag is set.
+                               Sequence({Element(Tag::BitString, std::string_view("\0", 1)),
+                                         Element(Tag::Context0, ObsoleteLink())})})
+                   : Sequence({ObjectId("1.3.6.1.4.1.311.2.1.25"), ObsoleteLink()});
+  const std::string digest =
+      Sequence({Algorithm(kSha256), Element(Tag::OctetString, View(file.digest))});
+  return Attribute("1.3.6.1.4.1.311.2.1.4", Sequence({what, digest}));
+}
+
+// The kind of file, by the identifier of the provider that knows it.
+std::string MemberInfo(const ListedFile& file) {
+  constexpr std::uint32_t kVersion = 0x200;
+  constexpr cvn::StringView kImage = u"{C689AAB8-8E78-11D0-8C47-00C04FC295EE}";
+  constexpr cvn::StringView kFlat = u"{DE351A42-8E59-11D0-8C47-00C04FC295EE}";
+  return Attribute(
+      "1.3.6.1.4.1.311.12.2.2",
+      Sequence({BmpText(Tag::BmpString, file.isImage ? kImage : kFlat), Integer(kVersion)}));
+}
+
+// A reader counts the characters by the value's size, so a zero at the end would be one of them.
+std::string FileName(const ListedFile& file) {
+  constexpr std::uint32_t kSignedText = 0x10010001;  // authenticated; name and value are text
+  return Attribute("1.3.6.1.4.1.311.12.2.1",
+                   Sequence({BmpText(Tag::BmpString, u"File"), Integer(kSignedText),
+                             Element(Tag::OctetString, der::WideBytes(file.name))}));
+}
+
+// Gives the digest's digits. Tags must differ, so a content that was there before gets a number
+// too.
+class TagMaker {
+ public:
+  cvn::String Make(std::span<const std::byte> digest) {
+    cvn::String tag;
+    for (const std::byte byte : digest) {
+      tag.Append(cvn::Format(u"%02X", std::to_integer<int>(byte)));
+    }
+    const int count = ++counts_[tag];
+    if (count > 1) {
+      tag.Append(cvn::Format(u".%d", count));
+    }
+    return tag;
+  }
+
+ private:
+  cvn::Map<cvn::String, int> counts_;
+};
+
+std::string Subject(const ListedFile& file, const cvn::String& tag) {
+  const std::string identifier = der::WideBytes(tag) + std::string(2, '\0');
+  return Sequence({Element(Tag::OctetString, identifier),
+                   SetOf(Tag::Set, {IndirectData(file), MemberInfo(file), FileName(file)})});
+}
+
+// Now, in the form that its year asks for.
+std::string Now() {
+  const OpenSsl<ASN1_TIME> time(ASN1_TIME_set(nullptr, std::time(nullptr)));
+  if (time == nullptr) {
+    return {};
+  }
+  unsigned char* encoded = nullptr;
+  const int size = i2d_ASN1_TIME(time.get(), &encoded);
+  std::string bytes(reinterpret_cast<char*>(encoded),
+                    size > 0 ? static_cast<std::size_t>(size) : 0);
+  OPENSSL_free(encoded);
+  return bytes;
+}
+
+}  // namespace
+
+std::string BuildTrustList(std::span<const ListedFile> files) {
+  std::array<unsigned char, 16> identifier{};
+  const std::string now = Now();
+  if (now.empty() || RAND_bytes(identifier.data(), static_cast<int>(identifier.size())) != 1) {
+    return {};
+  }
+  TagMaker tags;
+  std::string subjects;
+  for (const ListedFile& file : files) {
+    subjects.append(Subject(file, tags.Make(file.digest)));
+  }
+  return Sequence({Sequence({ObjectId("1.3.6.1.4.1.311.12.1.1")}),
+                   Element(Tag::OctetString, View(std::as_bytes(std::span(identifier)))), now,
+                   Algorithm("1.3.6.1.4.1.311.12.1.2"), Element(Tag::Sequence, subjects)});
+}
+
+// --- The signature
+// ---------------------------------------------------------------------------------
+
+namespace {
+
+// The content of an element: what is behind its tag and its length.
+std::string_view ContentOf(std::string_view element) {
+  const auto length = static_cast<unsigned char>(element[1]);
+  return element.substr(length < 0x80 ? 2 : 2 + (length & 0x7F));
+}
+
+std::vector<std::string> SignedAttributes(std::string_view list) {
+  std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
+  const std::string_view content = ContentOf(list);
+  SHA256(AsUnsigned(std::as_bytes(std::span(content))), content.size(), digest.data());
+  return {Attribute("1.2.840.113549.1.9.3", ObjectId(kTrustList)),
+          Attribute("1.2.840.113549.1.9.4",
+                    Element(Tag::OctetString, View(std::as_bytes(std::span(digest))))),
+          // A program's name and address could stand here.
+          Attribute("1.3.6.1.4.1.311.2.1.12", Sequence({})),
+          // What publishers of every size are called.
+          Attribute("1.3.6.1.4.1.311.2.1.11", Sequence({ObjectId("1.3.6.1.4.1.311.2.1.21")}))};
+}
+
+std::string SignatureOver(std::string_view bytes, EVP_PKEY* key) {
+  const OpenSsl<EVP_MD_CTX> context(EVP_MD_CTX_new());
+  const auto* data = AsUnsigned(std::as_bytes(std::span(bytes)));
+  std::size_t size = 0;
+  if (context == nullptr ||
+      EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key) != 1 ||
+      EVP_DigestSign(context.get(), nullptr, &size, data, bytes.size()) != 1) {
+    return {};
+  }
+  std::string signature(size, '\0');
+  if (EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size, data,
+                     bytes.size()) != 1) {
+    return {};
+  }
+  signature.resize(size);
+  return signature;
+}
+
+// The issuer and the serial number that name a certificate. Empty when it can't be read.
+std::string NameOfCertificate(std::span<const std::byte> der) {
+  const unsigned char* at = AsUnsigned(der);
+  const OpenSsl<X509> certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+  unsigned char* issuer = nullptr;
+  unsigned char* serial = nullptr;
+  if (certificate == nullptr) {
+    return {};
+  }
+  const int issuerSize = i2d_X509_NAME(X509_get_issuer_name(certificate.get()), &issuer);
+  const int serialSize = i2d_ASN1_INTEGER(X509_get0_serialNumber(certificate.get()), &serial);
+  std::string name;
+  if (issuerSize > 0 && serialSize > 0) {
+    name = Sequence({{reinterpret_cast<char*>(issuer), static_cast<std::size_t>(issuerSize)},
+                     {reinterpret_cast<char*>(serial), static_cast<std::size_t>(serialSize)}});
+  }
+  OPENSSL_free(issuer);
+  OPENSSL_free(serial);
+  return name;
+}
+
+}  // namespace
+
+std::string SignTrustList(std::string_view list,
+                          const cvn::List<std::vector<std::byte>>& certificates, EVP_PKEY* key) {
+  const std::vector<std::string> attributes = SignedAttributes(list);
+  // What is signed has a SET's own tag.
+  const std::string signature = SignatureOver(SetOf(Tag::Set, attributes), key);
+  const std::string signerName = NameOfCertificate(certificates.front());
+  if (signature.empty() || signerName.empty()) {
+    return {};
+  }
+  std::vector<std::string> certificateSet;
+  for (const std::vector<std::byte>& certificate : certificates) {
+    certificateSet.emplace_back(View(certificate));
+  }
+  const std::string signer =
+      Sequence({Integer(1), signerName, Algorithm(kSha256), SetOf(Tag::Context0, attributes),
+                Algorithm("1.2.840.113549.1.1.1"), Element(Tag::OctetString, signature)});
+  const std::string signedData =
+      Sequence({Integer(1), Element(Tag::Set, Algorithm(kSha256)),
+                Sequence({ObjectId(kTrustList), Element(Tag::Context0, list)}),
+                SetOf(Tag::Context0, std::move(certificateSet)), Element(Tag::Set, signer)});
+  return Sequence({ObjectId("1.2.840.113549.1.7.2"), Element(Tag::Context0, signedData)});
+}
+
+}  // namespace tlx
