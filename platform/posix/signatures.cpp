@@ -42,7 +42,7 @@ struct Verifier::State {
 
   ByteSource source;
   std::optional<SignedFile> file;
-  std::optional<posix::CertificateStore> store;
+  posix::CertificateStore store;
   std::optional<posix::Verdict> verdict;
 };
 
@@ -54,10 +54,12 @@ Verifier::~Verifier() = default;
 TrustStatus Verifier::Verify(std::uint32_t index, bool /*online*/) {
   if (!state_->file) {
     state_->file.emplace(state_->source);
-    state_->store = posix::ReadMachineStore();
+    if (state_->file->Count() > 0) {
+      state_->store = posix::ReadMachineStore();
+    }
   }
   state_->verdict =
-      posix::VerifySignature(&*state_->file, index, *state_->store, posix::Revocation::OnHand);
+      posix::VerifySignature(&*state_->file, index, state_->store, posix::Revocation::OnHand);
   return state_->verdict->status;
 }
 
