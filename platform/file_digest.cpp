@@ -80,6 +80,9 @@ std::optional<std::vector<Bytes>> ImageDigest(const ByteSource& source, const Pe
 std::optional<std::vector<Bytes>> CatalogDigest(const ByteSource& source,
                                                 std::span<const EVP_MD* const> algorithms) {
   const std::optional<PeImage> image = ReadPeImage(source);
+  if (!image && IsBrokenPeImage(source)) {
+    return std::nullopt;
+  }
   const Range everything{0, source.Size()};
   return image ? ImageDigest(source, *image, algorithms)
                : Digest(source, std::span(&everything, 1), algorithms);

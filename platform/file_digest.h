@@ -27,8 +27,7 @@ std::optional<std::vector<Bytes>> ImageDigest(const ByteSource& source, const Pe
                                               std::span<const EVP_MD* const> algorithms);
 
 // What a catalog lists of a file: the Authenticode digest of a PE image, else that of all its
-// bytes. A file that begins as an image does, but whose headers do not hold together, is any other
-// file.
+// bytes. Nothing for a broken image, which Windows refuses too.
 std::optional<std::vector<Bytes>> CatalogDigest(const ByteSource& source,
                                                 std::span<const EVP_MD* const> algorithms);
 

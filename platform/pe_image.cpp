@@ -53,11 +53,11 @@ std::vector<std::byte> ReadHeaders(const ByteSource& source, std::uint64_t* offs
     return {};
   }
   std::vector<std::byte> headers(std::min<std::uint64_t>(kHeaders, source.Size() - *offset));
-  if (!source.Read(*offset, headers) || headers.size() < kOptional + kChecksum + 4 ||
-      NumberAt<std::uint32_t>(headers, 0) != kPeMagic) {
-    return {};
-  }
-  return headers;
+  return source.Read(*offset, headers) ? headers : std::vector<std::byte>();
+}
+
+bool HasMagicNumber(std::span<const std::byte> headers) {
+  return NumberAt<std::uint32_t>(headers, 0) == kPeMagic;
 }
 
 bool ReadSections(const ByteSource& source, Range table, std::vector<PeSection>* sections) {
@@ -102,7 +102,8 @@ std::optional<PeImage> ReadPeImage(const ByteSource& source) {
   std::uint64_t offset = 0;
   const std::vector<std::byte> headers = ReadHeaders(source, &offset);
   const auto magic = NumberAt<std::uint16_t>(headers, kOptional);
-  if (magic != kMagic32 && magic != kMagic64) {
+  if (!HasMagicNumber(headers) || headers.size() < kOptional + kChecksum + 4 ||
+      (magic != kMagic32 && magic != kMagic64)) {
     return std::nullopt;
   }
   PeImage image;
@@ -135,6 +136,11 @@ std::optional<PeImage> ReadPeImage(const ByteSource& source) {
     return std::nullopt;
   }
   return image;
+}
+
+bool IsBrokenPeImage(const ByteSource& source) {
+  std::uint64_t offset = 0;
+  return HasMagicNumber(ReadHeaders(source, &offset)) && !ReadPeImage(source);
 }
 
 std::vector<Range> DigestedRanges(const PeImage& image, std::uint64_t fileSize) {

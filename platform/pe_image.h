@@ -33,6 +33,9 @@ struct PeImage {
 // headers or in a section.
 std::optional<PeImage> ReadPeImage(const ByteSource& source);
 
+// Whether the file has the magic numbers of an image, and yet is none.
+bool IsBrokenPeImage(const ByteSource& source);
+
 // What the Authenticode digest of an image covers: all of the file but the checksum, the security
 // directory's entry and the certificate table. For an image as linkers make it, that is what
 // Microsoft's description reaches section by section. Here the stretches between sections count as

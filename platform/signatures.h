@@ -19,6 +19,7 @@ namespace platform::signatures {
 // What WinVerifyTrust returns: 0, or one of the codes that winerror.h defines.
 using TrustStatus = std::int32_t;
 inline constexpr TrustStatus kTrusted = 0;
+inline constexpr TrustStatus kBadImage = static_cast<TrustStatus>(0x800700C1);
 inline constexpr TrustStatus kSubjectFormUnknown = static_cast<TrustStatus>(0x800B0003);
 inline constexpr TrustStatus kNoSignature = static_cast<TrustStatus>(0x800B0100);
 inline constexpr TrustStatus kExpired = static_cast<TrustStatus>(0x800B0101);

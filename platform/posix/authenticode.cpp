@@ -11,6 +11,7 @@ namespace platform::posix {
 namespace {
 
 using signatures::kBadDigest;
+using signatures::kBadImage;
 using signatures::kBadTimestamp;
 using signatures::kNoSignature;
 using signatures::kNoSignerCertificate;
@@ -42,8 +43,21 @@ SignedFile::SignedFile(const ByteSource& source) : source_(source) {
   if (image_) {
     form_ = SubjectForm::Image;
     ReadImage();
+  } else if (IsBrokenPeImage(source)) {
+    form_ = SubjectForm::BrokenImage;
   } else {
     ReadCatalog();
+  }
+}
+
+TrustStatus SignedFile::CheckForm() const {
+  switch (form_) {
+    case SubjectForm::Unknown:
+      return kSubjectFormUnknown;
+    case SubjectForm::BrokenImage:
+      return kBadImage;
+    default:
+      return kTrusted;
   }
 }
 
@@ -120,8 +134,7 @@ TrustStatus SignedFile::CheckImage(const SignedData& data) {
   }
   Bytes& digest = digests_[algorithm];
   if (digest.empty()) {
-    const auto digests =
-        Digest(source_, DigestedRanges(*image_, source_.Size()), std::array{algorithm});
+    const auto digests = ImageDigest(source_, *image_, std::array{algorithm});
     if (!digests) {
       return kBadDigest;
     }
@@ -133,8 +146,8 @@ TrustStatus SignedFile::CheckImage(const SignedData& data) {
 Verdict VerifySignature(SignedFile* file, std::size_t index, const CertificateStore& store,
                         Revocation revocation) {
   Verdict verdict;
-  if (file->Form() == SubjectForm::Unknown) {
-    verdict.status = kSubjectFormUnknown;
+  if (file->CheckForm() != kTrusted) {
+    verdict.status = file->CheckForm();
     return verdict;
   }
   const SignedData* data = file->At(index);

@@ -25,7 +25,8 @@
 
 namespace platform::posix {
 
-enum class SubjectForm { Unknown, Image, Catalog };
+// A broken image has the magic numbers of one, but headers that do not hold together.
+enum class SubjectForm { Unknown, BrokenImage, Image, Catalog };
 
 // What a file holds of signatures.
 class SignedFile {
@@ -35,7 +36,8 @@ class SignedFile {
   SignedFile(const SignedFile&) = delete;
   SignedFile& operator=(const SignedFile&) = delete;
 
-  SubjectForm Form() const { return form_; }
+  // kTrusted for an image and a catalog; why there can be no signature for all else.
+  signatures::TrustStatus CheckForm() const;
   // The first signature, then those nested in it, then further ones of the certificate table with
   // those nested in them; 32 at most.
   std::size_t Count() const { return signatures_.size(); }

@@ -5,6 +5,7 @@
 
 #include "platform/byte_source.h"
 #include "platform/file_digest.h"
+#include "platform/pe_image.h"
 #include "platform/posix/catalog_file.h"
 #include "platform/posix/error_map.h"
 #include "platform/posix/system_catalogs.h"
@@ -38,10 +39,11 @@ Code Functions::Hash(files::File* file, std::vector<std::byte>* digest) const {
   if (!file->IsOpen()) {
     return Fail(kInvalidHandle);
   }
+  const ByteSource source(*file);
   const std::array<const EVP_MD*, 1> algorithms = {EVP_sha256()};
-  auto digests = CatalogDigest(ByteSource(*file), algorithms);
+  auto digests = CatalogDigest(source, algorithms);
   if (!digests) {
-    return Fail(kReadFault);
+    return Fail(IsBrokenPeImage(source) ? kBadExeFormat : kReadFault);
   }
   *digest = std::move(digests->front());
   return kSuccess;

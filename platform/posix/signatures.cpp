@@ -107,8 +107,8 @@ TrustStatus VerifyDigestOnly(cvn::StringView path) {
   }
   const ByteSource source(opened);
   SignedFile file(source);
-  if (file.Form() == posix::SubjectForm::Unknown) {
-    return kSubjectFormUnknown;
+  if (file.CheckForm() != kTrusted) {
+    return file.CheckForm();
   }
   const SignedData* data = file.At(0);
   if (data == nullptr || !data->signer) {

@@ -221,7 +221,7 @@ std::vector<ImageCase> Images(const World& w) {
       {"certificate missing", one(nobodys), {kNoSignerCertificate}, false},
       {"of another image", one(SignImage(MakeImage("Other"), w.publisher)), {kBadDigest}, false},
       {"appended", one(good) + std::string(8, 'a'), {kBadDigest}, false},
-      {"cut", one(good).substr(0, one(good).size() - 9), {kSubjectFormUnknown}, false},
+      {"cut", one(good).substr(0, one(good).size() - 9), {kBadImage}, false},
       {"no signature inside", one(Tlv(0x30, "nothing")), {kNoSignature}, false},
       {"text", "just text", {kSubjectFormUnknown}, false},
       {"empty", "", {kSubjectFormUnknown}, false},
@@ -343,9 +343,10 @@ TEST_F(SignaturesTest, RefusesImagesThatDoNotHoldTogether) {
     const char* what;
     std::size_t offset;
     std::string bytes;
+    TrustStatus expected = kBadImage;
   } kCases[] = {
-      {"header outside", 60, "\xFF\xFF\xFF\x7F"},
-      {"header at the end", 60, std::string("\xF0\5\0\0", 4)},
+      {"header outside", 60, "\xFF\xFF\xFF\x7F", kSubjectFormUnknown},
+      {"header at the end", 60, std::string("\xF0\5\0\0", 4), kSubjectFormUnknown},
       {"sections beyond the file", 0x80 + 6, "\xFF\xFF"},
       {"table in the headers", kImageSecurityEntry, std::string("\x10\0\0\0", 4)},
       {"table in a section", kImageSecurityEntry, std::string("\0\3\0\0", 4)},
@@ -357,7 +358,7 @@ TEST_F(SignaturesTest, RefusesImagesThatDoNotHoldTogether) {
     SCOPED_TRACE(broken.what);
     std::string changed = whole;
     changed.replace(broken.offset, broken.bytes.size(), broken.bytes);
-    EXPECT_EQ(Verdicts(changed), Statuses{kSubjectFormUnknown});
+    EXPECT_EQ(Verdicts(changed), Statuses{broken.expected});
   }
   // Entries of the table that lead nowhere.
   for (const std::string& size : {std::string(4, '\0'), std::string("\xFF\xFF\xFF\xFF")}) {
@@ -536,24 +537,35 @@ TEST_F(SignaturesTest, HashesAsCatalogsDo) {
   std::string broken = WithSignatures(image, {"not much of a signature"});
   broken.pop_back();
   std::string large(5'000'000, 'l');
-  const std::pair<std::string, std::string> kCases[] = {
-      {"", ""},         {"text", "text"}, {image, covered},
-      {broken, broken}, {large, large},   {WithSignatures(image, {"any"}), covered}};
+  const struct {
+    std::string content;
+    std::string digested;
+    Code code = kSuccess;
+  } kCases[] = {
+      {"", ""},
+      {"text", "text"},
+      {"MZ, no image", "MZ, no image"},
+      {image, covered},
+      {image + "x", covered + "x" + std::string(7, '\0')},
+      {WithSignatures(image, {"any"}), covered},
+      {large, large},
+      {broken, "", kBadExeFormat},
+  };
   catalogs::Functions functions;
-  const cvn::String path = cvn::Utf8ToWide(folder_ + "/hashed");
-  for (int bound = 0; bound < 2; ++bound) {
-    for (const auto& [content, digested] : kCases) {
-      Write("hashed", content);
+  for (const bool isBound : {false, true}) {
+    for (const auto& hashed : kCases) {
+      SCOPED_TRACE(hashed.content.substr(0, 20));
       files::File file;
-      ASSERT_EQ(files::Open(path, files::Access::Read, files::Share::Read,
-                            files::Disposition::OpenExisting, &file),
+      ASSERT_EQ(files::Open(cvn::Utf8ToWide(Write("hashed", hashed.content)), files::Access::Read,
+                            files::Share::Read, files::Disposition::OpenExisting, &file),
                 kSuccess);
       std::vector<std::byte> digest;
-      ASSERT_EQ(functions.Hash(&file, &digest), bound == 0 ? kProcNotFound : kSuccess);
-      if (bound != 0) {
-        const std::string expected = DigestOf(digested, EVP_sha256());
+      ASSERT_EQ(functions.Hash(&file, &digest), isBound ? hashed.code : kProcNotFound);
+      if (!digest.empty()) {
+        const std::string expected = DigestOf(hashed.digested, EVP_sha256());
         EXPECT_TRUE(std::ranges::equal(digest, BytesOf(expected)));
       }
+      EXPECT_EQ(digest.empty(), !isBound || hashed.code != kSuccess);
     }
     functions.Bind();
   }

@@ -44,6 +44,9 @@ int DigestFile(cvn::StringView path, ListedFile* listed) {
   }
   const platform::ByteSource source(file);
   const std::optional<platform::PeImage> image = platform::ReadPeImage(source);
+  if (!image && platform::IsBrokenPeImage(source)) {
+    return FailToRead(path, platform::kBadExeFormat);  // no platform would hash it
+  }
   const std::array<platform::Range, 1> everything = {{{0, source.Size()}}};
   const std::array<const EVP_MD*, 1> algorithms = {EVP_sha256()};
   auto digests = image ? platform::ImageDigest(source, *image, algorithms)
