@@ -5,6 +5,7 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
 option(TESSEL_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
+option(TESSEL_FUZZ "Build the fuzzers, with Clang and the same sanitizers" OFF)
 
 # Objects are cached for any checkout, so nothing in them tells where the source folder is. Debuggers
 # find the sources when they are started there.
@@ -21,11 +22,14 @@ file(RELATIVE_PATH way_back "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}/x")
 string(REGEX REPLACE "x$" "" way_back "${way_back}")
 add_compile_options("-fmacro-prefix-map=${way_back}=")
 
-if(TESSEL_SANITIZE)
+if(TESSEL_SANITIZE OR TESSEL_FUZZ)
   set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
   add_compile_options(${sanitizers} -fno-omit-frame-pointer)
   add_compile_definitions(_GLIBCXX_ASSERTIONS)
   add_link_options(${sanitizers})
+endif()
+if(TESSEL_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 if(WIN32)

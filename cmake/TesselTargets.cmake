@@ -24,7 +24,13 @@
 #   makes <build>/tests/libraries/<path>, a shared library of the home's own kind under that very
 #   name. It exports its functions with C names, and needs no library but those in LINKS.
 #
-# The umbrella targets programs, tests and bench build all of a kind.
+# tessel_fuzz(<name> SOURCES... [MUTATOR...] [DEPENDS...])
+#   is for Linux only. In a build with TESSEL_FUZZ it makes the fuzzer <build>/fuzz/<name>, from sources
+#   that define libFuzzer's entry points. In any other build it makes the test fuzz_<name>, which hands
+#   the same entry points each input that is kept in fuzz/corpus/<name> and fuzz/regressions/<name>.
+#   MUTATOR is a source for the fuzzer alone.
+#
+# The umbrella targets programs, tests, bench and fuzz build all of a kind.
 
 include_guard(GLOBAL)
 
@@ -32,8 +38,13 @@ enable_testing()
 add_custom_target(programs)
 add_custom_target(tests)
 add_custom_target(bench)
+add_custom_target(fuzz)
 
 set(tessel_warnings -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+if(TESSEL_FUZZ)
+  # Another compiler than the one of the homes, whose warnings are the ones that count.
+  list(APPEND tessel_warnings -Wno-error)
+endif()
 
 # Sets <out>_sources, <out>_depends and <out>_object in the caller.
 function(tessel_parse_sources out)
@@ -128,13 +139,29 @@ function(tessel_bench name)
   add_dependencies(bench ${name})
 endfunction()
 
-# Leaves <build>/tests.txt, a test's name a line: a build folder may still hold the executables of
-# tests that are gone.
-function(tessel_write_test_list)
-  get_property(tests GLOBAL PROPERTY tessel_tests)
-  list(JOIN tests "\n" lines)
-  if(lines)
-    string(APPEND lines "\n")
+function(tessel_fuzz name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "MUTATOR" "SOURCES;DEPENDS")
+  if(TESSEL_FUZZ)
+    tessel_executable(fuzz_${name} fuzz "${arg_SOURCES};${arg_MUTATOR}" "${arg_DEPENDS}")
+    set_target_properties(fuzz_${name} PROPERTIES OUTPUT_NAME ${name})
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    add_dependencies(fuzz fuzz_${name})
+    set_property(GLOBAL APPEND PROPERTY tessel_fuzzers ${name})
+  else()
+    tessel_test(fuzz_${name} SOURCES ${arg_SOURCES} replay_test.cpp DEPENDS ${arg_DEPENDS})
+    target_compile_definitions(fuzz_${name} PRIVATE TESSEL_FUZZ_TARGET="${name}")
   endif()
-  file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/tests.txt" CONTENT "${lines}" @ONLY)
+endfunction()
+
+# Leaves <build>/tests.txt, and <build>/fuzzers.txt, a name a line: a build folder may still hold the
+# executables of those that are gone.
+function(tessel_write_lists)
+  foreach(kind IN ITEMS tests fuzzers)
+    get_property(names GLOBAL PROPERTY tessel_${kind})
+    list(JOIN names "\n" lines)
+    if(lines)
+      string(APPEND lines "\n")
+    endif()
+    file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/${kind}.txt" CONTENT "${lines}" @ONLY)
+  endforeach()
 endfunction()

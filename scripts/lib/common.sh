@@ -125,6 +125,10 @@ need_test_packages() {
   need_packages python3 clang-format-14 libhivex-bin osslsigncode wine wine64
 }
 
+need_fuzz_packages() {
+  need_packages clang-14 libclang-rt-14-dev llvm-14
+}
+
 need_bench_packages() {
   need_packages python3 lua5.4 libxml2-dev
 }

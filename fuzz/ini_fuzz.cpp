@@ -1,0 +1,50 @@
+// The text of INI files. The first line is "section|key|value"; the rest is the file.
+#include <string>
+
+#include "fuzz/input.h"
+#include "platform/posix/profile_code_page.h"
+#include "platform/posix/profile_text.h"
+#include "support/utf.h"
+
+namespace tessel::fuzz {
+namespace {
+
+// A name or a value that comes back from a file as it went in.
+bool IsPlain(std::string_view text) {
+  const auto isPlain = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+  };
+  return !text.empty() && std::all_of(text.begin(), text.end(), isPlain);
+}
+
+void SetOne(Input* input) {
+  const std::string_view line = input->Line();
+  const std::string_view section = line.substr(0, line.find('|'));
+  const std::string_view others = line.substr(std::min(section.size() + 1, line.size()));
+  const std::string_view key = others.substr(0, others.find('|'));
+  const std::string_view value = others.substr(std::min(key.size() + 1, others.size()));
+
+  const std::string bytes(input->Rest());
+  std::u16string text = platform::posix::DecodeAnsi(bytes);
+  Require(platform::posix::EncodeAnsi(text) == bytes, "bytes go round through the code page");
+  const cvn::String wideSection = cvn::Utf8ToWide(section);
+  const cvn::String wideKey = cvn::Utf8ToWide(key);
+  const cvn::String wideValue = cvn::Utf8ToWide(value);
+  platform::posix::FindValue(text, wideSection, wideKey);
+  const platform::posix::Edit edit =
+      platform::posix::EditForValue(text, wideSection, wideKey, wideValue);
+  Require(edit.offset + edit.length <= text.size(), "an edit lies within its text");
+  text.replace(edit.offset, edit.length, edit.replacement);
+  const auto found = platform::posix::FindValue(text, wideSection, wideKey);
+  const bool arePlain = IsPlain(section) && IsPlain(key) && IsPlain(value);
+  Require(!arePlain || (found && *found == wideValue.AsView()), "a value that was set is found");
+}
+
+}  // namespace
+}  // namespace tessel::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  tessel::fuzz::Input input(data, size);
+  tessel::fuzz::SetOne(&input);
+  return 0;
+}
