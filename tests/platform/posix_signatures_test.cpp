@@ -23,6 +23,7 @@
 #include "platform/version_resource.h"
 #include "support/format.h"
 #include "support/utf.h"
+#include "tests/platform/certificate_store.h"
 #include "tests/platform/fixture.h"
 #include "tests/platform/signing.h"
 
@@ -33,27 +34,6 @@ using namespace signatures;  // NOLINT(google-build-using-namespace): its status
 using Statuses = std::vector<TrustStatus>;
 
 constexpr std::time_t kDay = 24 * 60 * 60;
-
-std::string Hex(std::string_view bytes) {
-  std::string text;
-  for (const char byte : bytes) {
-    text += cvn::WideToUtf8(cvn::Format(u"%02X", static_cast<unsigned char>(byte)));
-  }
-  return text;
-}
-
-void AddToStore(const char* place, std::uint32_t property, const std::string& encoded) {
-  constexpr cvn::StringView kStores = u"SOFTWARE\\Microsoft\\SystemCertificates\\";
-  const std::uint32_t header[] = {property, 1, static_cast<std::uint32_t>(encoded.size())};
-  const std::string blob = std::string(reinterpret_cast<const char*>(header), 12) + encoded;
-  const cvn::String path = cvn::Format(u"%s%s\\%s", kStores, cvn::Utf8ToWide(place),
-                                       cvn::Utf8ToWide(Hex(DigestOf(encoded, EVP_sha1()))));
-  registry::Key key;
-  ASSERT_EQ(registry::CreateKey(registry::Key(registry::Root::LocalMachine), path, false,
-                                registry::kSetValue, &key),
-            kSuccess);
-  ASSERT_EQ(registry::SetValue(key, u"Blob", registry::kTypeBinary, BytesOf(blob)), kSuccess);
-}
 
 // Who there is, and what the machine knows of them.
 struct World {

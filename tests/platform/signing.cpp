@@ -110,8 +110,10 @@ std::string IndirectDataOf(const std::string& what, const std::string& digest) {
 std::string Identity::Der() const { return Encoded(certificate.get(), &i2d_X509); }
 
 Identity MakeIdentity(const Wish& wish) {
-  static long serial = 0x1234567890;
-  Identity made{{EVP_EC_gen("P-256"), &EVP_PKEY_free}, {X509_new(), &X509_free}};
+  static std::int64_t serial = 0x1234567890;
+  Identity made{
+      {wish.rsaBits == 0 ? EVP_EC_gen("P-256") : EVP_RSA_gen(wish.rsaBits), &EVP_PKEY_free},
+      {X509_new(), &X509_free}};
   X509* certificate = made.certificate.get();
   const Identity& issuer = wish.issuer == nullptr ? made : *wish.issuer;
   X509_set_version(certificate, 2);
@@ -154,6 +156,16 @@ std::string MakeRevocationList(const Identity& authority, const Identity& revoke
   X509_CRL_add0_revoked(list.get(), entry);
   EXPECT_GT(X509_CRL_sign(list.get(), authority.key.get(), EVP_sha256()), 0);
   return Encoded(list.get(), &i2d_X509_CRL);
+}
+
+std::string Hex(std::string_view bytes) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string text;
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    text += {kDigits[value / 16], kDigits[value % 16]};
+  }
+  return text;
 }
 
 std::string Tlv(int tag, std::string_view content) {
@@ -248,7 +260,8 @@ std::string WithToken(const std::string& signedData, const Identity& authority, 
   const std::string digest = DigestOf(SignatureOf(Decoded(signatureOf)), EVP_sha256());
   std::tm moment{};
   std::string text(16, '\0');
-  text.resize(std::strftime(text.data(), text.size(), "%Y%m%d%H%M%SZ", gmtime_r(&time, &moment)));
+  text.resize(
+      std::strftime(text.data(), text.size(), "%Y%m%d%H%M%SZ", OPENSSL_gmtime(&time, &moment)));
   const std::string info =
       Sequence({Tlv(2, "\1"), Oid("1.2.3.4"),
                 Sequence({Sequence({Oid("2.16.840.1.101.3.4.2.1"), Tlv(5, "")}), Tlv(4, digest)}),

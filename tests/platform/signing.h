@@ -26,6 +26,7 @@ struct Wish {
   std::string usages = "codeSigning";  // empty for none
   int fromDay = -10;                   // counted from today
   int toDay = 100;
+  unsigned rsaBits = 0;  // of the key; 0 for one of an elliptic curve, which is made faster
 };
 Identity MakeIdentity(const Wish& wish);
 // A list of an authority that revokes one certificate, from some day on.
@@ -36,6 +37,8 @@ std::string Tlv(int tag, std::string_view content);
 std::string Oid(const char* digits);
 std::string Sequence(std::initializer_list<std::string> parts);
 std::string DigestOf(std::string_view bytes, const EVP_MD* algorithm);
+// The bytes as upper-case digits.
+std::string Hex(std::string_view bytes);
 
 struct Signing {
   std::vector<Identity> others = {};  // certificates that go along

@@ -7,6 +7,7 @@
 #include "files/listing.h"
 #include "files/path_text.h"
 #include "platform/file_digest.h"
+#include "platform/paths.h"
 #include "support/format.h"
 #include "support/numbers.h"
 #include "tools/tlx/certificate_file.h"
@@ -119,6 +120,9 @@ class FolderWalk {
 };
 
 int ListFiles(cvn::StringView folder, bool isChecked, std::vector<ListedFile>* files) {
+  if (!platform::paths::IsDirectory(folder)) {
+    return FailOnFile(folder, u"there is no such folder");
+  }
   FolderWalk walk(folder);
   if (const int exitCode = walk.Run(); exitCode != kExitDone) {
     return exitCode;

@@ -40,8 +40,6 @@ cvn::String DescribeCode(platform::Code code) {
       return u"the disk is full";
     case platform::kInvalidName:
       return u"the name is not a valid one";
-    case platform::kDirectory:
-      return u"it is no folder";
     case platform::kFileTooLarge:
       return u"it is larger than 2 GiB";
     default:
