@@ -1,8 +1,9 @@
 """Runs the test executables of one home and leaves their counts in a JSON file.
 
-The build's tests.txt names the executables. Each runs once, with the source folder as the current
-directory and a temporary folder and a machine folder of its own. An executable that crashes, hangs or
-leaves no result counts as a failure, whatever its tests said before.
+The build's tests.txt names the executables, unless the command line does. Each runs once, with the
+source folder as the current directory and a temporary folder and a machine folder of its own. An
+executable that crashes, hangs or leaves no result counts as a failure, whatever its tests said
+before.
 """
 
 import argparse
@@ -131,14 +132,17 @@ def main():
     parser.add_argument("--build", type=Path, required=True)
     parser.add_argument("--wine", help="the program that runs Windows programs")
     parser.add_argument("--json", type=Path, required=True)
+    parser.add_argument("--label", help="what the results call the home")
+    parser.add_argument("tests", nargs="*", metavar="TEST")
     arguments = parser.parse_args()
 
-    names = (arguments.build / "tests.txt").read_text(encoding="utf-8").split()
+    names = arguments.tests or (arguments.build / "tests.txt").read_text(encoding="utf-8").split()
     suffix = ".exe" if arguments.home == "windows" else ""
     total = Counts()
-    print(f"== Unit tests, {arguments.home}")
+    label = arguments.label or arguments.home
+    print(f"== Unit tests, {label}")
     for name in names:
-        counts = run(arguments.build / "tests" / (name + suffix), f"{arguments.home}/{name}", arguments)
+        counts = run(arguments.build / "tests" / (name + suffix), f"{label}/{name}", arguments)
         print(f"{name}: {counts.passed} passed, {len(counts.failures)} failed, "
               f"{counts.skipped} skipped", flush=True)
         total.add(counts)

@@ -2,17 +2,19 @@
 """Runs the patch cases over one or both homes and compares what they do with what they should.
 
     run.py --linux TESSEL --windows TESSEL_EXE --tlx TLX --key PEM --json OUT
-           [--wine wine] [--filter GLOB] [-v]
+           [--wine wine] [--system-library DLL]... [--filter GLOB] [-v]
 
 A case is described in expectations.py. Each run has a folder of its own. On Linux it has a machine
 of its own too; under Wine the machine is the prefix that WINEPREFIX names, so that one run at a
-time uses it. What a case does in both homes must be the same to the last line of the trace.
+time uses it. A --system-library takes the place of Wine's own of that name in the prefix while the
+cases run. What a case does in both homes must be the same to the last line of the trace.
 
 --json gets {"passed": n, "failed": n, "skipped": n, "failures": [...]}, counted per case and home.
 The exit code is 1 when something failed.
 """
 
 import argparse
+import contextlib
 import dataclasses
 import fnmatch
 import json
@@ -173,16 +175,32 @@ class LinuxHome(Home):
 
 
 class WindowsHome(Home):
-    def __init__(self, program, wine):
+    def __init__(self, program, wine, libraries):
         super().__init__('windows', program)
         self.wine = wine
+        self.libraries = [pathlib.Path(library).resolve() for library in libraries]
         if not os.environ.get('WINEPREFIX'):
             sys.exit('run.py: WINEPREFIX must name the prefix to run in')
         self.trace_folder = pathlib.Path(
             os.environ['WINEPREFIX'], 'drive_c', 'ProgramData', 'Tessera')
 
+    @contextlib.contextmanager
+    def system_libraries(self):
+        """Puts the libraries that stand in for Wine's into its system folder, and Wine's back."""
+        system = pathlib.Path(os.environ['WINEPREFIX'], 'drive_c', 'windows', 'system32')
+        with tempfile.TemporaryDirectory() as kept, contextlib.ExitStack() as undo:
+            for library in self.libraries:
+                place = system / library.name
+                own = shutil.move(place, pathlib.Path(kept, library.name))
+                undo.callback(shutil.move, own, place)
+                shutil.copy(library, place)
+            yield
+
     def start(self, program, arguments, environment, folder):
         shutil.rmtree(self.trace_folder, ignore_errors=True)
+        for library in self.libraries:
+            environment['WINEDLLOVERRIDES'] = ';'.join(filter(None, [
+                environment.get('WINEDLLOVERRIDES'), f'{library.stem}=n']))
         line = subprocess.list2cmdline([host_to_drive(program), *arguments])
         if '%' in line:
             raise Mismatch("cmd would expand the '%' in the command line")
@@ -415,6 +433,7 @@ def main():
     parser.add_argument('--key', required=True, metavar='PEM')
     parser.add_argument('--json', metavar='OUT')
     parser.add_argument('--wine', default='wine')
+    parser.add_argument('--system-library', action='append', default=[], metavar='DLL')
     parser.add_argument('--filter', default='*', metavar='GLOB', help='which cases: family/name')
     parser.add_argument('-v', action='store_true', help='tell of each case')
     options = parser.parse_args()
@@ -422,14 +441,19 @@ def main():
     if options.linux:
         homes.append(LinuxHome(options.linux))
     if options.windows:
-        homes.append(WindowsHome(options.windows, options.wine))
+        homes.append(WindowsHome(options.windows, options.wine, options.system_library))
     if not homes:
         parser.error('neither --linux nor --windows is given')
     cases = [case for family in (script_cases, container_cases.all_cases, load_cases.all_cases)
              for case in family() if fnmatch.fnmatchcase(case.name, options.filter)]
     if not cases:
         parser.error(f'no case is named {options.filter}')
-    with tempfile.TemporaryDirectory(prefix='tessel-patches.', ignore_cleanup_errors=True) as root:
+    with contextlib.ExitStack() as stack:
+        root = stack.enter_context(tempfile.TemporaryDirectory(prefix='tessel-patches.',
+                                                               ignore_cleanup_errors=True))
+        for home in homes:
+            if home.name == 'windows':
+                stack.enter_context(home.system_libraries())
         session = Session(options, homes, options.v, pathlib.Path(root).resolve())
         session.run_all(cases)
         return session.report(options.json)
