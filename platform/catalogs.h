@@ -56,7 +56,8 @@ Code ReadMembers(cvn::StringView catalogPath, cvn::List<Member>* members);
 // Whether one of the system's catalogs lists the open file's digest (the default of
 // CryptCATAdminAcquireContext: SHA-1) and verifies as fileIsSigned asks: WinVerifyTrust with
 // WTD_CHOICE_CATALOG, no revocation check, WTD_SAFER_FLAG and WTD_CACHE_ONLY_URL_RETRIEVAL.
-// On Linux the system's catalogs are the machine's, below Windows\System32\CatRoot.
+// On Linux the system's catalogs are the machine's, below Windows\System32\CatRoot; they are read
+// once, and their SHA-256 members count as well.
 bool IsListedBySystem(cvn::StringView path, files::File* file);
 
 // The path of the first system catalog that lists the file, verified or not; empty when none does.

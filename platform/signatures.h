@@ -2,7 +2,8 @@
 //
 // On Linux they are verified with the machine's own trusted roots, certificates and revocation
 // lists, as its registry holds them. Nothing is fetched: a verification that may use the network
-// does no more there than one that may not.
+// does no more there than one that may not. An authority without a revocation list on hand
+// revokes nothing.
 #pragma once
 
 #include <cstddef>
