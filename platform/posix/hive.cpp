@@ -339,7 +339,9 @@ Code Hive::LinkTarget(KeyNode& link, std::u16string* target) {
   std::vector<std::byte> data;
   const Code code = Query(link, kLinkValue, &type, &data);
   target->resize(data.size() / sizeof(char16_t));
-  std::memcpy(target->data(), data.data(), target->size() * sizeof(char16_t));
+  if (!target->empty()) {
+    std::memcpy(target->data(), data.data(), target->size() * sizeof(char16_t));
+  }
   return code == kSuccess && type != kLinkType ? kFileNotFound : code;
 }
 
