@@ -13,6 +13,7 @@
 #include "fuzz/scratch_machine.h"
 #include "platform/posix/hive.h"
 #include "platform/posix/names.h"
+#include "platform/posix/registry_values.h"
 
 namespace tessel::fuzz {
 namespace {
@@ -88,6 +89,7 @@ void AppendValues(Hive* hive, const KeyPtr& key, std::u16string* text) {
     *text += value.name;
     AppendNumber(hive->Query(*key, value.name, &type, &data), text);
     AppendNumber(type, text);
+    *text += platform::posix::ValueData{type, data}.Text().value_or(u"");
     for (const std::byte byte : data) {
       text->push_back(static_cast<char16_t>(byte));
     }

@@ -23,7 +23,9 @@ struct ValueData {
       return std::nullopt;
     }
     std::u16string text(bytes.size() / sizeof(char16_t), u'\0');
-    std::memcpy(text.data(), bytes.data(), text.size() * sizeof(char16_t));
+    if (!text.empty()) {
+      std::memcpy(text.data(), bytes.data(), text.size() * sizeof(char16_t));
+    }
     return std::u16string(UpToZero(text));
   }
 
