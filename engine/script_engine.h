@@ -4,6 +4,7 @@
 #include <tinyxml.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "engine/command_registry.h"
@@ -36,9 +37,10 @@ class ScriptEngine : public TiXmlDocument {
   bool ParseText(cvn::StringView text);
 
   // Checks the document, sets the built-in variables and then those of `commandLine`, and compiles
-  // the script. Gives kLoadSuccess, or one of the codes above; the trace and standard error tell
-  // why.
-  std::int32_t Load(const cvn::Map<cvn::String, cvn::String>& commandLine);
+  // the script. `isExempt`, asked once at most, tells whether the patch is valid whatever its dates
+  // say. Gives kLoadSuccess, or one of the codes above; the trace and standard error tell why.
+  std::int32_t Load(const cvn::Map<cvn::String, cvn::String>& commandLine,
+                    const std::function<bool()>& isExempt);
 
   // Runs the script, and gives the code of the exit command that ended it, or kRanOffTheEnd.
   std::int32_t Run();
@@ -58,7 +60,8 @@ class ScriptEngine : public TiXmlDocument {
   using CommandList = std::unique_ptr<FunctionBase>;
 
   // The loader.
-  std::int32_t LoadScript(const cvn::Map<cvn::String, cvn::String>& commandLine);
+  std::int32_t LoadScript(const cvn::Map<cvn::String, cvn::String>& commandLine,
+                          const std::function<bool()>& isExempt);
   bool IsVersionAccepted(const TiXmlElement& root) const;
   bool IsWithinDates(const TiXmlElement& root);
   bool AreLabelsDefined() const;

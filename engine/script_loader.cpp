@@ -55,9 +55,10 @@ TiXmlElement* WithoutLoop(TiXmlElement* parent, TiXmlElement* element) {
 
 }  // namespace
 
-std::int32_t ScriptEngine::Load(const cvn::Map<cvn::String, cvn::String>& commandLine) {
+std::int32_t ScriptEngine::Load(const cvn::Map<cvn::String, cvn::String>& commandLine,
+                                const std::function<bool()>& isExempt) {
   expiresAt_ = 0;
-  const std::int32_t code = LoadScript(commandLine);
+  const std::int32_t code = LoadScript(commandLine, isExempt);
   if (code == kLoadExpired) {
     WriteError(u"Patch is no longer valid.");
     TraceLine(u"Patch exceeded expiration period");
@@ -67,7 +68,8 @@ std::int32_t ScriptEngine::Load(const cvn::Map<cvn::String, cvn::String>& comman
   return code;
 }
 
-std::int32_t ScriptEngine::LoadScript(const cvn::Map<cvn::String, cvn::String>& commandLine) {
+std::int32_t ScriptEngine::LoadScript(const cvn::Map<cvn::String, cvn::String>& commandLine,
+                                      const std::function<bool()>& isExempt) {
   TiXmlElement* root = RootElement();
   if (root == nullptr) {
     TraceLine(u"Root not found");
@@ -93,7 +95,7 @@ std::int32_t ScriptEngine::LoadScript(const cvn::Map<cvn::String, cvn::String>& 
   if (!CompileList(nullptr, &head_, script)) {
     return kLoadCorrupt;
   }
-  if (!IsWithinDates(*root)) {
+  if (!isExempt() && !IsWithinDates(*root)) {
     return kLoadExpired;
   }
   return AreLabelsDefined() ? kLoadSuccess : kLoadInvalid;

@@ -1,15 +1,18 @@
 #include "launcher/run_sequence.h"
 
+#include <optional>
 #include <span>
 #include <string>
 
 #include "engine/script_engine.h"
 #include "files/path_text.h"
 #include "launcher/command_line.h"
+#include "launcher/gates.h"
 #include "launcher/patch_container.h"
 #include "launcher/patch_file.h"
 #include "launcher/patch_metadata.h"
 #include "launcher/process_environment.h"
+#include "launcher/run_facts.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/libraries.h"
@@ -20,18 +23,20 @@
 #include "support/format.h"
 #include "support/utf.h"
 #include "trace/trace.h"
+#include "trust/locations.h"
+#include "trust/protected_folder.h"
 
 namespace tessel {
 namespace {
 
 using platform::streams::Output;
 
-// Exit codes of the refusals. A patch that can't be read ends with the platform's own code.
+// Exit codes of the refusals besides those of the gates. A patch that can't be read ends with the
+// platform's own code.
 constexpr std::int32_t kPatchScriptFileNotFound = 3;
 constexpr std::int32_t kPatchCorruptScriptFile = 13;
 constexpr std::int32_t kPatchInvalidArguments = 87;
 constexpr std::int32_t kPatchInvalidPatch = 1636;
-constexpr std::int32_t kPatchDecryptionFailed = 6001;
 
 // Makes the path of this run's trace file, and the folder for it.
 cvn::String MakeTraceFilePath() {
@@ -84,25 +89,46 @@ class PatchRun {
   std::int32_t Run(const cvn::List<cvn::String>& arguments);
 
  private:
+  RunEnd GoThrough(const cvn::List<cvn::String>& arguments);
   std::int32_t ReadOptions(const cvn::List<cvn::String>& arguments);
   std::int32_t ReadPatch(std::string* bytes) const;
   std::int32_t ReadScript();
-  std::int32_t RunScript() const;
+  RunEnd RunScript();
+  std::int32_t LoadScript();
 
   const cvn::String& Path() const { return *settings_.patchFilePath; }
 
   LaunchSettings settings_;
-  cvn::List<cvn::String> options_;
+  RunFacts facts_;
   PatchMetaData meta_;
+  cvn::String contentHash_;  // of the patch as it was read
+  Gates gates_{settings_, meta_, &facts_};
+  std::optional<ScriptEngine> engine_;  // from the load of the script on
 };
 
 std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
+  const RunEnd end = GoThrough(arguments);
+  if (end.ranScript) {
+    TraceLine(u"End execution");
+  }
+  if (engine_) {
+    engine_->Reset();
+    engine_.reset();
+  }
+  CleanupProtectedFolder();
+  return end.exitCode;
+}
+
+RunEnd PatchRun::GoThrough(const cvn::List<cvn::String>& arguments) {
   std::int32_t code = ReadOptions(arguments);
   if (code == 0) {
     code = ReadScript();
   }
+  if (code == 0) {
+    code = gates_.Pass(contentHash_);
+  }
   if (code != 0) {
-    return code;
+    return {.exitCode = code};
   }
   if (settings_.detachMode) {
     platform::streams::WriteLine(Output::Out, u"Patch validation finished.");
@@ -113,7 +139,7 @@ std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
 std::int32_t PatchRun::ReadOptions(const cvn::List<cvn::String>& arguments) {
   TraceLine(u"Started from %s\n", GetExeFolder());
   cvn::String errorText;
-  if (!ParseCommandLine(arguments, &settings_, &errorText, &options_)) {
+  if (!ParseCommandLine(arguments, &settings_, &errorText, &facts_.options)) {
     TraceLine(u"%s\n", errorText);
     TraceUsage(arguments);
     platform::streams::WriteLine(Output::Error, u"Could not parse input parameters.");
@@ -127,7 +153,7 @@ std::int32_t PatchRun::ReadOptions(const cvn::List<cvn::String>& arguments) {
     return kPatchInvalidArguments;
   }
   TraceLine(u"Input file used: %s", Path());
-  TraceLine(u"set script path: %s", Path());
+  facts_.SetScriptPath(Path());
   return 0;
 }
 
@@ -157,42 +183,55 @@ std::int32_t PatchRun::ReadScript() {
     }
     if (DecryptPatch(std::as_bytes(std::span(bytes)), &plainText) != kPatchDecrypted) {
       TraceLine(u"Error decrypting patch content");
-      TraceLine(u"Extension of file %s", platform::paths::FindExtension(Path()));
-      platform::streams::WriteLine(Output::Error, u"Failed to decrypt the patch.");
-      return kPatchDecryptionFailed;
+      return gates_.RefuseUndecryptable();
     }
+    contentHash_ = PatchContentHash(bytes);
   }
   // The text ends at its first zero byte.
   meta_.content = cvn::Utf8ToWide(plainText.c_str());
   ExtractPatchMetaData(&meta_);
   TraceLine(u"Running patch of type: %s, with id: %s", meta_.patchType, meta_.id);
+  facts_.patchId = meta_.id;
+  for (const cvn::String& tag : meta_.tags) {
+    facts_.tags.push_back(cvn::Format(u"patch:%s", tag));
+  }
   return 0;
 }
 
-std::int32_t PatchRun::RunScript() const {
-  ScriptEngine engine;
+RunEnd PatchRun::RunScript() {
   TraceLine(u"Loading decrypted file");
-  if (!engine.ParseText(meta_.content)) {
+  engine_.emplace();
+  if (!engine_->ParseText(meta_.content)) {
     platform::streams::WriteLine(Output::Error, u"Failed to load patch.");
     TraceLine(u"Cannot parse file from '%s'\n", Path());
-    return kPatchCorruptScriptFile;
+    engine_.reset();
+    return {.exitCode = kPatchCorruptScriptFile};
   }
-  TraceLine(u"Prepare");
-  const std::int32_t loaded = engine.Load(settings_.scriptVariables);
+  const std::int32_t loaded = LoadScript();
   if (loaded != kLoadSuccess) {
     TraceLine(u"Error running xml script from file '%s': %d \n", Path(), loaded);
-    engine.Reset();
-    return kPatchInvalidPatch;
+    return {.exitCode = kPatchInvalidPatch,
+            .detail = loaded == kLoadExpired ? u"PatchExpired" : cvn::StringView()};
   }
-  SetVariable(u"scriptdir", GetParentFolder(Path()), &ProcessVariables());
+  SetVariable(u"scriptdir",
+              ProtectedFolderPath().Empty() ? GetParentFolder(Path()) : ProtectedFolderPath(),
+              &ProcessVariables());
   TraceLine(u"Execute");
-  const std::int32_t result = engine.Run();
+  const std::int32_t result = engine_->Run();
   FlushRegistry();
-  TraceLine(u"End execution");
-  engine.Reset();
   // As a negative number whatever its sign was; computed so that the most negative one is no
   // exception.
-  return result > 0 ? -result : result;
+  return {.exitCode = result > 0 ? -result : result, .ranScript = true};
+}
+
+std::int32_t PatchRun::LoadScript() {
+  TraceLine(u"Prepare");
+  const std::int32_t loaded = engine_->Load(settings_.scriptVariables, [this] {
+    cvn::String base;
+    return IsPathInTrustedLocation(Path(), &base);
+  });
+  facts_.expires = engine_->ExpiresAt();
+  return loaded;
 }
 
 }  // namespace

@@ -29,6 +29,8 @@ enum class Disposition {
 class File {
  public:
   File() = default;
+  // Takes over what the home calls an open file.
+  explicit File(std::intptr_t handle) : handle_(handle) {}
   File(File&& other) noexcept : handle_(std::exchange(other.handle_, kNone)) {}
   File& operator=(File&& other) noexcept {
     std::swap(handle_, other.handle_);

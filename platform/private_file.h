@@ -1,4 +1,4 @@
-// Files for secrets.
+// Files and folders for nobody else.
 #pragma once
 
 #include "platform/files.h"
@@ -9,5 +9,9 @@ namespace platform::files {
 // administrator's rights aside), and that others cannot open meanwhile. 80 when it is there;
 // otherwise the codes of Open.
 Code CreatePrivate(cvn::StringView path, File* file);
+
+// Creates a folder, as CreateDirectory. On Linux nobody but its owner can enter it, and one that is
+// there already becomes so, as this account's own; on Windows the folder that it lies in decides.
+Code CreatePrivateDirectory(cvn::StringView path);
 
 }  // namespace platform::files

@@ -75,7 +75,7 @@ ScriptOutcome RunDocument(const std::string& document,
     ScriptEngine engine;
     outcome.parsed = engine.ParseText(cvn::Utf8ToWide(document));
     if (outcome.parsed) {
-      outcome.loadCode = engine.Load(variables);
+      outcome.loadCode = engine.Load(variables, [] { return false; });
       if (outcome.loadCode == kLoadSuccess) {
         outcome.result = engine.Run();
       }

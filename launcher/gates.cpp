@@ -1,0 +1,152 @@
+#include "launcher/gates.h"
+
+#include "platform/catalogs.h"
+#include "platform/files.h"
+#include "platform/paths.h"
+#include "platform/streams.h"
+#include "support/format.h"
+#include "trace/trace.h"
+#include "trust/catalog.h"
+#include "trust/locations.h"
+
+namespace tessel {
+namespace {
+
+constexpr cvn::StringView kPatchExtension = u".tlx";
+constexpr cvn::StringView kExternal = u"external";
+constexpr cvn::StringView kUpdate = u"update";
+
+// Reason of the critical issue of a patch that was removed.
+constexpr std::int32_t kPatchDeleted = 1637;
+
+}  // namespace
+
+std::int32_t Gates::RefuseUndecryptable() {
+  const cvn::StringView extension = platform::paths::FindExtension(Path());
+  TraceLine(u"Extension of file %s", extension);
+  Refusal refusal{.exitCode = kPatchDecryptionFailed, .words = u"Failed to decrypt the patch."};
+  cvn::String base;
+  if (IsPathInTrustedLocation(Path(), &base) && extension == kPatchExtension) {
+    TraceLine(u"Patch to be removed");
+    facts_.SetScriptPath(MakeRelativeToBase(facts_.scriptPath, base));
+    const platform::Code code = platform::files::Delete(Path());
+    if (code != platform::kSuccess) {
+      TraceLine(u"Deleting patch returned %d", code);
+    }
+    refusal.criticalReason = kPatchDeleted;
+  }
+  return Refuse(refusal);
+}
+
+std::int32_t Gates::Pass(cvn::StringView contentHash) {
+  if (IsPlatformOld()) {
+    TraceLine(u"Old windows found, skip checks ...");
+    facts_.tags.push_back(u"patch:skipCheck");
+    return 0;
+  }
+  cvn::String base;
+  if (IsPathInTrustedLocation(Path(), &base)) {
+    TraceLine(u"Started from install path...");
+    return PassInstallPath(base);
+  }
+  TraceLine(u"Started from custom path...");
+  return PassCustomPath(contentHash);
+}
+
+bool Gates::IsPlatformOld() const {
+  using platform::catalogs::Support;
+  const Support support = platform::catalogs::GetSupport();
+  if (support == Support::NoLibrary) {
+    TraceLine(u"Cannot find dependency dll.");
+  } else if (support == Support::NoFunctions) {
+    TraceLine(u"Cannot find cat operation functions!");
+  }
+  return support != Support::Full;
+}
+
+std::int32_t Gates::PassCustomPath(cvn::StringView contentHash) {
+  if (IsBusy()) {
+    facts_.tags.push_back(u"patch:external");
+    TraceLine(u"Another instance is running. Aborting...");
+    return Refuse({.exitCode = kPatchAnotherInstanceRunning,
+                   .criticalReason = kPatchAnotherInstanceRunning,
+                   .words = u"Execution of another patch is in progress, could not apply current "
+                            u"patch."});
+  }
+  if (meta_.patchType != kExternal) {
+    TraceLine(u"PatchType did not match. Aborting...");
+    return Refuse({.exitCode = kPatchTypeMismatchForExternal,
+                   .criticalReason = kPatchTypeMismatchForExternal,
+                   .words = u"Patch type for external patches is invalid.",
+                   .tellsParents = true,
+                   .tellsFolders = true,
+                   .tellsType = true});
+  }
+  facts_.tags.push_back(u"patch:external");
+  return PassCatalog(contentHash);
+}
+
+bool Gates::IsBusy() {
+  if (IsInstanceFirst(&guard_)) {
+    TraceLine(u"This is first instance running...");
+    return false;
+  }
+  if (settings_.skipInstanceCheck) {
+    TraceLine(u"Another instance is running, but skip option was set...");
+    return false;
+  }
+  return true;
+}
+
+std::int32_t Gates::PassCatalog(cvn::StringView contentHash) {
+  cvn::String reasonText;
+  const std::int32_t result = CheckCatalog(Path(), contentHash, &reasonText);
+  TraceLine(u"CheckCatalog returned %d", result);
+  if (result == kCatalogPassed) {
+    return 0;
+  }
+  TraceLine(u"CheckCatalog FAILED!");
+  return Refuse({.exitCode = kPatchIntegrityCheckFailed,
+                 .criticalReason = result,
+                 .words = cvn::Format(u"Integrity check failed. Reason: %s.", reasonText)});
+}
+
+std::int32_t Gates::PassInstallPath(cvn::StringView base) {
+  if (meta_.patchType != kUpdate) {
+    TraceLine(u"PatchType did not match. Reporting...");
+    return Refuse({.exitCode = kPatchTypeMismatchForUpdate,
+                   .criticalReason = kPatchTypeMismatchForUpdate,
+                   .words = u"Patch type for update patches is invalid.",
+                   .tellsParents = true,
+                   .tellsType = true});
+  }
+  facts_.tags.push_back(u"patch:update");
+  const std::int32_t rights = CheckRightsForInstallPath();
+  TraceLine(u"CheckRightsForInstallPath returned %d", rights);
+  if (rights != kCallerAllowed) {
+    return Refuse({.exitCode = rights,
+                   .criticalReason = rights,
+                   .words = u"Update patch is not executed with correct permissions.",
+                   .tellsParents = true,
+                   .tellsFolders = true});
+  }
+  facts_.SetScriptPath(MakeRelativeToBase(facts_.scriptPath, base));
+  return 0;
+}
+
+std::int32_t Gates::Refuse(const Refusal& refusal) {
+  if (refusal.tellsParents) {
+    facts_.parents = CollectParentProcesses();
+  }
+  if (refusal.tellsFolders) {
+    facts_.updateServicePath = GetServiceFolder(kUpdateService);
+    facts_.installDir = GetInstallPath();
+  }
+  if (refusal.tellsType) {
+    facts_.tags.push_back(cvn::Format(u"patch:%s", meta_.patchType));
+  }
+  platform::streams::WriteLine(platform::streams::Output::Error, refusal.words);
+  return refusal.exitCode;
+}
+
+}  // namespace tessel

@@ -1,0 +1,30 @@
+// Files that stay as they are while somebody reads them more than once.
+#pragma once
+
+#include "platform/error.h"
+#include "platform/files.h"
+#include "support/string.h"
+
+namespace platform::files {
+
+// Keeps the content of a small file from being changed between two readings.
+//
+// On Windows that is the file itself, open without letting others write. On Linux nobody has to
+// mind that, so there it is a copy in memory that nobody can change, this process included; it has
+// no extension.
+class HeldFile {
+ public:
+  // Fails as Open does; 223 for a file that is too large to be copied.
+  Code Hold(cvn::StringView path);
+  void Release();
+
+  // Where to read the content. On Windows the file's path, held or not; on Linux empty unless it is
+  // held.
+  cvn::StringView Path() const { return path_; }
+
+ private:
+  File file_;
+  cvn::String path_;
+};
+
+}  // namespace platform::files
