@@ -47,6 +47,7 @@ trace all:
   Decrypting
   Error decrypting patch content
   Extension of file .tlx
+  @NOWHERE@
 """
 
 _CORRUPT = """
@@ -112,6 +113,7 @@ _APPENDED = """
 exit: -7
 file @DIR@\\log.txt:
   an older line
+  * @NOWHERE@
   * Use default value for expirationDays.
   * Execute
   * Start executing
@@ -248,10 +250,13 @@ trace some:
   set script path: @DIR@\\patch.tlx
   Decrypting
   Running patch of type: external, with id: container
+  Cannot find cat operation functions!
+  Old windows found, skip checks ...
   Loading decrypted file
   Prepare
   set trace file: (null)
   ~
+  @NOWHERE@
   Use default value for expirationDays.
   Execute
   Start executing

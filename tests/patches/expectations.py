@@ -32,8 +32,9 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                             by blanks, mean any of them.
     trace PART:             the lines of that part of the trace, each one and in this order:
                                 all     the whole trace
-                                header  from behind 'Decrypting' to 'Loading decrypted file'
-                                load    from behind 'Prepare' to 'Execute' or the end
+                                header  from behind 'Decrypting' to the check of the platform
+                                load    from behind 'Prepare' to 'Execute' or the end, without the
+                                        question whether the patch lies in a trusted location
                                 run     from behind 'Execute' to 'End execution'
                                 end     from behind 'End execution'
                                 some    the whole trace, but other lines may stand between these
@@ -45,6 +46,8 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                             Windows\\System32\\config: a line for each value
     file PATH:              a text file's lines, with line ends of either kind
     bytes PATH: 'BYTES'     a file's bytes, as Python writes them
+
+A trace line '@NOWHERE@' stands for those that tell that the patch lies in no trusted location.
 
 In all expected lines '*' stands for any characters, and '[*]' for itself. In the output the case's
 folder appears as @DIR@, the program as @PROGRAM@, the program's folder as @BIN@, and a pointer
@@ -101,11 +104,18 @@ class Case:
             raise ValueError(f'{self.name!r} is no name for a case')
 
 
+def _nowhere(line):
+    stamp = line.removesuffix('@NOWHERE@')
+    return (stamp + part for part in _NOWHERE)
+
+
 def _add(expectations, key, value, lines):
     """Takes one entry; returns what is wrong with it, or None."""
     word, _, rest = key.partition(' ')
     if key in ('stdout', 'stderr') or word == 'file':
         lines = ['' if line == '~' else line for line in lines]
+    lines = [part for line in lines
+             for part in (_nowhere(line) if line.endswith('@NOWHERE@') else (line,))]
     if key == 'args':
         expectations.arguments = shlex.split(value)
     elif key == 'script':
@@ -211,10 +221,30 @@ def part_of_trace(lines, part):
     """The lines of one part of a trace; None when the run did not get there."""
     if part in ('all', 'some'):
         return lines
-    start, stop = {'header': ('Decrypting', 'Loading decrypted file'),
+    start, stop = {'header': ('Decrypting', 'Cannot find cat operation functions!'),
                    'load': ('Prepare', 'Execute'), 'run': ('Execute', 'End execution'),
                    'end': ('End execution', None)}[part]
     if start not in lines:
         return None
     lines = lines[lines.index(start) + 1:]
-    return lines[:lines.index(stop)] if stop in lines else lines
+    if stop in lines:
+        lines = lines[:lines.index(stop)]
+    return without_location(lines) if part == 'load' else lines
+
+
+# What the question where the patch lies leaves in the trace when the answer is 'nowhere special'.
+_NOWHERE = ('install path: *', 'normalized file path: *', 'compare with: *', 'normalized: *',
+            'compare with install path failed', 'QueryService for AmUpdateService returned *',
+            'AmUpdateServicePath *', 'compare with: *', 'normalized: *',
+            'compare with service path failed')
+
+
+def without_location(lines):
+    """The lines without the questions where the patch lies that were answered with 'nowhere'."""
+    rest = []
+    for line in lines:
+        rest.append(line)
+        if line == _NOWHERE[-1]:
+            starts = [at for at, other in enumerate(rest) if other.startswith('install path: ')]
+            del rest[starts[-1]:]
+    return rest
