@@ -10,6 +10,7 @@
 #include "commands/system/product.h"
 #include "commands/system/registry.h"
 #include "commands/system/services.h"
+#include "commands/system/signatures.h"
 #include "engine/command_registry.h"
 
 namespace tessel {
@@ -61,6 +62,7 @@ bool RegisterAllCommands() {
   RegisterCommand<FunctionFileDeletePattern>(u"fileDeletePattern");
   RegisterCommand<FunctionFileCreate>(u"fileCreate");
   RegisterCommand<FunctionFileFind>(u"fileFind");
+  RegisterCommand<FunctionFileIsSigned>(u"fileIsSigned");
   RegisterCommand<FunctionDirExists>(u"dirExists");
   RegisterCommand<FunctionDirCreate>(u"dirCreate");
   RegisterCommand<FunctionDirFind>(u"dirFind");

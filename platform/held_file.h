@@ -27,4 +27,9 @@ class HeldFile {
   cvn::String path_;
 };
 
+// A path that leads to an open file whatever becomes of its name. On Windows, where a file that is
+// open keeps its name, that is `path`, by which it was opened; on Linux one that is good while the
+// file is open in this process.
+cvn::String PathOfOpenFile(const File& file, cvn::StringView path);
+
 }  // namespace platform::files

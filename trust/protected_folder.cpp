@@ -7,6 +7,7 @@
 #include "files/path_text.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/held_file.h"
 #include "platform/paths.h"
 #include "platform/private_file.h"
 #include "platform/process.h"
@@ -55,8 +56,9 @@ std::optional<cvn::String> RelativePath(cvn::StringView path, cvn::StringView ba
   return relative.Empty() ? std::nullopt : std::optional(relative);
 }
 
-// Takes the files of one catalog over. A file is copied first, and then the copy is verified: what
-// the script gets is what was hashed, whoever writes to the original meanwhile.
+// Takes the files of one catalog over. A file is opened once and copied from there, and then the
+// copy is verified: what the script gets is what was hashed, whoever writes to the original, or
+// puts another in its place, meanwhile.
 class Transfer {
  public:
   Transfer(cvn::StringView base, bool copies) : base_(base), copies_(copies) {
@@ -77,7 +79,7 @@ class Transfer {
     cvn::String target;  // empty when there is no copy
   };
 
-  Copy MakeCopy(const CatalogEntry& entry);
+  Copy MakeCopy(const CatalogEntry& entry, const cvn::String& original);
   platform::Code EnsureFolder(const cvn::String& folder);
   bool IsGenuine(cvn::StringView path, const CatalogEntry& entry) const;
   void Tell(const Copy& copy);
@@ -95,12 +97,16 @@ bool Transfer::Take(const CatalogEntry& entry) {
     TraceLine(u"File not found!");
     return false;
   }
-  // Where the system keeps writers out by itself, the original is still the same after the copy.
   files::File hold;
   files::Open(entry.path, files::Access::Read, files::Share::Read, files::Disposition::OpenExisting,
               &hold);
-  const Copy copy = MakeCopy(entry);
-  if (!IsGenuine(copy.target.Empty() ? entry.path : copy.target, entry)) {
+  if (!hold.IsOpen()) {
+    TraceLine(u"Could not calculate hash on file!");
+    return false;
+  }
+  const cvn::String original = files::PathOfOpenFile(hold, entry.path);
+  const Copy copy = MakeCopy(entry, original);
+  if (!IsGenuine(copy.target.Empty() ? original : copy.target, entry)) {
     if (!copy.target.Empty()) {
       files::Delete(copy.target);
     }
@@ -110,7 +116,7 @@ bool Transfer::Take(const CatalogEntry& entry) {
   return true;
 }
 
-Transfer::Copy Transfer::MakeCopy(const CatalogEntry& entry) {
+Transfer::Copy Transfer::MakeCopy(const CatalogEntry& entry, const cvn::String& original) {
   Copy copy;
   const std::optional<cvn::String> relative = RelativePath(entry.path, base_);
   if (!relative) {
@@ -125,7 +131,7 @@ Transfer::Copy Transfer::MakeCopy(const CatalogEntry& entry) {
   paths::RemoveFileSpec(&copy.folder);
   copy.noFolder = EnsureFolder(copy.folder);
   if (copy.noFolder == platform::kSuccess) {
-    copy.notCopied = files::Copy(entry.path, target, false);
+    copy.notCopied = files::Copy(original, target, false);
     copy.target = copy.notCopied == platform::kSuccess ? target : cvn::String();
   }
   return copy;

@@ -56,13 +56,17 @@ Code HeldFile::Hold(cvn::StringView path) {
     return posix::Fail(posix::CodeOf(errno));
   }
   file_ = std::move(copy);
-  path_ = posix::ToMachinePath("/proc/self/fd/" + std::to_string(descriptor));
+  path_ = PathOfOpenFile(file_, path);
   return kSuccess;
 }
 
 void HeldFile::Release() {
   file_.Close();
   path_.Clear();
+}
+
+cvn::String PathOfOpenFile(const File& file, cvn::StringView /*path*/) {
+  return posix::ToMachinePath("/proc/self/fd/" + std::to_string(file.Handle()));
 }
 
 }  // namespace platform::files

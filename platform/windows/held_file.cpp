@@ -9,4 +9,6 @@ Code HeldFile::Hold(cvn::StringView path) {
 
 void HeldFile::Release() { file_.Close(); }
 
+cvn::String PathOfOpenFile(const File& /*file*/, cvn::StringView path) { return path; }
+
 }  // namespace platform::files

@@ -96,6 +96,7 @@ _REQUIRED = {
     'fileCopyPattern': {'src': 'x', 'dest': 'x'},
     'fileDeletePattern': {'path': 'x'},
     'fileCreate': {'path': 'x'},
+    'fileIsSigned': {'path': 'x'},
     'fileFind': {'dir': 'x', 'pattern': 'x', 'var': 'v', 'delim': ';'},
     'dirExists': {'path': 'x'},
     'dirCreate': {'path': 'x'},

@@ -1,0 +1,576 @@
+#!/usr/bin/env python3
+"""Runs patches through all the gates, on machines that have the functions that catalogs need.
+
+    gates.py --linux TESSEL --tlx TLX --key PEM --refused SERIAL --json OUT [--filter GLOB] [-v]
+
+Each run has a machine and a patch folder of its own; the certificates are made for all of them.
+--json gets the same as that of run.py.
+"""
+
+import argparse
+import dataclasses
+import fnmatch
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import traceback
+
+import authority
+import expectations
+import run
+
+NOBODY = 65534
+INSTALL = pathlib.Path('Program Files', 'Ambry Shield')
+SERVICE = pathlib.Path('Update Service')
+# What runs until the file 'go' is there, and tells by the file 'started' that it does.
+WAIT = ('<fileCreate path="@DIR@\\started"/><nothing id="wait"/><sleep milisec="5"/>'
+        '<fileExists path="@DIR@\\go"><onFalse><goto target="wait"/></onFalse></fileExists>')
+SCRIPT = """<patch version="1.0"><header><property name="id" value="gates"/>
+<property name="patchType" value="{kind}"/><property name="created" value="{created}"/>
+<property name="tags" value="first"/></header><script>{body}</script></patch>"""
+
+
+class Fault(Exception):
+    """What a run did wrong."""
+
+
+@dataclasses.dataclass
+class Ended:
+    exit_code: int
+    stdout: list
+    stderr: list
+    trace: list
+
+
+class World:
+    """What all runs share."""
+
+    def __init__(self, options, folder):
+        self.tessel = pathlib.Path(options.linux).resolve()
+        self.tlx = options.tlx
+        self.patch_key = options.key
+        self.folder = folder
+        self.root = authority.Authority(folder, 'root')
+        stranger = authority.Authority(folder, 'stranger')
+        organisation = authority.PUBLISHER.replace('O=Corvane', 'O=Other')
+        self.signers = {
+            'publisher': self.root.issue('publisher'),
+            'other-organisation': self.root.issue('other-organisation', subject=organisation),
+            'other-name': self.root.issue('other-name', subject='/O=Corvane SRL/CN=Corvane'),
+            'refused-serial': self.root.issue('refused-serial', serial=options.refused),
+            'wrong-purpose': self.root.issue('wrong-purpose', purpose='serverAuth'),
+            'expired': self.root.issue('expired', days='-1'),
+            'untrusted-root': stranger.issue('untrusted-root'),
+        }
+        self.machine = folder / 'machine'
+        self.make_machine(self.machine)
+        self.elsewhere = folder / 'machine-with-service-elsewhere'
+        self.make_machine(self.elsewhere, '--windows', '7')
+        self.change_machine(self.elsewhere, r"""
+            <regWrite root="HKEY_LOCAL_MACHINE" type="REG_EXPAND_SZ" value="ImagePath"
+             key="SYSTEM\CurrentControlSet\Services\AmUpdateService"
+             data="&quot;C:\Update Service\updater.exe&quot; -run"/>""")
+        self.bare = folder / 'machine-without-product'
+        self.make_machine(self.bare, '--windows', '7')
+        self.change_machine(self.bare, r"""
+            <regDeleteKey root="HKEY_LOCAL_MACHINE"
+             key="SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Ambry Shield"/>
+            <serviceDelete name="AMSecurityService"/><serviceDelete name="AmUpdateService"/>""")
+
+    def make_machine(self, folder, *more):
+        subprocess.run([self.tlx, 'machine', 'create', folder, '--trust', self.root.certificate,
+                        *more], check=True)
+
+    def change_machine(self, machine, body):
+        """Runs commands on a machine of the old kind, and makes one of the new kind of it."""
+        version = r'SOFTWARE\Microsoft\Windows NT\CurrentVersion'
+        body += f'<regWrite root="HKEY_LOCAL_MACHINE" key="{version}" value="CurrentVersion"' \
+                ' type="REG_SZ" data="6.3"/><exit code="0"/>'
+        patch = machine.with_suffix('.tlx')
+        self.pack(patch, body)
+        ended = subprocess.run([self.tessel, '/encfile', patch], check=False, capture_output=True,
+                               env={**os.environ, 'TESSEL_MACHINE': str(machine)})
+        if ended.returncode != 0:
+            sys.exit(f'gates.py: the machine could not be changed: {ended}')
+        shutil.rmtree(machine / 'ProgramData' / 'Tessera')
+
+    def pack(self, patch, body, kind='external', created=None):
+        script = patch.with_suffix('.xml')
+        text = SCRIPT.format(kind=kind, created=created or int(time.time()), body=body)
+        script.write_text(text, encoding='utf-8')
+        subprocess.run([self.tlx, 'pack', '--force', '--key', self.patch_key, '--in', script,
+                        '--out', patch], check=True)
+        script.unlink()
+
+    def sign(self, folder, signer='publisher'):
+        certificate, key = self.signers[signer]
+        subprocess.run([self.tlx, 'catalog', '--force', '--cert', certificate, '--key', key,
+                        '--chain', self.root.certificate, '--dir', folder], check=True)
+
+
+class Run:
+    """A machine, a patch folder, and what is started there."""
+
+    def __init__(self, world, folder, machine=None):
+        self.world = world
+        self.folder = folder
+        self.machine = folder / 'machine'
+        shutil.copytree(machine or world.machine, self.machine)
+        os.chmod(folder, 0o755)
+        self.install = self.machine / INSTALL
+        self.install.mkdir(parents=True, exist_ok=True)
+        self.place = folder / 'patch'
+        self.place.mkdir()
+        self.patch = self.place / 'fix.tlx'
+
+    def external(self, body='<trace value="in %scriptdir%"/><exit code="3"/>', **header):
+        self.world.pack(self.patch, body.replace('@DIR@', run.host_to_drive(self.folder)), **header)
+        (self.place / 'Payload.txt').write_text('payload', encoding='ascii')
+        (self.place / 'Sub').mkdir()
+        (self.place / 'Sub' / 'Deep.bin').write_bytes(bytes(range(256)) * 1000)
+
+    def trusted(self, folder, body='<trace value="in %scriptdir%"/><exit code="3"/>',
+                kind='update'):
+        place = self.machine / folder / 'patches'
+        place.mkdir(parents=True)
+        self.patch = place / 'fix.tlx'
+        self.world.pack(self.patch, body, kind=kind, created=5)
+
+    def command(self, *options):
+        return [str(self.world.tessel), '/encfile', str(self.patch), *options]
+
+    def parent(self, folder):
+        """A program in a folder of the machine, which starts what follows it."""
+        program = self.machine / folder / 'updater.exe'
+        program.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2('/bin/sh', program)
+        return [str(program), '-c', '"$@"; exit $?', 'updater']
+
+    def start(self, command, **how):
+        environment = {**os.environ, 'TESSEL_MACHINE': str(self.machine)}
+        return subprocess.Popen(command, env=environment, cwd=self.folder, stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, **how)
+
+    def traces(self):
+        folder = self.machine / 'ProgramData' / 'Tessera'
+        return {path: run.read_trace(path) for path in folder.glob('ts-*.txt')}
+
+    def finish(self, process):
+        before = set()
+        out, err = process.communicate(timeout=run.TIME_LIMIT)
+        traces = [lines for path, lines in self.traces().items() if path not in before]
+        return Ended(process.returncode, out.decode().splitlines(), err.decode().splitlines(),
+                     traces[0] if len(traces) == 1 else [])
+
+    def ended(self, *options, before=(), **how):
+        return self.finish(self.start([*before, *self.command(*options)], **how))
+
+    def protected(self):
+        folder = self.install / 'customPatches'
+        return sorted(folder.iterdir()) if folder.is_dir() else []
+
+
+def check(ended, exit_code, stderr=(), trace=(), stdout=()):
+    faults = []
+    if ended.exit_code != exit_code & 0xFF:
+        faults.append(f'the exit code is {ended.exit_code}, not {exit_code}')
+    faults.append(expectations.differ(list(stderr), ended.stderr, 'standard error'))
+    faults.append(expectations.differ(list(stdout), ended.stdout, 'standard output'))
+    faults.append(expectations.lack(list(trace), ended.trace, 'trace'))
+    faults = [fault for fault in faults if fault]
+    if faults:
+        raise Fault('\n'.join(faults))
+
+
+def expect(condition, words):
+    if not condition:
+        raise Fault(words)
+
+
+# --- Where a patch lies, and who started it
+
+TYPES = ('update', 'external', 'Update', 'External', '')
+UPDATE_WORDS = ['Update patch is not executed with correct permissions.']
+PASSED = ['Started from install path...', 'CheckRightsForInstallPath returned 0']
+
+
+def update_runs(this, folder, base):
+    this.trusted(folder)
+    ended = this.ended('/detach', before=this.parent(folder))
+    check(ended, -3, stdout=['Patch validation finished.'], trace=[
+        *PASSED, r'set script path: \patches\fix.tlx', f'compare with {base} path passed',
+        'Execute', f'Trace: in *{folder.name}/patches/'])
+    expect(not this.protected(), 'an update patch has no protected folder')
+
+
+def update_as_nobody(this):
+    this.trusted(INSTALL)
+    for place in (this.machine, *this.machine.rglob('*')):
+        os.chmod(place, 0o777)
+    ended = this.ended(before=this.parent(INSTALL), user=NOBODY, group=NOBODY, extra_groups=[])
+    check(ended, 5, UPDATE_WORDS, ['Run by S-1-22-1-65534', 'CheckRightsForInstallPath returned 5'])
+
+
+def update_by(this, words, code, before):
+    this.trusted(INSTALL)
+    check(this.ended(before=before), code, UPDATE_WORDS,
+          [*words, f'CheckRightsForInstallPath returned {code}'])
+
+
+def mistyped(this, kind, is_trusted):
+    if is_trusted:
+        this.trusted(INSTALL, kind=kind)
+        check(this.ended(), 1629, ['Patch type for update patches is invalid.'],
+              ['Started from install path...', 'PatchType did not match. Reporting...'])
+    else:
+        this.external(kind=kind)
+        check(this.ended(), 1169, ['Patch type for external patches is invalid.'],
+              ['Started from custom path...', 'This is first instance running...',
+               'PatchType did not match. Aborting...'])
+
+
+def undecryptable(this, place, name, is_removed):
+    patch = (this.machine / INSTALL if place == 'install' else this.place) / name
+    patch.write_bytes(b'junk' * 100)
+    this.patch = patch
+    lines = ['Error decrypting patch content', f'Extension of file {patch.suffix}']
+    if is_removed:
+        lines += ['Patch to be removed', rf'set script path: \{name}']
+    check(this.ended(), 6001, ['Failed to decrypt the patch.'], lines)
+    expect(patch.exists() != is_removed, 'the file is there' if is_removed else 'the file is gone')
+
+
+def location_rows():
+    yield 'update/in-install-folder', lambda this: update_runs(this, INSTALL, 'install')
+    yield ('update/in-service-folder', lambda this: update_runs(this, SERVICE, 'service'),
+           'elsewhere')
+    yield 'update/beside-install-folder', beside
+    yield 'update/not-system', update_as_nobody
+    yield 'update/other-parent', lambda this: update_by(
+        this, ['Run by S-1-5-18', 'It is not run from installpath.'], 127, [])
+    yield 'update/no-parent', lambda this: update_by(
+        this, ['Failed to get parent pid for pid 1'], 1293,
+        ['unshare', '--pid', '--fork', '--mount-proc', '--propagation', 'private'])
+    for kind in TYPES:
+        if kind != 'update':
+            yield (f'type/install-{kind or "none"}',
+                   lambda this, kind=kind: mistyped(this, kind, True))
+        if kind != 'external':
+            yield (f'type/custom-{kind or "none"}',
+                   lambda this, kind=kind: mistyped(this, kind, False))
+    for place, name, is_removed in (('install', 'a.tlx', True), ('install', 'a.TLX', False),
+                                    ('install', 'a.txt', False), ('custom', 'a.tlx', False)):
+        yield (f'undecryptable/{place}-{name}',
+               lambda this, row=(place, name, is_removed): undecryptable(this, *row))
+
+
+# What begins as the install folder's name does lies in it, by the rule that characters are compared.
+def beside(this):
+    folder = INSTALL.with_name('Ambry Shield2')
+    this.trusted(folder)
+    check(this.ended(before=this.parent(folder)), -3, trace=[
+        *PASSED, r'set script path: 2\patches\fix.tlx'])
+
+
+# --- The catalog
+
+def refused(reason):
+    return [f'Integrity check failed. Reason: {reason}.']
+
+
+def change_byte(path, near=b''):
+    data = bytearray(path.read_bytes())
+    data[data.index(near) if near else len(data) // 2] ^= 1
+    path.write_bytes(data)
+
+
+def catalog(this, arrange, code, reason, critical):
+    this.external()
+    this.world.sign(this.place)
+    arrange(this)
+    ended = this.ended('/detach')
+    if code == 323:
+        check(ended, 323, refused(reason),
+              ['Current folder *', f'CheckCatalog returned {critical}', 'CheckCatalog FAILED!'])
+    else:
+        check(ended, code, stdout=['Patch validation finished.'], trace=['CheckCatalog returned 0'])
+    expect(not this.protected(), f'the protected folder is still there: {this.protected()}')
+
+
+def resigned(signer):
+    return lambda this: this.world.sign(this.place, signer)
+
+
+def without_payload(this):
+    (this.place / 'Payload.txt').unlink()
+    shutil.rmtree(this.place / 'Sub')
+    this.world.sign(this.place)
+
+
+def catalog_rows():
+    """Name, what is done to the signed patch folder, exit code, reason, CheckCatalog's code."""
+    signature, hash_text = 'invalid digital signature', 'file hash mismatch'
+    rows = [
+        ('as-signed', lambda this: None, -3, '', 0),
+        ('only-the-patch', without_payload, -3, '', 0),
+        ('renamed-by-case', lambda this: (this.place / 'Payload.txt').rename(
+            this.place / 'PAYLOAD.TXT'), -3, '', 0),
+        ('missing', lambda this: (this.place / 'patch.cat').unlink(), 323, 'catalog not found', 2),
+        ('empty', lambda this: (this.place / 'patch.cat').write_bytes(b''), 323, signature, 1643),
+        ('byte-changed', lambda this: change_byte(
+            this.place / 'patch.cat', 'Payload'.encode('utf-16-le')), 323, signature, 1643),
+        ('of-other-patch', lambda this: this.world.pack(this.patch, '<exit code="4"/>'), 323,
+         hash_text, 323),
+        ('patch-byte-added', lambda this: this.patch.write_bytes(this.patch.read_bytes() * 2), 323,
+         hash_text, 323),
+        ('payload-byte-changed', lambda this: change_byte(this.place / 'Payload.txt'), 323,
+         hash_text, 13),
+        ('deep-byte-changed', lambda this: change_byte(this.place / 'Sub' / 'Deep.bin'), 323,
+         hash_text, 13),
+        ('payload-missing', lambda this: (this.place / 'Payload.txt').unlink(), 323, hash_text, 13),
+        ('payload-is-folder', lambda this: ((this.place / 'Payload.txt').unlink(),
+                                            (this.place / 'Payload.txt').mkdir()), 323,
+         hash_text, 13),
+    ]
+    rows += [(signer, resigned(signer), 323, signature, 1643)
+             for signer in ('other-organisation', 'other-name', 'refused-serial', 'wrong-purpose',
+                            'expired', 'untrusted-root')]
+    for name, *row in rows:
+        yield f'catalog/{name}', lambda this, row=row: catalog(this, *row)
+    yield 'catalog/signed-but-no-catalog', no_catalog
+    yield 'catalog/without-product', without_product, 'bare'
+
+
+# A signed program under the catalog's name verifies, but there is nothing to walk.
+def no_catalog(this):
+    this.external()
+    program = this.folder / 'program.exe'
+    shutil.copy2(this.world.program, program)
+    certificate, key = this.world.signers['publisher']
+    subprocess.run(['osslsigncode', 'sign', '-certs', certificate, '-key', key, '-ac',
+                    this.world.root.certificate, '-in', program, '-out', this.place / 'patch.cat'],
+                   check=True, capture_output=True)
+    check(this.ended(), 323, refused('failed to load catalog'),
+          ['error loading catalog file: *', 'CheckCatalog returned 1006'])
+
+
+def without_product(this):
+    shutil.rmtree(this.install)
+    this.external()
+    this.world.sign(this.place)
+    check(this.ended(), -3, trace=[
+        'install path: ', 'Checking file: [*payload.txt]',
+        'Could not copy all patch files to protected folder!', 'CheckCatalog returned 0',
+        f'Trace: in {this.place}/'])
+
+
+# --- The protected folder
+
+def in_folder(this):
+    """While the script runs, the copies are there for the system's account alone."""
+    this.external(body=WAIT + '<exit code="3"/>')
+    this.world.sign(this.place)
+    process = this.start(this.command())
+    wait_for(this.folder / 'started')
+    folders = this.protected()
+    expect(len(folders) == 1, f'there should be one folder: {folders}')
+    seen = {path.relative_to(folders[0]).as_posix(): path.read_bytes()
+            for path in folders[0].rglob('*') if path.is_file()}
+    wanted = {'payload.txt': b'payload', 'sub/deep.bin': bytes(range(256)) * 1000}
+    expect(seen == wanted, f'it holds {sorted(seen)}')
+    for folder in (folders[0], folders[0].parent):
+        expect(folder.stat().st_mode & 0o777 == 0o700, f'{folder} is open to others')
+    (this.folder / 'go').touch()
+    check(this.finish(process), -3, trace=['Protected folder for custom patches removed'])
+    expect(not this.protected(), 'the folder stayed')
+
+
+def loaded_in_vain(this, body, code, stderr, **header):
+    this.external(body=body, **header)
+    this.world.sign(this.place)
+    check(this.ended(), code, stderr, ['CheckCatalog returned 0',
+                                       'Protected folder for custom patches removed'])
+    expect(not this.protected(), 'the folder stayed')
+
+
+def through_a_link(this):
+    """A link in the payload's place is as good as the file that it leads to."""
+    this.external()
+    this.world.sign(this.place)
+    original = this.place / 'Payload.txt'
+    original.rename(this.folder / 'elsewhere.txt')
+    original.symlink_to(this.folder / 'elsewhere.txt')
+    check(this.ended(), -3, trace=[
+        'Copying file to protected folder: [*customPatches*]',
+        'Trace: in *customPatches\\*'])
+
+
+def folder_rows():
+    yield 'folder/while-the-script-runs', in_folder
+    yield 'folder/payload-is-a-link', through_a_link
+    yield 'folder/after-a-script-that-is-none', lambda this: loaded_in_vain(
+        this, '<nope/>', 1636, ['Failed to load patch.'])
+    yield 'folder/after-an-expired-patch', lambda this: loaded_in_vain(
+        this, '<exit/>', 1636, ['Patch is no longer valid.'], created=5)
+
+
+# --- The instance guard
+
+BUSY = ['Execution of another patch is in progress, could not apply current patch.']
+
+
+def wait_for(path):
+    limit = time.monotonic() + run.TIME_LIMIT
+    while not path.exists():
+        expect(time.monotonic() < limit, f'{path} did not appear')
+        time.sleep(0.005)
+
+
+def guard(this):
+    this.external(body=WAIT + '<exit code="3"/>')
+    this.world.sign(this.place)
+    first = this.start(this.command())
+    wait_for(this.folder / 'started')
+    second = this.ended()
+    expect((second.exit_code, second.stderr) == (1618 & 0xFF, BUSY), f'the second: {second}')
+    (this.folder / 'started').unlink()
+    skipping = this.start(this.command('/skipInstanceCheck'))
+    wait_for(this.folder / 'started')
+    first.kill()
+    first.communicate()
+    third = this.ended()
+    expect((third.exit_code, third.stderr) == (1618 & 0xFF, BUSY),
+           f'one that skipped the check holds the guard too: {third}')
+    (this.folder / 'go').touch()
+    skipping.communicate()
+    fourth = this.ended()
+    expect(fourth.exit_code == -3 & 0xFF, f'nobody holds the guard: {fourth}')
+
+
+def many_starts(this, count=50):
+    this.external(body=WAIT + '<exit code="3"/>')
+    this.world.sign(this.place)
+    processes = [this.start(this.command()) for _ in range(count)]
+    limit = time.monotonic() + run.TIME_LIMIT
+    while sum(process.poll() is None for process in processes) > 1:
+        expect(time.monotonic() < limit, 'more than one goes on')
+        time.sleep(0.01)
+    (this.folder / 'go').touch()
+    codes = sorted(this.finish(process).exit_code for process in processes)
+    wanted = sorted([1618 & 0xFF] * (count - 1) + [-3 & 0xFF])
+    expect(codes == wanted, f'exactly one should have been first: {codes}')
+
+
+def guard_rows():
+    yield 'guard/held-by-whoever-runs', guard
+    yield 'guard/many-starts', many_starts
+
+
+# --- Races
+
+def swapped(this, rounds=15):
+    """The script copies its payload out; what it saw must be what was signed."""
+    target = run.host_to_drive(this.folder / 'seen')
+    this.external(body=f'<fileCopySingle src="%scriptdir%\\payload.txt" dest="{target}"/>'
+                       '<exit code="3"/>')
+    payload = this.place / 'Payload.txt'
+    payload.write_bytes(b'good' * 50000)
+    this.world.sign(this.place)
+    stop = threading.Event()
+
+    def swap():
+        bad = this.place / 'bad.tmp'
+        while not stop.is_set():
+            bad.write_bytes(b'evil' * 50000)
+            os.replace(bad, payload)
+            bad.write_bytes(b'good' * 50000)
+            os.replace(bad, payload)
+            with payload.open('r+b') as file:
+                file.write(b'evil')
+            with payload.open('r+b') as file:
+                file.write(b'good')
+
+    swapper = threading.Thread(target=swap)
+    swapper.start()
+    outcomes = set()
+    try:
+        for _ in range(rounds):
+            (this.folder / 'seen').unlink(missing_ok=True)
+            ended = this.ended()
+            outcomes.add(ended.exit_code)
+            seen = this.folder / 'seen'
+            if ended.exit_code == -3 & 0xFF:
+                expect(seen.read_bytes() == b'good' * 50000, 'the script saw what nobody signed')
+            else:
+                expect(ended.exit_code == 323 & 0xFF and not seen.exists(), f'it ended: {ended}')
+    finally:
+        stop.set()
+        swapper.join()
+
+
+def race_rows():
+    yield 'race/payload-swapped', swapped
+
+
+def all_rows():
+    for rows in (location_rows, catalog_rows, folder_rows, guard_rows, race_rows):
+        for name, action, *machine in rows():
+            yield name, action, machine[0] if machine else 'machine'
+
+
+def main():
+    parser = argparse.ArgumentParser(description='Runs patches through the gates.')
+    parser.add_argument('--linux', required=True, metavar='TESSEL')
+    parser.add_argument('--tlx', required=True)
+    parser.add_argument('--key', required=True, metavar='PEM')
+    parser.add_argument('--program', required=True, metavar='EXE', help='a program of Windows')
+    parser.add_argument('--refused', required=True, metavar='SERIAL')
+    parser.add_argument('--json', metavar='OUT')
+    parser.add_argument('--filter', default='*', metavar='GLOB')
+    parser.add_argument('-v', action='store_true')
+    options = parser.parse_args()
+    outcomes = {}
+    skipped = 0
+    with tempfile.TemporaryDirectory(prefix='tessel-gates.', ignore_cleanup_errors=True) as name:
+        root = pathlib.Path(name).resolve()
+        os.chmod(root, 0o755)
+        world = World(options, root)
+        world.program = options.program
+        for row, action, machine in all_rows():
+            if not fnmatch.fnmatchcase(row, options.filter):
+                continue
+            if row.startswith('update/') and os.geteuid() != 0:
+                skipped += 1
+                continue
+            folder = root / row.replace('/', '.')
+            folder.mkdir()
+            try:
+                action(Run(world, folder, getattr(world, machine)))
+                outcomes[row] = ''
+            except Fault as fault:
+                outcomes[row] = str(fault)
+            except Exception:  # pylint: disable=broad-except
+                outcomes[row] = traceback.format_exc()
+            shutil.rmtree(folder, ignore_errors=True)
+            if options.v:
+                print(f'{"FAILED" if outcomes[row] else "ok":8}{row}', flush=True)
+    failures = [f'{row}: {fault}' for row, fault in outcomes.items() if fault]
+    for failure in failures:
+        print(f'FAILED  {failure}\n')
+    summary = {'passed': len(outcomes) - len(failures), 'failed': len(failures),
+               'skipped': skipped, 'failures': failures}
+    if options.json:
+        pathlib.Path(options.json).write_text(json.dumps(summary, indent=1) + '\n',
+                                              encoding='utf-8')
+    print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
+    return 1 if failures else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
