@@ -9,7 +9,6 @@ namespace platform {
 using Code = std::uint32_t;
 
 inline constexpr Code kSuccess = 0;
-inline constexpr Code kInvalidFunction = 1;
 inline constexpr Code kFileNotFound = 2;
 inline constexpr Code kPathNotFound = 3;
 inline constexpr Code kTooManyOpenFiles = 4;
@@ -17,7 +16,6 @@ inline constexpr Code kAccessDenied = 5;
 inline constexpr Code kInvalidHandle = 6;
 inline constexpr Code kNotEnoughMemory = 8;
 inline constexpr Code kInvalidDrive = 15;
-inline constexpr Code kCurrentDirectory = 16;
 inline constexpr Code kNotSameDevice = 17;
 inline constexpr Code kNoMoreFiles = 18;
 inline constexpr Code kWriteProtect = 19;
@@ -25,7 +23,6 @@ inline constexpr Code kWriteFault = 29;
 inline constexpr Code kReadFault = 30;
 inline constexpr Code kGenFailure = 31;
 inline constexpr Code kSharingViolation = 32;
-inline constexpr Code kHandleEof = 38;
 inline constexpr Code kNotSupported = 50;
 inline constexpr Code kBadNetPath = 53;
 inline constexpr Code kFileExists = 80;

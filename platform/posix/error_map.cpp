@@ -12,7 +12,6 @@ struct Pair {
 
 constexpr Pair kPairs[] = {
     {0, kSuccess},
-    {0, kSuccess},
     {ENOENT, kFileNotFound},
     {ENOTDIR, kPathNotFound},
     {EACCES, kAccessDenied},
