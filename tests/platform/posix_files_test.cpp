@@ -2,7 +2,6 @@
 // disks, and what happens to a copy that is stopped.
 
 #include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -24,6 +23,7 @@
 #include "platform/posix/wildcards.h"
 #include "platform/registry.h"
 #include "tests/platform/fixture.h"
+#include "tests/platform/private_mount.h"
 
 namespace platform::test {
 namespace {
@@ -84,28 +84,6 @@ class PosixFiles : public FolderTest {
  private:
   std::string host_;
 };
-
-// A file system of its own in a folder, for as long as it lives.
-class Mount {
- public:
-  Mount(const std::string& folder, const char* type, const char* options) : folder_(folder) {
-    std::filesystem::create_directory(folder);
-    isMounted_ = mount(type, folder.c_str(), type, 0, options) == 0;
-  }
-  Mount(const Mount&) = delete;
-  Mount& operator=(const Mount&) = delete;
-  ~Mount() {
-    if (isMounted_) {
-      umount2(folder_.c_str(), MNT_DETACH);
-    }
-  }
-  bool IsMounted() const { return isMounted_; }
-
- private:
-  std::string folder_;
-  bool isMounted_ = false;
-};
-
 // Runs `action` in a process of an ordinary user, and gives what it returns.
 template <typename Action>
 int AsOrdinaryUser(Action action) {
@@ -221,7 +199,7 @@ TEST_F(PosixFiles, ReadsEveryFormOfStoredAttributes) {
 }
 
 TEST_F(PosixFiles, AttributesWithoutAPlaceFail) {
-  const Mount mount(Host("mount"), "ramfs", "");
+  const PrivateMount mount(Host("mount"), "ramfs", "");
   if (!mount.IsMounted()) {
     GTEST_SKIP() << "file systems can't be mounted here";
   }
@@ -448,7 +426,7 @@ TEST_F(PosixFiles, ASearchOutlivesItsFolder) {
 }
 
 TEST_F(PosixFiles, AFullDiskLeavesNoHalfFile) {
-  const Mount mount(Host("mount"), "tmpfs", "size=256k");
+  const PrivateMount mount(Host("mount"), "tmpfs", "size=256k");
   if (!mount.IsMounted()) {
     GTEST_SKIP() << "file systems can't be mounted here";
   }

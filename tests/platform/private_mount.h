@@ -1,0 +1,40 @@
+// A file system that only the test's process sees.
+#pragma once
+
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <filesystem>
+#include <string>
+
+namespace platform::test {
+
+// Is there until the end of its life. The process first gets a view of its own of what is mounted,
+// so that nothing of this shows outside, and nothing is left of it, however the test ends.
+class PrivateMount {
+ public:
+  PrivateMount(const std::string& folder, const char* type, const char* options) : folder_(folder) {
+    std::filesystem::create_directory(folder);
+    isMounted_ = IsPrivate() && mount(type, folder.c_str(), type, 0, options) == 0;
+  }
+  PrivateMount(const PrivateMount&) = delete;
+  PrivateMount& operator=(const PrivateMount&) = delete;
+  ~PrivateMount() {
+    if (isMounted_) {
+      umount2(folder_.c_str(), MNT_DETACH);
+    }
+  }
+  bool IsMounted() const { return isMounted_; }
+
+ private:
+  static bool IsPrivate() {
+    static const bool isPrivate = unshare(CLONE_NEWNS) == 0 &&
+                                  mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    return isPrivate;
+  }
+
+  std::string folder_;
+  bool isMounted_ = false;
+};
+
+}  // namespace platform::test
