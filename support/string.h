@@ -76,7 +76,7 @@ class StringT {
       return;
     }
     StringT grown;
-    grown.Reserve(std::max(length_ + text.size(), length_ + length_ / 2));
+    grown.Reserve(std::max(length_ + text.size(), 2 * length_));
     grown.AppendWithinRoom(AsView());
     grown.AppendWithinRoom(text);
     DropBuffer();

@@ -31,10 +31,16 @@ bool HasAttributeOf(const files::SearchEntry& entry, files::Attributes mask) {
 // circle.
 class Finder {
  public:
-  Finder(cvn::StringView directory, cvn::StringView pattern, files::Attributes mask)
-      : folder_(directory), top_(directory.size()), pattern_(pattern), mask_(mask) {}
+  Finder(cvn::StringView directory, cvn::StringView pattern, cvn::StringView delimiter,
+         files::Attributes mask)
+      : folder_(directory),
+        top_(directory.size()),
+        pattern_(pattern),
+        delimiter_(delimiter),
+        mask_(mask) {}
 
-  cvn::List<cvn::String> Find(std::int32_t depth);
+  // The paths of what matches, with the delimiter behind each.
+  cvn::String Find(std::int32_t depth);
 
  private:
   struct Folder {
@@ -53,12 +59,13 @@ class Finder {
   cvn::String folder_;
   const std::size_t top_;
   const cvn::StringView pattern_;
+  const cvn::StringView delimiter_;
   const files::Attributes mask_;
   cvn::List<Level> levels_;
-  cvn::List<cvn::String> found_;
+  cvn::String found_;
 };
 
-cvn::List<cvn::String> Finder::Find(std::int32_t depth) {
+cvn::String Finder::Find(std::int32_t depth) {
   if (depth < 0) {
     return {};
   }
@@ -101,9 +108,14 @@ void Finder::Search(bool isDeepest) {
 }
 
 void Finder::TakeMatch(const files::SearchEntry& entry) {
-  if (HasAttributeOf(entry, mask_)) {
-    found_.push_back(JoinPath(folder_, entry.Name()));
+  if (!HasAttributeOf(entry, mask_)) {
+    return;
   }
+  const std::size_t length = folder_.Length();
+  AppendName(&folder_, entry.Name());
+  found_.Append(folder_);
+  found_.Append(delimiter_);
+  folder_.Truncate(length);
 }
 
 void Finder::TakeChild(const files::SearchEntry& entry, Level* level) {
@@ -159,11 +171,7 @@ bool FunctionWithFind::Parse() {
 
 void FunctionWithFind::Find(cvn::StringView directory, cvn::StringView pattern,
                             files::Attributes mask) {
-  cvn::String text;
-  for (const cvn::String& path : Finder(directory, pattern, mask).Find(depth_)) {
-    text.Append(path);
-    text.Append(delim_);
-  }
+  cvn::String text = Finder(directory, pattern, delim_, mask).Find(depth_);
   text.Truncate(text.AsView().find_last_not_of(delim_) + 1);
   SetVariable(var_, std::move(text), variables);
 }
