@@ -43,6 +43,7 @@ class TreeCopy {
     std::size_t targetLength;
     Listing content;
     bool isTargetThere = false;
+    bool isNextFree = false;  // the target's name for the next file probably is
     bool isAllWell = true;
   };
 
@@ -51,7 +52,8 @@ class TreeCopy {
   void Take(const files::SearchEntry& entry);
   void EnterFolder(const files::SearchEntry& entry);
   void CopyFile(const files::SearchEntry& entry);
-  bool IsSkipped(const files::SearchEntry& entry);
+  bool CopyToFree();
+  bool IsSkipped(const files::SearchEntry& entry, bool* isThere);
   void EnsureTarget();
   void Fail(platform::Code code);
 
@@ -70,13 +72,12 @@ platform::Code TreeCopy::Run() {
   }
   OpenLevel();
   while (!levels_.empty()) {
-    Level& level = levels_.back();
-    if (!level.content.HasEntry()) {
+    const std::size_t level = levels_.size() - 1;
+    if (!levels_[level].content.HasEntry()) {
       CloseLevel();
     } else {
-      const files::SearchEntry entry = level.content.Entry();
-      level.content.Advance();
-      Take(entry);
+      Take(levels_[level].content.Entry());
+      levels_[level].content.Advance();
     }
     if (first_ != platform::kSuccess && !options_.ignoreErrors) {
       break;
@@ -126,12 +127,18 @@ void TreeCopy::EnterFolder(const files::SearchEntry& entry) {
 }
 
 void TreeCopy::CopyFile(const files::SearchEntry& entry) {
-  if (!filter_->IsAllowed(source_) || IsSkipped(entry)) {
+  if (!filter_->IsAllowed(source_)) {
     return;
   }
-  EnsureTarget();
-  if (files::Copy(source_, target_, options_.failIfExists) != platform::kSuccess) {
-    levels_.back().isAllWell = false;
+  if (!CopyToFree()) {
+    bool isThere = false;
+    if (IsSkipped(entry, &isThere)) {
+      return;
+    }
+    EnsureTarget();
+    const platform::Code code = files::Copy(source_, target_, options_.failIfExists);
+    levels_.back().isNextFree = code == platform::kSuccess && !isThere;
+    levels_.back().isAllWell = levels_.back().isAllWell && code == platform::kSuccess;
   }
   // The last error is told and kept whatever came of this copy, once one in this folder has failed.
   const platform::Code lastError = platform::LastError();
@@ -143,10 +150,28 @@ void TreeCopy::CopyFile(const files::SearchEntry& entry) {
   }
 }
 
+// Copies without looking for what is at the target before: in a new tree nothing is, and the copy
+// itself would tell. False when it came to nothing, which is as if it had not been tried; else the
+// last error is what that look would have left.
+bool TreeCopy::CopyToFree() {
+  Level& level = levels_.back();
+  if (!level.isNextFree) {
+    return false;
+  }
+  const platform::Code lastError = platform::LastError();
+  platform::SetLastError(platform::kFileNotFound);
+  level.isNextFree = files::Copy(source_, target_, true) == platform::kSuccess;
+  if (!level.isNextFree) {
+    platform::SetLastError(lastError);
+  }
+  return level.isNextFree;
+}
+
 // Also makes an existing target writable.
-bool TreeCopy::IsSkipped(const files::SearchEntry& entry) {
+bool TreeCopy::IsSkipped(const files::SearchEntry& entry, bool* isThere) {
   const Listing existing(target_);
-  if (!existing.HasEntry() || options_.failIfExists) {
+  *isThere = existing.HasEntry();
+  if (!*isThere || options_.failIfExists) {
     return false;
   }
   if (options_.diffLWTOnly && existing.Entry().LastWriteTime() == entry.LastWriteTime()) {
