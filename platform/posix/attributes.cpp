@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdio>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include "platform/posix/error_map.h"
@@ -21,23 +22,35 @@ constexpr const char* kDosName = "user.DOSATTRIB";
 constexpr Attributes kStored = files::kHidden | files::kSystem | files::kArchive;
 constexpr mode_t kAnyonesWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 
-using NtfsWord = std::array<unsigned char, 4>;
+using NtfsWord = std::array<char, 4>;
 
 bool IsFileOrFolder(const struct stat& entry) {
   return S_ISREG(entry.st_mode) || S_ISDIR(entry.st_mode);
 }
 
+ssize_t ReadExtended(const std::string& path, const char* name, std::span<char> value) {
+  return getxattr(path.c_str(), name, value.data(), value.size());
+}
+
+ssize_t ReadExtended(int descriptor, const char* name, std::span<char> value) {
+  return fgetxattr(descriptor, name, value.data(), value.size());
+}
+
 // Nothing where the volume is not NTFS. That is asked each time: a volume's number may be that of
-// another after a moment.
-std::optional<NtfsWord> ReadNtfsWord(const std::string& path) {
+// another after a moment. `file` is a path or a descriptor, here and below.
+template <typename File>
+std::optional<NtfsWord> ReadNtfsWord(const File& file) {
   NtfsWord word{};
-  const ssize_t length = getxattr(path.c_str(), kNtfsName, word.data(), word.size());
+  const ssize_t length = ReadExtended(file, kNtfsName, word);
   return length == static_cast<ssize_t>(word.size()) ? std::optional(word) : std::nullopt;
 }
 
 Attributes ValueOf(const NtfsWord& word) {
-  return static_cast<Attributes>(word[0]) << 24 | static_cast<Attributes>(word[1]) << 16 |
-         static_cast<Attributes>(word[2]) << 8 | word[3];
+  Attributes value = 0;
+  for (const char byte : word) {
+    value = value << 8 | static_cast<unsigned char>(byte);
+  }
+  return value;
 }
 
 Attributes LittleEndian(std::string_view bytes) {
@@ -88,15 +101,16 @@ Attributes DefaultOf(const struct stat& entry) {
 }
 
 // HIDDEN, SYSTEM and ARCHIVE, and on NTFS READONLY, as they are stored.
-Attributes ReadStored(const std::string& path, const struct stat& entry) {
+template <typename File>
+Attributes ReadStored(const File& file, const struct stat& entry) {
   if (!IsFileOrFolder(entry)) {
     return DefaultOf(entry);
   }
-  if (const std::optional<NtfsWord> word = ReadNtfsWord(path)) {
+  if (const std::optional<NtfsWord> word = ReadNtfsWord(file)) {
     return ValueOf(*word) & (kStored | files::kReadOnly);
   }
   std::array<char, 256> buffer;
-  const ssize_t length = getxattr(path.c_str(), kDosName, buffer.data(), buffer.size());
+  const ssize_t length = ReadExtended(file, kDosName, buffer);
   Attributes attributes = DefaultOf(entry);
   if (length > 0) {
     const std::string_view value(buffer.data(), static_cast<std::size_t>(length));
@@ -107,7 +121,7 @@ Attributes ReadStored(const std::string& path, const struct stat& entry) {
 
 Code WriteNtfs(const std::string& path, NtfsWord word, Attributes wanted) {
   constexpr Attributes kChanged = kStored | files::kReadOnly;
-  word[3] = static_cast<unsigned char>((word[3] & ~kChanged) | (wanted & kChanged));
+  word[3] = static_cast<char>((ValueOf(word) & ~kChanged) | (wanted & kChanged));
   return setxattr(path.c_str(), kNtfsName, word.data(), word.size(), 0) == 0 ? kSuccess
                                                                              : CodeOf(errno);
 }
@@ -123,16 +137,26 @@ Code WriteDos(const std::string& path, const struct stat& entry, Attributes want
              : CodeOf(errno);
 }
 
+// What is no link.
+template <typename File>
+Attributes AttributesOfNode(const File& file, const struct stat& entry, bool isFolder) {
+  Attributes attributes = ReadStored(file, entry);
+  attributes |= isFolder ? files::kDirectory : 0;
+  attributes |= (entry.st_mode & S_IWUSR) == 0 ? files::kReadOnly : 0;
+  return attributes == 0 ? files::kNormal : attributes;
+}
+
 }  // namespace
 
 Attributes AttributesOf(const std::string& path, const struct stat& entry, bool isFolder) {
   if (S_ISLNK(entry.st_mode)) {
     return files::kReparsePoint | (isFolder ? files::kDirectory : files::kArchive);
   }
-  Attributes attributes = ReadStored(path, entry);
-  attributes |= isFolder ? files::kDirectory : 0;
-  attributes |= (entry.st_mode & S_IWUSR) == 0 ? files::kReadOnly : 0;
-  return attributes == 0 ? files::kNormal : attributes;
+  return AttributesOfNode(path, entry, isFolder);
+}
+
+Attributes AttributesOf(int descriptor, const struct stat& entry) {
+  return AttributesOfNode(descriptor, entry, S_ISDIR(entry.st_mode));
 }
 
 Code StoreAttributes(const std::string& path, const struct stat& entry, Attributes wanted) {

@@ -23,6 +23,9 @@ namespace platform::posix {
 // folder and for a link to one. Never 0: NORMAL stands for none.
 files::Attributes AttributesOf(const std::string& path, const struct stat& entry, bool isFolder);
 
+// The same of an open file.
+files::Attributes AttributesOf(int descriptor, const struct stat& entry);
+
 // Sets READONLY, HIDDEN, SYSTEM and ARCHIVE to what `wanted` says. 50 when the file system has no
 // place for them and something would change.
 Code StoreAttributes(const std::string& path, const struct stat& entry, files::Attributes wanted);

@@ -89,6 +89,13 @@ class Draft {
   }
 
   int Link(const std::string& path) const {
+    if (linkat(file_.Get(), "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0) {
+      return 0;
+    }
+    if (errno != ENOENT) {
+      return errno;
+    }
+    // Either the folder is gone, or the host lets this process name files only by their paths.
     return linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0
                                                                                            : errno;
   }
@@ -276,7 +283,7 @@ Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions option
     code = ContentCopier(from.Get(), draft.File()).Copy(entry);
   }
   if (code == kSuccess) {
-    code = Finish(draft, entry, AttributesOf(source.path, entry, false), place);
+    code = Finish(draft, entry, AttributesOf(from.Get(), entry), place);
   }
   if (code == kSuccess && options.flush && fsync(draft.File()) != 0) {
     code = CodeOf(errno, kWriteFault);

@@ -10,7 +10,6 @@
 #include <climits>
 #include <ctime>
 #include <memory>
-#include <vector>
 
 #include "platform/posix/error_map.h"
 #include "platform/posix/names.h"
@@ -29,7 +28,11 @@ std::int64_t Nanoseconds(const timespec& time) {
   return time.tv_sec * 1'000'000'000 + time.tv_nsec;
 }
 
-std::size_t HashOf(cvn::StringView folded) { return std::hash<cvn::StringView>()(folded); }
+std::u16string FoldedName(std::string_view hostName) {
+  std::u16string folded;
+  AppendFolded(hostName, &folded);
+  return folded;
+}
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
@@ -50,10 +53,10 @@ DirectoryIndex::Times DirectoryIndex::TimesOf(const struct stat& status) {
 }
 
 DirectoryIndex::Names::value_type DirectoryIndex::KeyOf(std::string_view hostName) {
-  return {HashOf(Folded(ToWide(hostName))), std::string(hostName)};
+  return {std::hash<std::u16string>()(FoldedName(hostName)), std::string(hostName)};
 }
 
-Code DirectoryIndex::Find(const std::string& directory, cvn::StringView name,
+Code DirectoryIndex::Find(const std::string& directory, std::string_view name,
                           std::string* spelled) {
   const std::lock_guard lock(mutex_);
   struct stat status {};
@@ -71,16 +74,31 @@ Code DirectoryIndex::Find(const std::string& directory, cvn::StringView name,
   }
   Directory& found = directories_[identity];
   found.lastUse = ++uses_;
-  const std::u16string folded = Folded(name);
-  const std::size_t hash = HashOf(folded);
-  for (auto at = found.names.lower_bound({hash, std::string()});
-       at != found.names.end() && at->first == hash; ++at) {
-    if (Folded(ToWide(at->second)) == folded) {
+  const std::u16string folded = FoldedName(name);
+  const std::size_t hash = std::hash<std::u16string>()(folded);
+  bool isThere = false;
+  for (auto [at, end] = found.names.equal_range(hash); at != end; ++at) {
+    // Of several, the first one is always the same.
+    if ((!isThere || at->second < *spelled) && FoldedName(at->second) == folded) {
       *spelled = at->second;
-      return kSuccess;
+      isThere = true;
     }
   }
-  return kFileNotFound;
+  return isThere ? kSuccess : kFileNotFound;
+}
+
+void DirectoryIndex::Add(Names::value_type name, Names* names) {
+  Remove(name, names);  // one that came while the names were read is reported, too
+  names->insert(std::move(name));
+}
+
+void DirectoryIndex::Remove(const Names::value_type& name, Names* names) {
+  const auto [begin, end] = names->equal_range(name.first);
+  const auto found =
+      std::find_if(begin, end, [&name](const auto& held) { return held.second == name.second; });
+  if (found != end) {
+    names->erase(found);
+  }
 }
 
 void DirectoryIndex::ReadEvents() {
@@ -123,9 +141,9 @@ void DirectoryIndex::Follow(int watch, std::uint32_t event, std::string_view nam
   }
   directory->second.followed = true;
   if ((event & (IN_CREATE | IN_MOVED_TO)) != 0) {
-    directory->second.names.insert(KeyOf(name));
+    Add(KeyOf(name), &directory->second.names);
   } else if ((event & (IN_DELETE | IN_MOVED_FROM)) != 0) {
-    directory->second.names.erase(KeyOf(name));
+    Remove(KeyOf(name), &directory->second.names);
   }
 }
 
@@ -154,12 +172,10 @@ Code DirectoryIndex::Read(const std::string& path, Identity* identity) {
   directory.lastUse = ++uses_;
   Watch(dirfd(stream.get()), *identity, &directory);  // first, so that no change goes unseen
 
-  std::vector<Names::value_type> names;
+  directory.names.clear();
   while (const dirent* entry = readdir(stream.get())) {
-    names.push_back(KeyOf(entry->d_name));
+    directory.names.insert(KeyOf(entry->d_name));
   }
-  std::sort(names.begin(), names.end());
-  directory.names = Names(names.begin(), names.end());
   ForgetOldest();
   return kSuccess;
 }

@@ -6,13 +6,12 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
-#include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "platform/error.h"
-#include "support/string.h"
 
 namespace platform::posix {
 
@@ -30,12 +29,11 @@ class DirectoryIndex {
 
   // Finds the name in `directory` that folds to the same as `name`. 2 when there is none, 3 when
   // there is no such directory.
-  Code Find(const std::string& directory, cvn::StringView name, std::string* spelled);
+  Code Find(const std::string& directory, std::string_view name, std::string* spelled);
 
  private:
-  // Folded names by their hash, and the name itself: of several that fold to the same, the first
-  // one is always the same.
-  using Names = std::set<std::pair<std::size_t, std::string>>;
+  // The names by the hash of what they fold to.
+  using Names = std::unordered_multimap<std::size_t, std::string>;
   using Identity = std::pair<dev_t, ino_t>;
 
   struct Times {
@@ -55,6 +53,8 @@ class DirectoryIndex {
 
   static Times TimesOf(const struct stat& status);
   static Names::value_type KeyOf(std::string_view hostName);
+  static void Add(Names::value_type name, Names* names);
+  static void Remove(const Names::value_type& name, Names* names);
 
   void ReadEvents();
   void Follow(int watch, std::uint32_t event, std::string_view name);

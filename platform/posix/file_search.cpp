@@ -40,15 +40,10 @@ std::string Below(const std::string& folder, std::string_view name) {
   return path += name;
 }
 
-bool IsAscii(std::string_view name) {
-  return std::all_of(name.begin(), name.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
 // As ToWide, into memory that `*out` may have already.
 void SetWide(std::string_view name, cvn::String* out) {
   std::array<char16_t, 256> buffer;
-  if (name.size() > buffer.size() || !IsAscii(name)) {
+  if (name.size() > buffer.size() || !posix::IsAscii(name)) {
     *out = posix::ToWide(name);
     return;
   }
@@ -149,14 +144,8 @@ class Listing {
   // Puts the upper-case form behind all others, where it stays if the name is added.
   cvn::StringView Fold(std::string_view name) {
     folds_.resize(foldsUsed_);
-    if (IsAscii(name)) {
-      for (const char c : name) {
-        folds_.push_back(static_cast<char16_t>(c >= 'a' && c <= 'z' ? c - 32 : c));
-      }
-    } else {
-      isAscii_ = false;
-      folds_ += posix::Folded(posix::ToWide(name));
-    }
+    isAscii_ = isAscii_ && posix::IsAscii(name);
+    posix::AppendFolded(name, &folds_);
     return cvn::StringView(folds_).substr(foldsUsed_);
   }
 

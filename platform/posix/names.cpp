@@ -215,7 +215,10 @@ void AppendHostText(cvn::StringView text, std::string* out) {
   ForEachRun(
       text,
       [out](cvn::StringView ascii) {
-        std::transform(ascii.begin(), ascii.end(), std::back_inserter(*out),
+        const std::size_t start = out->size();
+        out->resize(start + ascii.size());
+        std::transform(ascii.begin(), ascii.end(),
+                       out->begin() + static_cast<std::ptrdiff_t>(start),
                        [](char16_t unit) { return static_cast<char>(unit); });
       },
       [out](cvn::StringView run) { out->append(EncodeRun(run)); });
@@ -227,6 +230,21 @@ std::u16string Folded(cvn::StringView text) {
   std::u16string folded(text);
   std::transform(folded.begin(), folded.end(), folded.begin(), FoldUnit);
   return folded;
+}
+
+bool IsAscii(std::string_view hostText) {
+  return std::all_of(hostText.begin(), hostText.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+void AppendFolded(std::string_view hostName, std::u16string* out) {
+  if (!IsAscii(hostName)) {
+    *out += Folded(ToWide(hostName));
+    return;
+  }
+  for (const char c : hostName) {
+    out->push_back(FoldUnit(static_cast<char16_t>(c)));
+  }
 }
 
 }  // namespace platform::posix

@@ -24,4 +24,9 @@ cvn::StringView UpToZero(cvn::StringView text);
 // rules.
 std::u16string Folded(cvn::StringView text);
 
+bool IsAscii(std::string_view hostText);
+
+// Appends the upper-case form of a host name.
+void AppendFolded(std::string_view hostName, std::u16string* out);
+
 }  // namespace platform::posix

@@ -135,16 +135,12 @@ cvn::StringView WithoutIgnoredEnd(cvn::StringView name, bool endsPath) {
 
 bool IsRefused(cvn::StringView name, const Draft& draft) {
   constexpr std::size_t kLongestName = 255;
-  if (draft.onMachine && name.size() > kLongestName) {
-    return true;
+  if (!draft.onMachine) {
+    return name.find(u'/') != cvn::StringView::npos;
   }
-  for (const char16_t c : name) {
-    const bool refused = c < 0x20 || cvn::StringView(u"<>:\"|?*").find(c) != cvn::StringView::npos;
-    if (c == u'/' || (refused && draft.onMachine)) {
-      return true;
-    }
-  }
-  return false;
+  return name.size() > kLongestName || std::any_of(name.begin(), name.end(), [](char16_t c) {
+           return c < 0x20 || cvn::StringView(u"/<>:\"|?*").find(c) != cvn::StringView::npos;
+         });
 }
 
 Code AppendName(cvn::StringView name, bool literal, bool endsPath, Draft* draft) {
@@ -181,14 +177,18 @@ Code MakeDraft(cvn::StringView path, Draft* draft) {
   if (!path.empty() && IsSeparator(path.front())) {
     path.remove_prefix(1);
   }
+  draft->path.reserve(draft->path.size() + 1 + path.size());
   while (!path.empty()) {
-    const std::size_t end = path.find_first_of(literal ? u"\\" : u"\\/");
-    const bool endsPath = end == cvn::StringView::npos;
-    const Code appended = AppendName(path.substr(0, end), literal, endsPath, draft);
+    const auto end = std::find_if(path.begin(), path.end(), [literal](char16_t c) {
+      return c == u'\\' || (c == u'/' && !literal);
+    });
+    const bool endsPath = end == path.end();
+    const auto length = static_cast<std::size_t>(end - path.begin());
+    const Code appended = AppendName(path.substr(0, length), literal, endsPath, draft);
     if (appended != kSuccess) {
       return appended;
     }
-    path.remove_prefix(endsPath ? path.size() : end + 1);
+    path.remove_prefix(endsPath ? length : length + 1);
   }
   return kSuccess;
 }
@@ -206,8 +206,7 @@ DirectoryIndex& Index() {
 Code Respell(std::string* path, std::size_t slash, struct stat* entry) {
   const std::string folder = slash == 0 ? "/" : path->substr(0, slash);
   std::string spelled;
-  const cvn::String name = ToWide(std::string_view(*path).substr(slash + 1));
-  const Code code = Index().Find(folder, name, &spelled);
+  const Code code = Index().Find(folder, std::string_view(*path).substr(slash + 1), &spelled);
   if (code == kAccessDenied) {
     return kFileNotFound;  // a folder that can't be listed has exact names only
   }
@@ -227,6 +226,12 @@ Code FindEntry(const Draft& draft, HostPath* host) {
     return CodeOf(error);
   }
   std::size_t known = draft.path.size();
+  if (known > draft.root) {
+    const Code code = Respell(&host->path, draft.path.rfind('/'), &host->entry);
+    if (code != kPathNotFound) {
+      return code;
+    }
+  }
   while (error == ENOENT && known > draft.root) {
     known = draft.path.rfind('/', known - 1);
     error = Inspect(draft.path.substr(0, known), &host->entry);

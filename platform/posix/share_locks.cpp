@@ -32,9 +32,9 @@ struct flock LockOn(Range range, off_t offset, off_t length, short type) {
   return lock;
 }
 
-// Another's lock, of either type, lies in the range.
-bool IsTold(int descriptor, Range range) {
-  struct flock lock = LockOn(range, 0, kRangeLength, F_WRLCK);
+// Another's lock, of either type, lies in one of the ranges from `first` to `last`.
+bool IsTold(int descriptor, Range first, Range last) {
+  struct flock lock = LockOn(first, 0, (last - first + 1) * kRangeLength, F_WRLCK);
   return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
@@ -70,7 +70,7 @@ Code TakeShare(int descriptor, Access access, Share share) {
     }
   }
   for (const Range range : kRanges) {
-    if ((ranges & range) != 0 && IsTold(descriptor, OppositeOf(range))) {
+    if ((ranges & range) != 0 && IsTold(descriptor, OppositeOf(range), OppositeOf(range))) {
       return kSharingViolation;
     }
   }
@@ -82,7 +82,7 @@ bool IsInUse(const std::string& path) {
   if (descriptor < 0) {
     return false;
   }
-  const bool inUse = IsTold(descriptor, kReads) || IsTold(descriptor, kWrites);
+  const bool inUse = IsTold(descriptor, kReads, kWrites);
   close(descriptor);
   return inUse;
 }

@@ -387,13 +387,13 @@ TEST_F(IndexTest, PrefersTheExactNameThenAlwaysTheSame) {
   }
   DirectoryIndex index;
   std::string spelled;
-  EXPECT_EQ(index.Find(Host(), u"NAME", &spelled), kSuccess);
+  EXPECT_EQ(index.Find(Host(), "NAME", &spelled), kSuccess);
   EXPECT_EQ(spelled, "Name");
   HostPath host;
   EXPECT_EQ(Resolve(Path(u"naME"), &host), kSuccess);
   EXPECT_EQ(host.path, Host("naME"));
   EXPECT_EQ(files::Delete(Path(u"NAME")), kSuccess);
-  EXPECT_EQ(index.Find(Host(), u"NAME", &spelled), kSuccess);
+  EXPECT_EQ(index.Find(Host(), "NAME", &spelled), kSuccess);
   EXPECT_EQ(spelled, "nAME");
 }
 
@@ -414,7 +414,7 @@ class IndexChangesTest : public IndexTest, public testing::WithParamInterface<bo
     }
   }
 
-  std::string Find(const std::string& folder, cvn::StringView name) {
+  std::string Find(const std::string& folder, std::string_view name) {
     std::string spelled;
     const Code code = index_->Find(folder, name, &spelled);
     return code == kSuccess ? spelled : std::to_string(code);
@@ -431,37 +431,37 @@ INSTANTIATE_TEST_SUITE_P(, IndexChangesTest, testing::Bool(),
 
 TEST_P(IndexChangesTest, ShowAtOnce) {
   const std::string folder = Host("folder");
-  EXPECT_EQ(Find(folder, u"a"), "3");
+  EXPECT_EQ(Find(folder, "a"), "3");
   std::filesystem::create_directory(folder);
-  EXPECT_EQ(Find(folder, u"FILE"), "2");
+  EXPECT_EQ(Find(folder, "FILE"), "2");
   Touch(folder + "/File");
-  EXPECT_EQ(Find(folder, u"FILE"), "File");
-  EXPECT_EQ(Find(folder + "/File", u"FILE"), "3");
+  EXPECT_EQ(Find(folder, "FILE"), "File");
+  EXPECT_EQ(Find(folder + "/File", "FILE"), "3");
   std::filesystem::create_directory(folder + "/Sub");
-  EXPECT_EQ(Find(folder, u"SUB"), "Sub");
+  EXPECT_EQ(Find(folder, "SUB"), "Sub");
   std::filesystem::rename(folder + "/File", folder + "/Other");
-  EXPECT_EQ(Find(folder, u"FILE"), "2");
-  EXPECT_EQ(Find(folder, u"OTHER"), "Other");
+  EXPECT_EQ(Find(folder, "FILE"), "2");
+  EXPECT_EQ(Find(folder, "OTHER"), "Other");
   std::filesystem::remove(folder + "/Other");
-  EXPECT_EQ(Find(folder, u"OTHER"), "2");
+  EXPECT_EQ(Find(folder, "OTHER"), "2");
   std::filesystem::create_symlink("/", folder + "/Link");
-  EXPECT_EQ(Find(folder, u"LINK"), "Link");
+  EXPECT_EQ(Find(folder, "LINK"), "Link");
   // Nothing happened for long, and then something does.
   std::filesystem::last_write_time(folder, std::filesystem::file_time_type::clock::now() - 1h);
-  EXPECT_EQ(Find(folder, u"LATE"), "2");
-  EXPECT_EQ(Find(folder, u"LINK"), "Link");
+  EXPECT_EQ(Find(folder, "LATE"), "2");
+  EXPECT_EQ(Find(folder, "LINK"), "Link");
   Touch(folder + "/Late");
-  EXPECT_EQ(Find(folder, u"LATE"), "Late");
+  EXPECT_EQ(Find(folder, "LATE"), "Late");
   // The folder itself gives way to another.
   std::filesystem::rename(folder, Host("before"));
-  EXPECT_EQ(Find(folder, u"SUB"), "3");
+  EXPECT_EQ(Find(folder, "SUB"), "3");
   std::filesystem::create_directory(folder);
   Touch(folder + "/New");
-  EXPECT_EQ(Find(folder, u"SUB"), "2");
-  EXPECT_EQ(Find(folder, u"NEW"), "New");
-  EXPECT_EQ(Find(Host("before"), u"SUB"), "Sub");
+  EXPECT_EQ(Find(folder, "SUB"), "2");
+  EXPECT_EQ(Find(folder, "NEW"), "New");
+  EXPECT_EQ(Find(Host("before"), "SUB"), "Sub");
   std::filesystem::remove_all(folder);
-  EXPECT_EQ(Find(folder, u"NEW"), "3");
+  EXPECT_EQ(Find(folder, "NEW"), "3");
 }
 
 TEST_P(IndexChangesTest, ShowInManyFolders) {
@@ -470,10 +470,10 @@ TEST_P(IndexChangesTest, ShowInManyFolders) {
     for (int i = 0; i < kFolders; ++i) {
       const std::string folder = Host("folder " + std::to_string(i));
       std::filesystem::create_directories(folder);
-      EXPECT_EQ(Find(folder, posix::ToWide(name)), "2");
+      EXPECT_EQ(Find(folder, name), "2");
       Touch(folder + "/" + name);
-      EXPECT_EQ(Find(folder, u"one"), "One");
-      EXPECT_EQ(Find(folder, u"TWO"), name[0] == 'T' ? "Two" : "2");
+      EXPECT_EQ(Find(folder, "one"), "One");
+      EXPECT_EQ(Find(folder, "TWO"), name[0] == 'T' ? "Two" : "2");
     }
   }
 }
@@ -482,15 +482,15 @@ TEST_P(IndexChangesTest, ShowInManyFolders) {
 TEST_F(IndexTest, SurvivesAFloodOfChanges) {
   DirectoryIndex index;
   std::string spelled;
-  EXPECT_EQ(index.Find(Host(), u"last", &spelled), kFileNotFound);
+  EXPECT_EQ(index.Find(Host(), "last", &spelled), kFileNotFound);
   for (int i = 0; i < 20'000; ++i) {
     Touch(Host("flood"));
     unlink(Host("flood").c_str());
   }
   Touch(Host("Last"));
-  EXPECT_EQ(index.Find(Host(), u"LAST", &spelled), kSuccess);
+  EXPECT_EQ(index.Find(Host(), "LAST", &spelled), kSuccess);
   EXPECT_EQ(spelled, "Last");
-  EXPECT_EQ(index.Find(Host(), u"FLOOD", &spelled), kFileNotFound);
+  EXPECT_EQ(index.Find(Host(), "FLOOD", &spelled), kFileNotFound);
 }
 
 // Quadratic work would take minutes here.
