@@ -11,6 +11,7 @@ import sys
 import tempfile
 import time
 
+import registry_bench
 import tree_bench
 
 ROUNDS = 333_333  # of the traced loop: three commands each
@@ -107,8 +108,9 @@ def main():
             "sh": time_command(["sh", "-c", ":"], environment, 50),
         }
         table = rows(figures, one_command, peers)
-        table += tree_bench.rows(
-            arguments.tessel, lambda *what: pack(arguments, *what), work, environment)
+        for bench in (registry_bench, tree_bench):
+            table += bench.rows(
+                arguments.tessel, lambda *what: pack(arguments, *what), work, environment)
     print(f"{'what':<28}{'ours ms':>12}  {'beside':<28}{'ms':>12}{'ratio':>8}{'at most':>9}")
     for what, ours, peer_name, peer, target in table:
         print(f"{what:<28}{ours:>12.3f}  {peer_name:<28}{peer:>12.3f}{ours / peer:>8.2f}{target:>9}")

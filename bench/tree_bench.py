@@ -1,71 +1,77 @@
-"""Measures the commands on trees of files beside the host's own tools."""
+"""Measures the commands on trees of files beside the host's own tools.
 
-import os
+Each round copies to folders that are new, and ours and the tool take turns at going first. Nothing is
+deleted before the last copy is made: a file system such as ext4 shuns the places of files that were
+deleted a moment ago, and whoever makes files then pays for the search."""
+
 import pathlib
-import shutil
-import subprocess
+import statistics
 import sys
-import time
 
-SIZES = ((10_000, 5), (100_000, 1))  # files in one folder, and how often to measure
+import measure
 
-
-def _time(command, environment):
-    """Milliseconds of one run, from a disk that has nothing left to write."""
-    os.sync()
-    start = time.perf_counter()
-    code = subprocess.run(command, env=environment, stdout=subprocess.DEVNULL).returncode
-    milliseconds = (time.perf_counter() - start) * 1e3
-    if code != 0:
-        sys.exit(f"{command[0]} ended with {code}")
-    return milliseconds
+SIZES = {10_000: 5, 100_000: 3}  # files in one folder, and how many rounds
 
 
 def _to_drive(path):
     return "Z:" + str(path).replace("/", "\\")
 
 
-def _measure(tessel, pack, work, environment, count, times):
-    """The best of some rounds, by what was done: (ours, the host's tool) in milliseconds."""
-    source, copy, peer_copy = (work / name for name in ("source", "copy", "peer-copy"))
-    source.mkdir()
-    for number in range(count):
-        pathlib.Path(source, f"file {number:06}.dat").write_bytes(b"x" * 100)
-    ours = {
-        "find": f"<fileFind dir='{_to_drive(source)}' pattern='*' var='all' delim=';' depth='9'/>",
-        "copy": f"<dirCopyRec src='{_to_drive(source)}' dest='{_to_drive(copy)}'/>",
-        "delete": f"<dirDeleteRec path='{_to_drive(copy)}'/>",
-    }
-    patches = {what: pack(work, what, f"{body}<exit code='0'/>") for what, body in ours.items()}
-    peers = {
-        "find": ["find", source],
-        "copy": ["cp", "-r", source, peer_copy],
-        "delete": ["rm", "-rf", peer_copy],
-    }
-    best = {}
-    for _ in range(times):
-        for what, patch in patches.items():
-            pair = (_time([tessel, "/encfile", str(patch)], environment),
-                    _time(peers[what], environment))
-            if what == "copy" and len(list(copy.iterdir())) != count:
-                sys.exit(f"the copy has not {count} files")
-            if what == "delete" and copy.exists():
-                sys.exit("the copy was not deleted")
-            best[what] = tuple(map(min, pair, best.get(what, pair)))
-    shutil.rmtree(source)
-    return best
+class _Trees:
+    """A source of so many files, with what is copied from it."""
+
+    def __init__(self, tessel, pack, work, environment, count):
+        self._tessel, self._pack, self._environment = tessel, pack, environment
+        self._folder = work / str(count)
+        self._source = self._folder / "source"
+        self._count = count
+        self._source.mkdir(parents=True)
+        for number in range(count):
+            pathlib.Path(self._source, f"file {number:06}.dat").write_bytes(b"x" * 100)
+
+    def _pair(self, what, number, body, peer):
+        patch = self._pack(self._folder, f"{what} {number}", f"{body}<exit code='0'/>")
+        return measure.run_pair([self._tessel, "/encfile", str(patch)], peer, self._environment,
+                                ours_first=number % 2 == 0)
+
+    def _copies(self, number):
+        return self._folder / f"copy {number}", self._folder / f"peer's copy {number}"
+
+    def find(self, number):
+        body = (f"<fileFind dir='{_to_drive(self._source)}' pattern='*' var='all' delim=';'"
+                " depth='9'/>")
+        return self._pair("find", number, body, ["find", self._source])
+
+    def copy(self, number):
+        ours, peers = self._copies(number)
+        body = f"<dirCopyRec src='{_to_drive(self._source)}' dest='{_to_drive(ours)}'/>"
+        pair = self._pair("copy", number, body, ["cp", "-r", self._source, peers])
+        if len(list(ours.iterdir())) != self._count:
+            sys.exit(f"the copy has not {self._count} files")
+        return pair
+
+    def delete(self, number):
+        ours, peers = self._copies(number)
+        body = f"<dirDeleteRec path='{_to_drive(ours)}'/>"
+        pair = self._pair("delete", number, body, ["rm", "-rf", peers])
+        if ours.exists():
+            sys.exit("the copy was not deleted")
+        return pair
 
 
 def rows(tessel, pack, work, environment):
-    """Rows of the table; `pack(folder, name, body)` makes a patch."""
-    figures = {count: _measure(tessel, pack, work, environment, count, times)
-               for count, times in SIZES}
-    peers = {"find": ("find", "2"), "copy": ("cp -r", "1.5"), "delete": ("rm -rf", "1.5")}
+    """Rows of the table, of the round with the median ratio each; `pack(folder, name, body)` makes a
+    patch."""
+    trees = {count: _Trees(tessel, pack, work, environment, count) for count in SIZES}
+    few, many = SIZES
     table = []
-    for what, (peer, target) in peers.items():
-        for count, figure in figures.items():
-            table.append((f"{what} {count:,} files", figure[what][0], peer, figure[what][1], target))
-        (few, _), (many, _) = SIZES
-        table.append((f"{what} {many:,} files", figures[many][what][0], f"{few:,} files",
-                      figures[few][what][0], "12"))
+    for what, peer, target in (("find", "find", "2"), ("copy", "cp -r", "1.5"),
+                               ("delete", "rm -rf", "1.5")):
+        ours = {}
+        for count, rounds in SIZES.items():
+            pairs = [getattr(trees[count], what)(number) for number in range(rounds)]
+            mine, theirs = sorted(pairs, key=lambda pair: pair[0] / pair[1])[rounds // 2]
+            table.append((f"{what} {count:,} files", mine, peer, theirs, target))
+            ours[count] = statistics.median(pair[0] for pair in pairs)
+        table.append((f"{what} {many:,} files", ours[many], f"{few:,} files", ours[few], "12"))
     return table
