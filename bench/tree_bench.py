@@ -10,7 +10,7 @@ import sys
 
 import measure
 
-SIZES = {10_000: 5, 100_000: 3}  # files in one folder, and how many rounds
+SIZES = {10_000: 5, 100_000: 2}  # files in one folder, and how many rounds
 
 
 def _to_drive(path):
