@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const cvn::String text = cvn::Utf8ToWide(tessel::fuzz::Input(data, size).Rest());
   tessel::ScriptEngine engine;
   if (engine.ParseText(text)) {
-    engine.Load({});
+    engine.Load({}, [] { return false; });
     engine.Reset();
   }
   return 0;

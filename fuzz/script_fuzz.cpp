@@ -58,7 +58,7 @@ void LoadAndRun(cvn::StringView text) {
   if (!engine.ParseText(text)) {
     return;
   }
-  if (engine.Load({{u"given", u"from the command line"}}) == kLoadSuccess) {
+  if (engine.Load({{u"given", u"from the command line"}}, [] { return false; }) == kLoadSuccess) {
     PrepareMachine();
     LimitTrace(kMostLines, kMostCharacters);
     try {
