@@ -6,6 +6,7 @@
 namespace tlx {
 
 extern const CommandSpec kCatalogCommand;
+extern const CommandSpec kEventsCommand;
 extern const CommandSpec kKeygenCommand;
 extern const CommandSpec kMachineCreateCommand;
 extern const CommandSpec kMachineShowCommand;

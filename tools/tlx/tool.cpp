@@ -15,7 +15,8 @@ using platform::streams::WriteLine;
 
 const CommandSpec* const kCommands[] = {&kKeygenCommand,        &kPackCommand,
                                         &kUnpackCommand,        &kCatalogCommand,
-                                        &kMachineCreateCommand, &kMachineShowCommand};
+                                        &kMachineCreateCommand, &kMachineShowCommand,
+                                        &kEventsCommand};
 
 bool IsHelp(cvn::StringView argument) { return argument == u"--help" || argument == u"-h"; }
 

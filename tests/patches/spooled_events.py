@@ -1,0 +1,66 @@
+"""What a run reported: the events that it left, and its lines about them in the trace."""
+
+import json
+import pathlib
+import re
+
+import jsonschema
+
+_SCHEMA = pathlib.Path(__file__).resolve().parents[2] / 'docs' / 'event.schema.json'
+_VALIDATOR = jsonschema.Draft7Validator(json.loads(_SCHEMA.read_text(encoding='utf-8')))
+_NAME = re.compile(r'[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}')
+# The event's text ends with a line feed of its own.
+_TOOL_RAN = re.compile(r'tool_ran event data: \[\{.*\}')
+_CRITICAL = re.compile(r'critical_issue_occurred event data: \[event_name: .*\]')
+_RESULT = re.compile(r'(ToolRan|CriticalIssueOccurred)::Process result = \[(-?\d+)\]')
+
+
+class BrokenEvent(Exception):
+    """What is wrong with a file of the spool."""
+
+
+def load(folder):
+    """The events of a spool folder, each as its `fields`, the oldest first."""
+    events = []
+    for path in sorted(folder.iterdir()) if folder.is_dir() else []:
+        if path.suffix == '.tmp':
+            continue
+        if not _NAME.fullmatch(path.name):
+            raise BrokenEvent(f'{path.name} is no name for an event')
+        text = path.read_text(encoding='utf-8')
+        try:
+            document = json.loads(text)
+        except ValueError as fault:
+            raise BrokenEvent(f'{path.name}: {fault}: {text!r}') from None
+        if text.count('\n') != 1 or not text.endswith('\n'):
+            raise BrokenEvent(f'{path.name} is not one line: {text!r}')
+        for fault in _VALIDATOR.iter_errors(document):
+            raise BrokenEvent(f'{path.name}: {fault.message}: {text}')
+        events.append(document['data']['fields'])
+    return sorted(events, key=lambda event: event['event_time'])
+
+
+def tell(event):
+    """An event in a line: its name, code and reason."""
+    if event['event_name'] == 'm_tool_ran':
+        return f'{event["event_name"]} {event["exit_code"]} {event["exit_reason"]}'
+    return f'{event["event_name"]} {event["error_code"]} {event["error"]}'
+
+
+def part(trace):
+    """Takes the lines about reports out of a trace. Returns the other lines and the statuses that
+    the spool gave, as texts like 'ToolRan 0'."""
+    rest = []
+    statuses = []
+    lines = iter(trace)
+    for line in lines:
+        result = _RESULT.fullmatch(line)
+        if _TOOL_RAN.fullmatch(line):
+            closing = next(lines, None)
+            if closing != '~]':
+                rest += [line, closing]
+        elif result:
+            statuses.append(f'{result[1]} {result[2]}')
+        elif not _CRITICAL.fullmatch(line):
+            rest.append(line)
+    return rest, statuses

@@ -1,0 +1,142 @@
+#include <algorithm>
+#include <array>
+
+#include "platform/clock.h"
+#include "platform/machine.h"
+#include "platform/paths.h"
+#include "platform/streams.h"
+#include "support/format.h"
+#include "support/utf.h"
+#include "telemetry/event_envelope.h"
+#include "telemetry/event_spool.h"
+#include "tools/tlx/commands.h"
+#include "tools/tlx/machine_text.h"
+#include "tools/tlx/messages.h"
+#include "tools/tlx/spooled_event.h"
+
+namespace tlx {
+namespace {
+
+using platform::streams::Output;
+
+constexpr OptionSpec kOptions[] = {
+    {u"--json", u"", false, u"Print each event as a line of JSON, as it is spooled"},
+};
+
+constexpr OperandSpec kOperands[] = {
+    {u"DIR", false, u"A machine's folder, or a folder with events; without it, this machine"},
+};
+
+using Row = std::array<cvn::String, 5>;
+
+cvn::String TimeText(std::int64_t milliseconds) {
+  const platform::clock::LocalTime time = platform::clock::ToLocalTime(milliseconds / 1000);
+  return cvn::Format(u"%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
+                     time.minute, time.second);
+}
+
+void PrintTable(const cvn::List<SpooledEvent>& events) {
+  cvn::List<Row> rows = {{u"TIME", u"EVENT", u"PATCH", u"REASON", u"CODE"}};
+  for (const SpooledEvent& event : events) {
+    rows.push_back({TimeText(event.time), Printable(event.name), Printable(event.patchId),
+                    Printable(event.reason), cvn::Format(u"%lld", event.code)});
+  }
+  std::array<std::size_t, 5> widths{};
+  for (const Row& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      widths[i] = std::max(widths[i], row[i].Length());
+    }
+  }
+  for (const Row& row : rows) {
+    cvn::String line;
+    for (std::size_t i = 0; i + 1 < row.size(); ++i) {
+      line.Append(row[i]);
+      for (std::size_t blanks = widths[i] + 2 - row[i].Length(); blanks > 0; --blanks) {
+        line.Append(u' ');
+      }
+    }
+    line.Append(row.back());
+    platform::streams::WriteLine(Output::Out, line);
+  }
+}
+
+void PrintLines(const cvn::List<SpooledEvent>& events) {
+  for (const SpooledEvent& event : events) {
+    cvn::String line = cvn::Utf8ToWide(tessel::PrintLine(event.document));
+    if (line.AsView().ends_with(u'\n')) {
+      line = line.AsView().substr(0, line.Length() - 1);
+    }
+    platform::streams::WriteLine(Output::Out, line);
+  }
+}
+
+bool IsMachine(cvn::StringView folder) {
+  return platform::paths::IsDirectory(cvn::Format(u"%s/Windows/System32/config", folder));
+}
+
+// Finds the folder of the events; the exit code of a failure that it told.
+int FindSpool(cvn::StringView place, cvn::String* folder) {
+  if (!place.empty() && !IsMachine(place)) {
+    *folder = place;
+    return kExitDone;
+  }
+  if (!place.empty()) {
+    switch (const platform::Code code = platform::machine::Use(place)) {
+      case platform::kSuccess:
+        break;
+      case platform::kNotSupported:
+        return FailOnFile(place, kNoMachinesHere);
+      default:
+        return FailToRead(place, code);
+    }
+  }
+  *folder = tessel::GetEventsFolder();
+  return folder->Empty() ? FailOnFile(place.empty() ? u"this machine" : place,
+                                      u"the product isn't installed there, and so has no events")
+                         : kExitDone;
+}
+
+int ShowEvents(const Options& options) {
+  const cvn::StringView place = options.Operand(0);
+  cvn::String folder;
+  int exitCode = FindSpool(place, &folder);
+  if (exitCode != kExitDone) {
+    return exitCode;
+  }
+  cvn::List<SpooledEvent> events;
+  cvn::List<BrokenEvent> broken;
+  const platform::Code code = ReadSpool(folder, &events, &broken);
+  // The folder is made with the first event.
+  const bool isNone = code == platform::kPathNotFound && (place.empty() || IsMachine(place));
+  if (code != platform::kSuccess && !isNone) {
+    return FailToRead(folder, code);
+  }
+  if (options.Has(u"--json")) {
+    PrintLines(events);
+  } else if (events.empty()) {
+    platform::streams::WriteLine(Output::Out, u"There are no events.");
+  } else {
+    PrintTable(events);
+  }
+  for (const BrokenEvent& one : broken) {
+    exitCode = FailOnFile(one.path, one.problem);
+  }
+  return exitCode;
+}
+
+}  // namespace
+
+const CommandSpec kEventsCommand = {
+    u"events",
+    u"Show the events that runs left",
+    u"Prints the events that wait in a machine's spool folder, the newest last: when, which "
+    u"report, "
+    u"which patch,\nwhy and with what code. Files that are still being written are passed over; "
+    u"one "
+    u"that is no event is named\non standard error, and makes the exit code 1.\n",
+    kOptions,
+    ShowEvents,
+    kOperands,
+};
+
+}  // namespace tlx
