@@ -122,7 +122,7 @@ need_windows_packages() {
 }
 
 need_test_packages() {
-  need_packages python3 clang-format-14 libhivex-bin osslsigncode wine wine64
+  need_packages python3 python3-jsonschema clang-format-14 libhivex-bin osslsigncode wine wine64
 }
 
 need_fuzz_packages() {

@@ -40,6 +40,9 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                                 some    the whole trace, but other lines may stand between these
     trace in PATH:          as 'all', for another trace file
     stdout: / stderr:       the stream's lines, each one; no lines when there is no such key
+    events:                 the events that the run left, the oldest first, a line each: name, code
+                            and reason; one of m_tool_ran with the exit code when there is no such
+                            key
     tree PATH:              what a folder in the case's folder holds, a line for each entry with the
                             path from there: a folder with '\\' behind it, a link with '@'
     hive FILE KEY:          on Linux, what hivexget tells of a key of a hive file below
@@ -80,6 +83,7 @@ class Expectations:
     traces_elsewhere: list = dataclasses.field(default_factory=list)  # of (path, lines)
     stdout: list = dataclasses.field(default_factory=list)
     stderr: list = dataclasses.field(default_factory=list)
+    events: list = dataclasses.field(default_factory=list)
     trees: list = dataclasses.field(default_factory=list)  # of (path, lines)
     files: list = dataclasses.field(default_factory=list)  # of (path, lines)
     hives: list = dataclasses.field(default_factory=list)  # of (file, key, lines)
@@ -134,7 +138,7 @@ def _add(expectations, key, value, lines):
         expectations.differs = value
     elif key == 'exit':
         expectations.exit_codes = [int(code) for code in value.split()]
-    elif key in ('libraries', 'make', 'stdout', 'stderr'):
+    elif key in ('events', 'libraries', 'make', 'stdout', 'stderr'):
         setattr(expectations, key, lines)
     elif word == 'trace' and rest in TRACE_PARTS:
         expectations.traces.append((rest, lines))

@@ -33,11 +33,14 @@ import container_cases
 import expectations
 import http_files
 import load_cases
+import spooled_events
 import trees
 
 HERE = pathlib.Path(__file__).resolve().parent
 MACHINE = 'machine'  # a Linux run's, in the case's folder
 PRODUCT = pathlib.Path('product', 'bin')  # a copy of the program's folder, in the case's folder
+# Where a product that is installed at the usual place gets its events, from drive C: on.
+SPOOL = pathlib.PurePath('Program Files', 'Ambry Shield', 'matrix', 'events')
 TIME_LIMIT = 120  # seconds, for a run that does not end
 STAMP = re.compile(r'\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ')
 # The roots of the registry have the same values everywhere.
@@ -57,6 +60,7 @@ class Observation:
     trace: list
     stdout: list
     stderr: list
+    events: list  # as spooled_events.tell has them
 
 
 def host_to_drive(path):
@@ -134,9 +138,18 @@ class Home:
         arguments = [fill_in(a, folder, case) for a in case.expectations.arguments]
         program = self.program_for(case, folder)
         exit_code, stdout, stderr, trace = self.start(program, arguments, environment, folder)
+        trace, statuses = spooled_events.part(trace)
+        stdout, _ = spooled_events.part(stdout)
+        try:
+            events = spooled_events.load(self.spool(folder))
+        except spooled_events.BrokenEvent as fault:
+            raise Mismatch(str(fault)) from None
+        if statuses != [spooled_events.status_of(event) for event in events]:
+            raise Mismatch(f'the trace tells of {statuses}, and the events are {events}')
         return Observation(program, exit_code,
                            *([self.normalise(line, folder, program) for line in lines]
-                             for lines in (trace, stdout, stderr)))
+                             for lines in (trace, stdout, stderr)),
+                           [spooled_events.tell(event) for event in events])
 
     def spawn(self, command, environment, folder):
         try:
@@ -176,6 +189,10 @@ class LinuxHome(Home):
                 self.only_trace(machine / 'ProgramData' / 'Tessera', run))
 
     @staticmethod
+    def spool(folder):
+        return folder / MACHINE / SPOOL
+
+    @staticmethod
     def expected_code(code):
         return code & 0xFF
 
@@ -187,8 +204,20 @@ class WindowsHome(Home):
         self.libraries = [pathlib.Path(library).resolve() for library in libraries]
         if not os.environ.get('WINEPREFIX'):
             sys.exit('run.py: WINEPREFIX must name the prefix to run in')
-        self.trace_folder = pathlib.Path(
-            os.environ['WINEPREFIX'], 'drive_c', 'ProgramData', 'Tessera')
+        drive = pathlib.Path(os.environ['WINEPREFIX'], 'drive_c')
+        self.trace_folder = drive / 'ProgramData' / 'Tessera'
+        self.spool_folder = drive / SPOOL
+        self.install_product()
+
+    def install_product(self):
+        """Puts into the prefix what every machine has that tlx makes."""
+        key = 'HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Ambry Shield'
+        subprocess.run([self.wine, 'reg', 'add', key, '/f', '/v', 'InstallLocation', '/d',
+                        f'C:\\{pathlib.PureWindowsPath(*SPOOL.parts[:2])}'],
+                       stdout=subprocess.DEVNULL, check=True)
+
+    def spool(self, _):
+        return self.spool_folder
 
     def prepare(self, folder):
         pass
@@ -207,6 +236,7 @@ class WindowsHome(Home):
 
     def start(self, program, arguments, environment, folder):
         shutil.rmtree(self.trace_folder, ignore_errors=True)
+        shutil.rmtree(self.spool_folder, ignore_errors=True)
         for library in self.libraries:
             environment['WINEDLLOVERRIDES'] = ';'.join(filter(None, [
                 environment.get('WINEDLLOVERRIDES'), f'{library.stem}=n']))
@@ -316,6 +346,9 @@ def check(case, home, seen, folder):
             faults.append(f'{path} is not there')
     faults.append(expectations.differ(wanted.stdout, seen.stdout, 'standard output'))
     faults.append(expectations.differ(wanted.stderr, seen.stderr, 'standard error'))
+    events = wanted.events or [f'm_tool_ran {wanted.exit_codes[0]} *'
+                               if len(wanted.exit_codes) == 1 else 'm_tool_ran *']
+    faults.append(expectations.differ(events, seen.events, 'events'))
     for path, lines in wanted.trees:
         seen_tree = trees.tell(folder, path)
         faults.append(f'{path} is not there' if seen_tree is None else

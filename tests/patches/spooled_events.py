@@ -47,6 +47,12 @@ def tell(event):
     return f'{event["event_name"]} {event["error_code"]} {event["error"]}'
 
 
+def status_of(event):
+    """What the trace says of an event that reached the spool."""
+    kind = 'ToolRan' if event['event_name'] == 'm_tool_ran' else 'CriticalIssueOccurred'
+    return f'{kind} 0'
+
+
 def part(trace):
     """Takes the lines about reports out of a trace. Returns the other lines and the statuses that
     the spool gave, as texts like 'ToolRan 0'."""
