@@ -70,46 +70,48 @@ void PrintLines(const cvn::List<SpooledEvent>& events) {
   }
 }
 
-bool IsMachine(cvn::StringView folder) {
-  return platform::paths::IsDirectory(cvn::Format(u"%s/Windows/System32/config", folder));
+// Where the events lie.
+struct Spool {
+  cvn::String folder;
+  bool isMachines = false;  // its own: it is made with the first event
+};
+
+// Makes the place this process's machine, if it is one. The code of a place that can't be looked
+// at.
+platform::Code EnterMachine(cvn::StringView place, bool* isMachine) {
+  const platform::Code code = platform::machine::Use(place);
+  *isMachine =
+      code == platform::kSuccess && platform::paths::IsDirectory(u"C:\\Windows\\System32\\config");
+  return code == platform::kNotSupported ? platform::kSuccess : code;
 }
 
 // Finds the folder of the events; the exit code of a failure that it told.
-int FindSpool(cvn::StringView place, cvn::String* folder) {
-  if (!place.empty() && !IsMachine(place)) {
-    *folder = place;
-    return kExitDone;
-  }
+int FindSpool(cvn::StringView place, Spool* spool) {
+  spool->isMachines = place.empty();
   if (!place.empty()) {
-    switch (const platform::Code code = platform::machine::Use(place)) {
-      case platform::kSuccess:
-        break;
-      case platform::kNotSupported:
-        return FailOnFile(place, kNoMachinesHere);
-      default:
-        return FailToRead(place, code);
+    const platform::Code code = EnterMachine(place, &spool->isMachines);
+    if (code != platform::kSuccess) {
+      return FailToRead(place, code);
     }
   }
-  *folder = tessel::GetEventsFolder();
-  return folder->Empty() ? FailOnFile(place.empty() ? u"this machine" : place,
-                                      u"the product isn't installed there, and so has no events")
-                         : kExitDone;
+  spool->folder = spool->isMachines ? tessel::GetEventsFolder() : cvn::String(place);
+  return spool->folder.Empty()
+             ? FailOnFile(place.empty() ? u"this machine" : place,
+                          u"the product isn't installed there, and so has no events")
+             : kExitDone;
 }
 
 int ShowEvents(const Options& options) {
-  const cvn::StringView place = options.Operand(0);
-  cvn::String folder;
-  int exitCode = FindSpool(place, &folder);
+  Spool spool;
+  int exitCode = FindSpool(options.Operand(0), &spool);
   if (exitCode != kExitDone) {
     return exitCode;
   }
   cvn::List<SpooledEvent> events;
   cvn::List<BrokenEvent> broken;
-  const platform::Code code = ReadSpool(folder, &events, &broken);
-  // The folder is made with the first event.
-  const bool isNone = code == platform::kPathNotFound && (place.empty() || IsMachine(place));
-  if (code != platform::kSuccess && !isNone) {
-    return FailToRead(folder, code);
+  const platform::Code code = ReadSpool(spool.folder, &events, &broken);
+  if (code != platform::kSuccess && !(spool.isMachines && code == platform::kPathNotFound)) {
+    return FailToRead(spool.folder, code);
   }
   if (options.Has(u"--json")) {
     PrintLines(events);
