@@ -28,7 +28,7 @@ std::int32_t Gates::RefuseUndecryptable() {
   cvn::String base;
   if (IsPathInTrustedLocation(Path(), &base) && extension == kPatchExtension) {
     TraceLine(u"Patch to be removed");
-    facts_.SetScriptPath(MakeRelativeToBase(facts_.scriptPath, base));
+    facts_.reporter.SetScriptPath(MakeRelativeToBase(Path(), base));
     const platform::Code code = platform::files::Delete(Path());
     if (code != platform::kSuccess) {
       TraceLine(u"Deleting patch returned %d", code);
@@ -130,17 +130,20 @@ std::int32_t Gates::PassInstallPath(cvn::StringView base) {
                    .tellsParents = true,
                    .tellsFolders = true});
   }
-  facts_.SetScriptPath(MakeRelativeToBase(facts_.scriptPath, base));
+  facts_.reporter.SetScriptPath(MakeRelativeToBase(Path(), base));
   return 0;
 }
 
 std::int32_t Gates::Refuse(const Refusal& refusal) {
+  if (refusal.criticalReason != 0) {
+    ReportCriticalIssue(facts_, refusal.criticalReason);
+  }
   if (refusal.tellsParents) {
-    facts_.parents = CollectParentProcesses();
+    facts_.reporter.SetParentProcesses(CollectParentProcesses());
   }
   if (refusal.tellsFolders) {
-    facts_.updateServicePath = GetServiceFolder(kUpdateService);
-    facts_.installDir = GetInstallPath();
+    facts_.reporter.SetUpdateServicePath(GetServiceFolder(kUpdateService));
+    facts_.reporter.SetInstallDir(GetInstallPath());
   }
   if (refusal.tellsType) {
     facts_.tags.push_back(cvn::Format(u"patch:%s", meta_.patchType));

@@ -5,7 +5,7 @@
 
 #include "launcher/command_line.h"
 #include "launcher/patch_metadata.h"
-#include "launcher/run_facts.h"
+#include "launcher/run_reports.h"
 #include "support/string.h"
 #include "trust/instance_guard.h"
 

@@ -3,6 +3,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "engine/script_engine.h"
 #include "files/path_text.h"
@@ -12,7 +13,7 @@
 #include "launcher/patch_file.h"
 #include "launcher/patch_metadata.h"
 #include "launcher/process_environment.h"
-#include "launcher/run_facts.h"
+#include "launcher/run_reports.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/libraries.h"
@@ -108,6 +109,7 @@ class PatchRun {
 
 std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
   const RunEnd end = GoThrough(arguments);
+  ReportRun(&facts_, end);
   if (end.ranScript) {
     TraceLine(u"End execution");
   }
@@ -139,7 +141,10 @@ RunEnd PatchRun::GoThrough(const cvn::List<cvn::String>& arguments) {
 std::int32_t PatchRun::ReadOptions(const cvn::List<cvn::String>& arguments) {
   TraceLine(u"Started from %s\n", GetExeFolder());
   cvn::String errorText;
-  if (!ParseCommandLine(arguments, &settings_, &errorText, &facts_.options)) {
+  cvn::List<cvn::String> options;
+  const bool isParsed = ParseCommandLine(arguments, &settings_, &errorText, &options);
+  facts_.reporter.SetPatchParams(std::move(options));
+  if (!isParsed) {
     TraceLine(u"%s\n", errorText);
     TraceUsage(arguments);
     platform::streams::WriteLine(Output::Error, u"Could not parse input parameters.");
@@ -153,7 +158,7 @@ std::int32_t PatchRun::ReadOptions(const cvn::List<cvn::String>& arguments) {
     return kPatchInvalidArguments;
   }
   TraceLine(u"Input file used: %s", Path());
-  facts_.SetScriptPath(Path());
+  facts_.reporter.SetScriptPath(Path());
   return 0;
 }
 
@@ -191,7 +196,7 @@ std::int32_t PatchRun::ReadScript() {
   meta_.content = cvn::Utf8ToWide(plainText.c_str());
   ExtractPatchMetaData(&meta_);
   TraceLine(u"Running patch of type: %s, with id: %s", meta_.patchType, meta_.id);
-  facts_.patchId = meta_.id;
+  facts_.reporter.SetPatchId(meta_.id);
   for (const cvn::String& tag : meta_.tags) {
     facts_.tags.push_back(cvn::Format(u"patch:%s", tag));
   }
@@ -230,7 +235,7 @@ std::int32_t PatchRun::LoadScript() {
     cvn::String base;
     return IsPathInTrustedLocation(Path(), &base);
   });
-  facts_.expires = engine_->ExpiresAt();
+  facts_.reporter.SetExpires(engine_->ExpiresAt());
   return loaded;
 }
 
