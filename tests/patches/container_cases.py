@@ -122,6 +122,9 @@ file @DIR@\\log.txt:
   * test function end with False.
   * Exit function called with exitcode 7
   * Stop executing
+  * tool_ran event data: *
+  ]
+  * ToolRan::Process result = [0]
   * End execution
   * set trace file: (null)
   ~
