@@ -63,7 +63,7 @@ def part(trace):
         result = _RESULT.fullmatch(line)
         if _TOOL_RAN.fullmatch(line):
             closing = next(lines, None)
-            if closing != '~]':
+            if closing not in ('~]', ']'):  # a stream's lines have no stamps
                 rest += [line, closing]
         elif result:
             statuses.append(f'{result[1]} {result[2]}')
