@@ -11,6 +11,7 @@ import sys
 import tempfile
 import time
 
+import catalog_bench
 import registry_bench
 import tree_bench
 
@@ -49,10 +50,11 @@ def time_command(command, environment, times):
     return best
 
 
-def pack(arguments, work, name, body):
+def pack(arguments, work, name, body, kind="update"):
     script = work / f"{name}.xml"
     script.write_text('<patch version="1.0"><header><property name="id" value="bench"/>'
-                      '<property name="patchType" value="update"/></header>'
+                      f'<property name="patchType" value="{kind}"/>'
+                      f'<property name="created" value="{int(time.time())}"/></header>'
                       f"<script>{body}</script></patch>\n", encoding="utf-8")
     patch = work / f"{name}.tlx"
     subprocess.run([arguments.tlx, "pack", "--key", arguments.key, "--in", script, "--out", patch],
@@ -97,6 +99,9 @@ def main():
         work = pathlib.Path(folder)
         environment = dict(os.environ, TESSEL_BENCH_FOLDER=folder, TESSEL_MACHINE=str(work / "machine"))
         shutil.copy(pathlib.Path(arguments.key).with_name("public.pem"), work / "public.pem")
+        # An older Windows, where patches need no catalog.
+        subprocess.run([arguments.tlx, "machine", "create", "--windows", "7", work / "machine"],
+                       check=True)
         pack(arguments, work, "bench", "<trace value='a step of a script'/>" * 3000)
         one = pack(arguments, work, "one", "<exit code='0'/>")
         figures = run_benches(arguments.bin, environment)
@@ -111,6 +116,8 @@ def main():
         for bench in (registry_bench, tree_bench):
             table += bench.rows(
                 arguments.tessel, lambda *what: pack(arguments, *what), work, environment)
+        table += catalog_bench.rows(arguments.tessel, arguments.tlx,
+                                    lambda *what: pack(arguments, *what), work)
     print(f"{'what':<28}{'ours ms':>12}  {'beside':<28}{'ms':>12}{'ratio':>8}{'at most':>9}")
     for what, ours, peer_name, peer, target in table:
         print(f"{what:<28}{ours:>12.3f}  {peer_name:<28}{peer:>12.3f}{ours / peer:>8.2f}{target:>9}")
