@@ -5,7 +5,8 @@ import pathlib
 import shutil
 import subprocess
 import sys
-import time
+
+import measure
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "patches"))
 
@@ -13,13 +14,6 @@ import authority  # noqa: E402  pylint: disable=wrong-import-position
 
 FILES, SIZE = 2000, 250_000
 ROUNDS = 3
-
-
-def _seconds(command, environment=None):
-    os.sync()
-    start = time.perf_counter()
-    subprocess.run(command, env=environment, stdout=subprocess.DEVNULL, check=True)
-    return time.perf_counter() - start
 
 
 def rows(tessel, tlx, pack, work):
@@ -41,7 +35,8 @@ def rows(tessel, tlx, pack, work):
     sums = [str(path) for path in folder.rglob("*.dat")]
     ours, peer = [], []
     for _ in range(ROUNDS):
-        ours.append(_seconds([tessel, "/encfile", str(patch)], environment))
-        peer.append(_seconds(["sha256sum", *sums]) + _seconds(["cp", "-r", folder, copy]))
+        ours.append(measure.run([tessel, "/encfile", str(patch)], environment))
+        peer.append(measure.run(["sha256sum", *sums], environment) +
+                    measure.run(["cp", "-r", folder, copy], environment))
         shutil.rmtree(copy)
-    return [("check, copy 500 MB", min(ours) * 1e3, "sha256sum + cp -r", min(peer) * 1e3, "1.2")]
+    return [("check, copy 500 MB", min(ours), "sha256sum + cp -r", min(peer), "1.2")]
