@@ -128,8 +128,7 @@ platform::Code DeleteFileWithFallback(cvn::StringView directory, const files::Se
     code = platform::kSuccess;
   }
   if (fallbacks.afterReboot) {
-    const platform::Code scheduled =
-        files::Move(path, cvn::StringView(), files::kMoveDelayUntilReboot);
+    const platform::Code scheduled = files::DeleteAtReboot(path);
     if (scheduled != platform::kSuccess && !fallbacks.rename) {
       code = scheduled;
     }

@@ -11,7 +11,9 @@
 
 namespace platform::files {
 
-enum class Access { Read, Write, ReadWrite };
+// All is GENERIC_ALL, which a share may refuse where it grants reading and writing; on Linux it is
+// ReadWrite.
+enum class Access { Read, Write, ReadWrite, All };
 
 // What others may do with the file while it is open, as the share modes of CreateFileW. On Linux it
 // is an agreement between programs of this kind only, kept by locks on the open file: it is not
@@ -133,9 +135,13 @@ inline constexpr std::uint32_t kMoveWriteThrough = 8;
 
 // Moves a file or a folder, as MoveFileExW: 183 when the target is there and may not be replaced, 5
 // for a folder onto anything or anything onto a folder or read-only file, 17 onto another volume
-// without kMoveCopyAllowed, or a folder onto one at all. With kMoveDelayUntilReboot nothing moves
-// now: the two paths are appended to the session manager's PendingFileRenameOperations. An empty
-// `to` is only allowed with that flag, and means deletion.
+// without kMoveCopyAllowed, or a folder onto one at all, 3 for an empty path. With
+// kMoveDelayUntilReboot nothing moves now: the two paths are appended to the session manager's
+// PendingFileRenameOperations.
 Code Move(cvn::StringView from, cvn::StringView to, std::uint32_t flags);
+
+// Appends the deletion of a file, or of an empty folder, to the same list, as MoveFileExW with
+// kMoveDelayUntilReboot and no second path.
+Code DeleteAtReboot(cvn::StringView path);
 
 }  // namespace platform::files

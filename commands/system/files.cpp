@@ -209,8 +209,8 @@ bool FunctionFileCreate::Parse() { return ReadNonEmpty(u"path", &path_); }
 
 void FunctionFileCreate::Execute() {
   files::File file;
-  ReportCode(files::Open(ExpandVariables(path_, variables), files::Access::ReadWrite,
-                         files::Share::None, files::Disposition::CreateNew, &file));
+  ReportCode(files::Open(ExpandVariables(path_, variables), files::Access::All, files::Share::None,
+                         files::Disposition::CreateNew, &file));
   TraceEnd(u"fileCreate");
 }
 

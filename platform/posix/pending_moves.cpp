@@ -5,7 +5,6 @@
 #include "platform/files.h"
 #include "platform/posix/file_steps.h"
 #include "platform/posix/move.h"
-#include "platform/posix/names.h"
 #include "platform/posix/path_resolver.h"
 #include "platform/registry.h"
 
@@ -78,13 +77,12 @@ Code AppendPair(cvn::StringView from, cvn::StringView to) {
 Code MoveAtNextStart(cvn::StringView from, cvn::StringView to, bool replace) {
   cvn::String source;
   Code code = NativePath(from, &source);
-  cvn::String target;
-  if (code == kSuccess && !to.empty()) {
-    cvn::String place;
+  cvn::String place;
+  if (code == kSuccess) {
     code = NativePath(to, &place);
-    target = replace ? u"!" : u"";
-    target.Append(place);
   }
+  cvn::String target(replace ? u"!" : u"");
+  target.Append(place);
   return code == kSuccess ? AppendPair(source, target) : code;
 }
 
@@ -98,7 +96,13 @@ Code Move(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {
     return posix::Report(kInvalidParameter);
   }
   const bool replace = (flags & kMoveReplaceExisting) != 0;
-  return posix::Report(MoveAtNextStart(from, posix::UpToZero(to), replace));
+  return posix::Report(MoveAtNextStart(from, to, replace));
+}
+
+Code DeleteAtReboot(cvn::StringView path) {
+  cvn::String native;
+  const Code code = NativePath(path, &native);
+  return posix::Report(code == kSuccess ? AppendPair(native, u"") : code);
 }
 
 }  // namespace platform::files

@@ -20,9 +20,11 @@ DWORD AccessOf(Access access) {
     case Access::Write:
       return GENERIC_WRITE;
     case Access::ReadWrite:
+      return GENERIC_READ | GENERIC_WRITE;
+    case Access::All:
       break;
   }
-  return GENERIC_READ | GENERIC_WRITE;
+  return GENERIC_ALL;
 }
 
 DWORD ShareOf(Share share) {
@@ -195,9 +197,14 @@ Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists) {
 
 Code Move(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {
   LastErrorKeeper lastError;
-  const cvn::PathString target = PathForCall(to);
+  return lastError.Outcome(::MoveFileExW(Wide(PathForCall(from)), Wide(PathForCall(to)), flags) !=
+                           0);
+}
+
+Code DeleteAtReboot(cvn::StringView path) {
+  LastErrorKeeper lastError;
   return lastError.Outcome(
-      ::MoveFileExW(Wide(PathForCall(from)), to.empty() ? nullptr : Wide(target), flags) != 0);
+      ::MoveFileExW(Wide(PathForCall(path)), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT) != 0);
 }
 
 }  // namespace platform::files

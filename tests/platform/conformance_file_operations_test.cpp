@@ -281,8 +281,11 @@ TEST_F(FileOperations, AMoveAfterTheNextStartIsNoted) {
   using files::kMoveDelayUntilReboot;
   const PendingMoves pending;
   const std::string folder = "\\??\\" + Utf8(Folder());
-  EXPECT_EQ(Observe([&] { return Move(Path(u"file"), u"", kMoveDelayUntilReboot); }),
-            Expected(kSuccess));
+  EXPECT_EQ(Observe([&] { return files::DeleteAtReboot(Path(u"file")); }), Expected(kSuccess));
+  // No target is not a deletion.
+  for (const std::uint32_t flags : {0U, files::kMoveCopyAllowed, kMoveDelayUntilReboot}) {
+    EXPECT_EQ(Observe([&] { return Move(Path(u"file"), u"", flags); }), Expected(kPathNotFound));
+  }
   EXPECT_EQ(Observe([&] { return Move(Path(u"other"), Path(u"new"), kMoveDelayUntilReboot); }),
             Expected(kSuccess));
   EXPECT_EQ(Observe([&] {

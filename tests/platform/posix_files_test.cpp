@@ -540,20 +540,19 @@ TEST_F(PosixFiles, DelayedMovesStandInTheRegistry) {
   WriteContent(Path(u"File"), "content");
   const Case kCases[] = {
       {Path(u"FILE"), Path(u"to"), 0, kSuccess},
-      {Path(u"FILE"), u"", 0, kSuccess},
       {Path(u"missing\\from"), Path(u"to"), kMoveReplaceExisting, kSuccess},
-      {posix::ToWide(outside), u"", 0, kSuccess},
       {Path(u"FILE"), Path(u"to"), kMoveCopyAllowed, kInvalidParameter},
       {u"", Path(u"to"), 0, kPathNotFound},
       {Path(u"FILE"), Path(u"a|b"), 0, kInvalidName},
-      {u"Q:\\a", u"", 0, kPathNotFound},
+      {u"Q:\\a", Path(u"to"), 0, kPathNotFound},
   };
   for (const Case& test : kCases) {
     EXPECT_EQ(Observe([&] { return Move(test.from, test.to, test.flags | kMoveDelayUntilReboot); }),
               Expected(test.code))
         << Utf8(test.from);
   }
-  EXPECT_EQ(Move(Path(u"File"), u"", 0), kPathNotFound);
+  EXPECT_EQ(files::DeleteAtReboot(posix::ToWide(outside)), kSuccess);
+  EXPECT_EQ(files::DeleteAtReboot(u"Q:\\a"), kPathNotFound);
   EXPECT_EQ(ContentOf(Path(u"File")), "content");
 
   registry::Key key;
@@ -574,8 +573,6 @@ TEST_F(PosixFiles, DelayedMovesStandInTheRegistry) {
   constexpr cvn::StringView kNative = u"\\??\\";
   add(kNative, Path(u"File"));
   add(kNative, Path(u"to"));
-  add(kNative, Path(u"File"));
-  add(u"", u"");
   add(kNative, Path(u"missing\\from"));
   add(u"!\\??\\", Path(u"to"));
   add(kNative, posix::ToMachinePath(outside));
