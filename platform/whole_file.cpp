@@ -2,11 +2,23 @@
 
 #include <span>
 
+#include "platform/paths.h"
 #include "platform/private_file.h"
 #include "platform/random.h"
 #include "support/format.h"
 
 namespace platform {
+namespace {
+
+// Beside the file. Of a long name only the beginning is kept, for names can't be longer than 255.
+cvn::String TemporaryPathFor(cvn::StringView path) {
+  constexpr std::size_t kKeptName = 64;
+  const std::size_t name = paths::FindFileName(path).size();
+  const std::size_t cut = name > kKeptName ? name - kKeptName : 0;
+  return cvn::Format(u"%s.%08x.tmp", path.substr(0, path.size() - cut), SecureRandom32());
+}
+
+}  // namespace
 
 Code ReadWholeFile(cvn::StringView path, std::string* bytes) {
   files::File file;
@@ -45,7 +57,7 @@ Code ReadWholeFile(cvn::StringView path, std::string* bytes) {
 }
 
 OutputFile::OutputFile(cvn::StringView path)
-    : path_(path), temporaryPath_(cvn::Format(u"%s.%08x.tmp", path, SecureRandom32())) {}
+    : path_(path), temporaryPath_(TemporaryPathFor(path)) {}
 
 OutputFile::~OutputFile() {
   if (hasTemporary_) {
