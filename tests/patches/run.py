@@ -74,6 +74,11 @@ def link_or_copy(source, target):
         shutil.copy2(source, target)
 
 
+def remove_tree(folder):
+    """Removes a folder with all below it, which may be deeper than rmtree can recurse."""
+    subprocess.run(['rm', '-rf', '--one-file-system', '--', folder], check=False)
+
+
 def decode_lines(data, what, line_end):
     try:
         text = data.decode('utf-8')
@@ -402,7 +407,7 @@ class Session:
         except Exception:  # pylint: disable=broad-except
             # A case that the runner can't cope with must fail, and not vanish with its thread.
             fault = traceback.format_exc()
-        shutil.rmtree(folder, ignore_errors=True)
+        remove_tree(folder)
         with self.lock:
             self.outcomes[key] = fault
             if seen is not None:
