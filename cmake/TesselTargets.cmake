@@ -24,6 +24,10 @@
 #   makes <build>/tests/libraries/<path>, a shared library of the home's own kind under that very
 #   name. It exports its functions with C names, and needs no library but those in LINKS.
 #
+# tessel_test_program(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+#   makes <build>/tests/libraries/<name>.exe, in both homes under that name, for tests to start. On
+#   Windows the entry point is wmain, and it needs no library of ours.
+#
 # tessel_fuzz(<name> SOURCES... [MUTATOR...] [DEPENDS...])
 #   is for Linux only. In a build with TESSEL_FUZZ it makes the fuzzer <build>/fuzz/<name>, from sources
 #   that define libFuzzer's entry points. In any other build it makes the test fuzz_<name>, which hands
@@ -126,6 +130,14 @@ function(tessel_test_library name)
   set_target_properties(${name} PROPERTIES PREFIX "" OUTPUT_NAME "${stem}" SUFFIX ".dll"
     SKIP_BUILD_RPATH ON LIBRARY_OUTPUT_DIRECTORY "${folder}" RUNTIME_OUTPUT_DIRECTORY "${folder}"
     ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/${name}.imports")
+  add_dependencies(tests ${name})
+endfunction()
+
+function(tessel_test_program name)
+  tessel_parse_sources(program ${ARGN})
+  tessel_executable(${name} tests/libraries "${program_sources}" "${program_depends}")
+  set_target_properties(${name} PROPERTIES SUFFIX ".exe")
+  target_link_options(${name} PRIVATE $<$<PLATFORM_ID:Windows>:-static;-municode>)
   add_dependencies(tests ${name})
 endfunction()
 

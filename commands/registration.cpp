@@ -7,6 +7,7 @@
 #include "commands/documents/xml.h"
 #include "commands/system/directories.h"
 #include "commands/system/files.h"
+#include "commands/system/processes.h"
 #include "commands/system/product.h"
 #include "commands/system/registry.h"
 #include "commands/system/services.h"
@@ -76,6 +77,12 @@ bool RegisterAllCommands() {
   RegisterCommand<FunctionRegCreateKey>(u"regCreateKey");
   RegisterCommand<FunctionRegDeleteKey>(u"regDeleteKey");
   RegisterCommand<FunctionRegDeleteValue>(u"regDeleteValue");
+  RegisterCommand<FunctionProcessStart>(u"processRun");
+  RegisterCommand<FunctionProcessWait>(u"processWait");
+  RegisterCommand<FunctionProcessKill>(u"processKill");
+  RegisterCommand<FunctionProcessImpersonateUser>(u"processImpersonateUser");
+  RegisterCommand<FunctionProcessRevertToSelf>(u"processRevertToSelf");
+  RegisterCommand<FunctionProcessEntrypoint>(u"processEntrypoint");
   RegisterCommand<FunctionServiceStart>(u"serviceStart");
   RegisterCommand<FunctionServiceStop>(u"serviceStop");
   RegisterCommand<FunctionServiceDelete>(u"serviceDelete");

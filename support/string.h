@@ -103,6 +103,15 @@ class StringT {
     SetInline(0);
   }
 
+  // Empties the text, and overwrites the memory that it had. A buffer that others own too stays as
+  // it is.
+  void Wipe() noexcept {
+    const WipeReleased wipe;
+    DropBuffer();
+    StringMemMgr::Overwrite(inline_, sizeof(inline_));
+    SetInline(0);
+  }
+
   // Makes room for `length` characters in all.
   void Reserve(std::size_t length) {
     if (length <= length_ + RoomAtEnd()) {

@@ -6,6 +6,8 @@
 namespace cvn {
 namespace {
 
+int wipers = 0;  // that live
+
 unsigned char* BackGuard(const StringMemMgr::Buffer* buffer) {
   auto* payload = StringMemMgr::Payload(const_cast<StringMemMgr::Buffer*>(buffer));
   return static_cast<unsigned char*>(payload) + buffer->capacity;
@@ -34,6 +36,9 @@ void StringMemMgr::AddOwner(Buffer* buffer) {
 void StringMemMgr::Release(Buffer* buffer) {
   Check(buffer);
   if (--buffer->owners == 0) {
+    if (wipers != 0) {
+      Overwrite(Payload(buffer), buffer->capacity);
+    }
     ::operator delete(buffer);
   }
 }
@@ -49,5 +54,15 @@ void StringMemMgr::Check(const Buffer* buffer) {
     throw DamagedGuard();
   }
 }
+
+void StringMemMgr::Overwrite(void* memory, std::size_t bytes) {
+  auto* byte = static_cast<volatile unsigned char*>(memory);
+  for (std::size_t i = 0; i < bytes; ++i) {
+    byte[i] = 0;
+  }
+}
+
+WipeReleased::WipeReleased() { ++wipers; }
+WipeReleased::~WipeReleased() { --wipers; }
 
 }  // namespace cvn

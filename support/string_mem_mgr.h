@@ -38,6 +38,19 @@ class StringMemMgr {
   static void Check(const Buffer* buffer);
 
   static void* Payload(Buffer* buffer) { return buffer + 1; }
+
+  // Sets memory to zero, also when nobody reads it any more.
+  static void Overwrite(void* memory, std::size_t bytes);
+};
+
+// While one lives, the buffers that are freed are overwritten first: so growing a text leaves
+// nothing of a secret behind.
+class WipeReleased {
+ public:
+  WipeReleased();
+  WipeReleased(const WipeReleased&) = delete;
+  WipeReleased& operator=(const WipeReleased&) = delete;
+  ~WipeReleased();
 };
 
 }  // namespace cvn

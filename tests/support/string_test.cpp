@@ -43,6 +43,19 @@ TEST(String, BehavesAsAPlainTextAtEveryLength) {
   }
 }
 
+TEST(String, WipesTheMemoryOfItsOwn) {
+  Small text(Letters(4));
+  const char16_t* const place = text.CStr();
+  text.Append(u"behind it");  // moves out, and leaves the letters where they were
+  text.Wipe();
+  EXPECT_TRUE(text.Empty());
+  EXPECT_EQ(std::u16string(place, 5), std::u16string(5, u'\0'));
+  Small shared(Letters(100));
+  const Small owner(shared);
+  shared.Wipe();
+  EXPECT_EQ(owner.AsView(), Letters(100));
+}
+
 TEST(String, SharesLongTextsAndCopiesOnlyOnChange) {
   String text(Letters(1000));
   String copy(text);
