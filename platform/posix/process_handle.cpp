@@ -47,6 +47,8 @@ void ReapForever(int queue) {
     epoll_event event{};
     if (epoll_wait(queue, &event, 1, -1) == 1) {
       Reap(event.data.fd, 0);
+      // Closing alone isn't enough: a child that is just being started has it open as well.
+      epoll_ctl(queue, EPOLL_CTL_DEL, event.data.fd, nullptr);
       close(event.data.fd);
     }
   }

@@ -28,6 +28,8 @@ bool MakeFolderLink(cvn::StringView link, cvn::StringView folder);
 bool RunsUnderWine();
 // Whether the process holds this privilege enabled; nothing when it doesn't hold it at all.
 std::optional<bool> IsPrivilegeEnabled(cvn::StringView name);
+// How many descriptors, or handles, the process has open.
+std::size_t OpenHandles();
 // What a line of the standard streams, and a line feed in it, end with.
 extern const std::string_view kStreamLineEnd;
 

@@ -57,6 +57,11 @@ bool RunsUnderWine() { return false; }
 
 std::optional<bool> IsPrivilegeEnabled(cvn::StringView /*name*/) { return std::nullopt; }
 
+std::size_t OpenHandles() {
+  const auto descriptors = std::filesystem::directory_iterator("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
 std::string Capture(streams::Output stream, Sink sink, const std::function<void()>& action) {
   const int which = stream == streams::Output::Out ? STDOUT_FILENO : STDERR_FILENO;
   std::array<int, 2> ends = {-1, -1};

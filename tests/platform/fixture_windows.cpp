@@ -95,6 +95,12 @@ std::optional<bool> IsPrivilegeEnabled(cvn::StringView name) {
   return std::nullopt;
 }
 
+std::size_t OpenHandles() {
+  DWORD count = 0;
+  EXPECT_NE(::GetProcessHandleCount(::GetCurrentProcess(), &count), 0);
+  return count;
+}
+
 std::string Capture(streams::Output stream, Sink sink, const std::function<void()>& action) {
   const DWORD which = stream == streams::Output::Out ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE;
   HANDLE source = nullptr;
