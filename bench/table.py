@@ -85,6 +85,8 @@ def rows(figures, one_command, peers):
         ("1,000 changes of 20 MB JSON", figures["JsonReadsAndWrites"], "bare JsonCpp loop",
          figures["JsonCppReadsAndWrites"], "1.5"),
         ("for over 100,000 pieces", listed[1], "10,000 pieces", listed[0], "12"),
+        ("1,000 x processRun and wait", figures["ProcessRuns"], "bare posix_spawn loop",
+         figures["BareSpawns"], "1.3"),
         ("run a one-command patch", one_command, "lua5.4 -e ''", peers["lua"], "-"),
         ("the same run", one_command, "sh -c :", peers["sh"], "-"),
     ]
