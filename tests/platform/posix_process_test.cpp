@@ -57,9 +57,11 @@ TEST_F(PosixProcess, ChildrenStartAfresh) {
   EXPECT_EQ(OutputOf(u"exec sed -nE 's/^(Sig(Blk|Ign)).*(.{7})$/\\1 \\3/p' /proc/self/status"),
             "SigBlk 0000000\nSigIgn 0000000\n");
   EXPECT_EQ(OutputOf(u"readlink /proc/$$/fd/0 /proc/$$/fd/2"), "/dev/null\n/dev/null\n");
-  // Of its own, it has the one for its script's output and the copy that puts it back.
-  EXPECT_EQ(OutputOf(u"ls /proc/$$/fd | tr '\\n' ' '"), "0 1 2 ");
-  EXPECT_EQ(OutputOf(u"ps -o sid= -p $$ | grep -cwF $$"), "1\n");
+  // The last one is that of the listed folder.
+  EXPECT_EQ(OutputOf(u"exec ls /proc/self/fd"), "0\n1\n2\n3\n");
+  EXPECT_EQ(OutputOf(u"set -- $(cut -d' ' -f1,6 /proc/$$/stat); [ $1 = $2 ] && echo leads"),
+            "leads\n")
+      << "its session";
 
   close(inheritable);
   pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
