@@ -25,6 +25,7 @@ import traceback
 import authority
 import expectations
 import run
+import spooled_events
 
 NOBODY = 65534
 INSTALL = pathlib.Path('Program Files', 'Ambry Shield')
@@ -47,6 +48,7 @@ class Ended:
     stdout: list
     stderr: list
     trace: list
+    events: list
 
 
 def refused_serial(program):
@@ -174,7 +176,8 @@ class Run:
         out, err = process.communicate(timeout=run.TIME_LIMIT)
         traces = [lines for path, lines in self.traces().items() if path not in before]
         return Ended(process.returncode, out.decode().splitlines(), err.decode().splitlines(),
-                     traces[0] if len(traces) == 1 else [])
+                     traces[0] if len(traces) == 1 else [],
+                     spooled_events.load(self.install / 'matrix' / 'events'))
 
     def ended(self, *options, before=(), **how):
         return self.finish(self.start([*before, *self.command(*options)], **how))
@@ -184,8 +187,15 @@ class Run:
         return sorted(folder.iterdir()) if folder.is_dir() else []
 
 
-def check(ended, exit_code, stderr=(), trace=(), stdout=()):
-    faults = []
+def check_events(ended, *end):
+    return expectations.differ(spooled_events.expected(*end),
+                               [spooled_events.tell(event) for event in ended.events], 'events')
+
+
+def check(ended, exit_code, stderr=(), trace=(), stdout=(), critical=None, reason=None,
+          has_spool=True):
+    """Looks at a run that had its machine for itself."""
+    faults = [check_events(ended, exit_code, critical, reason) if has_spool else None]
     if ended.exit_code != exit_code & 0xFF:
         faults.append(f'the exit code is {ended.exit_code}, not {exit_code}')
     faults.append(expectations.differ(list(stderr), ended.stderr, 'standard error'))
@@ -222,25 +232,33 @@ def update_as_nobody(this):
     for place in (this.machine, *this.machine.rglob('*')):
         os.chmod(place, 0o777)
     ended = this.ended(before=this.parent(INSTALL), user=NOBODY, group=NOBODY, extra_groups=[])
-    check(ended, 5, UPDATE_WORDS, ['Run by S-1-22-1-65534', 'CheckRightsForInstallPath returned 5'])
+    check(ended, 5, UPDATE_WORDS, ['Run by S-1-22-1-65534', 'CheckRightsForInstallPath returned 5'],
+          critical=5)
 
 
 def update_by(this, words, code, before):
     this.trusted(INSTALL)
-    check(this.ended(before=before), code, UPDATE_WORDS,
-          [*words, f'CheckRightsForInstallPath returned {code}'])
+    ended = this.ended(before=before)
+    check(ended, code, UPDATE_WORDS, [*words, f'CheckRightsForInstallPath returned {code}'],
+          critical=code)
+    told = ended.events[-1]['tessera']
+    folder = run.drive_path(INSTALL)
+    expect(told['install_dir'] == folder and told['update_service_path'] == folder,
+           f'the folders that are told: {told}')
+    expect(('parent_process' in told) == (code == 127), f'the parents that are told: {told}')
 
 
 def mistyped(this, kind, is_trusted):
     if is_trusted:
         this.trusted(INSTALL, kind=kind)
         check(this.ended(), 1629, ['Patch type for update patches is invalid.'],
-              ['Started from install path...', 'PatchType did not match. Reporting...'])
+              ['Started from install path...', 'PatchType did not match. Reporting...'],
+              critical=1629)
     else:
         this.external(kind=kind)
         check(this.ended(), 1169, ['Patch type for external patches is invalid.'],
               ['Started from custom path...', 'This is first instance running...',
-               'PatchType did not match. Aborting...'])
+               'PatchType did not match. Aborting...'], critical=1169)
 
 
 def undecryptable(this, place, name, is_removed):
@@ -250,7 +268,8 @@ def undecryptable(this, place, name, is_removed):
     lines = ['Error decrypting patch content', f'Extension of file {patch.suffix}']
     if is_removed:
         lines += ['Patch to be removed', rf'set script path: \{name}']
-    check(this.ended(), 6001, ['Failed to decrypt the patch.'], lines)
+    check(this.ended(), 6001, ['Failed to decrypt the patch.'], lines,
+          critical=1637 if is_removed else None)
     expect(patch.exists() != is_removed, 'the file is there' if is_removed else 'the file is gone')
 
 
@@ -305,7 +324,8 @@ def catalog(this, arrange, code, reason, critical):
     ended = this.ended('/detach')
     if code == 323:
         check(ended, 323, refused(reason),
-              ['Current folder *', f'CheckCatalog returned {critical}', 'CheckCatalog FAILED!'])
+              ['Current folder *', f'CheckCatalog returned {critical}', 'CheckCatalog FAILED!'],
+              critical=critical)
     else:
         check(ended, code, stdout=['Patch validation finished.'], trace=['CheckCatalog returned 0'])
     expect(not this.protected(), f'the protected folder is still there: {this.protected()}')
@@ -365,7 +385,7 @@ def no_catalog(this):
                     this.world.root.certificate, '-in', program, '-out', this.place / 'patch.cat'],
                    check=True, capture_output=True)
     check(this.ended(), 323, refused('failed to load catalog'),
-          ['error loading catalog file: *', 'CheckCatalog returned 1006'])
+          ['error loading catalog file: *', 'CheckCatalog returned 1006'], critical=1006)
 
 
 def without_product(this):
@@ -375,7 +395,7 @@ def without_product(this):
     check(this.ended(), -3, trace=[
         'install path: ', 'Checking file: [*payload.txt]',
         'Could not copy all patch files to protected folder!', 'CheckCatalog returned 0',
-        f'Trace: in {this.place}/'])
+        f'Trace: in {this.place}/', 'ToolRan::Process result = [1359]'], has_spool=False)
 
 
 # --- The protected folder
@@ -399,11 +419,12 @@ def in_folder(this):
     expect(not this.protected(), 'the folder stayed')
 
 
-def loaded_in_vain(this, body, code, stderr, **header):
+def loaded_in_vain(this, body, code, stderr, reason=None, **header):
     this.external(body=body, **header)
     this.world.sign(this.place)
     check(this.ended(), code, stderr, ['CheckCatalog returned 0',
-                                       'Protected folder for custom patches removed'])
+                                       'Protected folder for custom patches removed'],
+          reason=reason)
     expect(not this.protected(), 'the folder stayed')
 
 
@@ -425,7 +446,7 @@ def folder_rows():
     yield 'folder/after-a-script-that-is-none', lambda this: loaded_in_vain(
         this, '<nope/>', 1636, ['Failed to load patch.'])
     yield 'folder/after-an-expired-patch', lambda this: loaded_in_vain(
-        this, '<exit/>', 1636, ['Patch is no longer valid.'], created=5)
+        this, '<exit/>', 1636, ['Patch is no longer valid.'], 'PatchExpired', created=5)
 
 
 # --- The instance guard
@@ -447,6 +468,8 @@ def guard(this):
     wait_for(this.folder / 'started')
     second = this.ended()
     expect((second.exit_code, second.stderr) == (1618 & 0xFF, BUSY), f'the second: {second}')
+    fault = check_events(second, 1618, 1618)
+    expect(fault is None, fault)
     (this.folder / 'started').unlink()
     skipping = this.start(this.command('/skipInstanceCheck'))
     wait_for(this.folder / 'started')

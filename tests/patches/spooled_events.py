@@ -14,6 +14,20 @@ _TOOL_RAN = re.compile(r'tool_ran event data: \[\{.*\}')
 _CRITICAL = re.compile(r'critical_issue_occurred event data: \[event_name: .*\]')
 _RESULT = re.compile(r'(ToolRan|CriticalIssueOccurred)::Process result = \[(-?\d+)\]')
 
+# What the product's reader knows the reasons by; others are their own decimal text.
+_TOOL_RAN_REASONS = {
+    1169: 'PatchTypeMismatchForExternal', 1629: 'PatchTypeMismatchForUpdate',
+    6001: 'PatchDecryptionFailed', 87: 'PatchInvalidArguments', 3: 'PatchScriptFileNotFound',
+    323: 'PatchIntegrityCheckFailed', 1006: 'PatchInvalidScriptFile', 13: 'PatchCorruptScriptFile',
+    1636: 'PatchInvalidPatch', 1618: 'PatchAnotherInstanceRunning', 5: 'PatchUserNotSystem',
+    1293: 'PatchCannotGetParent', 127: 'PatchInvalidParent', 0: 'success'}
+_CRITICAL_REASONS = {
+    1169: 'PatchTypeMismatchForExternal', 1629: 'PatchTypeMismatchForUpdate',
+    2: 'PatchCatalogFileNotFound', 1643: 'PatchPackageRejected', 1006: 'PatchInvalidCatalogFile',
+    323: 'PatchScriptFile.IntegrityCheckFailed', 13: 'PatchInvolvedFiles.IntegrityCheckFailed',
+    5: 'PatchUserNotSystem', 1293: 'PatchCannotGetParent', 1618: 'PatchAnotherInstanceRunning',
+    127: 'PatchInvalidParent', 1637: 'PatchDeleted'}
+
 
 class BrokenEvent(Exception):
     """What is wrong with a file of the spool."""
@@ -37,7 +51,7 @@ def load(folder):
         for fault in _VALIDATOR.iter_errors(document):
             raise BrokenEvent(f'{path.name}: {fault.message}: {text}')
         events.append(document['data']['fields'])
-    return sorted(events, key=lambda event: event['event_time'])
+    return sorted(events, key=lambda event: (event['event_time'], event['event_name']))
 
 
 def tell(event):
@@ -45,6 +59,15 @@ def tell(event):
     if event['event_name'] == 'm_tool_ran':
         return f'{event["event_name"]} {event["exit_code"]} {event["exit_reason"]}'
     return f'{event["event_name"]} {event["error_code"]} {event["error"]}'
+
+
+def expected(exit_code, critical=None, reason=None):
+    """The events, as tell() has them, of a run with this end, after a critical issue or none.
+    `reason` stands in for the name of the end's reason."""
+    reason = reason or _TOOL_RAN_REASONS.get(exit_code, exit_code)
+    issues = [] if critical is None else [
+        f'm_critical_issue_occurred {critical} {_CRITICAL_REASONS[critical]}']
+    return [*issues, f'm_tool_ran {exit_code} {reason}']
 
 
 def status_of(event):
