@@ -13,10 +13,9 @@ namespace {
 using platform::streams::Output;
 using platform::streams::WriteLine;
 
-const CommandSpec* const kCommands[] = {&kKeygenCommand,        &kPackCommand,
-                                        &kUnpackCommand,        &kCatalogCommand,
-                                        &kMachineCreateCommand, &kMachineShowCommand,
-                                        &kEventsCommand};
+const CommandSpec* const kCommands[] = {
+    &kKeygenCommand,        &kPackCommand,        &kUnpackCommand, &kCatalogCommand,
+    &kMachineCreateCommand, &kMachineShowCommand, &kEventsCommand};
 
 bool IsHelp(cvn::StringView argument) { return argument == u"--help" || argument == u"-h"; }
 
