@@ -2,12 +2,15 @@
 """Runs patches through all the gates, on machines that have the functions that catalogs need.
 
     gates.py --linux TESSEL --tlx TLX --key PEM --json OUT [--image EXE] [--filter GLOB] [-v]
+             [--windows TESSEL_EXE [--wine wine] [--system-library DLL]...]
 
 Each run has a machine and a patch folder of its own; the certificates are made for all of them.
---image is some program of Windows, to be signed; --json gets the same as that of run.py.
+--image is some program of Windows, to be signed; --json gets the same as that of run.py, and
+--windows, --wine and --system-library are its own too.
 """
 
 import argparse
+import contextlib
 import dataclasses
 import fnmatch
 import json
@@ -21,6 +24,7 @@ import tempfile
 import threading
 import time
 import traceback
+from typing import Callable
 
 import authority
 import expectations
@@ -49,6 +53,7 @@ class Ended:
     stderr: list
     trace: list
     events: list
+    expected_code: Callable[[int], int]  # what such an exit code is seen as
 
 
 def refused_serial(program):
@@ -92,6 +97,8 @@ class World:
             <regDeleteKey root="HKEY_LOCAL_MACHINE"
              key="SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Ambry Shield"/>
             <serviceDelete name="AMSecurityService"/><serviceDelete name="AmUpdateService"/>""")
+        self.windows = options.windows and run.WindowsHome(options.windows, options.wine,
+                                                           options.system_library)
 
     def make_machine(self, folder, *more):
         subprocess.run([self.tlx, 'machine', 'create', folder, '--trust', self.root.certificate,
@@ -109,6 +116,7 @@ class World:
         if ended.returncode != 0:
             sys.exit(f'gates.py: the machine could not be changed: {ended}')
         shutil.rmtree(machine / 'ProgramData' / 'Tessera')
+        shutil.rmtree(machine / INSTALL / 'matrix', ignore_errors=True)
 
     def pack(self, patch, body, kind='external', created=None):
         script = patch.with_suffix('.xml')
@@ -130,14 +138,16 @@ class Run:
     def __init__(self, world, folder, machine=None):
         self.world = world
         self.folder = folder
-        self.machine = folder / 'machine'
-        shutil.copytree(machine or world.machine, self.machine)
+        self.machine = self.take_machine(machine)
         os.chmod(folder, 0o755)
         self.install = self.machine / INSTALL
         self.install.mkdir(parents=True, exist_ok=True)
         self.place = folder / 'patch'
         self.place.mkdir()
         self.patch = self.place / 'fix.tlx'
+
+    def take_machine(self, machine):
+        return shutil.copytree(machine, self.folder / 'machine')
 
     def external(self, body='<trace value="in %scriptdir%"/><exit code="3"/>', **header):
         self.world.pack(self.patch, body.replace('@DIR@', run.host_to_drive(self.folder)), **header)
@@ -164,20 +174,32 @@ class Run:
 
     def start(self, command, **how):
         environment = {**os.environ, 'TESSEL_MACHINE': str(self.machine)}
+        return self.spawn(command, environment, **how)
+
+    def spawn(self, command, environment, stderr=subprocess.PIPE, **how):
         return subprocess.Popen(command, env=environment, cwd=self.folder, stdin=subprocess.DEVNULL,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, **how)
+                                stdout=subprocess.PIPE, stderr=stderr, **how)
 
     def traces(self):
         folder = self.machine / 'ProgramData' / 'Tessera'
         return {path: run.read_trace(path) for path in folder.glob('ts-*.txt')}
 
+    def is_traced(self, text):
+        """Whether some trace, of a run that may go on, has the text."""
+        folder = self.machine / 'ProgramData' / 'Tessera'
+        return any(text.encode('ascii') in path.read_bytes() for path in folder.glob('ts-*.txt'))
+
+    def exit_code(self, process, _):
+        return process.returncode
+
+    expected_code = staticmethod(run.LinuxHome.expected_code)
+
     def finish(self, process):
-        before = set()
-        out, err = process.communicate(timeout=run.TIME_LIMIT)
-        traces = [lines for path, lines in self.traces().items() if path not in before]
-        return Ended(process.returncode, out.decode().splitlines(), err.decode().splitlines(),
-                     traces[0] if len(traces) == 1 else [],
-                     spooled_events.load(self.install / 'matrix' / 'events'))
+        out, err = (data or b'' for data in process.communicate(timeout=run.TIME_LIMIT))
+        traces = list(self.traces().values())
+        return Ended(self.exit_code(process, err), out.decode().splitlines(),
+                     err.decode().splitlines(), traces[0] if len(traces) == 1 else [],
+                     spooled_events.load(self.install / 'matrix' / 'events'), self.expected_code)
 
     def ended(self, *options, before=(), **how):
         return self.finish(self.start([*before, *self.command(*options)], **how))
@@ -185,6 +207,37 @@ class Run:
     def protected(self):
         folder = self.install / 'customPatches'
         return sorted(folder.iterdir()) if folder.is_dir() else []
+
+
+class WindowsRun(Run):
+    """The same under Wine, where the prefix is the machine of all runs, one at a time."""
+
+    def take_machine(self, _):
+        drive = pathlib.Path(os.environ['WINEPREFIX'], 'drive_c')
+        for place in (drive / 'ProgramData' / 'Tessera', drive / INSTALL):
+            shutil.rmtree(place, ignore_errors=True)
+        return drive
+
+    def command(self, *options):
+        patch = self.patch
+        inside = patch.is_relative_to(self.machine)
+        name = run.drive_path(patch.relative_to(self.machine)) if inside else run.host_to_drive(patch)
+        return ['/encfile', name, *options]
+
+    def start(self, command, **how):
+        home = self.world.windows
+        environment = dict(os.environ)
+        code_file = self.folder / f'exit-code-{len(list(self.folder.glob("exit-code-*")))}.txt'
+        code_file.touch()
+        process = self.spawn(home.command(home.program, command, environment, code_file),
+                             environment, **how)
+        process.code_file = code_file
+        return process
+
+    def exit_code(self, process, stderr):
+        return self.world.windows.told_code(process.code_file, stderr)
+
+    expected_code = staticmethod(run.WindowsHome.expected_code)
 
 
 def check_events(ended, *end):
@@ -196,7 +249,7 @@ def check(ended, exit_code, stderr=(), trace=(), stdout=(), critical=None, reaso
           has_spool=True):
     """Looks at a run that had its machine for itself."""
     faults = [check_events(ended, exit_code, critical, reason) if has_spool else None]
-    if ended.exit_code != exit_code & 0xFF:
+    if ended.exit_code != ended.expected_code(exit_code):
         faults.append(f'the exit code is {ended.exit_code}, not {exit_code}')
     faults.append(expectations.differ(list(stderr), ended.stderr, 'standard error'))
     faults.append(expectations.differ(list(stdout), ended.stdout, 'standard output'))
@@ -351,6 +404,8 @@ def catalog_rows():
             this.place / 'PAYLOAD.TXT'), -3, '', 0),
         ('missing', lambda this: (this.place / 'patch.cat').unlink(), 323, 'catalog not found', 2),
         ('empty', lambda this: (this.place / 'patch.cat').write_bytes(b''), 323, signature, 1643),
+        ('junk', lambda this: (this.place / 'patch.cat').write_bytes(b'junk' * 100), 323, signature,
+         1643),
         ('byte-changed', lambda this: change_byte(
             this.place / 'patch.cat', 'Payload'.encode('utf-16-le')), 323, signature, 1643),
         ('of-other-patch', lambda this: this.world.pack(this.patch, '<exit code="4"/>'), 323,
@@ -498,8 +553,39 @@ def many_starts(this, count=50):
     expect(codes == wanted, f'exactly one should have been first: {codes}')
 
 
+def held_to_the_last_word(this):
+    """One that was refused holds the guard until it has said so: here to whom nobody listens."""
+    this.external()
+    reading, writing = os.pipe()
+    os.set_blocking(writing, False)
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            os.write(writing, b' ' * 4096)
+    os.set_blocking(writing, True)
+    first = this.start(this.command(), stderr=writing)
+    os.close(writing)
+    with open(reading, 'rb') as pipe:
+        limit = time.monotonic() + run.TIME_LIMIT
+        while not this.is_traced('CriticalIssueOccurred::Process result = [0]'):
+            expect(time.monotonic() < limit, 'the first was not refused')
+            time.sleep(0.005)
+        second = this.ended()
+        words = pipe.read().split()
+    expect((second.exit_code, second.stderr) == (this.expected_code(1618), BUSY),
+           f'the second: {second}')
+    expect(this.is_traced('Another instance is running. Aborting...'), 'the second went another way')
+    first = this.finish(first)
+    expect((first.exit_code, words[-3:]) == (this.expected_code(323), b'catalog not found.'.split()),
+           f'the first: {first}, {words}')
+    fault = expectations.differ(
+        sorted(spooled_events.expected(323, 2) + spooled_events.expected(1618, 1618)),
+        sorted(spooled_events.tell(event) for event in first.events), 'events')
+    expect(fault is None, fault)
+
+
 def guard_rows():
     yield 'guard/held-by-whoever-runs', guard
+    yield 'guard/held-to-the-last-word', held_to_the_last_word
     yield 'guard/many-starts', many_starts
 
 
@@ -549,10 +635,44 @@ def race_rows():
     yield 'race/payload-swapped', swapped
 
 
-def all_rows():
+# --- The program of Windows, under Wine
+
+# Those whose end Wine 8 doesn't change. It takes each signature that it can read for a good one, so
+# that no root, purpose, time or changed byte is refused there; it can't hash as catalogs do, so
+# that no patch gets past its catalog to its payload and its script; and nobody is the system's
+# account, so that no update patch gets to the question who started it. Its CryptCATEnumerateMember
+# ends the process when what was opened is no catalog.
+SAME_UNDER_WINE = ('undecryptable/*', 'type/*', 'guard/held-to-the-last-word', 'catalog/missing',
+                   'catalog/empty', 'catalog/junk', 'catalog/other-*', 'catalog/refused-serial')
+
+
+def update_under_wine(this):
+    this.trusted(INSTALL)
+    ended = this.ended()
+    check(ended, 5, UPDATE_WORDS, ['Started from install path...', 'Run by S-1-5-21-*',
+                                   'CheckRightsForInstallPath returned 5'], critical=5)
+    told = ended.events[-1]['tessera']
+    expect((told['install_dir'], told['parent_process']['name'][0]) ==
+           (run.drive_path(INSTALL), 'cmd.exe'), f'what is told: {told}')
+
+
+def wine_rows():
+    for rows in (location_rows, catalog_rows, guard_rows):
+        for name, action, *_ in rows():
+            if any(fnmatch.fnmatchcase(name, pattern) for pattern in SAME_UNDER_WINE):
+                yield name, action
+    yield 'update/not-system', update_under_wine
+    yield 'catalog/as-signed', lambda this: catalog(
+        this, lambda this: None, 323, 'file hash mismatch', 323)
+
+
+def all_rows(options):
     for rows in (location_rows, catalog_rows, folder_rows, guard_rows, race_rows):
         for name, action, *machine in rows():
             yield name, action, machine[0] if machine else 'machine'
+    if options.windows:
+        for name, action in wine_rows():
+            yield f'windows/{name}', action, 'machine'
 
 
 def main():
@@ -561,17 +681,24 @@ def main():
     parser.add_argument('--tlx', required=True)
     parser.add_argument('--key', required=True, metavar='PEM')
     parser.add_argument('--image', metavar='EXE')
+    parser.add_argument('--windows', metavar='TESSEL_EXE')
+    parser.add_argument('--wine', default='wine')
+    parser.add_argument('--system-library', action='append', default=[], metavar='DLL')
     parser.add_argument('--json', metavar='OUT')
     parser.add_argument('--filter', default='*', metavar='GLOB')
     parser.add_argument('-v', action='store_true')
     options = parser.parse_args()
     outcomes = {}
     skipped = 0
-    with tempfile.TemporaryDirectory(prefix='tessel-gates.', ignore_cleanup_errors=True) as name:
+    with contextlib.ExitStack() as stack:
+        name = stack.enter_context(tempfile.TemporaryDirectory(prefix='tessel-gates.',
+                                                               ignore_cleanup_errors=True))
         root = pathlib.Path(name).resolve()
         os.chmod(root, 0o755)
         world = World(options, root)
-        for row, action, machine in all_rows():
+        if options.windows:
+            stack.enter_context(world.windows.system_libraries())
+        for row, action, machine in all_rows(options):
             if not fnmatch.fnmatchcase(row, options.filter):
                 continue
             if (row.startswith('update/') and os.geteuid() != 0) or (
@@ -581,7 +708,8 @@ def main():
             folder = root / row.replace('/', '.')
             folder.mkdir()
             try:
-                action(Run(world, folder, getattr(world, machine)))
+                kind = WindowsRun if row.startswith('windows/') else Run
+                action(kind(world, folder, getattr(world, machine)))
                 outcomes[row] = ''
             except Fault as fault:
                 outcomes[row] = str(fault)

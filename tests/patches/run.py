@@ -245,9 +245,9 @@ class WindowsHome(Home):
                 shutil.copy(library, place)
             yield
 
-    def start(self, program, arguments, environment, folder):
-        shutil.rmtree(self.trace_folder, ignore_errors=True)
-        shutil.rmtree(self.spool_folder, ignore_errors=True)
+    def command(self, program, arguments, environment, code_file):
+        """A command line that runs the program, and then writes its exit code to a file. It needs
+        the environment, which this completes."""
         for library in self.libraries:
             environment['WINEDLLOVERRIDES'] = ';'.join(filter(None, [
                 environment.get('WINEDLLOVERRIDES'), f'{library.stem}=n']))
@@ -255,17 +255,26 @@ class WindowsHome(Home):
         if '%' in line:
             raise Mismatch("cmd would expand the '%' in the command line")
         # Wine's own exit code has 8 bits; cmd knows all of them.
-        code_file = folder / 'exit-code.txt'
         environment.setdefault('WINEDEBUG', '-all')
         environment['RUN_LINE'] = line
-        run = self.spawn([self.wine, 'cmd', '/v:on', '/c',
-                          f'!RUN_LINE! & echo !errorlevel!>{host_to_drive(code_file)}'],
-                         environment, folder)
+        return [self.wine, 'cmd', '/v:on', '/c',
+                f'!RUN_LINE! & echo !errorlevel!>{host_to_drive(code_file)}']
+
+    @staticmethod
+    def told_code(code_file, stderr):
         try:
-            exit_code = int(code_file.read_text(encoding='ascii'))
+            return int(code_file.read_text(encoding='ascii'))
         except (OSError, ValueError):
-            words = run.stderr.decode(errors='replace')
+            words = stderr.decode(errors='replace')
             raise Mismatch(f'Wine told no exit code\n{words}') from None
+
+    def start(self, program, arguments, environment, folder):
+        shutil.rmtree(self.trace_folder, ignore_errors=True)
+        shutil.rmtree(self.spool_folder, ignore_errors=True)
+        code_file = folder / 'exit-code.txt'
+        run = self.spawn(self.command(program, arguments, environment, code_file), environment,
+                         folder)
+        exit_code = self.told_code(code_file, run.stderr)
         return (exit_code, decode_lines(run.stdout, 'standard output', '\r\n'),
                 decode_lines(run.stderr, 'standard error', '\r\n'),
                 self.only_trace(self.trace_folder, run))
