@@ -1,7 +1,5 @@
 #include "engine/command_registry.h"
 
-#include "support/containers.h"
-
 namespace tessel {
 namespace {
 
@@ -20,8 +18,10 @@ const CommandRecord* FindCommand(cvn::StringView name) {
   return found == Registry().end() ? nullptr : &found->second;
 }
 
-bool RegisterFunction(cvn::StringView name, FunctionFactory factory, FunctionKind kind) {
-  return Registry().try_emplace(cvn::String(name), CommandRecord{factory, kind}).second;
+const cvn::Map<cvn::String, CommandRecord>& AllCommands() { return Registry(); }
+
+bool RegisterFunction(cvn::StringView name, const CommandRecord& record) {
+  return Registry().try_emplace(cvn::String(name), record).second;
 }
 
 }  // namespace tessel
