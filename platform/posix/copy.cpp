@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "platform/posix/attributes.h"
@@ -26,6 +27,8 @@ namespace platform::posix {
 namespace {
 
 constexpr std::size_t kBlock = 512;  // the unit of st_blocks
+// What the kernel sets up for a copy of its own costs more than such a piece.
+constexpr std::size_t kSmall = std::size_t{16} * 1024;
 
 // The file under construction; gone at the end of its life unless it got its name. For a name that
 // is free it has none before, where the host can make such files: then nothing is left of it
@@ -158,10 +161,11 @@ class ContentCopier {
   Code CopyRange(off_t at, off_t end) {
     while (at < end) {
       const auto wanted = static_cast<std::size_t>(end - at);
-      const ssize_t length = inKernel_ ? CopyInKernel(at, wanted) : CopyByHand(at, wanted);
+      const bool inKernel = inKernel_ && wanted > kSmall;
+      const ssize_t length = inKernel ? CopyInKernel(at, wanted) : CopyByHand(at, wanted);
       if (length > 0) {
         at += length;
-      } else if (inKernel_) {
+      } else if (inKernel) {
         inKernel_ = false;  // why it failed, the other way will tell
       } else if (length == 0) {
         break;
@@ -178,15 +182,23 @@ class ContentCopier {
   }
 
   ssize_t CopyByHand(off_t at, std::size_t wanted) {
+    if (wanted <= kSmall) {
+      std::array<char, kSmall> buffer;
+      return CopyThrough(at, std::span(buffer).first(wanted));
+    }
     constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
     buffer_.resize(std::min(wanted, kBufferSize));
+    return CopyThrough(at, buffer_);
+  }
+
+  ssize_t CopyThrough(off_t at, std::span<char> buffer) {
     reading_ = true;
-    const ssize_t length = pread(source_, buffer_.data(), buffer_.size(), at);
+    const ssize_t length = pread(source_, buffer.data(), buffer.size(), at);
     if (length <= 0) {
       return length;
     }
     reading_ = false;
-    return pwrite(target_, buffer_.data(), static_cast<std::size_t>(length), at);
+    return pwrite(target_, buffer.data(), static_cast<std::size_t>(length), at);
   }
 
   const int source_;

@@ -59,6 +59,24 @@ DirectoryIndex::Names::value_type DirectoryIndex::KeyOf(std::string_view hostNam
 Code DirectoryIndex::Find(const std::string& directory, std::string_view name,
                           std::string* spelled) {
   const std::lock_guard lock(mutex_);
+  const Code code = FindKnown(directory, name, spelled);
+  if (code != kFileNotFound) {
+    missedIn_.clear();
+  } else if (missedIn_ != directory) {
+    missedIn_ = directory;
+  }
+  return code;
+}
+
+bool DirectoryIndex::IsMissed(std::string_view directory, std::string_view name) {
+  const std::lock_guard lock(mutex_);
+  std::string spelled;
+  return !missedIn_.empty() && missedIn_ == directory &&
+         FindKnown(missedIn_, name, &spelled) == kFileNotFound;
+}
+
+Code DirectoryIndex::FindKnown(const std::string& directory, std::string_view name,
+                               std::string* spelled) {
   struct stat status {};
   if (stat(directory.c_str(), &status) != 0) {
     return errno == ENOENT ? kPathNotFound : CodeOf(errno);

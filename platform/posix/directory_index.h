@@ -31,6 +31,10 @@ class DirectoryIndex {
   // there is no such directory.
   Code Find(const std::string& directory, std::string_view name, std::string* spelled);
 
+  // Whether it is known without a look at the disk that no name in `directory` folds to the same
+  // as `name`. So it is where names are missed one after the other, as in a folder that is filled.
+  bool IsMissed(std::string_view directory, std::string_view name);
+
  private:
   // The names by the hash of what they fold to.
   using Names = std::unordered_multimap<std::size_t, std::string>;
@@ -56,6 +60,7 @@ class DirectoryIndex {
   static void Add(Names::value_type name, Names* names);
   static void Remove(const Names::value_type& name, Names* names);
 
+  Code FindKnown(const std::string& directory, std::string_view name, std::string* spelled);
   void ReadEvents();
   void Follow(int watch, std::uint32_t event, std::string_view name);
   static bool IsCurrent(Directory* directory, const Times& times);
@@ -67,6 +72,7 @@ class DirectoryIndex {
   std::mutex mutex_;
   int events_;  // of inotify; -1 when there is none to be had
   std::uint64_t uses_ = 0;
+  std::string missedIn_;  // where Find found nothing at last; empty when it has found something
   std::map<Identity, Directory> directories_;
   std::map<int, Identity> watches_;
 };

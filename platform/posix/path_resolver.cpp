@@ -221,13 +221,19 @@ Code Respell(std::string* path, std::size_t slash, struct stat* entry) {
 // found from the end, because mostly it is all of the path, or all but what is about to be made.
 Code FindEntry(const Draft& draft, HostPath* host) {
   host->path = draft.path;
+  const std::size_t last = draft.path.rfind('/');
+  if (draft.path.size() > draft.root && last != 0 &&
+      Index().IsMissed(std::string_view(draft.path).substr(0, last),
+                       std::string_view(draft.path).substr(last + 1))) {
+    return kFileNotFound;
+  }
   int error = Inspect(host->path, &host->entry);
   if (error != ENOENT) {
     return CodeOf(error);
   }
   std::size_t known = draft.path.size();
   if (known > draft.root) {
-    const Code code = Respell(&host->path, draft.path.rfind('/'), &host->entry);
+    const Code code = Respell(&host->path, last, &host->entry);
     if (code != kPathNotFound) {
       return code;
     }
