@@ -22,29 +22,45 @@ def _check_copies(machine):
     trace.unlink()
 
 
-def rows(tessel, tlx, pack, work):
-    """A row of the table; `pack(folder, name, body, kind)` makes a patch."""
-    folder, copy, machine = (work / name for name in ("signed", "signed-copy", "trusting-machine"))
-    folder.mkdir()
-    patch = pack(folder, "patch", "<exit code='0'/>", "external")
-    patch.with_suffix(".xml").unlink(missing_ok=True)
-    for number in range(FILES):
-        place = folder / f"{number % 50:02}"
-        place.mkdir(exist_ok=True)
-        (place / f"file {number:04}.dat").write_bytes(os.urandom(SIZE))
+def trust(tlx, work):
+    """Makes a publisher in `work` and a machine that trusts it, and gives the environment of that."""
     for what in (["authority", "root"], ["issue", "root", "publisher"]):
         subprocess.run([CERTIFICATES, *what], cwd=work, check=True)
+    machine = work / "trusting-machine"
+    subprocess.run([tlx, "machine", "create", machine, "--trust", work / "root.pem"], check=True)
+    return {**os.environ, "TESSEL_MACHINE": str(machine)}
+
+
+def signed_patch(tlx, pack, work, folder, files):
+    """A patch in `folder`, with files of the given names and sizes and their catalog."""
+    folder.mkdir()
+    patch = pack(folder, "patch", "<exit code='0'/>", "external")
+    patch.with_suffix(".xml").unlink()
+    block = os.urandom(1_000_000)
+    for name, size in files.items():
+        (folder / name).parent.mkdir(exist_ok=True)
+        with open(folder / name, "wb") as file:
+            for start in range(0, size, len(block)):
+                file.write(block[:size - start])
     subprocess.run([tlx, "catalog", "--cert", work / "publisher.pem", "--key",
                     work / "publisher.key", "--chain", work / "root.pem", "--dir", folder],
                    check=True)
-    subprocess.run([tlx, "machine", "create", machine, "--trust", work / "root.pem"], check=True)
-    environment = {**os.environ, "TESSEL_MACHINE": str(machine)}
+    return patch
+
+
+def rows(tessel, tlx, pack, work, environment):
+    """The table's row; `pack(folder, name, body, kind)` makes a patch, and `environment` trusts its
+    publisher."""
+    folder, copy = work / "signed", work / "signed-copy"
+    patch = signed_patch(tlx, pack, work, folder, {
+        f"{number % 50:02}/file {number:04}.dat": SIZE + number for number in range(FILES)})
     sums = [str(path) for path in folder.rglob("*.dat")]
     ours, peer = [], []
     for _ in range(ROUNDS):
         ours.append(measure.run([tessel, "/encfile", str(patch)], environment))
-        _check_copies(machine)
+        _check_copies(pathlib.Path(environment["TESSEL_MACHINE"]))
         peer.append(measure.run(["sha256sum", *sums], environment) +
                     measure.run(["cp", "-r", folder, copy], environment))
         shutil.rmtree(copy)
-    return [("check, copy 500 MB", min(ours), "sha256sum + cp -r", min(peer), "1.2")]
+    shutil.rmtree(folder)
+    return [measure.Row("check, copy 500 MB", min(ours), "sha256sum + cp -r", min(peer), 1.2)]

@@ -18,7 +18,7 @@ def _script(count):
 
 
 def rows(tessel, pack, work, environment):
-    """Rows of the table; `pack(folder, name, body)` makes a patch. Each run has a machine that is new.
+    """The table's row; `pack(folder, name, body)` makes a patch. Each run has a machine that is new.
     What counts is the best run less the best of a script that writes nothing."""
     nothing = pack(work, "write nothing", "<exit code='0'/>")
     figures = []
@@ -34,4 +34,4 @@ def rows(tessel, pack, work, environment):
             pairs.append((measure.run(idle, machine), measure.run(writes, machine)))
         best_idle, best = map(min, zip(*pairs))
         figures.append(best - best_idle)
-    return [("10,000 regWrites to one key", figures[0], "1,000 regWrites", figures[1], "12")]
+    return [measure.Row("10,000 regWrites to one key", figures[0], "1,000 regWrites", figures[1], 12)]

@@ -7,44 +7,51 @@ deleted a moment ago, and whoever makes files then pays for the search."""
 import pathlib
 import statistics
 import sys
+import tempfile
 
 import measure
+from measure import Row, to_drive
 
-SIZES = {10_000: 5, 100_000: 2}  # files in one folder, and how many rounds
-
-
-def _to_drive(path):
-    return "Z:" + str(path).replace("/", "\\")
+FEW, MANY = 10_000, 100_000  # files in one folder
+ROUNDS = {FEW: 5, MANY: 2}
+MEMORY = pathlib.Path("/dev/shm")  # a disk on which each file costs the same, however many there are
 
 
 class _Trees:
-    """A source of so many files, with what is copied from it."""
+    """A source of so many files, with what is copied from it. The command's time is that of a run less
+    that of a run without a command."""
 
-    def __init__(self, tessel, pack, work, environment, count):
+    def __init__(self, tessel, pack, folder, environment, count):
         self._tessel, self._pack, self._environment = tessel, pack, environment
-        self._folder = work / str(count)
+        self._folder = folder / str(count)
         self._source = self._folder / "source"
         self._count = count
         self._source.mkdir(parents=True)
         for number in range(count):
             pathlib.Path(self._source, f"file {number:06}.dat").write_bytes(b"x" * 100)
+        self.idle = statistics.median(
+            measure.run(self._run("nothing", number, ""), environment) for number in range(5))
+
+    def _run(self, what, number, body):
+        patch = self._pack(self._folder, f"{what} {number}", f"{body}<exit code='0'/>")
+        return [self._tessel, "/encfile", str(patch)]
 
     def _pair(self, what, number, body, peer):
-        patch = self._pack(self._folder, f"{what} {number}", f"{body}<exit code='0'/>")
-        return measure.run_pair([self._tessel, "/encfile", str(patch)], peer, self._environment,
-                                ours_first=number % 2 == 0)
+        ours, theirs = measure.run_pair(self._run(what, number, body), peer, self._environment,
+                                        ours_first=number % 2 == 0)
+        return ours - self.idle, theirs
 
     def _copies(self, number):
         return self._folder / f"copy {number}", self._folder / f"peer's copy {number}"
 
     def find(self, number):
-        body = (f"<fileFind dir='{_to_drive(self._source)}' pattern='*' var='all' delim=';'"
+        body = (f"<fileFind dir='{to_drive(self._source)}' pattern='*' var='all' delim=';'"
                 " depth='9'/>")
         return self._pair("find", number, body, ["find", self._source])
 
     def copy(self, number):
         ours, peers = self._copies(number)
-        body = f"<dirCopyRec src='{_to_drive(self._source)}' dest='{_to_drive(ours)}'/>"
+        body = f"<dirCopyRec src='{to_drive(self._source)}' dest='{to_drive(ours)}'/>"
         pair = self._pair("copy", number, body, ["cp", "-r", self._source, peers])
         if len(list(ours.iterdir())) != self._count:
             sys.exit(f"the copy has not {self._count} files")
@@ -52,26 +59,43 @@ class _Trees:
 
     def delete(self, number):
         ours, peers = self._copies(number)
-        body = f"<dirDeleteRec path='{_to_drive(ours)}'/>"
+        body = f"<dirDeleteRec path='{to_drive(ours)}'/>"
         pair = self._pair("delete", number, body, ["rm", "-rf", peers])
         if ours.exists():
             sys.exit("the copy was not deleted")
         return pair
 
+    def rounds(self, what):
+        return [getattr(self, what)(number) for number in range(ROUNDS[self._count])]
+
+
+def _rows_of(what, peer, at_most, trees):
+    """Of the round with the median ratio each."""
+    medians = {}
+    for count in (FEW, MANY):
+        pairs = trees[count].rounds(what)
+        ours, theirs = sorted(pairs, key=lambda pair: pair[0] / pair[1])[len(pairs) // 2]
+        yield Row(f"{what} {count:,} files", ours, peer, theirs, at_most)
+        if count == FEW:
+            yield Row("the same, the whole run", ours + trees[count].idle, peer, theirs)
+        medians[count] = [statistics.median(column) for column in zip(*pairs)]
+    (ours, theirs), (ours_of_many, theirs_of_many) = medians[FEW], medians[MANY]
+    yield Row(f"{what} {MANY:,} files", ours_of_many, f"{FEW:,} files", ours, 12)
+    yield Row("that growth", ours_of_many / ours, f"the growth of {peer}", theirs_of_many / theirs,
+              unit="x ")
+
 
 def rows(tessel, pack, work, environment):
-    """Rows of the table, of the round with the median ratio each; `pack(folder, name, body)` makes a
-    patch."""
-    trees = {count: _Trees(tessel, pack, work, environment, count) for count in SIZES}
-    few, many = SIZES
-    table = []
-    for what, peer, target in (("find", "find", "2"), ("copy", "cp -r", "1.5"),
-                               ("delete", "rm -rf", "1.5")):
-        ours = {}
-        for count, rounds in SIZES.items():
-            pairs = [getattr(trees[count], what)(number) for number in range(rounds)]
-            mine, theirs = sorted(pairs, key=lambda pair: pair[0] / pair[1])[rounds // 2]
-            table.append((f"{what} {count:,} files", mine, peer, theirs, target))
-            ours[count] = statistics.median(pair[0] for pair in pairs)
-        table.append((f"{what} {many:,} files", ours[many], f"{few:,} files", ours[few], "12"))
-    return table
+    """Rows of the table; `pack(folder, name, body)` makes a patch."""
+    def make_trees(folder):
+        return {count: _Trees(tessel, pack, folder, environment, count) for count in (FEW, MANY)}
+
+    trees = make_trees(work)
+    for what, peer, at_most in (("find", "find", 2), ("copy", "cp -r", 1.5), ("delete", "rm -rf", 1.5)):
+        yield from _rows_of(what, peer, at_most, trees)
+    if MEMORY.is_dir():
+        with tempfile.TemporaryDirectory(prefix="tessel-bench-", dir=MEMORY) as folder:
+            trees = make_trees(pathlib.Path(folder))
+            many, few = (statistics.median(pair[0] for pair in trees[count].rounds("copy"))
+                         for count in (MANY, FEW))
+            yield Row(f"copy {MANY:,} files in memory", many, f"{FEW:,} files", few, 12)

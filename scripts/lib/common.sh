@@ -130,7 +130,7 @@ need_fuzz_packages() {
 }
 
 need_bench_packages() {
-  need_packages python3 lua5.4 libxml2-dev
+  need_packages python3 lua5.4 libxml2-dev libxml2-utils
 }
 
 build_home_now() {
