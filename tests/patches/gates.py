@@ -337,6 +337,9 @@ def location_rows():
     yield 'update/no-parent', lambda this: update_by(
         this, ['Failed to get parent pid for pid 1'], 1293,
         ['unshare', '--pid', '--fork', '--mount-proc', '--propagation', 'private'])
+    yield 'update/unreadable-parent', lambda this: update_by(
+        this, ['Run by S-1-5-18', 'Failed to get path for pid *'], 1293,
+        ['setpriv', '--bounding-set', '-sys_ptrace,-chown'])
     for kind in TYPES:
         if kind != 'update':
             yield (f'type/install-{kind or "none"}',
@@ -428,6 +431,7 @@ def catalog_rows():
         yield f'catalog/{name}', lambda this, row=row: catalog(this, *row)
     yield 'catalog/signed-but-no-catalog', no_catalog
     yield 'catalog/without-product', without_product, 'bare'
+    yield 'catalog/signed-programs', signed_programs
 
 
 # A signed program under the catalog's name verifies, but there is nothing to walk.
@@ -441,6 +445,36 @@ def no_catalog(this):
                    check=True, capture_output=True)
     check(this.ended(), 323, refused('failed to load catalog'),
           ['error loading catalog file: *', 'CheckCatalog returned 1006'], critical=1006)
+
+
+# Of programs, which a script asks about: signed, not, changed since, and listed by the system.
+def signed_programs(this):
+    certificate, key = this.world.signers['untrusted-root']
+    plain = pathlib.Path(this.world.image).read_bytes()
+    listed = this.machine / 'Windows' / 'System32' / 'CatRoot' / (
+        '{F750E6C3-38EE-11D1-85E5-00C04FC295EE}')
+    listed.mkdir(parents=True)
+    (listed / 'listed.exe').write_bytes(plain + b'listed!!')
+    this.world.sign(listed)
+    (listed / 'patch.cat').rename(listed / 'system.cat')
+    (listed / 'listed.exe').rename(this.folder / 'listed.exe')
+    (this.folder / 'unsigned.exe').write_bytes(plain)
+    subprocess.run(['osslsigncode', 'sign', '-certs', certificate, '-key', key, '-in',
+                    this.world.image, '-out', this.folder / 'signed.exe'], check=True,
+                   capture_output=True)
+    shutil.copy2(this.folder / 'signed.exe', this.folder / 'changed.exe')
+    change_byte(this.folder / 'changed.exe')
+    names = {'signed': True, 'unsigned': False, 'changed': False, 'listed': True, 'missing': False}
+    body = ''.join(f'<fileIsSigned path="@DIR@\\{name}.exe"><onTrue><trace value="{name}: yes"/>'
+                   f'</onTrue><onFalse><trace value="{name}: no"/></onFalse></fileIsSigned>'
+                   for name in names)
+    this.external(body=body + '<exit code="3"/>')
+    this.world.sign(this.place)
+    lines = []
+    for name, is_signed in names.items():
+        lines += [f'fileIsSigned function called for *\\{name}.exe',
+                  f'Trace: {name}: {"yes" if is_signed else "no"}']
+    check(this.ended(), -3, trace=lines)
 
 
 def without_product(this):
@@ -702,7 +736,7 @@ def main():
             if not fnmatch.fnmatchcase(row, options.filter):
                 continue
             if (row.startswith('update/') and os.geteuid() != 0) or (
-                    row == 'catalog/signed-but-no-catalog' and not options.image):
+                    row.startswith('catalog/signed-') and not options.image):
                 skipped += 1
                 continue
             folder = root / row.replace('/', '.')

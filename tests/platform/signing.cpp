@@ -127,7 +127,7 @@ Identity MakeIdentity(const Wish& wish) {
                                reinterpret_cast<const unsigned char*>(value.c_str()), -1, -1, 0);
   };
   add("C", "RO");
-  add("O", "Example, SRL");
+  add("O", wish.organisation);
   add("CN", wish.name);
   X509_set_issuer_name(certificate, X509_get_subject_name(issuer.certificate.get()));
   X509_set_pubkey(certificate, made.key.get());

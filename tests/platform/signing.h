@@ -27,6 +27,7 @@ struct Wish {
   int fromDay = -10;                   // counted from today
   int toDay = 100;
   unsigned rsaBits = 0;  // of the key; 0 for one of an elliptic curve, which is made faster
+  std::string organisation = "Example, SRL";
 };
 Identity MakeIdentity(const Wish& wish);
 // A list of an authority that revokes one certificate, from some day on.
