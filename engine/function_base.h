@@ -13,6 +13,7 @@ namespace tessel {
 class FunctionBase;
 class ObjectStore;
 class VariableStore;
+struct CommandDescription;
 
 // What the interpreter knows about a command. It comes from the registry and not from the object.
 enum class FunctionKind { Plain = 0, ErrorResult = 1, BoolResult = 2, ExitResult = 3 };

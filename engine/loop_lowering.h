@@ -6,12 +6,17 @@
 
 #include <string>
 
+#include "engine/command_description.h"
+
 namespace tessel {
 
 enum class LoopKind { None, For, XmlForEach, JsonForEach };
 
 // Which loop an element of this name is.
 LoopKind LoopKindOf(const std::string& elementName);
+
+// What a loop is to those who write scripts; null for None.
+const CommandDescription* DescriptionOf(LoopKind kind);
 
 // Puts generated commands and copies of the body's elements in the place of `loop`, a child of
 // `parent`, and gives the first of them. Null, and no change, when the loop lacks an attribute that
