@@ -8,6 +8,8 @@ namespace tessel {
 
 class FunctionDirExists : public FunctionRetBool {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -17,6 +19,8 @@ class FunctionDirExists : public FunctionRetBool {
 
 class FunctionDirCreate : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -26,6 +30,8 @@ class FunctionDirCreate : public FunctionRetError {
 
 class FunctionDirFind : public FunctionWithFind {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
@@ -49,6 +55,8 @@ struct TreeCopyOptions {
 // 63 rounds.
 class FunctionDirCopyRecursive : public FunctionRetError, public IAllowFile {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
   bool IsAllowed(cvn::StringView path) override;
@@ -69,6 +77,8 @@ class FunctionDirCopyRecursive : public FunctionRetError, public IAllowFile {
 // Deletes a tree. A link to a folder goes itself, what it leads to stays; so does one at the top.
 class FunctionDirDeleteRecursive : public FunctionWithDelete {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 

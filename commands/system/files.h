@@ -7,6 +7,8 @@ namespace tessel {
 
 class FunctionFileExists : public FunctionRetBool {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -16,6 +18,8 @@ class FunctionFileExists : public FunctionRetBool {
 
 class FunctionFileCopySingle : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -28,6 +32,8 @@ class FunctionFileCopySingle : public FunctionRetError {
 
 class FunctionFileDownload : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -39,6 +45,8 @@ class FunctionFileDownload : public FunctionRetError {
 // Both fileMove and dirMove.
 class FunctionFileMoveSingle : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -53,6 +61,8 @@ class FunctionFileMoveSingle : public FunctionRetError {
 
 class FunctionFileCopyPattern : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -71,6 +81,8 @@ class FunctionFileCopyPattern : public FunctionRetError {
 
 class FunctionFileDeletePattern : public FunctionWithDelete {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 
  private:
@@ -80,6 +92,8 @@ class FunctionFileDeletePattern : public FunctionWithDelete {
 
 class FunctionFileCreate : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -89,6 +103,8 @@ class FunctionFileCreate : public FunctionRetError {
 
 class FunctionFileFind : public FunctionWithFind {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 

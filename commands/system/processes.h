@@ -17,6 +17,8 @@ class FunctionWithTimeout : public FunctionRetError {
 // is 0, and without a limit when it is -1.
 class FunctionProcessStart : public FunctionWithTimeout {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -31,6 +33,8 @@ class FunctionProcessStart : public FunctionWithTimeout {
 // as the platform takes, and each batch gets the full time.
 class FunctionProcessWait : public FunctionWithTimeout {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -42,6 +46,8 @@ class FunctionProcessWait : public FunctionWithTimeout {
 // Ends all processes of a name, or of a path.
 class FunctionProcessKill : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -52,6 +58,8 @@ class FunctionProcessKill : public FunctionRetError {
 // Lets the run go on as another user.
 class FunctionProcessImpersonateUser : public FunctionWithTimeout {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -64,6 +72,8 @@ class FunctionProcessImpersonateUser : public FunctionWithTimeout {
 // Ends that.
 class FunctionProcessRevertToSelf : public FunctionWithTimeout {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override { return true; }
   void Execute() override;
 };
@@ -72,6 +82,8 @@ class FunctionProcessRevertToSelf : public FunctionWithTimeout {
 // default calling convention, with 0 for success. The text is zero-ended and never null.
 class FunctionProcessEntrypoint : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 

@@ -38,11 +38,15 @@ class FunctionRunlevel : public FunctionNameAndWait {
 // Starts a component; it may take `waittime` seconds.
 class FunctionAmStart : public FunctionRunlevel {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionAmStop : public FunctionRunlevel {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
@@ -50,6 +54,8 @@ class FunctionAmStop : public FunctionRunlevel {
 // minute.
 class FunctionApplyHqPolicies : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override { return true; }
   void Execute() override;
 

@@ -19,6 +19,8 @@ struct RegistryPlace {
 // receives its hexadecimal digits.
 class FunctionRegRead : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -47,17 +49,23 @@ class FunctionRegGetNames : public FunctionRetError {
 
 class FunctionRegGetKeys : public FunctionRegGetNames {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionRegGetValues : public FunctionRegGetNames {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 // Writes a value of a key that is there.
 class FunctionRegWrite : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -71,6 +79,8 @@ class FunctionRegWrite : public FunctionRetError {
 // A key that can't be opened for reading counts as absent.
 class FunctionRegExistsKey : public FunctionRetBool {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -81,6 +91,8 @@ class FunctionRegExistsKey : public FunctionRetBool {
 // Makes a key with all that is missing on the way; one that is there is left as it is.
 class FunctionRegCreateKey : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -92,6 +104,8 @@ class FunctionRegCreateKey : public FunctionRetError {
 // Deletes a key with all below it, the deepest first, up to the first that resists.
 class FunctionRegDeleteKey : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -101,6 +115,8 @@ class FunctionRegDeleteKey : public FunctionRetError {
 
 class FunctionRegDeleteValue : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 

@@ -19,17 +19,23 @@ class FunctionServiceChange : public FunctionNameAndWait {
 
 class FunctionServiceStart : public FunctionServiceChange {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionServiceStop : public FunctionServiceChange {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 // Deletes a service without stopping it; one that runs stays until it stops.
 class FunctionServiceDelete : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -40,6 +46,8 @@ class FunctionServiceDelete : public FunctionRetError {
 // Makes a service that runs as LocalSystem, and doesn't start it.
 class FunctionServiceCreate : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -66,11 +74,15 @@ class FunctionServiceQuestion : public FunctionRetBool {
 // A service that may not be opened is installed too.
 class FunctionServiceInstalled : public FunctionServiceQuestion {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionServiceRunning : public FunctionServiceQuestion {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
