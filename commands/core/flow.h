@@ -8,12 +8,16 @@ namespace tessel {
 // Carries a label, or is a handler's only command.
 class FunctionNothing : public FunctionBase {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 };
 
 class FunctionExit : public FunctionRetExit {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 };
@@ -21,6 +25,8 @@ class FunctionExit : public FunctionRetExit {
 // Writes a text to the trace, and to a standard stream when `std` is "err" or "out".
 class FunctionTrace : public FunctionBase {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -32,12 +38,16 @@ class FunctionTrace : public FunctionBase {
 // Retired: it changes nothing, but scripts still have it.
 class FunctionTraceSetFile : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 };
 
 class FunctionSleep : public FunctionBase {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -48,6 +58,8 @@ class FunctionSleep : public FunctionBase {
 // The run loop jumps by itself; the command only holds the target.
 class FunctionGoTo : public FunctionBase {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override {}
 };
@@ -55,6 +67,8 @@ class FunctionGoTo : public FunctionBase {
 // Sets the label for failures that no handler takes, from this point of the run on.
 class FunctionOnErrorGoTo : public FunctionBase {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 

@@ -8,6 +8,8 @@ namespace tessel {
 
 class FunctionAssign : public FunctionBase {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -19,6 +21,8 @@ class FunctionAssign : public FunctionBase {
 // Stores one group of a pattern that matches the whole value; an empty text when there is none.
 class FunctionAssignToken : public FunctionBase {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -42,11 +46,15 @@ class FunctionWithAddend : public FunctionBase {
 
 class FunctionAddInt : public FunctionWithAddend {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionAddString : public FunctionWithAddend {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
@@ -66,6 +74,8 @@ class FunctionWithPiece : public FunctionBase {
 
 class FunctionStringDelete : public FunctionWithPiece {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -75,6 +85,8 @@ class FunctionStringDelete : public FunctionWithPiece {
 
 class FunctionStringGet : public FunctionWithPiece {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -85,6 +97,8 @@ class FunctionStringGet : public FunctionWithPiece {
 
 class FunctionStringTrim : public FunctionBase {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -96,6 +110,8 @@ class FunctionStringTrim : public FunctionBase {
 // The condition of the language.
 class FunctionTest : public FunctionRetBool {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 

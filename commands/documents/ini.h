@@ -8,6 +8,8 @@ namespace tessel {
 // Gives the default where the file, the section or the key is missing, and never fails.
 class FunctionIniGetValue : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -22,6 +24,8 @@ class FunctionIniGetValue : public FunctionRetError {
 // Sets a value, which may be empty: neither a key nor a section can be removed.
 class FunctionIniSetValue : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 

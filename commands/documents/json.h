@@ -7,22 +7,30 @@ namespace tessel {
 
 class FunctionJsonOpen : public FunctionOnPath {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionJsonClose : public FunctionCloseDocument {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionJsonSave : public FunctionOnPath {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 // Puts a JSON text's value at a place, in place of what stands there.
 class FunctionJsonAddChild : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -34,6 +42,8 @@ class FunctionJsonAddChild : public FunctionRetError {
 
 class FunctionJsonRemoveChild : public FunctionOnPath {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
@@ -50,21 +60,29 @@ class FunctionJsonSetValue : public FunctionRetError {
 
 class FunctionJsonSetStringValue : public FunctionJsonSetValue {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionJsonSetIntValue : public FunctionJsonSetValue {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionJsonSetBoolValue : public FunctionJsonSetValue {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionJsonGetValue : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -78,6 +96,8 @@ class FunctionJsonGetValue : public FunctionRetError {
 // walk in the process.
 class FunctionJsonGetElement : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 

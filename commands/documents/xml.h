@@ -9,21 +9,29 @@ namespace tessel {
 
 class FunctionXmlOpen : public FunctionOnPath {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionXmlClose : public FunctionCloseDocument {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionXmlSave : public FunctionOnPath {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 };
 
 class FunctionXmlAddChild : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -42,6 +50,8 @@ class FunctionXmlAddChild : public FunctionRetError {
 
 class FunctionXmlRemoveChild : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -52,6 +62,8 @@ class FunctionXmlRemoveChild : public FunctionRetError {
 
 class FunctionXmlSetValue : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -65,6 +77,8 @@ class FunctionXmlSetValue : public FunctionRetError {
 // failure.
 class FunctionXmlSetCDataValue : public FunctionXmlSetValue {
  public:
+  static const CommandDescription kDescription;
+
   void Execute() override;
 
  private:
@@ -73,6 +87,8 @@ class FunctionXmlSetCDataValue : public FunctionXmlSetValue {
 
 class FunctionXmlGetValue : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
@@ -84,6 +100,8 @@ class FunctionXmlGetValue : public FunctionRetError {
 
 class FunctionXmlGetElement : public FunctionRetError {
  public:
+  static const CommandDescription kDescription;
+
   bool Parse() override;
   void Execute() override;
 
