@@ -35,8 +35,9 @@ struct AttributeDescription {
   cvn::StringView meaning;        // a sentence or two, each with its full stop
   cvn::StringView fallback = {};  // what a missing optional attribute counts as; empty for no text
   std::span<const cvn::StringView> choices = {};  // of a Choice: the words
-  // Of a Choice: whether another word refuses the script. If not, it counts as `fallback`.
+  // Of a Choice: whether another word refuses the script. If not, it counts as `othersCountAs`.
   bool refusesOthers = false;
+  cvn::StringView othersCountAs = {};  // empty for no text
 };
 
 // A text that a failed command leaves, for onerrorspec.
