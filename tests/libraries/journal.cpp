@@ -21,7 +21,8 @@ struct Text {
   while (*format != '\0') {
     char piece[64] = {};
     const std::size_t plain = std::strcspn(format, "%");
-    const std::size_t conversion = format[plain] == '\0' ? 0 : std::strcspn(format + plain, "sduxX");
+    const std::size_t conversion =
+        format[plain] == '\0' ? 0 : std::strcspn(format + plain, "sduxX");
     if (plain != 0 || conversion == 0) {
       const std::size_t count = plain < sizeof(piece) ? plain : sizeof(piece) - 1;
       std::memcpy(piece, format, count);
