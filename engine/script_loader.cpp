@@ -1,6 +1,7 @@
 // The loader: from the document of a script to its commands.
 #include "engine/loop_lowering.h"
 #include "engine/patch_expiry.h"
+#include "engine/script_command.h"
 #include "engine/script_engine.h"
 #include "engine/xml_text.h"
 #include "platform/clock.h"
@@ -18,23 +19,6 @@ constexpr std::int32_t kNewestMinorVersion = 1;
 
 void WriteError(cvn::StringView text) {
   platform::streams::WriteLine(platform::streams::Output::Error, text);
-}
-
-// The text of an element's first child, when that is a text.
-cvn::String FirstText(const TiXmlElement& element) {
-  const TiXmlNode* child = element.FirstChild();
-  const TiXmlText* text = child == nullptr ? nullptr : child->ToText();
-  return text == nullptr ? cvn::String() : cvn::Utf8ToWide(text->ValueStr());
-}
-
-void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes) {
-  for (const TiXmlAttribute* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
-    attributes->Add(cvn::Utf8ToWide(at->NameTStr()), cvn::Utf8ToWide(at->ValueStr()));
-  }
-  const TiXmlElement* data = element.FirstChildElement("data");
-  if (data != nullptr) {
-    attributes->Add(u"data", FirstText(*data));
-  }
 }
 
 // The element itself, or the first of those that take a loop's place; null for a loop that lacks
@@ -162,22 +146,17 @@ bool ScriptEngine::CompileList(FunctionBase* parentCommand, CommandList* list, T
 
 ScriptEngine::CommandList ScriptEngine::CompileCommand(FunctionBase* parentCommand,
                                                        TiXmlElement* element) {
-  cvn::String name = cvn::Utf8ToWide(element->ValueStr());
+  const cvn::String name = cvn::Utf8ToWide(element->ValueStr());
   const CommandRecord* record = FindCommand(name);
   if (record == nullptr) {
     TraceLine(u"Function '%s' not found", name);
     return nullptr;
   }
-  CommandList command = record->factory();
+  CommandList command = MakeCommand(name, *record, *element);
   if (command == nullptr) {
     TraceLine(u"Cannot create function '%s'", name);
     return nullptr;
   }
-  command->variables = &ProcessVariables();
-  command->objects = &ProcessObjects();
-  command->kind = record->kind;
-  command->name = std::move(name);
-  CopyAttributes(*element, &command->attributes);
   if (!command->Parse()) {
     TraceLine(u"Function '%s' has invalid parameters (attributes)", command->name);
     return nullptr;
@@ -200,20 +179,20 @@ bool ScriptEngine::CompileHandlers(FunctionBase* command, TiXmlElement* element)
   if (command->kind == FunctionKind::ErrorResult) {
     auto* errorCommand = static_cast<FunctionRetError*>(command);
     return CompileErrorHandlers(errorCommand, element) &&
-           CompileHandler(command, &errorCommand->onError, element, "onerror") &&
-           CompileHandler(command, &errorCommand->onSuccess, element, "onsuccess");
+           CompileHandler(command, &errorCommand->onError, element, kOnError) &&
+           CompileHandler(command, &errorCommand->onSuccess, element, kOnSuccess);
   }
   if (command->kind == FunctionKind::BoolResult) {
     auto* boolCommand = static_cast<FunctionRetBool*>(command);
-    return CompileHandler(command, &boolCommand->onTrue, element, "onTrue") &&
-           CompileHandler(command, &boolCommand->onFalse, element, "onFalse");
+    return CompileHandler(command, &boolCommand->onTrue, element, kOnTrue) &&
+           CompileHandler(command, &boolCommand->onFalse, element, kOnFalse);
   }
   return true;
 }
 
 bool ScriptEngine::CompileErrorHandlers(FunctionRetError* command, TiXmlElement* element) {
-  TiXmlElement* handler = element->FirstChildElement("onerrorspec");
-  for (; handler != nullptr; handler = handler->NextSiblingElement("onerrorspec")) {
+  TiXmlElement* handler = element->FirstChildElement(kOnErrorSpec);
+  for (; handler != nullptr; handler = handler->NextSiblingElement(kOnErrorSpec)) {
     cvn::String failure = XmlAttributeText(*handler, "err");
     if (failure.Empty()) {
       TraceLine(

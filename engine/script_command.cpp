@@ -1,0 +1,57 @@
+#include "engine/script_command.h"
+
+#include "engine/variable_store.h"
+#include "support/utf.h"
+
+namespace tessel {
+namespace {
+
+constexpr const char* kErrorHandlers[] = {kOnErrorSpec, kOnError, kOnSuccess};
+constexpr const char* kBoolHandlers[] = {kOnTrue, kOnFalse};
+
+// The text of an element's first child, when that is a text.
+cvn::String FirstText(const TiXmlElement& element) {
+  const TiXmlNode* child = element.FirstChild();
+  const TiXmlText* text = child == nullptr ? nullptr : child->ToText();
+  return text == nullptr ? cvn::String() : cvn::Utf8ToWide(text->ValueStr());
+}
+
+void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes) {
+  for (const TiXmlAttribute* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
+    attributes->Add(cvn::Utf8ToWide(at->NameTStr()), cvn::Utf8ToWide(at->ValueStr()));
+  }
+  const TiXmlElement* data = element.FirstChildElement("data");
+  if (data != nullptr) {
+    attributes->Add(u"data", FirstText(*data));
+  }
+}
+
+}  // namespace
+
+std::span<const char* const> HandlerNames(FunctionKind kind) {
+  switch (kind) {
+    case FunctionKind::ErrorResult:
+      return kErrorHandlers;
+    case FunctionKind::BoolResult:
+      return kBoolHandlers;
+    case FunctionKind::Plain:
+    case FunctionKind::ExitResult:
+      break;
+  }
+  return {};
+}
+
+std::unique_ptr<FunctionBase> MakeCommand(const cvn::String& name, const CommandRecord& record,
+                                          const TiXmlElement& element) {
+  std::unique_ptr<FunctionBase> command = record.factory();
+  if (command != nullptr) {
+    command->variables = &ProcessVariables();
+    command->objects = &ProcessObjects();
+    command->kind = record.kind;
+    command->name = name;
+    CopyAttributes(element, &command->attributes);
+  }
+  return command;
+}
+
+}  // namespace tessel
