@@ -16,16 +16,6 @@ cvn::String FirstText(const TiXmlElement& element) {
   return text == nullptr ? cvn::String() : cvn::Utf8ToWide(text->ValueStr());
 }
 
-void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes) {
-  for (const TiXmlAttribute* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
-    attributes->Add(cvn::Utf8ToWide(at->NameTStr()), cvn::Utf8ToWide(at->ValueStr()));
-  }
-  const TiXmlElement* data = element.FirstChildElement("data");
-  if (data != nullptr) {
-    attributes->Add(u"data", FirstText(*data));
-  }
-}
-
 }  // namespace
 
 std::span<const char* const> HandlerNames(FunctionKind kind) {
@@ -39,6 +29,16 @@ std::span<const char* const> HandlerNames(FunctionKind kind) {
       break;
   }
   return {};
+}
+
+void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes) {
+  for (const TiXmlAttribute* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
+    attributes->Add(cvn::Utf8ToWide(at->NameTStr()), cvn::Utf8ToWide(at->ValueStr()));
+  }
+  const TiXmlElement* data = element.FirstChildElement("data");
+  if (data != nullptr) {
+    attributes->Add(u"data", FirstText(*data));
+  }
 }
 
 std::unique_ptr<FunctionBase> MakeCommand(const cvn::String& name, const CommandRecord& record,

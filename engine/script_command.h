@@ -23,6 +23,9 @@ inline constexpr const char* kOnFalse = "onFalse";
 // the others the first counts.
 std::span<const char* const> HandlerNames(FunctionKind kind);
 
+// Adds the element's attributes, and as `data` the text of its child of that name.
+void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes);
+
 // Makes the command `name` of `record` from its element, with the element's attributes and the
 // process's stores, ready for its Parse. Null when the factory gives none.
 std::unique_ptr<FunctionBase> MakeCommand(const cvn::String& name, const CommandRecord& record,

@@ -297,13 +297,45 @@ def fill_in(text, folder, case):
             .replace('@DIR@', host_to_drive(folder)).replace('@HTTP@', http_files.address()))
 
 
-def make_patch(case, folder, tools):
-    """Puts the case's patch into its folder."""
+def lint(script, tools):
+    """What tlx lint tells of a script, as its exit code and its lines; None for one whose bytes it
+    refuses though the runner makes something of them."""
+    content = script.read_bytes()
+    try:
+        content.decode('utf-8')
+    except UnicodeDecodeError:
+        return None
+    if b'\0' in content:
+        return None
+    told = subprocess.run([tools.tlx, 'lint', script], capture_output=True, text=True, check=False)
+    return told.returncode, told.stderr.splitlines()
+
+
+def differ_from_lint(told, seen):
+    """Where a run and what lint told of its script don't agree: a list of texts."""
+    if told is None or expectations.part_of_trace(seen.trace, 'load') is None:
+        return []
+    code, lines = told
+    is_told = any(re.search(': warning: the patch (has expired|is refused)', line) for line in lines)
+    if 'Patch is no longer valid.' in seen.stderr:
+        agrees = is_told
+    elif 'Failed to load patch.' in seen.stderr:
+        agrees = code == 1
+    else:
+        agrees = code == 0 and not is_told
+    return [] if agrees else ['\n'.join(['lint does not say what the load says:', *lines])]
+
+
+def make_patch(case, folder, tools, is_linted):
+    """Puts the case's patch into its folder. Gives what lint tells of its script, if it is asked."""
     patch = folder / case.patch_name
+    told = None
     if case.script is not None:
         script = folder / 'script.xml'
         script.write_bytes(fill_in(case.script.decode('utf-8', 'surrogateescape'), folder, case)
                            .encode('utf-8', 'surrogateescape'))
+        if is_linted:
+            told = lint(script, tools)
         key = tools.strangers_key if case.is_strangers else tools.key
         packed = subprocess.run([tools.tlx, 'pack', '--force', '--key', key, '--in', script,
                                  '--out', patch], capture_output=True, text=True, check=False)
@@ -312,6 +344,7 @@ def make_patch(case, folder, tools):
             raise Mismatch(f'tlx failed: {packed.stderr}')
     if case.prepare is not None:
         case.prepare(patch)
+    return told
 
 
 def host_path(path, folder, case):
@@ -414,10 +447,10 @@ class Session:
         seen = None
         try:
             home.prepare(folder)
-            make_patch(case, folder, self.tools)
+            told = make_patch(case, folder, self.tools, home.name == 'linux')
             trees.make(folder, wanted.make)
             seen = home.observe(case, folder)
-            fault = '\n'.join(check(case, home, seen, folder))
+            fault = '\n'.join(check(case, home, seen, folder) + differ_from_lint(told, seen))
         except Mismatch as mismatch:
             fault = str(mismatch)
         except Exception:  # pylint: disable=broad-except

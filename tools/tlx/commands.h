@@ -7,7 +7,9 @@ namespace tlx {
 
 extern const CommandSpec kCatalogCommand;
 extern const CommandSpec kEventsCommand;
+extern const CommandSpec kGraphCommand;
 extern const CommandSpec kKeygenCommand;
+extern const CommandSpec kLintCommand;
 extern const CommandSpec kMachineCreateCommand;
 extern const CommandSpec kMachineShowCommand;
 extern const CommandSpec kPackCommand;

@@ -4,6 +4,17 @@
 #include "support/format.h"
 
 namespace tlx {
+namespace {
+
+cvn::String PlaceIn(cvn::StringView file, TextPosition position) {
+  cvn::String place = cvn::Format(u"%s:%u", file, position.line);
+  if (position.column != 0) {
+    place.Append(cvn::Format(u":%u", position.column));
+  }
+  return place;
+}
+
+}  // namespace
 
 int FailOnFile(cvn::StringView file, cvn::StringView text) {
   platform::streams::WriteLine(platform::streams::Output::Error,
@@ -17,11 +28,11 @@ void WarnOfFile(cvn::StringView file, cvn::StringView text) {
 }
 
 int FailAt(cvn::StringView file, TextPosition position, cvn::StringView text) {
-  cvn::String place = cvn::Format(u"%s:%u", file, position.line);
-  if (position.column != 0) {
-    place.Append(cvn::Format(u":%u", position.column));
-  }
-  return FailOnFile(place, text);
+  return FailOnFile(PlaceIn(file, position), text);
+}
+
+void WarnAt(cvn::StringView file, TextPosition position, cvn::StringView text) {
+  WarnOfFile(PlaceIn(file, position), text);
 }
 
 cvn::String DescribeCode(platform::Code code) {

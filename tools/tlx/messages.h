@@ -24,6 +24,8 @@ int FailOnFile(cvn::StringView file, cvn::StringView text);
 void WarnOfFile(cvn::StringView file, cvn::StringView text);
 // "file:line:column: error: text" on standard error; returns kExitBadInput.
 int FailAt(cvn::StringView file, TextPosition position, cvn::StringView text);
+// "file:line:column: warning: text" on standard error.
+void WarnAt(cvn::StringView file, TextPosition position, cvn::StringView text);
 
 // What a platform code means: "there is no such file".
 cvn::String DescribeCode(platform::Code code);

@@ -6,6 +6,7 @@
 #include "tools/tlx/messages.h"
 #include "tools/tlx/patch_container.h"
 #include "tools/tlx/script_check.h"
+#include "tools/tlx/script_lint.h"
 
 namespace tlx {
 namespace {
@@ -17,6 +18,15 @@ constexpr OptionSpec kOptions[] = {
     {u"--force", u"", false, u"Pack the bytes as they are, without a check"},
 };
 
+void WarnOfCommands(cvn::StringView path, const TiXmlDocument& document) {
+  for (const Finding& finding : LintScript(document)) {
+    if (finding.isError) {
+      WarnAt(path, finding.position,
+             cvn::Format(u"the runner refuses this script: %s", finding.text));
+    }
+  }
+}
+
 int Pack(const Options& options) {
   const cvn::StringView scriptPath = options.Value(u"--in");
   std::string script;
@@ -25,10 +35,12 @@ int Pack(const Options& options) {
     return FailToRead(scriptPath, code);
   }
   if (!options.Has(u"--force")) {
-    if (const auto fault = CheckScript(script)) {
+    TiXmlDocument document;
+    if (const auto fault = CheckScript(script, &document)) {
       return FailAt(scriptPath, fault->position,
                     cvn::Format(u"%s (--force packs it all the same)", fault->text));
     }
+    WarnOfCommands(scriptPath, document);
   }
   cvn::String problem;
   const RsaKey key = ReadKeyFile(options.Value(u"--key"), KeyHalf::Private, &problem);
@@ -48,11 +60,11 @@ int Pack(const Options& options) {
 const CommandSpec kPackCommand = {
     u"pack",
     u"Make a patch from a script",
-    u"Enciphers a script as a patch. A script that the runner would refuse to load is refused "
-    u"here, with the\n"
-    u"line in question: text that is not UTF-8 or not well-formed XML, no 'script' under the root "
-    u"element, a\n"
-    u"version other than 1.x. The commands in the script are not looked at.\n",
+    u"Enciphers a script as a patch. Text that is not UTF-8 or not well-formed XML, without a "
+    u"'script' under the\n"
+    u"root element or of a version other than 1.x is refused, with the line in question. Of "
+    u"commands that the\n"
+    u"runner would refuse there is only a warning; 'tlx lint' tells more.\n",
     kOptions,
     Pack,
 };

@@ -1,7 +1,5 @@
 #include "tools/tlx/script_check.h"
 
-#include <tinyxml.h>
-
 #include <string_view>
 
 #include "platform/whole_file.h"
@@ -91,24 +89,33 @@ std::optional<ScriptFault> CheckRoot(const TiXmlElement& root) {
 
 }  // namespace
 
-std::optional<ScriptFault> CheckScript(const std::string& script) {
+std::optional<ScriptFault> CheckScript(const std::string& script, TiXmlDocument* document) {
   // Zero bytes, bad UTF-8 and deep nesting go first: TinyXML survives none of the last two.
   if (auto fault = CheckBytes(script)) {
     return fault;
   }
-  TiXmlDocument document;
-  document.SetTabSize(1);
-  document.Parse(script.c_str(), nullptr, TIXML_ENCODING_UTF8);
-  if (document.Error()) {
+  document->SetTabSize(1);
+  document->Parse(script.c_str(), nullptr, TIXML_ENCODING_UTF8);
+  if (document->Error()) {
     return ScriptFault{
-        ErrorPosition(document, script),
-        cvn::Format(u"not well-formed XML: %s", cvn::Utf8ToWide(document.ErrorDesc()))};
+        ErrorPosition(*document, script),
+        cvn::Format(u"not well-formed XML: %s", cvn::Utf8ToWide(document->ErrorDesc()))};
   }
-  const TiXmlElement* root = document.RootElement();
+  const TiXmlElement* root = document->RootElement();
   if (root == nullptr) {
     return ScriptFault{{1, 0}, u"there is no root element"};
   }
   return CheckRoot(*root);
+}
+
+int ReadScript(cvn::StringView path, TiXmlDocument* document) {
+  std::string script;
+  const platform::Code code = platform::ReadWholeFile(path, &script);
+  if (code != platform::kSuccess) {
+    return FailToRead(path, code);
+  }
+  const auto fault = CheckScript(script, document);
+  return fault ? FailAt(path, fault->position, fault->text) : kExitDone;
 }
 
 }  // namespace tlx

@@ -1,6 +1,8 @@
 // What must hold for a script's text before it becomes a patch.
 #pragma once
 
+#include <tinyxml.h>
+
 #include <optional>
 #include <string>
 
@@ -15,7 +17,12 @@ struct ScriptFault {
 };
 
 // The first reason why the runner would refuse `script` before it looks at a command, or would not
-// see all of it; nothing when there is none.
-std::optional<ScriptFault> CheckScript(const std::string& script);
+// see all of it; nothing when there is none. `document` then holds the script, and its root element
+// has an element `script`.
+std::optional<ScriptFault> CheckScript(const std::string& script, TiXmlDocument* document);
+
+// Reads the script of that path into `document`; tells the user of a script that CheckScript or the
+// system refuses. Returns the exit code.
+int ReadScript(cvn::StringView path, TiXmlDocument* document);
 
 }  // namespace tlx

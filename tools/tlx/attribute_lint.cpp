@@ -1,0 +1,221 @@
+#include "tools/tlx/attribute_lint.h"
+
+#include <algorithm>
+
+#include "commands/common/whole_text_pattern.h"
+#include "support/format.h"
+#include "support/numbers.h"
+#include "support/utf.h"
+#include "tools/tlx/spelling.h"
+
+namespace tlx {
+namespace {
+
+using tessel::AttributeDescription;
+using tessel::AttributeForm;
+using tessel::AttributeMap;
+using tessel::CommandDescription;
+using tessel::Presence;
+
+constexpr std::size_t kNone = cvn::StringView::npos;
+
+bool IsChoice(const AttributeDescription& attribute, cvn::StringView value) {
+  return std::ranges::find(attribute.choices, value) != attribute.choices.end();
+}
+
+// Where the value of an attribute stands, which may be in a child `data`.
+const TiXmlBase& PlaceOf(const TiXmlElement& element, const AttributeDescription& attribute) {
+  const std::string name = cvn::WideToUtf8(attribute.name);
+  if (const TiXmlAttribute* found = FindAttribute(element, name.c_str())) {
+    return *found;
+  }
+  const TiXmlElement* child = element.FirstChildElement("data");
+  return name == "data" && child != nullptr ? *child : element;
+}
+
+// Why the engine refuses a command for one attribute, of which `value` is null when it is missing;
+// empty when it doesn't.
+cvn::String FaultOf(const AttributeDescription& attribute, const cvn::String* value) {
+  if (value == nullptr) {
+    return attribute.presence == Presence::Optional
+               ? cvn::String()
+               : cvn::Format(u"attribute '%s' is missing", attribute.name);
+  }
+  if (value->Empty() && attribute.presence == Presence::NonEmpty) {
+    return cvn::Format(u"attribute '%s' is empty", attribute.name);
+  }
+  if (attribute.form == AttributeForm::Choice && attribute.refusesOthers &&
+      !IsChoice(attribute, *value)) {
+    return cvn::Format(u"attribute '%s' is '%s', and must be one of %s", attribute.name, *value,
+                       QuotedList(attribute.choices));
+  }
+  if (attribute.form == AttributeForm::Pattern && !tessel::WholeTextPattern().Compile(*value)) {
+    return cvn::Format(u"attribute '%s' is no valid pattern: '%s'", attribute.name, *value);
+  }
+  return {};
+}
+
+bool StartsName(char16_t c) {
+  return c == u'_' || (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
+}
+
+bool ContinuesName(char16_t c) { return StartsName(c) || (c >= u'0' && c <= u'9') || c == u'.'; }
+
+// The part of a variable's name that is used as it is written: all but the index of an array.
+cvn::StringView LiteralPart(cvn::StringView name) {
+  const std::size_t bracket = name.find(u'[');
+  const bool hasIndex =
+      bracket != kNone && bracket > 0 && name.ends_with(u']') && bracket + 2 < name.size();
+  return hasIndex ? name.substr(0, bracket) : name;
+}
+
+// What a value that holds a reference, or is no value at all, counts as; empty when it is a text.
+cvn::String CountsAs(const AttributeDescription& attribute, const cvn::String& value) {
+  switch (attribute.form) {
+    case AttributeForm::Number:
+      return cvn::Format(u"; it counts as %d", cvn::ReadInt32(value));
+    case AttributeForm::Flag:
+      return u"; it counts as false";
+    case AttributeForm::Choice:
+      return cvn::Format(u"; it counts as '%s'", attribute.fallback);
+    default:
+      return {};
+  }
+}
+
+// False when there is nothing to say of references.
+bool WarnOfReference(const TiXmlBase& where, const AttributeDescription& attribute,
+                     const cvn::String& value, Findings* findings) {
+  const bool isVariable = attribute.form == AttributeForm::Variable;
+  const cvn::StringView reference = FindReference(isVariable ? LiteralPart(value) : value.AsView());
+  if (attribute.form == AttributeForm::Expanded || reference.empty()) {
+    return false;
+  }
+  findings->Warn(where, cvn::Format(u"'%s' is not replaced: attribute '%s' is used as written%s",
+                                    reference, attribute.name, CountsAs(attribute, value)));
+  return true;
+}
+
+void WarnOfValue(const TiXmlBase& where, const AttributeDescription& attribute,
+                 const cvn::String& value, Findings* findings) {
+  const bool isRefused = !FaultOf(attribute, &value).Empty();
+  if (isRefused || WarnOfReference(where, attribute, value, findings)) {
+    return;
+  }
+  if (attribute.form == AttributeForm::Number) {
+    WarnOfNumber(where, attribute.name, value, cvn::ReadInt32(value), findings);
+  }
+  constexpr cvn::StringView kFlags[] = {u"true", u"1", u"false", u"0"};
+  if (attribute.form == AttributeForm::Flag &&
+      std::ranges::find(kFlags, value.AsView()) == std::end(kFlags)) {
+    findings->Warn(where, cvn::Format(u"attribute '%s' is '%s', neither 'true' nor 'false'%s",
+                                      attribute.name, value, CountsAs(attribute, value)));
+  }
+  if (attribute.form == AttributeForm::Choice && !IsChoice(attribute, value) &&
+      value != attribute.fallback) {
+    findings->Warn(where,
+                   cvn::Format(u"attribute '%s' is '%s', none of %s%s", attribute.name, value,
+                               QuotedList(attribute.choices), CountsAs(attribute, value)));
+  }
+}
+
+void WarnOfUnknown(const TiXmlElement& element, const CommandDescription& description,
+                   Findings* findings) {
+  cvn::List<cvn::StringView> known = {u"id"};
+  for (const AttributeDescription& attribute : description.attributes) {
+    known.push_back(attribute.name);
+  }
+  const TiXmlAttribute* at = element.FirstAttribute();
+  for (; at != nullptr; at = at->Next()) {
+    const cvn::String name = cvn::Utf8ToWide(at->NameTStr());
+    // Names that begin so belong to XML itself.
+    if (name.AsView().starts_with(u"xml") ||
+        std::ranges::find(known, name.AsView()) != known.end()) {
+      continue;
+    }
+    findings->Warn(
+        *at, cvn::Format(u"'%s' has no attribute '%s'%s", cvn::Utf8ToWide(element.ValueStr()), name,
+                         DidYouMean(name, known)));
+  }
+}
+
+}  // namespace
+
+const TiXmlAttribute* FindAttribute(const TiXmlElement& element, const char* name) {
+  const TiXmlAttribute* at = element.FirstAttribute();
+  while (at != nullptr && at->NameTStr() != name) {
+    at = at->Next();
+  }
+  return at;
+}
+
+const TiXmlBase& PlaceOf(const TiXmlElement& element, const char* name) {
+  const TiXmlAttribute* attribute = FindAttribute(element, name);
+  return attribute == nullptr ? static_cast<const TiXmlBase&>(element) : *attribute;
+}
+
+cvn::StringView FindReference(cvn::StringView text) {
+  for (std::size_t at = text.find(u'%'); at != kNone; at = text.find(u'%', at)) {
+    const std::size_t start = at++;
+    if (at < text.size() && text[at] == u'%') {
+      ++at;
+      continue;
+    }
+    if (at == text.size() || !StartsName(text[at])) {
+      continue;
+    }
+    while (at < text.size() && ContinuesName(text[at])) {
+      ++at;
+    }
+    if (at < text.size() && text[at] == u'[') {
+      at = std::min(text.find(u']', at), text.size() - 1) + 1;
+    }
+    if (at < text.size() && text[at] == u'%') {
+      return text.substr(start, at + 1 - start);
+    }
+  }
+  return {};
+}
+
+void ExplainRefusal(const TiXmlElement& element, const AttributeMap& attributes,
+                    const CommandDescription* description, Findings* findings) {
+  const cvn::String name = cvn::Utf8ToWide(element.ValueStr());
+  bool isExplained = false;
+  const auto described =
+      description == nullptr ? std::span<const AttributeDescription>() : description->attributes;
+  for (const AttributeDescription& attribute : described) {
+    const cvn::String fault = FaultOf(attribute, attributes.Find(attribute.name));
+    if (!fault.Empty()) {
+      findings->Error(PlaceOf(element, attribute), cvn::Format(u"'%s': %s", name, fault));
+      isExplained = true;
+    }
+  }
+  if (!isExplained) {
+    findings->Error(element, cvn::Format(u"'%s' can't be made with these attributes", name));
+  }
+}
+
+void WarnOfAttributes(const TiXmlElement& element, const AttributeMap& attributes,
+                      const CommandDescription& description, Findings* findings) {
+  for (const AttributeDescription& attribute : description.attributes) {
+    if (const cvn::String* value = attributes.Find(attribute.name)) {
+      WarnOfValue(PlaceOf(element, attribute), attribute, *value, findings);
+    }
+  }
+  WarnOfUnknown(element, description, findings);
+}
+
+void WarnOfNumber(const TiXmlBase& where, cvn::StringView name, cvn::StringView value,
+                  std::int64_t counted, Findings* findings) {
+  constexpr cvn::StringView kBlanks = u" \t\r\n";
+  const std::size_t start = std::min(value.find_first_not_of(kBlanks), value.size());
+  cvn::StringView digits = value.substr(start, value.find_last_not_of(kBlanks) + 1 - start);
+  if (digits.starts_with(u'-') || digits.starts_with(u'+')) {
+    digits.remove_prefix(1);
+  }
+  if (!cvn::IsAllDigits(digits) || cvn::ReadInt64(value) != counted) {
+    findings->Warn(where, cvn::Format(u"'%s' is '%s', which counts as %d", name, value, counted));
+  }
+}
+
+}  // namespace tlx
