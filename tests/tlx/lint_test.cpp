@@ -109,11 +109,93 @@ TEST(LintTest, WarnsOfWhatIsPassedOver) {
        "<xmlAddChild handle='h' xpath='x'><data><!-- c -->b</data></xmlAddChild><exit/>",
        {"2:49: warning: only the first 'data' of a command counts",
         "3:44: warning: the attribute 'data' counts, and not this element",
-        "4:1: error: 'xmlAddChild': attribute 'data' is empty",
+        "4:35: error: 'xmlAddChild': attribute 'data' is empty",
         "4:35: warning: 'data' counts as empty, since it doesn't begin with a text"}},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(Lint(row.body), row.expected) << row.body;
+  }
+}
+
+TEST(LintTest, JudgesAttributes) {
+  const Row rows[] = {
+      {"<sleep Milisec='1'/><assign var=''/><addInt/>\n<exit/>",
+       {"2:1: error: 'sleep': attribute 'milisec' is missing",
+        "2:8: warning: 'sleep' has no attribute 'Milisec'; did you mean 'milisec'?",
+        "2:21: error: 'assign': attribute 'value' is missing",
+        "2:29: error: 'assign': attribute 'var' is empty",
+        "2:37: error: 'addInt': attribute 'var' is missing",
+        "2:37: error: 'addInt': attribute 'value' is missing"}},
+      {"<test left='' right='' operator='&gt;' type='%t%'/><exit/>",
+       {"2:24: error: 'test': attribute 'operator' is '>', and must be one of '==', '<', '<='",
+        "2:40: error: 'test': attribute 'type' is '%t%', and must be one of 'string', 'number'"}},
+      {"<assignToken var='v' value='x' regexp='(' index='0'/>\n"
+       "<assignToken var='v' value='x' regexp='50%+(%p%)' index='%i%'/><exit/>",
+       {"2:32: error: 'assignToken': attribute 'regexp' is no valid pattern: '('",
+        "3:32: warning: '%p%' is not replaced: attribute 'regexp' is used as written"}},
+      {"<assign id='%l%' var='a[%i%]' value='%x%'/><assign var='a%i%' value=''/>\n"
+       "<xmlOpen path='%p%' handle='%h%'/><stringTrim var='v' chars='100%% %; %'/>\n"
+       "<fileCreate path='x'><onerrorspec err='%e%'><exit/></onerrorspec></fileCreate><exit/>",
+       {"2:9: warning: '%l%' is not replaced: a label is used as written",
+        "2:52: warning: '%i%' is not replaced: attribute 'var' is used as written",
+        "3:21: warning: '%h%' is not replaced: attribute 'handle' is used as written",
+        "4:35: warning: '%e%' is not replaced: attribute 'err' is used as written"}},
+      {"<exit code='%c%'/><exit id='a' code=' +7 '/><exit id='b' code='7x'/>"
+       "<exit id='c' code='4294967296'/>",
+       {"2:7: warning: '%c%' is not replaced: attribute 'code' is used as written; it counts as 0",
+        "2:19: warning: no run comes to this 'exit'",
+        "2:58: warning: 'code' is '7x', which counts as 7",
+        "2:82: warning: 'code' is '4294967296', which counts as 2147483647"}},
+      {"<fileCopySingle src='a' dest='b' failIfExists='0' diffLWTOnly='yes'/><trace std='Out'/>"
+       "<exit xml:space='default'/>",
+       {"2:51: warning: attribute 'diffLWTOnly' is 'yes', neither 'true' nor 'false'; it counts as "
+        "false",
+        "2:77: warning: attribute 'std' is 'Out', none of 'out', 'err'; it counts as ''"}},
+      {"<jsonForEach handle='h' path='p' destHandle='e'><for var='v' value='x' delim='%d%'>"
+       "<jsonForEach handle='%h%' path='%p%' destHandle='f' step='x'/></for></jsonForEach>\n"
+       "<for var='v' value=''><xmlForEach handle='h' step='s' destHandle='e'/></for><exit/>",
+       {"2:72: warning: '%d%' is not replaced: attribute 'delim' is used as written",
+        "2:84: warning: a 'jsonForEach' in another takes its place in the array away: the outer "
+        "one doesn't go on where it was",
+        "2:97: warning: '%h%' is not replaced: attribute 'handle' is used as written",
+        "2:136: warning: 'jsonForEach' has no attribute 'step'",
+        "3:1: error: 'for': attribute 'delim' is missing",
+        "3:14: error: 'for': attribute 'value' is empty",
+        "3:23: error: 'xmlForEach': attribute 'xpath' is missing",
+        "3:23: warning: 'xmlForEach' in a loop runs in full only in the first round of that "
+        "'for', later for one element: the fetch that ended it stays failed"}},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(Lint(row.body), row.expected) << row.body;
+  }
+}
+
+TEST(LintTest, TellsWhetherTheHeaderLetsThePatchRun) {
+  const Row rows[] = {
+      {"",
+       {"1:1: warning: the patch has expired, and no gate lets it through: there is no 'header'"}},
+      {"<header><property name='patchType' value='update'/></header>", {}},
+      {"<header><property name='patchType' value='external'/></header>",
+       {"1:18: warning: the patch has expired: 'created' is missing and counts as 1970"}},
+      {"<header><property name='PatchType' value='update'/>"
+       "<property name='created' value='907200'/><property name='expires' value='2d'/></header>",
+       {"1:18: warning: the patch's type is '', neither 'external' nor 'update': no gate lets it "
+        "through",
+        "1:36: warning: nobody reads a property 'PatchType'; did you mean 'patchType'?",
+        "1:94: warning: the patch has expired on 1970-01-13",
+        "1:135: warning: 'expires' is '2d', which counts as 2"}},
+      {"<header><property name='patchType' value='external'/>"
+       "<property name='created' value='9000000000000'/></header>",
+       {"1:96: warning: the patch is refused until its 'created', which is in the future"}},
+      {"<header><property name='patchType' value='external'/>"
+       "<property name='created' value='0'/><property name='expires' value='99999'/></header>",
+       {}},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(
+        LintDocument(std::string("<p version='1.0'>") + row.body + "<script><exit/></script></p>"),
+        row.expected)
+        << row.body;
   }
 }
 
@@ -165,7 +247,7 @@ TEST(LintTest, FollowsTheFlow) {
       {"<goto target='in'/><for var='v' value='x' delim=';'><nothing id='in'/></for><exit/>", {}},
       // Nothing is told of the flow while a jump leads nowhere.
       {"<goto target=''/><goto target='typo'/><trace id='a'/>",
-       {"2:7: a 'goto' without a target ends the run with -1"}},
+       {"2:7: a 'goto' without a target ends the run with -1", "2:24: there is no label 'typo'"}},
       {"<goto target=''/><exit/>",
        {"2:7: a 'goto' without a target ends the run with -1", "2:18: no run"}},
       {"", {"1:78: there is no command: the run ends with -1"}},

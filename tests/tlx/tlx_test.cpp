@@ -320,6 +320,45 @@ TEST_F(TlxTest, PackReplacesAnOlderPatch) {
   EXPECT_EQ(NamesIn(folder_), (std::vector<std::string>{"p.tlx", "s.xml"}));
 }
 
+TEST_F(TlxTest, ScriptsAreCheckedAndDrawn) {
+  const std::string header = "<header><property name='patchType' value='update'/></header>";
+  const auto script = [&](const std::string& body) {
+    return "<p version='1'>" + header + "<script>" + body + "</script></p>";
+  };
+  const struct {
+    std::string script;
+    int plain;
+    int strict;
+    std::string told;
+  } cases[] = {
+      {script("<exit/>"), 0, 0, ""},
+      {script("<sleep milisec='x'/><exit/>"), 0, 1,
+       ":1:91: warning: 'milisec' is 'x', which counts as 0\n"},
+      {script("<nope/><exit/>"), 1, 1, ":1:84: error: there is no command 'nope'\n"},
+      {"<p>\n<script/>", 1, 1, ":2:10: error: not well-formed XML: Error reading end tag.\n"},
+  };
+  for (const auto& row : cases) {
+    WriteFile(In("s.xml"), row.script);
+    const ToolResult plain = Tlx({"lint", In("s.xml")});
+    EXPECT_EQ(plain.exitCode, row.plain) << row.script;
+    EXPECT_EQ(plain.err, row.told.empty() ? "" : In("s.xml") + row.told);
+    EXPECT_EQ(plain.out, "");
+    EXPECT_EQ(Tlx({"lint", "--strict", In("s.xml")}).exitCode, row.strict) << row.script;
+  }
+  const ToolResult packed = Pack(script("<nope/><sleep milisec='x'/><exit/>"));
+  EXPECT_EQ(packed.exitCode, 0);
+  EXPECT_EQ(packed.err, In("s.xml") +
+                            ":1:84: warning: the runner refuses this script: there is no command "
+                            "'nope'\n");
+  const ToolResult drawn = Tlx({"graph", In("s.xml")});
+  EXPECT_EQ(drawn.exitCode, 0);
+  EXPECT_TRUE(drawn.out.starts_with("digraph script {\n")) << drawn.out;
+  EXPECT_EQ(Tlx({"graph", In("s.xml"), "--out", In("s.dot")}).exitCode, 0);
+  EXPECT_EQ(ReadFile(In("s.dot")), drawn.out);
+  EXPECT_EQ(Tlx({"graph", In("gone.xml")}).exitCode, 1);
+  EXPECT_EQ(Tlx({"lint"}).exitCode, 2);
+}
+
 TEST_F(TlxTest, BadUsageIsTwo) {
   constexpr char kPackUsage[] =
       "Usage: tlx pack --key KEY.pem --in SCRIPT.xml --out PATCH.tlx [--force]\n";

@@ -83,12 +83,14 @@ cvn::String CountsAs(const AttributeDescription& attribute, const cvn::String& v
   }
 }
 
-// False when there is nothing to say of references.
+// False when there is nothing to say of references. The target of a jump is left to those who know
+// the labels.
 bool WarnOfReference(const TiXmlBase& where, const AttributeDescription& attribute,
                      const cvn::String& value, Findings* findings) {
   const bool isVariable = attribute.form == AttributeForm::Variable;
   const cvn::StringView reference = FindReference(isVariable ? LiteralPart(value) : value.AsView());
-  if (attribute.form == AttributeForm::Expanded || reference.empty()) {
+  if (attribute.form == AttributeForm::Expanded || attribute.form == AttributeForm::Label ||
+      reference.empty()) {
     return false;
   }
   findings->Warn(where, cvn::Format(u"'%s' is not replaced: attribute '%s' is used as written%s",
