@@ -335,7 +335,7 @@ TEST_F(TlxTest, ScriptsAreCheckedAndDrawn) {
       {script("<sleep milisec='x'/><exit/>"), 0, 1,
        ":1:91: warning: 'milisec' is 'x', which counts as 0\n"},
       {script("<nope/><exit/>"), 1, 1, ":1:84: error: there is no command 'nope'\n"},
-      {"<p>\n<script/>", 1, 1, ":2:10: error: not well-formed XML: Error reading end tag.\n"},
+      {"<p>\n<script/>", 1, 1, ":2:10: error: not well-formed XML: Error reading Element value.\n"},
   };
   for (const auto& row : cases) {
     WriteFile(In("s.xml"), row.script);
