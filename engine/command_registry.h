@@ -16,7 +16,7 @@ using FunctionFactory = std::unique_ptr<FunctionBase> (*)();
 struct CommandRecord {
   FunctionFactory factory;
   FunctionKind kind;
-  const CommandDescription* description;  // lives as long as the process
+  const CommandDescription* description;  // never null, and lives as long as the process
 };
 
 // Finds a command in the process's registry, by its exact name; null when there is none. The
@@ -50,11 +50,7 @@ bool RegisterCommand(cvn::StringView name) {
   } else if constexpr (std::is_base_of_v<FunctionRetExit, Class>) {
     kind = FunctionKind::ExitResult;
   }
-  const CommandDescription* description = nullptr;
-  if constexpr (requires { Class::kDescription; }) {
-    description = &Class::kDescription;
-  }
-  return RegisterFunction(name, {&internal::Make<Class>, kind, description});
+  return RegisterFunction(name, {&internal::Make<Class>, kind, &Class::kDescription});
 }
 
 }  // namespace tessel

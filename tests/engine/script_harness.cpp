@@ -12,8 +12,16 @@
 namespace tessel::testing {
 namespace {
 
+constexpr AttributeDescription kFailAttributes[] = {
+    {u"error", AttributeForm::Expanded, Presence::Required, u"The failure's text."},
+    {u"times", AttributeForm::Number, Presence::Required, u"How many executions fail."},
+};
+
 class FunctionFail : public FunctionRetError {
  public:
+  static constexpr CommandDescription kDescription = {.purpose = u"Fails.",
+                                                      .attributes = kFailAttributes};
+
   bool Parse() override { return ReadAttribute(u"error", &text_) && ReadNumber(u"times", &times_); }
   void Execute() override {
     ++executions_;
