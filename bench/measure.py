@@ -34,14 +34,19 @@ def run(command, environment):
     return milliseconds
 
 
+# A process's peak counts what its parent had when it was forked, so that a small one has to be between.
+_TELL_PEAK = ("import os, sys; process = os.posix_spawn(sys.argv[1], sys.argv[1:], os.environ); "
+              "_, status, usage = os.wait4(process, 0); "
+              "print(usage.ru_maxrss); sys.exit(os.waitstatus_to_exitcode(status))")
+
+
 def peak(command, environment):
-    """Megabytes of memory that a run has at its most."""
-    process = subprocess.Popen(command, env=environment, stdout=subprocess.DEVNULL)
-    _, status, usage = os.wait4(process.pid, 0)
-    process.returncode = os.waitstatus_to_exitcode(status)
-    if process.returncode != 0:
-        sys.exit(f"{command[0]} ended with {process.returncode}")
-    return usage.ru_maxrss / 1024
+    """Megabytes of memory that a run has at its most; the program's path is a full one."""
+    told = subprocess.run([sys.executable, "-I", "-S", "-c", _TELL_PEAK, *map(str, command)],
+                          env=environment, capture_output=True, text=True)
+    if told.returncode != 0:
+        sys.exit(f"{command[0]} ended with {told.returncode}")
+    return int(told.stdout.splitlines()[-1]) / 1024
 
 
 def run_pair(ours, peer, environment, ours_first):
