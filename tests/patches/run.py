@@ -30,6 +30,7 @@ import time
 import traceback
 
 import container_cases
+import example_cases
 import expectations
 import http_files
 import load_cases
@@ -538,8 +539,10 @@ def main():
     parser.add_argument('--filter', default='*', metavar='GLOB', help='which cases: family/name')
     parser.add_argument('-v', action='store_true', help='tell of each case')
     options = parser.parse_args()
-    cases = [case for family in (script_cases, container_cases.all_cases, load_cases.all_cases)
-             for case in family() if fnmatch.fnmatchcase(case.name, options.filter)]
+    families = (script_cases, container_cases.all_cases, load_cases.all_cases,
+                example_cases.all_cases)
+    cases = [case for family in families for case in family()
+             if fnmatch.fnmatchcase(case.name, options.filter)]
     if not cases:
         parser.error(f'no case is named {options.filter}')
     if not options.linux and not options.windows:
