@@ -58,18 +58,24 @@ bool Exists(cvn::StringView path) {
   const bool exists = IsForShell(text)
                           ? ::PathFileExistsW(Wide(text)) != 0
                           : ::GetFileAttributesW(Wide(text)) != INVALID_FILE_ATTRIBUTES;
-  return lastError.Outcome(exists) == kSuccess;
+  lastError.Outcome(exists);
+  return exists;
 }
 
 bool IsDirectory(cvn::StringView path) {
   windows::LastErrorKeeper lastError;
   const cvn::PathString text = PathForCall(path);
+  bool isDirectory = false;
   if (IsForShell(text)) {
-    return lastError.Outcome(::PathIsDirectoryW(Wide(text)) != FALSE) == kSuccess;
+    isDirectory = ::PathIsDirectoryW(Wide(text)) != FALSE;
+  } else {
+    const DWORD attributes = ::GetFileAttributesW(Wide(text));
+    isDirectory =
+        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   }
-  const DWORD attributes = ::GetFileAttributesW(Wide(text));
-  return lastError.Outcome(attributes != INVALID_FILE_ATTRIBUTES &&
-                           (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) == kSuccess;
+  // Of a file this is false without an error.
+  lastError.Outcome(isDirectory);
+  return isDirectory;
 }
 
 bool IsSameRoot(cvn::StringView left, cvn::StringView right) {

@@ -291,6 +291,8 @@ TEST_F(FilesConformance, ANewVersionTakesThePlaceOfAFileOnly) {
     EXPECT_EQ(paths::Exists(Path(u"version")), test.code != kSuccess) << Utf8(test.to);
   }
   EXPECT_TRUE(paths::IsDirectory(Path(u"folder")));
+  SetLastError(kSuccess);
+  EXPECT_FALSE(paths::IsDirectory(Path(u"file"))) << "no error tells that it is a file";
   EXPECT_EQ(ContentOf(Path(u"file")), "version");
   EXPECT_EQ(ContentOf(Path(u"new name")), "version");
 }
