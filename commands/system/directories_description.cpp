@@ -91,8 +91,7 @@ constinit const CommandDescription FunctionDirCopyRecursive::kDescription = {
         u"`|.*\\\\` copies the top folder only; `.*\\\\logs\\\\` as `exclude` leaves out each "
         u"folder of that name. Patterns tell upper from lower case. With `failIfExists` off, "
         u"read-only files are replaced too. Once a copy failed under `ignoreErrors`, the trace "
-        u"has `ERROR` for all later ones of that folder, and the failure's code is the "
-        u"system's last.",
+        u"has `ERROR` for all later ones of that folder.",
 };
 
 constinit const CommandDescription FunctionDirDeleteRecursive::kDescription = {
