@@ -13,6 +13,7 @@ extern const CommandSpec kLintCommand;
 extern const CommandSpec kMachineCreateCommand;
 extern const CommandSpec kMachineShowCommand;
 extern const CommandSpec kPackCommand;
+extern const CommandSpec kReferenceCommand;
 extern const CommandSpec kUnpackCommand;
 
 }  // namespace tlx
