@@ -91,6 +91,7 @@ constexpr FailureDescription kRegWriteFailures[] = {
 
 constexpr FailureDescription kRegCreateKeyFailures[] = {
     kDenied,
+    {u"161", u"`key` begins with a backslash"},
     {u"1021", u"the key lies below a volatile one, and so has to be volatile too"},
     kOther,
 };
