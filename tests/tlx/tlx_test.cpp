@@ -359,6 +359,19 @@ TEST_F(TlxTest, ScriptsAreCheckedAndDrawn) {
   EXPECT_EQ(Tlx({"lint"}).exitCode, 2);
 }
 
+TEST_F(TlxTest, AReferenceWantsAllItsExamples) {
+  const fs::path examples = folder_ / "examples";
+  fs::copy("docs/examples", examples, fs::copy_options::recursive);
+  fs::remove(examples / "exit.xml");
+  WriteFile(examples / "goto.xml", "<patch version='1.0'><script/></patch>");
+  const ToolResult run = Tlx({"reference", "--examples", examples});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(std::ranges::count(run.err, '\n'), 2) << run.err;
+  EXPECT_NE(run.err.find("exit.xml: error: "), std::string::npos) << run.err;
+  EXPECT_NE(run.err.find("goto.xml: error: there is no 'script'"), std::string::npos) << run.err;
+}
+
 TEST_F(TlxTest, BadUsageIsTwo) {
   constexpr char kPackUsage[] =
       "Usage: tlx pack --key KEY.pem --in SCRIPT.xml --out PATCH.tlx [--force]\n";
