@@ -17,8 +17,8 @@ using tessel::LoopKind;
 constexpr std::size_t kLongestLabel = 48;
 
 // Of a command's attributes the first of these tells most about it.
-constexpr const char* kTelling[] = {"target", "path", "src", "file",   "dir",  "xpath",
-                                    "key",    "name", "var", "handle", "value"};
+constexpr const char* kTelling[] = {"target", "path", "src", "file",   "dir",   "xpath",
+                                    "key",    "name", "var", "handle", "value", "milisec"};
 
 constexpr std::string_view kHead =
     "digraph script {\n"

@@ -11,6 +11,7 @@
 #include "support/numbers.h"
 #include "support/utf.h"
 #include "tools/tlx/attribute_lint.h"
+#include "tools/tlx/flow_cycles.h"
 #include "tools/tlx/header_lint.h"
 #include "tools/tlx/script_flow.h"
 #include "tools/tlx/spelling.h"
@@ -68,7 +69,7 @@ class ScriptLint {
       CheckList(list);
     }
     CheckLabels();
-    CheckNesting();
+    CheckLoopsInLoops();
     // A jump to nowhere would make all behind it look unreachable.
     if (isFlowKnown_) {
       CheckFlow();
@@ -89,8 +90,7 @@ class ScriptLint {
   void CheckLabels();
   void CheckTarget(const FlowCommand& command, const TextsNoCase& labels,
                    const TextsNoCase& lostLabels);
-  void CheckNesting();
-  void WarnOfNesting(const FlowCommand& command, const FlowCommand* around, bool isInJsonForEach);
+  void CheckLoopsInLoops();
   void CheckFlow();
   void CheckEnd();
 
@@ -338,39 +338,29 @@ void ScriptLint::CheckTarget(const FlowCommand& command, const TextsNoCase& labe
   findings_->Error(where, cvn::Format(u"there is no label '%s'%s", target, hint));
 }
 
-void ScriptLint::CheckNesting() {
-  // For each command the innermost loop that it is in, and the innermost of its own kind for a
-  // jsonForEach.
-  cvn::List<const FlowCommand*> loops;
+void ScriptLint::CheckLoopsInLoops() {
+  const auto& commands = flow_.Commands();
   cvn::List<bool> isInJsonForEach;
-  for (const FlowCommand& command : flow_.Commands()) {
-    const FlowCommand* loop = nullptr;
-    bool isInJson = false;
+  for (const FlowCommand& command : commands) {
     const std::size_t owner = flow_.Lists()[command.list].owner;
-    if (owner != kNoCommand) {
-      const FlowCommand& around = flow_.Commands()[owner];
-      loop = around.loop != LoopKind::None ? &around : loops[owner];
-      isInJson = around.loop == LoopKind::JsonForEach || isInJsonForEach[owner];
-    }
-    loops.push_back(loop);
-    isInJsonForEach.push_back(isInJson);
-    WarnOfNesting(command, loop, isInJson);
+    isInJsonForEach.push_back(
+        owner != kNoCommand &&
+        (isInJsonForEach[owner] || commands[owner].loop == LoopKind::JsonForEach));
   }
-}
-
-void ScriptLint::WarnOfNesting(const FlowCommand& command, const FlowCommand* around,
-                               bool isInJsonForEach) {
-  const TiXmlElement& element = *command.element;
-  if (command.loop == LoopKind::JsonForEach && isInJsonForEach) {
-    findings_->Warn(element,
-                    u"a 'jsonForEach' in another takes its place in the array away: the "
-                    u"outer one doesn't go on where it was");
-  } else if (around != nullptr &&
-             (command.loop == LoopKind::XmlForEach || command.loop == LoopKind::JsonForEach)) {
-    findings_->Warn(
-        element, cvn::Format(u"'%s' in a loop runs in full only in the first round of that "
-                             u"'%s', later for one element: the fetch that ended it stays failed",
-                             NameOf(element), NameOf(*around->element)));
+  const cvn::List<bool> isBegunAgain = FindLoopsBegunAgain(flow_);
+  for (std::size_t at = 0; at < commands.size(); ++at) {
+    const LoopKind loop = commands[at].loop;
+    const TiXmlElement& element = *commands[at].element;
+    if (loop == LoopKind::JsonForEach && isInJsonForEach[at]) {
+      findings_->Warn(element,
+                      u"a 'jsonForEach' in another takes its place in the array away: the "
+                      u"outer one doesn't go on where it was");
+    } else if (isBegunAgain[at] && loop != LoopKind::For) {
+      findings_->Warn(element,
+                      cvn::Format(u"a run may come to this '%s' again when it has ended: its fetch "
+                                  u"stays failed, so that it doesn't go beyond one element",
+                                  NameOf(element)));
+    }
   }
 }
 
