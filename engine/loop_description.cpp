@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "engine/loop_lowering.h"
 
 namespace tessel {
@@ -63,20 +65,25 @@ constexpr CommandDescription kJsonForEach = {
         u"by `jsonGetElement`.",
 };
 
+constexpr LoopRecord kLoops[] = {
+    {u"for", LoopKind::For, kFor},
+    {u"xmlForEach", LoopKind::XmlForEach, kXmlForEach},
+    {u"jsonForEach", LoopKind::JsonForEach, kJsonForEach},
+};
+
 }  // namespace
 
+std::span<const LoopRecord> AllLoops() { return kLoops; }
+
+LoopKind LoopKindOf(const std::string& elementName) {
+  const auto* found = std::ranges::find_if(
+      kLoops, [&](const LoopRecord& loop) { return std::ranges::equal(elementName, loop.name); });
+  return found == std::end(kLoops) ? LoopKind::None : found->kind;
+}
+
 const CommandDescription* DescriptionOf(LoopKind kind) {
-  switch (kind) {
-    case LoopKind::For:
-      return &kFor;
-    case LoopKind::XmlForEach:
-      return &kXmlForEach;
-    case LoopKind::JsonForEach:
-      return &kJsonForEach;
-    case LoopKind::None:
-      break;
-  }
-  return nullptr;
+  const auto* found = std::ranges::find(kLoops, kind, &LoopRecord::kind);
+  return found == std::end(kLoops) ? nullptr : &found->description;
 }
 
 }  // namespace tessel

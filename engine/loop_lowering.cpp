@@ -170,16 +170,6 @@ TiXmlElement* Lower(LoopKind kind, Lowering* lowering) {
 
 }  // namespace
 
-LoopKind LoopKindOf(const std::string& elementName) {
-  if (elementName == "for") {
-    return LoopKind::For;
-  }
-  if (elementName == "xmlForEach") {
-    return LoopKind::XmlForEach;
-  }
-  return elementName == "jsonForEach" ? LoopKind::JsonForEach : LoopKind::None;
-}
-
 TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* loop) {
   Lowering lowering(parent, loop);
   TiXmlElement* first = Lower(kind, &lowering);

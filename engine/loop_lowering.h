@@ -4,13 +4,23 @@
 
 #include <tinyxml.h>
 
+#include <span>
 #include <string>
 
 #include "engine/command_description.h"
+#include "support/string.h"
 
 namespace tessel {
 
 enum class LoopKind { None, For, XmlForEach, JsonForEach };
+
+struct LoopRecord {
+  cvn::StringView name;
+  LoopKind kind;
+  CommandDescription description;
+};
+
+std::span<const LoopRecord> AllLoops();
 
 // Which loop an element of this name is.
 LoopKind LoopKindOf(const std::string& elementName);

@@ -69,9 +69,8 @@ class Descriptions : public ::testing::Test {
     for (const auto& [name, record] : AllCommands()) {
       subjects_.push_back({name, record.description, record.kind, false});
     }
-    for (const char* name : {"for", "xmlForEach", "jsonForEach"}) {
-      subjects_.push_back(
-          {cvn::Utf8ToWide(name), DescriptionOf(LoopKindOf(name)), FunctionKind::Plain, true});
+    for (const LoopRecord& loop : AllLoops()) {
+      subjects_.push_back({loop.name, &loop.description, FunctionKind::Plain, true});
     }
   }
 

@@ -147,10 +147,13 @@ TEST(LintTest, JudgesAttributes) {
         "2:58: warning: 'code' is '7x', which counts as 7",
         "2:82: warning: 'code' is '4294967296', which counts as 2147483647"}},
       {"<fileCopySingle src='a' dest='b' failIfExists='0' diffLWTOnly='yes'/><trace std='Out'/>"
+       "\n<jsonGetElement handle='h' path='p' destHandle='e' enumStep='Next'/>"
        "<exit xml:space='default'/>",
        {"2:51: warning: attribute 'diffLWTOnly' is 'yes', neither 'true' nor 'false'; it counts as "
         "false",
-        "2:77: warning: attribute 'std' is 'Out', none of 'out', 'err'; it counts as ''"}},
+        "2:77: warning: attribute 'std' is 'Out', none of 'out', 'err'; it counts as ''",
+        "3:52: warning: attribute 'enumStep' is 'Next', none of 'begin', 'next'; it counts as "
+        "'next'"}},
       {"<jsonForEach handle='h' path='p' destHandle='e'><for var='v' value='x' delim='%d%'>"
        "<jsonForEach handle='%h%' path='%p%' destHandle='f' step='x'/></for></jsonForEach>\n"
        "<for var='v' value=''><xmlForEach handle='h' step='s' destHandle='e'/></for><exit/>",

@@ -77,7 +77,7 @@ cvn::String CountsAs(const AttributeDescription& attribute, const cvn::String& v
     case AttributeForm::Flag:
       return u"; it counts as false";
     case AttributeForm::Choice:
-      return cvn::Format(u"; it counts as '%s'", attribute.fallback);
+      return cvn::Format(u"; it counts as '%s'", attribute.othersCountAs);
     default:
       return {};
   }

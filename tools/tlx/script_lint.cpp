@@ -38,7 +38,10 @@ bool IsAnyHandler(std::string_view name) {
 // What a script's element may be called.
 const cvn::List<cvn::StringView>& CommandNames() {
   static const cvn::List<cvn::StringView> names = [] {
-    cvn::List<cvn::StringView> all = {u"for", u"xmlForEach", u"jsonForEach"};
+    cvn::List<cvn::StringView> all;
+    for (const tessel::LoopRecord& loop : tessel::AllLoops()) {
+      all.push_back(loop.name);
+    }
     for (const auto& [name, record] : tessel::AllCommands()) {
       all.push_back(name);
     }
