@@ -14,6 +14,7 @@ extern const CommandSpec kMachineCreateCommand;
 extern const CommandSpec kMachineShowCommand;
 extern const CommandSpec kPackCommand;
 extern const CommandSpec kReferenceCommand;
+extern const CommandSpec kSchemaCommand;
 extern const CommandSpec kUnpackCommand;
 
 }  // namespace tlx

@@ -1,5 +1,3 @@
-#include "platform/streams.h"
-#include "support/utf.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
 #include "tools/tlx/flow_dot.h"
@@ -23,14 +21,7 @@ int Graph(const Options& options) {
     return exitCode;
   }
   const ScriptFlow flow(*document.RootElement()->FirstChildElement("script"));
-  const std::string dot = DotOf(flow);
-  if (options.Has(u"--out")) {
-    return WriteWholeFile(options.Value(u"--out"), dot);
-  }
-  cvn::String text = cvn::Utf8ToWide(dot);
-  text.Truncate(text.Length() - 1);
-  platform::streams::WriteLine(platform::streams::Output::Out, text);
-  return kExitDone;
+  return WriteText(options.Value(u"--out"), DotOf(flow));
 }
 
 }  // namespace
