@@ -1,4 +1,5 @@
-"""Checks that the files in docs/ that tlx makes are what it makes today. Each counts as one test.
+"""Checks that the files in docs/ that tlx makes are what it makes today, in each home. Each file
+of each home counts as one test.
 
 With --update it writes them anew instead.
 """
@@ -11,34 +12,43 @@ from pathlib import Path
 # The file and what prints it, from the source folder.
 MADE = {
     "docs/language.md": ["reference", "--examples", "docs/examples"],
+    "docs/patch.xsd": ["schema"],
 }
+
+
+def print_with(program, options, folder):
+    command = ["wine"] if program.suffix == ".exe" else []
+    run = subprocess.run([*command, program.resolve(), *options], cwd=folder, capture_output=True,
+                         check=False)
+    # Standard output of Windows ends its lines in its own way.
+    return run, run.stdout.replace(b"\r\n", b"\n")
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--root", type=Path, required=True)
-    parser.add_argument("--tlx", type=Path, required=True)
+    parser.add_argument("--tlx", type=Path, nargs="+", required=True)
     parser.add_argument("--json", type=Path)
     parser.add_argument("--update", action="store_true")
     arguments = parser.parse_args()
 
+    made = [(program, name) for program in arguments.tlx for name in MADE]
     failures = []
-    for name, options in MADE.items():
-        run = subprocess.run([arguments.tlx.resolve(), *options], cwd=arguments.root,
-                             capture_output=True, check=False)
+    for program, name in made:
+        run, text = print_with(program, MADE[name], arguments.root)
         file = arguments.root / name
         if run.returncode != 0:
-            failures.append(f"{name}: tlx failed\n{run.stderr.decode(errors='replace')}")
+            failures.append(f"{name}: {program.name} failed\n{run.stderr.decode(errors='replace')}")
         elif arguments.update:
-            file.write_bytes(run.stdout)
-        elif not file.is_file() or file.read_bytes() != run.stdout:
-            failures.append(f"{name} isn't what tlx prints: run scripts/lib/check_generated_docs.py "
-                            f"--root . --tlx {arguments.tlx} --update")
+            file.write_bytes(text)
+        elif not file.is_file() or file.read_bytes() != text:
+            failures.append(f"{name} isn't what {program.name} prints: run "
+                            f"scripts/lib/check_generated_docs.py --root . --tlx {program} --update")
     if arguments.json:
-        result = {"passed": len(MADE) - len(failures), "failed": len(failures), "skipped": 0,
+        result = {"passed": len(made) - len(failures), "failed": len(failures), "skipped": 0,
                   "failures": failures}
         arguments.json.write_text(json.dumps(result), encoding="utf-8")
-    print(f"== Generated documents: {len(failures)} of {len(MADE)} are stale")
+    print(f"== Generated documents: {len(failures)} of {len(made)} are stale")
     for failure in failures if not arguments.json else ():
         print(failure)
 

@@ -122,7 +122,8 @@ need_windows_packages() {
 }
 
 need_test_packages() {
-  need_packages python3 python3-jsonschema clang-format-14 libhivex-bin osslsigncode wine wine64
+  need_packages python3 python3-jsonschema clang-format-14 libhivex-bin libxml2-utils osslsigncode \
+    wine wine64
 }
 
 need_fuzz_packages() {
