@@ -89,7 +89,7 @@ def main():
     schema = arguments.root / "docs/patch.xsd"
     scripts = sorted((arguments.root / "docs").glob("*/*.xml"))
     failures = [f"schema: {path.relative_to(arguments.root)}\n{text}"
-                 for path, text in complaints(schema, scripts).items() if text]
+                for path, text in complaints(schema, scripts).items() if text]
     with tempfile.TemporaryDirectory() as folder:
         failures += check_faults(schema, Path(folder))
 
