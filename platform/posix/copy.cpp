@@ -255,8 +255,10 @@ Code Finish(const Draft& draft, const struct stat& from, files::Attributes attri
             const HostPath& place) {
   const bool replaces = place.entry.st_mode != 0;
   if (replaces) {
-    const Descriptor old(open(place.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    CopyMetadata(old.Get(), place.entry, draft.File());
+    const Code code = CopyMetadata(place.path, place.entry, draft.File());
+    if (code != kSuccess) {
+      return code;
+    }
   }
   // A new file has ARCHIVE.
   if (replaces || (attributes & ~files::kArchive) != 0) {

@@ -508,12 +508,15 @@ Code Hive::Write() {
   if (to.Get() < 0) {
     return LastHostError();
   }
+  Code code = kSuccess;
   if (isNew_) {
     fchmod(to.Get(), 0644);
   } else {
-    CopyMetadata(lock_.Descriptor(), loaded_, to.Get());
+    code = CopyMetadata(lock_.Descriptor(), loaded_, to.Get());
   }
-  Code code = WriteAll(to.Get(), file_.Bytes());
+  if (code == kSuccess) {
+    code = WriteAll(to.Get(), file_.Bytes());
+  }
   struct stat entry {};
   if (code == kSuccess && !isNew_ &&
       (stat(path_.c_str(), &entry) != 0 || !IsSameFile(entry, loaded_))) {

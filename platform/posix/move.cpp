@@ -129,8 +129,15 @@ Code Replace(cvn::StringView from, cvn::StringView to) {
 Code TakePlace(cvn::StringView from, cvn::StringView to) {
   posix::HostPath fresh;
   posix::HostPath old;
-  if (posix::Resolve(from, &fresh) != kSuccess || posix::Resolve(to, &old) != kSuccess) {
-    return Replace(from, to);
+  Code code = posix::Resolve(from, &fresh);
+  if (code == kSuccess) {
+    code = posix::Resolve(to, &old);
+  }
+  if (code == kFileNotFound) {
+    return Replace(from, to);  // nothing to take over
+  }
+  if (code != kSuccess) {
+    return posix::Fail(code);
   }
   // What a link leads to gets the new version; the link stays, and its own mode means nothing.
   cvn::String place(to);
@@ -144,9 +151,12 @@ Code TakePlace(cvn::StringView from, cvn::StringView to) {
     place = posix::ToMachinePath(old.path);
   }
   if (S_ISREG(old.entry.st_mode)) {
-    const posix::Descriptor source(open(old.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     const posix::Descriptor target(open(fresh.path.c_str(), O_WRONLY | O_CLOEXEC));
-    posix::CopyMetadata(source.Get(), old.entry, target.Get());
+    code = target.Get() < 0 ? posix::CodeOf(errno)
+                            : posix::CopyMetadata(old.path, old.entry, target.Get());
+    if (code != kSuccess) {
+      return posix::Fail(code);
+    }
   }
   return Replace(from, place);
 }
