@@ -168,6 +168,9 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
   opened.handle_ = descriptor;
   const Code prepared = Prepare(descriptor, host.path, access, share, disposition);
   if (prepared != kSuccess) {
+    if (disposition == Disposition::CreateNew) {
+      unlink(host.path.c_str());  // a file that nobody got is not there
+    }
     return Fail(prepared);
   }
   *file = std::move(opened);
