@@ -36,11 +36,12 @@ ssize_t ReadExtended(int descriptor, const char* name, std::span<char> value) {
   return fgetxattr(descriptor, name, value.data(), value.size());
 }
 
-// Nothing where the volume is not NTFS. That is asked each time: a volume's number may be that of
-// another after a moment. `file` is a path or a descriptor, here and below.
+// Nothing where the volume is not NTFS, with errno telling so. That is asked each time: a volume's
+// number may be that of another after a moment. `file` is a path or a descriptor, here and below.
 template <typename File>
 std::optional<NtfsWord> ReadNtfsWord(const File& file) {
   NtfsWord word{};
+  errno = EOPNOTSUPP;
   const ssize_t length = ReadExtended(file, kNtfsName, word);
   return length == static_cast<ssize_t>(word.size()) ? std::optional(word) : std::nullopt;
 }
@@ -100,23 +101,36 @@ Attributes DefaultOf(const struct stat& entry) {
   return S_ISDIR(entry.st_mode) ? 0 : files::kArchive;
 }
 
-// HIDDEN, SYSTEM and ARCHIVE, and on NTFS READONLY, as they are stored.
+// After a failure to read an extended attribute: one that isn't there, or isn't known, is none.
+Code CodeOfReading() {
+  const bool isNone = errno == ENODATA || errno == EOPNOTSUPP || errno == ERANGE;
+  return isNone ? kSuccess : CodeOf(errno, kReadFault);
+}
+
+// HIDDEN, SYSTEM and ARCHIVE, and on NTFS READONLY, as they are stored, or what a new file has when
+// that can't be read.
 template <typename File>
-Attributes ReadStored(const File& file, const struct stat& entry) {
+Code ReadStored(const File& file, const struct stat& entry, Attributes* stored) {
+  *stored = DefaultOf(entry);
   if (!IsFileOrFolder(entry)) {
-    return DefaultOf(entry);
+    return kSuccess;
   }
   if (const std::optional<NtfsWord> word = ReadNtfsWord(file)) {
-    return ValueOf(*word) & (kStored | files::kReadOnly);
+    *stored = ValueOf(*word) & (kStored | files::kReadOnly);
+    return kSuccess;
+  }
+  if (const Code code = CodeOfReading(); code != kSuccess) {
+    return code;
   }
   std::array<char, 256> buffer;
   const ssize_t length = ReadExtended(file, kDosName, buffer);
-  Attributes attributes = DefaultOf(entry);
-  if (length > 0) {
-    const std::string_view value(buffer.data(), static_cast<std::size_t>(length));
-    static_cast<void>(ParseBinary(value, &attributes) || ParseText(value, &attributes));
+  if (length < 0) {
+    return CodeOfReading();
   }
-  return attributes & kStored;
+  const std::string_view value(buffer.data(), static_cast<std::size_t>(length));
+  static_cast<void>(ParseBinary(value, stored) || ParseText(value, stored));
+  *stored &= kStored;
+  return kSuccess;
 }
 
 Code WriteNtfs(const std::string& path, NtfsWord word, Attributes wanted) {
@@ -139,42 +153,51 @@ Code WriteDos(const std::string& path, const struct stat& entry, Attributes want
 
 // What is no link.
 template <typename File>
-Attributes AttributesOfNode(const File& file, const struct stat& entry, bool isFolder) {
-  Attributes attributes = ReadStored(file, entry);
-  attributes |= isFolder ? files::kDirectory : 0;
-  attributes |= (entry.st_mode & S_IWUSR) == 0 ? files::kReadOnly : 0;
-  return attributes == 0 ? files::kNormal : attributes;
+Code ReadAttributesOfNode(const File& file, const struct stat& entry, bool isFolder,
+                          Attributes* attributes) {
+  const Code code = ReadStored(file, entry, attributes);
+  *attributes |= isFolder ? files::kDirectory : 0;
+  *attributes |= (entry.st_mode & S_IWUSR) == 0 ? files::kReadOnly : 0;
+  *attributes = *attributes == 0 ? files::kNormal : *attributes;
+  return code;
 }
 
 }  // namespace
 
-Attributes AttributesOf(const std::string& path, const struct stat& entry, bool isFolder) {
+Code ReadAttributes(const std::string& path, const struct stat& entry, bool isFolder,
+                    Attributes* attributes) {
   if (S_ISLNK(entry.st_mode)) {
-    return files::kReparsePoint | (isFolder ? files::kDirectory : files::kArchive);
+    *attributes = files::kReparsePoint | (isFolder ? files::kDirectory : files::kArchive);
+    return kSuccess;
   }
-  return AttributesOfNode(path, entry, isFolder);
+  return ReadAttributesOfNode(path, entry, isFolder, attributes);
 }
 
-Attributes AttributesOf(int descriptor, const struct stat& entry) {
-  return AttributesOfNode(descriptor, entry, S_ISDIR(entry.st_mode));
+Code ReadAttributes(int descriptor, const struct stat& entry, Attributes* attributes) {
+  return ReadAttributesOfNode(descriptor, entry, S_ISDIR(entry.st_mode), attributes);
 }
 
 Code StoreAttributes(const std::string& path, const struct stat& entry, Attributes wanted) {
   constexpr Attributes kSettable = kStored | files::kReadOnly;
-  const Attributes held = AttributesOf(path, entry, S_ISDIR(entry.st_mode));
-  if (((held ^ wanted) & kSettable) == 0) {
-    return kSuccess;
+  Attributes held = 0;
+  Code code = ReadAttributes(path, entry, S_ISDIR(entry.st_mode), &held);
+  if (code != kSuccess || ((held ^ wanted) & kSettable) == 0) {
+    return code;
   }
   if (!IsFileOrFolder(entry)) {
     return kNotSupported;
   }
   const std::optional<NtfsWord> ntfs = ReadNtfsWord(path);
+  Attributes stored = 0;
+  code = ReadStored(path, entry, &stored);
+  if (code != kSuccess) {
+    return code;
+  }
   const mode_t before = entry.st_mode & 07777;
   const mode_t writable = before | S_IWUSR;
   mode_t now = before;
   mode_t final = (wanted & files::kReadOnly) != 0 ? before & ~kAnyonesWrite : writable;
-  Code code = kSuccess;
-  if (((ReadStored(path, entry) ^ wanted) & (ntfs ? kSettable : kStored)) != 0) {
+  if (((stored ^ wanted) & (ntfs ? kSettable : kStored)) != 0) {
     // Extended attributes of a file that can't be written can't be, either.
     now = now != writable && chmod(path.c_str(), writable) == 0 ? writable : now;
     code = ntfs ? WriteNtfs(path, *ntfs, wanted) : WriteDos(path, entry, wanted);

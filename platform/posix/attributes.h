@@ -20,11 +20,13 @@
 namespace platform::posix {
 
 // The attribute word of what `path` names; `entry` is its own status, and `isFolder` is true for a
-// folder and for a link to one. Never 0: NORMAL stands for none.
-files::Attributes AttributesOf(const std::string& path, const struct stat& entry, bool isFolder);
+// folder and for a link to one. Never 0: NORMAL stands for none. When what is stored can't be read,
+// the word is still filled in, with what a new file has. 5 for a file that may not be read.
+Code ReadAttributes(const std::string& path, const struct stat& entry, bool isFolder,
+                    files::Attributes* attributes);
 
 // The same of an open file.
-files::Attributes AttributesOf(int descriptor, const struct stat& entry);
+Code ReadAttributes(int descriptor, const struct stat& entry, files::Attributes* attributes);
 
 // Sets READONLY, HIDDEN, SYSTEM and ARCHIVE to what `wanted` says. 50 when the file system has no
 // place for them and something would change.

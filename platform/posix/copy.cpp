@@ -243,10 +243,12 @@ Code FindTarget(const HostPath& target, const struct stat& source, HostPath* pla
   if (entry.st_mode == 0) {
     return kSuccess;
   }
-  if (!S_ISREG(entry.st_mode) || (AttributesOf(place->path, entry, false) & kKept) != 0) {
+  files::Attributes attributes = 0;
+  const Code code = ReadAttributes(place->path, entry, false, &attributes);
+  if (code == kSuccess && (!S_ISREG(entry.st_mode) || (attributes & kKept) != 0)) {
     return kAccessDenied;
   }
-  return CheckUnused(*place);
+  return code == kSuccess ? CheckUnused(*place) : code;
 }
 
 // Gives the new file what it shall have besides content. `place` has no entry where nothing is
@@ -296,8 +298,12 @@ Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions option
   if (code == kSuccess) {
     code = ContentCopier(from.Get(), draft.File()).Copy(entry);
   }
+  files::Attributes attributes = 0;
   if (code == kSuccess) {
-    code = Finish(draft, entry, AttributesOf(from.Get(), entry), place);
+    code = ReadAttributes(from.Get(), entry, &attributes);
+  }
+  if (code == kSuccess) {
+    code = Finish(draft, entry, attributes, place);
   }
   if (code == kSuccess && options.flush && fsync(draft.File()) != 0) {
     code = CodeOf(errno, kWriteFault);

@@ -231,7 +231,11 @@ struct SearchEntry::Details {
 
 Attributes SearchEntry::GetAttributes() const {
   const struct stat& status = details_->Status(isDirectory_);
-  return posix::AttributesOf(Below(*details_->folder, details_->name), status, isDirectory_);
+  Attributes attributes = 0;
+  // What can't be read is listed all the same, with nothing special.
+  posix::ReadAttributes(Below(*details_->folder, details_->name), status, isDirectory_,
+                        &attributes);
+  return attributes;
 }
 
 std::uint64_t SearchEntry::LastWriteTime() const {

@@ -38,6 +38,14 @@ int FlagsOf(Access access, Disposition disposition) {
   return flags;
 }
 
+// Who may not read a file has no way to those of its attributes that are stored apart from it: it
+// counts as a usual one.
+Code KnownAttributes(const std::string& path, const struct stat& entry, bool isFolder,
+                     Attributes* attributes) {
+  const Code code = posix::ReadAttributes(path, entry, isFolder, attributes);
+  return code == kAccessDenied ? kSuccess : code;
+}
+
 // Checks an open descriptor, and empties the file where that is asked for: not before this opening
 // is known to be in order, for the content would be lost.
 Code Prepare(int descriptor, const std::string& path, Access access, Share share,
@@ -54,12 +62,16 @@ Code Prepare(int descriptor, const std::string& path, Access access, Share share
   if (!isFile) {
     return kSuccess;
   }
-  // As on Windows, a file that is hidden can't be made anew as one that is not.
-  if (disposition == Disposition::CreateAlways &&
-      (posix::AttributesOf(path, entry, false) & (kHidden | kSystem)) != 0) {
-    return kAccessDenied;
+  Code code = kSuccess;
+  if (disposition == Disposition::CreateAlways) {
+    // As on Windows, a file that is hidden can't be made anew as one that is not.
+    Attributes attributes = 0;
+    code = KnownAttributes(path, entry, false, &attributes);
+    if (code != kSuccess || (attributes & (kHidden | kSystem)) != 0) {
+      return code == kSuccess ? kAccessDenied : code;
+    }
   }
-  const Code code = posix::TakeShare(descriptor, access, share);
+  code = posix::TakeShare(descriptor, access, share);
   if (code != kSuccess || disposition != Disposition::CreateAlways || entry.st_size == 0) {
     return code;
   }
@@ -235,12 +247,11 @@ Code FlushFolder(cvn::StringView path) {
 
 Code GetAttributes(cvn::StringView path, Attributes* attributes) {
   HostPath host;
-  const Code code = posix::Resolve(path, &host);
-  if (code != kSuccess) {
-    return Fail(code);
+  Code code = posix::Resolve(path, &host);
+  if (code == kSuccess) {
+    code = KnownAttributes(host.path, host.entry, host.IsFolder(), attributes);
   }
-  *attributes = posix::AttributesOf(host.path, host.entry, host.IsFolder());
-  return kSuccess;
+  return Report(code);
 }
 
 Code SetAttributes(cvn::StringView path, Attributes attributes) {
