@@ -191,8 +191,19 @@ Code DirectoryIndex::Read(const std::string& path, Identity* identity) {
   Watch(dirfd(stream.get()), *identity, &directory);  // first, so that no change goes unseen
 
   directory.names.clear();
-  while (const dirent* entry = readdir(stream.get())) {
+  int error = 0;
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(stream.get());
+    if (entry == nullptr) {
+      error = errno;
+      break;
+    }
     directory.names.insert(KeyOf(entry->d_name));
+  }
+  if (error != 0) {
+    Forget(directories_.find(*identity));
+    return CodeOf(error);
   }
   ForgetOldest();
   return kSuccess;

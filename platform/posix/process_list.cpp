@@ -72,12 +72,21 @@ Code List(cvn::List<Entry>* entries, ListStep* failedStep) {
   if (folder == nullptr) {
     return Fail(posix::CodeOf(errno));
   }
-  for (const dirent* child = nullptr; (child = readdir(folder.get())) != nullptr;) {
+  for (;;) {
+    errno = 0;
+    const dirent* child = readdir(folder.get());
+    if (child == nullptr) {
+      break;
+    }
     if (const auto id = NumberIn(child->d_name)) {
       if (auto entry = EntryOf(*id)) {
         entries->push_back(std::move(*entry));
       }
     }
+  }
+  if (errno != 0) {
+    entries->clear();
+    return Fail(posix::CodeOf(errno));
   }
   std::ranges::sort(*entries, {}, &Entry::id);
   return kSuccess;
