@@ -24,13 +24,18 @@ class _Handler(http.server.BaseHTTPRequestHandler):
         pass
 
 
+class _HttpServer(http.server.ThreadingHTTPServer):
+    def handle_error(self, *_):
+        pass  # a client went away
+
+
 class _Server:
     def __init__(self):
         self.lock = threading.Lock()
         self.address = None
 
     def start(self):
-        server = http.server.ThreadingHTTPServer(('127.0.0.1', 0), _Handler)
+        server = _HttpServer(('127.0.0.1', 0), _Handler)
         threading.Thread(target=server.serve_forever, daemon=True).start()
         self.address = f'http://127.0.0.1:{server.server_port}'
 
