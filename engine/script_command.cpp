@@ -1,5 +1,7 @@
 #include "engine/script_command.h"
 
+#include <algorithm>
+
 #include "engine/variable_store.h"
 #include "support/utf.h"
 
@@ -29,6 +31,11 @@ std::span<const char* const> HandlerNames(FunctionKind kind) {
       break;
   }
   return {};
+}
+
+bool HasHandler(FunctionKind kind, std::string_view name) {
+  const auto names = HandlerNames(kind);
+  return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes) {

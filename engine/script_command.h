@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <span>
+#include <string_view>
 
 #include "engine/command_registry.h"
 #include "engine/function_base.h"
@@ -22,6 +23,8 @@ inline constexpr const char* kOnFalse = "onFalse";
 // The elements that a command of `kind` has as its handlers. Of onerrorspec there may be many; of
 // the others the first counts.
 std::span<const char* const> HandlerNames(FunctionKind kind);
+// Whether `name` is among them.
+bool HasHandler(FunctionKind kind, std::string_view name);
 
 // Adds the element's attributes, and as `data` the text of its child of that name.
 void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes);

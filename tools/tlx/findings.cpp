@@ -6,8 +6,6 @@
 
 namespace tlx {
 
-bool Findings::HasErrors() const { return std::ranges::any_of(findings_, &Finding::isError); }
-
 cvn::List<Finding> Findings::Take() {
   std::ranges::stable_sort(findings_, {}, [](const Finding& finding) {
     return std::tuple(finding.position.line, finding.position.column);

@@ -20,7 +20,6 @@ class Findings {
   void Error(const TiXmlBase& where, cvn::StringView text) { Add(where, true, text); }
   void Warn(const TiXmlBase& where, cvn::StringView text) { Add(where, false, text); }
 
-  bool HasErrors() const;
   // In the order of their places.
   cvn::List<Finding> Take();
 

@@ -14,16 +14,16 @@ using tessel::LoopKind;
 // Whether the engine compiles a child element of this name for such a command. A command that there
 // isn't may have been meant to be any.
 bool IsHandlerOf(const FlowCommand& command, std::string_view name) {
-  const auto has = [name](FunctionKind kind) {
-    const auto names = tessel::HandlerNames(kind);
-    return std::find(names.begin(), names.end(), name) != names.end();
-  };
-  return command.record != nullptr
-             ? has(command.record->kind)
-             : has(FunctionKind::ErrorResult) || has(FunctionKind::BoolResult);
+  return command.record == nullptr ? IsHandlerName(name)
+                                   : tessel::HasHandler(command.record->kind, name);
 }
 
 }  // namespace
+
+bool IsHandlerName(std::string_view name) {
+  return tessel::HasHandler(FunctionKind::ErrorResult, name) ||
+         tessel::HasHandler(FunctionKind::BoolResult, name);
+}
 
 std::string_view AttributeOf(const TiXmlElement& element, const char* name) {
   const char* value = element.Attribute(name);

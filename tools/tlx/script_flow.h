@@ -102,6 +102,9 @@ class ScriptFlow {
   cvn::List<std::size_t> toVisit_;
 };
 
+// Whether commands of some kind have a handler of this name.
+bool IsHandlerName(std::string_view name);
+
 // The value of an attribute; empty when there is none.
 std::string_view AttributeOf(const TiXmlElement& element, const char* name);
 

@@ -25,16 +25,6 @@ using tessel::XmlAttributeText;
 
 cvn::String NameOf(const TiXmlElement& element) { return cvn::Utf8ToWide(element.ValueStr()); }
 
-bool IsAnyHandler(std::string_view name) {
-  for (const FunctionKind kind : {FunctionKind::ErrorResult, FunctionKind::BoolResult}) {
-    const auto names = tessel::HandlerNames(kind);
-    if (std::find(names.begin(), names.end(), name) != names.end()) {
-      return true;
-    }
-  }
-  return false;
-}
-
 // What a script's element may be called.
 const cvn::List<cvn::StringView>& CommandNames() {
   static const cvn::List<cvn::StringView> names = [] {
@@ -143,7 +133,7 @@ void ScriptLint::RefuseUnknown(const FlowCommand& command) {
   const cvn::String name = NameOf(*command.element);
   const FlowCommand* owner = flow_.OwnerOf(command);
   cvn::String hint;
-  if (IsAnyHandler(command.element->ValueStr()) && owner != nullptr &&
+  if (IsHandlerName(command.element->ValueStr()) && owner != nullptr &&
       owner->loop != LoopKind::None) {
     hint = cvn::Format(u"; a loop such as '%s' has no handlers", NameOf(*owner->element));
   } else {
@@ -228,14 +218,15 @@ void ScriptLint::CheckData(const FlowCommand& command, const TiXmlElement& data)
 void ScriptLint::WarnOfIgnored(const FlowCommand& command, const TiXmlElement& child) {
   const cvn::String owner = NameOf(*command.element);
   const cvn::String name = NameOf(child);
+  const FunctionKind kind = command.record->kind;
   cvn::List<cvn::String> handlers;
-  for (const char* handler : tessel::HandlerNames(command.record->kind)) {
+  for (const char* handler : tessel::HandlerNames(kind)) {
     handlers.push_back(cvn::Utf8ToWide(handler));
   }
   const cvn::List<cvn::StringView> known(handlers.begin(), handlers.end());
-  if (std::ranges::find(known, name.AsView()) != known.end()) {
+  if (tessel::HasHandler(kind, child.ValueStr())) {
     findings_->Warn(child, cvn::Format(u"only the first '%s' of a command counts", name));
-  } else if (IsAnyHandler(child.ValueStr())) {
+  } else if (IsHandlerName(child.ValueStr())) {
     findings_->Warn(child, known.empty()
                                ? cvn::Format(u"'%s' is ignored: '%s' has no handlers", name, owner)
                                : cvn::Format(u"'%s' is ignored: '%s' has the handlers %s", name,
