@@ -52,7 +52,9 @@ std::vector<std::u16string> ReadNames(const Key& key, cvn::StringView name) {
     return {};
   }
   std::u16string list(value->bytes.size() / sizeof(char16_t), u'\0');
-  std::memcpy(list.data(), value->bytes.data(), list.size() * sizeof(char16_t));
+  if (!list.empty()) {
+    std::memcpy(list.data(), value->bytes.data(), list.size() * sizeof(char16_t));
+  }
   return Split(list);
 }
 

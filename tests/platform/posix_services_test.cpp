@@ -70,6 +70,23 @@ TEST(ServiceDatabase, TakesOnlyWholeKeysForServices) {
   EXPECT_TRUE(HasKey(u"Part\\Parameters")) << "which the new service may have put there before";
 }
 
+TEST(ServiceDatabase, TakesAListWithoutAnythingInItForNone) {
+  ASSERT_EQ(Create(u"Free", u"Free display"), kSuccess);
+  Key key;
+  ASSERT_EQ(
+      registry::OpenKey(Key(registry::Root::LocalMachine),
+                        u"SYSTEM\\CurrentControlSet\\Services\\Free", registry::kSetValue, &key),
+      kSuccess);
+  ASSERT_EQ(registry::SetValue(key, u"DependOnService", registry::kTypeMultiString, {}), kSuccess);
+  Handle manager;
+  Handle service;
+  services::Config config;
+  ASSERT_EQ(services::OpenManager(services::kManagerConnect, &manager), kSuccess);
+  ASSERT_EQ(services::Open(manager, u"Free", services::kQueryConfig, &service), kSuccess);
+  EXPECT_EQ(services::QueryConfig(service, &config), kSuccess);
+  EXPECT_TRUE(config.dependencies.Empty());
+}
+
 TEST(ServiceDatabase, ForgetsWhatWasLeftMarkedForDeletion) {
   ASSERT_EQ(Create(u"Left", u"Left display"), kSuccess);
   StoreNumber(u"Left", u"DeleteFlag", 1);
