@@ -18,7 +18,7 @@ enum class Access { Read, Write, ReadWrite, All };
 // What others may do with the file while it is open, as the share modes of CreateFileW. On Linux it
 // is an agreement between programs of this kind only, kept by locks on the open file: it is not
 // enforced on others, and not where the file system has no locks.
-enum class Share { None, Read, ReadWrite };
+enum class Share { None, Read, ReadWrite, ReadWriteDelete };
 
 enum class Disposition {
   OpenExisting,  // 2 when there is no such file

@@ -142,7 +142,7 @@ Code DigitalSignatureObjectImplementation::GetDigitalSignature(cvn::StringView p
 
 Code DigitalSignatureObjectImplementation::OpenFileHandle() {
   const logging::ScopeTrace scope(kOpenFileHandle);
-  const Code code = files::Open(path_, files::Access::Read, files::Share::ReadWrite,
+  const Code code = files::Open(path_, files::Access::Read, files::Share::ReadWriteDelete,
                                 files::Disposition::OpenExisting, &file_);
   if (code != platform::kSuccess) {
     logging::WriteLine(logging::kFailure, kOpenFileHandle, u"Failed to open file with error %d.",

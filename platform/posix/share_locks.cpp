@@ -42,7 +42,7 @@ unsigned RangesOf(Access access, Share share) {
   unsigned ranges = access == Access::Read    ? kReads
                     : access == Access::Write ? kWrites
                                               : kReads | kWrites;
-  if (share != Share::ReadWrite) {
+  if (share == Share::None || share == Share::Read) {
     ranges |= kDeniesWriting;
   }
   if (share == Share::None) {

@@ -34,9 +34,11 @@ DWORD ShareOf(Share share) {
     case Share::Read:
       return FILE_SHARE_READ;
     case Share::ReadWrite:
+      return FILE_SHARE_READ | FILE_SHARE_WRITE;
+    case Share::ReadWriteDelete:
       break;
   }
-  return FILE_SHARE_READ | FILE_SHARE_WRITE;
+  return FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 }
 
 DWORD DispositionOf(Disposition disposition) {

@@ -15,7 +15,7 @@ using files::Open;
 using files::Share;
 
 constexpr Access kAccesses[] = {Access::Read, Access::Write, Access::ReadWrite};
-constexpr Share kShares[] = {Share::None, Share::Read, Share::ReadWrite};
+constexpr Share kShares[] = {Share::None, Share::Read, Share::ReadWrite, Share::ReadWriteDelete};
 
 // Names that Windows refuses.
 constexpr cvn::StringView kBadNames[] = {u"a*b", u"a?b",  u"a<b",     u"a>b",
@@ -134,7 +134,8 @@ TEST_F(FilesConformance, DispositionsMakeKeepOrEmpty) {
 
 TEST_F(FilesConformance, EachHolderAgreesToTheOthersAccess) {
   const auto allows = [](Share share, Access access) {
-    return share == Share::ReadWrite || (share == Share::Read && access == Access::Read);
+    return share == Share::ReadWrite || share == Share::ReadWriteDelete ||
+           (share == Share::Read && access == Access::Read);
   };
   for (const Access held : kAccesses) {
     for (const Share heldShare : kShares) {
