@@ -104,6 +104,7 @@ class PatchRun {
   PatchMetaData meta_;
   cvn::String contentHash_;  // of the patch as it was read
   Gates gates_{settings_, meta_, &facts_};
+  bool passedGates_ = false;
   std::optional<ScriptEngine> engine_;  // from the load of the script on
 };
 
@@ -117,7 +118,10 @@ std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
     engine_->Reset();
     engine_.reset();
   }
-  CleanupProtectedFolder();
+  // What is left of a refusal is what its gate has tried to remove already.
+  if (passedGates_) {
+    CleanupProtectedFolder();
+  }
   return end.exitCode;
 }
 
@@ -132,6 +136,7 @@ RunEnd PatchRun::GoThrough(const cvn::List<cvn::String>& arguments) {
   if (code != 0) {
     return {.exitCode = code};
   }
+  passedGates_ = true;
   if (settings_.detachMode) {
     platform::streams::WriteLine(Output::Out, u"Patch validation finished.");
   }
