@@ -71,7 +71,8 @@ std::int32_t Gates::PassCustomPath(cvn::StringView contentHash) {
     return Refuse({.exitCode = kPatchAnotherInstanceRunning,
                    .criticalReason = kPatchAnotherInstanceRunning,
                    .words = u"Execution of another patch is in progress, could not apply current "
-                            u"patch."});
+                            u"patch.",
+                   .speaksFirst = true});
   }
   if (meta_.patchType != kExternal) {
     TraceLine(u"PatchType did not match. Aborting...");
@@ -108,7 +109,8 @@ std::int32_t Gates::PassCatalog(cvn::StringView contentHash) {
   TraceLine(u"CheckCatalog FAILED!");
   return Refuse({.exitCode = kPatchIntegrityCheckFailed,
                  .criticalReason = result,
-                 .words = cvn::Format(u"Integrity check failed. Reason: %s.", reasonText)});
+                 .words = cvn::Format(u"Integrity check failed. Reason: %s.", reasonText),
+                 .speaksFirst = true});
 }
 
 std::int32_t Gates::PassInstallPath(cvn::StringView base) {
@@ -135,6 +137,12 @@ std::int32_t Gates::PassInstallPath(cvn::StringView base) {
 }
 
 std::int32_t Gates::Refuse(const Refusal& refusal) {
+  const auto speak = [&refusal] {
+    platform::streams::WriteLine(platform::streams::Output::Error, refusal.words);
+  };
+  if (refusal.speaksFirst) {
+    speak();
+  }
   if (refusal.criticalReason != 0) {
     ReportCriticalIssue(facts_, refusal.criticalReason);
   }
@@ -148,7 +156,9 @@ std::int32_t Gates::Refuse(const Refusal& refusal) {
   if (refusal.tellsType) {
     facts_.tags.push_back(cvn::Format(u"patch:%s", meta_.patchType));
   }
-  platform::streams::WriteLine(platform::streams::Output::Error, refusal.words);
+  if (!refusal.speaksFirst) {
+    speak();
+  }
   return refusal.exitCode;
 }
 

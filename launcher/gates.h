@@ -38,6 +38,7 @@ class Gates {
     std::int32_t exitCode = 0;
     std::int32_t criticalReason = 0;  // of the issue that somebody should look at; 0 for none
     cvn::String words = {};           // on standard error
+    bool speaksFirst = false;         // the words come before all else, not behind it
     bool tellsParents = false;
     bool tellsFolders = false;
     bool tellsType = false;
