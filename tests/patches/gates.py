@@ -600,10 +600,12 @@ def held_to_the_last_word(this):
     os.close(writing)
     with open(reading, 'rb') as pipe:
         limit = time.monotonic() + run.TIME_LIMIT
-        while not this.is_traced('CriticalIssueOccurred::Process result = [0]'):
+        while not this.is_traced('CheckCatalog FAILED!'):
             expect(time.monotonic() < limit, 'the first was not refused')
             time.sleep(0.005)
         second = this.ended()
+        expect(not this.is_traced("error : 'PatchCatalogFileNotFound'"),
+               'the reports of the first did not wait for its words')
         words = pipe.read().split()
     expect((second.exit_code, second.stderr) == (this.expected_code(1618), BUSY),
            f'the second: {second}')
