@@ -5,8 +5,8 @@
              [--windows TESSEL_EXE [--wine wine] [--system-library DLL]...]
 
 Each run has a machine and a patch folder of its own; the certificates are made for all of them.
---image is some program of Windows, to be signed; --json gets the same as that of run.py, and
---windows, --wine and --system-library are its own too.
+--image is some program of Windows, to be signed; --json gets what that of run.py does, and --windows,
+--wine and --system-library are its own too.
 """
 
 import argparse
@@ -145,6 +145,8 @@ class Run:
         self.place = folder / 'patch'
         self.place.mkdir()
         self.patch = self.place / 'fix.tlx'
+        self.runs = []  # what each left, as run.py tells it
+        self.told = []  # the events of those
 
     def take_machine(self, machine):
         return shutil.copytree(machine, self.folder / 'machine')
@@ -197,9 +199,14 @@ class Run:
     def finish(self, process):
         out, err = (data or b'' for data in process.communicate(timeout=run.TIME_LIMIT))
         traces = list(self.traces().values())
-        return Ended(self.exit_code(process, err), out.decode().splitlines(),
-                     err.decode().splitlines(), traces[0] if len(traces) == 1 else [],
-                     spooled_events.load(self.install / 'matrix' / 'events'), self.expected_code)
+        ended = Ended(self.exit_code(process, err), out.decode().splitlines(),
+                      err.decode().splitlines(), traces[0] if len(traces) == 1 else [],
+                      spooled_events.load(self.install / 'matrix' / 'events'), self.expected_code)
+        events = [event for event in ended.events if event not in self.told]
+        self.told += events
+        self.runs.append({'stderr': ended.stderr,
+                          'events': [spooled_events.tell(event) for event in events]})
+        return ended
 
     def ended(self, *options, before=(), **how):
         return self.finish(self.start([*before, *self.command(*options)], **how))
@@ -673,11 +680,14 @@ def race_rows():
 
 # --- The program of Windows, under Wine
 
-# Those whose end Wine 8 doesn't change. It takes each signature that it can read for a good one, so
-# that no root, purpose, time or changed byte is refused there; it can't hash as catalogs do, so
-# that no patch gets past its catalog to its payload and its script; and nobody is the system's
-# account, so that no update patch gets to the question who started it. Its CryptCATEnumerateMember
-# ends the process when what was opened is no catalog.
+# Why others end in another way there. Its CryptCATEnumerateMember ends the process when what was
+# opened is no catalog.
+DIFFERS_UNDER_WINE = {
+    'update/*': "Wine's user is never the system's account, so that no update patch gets further",
+    'guard/*': "Wine can't hash as catalogs do, so that no patch lives to hold the guard",
+    '*': 'Wine takes each signature that it can read for a good one, and can\'t hash as catalogs do',
+}
+# Those whose end Wine 8 doesn't change.
 SAME_UNDER_WINE = ('undecryptable/*', 'type/*', 'guard/held-to-the-last-word', 'catalog/missing',
                    'catalog/empty', 'catalog/junk', 'catalog/other-*', 'catalog/refused-serial')
 
@@ -711,6 +721,14 @@ def all_rows(options):
             yield f'windows/{name}', action, 'machine'
 
 
+def reasons(rows):
+    """Why rows differ from home to home, as run.py tells it of cases."""
+    return {'gates/' + row: next(why for pattern, why in DIFFERS_UNDER_WINE.items()
+                                 if fnmatch.fnmatchcase(row, pattern))
+            for row in (row.removeprefix('windows/') for row in rows)
+            if not any(fnmatch.fnmatchcase(row, pattern) for pattern in SAME_UNDER_WINE)}
+
+
 def main():
     parser = argparse.ArgumentParser(description='Runs patches through the gates.')
     parser.add_argument('--linux', required=True, metavar='TESSEL')
@@ -725,6 +743,7 @@ def main():
     parser.add_argument('-v', action='store_true')
     options = parser.parse_args()
     outcomes = {}
+    runs = []
     skipped = 0
     with contextlib.ExitStack() as stack:
         name = stack.enter_context(tempfile.TemporaryDirectory(prefix='tessel-gates.',
@@ -745,8 +764,12 @@ def main():
             folder.mkdir()
             try:
                 kind = WindowsRun if row.startswith('windows/') else Run
-                action(kind(world, folder, getattr(world, machine)))
+                this = kind(world, folder, getattr(world, machine))
+                action(this)
                 outcomes[row] = ''
+                runs += [{'case': 'gates/' + row.removeprefix('windows/'),
+                          'home': 'windows' if kind is WindowsRun else 'linux', **ended}
+                         for ended in this.runs]
             except Fault as fault:
                 outcomes[row] = str(fault)
             except Exception:  # pylint: disable=broad-except
@@ -760,8 +783,8 @@ def main():
     summary = {'passed': len(outcomes) - len(failures), 'failed': len(failures),
                'skipped': skipped, 'failures': failures}
     if options.json:
-        pathlib.Path(options.json).write_text(json.dumps(summary, indent=1) + '\n',
-                                              encoding='utf-8')
+        told = {**summary, 'runs': runs, 'reasons': reasons(outcomes)}
+        pathlib.Path(options.json).write_text(json.dumps(told, indent=1) + '\n', encoding='utf-8')
     print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
     return 1 if failures else 0
 
