@@ -1,5 +1,5 @@
 // A runlevel library. Script: create, object, interface, start, stop, and a component's name for
-// what its start gives.
+// what its start and its stop give.
 #include "tests/libraries/recorder.h"
 
 namespace {
@@ -15,8 +15,9 @@ struct Broker {
     return recorder::Scripted(component.text, recorder::Scripted("start", 0));
   }
   virtual std::uint32_t Third(const char16_t* name, std::int32_t wait) {
-    recorder::Record("stop '%s' %d", recorder::Narrow(name).text, static_cast<int>(wait));
-    return recorder::Scripted("stop", 0);
+    const recorder::Narrow component(name);
+    recorder::Record("stop '%s' %d", component.text, static_cast<int>(wait));
+    return recorder::Scripted(component.text, recorder::Scripted("stop", 0));
   }
 };
 

@@ -104,6 +104,49 @@ _REQUIRED = {
     'dirCopyRec': {'src': 'x', 'dest': 'x'},
     'dirDeleteRec': {'path': 'x'},
 }
+# The others, whose attributes are only looked for here.
+_ALSO_REQUIRED = """
+regExistsKey root=HKEY_USERS key=x
+regCreateKey root=HKEY_USERS key=x
+regRead var=v root=HKEY_USERS key=x value=x
+regWrite root=HKEY_USERS key=x value=x data=x type=REG_SZ
+regGetKeys var=v root=HKEY_USERS key=x delim=x
+regGetValues var=v root=HKEY_USERS key=x delim=x
+regDeleteKey root=HKEY_USERS key=x
+regDeleteValue root=HKEY_USERS key=x value=x
+serviceInstalled name=x
+serviceRunning name=x
+serviceStart name=x
+serviceStop name=x
+serviceCreate name=x serviceType=16 startType=3 errorControl=1
+serviceDelete name=x
+processRun path=x
+processWait name=x waittime=0
+processKill name=x
+processImpersonateUser domain=x username=x password=x
+processEntrypoint path=x entrypoint=x
+amStart name=x
+amStop name=x
+xmlOpen path=x handle=h
+xmlSave path=x handle=h
+xmlClose handle=h
+xmlGetValue handle=h xpath=x var=v
+xmlSetValue handle=h xpath=x value=x
+xmlSetCDataValue handle=h xpath=x value=x
+xmlGetElement handle=h xpath=x destHandle=d
+xmlAddChild handle=h xpath=x data=x
+xmlRemoveChild handle=h xpath=x
+jsonOpen path=x handle=h
+jsonSave path=x handle=h
+jsonClose handle=h
+jsonGetValue handle=h path=x var=v
+jsonSetStringValue handle=h path=x value=x
+jsonSetIntValue handle=h path=x value=x
+jsonSetBoolValue handle=h path=x value=x
+jsonGetElement handle=h path=x destHandle=d
+jsonAddChild handle=h path=x data=1
+jsonRemoveChild handle=h path=x
+"""
 
 
 def _element(name, attributes):
@@ -125,6 +168,12 @@ def _required_attributes():
             else:
                 yield f'{command}-with-empty-{key}', _element(command, {**good, key: ''}), False
         yield f'{command}-with-empty-texts', _element(command, optional_empties), True
+    for line in _ALSO_REQUIRED.split('\n')[1:-1]:
+        command, *entries = line.split()
+        good = dict(entry.split('=') for entry in entries)
+        for key in good:
+            yield (f'{command}-without-{key}',
+                   _element(command, {k: v for k, v in good.items() if k != key}), False)
 
 
 def _enumerations():
@@ -133,6 +182,9 @@ def _enumerations():
         for at, value in enumerate(values):
             attributes = {'operator': '==', 'type': 'string', 'left': '', 'right': '', key: value}
             yield f'test-with-bad-{key}-{at}', _element('test', attributes), False
+    for key, value in (('root', 'hkey_users'), ('type', 'REG_NONE')):
+        attributes = {'root': 'HKEY_USERS', 'key': '', 'value': '', 'data': '', 'type': 'REG_SZ'}
+        yield f'regWrite-with-bad-{key}', _element('regWrite', {**attributes, key: value}), False
     # One that the regular expression library refuses.
     for name, pattern in (('open-group', '('), ('open-class', '[a'), ('nothing-to-repeat', '*'),
                           ('bad-range', '[z-a]')):
@@ -208,6 +260,14 @@ trace load:
 {_RESET}{_DEFAULT_DAYS}
 trace end:
 {_RESET}"""
+    for name, element, word in (
+            ('for', {'var': 'v', 'value': 'x', 'delim': ';'}, 'For'),
+            ('xmlForEach', {'handle': 'h', 'xpath': '.', 'step': '.', 'destHandle': 'd'},
+             'xmlForEach'),
+            ('jsonForEach', {'handle': 'h', 'path': 'x', 'destHandle': 'd'}, 'jsonForEach')):
+        attribute = list(element)[-1]
+        yield (f'{name}-with-empty-{attribute}', _script(_element(name, {**element, attribute: ''})),
+               _refused(13, f'  {word} function is invalid'))
     for name in ('nope', 'Exit', 'onTrue', 'onerror', 'data', 'property'):
         reason = f"  Function '{name}' not found"
         yield f'unknown-{name}', _script(f'<exit/><{name} id="x"/>'), _refused(13, reason)
