@@ -58,7 +58,8 @@ def end_of(run):
     words = run['stderr'][-1] if run['stderr'] else ''
     for name, _, pattern in ENDS[:-1]:
         if re.fullmatch(pattern, words) and (name != 'E10' or code == CORRUPT):
-            return name, str(code), ', '.join(f'`{event}`' for event in run['events'])
+            # Where several runs share a spool, an earlier issue is another's.
+            return name, str(code), ', '.join(f'`{event}`' for event in run['events'][-2:])
     return None  # its messages went elsewhere
 
 

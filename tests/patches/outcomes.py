@@ -44,7 +44,7 @@ _END_WORDS = {
     'regRead': 'RegRead', 'regWrite': 'RegWrite', 'processEntrypoint': 'ProcessEntrypoint',
     'applyHqPolicies': 'ReApplyHqPolicy', 'fileDownload': 'fileCopySingle',
     'fileFind': 'fileDeletePattern', 'dirFind': 'fileDirFind', 'xmlGetElement': 'xmlGetValue'}
-_CALLED = re.compile(r"([a-z]\w+) function called(?: for .*)?")
+_CALLED = re.compile(r'([a-z]\w+) function called\b')
 _END = re.compile(r"(\w+) function end with (?:(?:success|error)\. err:'(.*)'|(True|False)\.)",
                   re.DOTALL)
 _JSON_START = re.compile(r'(json\w+) begin +\[')
@@ -112,7 +112,7 @@ class _Walk:
             self.outcomes.add((refusal[1] or refusal[2].replace('For', 'for', refusal[2] == 'For'),
                                REFUSED))
             return
-        called, json_start = _CALLED.fullmatch(line), _JSON_START.match(line)
+        called, json_start = _CALLED.match(line), _JSON_START.match(line)
         if called or json_start:
             self.current = ((called or json_start)[1],)
             if self.current == ('jsonSetIntValue',):
