@@ -215,8 +215,9 @@ def _row(*cells):
 _INTRODUCTION = """# What each home does
 
 Each row was seen in runs of the test suite whose expectations held, on Linux and, for Windows, under
-Wine. Where a row is not seen in one home, it says why. A **rule** is a behaviour beyond the outcome
-itself, and shows in the trace of the case that is named. The cases are those of tests/patches.
+Wine. Where a row is not seen in one home, or not run in either, it says why. A **rule** is a
+behaviour beyond the outcome itself, and shows in the trace of the case that is named. The cases are
+those of tests/patches.
 
 `scripts/test` makes this page anew as build/test-results/conformance.md, and says so when the two
 differ; after a look at the differences, that file is copied here.
