@@ -15,12 +15,14 @@
 #include "platform/profile.h"
 #include "platform/random.h"
 #include "tests/platform/fixture.h"
+#include "tests/platform/host_file.h"
 
 namespace platform {
 namespace {
 
 using profile::WriteString;
 using test::ContentOf;
+using test::HostContentOf;
 using test::WriteContent;
 
 class PosixProfile : public test::FolderTest {
@@ -90,6 +92,7 @@ TEST_F(PosixProfile, AKilledWriterLeavesTheOldFileOrTheNewOne) {
   constexpr int kRounds = 40;
   const std::string start = "[a]\r\nk=" + std::string(1'000'000, 'x') + "\r\n[last]\r\nk=";
   WriteContent(path_, start + "first\r\n");
+  const std::string host = HostPathOf(path_);
   for (int round = 0; round < kRounds; ++round) {
     std::array<int, 2> pipe{};
     ASSERT_EQ(::pipe(pipe.data()), 0);
@@ -111,7 +114,7 @@ TEST_F(PosixProfile, AKilledWriterLeavesTheOldFileOrTheNewOne) {
     ASSERT_EQ(waitpid(child, nullptr, 0), child);
     close(pipe[0]);
     close(pipe[1]);
-    const std::string content = ContentOf(path_).value_or("");
+    const std::string content = HostContentOf(host);
     ASSERT_TRUE(content == start + "first\r\n" || content == start + "other\r\n")
         << "round " << round << ": " << content.size() << " bytes";
   }

@@ -26,6 +26,7 @@
 #include "platform/version.h"
 #include "support/format.h"
 #include "support/utf.h"
+#include "tests/platform/host_file.h"
 
 namespace platform::test {
 namespace {
@@ -623,8 +624,7 @@ TEST_F(HiveTest, DamageIsFoundAndNothingMore) {
     }
     ASSERT_EQ(hive.Flush(), kSuccess);
   }
-  std::ifstream stream(file, std::ios::binary);
-  const std::string whole((std::istreambuf_iterator<char>(stream)), {});
+  const std::string whole = HostContentOf(file);
   const auto write = [&](const std::string& content) {
     std::ofstream(file, std::ios::binary | std::ios::trunc) << content;
   };
