@@ -276,8 +276,12 @@ class WindowsHome(Home):
         shutil.rmtree(self.trace_folder, ignore_errors=True)
         shutil.rmtree(self.spool_folder, ignore_errors=True)
         code_file = folder / 'exit-code.txt'
-        run = self.spawn(self.command(program, arguments, environment, code_file), environment,
-                         folder)
+        command = self.command(program, arguments, environment, code_file)
+        run = self.spawn(command, environment, folder)
+        # On a busy machine Wine now and then fails to make a process, which leaves nothing but this.
+        if b"Can't recognize '" in run.stderr and not self.trace_folder.exists():
+            print('Wine made no process: once more')
+            run = self.spawn(command, environment, folder)
         exit_code = self.told_code(code_file, run.stderr)
         return (exit_code, decode_lines(run.stdout, 'standard output', '\r\n'),
                 decode_lines(run.stderr, 'standard error', '\r\n'),
