@@ -15,6 +15,7 @@ table is another one.
 
 import argparse
 import collections
+import difflib
 import json
 import pathlib
 import re
@@ -44,6 +45,7 @@ ENDS = (
      'Failed to load patch.|Patch is no longer valid.'),
     ('E12', 'the script ran', ''),
 )
+_SHOWN_DIFFERENCES = 40
 CORRUPT = 13  # of the two ends with one message
 
 
@@ -231,9 +233,14 @@ def judge(table, options):
     options.table.write_text(text, encoding='utf-8')
     failures = table.faults
     published = options.published
-    if published and (not published.is_file() or published.read_text(encoding='utf-8') != text):
-        failures.append(f'{published} is not what the tests have seen: look at the difference from '
-                        f'{options.table}, and copy that there')
+    if published:
+        old = published.read_text(encoding='utf-8') if published.is_file() else ''
+        differences = [line for line in difflib.ndiff(old.splitlines(), text.splitlines())
+                       if line[0] in '-+']
+        if differences:
+            failures.append('\n    '.join((
+                f'{published} is not what the tests have seen: look at the differences, and copy '
+                f'{options.table} there', *differences[:_SHOWN_DIFFERENCES])))
     return {'passed': len(table.seen) + len(table.ends), 'failed': len(failures), 'skipped': 0,
             'failures': failures}
 
