@@ -114,7 +114,7 @@ const cvn::String* FindSingleReference(cvn::StringView text, VariableStore* vari
 
 cvn::String ExpandVariables(const cvn::String& source, VariableStore* variables) {
   const cvn::StringView text = source;
-  std::size_t percent = text.find(u'%');
+  std::size_t percent = cvn::FindUnit(text, u'%');
   if (percent == kNone) {
     return source;
   }
@@ -124,7 +124,7 @@ cvn::String ExpandVariables(const cvn::String& source, VariableStore* variables)
   cvn::String out;
   ReferenceScanner scanner(text);
   std::size_t at = 0;
-  for (; percent != kNone; percent = text.find(u'%', at)) {
+  for (; percent != kNone; percent = cvn::FindUnit(text, u'%', at)) {
     out.Append(text.substr(at, percent - at));
     at = percent + 1;
     if (at < text.size() && text[at] == u'%') {

@@ -66,7 +66,7 @@ Code TextFile::Write(cvn::StringView text) {
   bytes_.clear();
   const auto append = utf16_ ? AppendUtf16 : cvn::AppendUtf8;
   while (!text.empty()) {
-    const std::size_t feed = std::min(text.find(u'\n'), text.size());
+    const std::size_t feed = std::min(cvn::FindUnit(text, u'\n'), text.size());
     append(text.substr(0, feed), &bytes_);
     if (feed == text.size()) {
       break;

@@ -184,7 +184,7 @@ void AppendFormat(String* out, StringView format, std::span<const FormatArgument
   std::size_t used = 0;
   std::size_t at = 0;
   while (at < format.size()) {
-    const std::size_t percent = std::min(format.find(u'%', at), format.size());
+    const std::size_t percent = std::min(FindUnit(format, u'%', at), format.size());
     out->Append(format.substr(at, percent - at));
     if (percent == format.size()) {
       return;

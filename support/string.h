@@ -278,4 +278,20 @@ using PathString = StringT<char16_t, 260>;
 // Read-only access to a text that somebody else keeps.
 using StringView = std::u16string_view;
 
+// The index of the first such unit, at `from` or behind it; StringView::npos when there is none.
+// The same as the view's own search, which looks at the units one by one.
+inline std::size_t FindUnit(StringView text, char16_t unit, std::size_t from = 0) {
+  constexpr std::size_t kBlock = 16;  // a fixed count lets the compiler take the units side by side
+  for (; from + kBlock <= text.size(); from += kBlock) {
+    unsigned found = 0;
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      found |= text[from + i] == unit ? 1U : 0U;
+    }
+    if (found != 0) {
+      break;
+    }
+  }
+  return text.find(unit, from);
+}
+
 }  // namespace cvn

@@ -91,6 +91,21 @@ TEST(String, OrdersByCodeUnits) {
   EXPECT_NE(Small(u"abc"), u"abcd");
 }
 
+TEST(FindUnit, FindsWhatTheViewsOwnSearchFinds) {
+  for (std::size_t length = 0; length < 50; ++length) {
+    for (std::size_t place = 0; place <= length; ++place) {
+      // One more behind the end, which is none of the text.
+      std::u16string text(length + 1, u'\u0A0A');
+      text[place] = u'\n';
+      text.back() = u'\n';
+      const StringView view(text.data(), length);
+      for (std::size_t from = 0; from <= length + 1; ++from) {
+        ASSERT_EQ(FindUnit(view, u'\n', from), view.find(u'\n', from)) << length << ' ' << place;
+      }
+    }
+  }
+}
+
 using StringDeathTest = testing::Test;
 
 TEST(StringDeathTest, EndsTheProcessOnADamagedGuardWord) {
