@@ -14,6 +14,7 @@ from measure import Row, to_drive
 
 FEW, MANY = 10_000, 100_000  # files in one folder
 ROUNDS = {FEW: 5, MANY: 2}
+FIND_ROUNDS = 5  # in each of these: it is so short that one alone tells little
 MEMORY = pathlib.Path("/dev/shm")  # a disk on which each file costs the same, however many there are
 
 
@@ -30,7 +31,7 @@ class _Trees:
         for number in range(count):
             pathlib.Path(self._source, f"file {number:06}.dat").write_bytes(b"x" * 100)
         self.idle = min(
-            measure.run(self._run("nothing", number, ""), environment) for number in range(5))
+            measure.run(self._run("nothing", number, ""), environment) for number in range(15))
 
     def _run(self, what, number, body):
         patch = self._pack(self._folder, f"{what} {number}", f"{body}<exit code='0'/>")
@@ -66,7 +67,8 @@ class _Trees:
         return pair
 
     def rounds(self, what):
-        return [getattr(self, what)(number) for number in range(ROUNDS[self._count])]
+        count = ROUNDS[self._count] * (FIND_ROUNDS if what == "find" else 1)
+        return [getattr(self, what)(number) for number in range(count)]
 
 
 COMMANDS = (("find", "find", 2), ("copy", "cp -r", 1.5), ("delete", "rm -rf", 1.5))
