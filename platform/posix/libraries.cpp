@@ -32,13 +32,13 @@ bool HasFolder(cvn::StringView path) {
   return path.find_first_of(u"\\/:") != cvn::StringView::npos;
 }
 
-// A name as Windows looks for it: ".dll" is added unless there is a dot, and a dot at the very end
-// only says that there is no extension.
-cvn::String WithExtension(cvn::StringView name) {
-  cvn::String whole(name);
-  if (name.ends_with(u'.')) {
-    whole.Truncate(name.size() - 1);
-  } else if (name.find(u'.') == cvn::StringView::npos) {
+// A name or a path as Windows looks for it: ".dll" is added unless the name has a dot, and a dot at
+// the very end only says that there is no extension.
+cvn::String WithExtension(cvn::StringView path) {
+  cvn::String whole(path);
+  if (path.ends_with(u'.')) {
+    whole.Truncate(path.size() - 1);
+  } else if (paths::FindFileName(path).find(u'.') == cvn::StringView::npos) {
     whole.Append(u".dll");
   }
   return whole;
@@ -83,9 +83,8 @@ Code CodeOfRefusal() {
 
 Code FindFile(cvn::StringView path, std::string* file) {
   posix::HostPath host;
-  const bool found =
-      posix::Resolve(HasFolder(path) ? cvn::String(path) : BesideProgram(path), &host) == kSuccess;
-  if (!found) {
+  if (posix::Resolve(HasFolder(path) ? WithExtension(path) : BesideProgram(path), &host) !=
+      kSuccess) {
     return kModNotFound;
   }
   *file = host.path;
