@@ -67,7 +67,10 @@ constexpr AttributeDescription kFileMoveAttributes[] = {
 constexpr FailureDescription kFileMoveFailures[] = {
     {u"3", u"the folder of `dest` is missing"},
     {u"5", u"access is denied"},
-    {u"17", u"`src` is a folder, and `dest` is on another drive"},
+    {u"17",
+     u"`src` is a folder, and `dest` is on another drive, or one of them doesn't begin with a "
+     u"drive "
+     u"and a backslash"},
     {u"32", u"another program uses the file"},
     {u"183", u"`dest` is there, and isn't replaced"},
     {u"1168", u"there is nothing at `src`"},

@@ -26,10 +26,10 @@ bool Find(cvn::StringView path, posix::HostPath* host) {
 }
 
 // The drive with its separator, or the server and the share, that a path begins with; empty when
-// there is none. In upper case, with '\\' for each separator.
+// there is none, to which also a '/' behind a drive counts, as on Windows. In upper case.
 std::u16string RootOf(cvn::StringView path) {
   std::size_t length = posix::RootLength(path);
-  const bool hasDrive = length >= 3 && path[length - 2] == u':';
+  const bool hasDrive = length >= 3 && path[length - 2] == u':' && path[length - 1] == u'\\';
   if (length == 2 && IsSeparator(path[0])) {
     const std::size_t server = path.find_first_of(kSeparators, length);
     length = server == cvn::StringView::npos ? 0 : path.find_first_of(kSeparators, server + 1);

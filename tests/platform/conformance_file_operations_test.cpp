@@ -384,7 +384,7 @@ TEST_F(FileOperations, KnowsFoldersAndRoots) {
   constexpr Root kRoots[] = {
       {u"C:\\a", u"c:\\b\\c", true}, {u"C:\\", u"C:\\x", true}, {u"C:\\a", u"Z:\\a", false},
       {u"a", u"b", false},           {u"C:\\a", u"b", false},   {u"", u"", false},
-      {u"C:\\a", u"", false},
+      {u"C:\\a", u"", false},        {u"C:/a", u"C:/b", false}, {u"C:\\a", u"C:/b", false},
   };
   for (const Root& test : kRoots) {
     EXPECT_EQ(paths::IsSameRoot(test.left, test.right), test.isSame)
