@@ -25,12 +25,14 @@ bool IsOneFile(const struct stat& left, const struct stat& right) {
   return left.st_ino == right.st_ino && left.st_dev == right.st_dev;
 }
 
-// Whether what stands in the target's place may give it up.
+// Whether what stands in the target's place may give it up. A pipe or a device may not: its name
+// would be a file's from then on, for all of the host.
 Code CheckTarget(const HostPath& source, const HostPath& target, bool replace) {
   if (!replace) {
     return kAlreadyExists;
   }
-  if (source.IsFolder() || target.IsFolder() || IsReadOnly(target.path, target.entry)) {
+  const bool isFile = S_ISREG(target.entry.st_mode) || S_ISLNK(target.entry.st_mode);
+  if (source.IsFolder() || target.IsFolder() || !isFile || IsReadOnly(target.path, target.entry)) {
     return kAccessDenied;
   }
   return CheckUnused(target);

@@ -264,6 +264,19 @@ TEST_F(PosixFiles, ANewVersionGoesWhereALinkLeads) {
   EXPECT_EQ(ContentOf(Path(u"version")), "kept");
 }
 
+TEST_F(PosixFiles, NoFileTakesThePlaceOfAPipeOrADevice) {
+  ASSERT_EQ(mkfifo(Host("pipe").c_str(), 0600), 0);
+  ASSERT_EQ(symlink("pipe", Host("link").c_str()), 0);
+  WriteContent(Path(u"version"), "new");
+  EXPECT_EQ(files::TakePlace(Path(u"version"), Path(u"pipe")), kAccessDenied);
+  EXPECT_EQ(files::TakePlace(Path(u"version"), Path(u"link")), kAccessDenied);
+  EXPECT_EQ(files::Replace(Path(u"version"), Path(u"pipe")), kAccessDenied);
+  EXPECT_EQ(Move(Path(u"version"), Path(u"pipe"), kMoveReplaceExisting | kMoveCopyAllowed),
+            kAccessDenied);
+  EXPECT_TRUE(std::filesystem::is_fifo(Host("pipe")));
+  EXPECT_EQ(ContentOf(Path(u"version")), "new");
+}
+
 TEST_F(PosixFiles, ReadOnlyBindsRootAndItsOwner) {
   const auto check = [this](cvn::StringView name) {
     const cvn::String path = Path(name);
