@@ -18,6 +18,7 @@ constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 void Decode(std::string* bytes) {
   const bool bigEndian = bytes->starts_with("\xFE\xFF");
   if (bigEndian || bytes->starts_with("\xFF\xFE")) {
+    bytes->resize((bytes->size() + 1) / 2 * 2);  // a file cut within a character ends in zeros
     *bytes = cvn::Utf16BytesToUtf8(*bytes, bigEndian);
   } else {
     cvn::RepairUtf8(bytes);

@@ -67,6 +67,7 @@ TEST_F(DocumentFiles, XmlComesInEveryForm) {
       {Utf16("<r>", false) + std::string("\x00\xD8", 2) + Utf16("</r>", false).substr(2),
        "<r>\xEF\xBF\xBD</r>\r\n"},
       {Utf16("<r/>", true) + "x", "<r />\r\n"},
+      {Utf16("<r/>", false).substr(0, 9), "<r />\r\n"},
       {std::string("<r/>\0<x", 7), "<r />\r\n"},
       {"<r/> junk", "<r />\r\n"},
       {"<r a='x' b='&quot;' c='&apos;' d='\"&apos;'/>",
