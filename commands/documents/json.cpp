@@ -146,13 +146,14 @@ void RemoveElement(JsonPlace* place, std::string_view leaf) {
   *place->value = std::move(rest);
 }
 
-Code RemoveAt(std::string_view path, JsonPlace* place) {
+// What is neither array nor object holds nothing to remove, and the library would fail on it.
+void RemoveAt(std::string_view path, JsonPlace* place) {
   const std::size_t slash = path.rfind('/');
   // Without a slash the whole path is both: what holds the leaf, and the leaf.
   const std::string_view parent = slash == std::string_view::npos ? path : path.substr(0, slash);
   const std::string_view leaf = slash == std::string_view::npos ? path : path.substr(slash + 1);
   if (leaf.empty() || !WalkJson(parent, false, place)) {
-    return platform::kSuccess;
+    return;
   }
   if (place->value->isArray()) {
     RemoveElement(place, leaf);
@@ -161,10 +162,7 @@ Code RemoveAt(std::string_view path, JsonPlace* place) {
     route.push_back({std::string(leaf), 0});
     place->document->Forget(route, true);
     place->value->removeMember(std::string(leaf));
-  } else if (!place->value->isNull()) {
-    return kFunctionFailed;  // the library would fail on it
   }
-  return platform::kSuccess;
 }
 
 }  // namespace
@@ -174,8 +172,11 @@ void FunctionJsonRemoveChild::Execute() {
   TraceLine(u"jsonRemoveChild begin    [handle = %s] [path = %s]", handle_, path);
   const Code code = Guarded([&] {
     JsonPlace place;
-    return ResolveHandle(handle_, *objects, &place) ? RemoveAt(cvn::WideToUtf8(path), &place)
-                                                    : platform::kNotFound;
+    if (!ResolveHandle(handle_, *objects, &place)) {
+      return platform::kNotFound;
+    }
+    RemoveAt(cvn::WideToUtf8(path), &place);
+    return platform::kSuccess;
   });
   TraceLine(u"jsonRemoveChild end      [handle = %s] [path = %s] [error = %d]", handle_, path,
             code);

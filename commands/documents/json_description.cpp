@@ -92,10 +92,7 @@ constexpr FailureDescription kAddChildFailures[] = {
     kNoWay,
 };
 
-constexpr FailureDescription kRemoveChildFailures[] = {
-    kNoHandle,
-    {u"1627", u"what should hold the member is a text, a number or a boolean"},
-};
+constexpr FailureDescription kRemoveChildFailures[] = {kNoHandle};
 
 constexpr FailureDescription kSetFailures[] = {kNoHandle, kNoWay};
 
@@ -154,9 +151,9 @@ constinit const CommandDescription FunctionJsonRemoveChild::kDescription = {
     .attributes = kRemoveChildAttributes,
     .failures = kRemoveChildFailures,
     .notes =
-        u"What is missing is no failure. A member of the handle's own value needs the slash: "
-        u"`name` means the member `name` of the member `name`. An element goes by `list/2` or "
-        u"`list/[2]`; `list[2]` doesn't remove it.",
+        u"What is missing is no failure, and a text or a number has no members to remove. A member "
+        u"of the handle's own value needs the slash: `name` means the member `name` of the member "
+        u"`name`. An element goes by `list/2` or `list/[2]`; `list[2]` doesn't remove it.",
 };
 
 constinit const CommandDescription FunctionJsonSetStringValue::kDescription = {
