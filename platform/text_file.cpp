@@ -78,6 +78,13 @@ Code TextFile::Write(cvn::StringView text) {
 }
 
 Code SaveTextFile(cvn::StringView path, std::string_view text) {
+  // The runtime makes the file anew, which one that is hidden or the system's doesn't allow.
+  files::Attributes attributes = 0;
+  if (files::GetAttributes(path, &attributes) == kSuccess &&
+      (attributes & (files::kHidden | files::kSystem)) != 0) {
+    SetLastError(kAccessDenied);
+    return kAccessDenied;
+  }
   std::string bytes(kUtf8Mark);
   bytes.reserve(text.size() + text.size() / 16);
   while (!text.empty()) {

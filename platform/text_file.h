@@ -29,8 +29,8 @@ class TextFile {
 };
 
 // Writes a whole text file as the runtime's "wt, ccs=UTF-8" mode does: byte-order mark, UTF-8, CR
-// LF. The old file stays as it is until the new one is complete, and takes its place. `text` is
-// UTF-8 with LF.
+// LF. The old file stays as it is until the new one is complete, and takes its place; 5 when it is
+// read-only, hidden or the system's. `text` is UTF-8 with LF.
 Code SaveTextFile(cvn::StringView path, std::string_view text);
 
 // Reads a whole text file as the runtime's "rt, ccs=UTF-8" mode does: UTF-8 or, by its mark,

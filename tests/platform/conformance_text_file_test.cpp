@@ -91,5 +91,16 @@ TEST_F(TextFileConformance, GoesOnWhereItWas) {
   EXPECT_EQ(ContentOf(path), "\xEF\xBB\xBFone\r\ntwo\r\nthree\r\n");
 }
 
+TEST_F(TextFileConformance, SavesOverNoHiddenFile) {
+  const cvn::String path = Path(u"text");
+  for (const files::Attributes attribute : {files::kHidden, files::kSystem}) {
+    WriteContent(path, "old");
+    ASSERT_EQ(files::SetAttributes(path, attribute), kSuccess);
+    EXPECT_EQ(Observe([&] { return SaveTextFile(path, "new"); }), Expected(kAccessDenied));
+    EXPECT_EQ(ContentOf(path), "old");
+    files::Delete(path);
+  }
+}
+
 }  // namespace
 }  // namespace platform::test
