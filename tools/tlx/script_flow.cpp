@@ -26,8 +26,8 @@ bool IsHandlerName(std::string_view name) {
 }
 
 std::string_view AttributeOf(const TiXmlElement& element, const char* name) {
-  const char* value = element.Attribute(name);
-  return value == nullptr ? std::string_view() : std::string_view(value);
+  const std::string* value = element.Attribute(std::string(name));
+  return value == nullptr ? std::string_view() : std::string_view(*value);
 }
 
 ScriptFlow::ScriptFlow(const TiXmlElement& script) {
