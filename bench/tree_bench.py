@@ -74,19 +74,31 @@ class _Trees:
 COMMANDS = (("find", "find", 2), ("copy", "cp -r", 1.5), ("delete", "rm -rf", 1.5))
 
 
+def _growth(peer, pairs):
+    """How the time grows with the folder, which is up to the disk, too: beside what the tool's does."""
+    (few, peers_few), (many, peers_many) = (
+        (statistics.median(column) for column in zip(*pairs[count])) for count in (FEW, MANY))
+    return Row(f"growth from {FEW:,} on", many / few, f"that of {peer}", peers_many / peers_few,
+               unit="x ")
+
+
 def _rows_of(what, peer, at_most, trees):
-    """Of the round with the median ratio each. How the time grows with the folder is up to the disk, too:
-    it stands beside what the tool's does."""
-    medians = {}
+    """Of the round with the median ratio each."""
+    all_pairs = {}
     for count in (FEW, MANY):
-        pairs = trees[count].rounds(what)
+        pairs = all_pairs[count] = trees[count].rounds(what)
         ours, theirs = sorted(pairs, key=lambda pair: pair[0] / pair[1])[len(pairs) // 2]
         yield Row(f"{what} {count:,} files", ours, peer, theirs, at_most)
         if count == FEW:
             yield Row("the same, the whole run", ours + trees[count].idle, peer, theirs)
-        medians[count] = [statistics.median(column) for column in zip(*pairs)]
-    growth, growth_of_peer = (many / few for few, many in zip(medians[FEW], medians[MANY]))
-    yield Row(f"growth from {FEW:,} on", growth, f"that of {peer}", growth_of_peer, unit="x ")
+    yield _growth(peer, all_pairs)
+
+
+def _rows_in_memory(what, peer, trees):
+    pairs = {count: trees[count].rounds(what) for count in (FEW, MANY)}
+    few, many = (statistics.median(pair[0] for pair in pairs[count]) for count in (FEW, MANY))
+    yield Row(f"{what} {MANY:,} files in memory", many, f"{FEW:,} files", few, 12)
+    yield _growth(peer, pairs)
 
 
 def rows(tessel, pack, work, environment):
@@ -100,7 +112,5 @@ def rows(tessel, pack, work, environment):
     if MEMORY.is_dir():
         with tempfile.TemporaryDirectory(prefix="tessel-bench-", dir=MEMORY) as folder:
             trees = make_trees(pathlib.Path(folder))
-            for what, _, _ in COMMANDS:
-                few, many = (statistics.median(pair[0] for pair in trees[count].rounds(what))
-                             for count in (FEW, MANY))
-                yield Row(f"{what} {MANY:,} files in memory", many, f"{FEW:,} files", few, 12)
+            for what, peer, _ in COMMANDS:
+                yield from _rows_in_memory(what, peer, trees)
