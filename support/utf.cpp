@@ -76,8 +76,8 @@ std::size_t AsciiRun(std::string_view text) {
   return length;
 }
 
-// Copies the start of `text` that is ASCII, whole blocks of it, and gives its length.
-std::size_t CopyAsciiBlocks(StringView text, char* to) {
+// Copies the start of `text` that is ASCII, and gives its length.
+std::size_t CopyAscii(StringView text, char* to) {
   constexpr std::size_t kBlock = 16;  // a fixed count lets the compiler take the units side by side
   std::size_t length = 0;
   for (; length + kBlock <= text.size(); length += kBlock) {
@@ -92,6 +92,9 @@ std::size_t CopyAsciiBlocks(StringView text, char* to) {
     for (std::size_t i = 0; i < kBlock; ++i) {
       to[length + i] = static_cast<char>(from[i]);
     }
+  }
+  for (; length < text.size() && text[length] < 0x80; ++length) {
+    to[length] = static_cast<char>(text[length]);
   }
   return length;
 }
@@ -148,11 +151,14 @@ String Utf8ToWide(std::string_view text) {
 
 void AppendUtf8(StringView text, std::string* out) {
   const std::size_t before = out->size();
-  out->resize(before + text.size() * 3);  // the widest that a code unit becomes
-  char* to = out->data() + before;
-  std::size_t i = CopyAsciiBlocks(text, to);
-  to += i;
-  for (; i < text.size(); ++i) {
+  out->resize(before + text.size());
+  const std::size_t ascii = CopyAscii(text, out->data() + before);
+  if (ascii == text.size()) {
+    return;
+  }
+  out->resize(before + ascii + (text.size() - ascii) * 3);  // the widest that a code unit becomes
+  char* to = out->data() + before + ascii;
+  for (std::size_t i = ascii; i < text.size(); ++i) {
     const char16_t unit = text[i];
     if (unit < 0x80) {
       *to++ = static_cast<char>(unit);

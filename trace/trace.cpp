@@ -1,5 +1,6 @@
 #include "trace/trace.h"
 
+#include <array>
 #include <cmath>
 
 #include "platform/clock.h"
@@ -56,8 +57,11 @@ void WriteTraceLine(cvn::StringView format, std::span<const cvn::FormatArgument>
   if (state.file.IsOpen()) {
     const std::int64_t now = platform::clock::NowTicks();
     state.line.Append(StampOf(now / platform::clock::kTicksPerSecond, &state));
-    const cvn::FormatArgument milliseconds(StampMilliseconds(now));
-    cvn::AppendFormat(&state.line, u".%03d ", std::span(&milliseconds, 1));
+    const int milliseconds = StampMilliseconds(now);
+    const auto digit = [](int number) { return static_cast<char16_t>(u'0' + number % 10); };
+    const std::array fraction = {u'.', digit(milliseconds / 100), digit(milliseconds / 10),
+                                 digit(milliseconds), u' '};
+    state.line.Append(cvn::StringView(fraction.data(), fraction.size()));
   }
   const std::size_t message = state.line.Length();
   cvn::AppendFormat(&state.line, format, arguments);
