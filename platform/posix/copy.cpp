@@ -278,9 +278,7 @@ Code Finish(const Draft& draft, const struct stat& from, files::Attributes attri
   return futimens(draft.File(), times) == 0 ? kSuccess : CodeOf(errno);
 }
 
-}  // namespace
-
-Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options) {
+Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions options) {
   Descriptor from;
   struct stat entry {};
   Code code = OpenSource(source, &from, &entry);
@@ -312,6 +310,12 @@ Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions option
     code = draft.Name(place.path, options.replace);
   }
   return code;
+}
+
+}  // namespace
+
+Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options) {
+  return ChangeFolder(target, [&] { return CopyOnce(source, target, options); });
 }
 
 }  // namespace platform::posix

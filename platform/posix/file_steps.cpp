@@ -39,6 +39,20 @@ Code CheckUnused(const HostPath& host) {
 
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
+WritableFolder::WritableFolder(const std::string& path) : path_(path) {
+  struct stat entry {};
+  if (stat(path_.c_str(), &entry) == 0 && (entry.st_mode & S_IWUSR) == 0 &&
+      chmod(path_.c_str(), (entry.st_mode & 07777) | S_IWUSR) == 0) {
+    before_ = entry.st_mode & 07777;
+  }
+}
+
+WritableFolder::~WritableFolder() {
+  if (before_) {
+    chmod(path_.c_str(), *before_);
+  }
+}
+
 Code FlushFolder(const std::string& folder) {
   const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (descriptor < 0) {

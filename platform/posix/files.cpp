@@ -170,11 +170,16 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
     return Fail(located);
   }
   int descriptor = -1;
-  do {
-    descriptor = open(host.path.c_str(), FlagsOf(access, disposition), kFileMode);
-  } while (descriptor < 0 && errno == EINTR);
-  if (descriptor < 0) {
-    return Fail(CodeOf(errno));
+  const auto openFile = [&] {
+    do {
+      descriptor = open(host.path.c_str(), FlagsOf(access, disposition), kFileMode);
+    } while (descriptor < 0 && errno == EINTR);
+    return descriptor < 0 ? CodeOf(errno) : kSuccess;
+  };
+  const bool isThere = host.entry.st_mode != 0;
+  const Code code = isThere ? openFile() : posix::ChangeFolder(host, openFile);
+  if (code != kSuccess) {
+    return Fail(code);
   }
   File opened;
   opened.handle_ = descriptor;
@@ -198,10 +203,12 @@ Code CreateDirectory(cvn::StringView path) {
   if (code != kFileNotFound) {
     return Fail(code);
   }
-  if (mkdir(host.path.c_str(), kFolderMode) != 0) {
-    return Fail(errno == EEXIST ? kAlreadyExists : CodeOf(errno));
-  }
-  return kSuccess;
+  return Report(posix::ChangeFolder(host, [&host] {
+    if (mkdir(host.path.c_str(), kFolderMode) == 0) {
+      return kSuccess;
+    }
+    return errno == EEXIST ? kAlreadyExists : CodeOf(errno);
+  }));
 }
 
 Code Delete(cvn::StringView path) {
@@ -211,8 +218,9 @@ Code Delete(cvn::StringView path) {
     const bool kept = host.IsFolder() || posix::IsReadOnly(host.path, host.entry);
     code = kept ? kAccessDenied : posix::CheckUnused(host);
   }
-  if (code == kSuccess && unlink(host.path.c_str()) != 0) {
-    code = CodeOf(errno);
+  if (code == kSuccess) {
+    code = posix::ChangeFolder(
+        host, [&host] { return unlink(host.path.c_str()) == 0 ? kSuccess : CodeOf(errno); });
   }
   return Report(code);
 }
@@ -233,10 +241,12 @@ Code RemoveDirectory(cvn::StringView path) {
     return Fail(kSharingViolation);
   }
   const bool isLink = S_ISLNK(host.entry.st_mode);
-  if ((isLink ? unlink(host.path.c_str()) : rmdir(host.path.c_str())) != 0) {
-    return Fail(errno == EEXIST ? kDirNotEmpty : CodeOf(errno));
-  }
-  return kSuccess;
+  return Report(posix::ChangeFolder(host, [&] {
+    if ((isLink ? unlink(host.path.c_str()) : rmdir(host.path.c_str())) == 0) {
+      return kSuccess;
+    }
+    return errno == EEXIST ? kDirNotEmpty : CodeOf(errno);
+  }));
 }
 
 Code FlushFolder(cvn::StringView path) {

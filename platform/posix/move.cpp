@@ -90,13 +90,17 @@ Code Relocate(const HostPath& source, const HostPath& target, std::uint32_t flag
   const bool mayCopy = (flags & files::kMoveCopyAllowed) != 0 && !source.IsFolder();
   Code code = kNotSameDevice;
   if (mayCopy || IsOnMachine(source.path) == IsOnMachine(target.path)) {
-    code = Rename(source, target, replace);
+    code = ChangeFolder(source, [&] {
+      return ChangeFolder(target, [&] { return Rename(source, target, replace); });
+    });
   }
   if (code == kNotSameDevice && mayCopy) {
     code = CopyFile(source, target,
                     {.replace = replace, .flush = (flags & files::kMoveWriteThrough) != 0});
     if (code == kSuccess) {
-      unlink(source.path.c_str());  // one that can't go stays, as on Windows
+      // One that can't go stays, as on Windows.
+      ChangeFolder(source,
+                   [&] { return unlink(source.path.c_str()) == 0 ? kSuccess : CodeOf(errno); });
     }
   }
   return code;

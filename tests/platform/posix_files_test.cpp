@@ -7,6 +7,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
@@ -294,6 +295,33 @@ TEST_F(PosixFiles, ReadOnlyBindsRootAndItsOwner) {
   EXPECT_TRUE(check(u"root's"));
   OpenWay(0777);
   EXPECT_EQ(AsOrdinaryUser([&] { return check(u"user's") ? 0 : 1; }), 0);
+}
+
+TEST_F(PosixFiles, AReadOnlyFolderDeniesNothingOfWhatIsInIt) {
+  OpenWay(0777);
+  const int failed = AsOrdinaryUser([&] {
+    files::File file;
+    files::CreateDirectory(Path(u"folder"));
+    WriteContent(Path(u"folder\\file"), "content");
+    files::SetAttributes(Path(u"folder"), kReadOnly);
+    const Code codes[] = {
+        files::Open(Path(u"folder\\new"), files::Access::Write, files::Share::None,
+                    files::Disposition::CreateNew, &file),
+        files::CreateDirectory(Path(u"folder\\sub")),
+        Copy(Path(u"folder\\file"), Path(u"folder\\copy"), true),
+        Copy(Path(u"folder\\file"), Path(u"folder\\copy"), false),
+        Move(Path(u"folder\\copy"), Path(u"folder\\moved"), 0),
+        Move(Path(u"folder\\file"), Path(u"out"), 0),
+        files::Delete(Path(u"folder\\moved")),
+        files::RemoveDirectory(Path(u"folder\\sub")),
+    };
+    const bool isKept = AttributesOf(u"folder") == (kReadOnly | files::kDirectory) &&
+                        files::RemoveDirectory(Path(u"folder")) == kAccessDenied;
+    const auto* bad = std::find_if(std::begin(codes), std::end(codes),
+                                   [](Code code) { return code != kSuccess; });
+    return isKept ? static_cast<int>(std::end(codes) - bad) : -1;
+  });
+  EXPECT_EQ(failed, 0);
 }
 
 TEST_F(PosixFiles, ForeignFilesNeedPermission) {
