@@ -85,7 +85,7 @@ Code CreateDirectoryRecursive(cvn::StringView path);
 Code Replace(cvn::StringView from, cvn::StringView to);
 
 // The same for a new version of a file: one that is at `to` hands on its owner, permissions and
-// attributes, as ReplaceFileW does. 5 when it is read-only or a folder.
+// attributes, as ReplaceFileW does. 5 when it is read-only or no file.
 Code TakePlace(cvn::StringView from, cvn::StringView to);
 
 // Returns when the names in a folder have reached the disk, after a Move into it. On Windows the
@@ -114,7 +114,7 @@ inline constexpr Attributes kReparsePoint = 0x400;
 //
 // On Linux READONLY is a missing write permission of the owner, HIDDEN, SYSTEM and ARCHIVE stand in
 // system.ntfs_attrib_be or user.DOSATTRIB, and a symbolic link is a reparse point, with DIRECTORY
-// when it leads to a folder.
+// when it leads to a folder. READONLY of a folder on C: denies its owner nothing of what is in it.
 Code GetAttributes(cvn::StringView path, Attributes* attributes);
 
 // As SetFileAttributesW: sets READONLY, HIDDEN, SYSTEM and ARCHIVE to what `attributes` says
