@@ -1,7 +1,7 @@
 // Catalogs: their members and their signatures.
 #include "fuzz/input.h"
 #include "fuzz/verify_signatures.h"
-#include "platform/posix/catalog_file.h"
+#include "platform/offline/authenticode/catalog_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto bytes = std::as_bytes(std::span(data, size));

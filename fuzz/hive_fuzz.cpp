@@ -11,9 +11,9 @@
 
 #include "fuzz/input.h"
 #include "fuzz/scratch_machine.h"
-#include "platform/posix/hive.h"
-#include "platform/posix/names.h"
-#include "platform/posix/registry_values.h"
+#include "platform/formats/names.h"
+#include "platform/offline/registry/hive.h"
+#include "platform/offline/registry/registry_values.h"
 
 namespace tessel::fuzz {
 namespace {

@@ -2,8 +2,8 @@
 // signatures.
 #include "fuzz/input.h"
 #include "fuzz/verify_signatures.h"
-#include "platform/pe_image.h"
-#include "platform/posix/version_resource.h"
+#include "platform/formats/pe_image.h"
+#include "platform/offline/volume/version_resource.h"
 
 namespace tessel::fuzz {
 namespace {

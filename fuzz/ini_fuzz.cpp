@@ -2,8 +2,8 @@
 #include <string>
 
 #include "fuzz/input.h"
-#include "platform/posix/profile_code_page.h"
-#include "platform/posix/profile_text.h"
+#include "platform/formats/code_page.h"
+#include "platform/formats/ini_text.h"
 #include "support/utf.h"
 
 namespace tessel::fuzz {

@@ -1,7 +1,7 @@
 #include "fuzz/verify_signatures.h"
 
 #include "fuzz/input.h"
-#include "platform/posix/authenticode.h"
+#include "platform/offline/authenticode/authenticode.h"
 
 namespace tessel::fuzz {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "platform/byte_source.h"
+#include "platform/formats/pe_image.h"
 #include "platform/openssl.h"
-#include "platform/pe_image.h"
 
 namespace platform {
 

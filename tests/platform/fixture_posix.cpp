@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "platform/posix/path_resolver.h"
+#include "platform/offline/volume/path_resolver.h"
 #include "tests/platform/fixture.h"
 
 namespace platform::test {

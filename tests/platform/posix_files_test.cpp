@@ -17,11 +17,11 @@
 #include <vector>
 
 #include "platform/file_search.h"
+#include "platform/formats/names.h"
+#include "platform/formats/wildcards.h"
+#include "platform/offline/volume/machine.h"
+#include "platform/offline/volume/path_resolver.h"
 #include "platform/paths.h"
-#include "platform/posix/machine.h"
-#include "platform/posix/names.h"
-#include "platform/posix/path_resolver.h"
-#include "platform/posix/wildcards.h"
 #include "platform/registry.h"
 #include "tests/platform/fixture.h"
 #include "tests/platform/host_file.h"

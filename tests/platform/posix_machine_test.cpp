@@ -16,12 +16,12 @@
 #include <vector>
 
 #include "platform/environment.h"
+#include "platform/formats/names.h"
+#include "platform/linux/arguments.h"
+#include "platform/offline/volume/directory_index.h"
+#include "platform/offline/volume/machine.h"
+#include "platform/offline/volume/path_resolver.h"
 #include "platform/paths.h"
-#include "platform/posix/arguments.h"
-#include "platform/posix/directory_index.h"
-#include "platform/posix/machine.h"
-#include "platform/posix/names.h"
-#include "platform/posix/path_resolver.h"
 #include "support/format.h"
 #include "tests/platform/fixture.h"
 

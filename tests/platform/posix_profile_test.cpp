@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/posix/path_resolver.h"
+#include "platform/offline/volume/path_resolver.h"
 #include "platform/profile.h"
 #include "platform/random.h"
 #include "tests/platform/fixture.h"

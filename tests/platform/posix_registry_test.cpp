@@ -18,9 +18,9 @@
 #include <memory>
 #include <random>
 
+#include "platform/formats/names.h"
 #include "platform/machine.h"
-#include "platform/posix/hive.h"
-#include "platform/posix/names.h"
+#include "platform/offline/registry/hive.h"
 #include "platform/registry.h"
 #include "platform/services.h"
 #include "platform/version.h"

@@ -1,4 +1,4 @@
-#include "platform/posix/arguments.h"
+#include "platform/linux/arguments.h"
 #include "platform/streams.h"
 #include "tools/tlx/tool.h"
 

@@ -1,0 +1,199 @@
+#include "platform/linux/process_handle.h"
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <system_error>
+#include <thread>
+
+#include "platform/linux/error_map.h"
+#include "platform/linux/process_info.h"
+
+namespace platform::process {
+namespace {
+
+using posix::Fail;
+using Clock = std::chrono::steady_clock;
+
+// Marks the handle of a child of ours, in a bit that no descriptor has.
+constexpr std::intptr_t kChild = std::intptr_t{1} << 32;
+
+int DescriptorOf(const Handle& process) {
+  return process.IsOpen() ? static_cast<int>(process.Value() & ~kChild) : -1;
+}
+
+int OpenDescriptor(std::uint32_t id) {
+  return static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(id), 0));
+}
+
+// Takes an ended child off the host's list. False when it is still running.
+bool Reap(int descriptor, int options) {
+  siginfo_t info{};
+  const auto id = static_cast<id_t>(descriptor);
+  return waitid(P_PIDFD, id, &info, WEXITED | options) != 0 || info.si_pid != 0;
+}
+
+void ReapForever(int queue) {
+  for (;;) {
+    epoll_event event{};
+    if (epoll_wait(queue, &event, 1, -1) == 1) {
+      Reap(event.data.fd, 0);
+      // Closing alone isn't enough: a child that is just being started has it open as well.
+      epoll_ctl(queue, EPOLL_CTL_DEL, event.data.fd, nullptr);
+      close(event.data.fd);
+    }
+  }
+}
+
+// Where descriptors of running children go that nobody waits for. A thread takes those that end:
+// the disposition of SIGCHLD would be simpler, but it belongs to all libraries of the process.
+int MakeReaperQueue() {
+  const int queue = epoll_create1(EPOLL_CLOEXEC);
+  if (queue < 0) {
+    return -1;
+  }
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  bool isRunning = true;
+  try {
+    std::thread(ReapForever, queue).detach();
+  } catch (const std::system_error&) {
+    isRunning = false;
+    close(queue);
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return isRunning ? queue : -1;
+}
+
+// Gives the descriptor away. False when there is nobody to take it.
+bool LeaveToReaper(int descriptor) {
+  static const int queue = MakeReaperQueue();
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.fd = descriptor;
+  return queue >= 0 && epoll_ctl(queue, EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+// The time for poll until `deadline`, in its own unit and limits.
+int TimeLeft(std::uint32_t milliseconds, Clock::time_point deadline) {
+  if (milliseconds == kInfinite) {
+    return -1;
+  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
+}
+
+// Waits until each of the descriptors has been readable.
+std::uint32_t PollAll(std::span<pollfd> polls, std::uint32_t milliseconds) {
+  const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+  for (std::size_t running = polls.size();;) {
+    const int limit = TimeLeft(milliseconds, deadline);
+    const int ready = poll(polls.data(), polls.size(), limit);
+    if (ready < 0 && errno != EINTR) {
+      Fail(posix::CodeOf(errno));
+      return kWaitFailed;
+    }
+    if (ready == 0 && limit == 0) {
+      return kWaitTimeout;
+    }
+    for (pollfd& one : polls) {
+      if (ready > 0 && one.fd >= 0 && one.revents != 0) {
+        one.fd = -1;
+        --running;
+      }
+    }
+    if (running == 0) {
+      return kSuccess;
+    }
+  }
+}
+
+// The first process and the threads of the kernel can't be ended, although the host takes the
+// signal.
+bool IsProtected(std::uint32_t id) {
+  std::string image;
+  return id == 1 || posix::ReadImageLink(id, &image) == kGenFailure;
+}
+
+}  // namespace
+
+void Handle::Close() {
+  if (!IsOpen()) {
+    return;
+  }
+  const int descriptor = DescriptorOf(*this);
+  const bool isChild = (value_ & kChild) != 0;
+  value_ = kNone;
+  if (!isChild || Reap(descriptor, WNOHANG) || !LeaveToReaper(descriptor)) {
+    close(descriptor);
+  }
+}
+
+Code Open(std::uint32_t id, std::uint32_t access, Handle* process) {
+  const int descriptor = OpenDescriptor(id);
+  if (descriptor < 0) {
+    return Fail(errno == ESRCH ? kInvalidParameter : posix::CodeOf(errno));
+  }
+  Handle opened(descriptor);
+  const bool asksToEnd = (access & kTerminate) != 0;
+  if (asksToEnd &&
+      (IsProtected(id) ||
+       (syscall(SYS_pidfd_send_signal, descriptor, 0, nullptr, 0) != 0 && errno == EPERM))) {
+    return Fail(kAccessDenied);
+  }
+  *process = std::move(opened);
+  return kSuccess;
+}
+
+std::uint32_t Wait(const Handle& process, std::uint32_t milliseconds) {
+  return WaitForAll({&process, 1}, milliseconds);
+}
+
+std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t milliseconds) {
+  if (processes.empty() || processes.size() > kMostWaitHandles) {
+    Fail(kInvalidParameter);
+    return kWaitFailed;
+  }
+  std::array<pollfd, kMostWaitHandles> polls{};
+  for (std::size_t i = 0; i < processes.size(); ++i) {
+    polls[i] = {DescriptorOf(processes[i]), POLLIN, 0};
+    if (polls[i].fd < 0) {
+      Fail(kInvalidHandle);
+      return kWaitFailed;
+    }
+  }
+  return PollAll(std::span(polls).first(processes.size()), milliseconds);
+}
+
+Code Terminate(const Handle& process, std::uint32_t /*exitCode*/) {
+  if (syscall(SYS_pidfd_send_signal, DescriptorOf(process), SIGKILL, nullptr, 0) != 0) {
+    return Fail(errno == ESRCH ? kAccessDenied : posix::CodeOf(errno));
+  }
+  return kSuccess;
+}
+
+}  // namespace platform::process
+
+namespace platform::posix {
+
+Code OpenChild(pid_t child, process::Handle* handle) {
+  const int descriptor = process::OpenDescriptor(static_cast<std::uint32_t>(child));
+  if (descriptor < 0) {
+    return CodeOf(errno);
+  }
+  *handle = process::Handle(descriptor | process::kChild);
+  return kSuccess;
+}
+
+}  // namespace platform::posix

@@ -1,0 +1,31 @@
+#include <string>
+
+#include "platform/formats/names.h"
+#include "platform/linux/error_map.h"
+#include "platform/linux/process_info.h"
+#include "platform/process.h"
+
+namespace platform::process {
+
+cvn::String UserSid(std::uint32_t id) {
+  constexpr std::string_view kUser = "\nUid:\t";  // the real user, a tab, the effective one
+  char buffer[4096];
+  std::string_view status = posix::ReadProcessFile(id, "status", buffer);
+  const std::size_t user = status.find(kUser);
+  const std::size_t effective = user == status.npos ? user : status.find('\t', user + kUser.size());
+  if (effective == status.npos) {
+    return {};
+  }
+  status.remove_prefix(effective + 1);
+  const std::string number(status.substr(0, status.find('\t')));
+  return posix::ToWide(number == "0" ? "S-1-5-18" : "S-1-22-1-" + number);
+}
+
+Code Impersonate(cvn::StringView /*user*/, cvn::StringView /*domain*/,
+                 cvn::StringView /*password*/) {
+  return posix::Fail(kNotSupported);
+}
+
+Code Revert() { return kSuccess; }
+
+}  // namespace platform::process

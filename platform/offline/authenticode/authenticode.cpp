@@ -1,0 +1,184 @@
+#include "platform/offline/authenticode/authenticode.h"
+
+#include <array>
+
+#include "platform/clock.h"
+#include "platform/file_digest.h"
+#include "platform/formats/little_endian.h"
+#include "platform/offline/authenticode/catalog_file.h"
+
+namespace platform::posix {
+namespace {
+
+using signatures::kBadDigest;
+using signatures::kBadImage;
+using signatures::kBadTimestamp;
+using signatures::kNoSignature;
+using signatures::kNoSignerCertificate;
+using signatures::kSubjectFormUnknown;
+using signatures::kTrusted;
+using signatures::Timestamp;
+using signatures::TrustStatus;
+
+constexpr ObjectId kIndirectData(1, 3, 6, 1, 4, 1, 311, 2, 1, 4);
+constexpr ObjectId kImageData(1, 3, 6, 1, 4, 1, 311, 2, 1, 15);
+constexpr ObjectId kNestedSignature(1, 3, 6, 1, 4, 1, 311, 2, 4, 1);
+constexpr std::size_t kMostSignatures = 32;
+
+TrustStatus CheckSigner(SignedFile* file, const SignedData& data, X509* certificate) {
+  TrustStatus status = file->CheckContent(data);
+  if (status == kTrusted && certificate == nullptr) {
+    status = kNoSignerCertificate;
+  }
+  if (status == kTrusted) {
+    status = CheckMessageDigest(*data.signer, data.contentType, data.content.value);
+  }
+  return status == kTrusted ? CheckSignature(*data.signer, certificate) : status;
+}
+
+}  // namespace
+
+SignedFile::SignedFile(const ByteSource& source) : source_(source) {
+  image_ = ReadPeImage(source);
+  if (image_) {
+    form_ = SubjectForm::Image;
+    ReadImage();
+  } else if (IsBrokenPeImage(source)) {
+    form_ = SubjectForm::BrokenImage;
+  } else {
+    ReadCatalog();
+  }
+}
+
+TrustStatus SignedFile::CheckForm() const {
+  switch (form_) {
+    case SubjectForm::Unknown:
+      return kSubjectFormUnknown;
+    case SubjectForm::BrokenImage:
+      return kBadImage;
+    default:
+      return kTrusted;
+  }
+}
+
+void SignedFile::ReadImage() {
+  // An entry of the table: its size, a revision, a type, then the signature up to the next multiple
+  // of eight.
+  constexpr std::size_t kHeader = 8;
+  constexpr std::uint16_t kSignedDataType = 2;
+  constexpr std::uint64_t kLargestTable = 64 << 20;
+  bytes_.resize(image_->certificates.size <= kLargestTable ? image_->certificates.size : 0);
+  if (!source_.Read(image_->certificates.offset, bytes_)) {
+    bytes_.clear();
+  }
+  for (Der rest = bytes_; rest.size() > kHeader && signatures_.size() < kMostSignatures;) {
+    const std::size_t size = NumberAt<std::uint32_t>(rest, 0);
+    if (size <= kHeader || size > rest.size()) {
+      return;
+    }
+    if (NumberAt<std::uint16_t>(rest, 6) == kSignedDataType) {
+      Add(rest.subspan(kHeader, size - kHeader));
+    }
+    rest = rest.subspan(std::min(rest.size(), (size + 7) & ~std::size_t{7}));
+  }
+}
+
+void SignedFile::ReadCatalog() {
+  bytes_ = ReadSequenceFile(source_);
+  const std::optional<SignedData> data = ParseSignedData(bytes_);
+  if (data && IsCatalog(*data)) {
+    form_ = SubjectForm::Catalog;
+    Add(bytes_);
+  }
+}
+
+void SignedFile::Add(Der bytes) {
+  const std::size_t first = signatures_.size();
+  signatures_.push_back(ParseSignedData(bytes));
+  if (!signatures_[first] || !signatures_[first]->signer) {
+    return;
+  }
+  DerReader nested(FindAttribute(signatures_[first]->signer->unsignedAttributes, kNestedSignature));
+  while (!nested.AtEnd() && signatures_.size() < kMostSignatures) {
+    signatures_.push_back(ParseSignedData(nested.Take().whole));
+  }
+}
+
+const SignedData* SignedFile::At(std::size_t index) const {
+  return index < signatures_.size() && signatures_[index] ? &*signatures_[index] : nullptr;
+}
+
+TrustStatus SignedFile::CheckContent(const SignedData& data) {
+  if (form_ == SubjectForm::Image) {
+    return CheckImage(data);
+  }
+  // A catalog is its own content; the digest over it is the signer's.
+  if (!IsCatalog(data) || !IsStrictCatalog(data)) {
+    return kNoSignature;
+  }
+  CatalogReader reader(data);
+  for (CatalogEntry entry; reader.Next(&entry);) {
+  }
+  return reader.IsGood() ? kTrusted : kNoSignature;
+}
+
+TrustStatus SignedFile::CheckImage(const SignedData& data) {
+  const auto indirect = ParseIndirectData(data.content.value);
+  if (!(kIndirectData == data.contentType) || data.content.tag != DerTag::Sequence || !indirect ||
+      !(kImageData == indirect->type)) {
+    return kNoSignature;
+  }
+  const EVP_MD* algorithm = DigestNamed(indirect->algorithm);
+  if (algorithm == nullptr) {
+    return kBadDigest;
+  }
+  Bytes& digest = digests_[algorithm];
+  if (digest.empty()) {
+    const auto digests = ImageDigest(source_, *image_, std::array{algorithm});
+    if (!digests) {
+      return kBadDigest;
+    }
+    digest = digests->front();
+  }
+  return AreEqual(digest, indirect->digest) ? kTrusted : kBadDigest;
+}
+
+Verdict VerifySignature(SignedFile* file, std::size_t index, const CertificateStore& store,
+                        Revocation revocation) {
+  Verdict verdict;
+  if (file->CheckForm() != kTrusted) {
+    verdict.status = file->CheckForm();
+    return verdict;
+  }
+  const SignedData* data = file->At(index);
+  if (data == nullptr || !data->signer) {
+    return verdict;
+  }
+  const auto certificates = ReadCertificates(*data);
+  verdict.hasSigner = true;
+  X509* certificate = FindSigner(certificates, *data->signer);
+  if (certificate != nullptr && X509_up_ref(certificate) == 1) {
+    verdict.signer.reset(certificate);
+  }
+  verdict.status = CheckSigner(file, *data, certificate);
+  if (verdict.status != kTrusted) {
+    return verdict;
+  }
+  verdict.timestamp = FindTimestamp(store, *data->signer, certificates, revocation);
+  if (verdict.timestamp.kind == Timestamp::Found && !verdict.timestamp.isGood) {
+    verdict.status = kBadTimestamp;
+    return verdict;
+  }
+  const auto lists = ReadRevocationLists(*data);
+  const bool isStamped = verdict.timestamp.isGood && !EndsWithCertificate(certificate);
+  const auto now = static_cast<std::time_t>(clock::NowTicks() / clock::kTicksPerSecond);
+  verdict.status = VerifyChain(store, {.certificate = certificate,
+                                       .others = certificates,
+                                       .lists = lists,
+                                       .purpose = Purpose::CodeSigning,
+                                       .revocation = revocation,
+                                       .at = isStamped ? verdict.timestamp.time : now});
+  return verdict;
+}
+
+}  // namespace platform::posix

@@ -1,0 +1,44 @@
+// Chains of certificates, from a signer's to one of the machine's roots.
+#pragma once
+
+#include <ctime>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "platform/offline/authenticode/certificate_store.h"
+#include "platform/openssl.h"
+#include "platform/signatures.h"
+
+namespace platform::posix {
+
+enum class Purpose { CodeSigning, Timestamping };
+
+// Whether revocation lists are asked. Those count that the machine's store and the signature itself
+// hold. A certificate whose issuer has no list on hand is not revoked, as on a Windows that may
+// only use what is cached, and an old list still says what it says: a machine that has never
+// fetched a list takes what is correctly signed.
+enum class Revocation { NotAsked, OnHand };
+
+struct ChainRequest {
+  X509* certificate = nullptr;
+  std::span<const OpenSsl<X509>> others;  // which came along
+  std::span<const OpenSsl<X509_CRL>> lists;
+  Purpose purpose = Purpose::CodeSigning;
+  Revocation revocation = Revocation::OnHand;
+  std::time_t at = 0;  // when all of the chain has to be valid, and not yet revoked
+};
+
+// kTrusted, or what is wrong. Of several causes the first of these counts: a bad signature, a
+// distrusted certificate, a certificate that may not issue others, an untrusted root (a self-signed
+// signer among these), a chain that reaches none, revocation, expiry, the wrong usage.
+signatures::TrustStatus VerifyChain(const CertificateStore& store, const ChainRequest& request);
+
+// Whether the certificate says of itself that it is for timestamps.
+bool IsForTimestamps(X509* certificate);
+
+// Whether what the certificate signs is only good as long as the certificate, whatever a timestamp
+// says (the lifetime signing usage).
+bool EndsWithCertificate(X509* certificate);
+
+}  // namespace platform::posix

@@ -1,0 +1,278 @@
+#include "platform/offline/authenticode/signed_data.h"
+
+#include <openssl/objects.h>
+#include <openssl/x509v3.h>
+
+#include <algorithm>
+#include <string>
+
+#include "platform/file_digest.h"
+
+namespace platform::posix {
+namespace {
+
+using signatures::kBadCertificateSignature;
+using signatures::kBadDigest;
+using signatures::kTrusted;
+using signatures::TrustStatus;
+
+constexpr ObjectId kSignedData(1, 2, 840, 113549, 1, 7, 2);
+constexpr ObjectId kContentType(1, 2, 840, 113549, 1, 9, 3);
+constexpr ObjectId kMessageDigest(1, 2, 840, 113549, 1, 9, 4);
+constexpr std::size_t kMostCertificates = 256;
+
+OpenSsl<X509_ALGOR> ReadAlgorithm(Der whole) {
+  const unsigned char* at = AsUnsigned(whole);
+  return OpenSsl<X509_ALGOR>(d2i_X509_ALGOR(nullptr, &at, static_cast<long>(whole.size())));
+}
+
+int NumberOf(const X509_ALGOR& algorithm) {
+  const ASN1_OBJECT* object = nullptr;
+  X509_ALGOR_get0(&object, nullptr, nullptr, &algorithm);
+  return OBJ_obj2nid(object);
+}
+
+// Whether a signature by this algorithm is one of the key, over a digest by `digest`. The algorithm
+// may be named together with the digest, or be the key's alone.
+bool Fits(Der signatureAlgorithm, const EVP_MD* digest, const EVP_PKEY* key) {
+  const auto algorithm = ReadAlgorithm(signatureAlgorithm);
+  if (!algorithm) {
+    return false;
+  }
+  const int number = NumberOf(*algorithm);
+  const int keyType = EVP_PKEY_get_base_id(key);
+  if (keyType != EVP_PKEY_RSA && keyType != EVP_PKEY_EC && keyType != EVP_PKEY_DSA) {
+    return false;
+  }
+  int namedDigest = NID_undef;
+  int namedKey = NID_undef;
+  if (OBJ_find_sigid_algs(number, &namedDigest, &namedKey) == 1) {
+    return namedDigest == EVP_MD_get_type(digest) && namedKey == keyType;
+  }
+  return number == keyType;
+}
+
+void ReadSigner(Der choice, DerTag tag, SignerInfo* signer) {
+  if (tag != DerTag::Sequence) {
+    signer->keyId = choice;
+    return;
+  }
+  DerReader reader(choice);
+  signer->issuer = reader.Take(DerTag::Sequence).whole;
+  signer->serial = reader.Take(DerTag::Integer).value;
+  if (!reader.IsDone()) {
+    signer->issuer = signer->serial = {};
+  }
+}
+
+bool IsSigner(X509* certificate, const SignerInfo& signer) {
+  if (signer.issuer.empty()) {
+    const ASN1_OCTET_STRING* id = X509_get0_subject_key_id(certificate);
+    return id != nullptr && !signer.keyId.empty() &&
+           AreEqual(std::as_bytes(std::span(ASN1_STRING_get0_data(id),
+                                            static_cast<std::size_t>(ASN1_STRING_length(id)))),
+                    signer.keyId);
+  }
+  unsigned char* encoded = nullptr;
+  const int size = i2d_ASN1_INTEGER(X509_get0_serialNumber(certificate), &encoded);
+  if (size <= 0) {
+    return false;
+  }
+  DerReader serial(std::as_bytes(std::span(encoded, static_cast<std::size_t>(size))));
+  const bool same = AreEqual(serial.Take(DerTag::Integer).value, signer.serial);
+  OPENSSL_free(encoded);
+  if (!same) {
+    return false;
+  }
+  const unsigned char* at = AsUnsigned(signer.issuer);
+  const OpenSsl<X509_NAME> issuer(
+      d2i_X509_NAME(nullptr, &at, static_cast<long>(signer.issuer.size())));
+  return issuer && X509_NAME_cmp(issuer.get(), X509_get_issuer_name(certificate)) == 0;
+}
+
+// The value of an attribute that has exactly one.
+DerElement SingleValue(Der attributes, const ObjectId& type) {
+  DerReader values(FindAttribute(attributes, type));
+  const DerElement value = values.Take();
+  return values.IsDone() ? value : DerElement{};
+}
+
+}  // namespace
+
+std::optional<SignerInfo> ParseSignerInfo(Der bytes) {
+  DerReader outer(bytes);
+  DerReader reader(outer.Take(DerTag::Sequence).value);
+  SignerInfo signer;
+  reader.Take(DerTag::Integer);
+  const DerElement who = reader.Take();
+  if (who.tag != DerTag::Sequence && who.tag != DerTag::Context0Primitive) {
+    return std::nullopt;
+  }
+  ReadSigner(who.value, who.tag, &signer);
+  signer.digestAlgorithm = reader.Take(DerTag::Sequence).whole;
+  signer.signedAttributes = reader.Take(DerTag::Context0);
+  signer.signatureAlgorithm = reader.Take(DerTag::Sequence).whole;
+  signer.signature = reader.Take(DerTag::OctetString).value;
+  if (const auto attributes = reader.TakeIf(DerTag::Context1)) {
+    signer.unsignedAttributes = attributes->value;
+  }
+  if (!reader.IsDone() || !outer.IsGood() || !IsSorted(signer.signedAttributes.value)) {
+    return std::nullopt;
+  }
+  return signer;
+}
+
+std::optional<SignedData> ParseSignedData(Der bytes) {
+  if (!IsDer(bytes)) {
+    return std::nullopt;
+  }
+  DerReader outer(bytes);
+  DerReader info(outer.Take(DerTag::Sequence).value);
+  if (!(kSignedData == info.Take(DerTag::ObjectId).value)) {
+    return std::nullopt;
+  }
+  DerReader wrapped(info.Take(DerTag::Context0).value);
+  DerReader reader(wrapped.Take(DerTag::Sequence).value);
+  SignedData data;
+  reader.Take(DerTag::Integer);
+  reader.Take(DerTag::Set);
+  DerReader content(reader.Take(DerTag::Sequence).value);
+  data.contentType = content.Take(DerTag::ObjectId).value;
+  DerReader explicitContent(content.Take(DerTag::Context0).value);
+  data.content = explicitContent.Take();
+  if (const auto certificates = reader.TakeIf(DerTag::Context0)) {
+    data.certificates = certificates->value;
+  }
+  if (const auto lists = reader.TakeIf(DerTag::Context1)) {
+    data.revocationLists = lists->value;
+  }
+  DerReader signers(reader.Take(DerTag::Set).value);
+  if (!info.IsDone() || !wrapped.IsDone() || !reader.IsDone() || !content.IsDone() ||
+      !explicitContent.IsDone()) {
+    return std::nullopt;
+  }
+  if (!signers.AtEnd()) {
+    data.signer = ParseSignerInfo(signers.Take(DerTag::Sequence).whole);
+    if (!data.signer || !signers.IsDone()) {
+      return std::nullopt;
+    }
+  }
+  return data;
+}
+
+std::optional<IndirectData> ParseIndirectData(Der content) {
+  IndirectData data;
+  DerReader reader(content);
+  DerReader what(reader.Take(DerTag::Sequence).value);
+  data.type = what.Take(DerTag::ObjectId).value;
+  DerReader digest(reader.Take(DerTag::Sequence).value);
+  data.algorithm = digest.Take(DerTag::Sequence).whole;
+  data.digest = digest.Take(DerTag::OctetString).value;
+  return reader.IsDone() && what.IsGood() && digest.IsDone() ? std::optional(data) : std::nullopt;
+}
+
+Der FindAttribute(Der attributes, const ObjectId& type) {
+  for (DerReader reader(attributes); !reader.AtEnd();) {
+    DerReader attribute(reader.Take(DerTag::Sequence).value);
+    const Der found = attribute.Take(DerTag::ObjectId).value;
+    const Der values = attribute.Take(DerTag::Set).value;
+    if (type == found) {
+      return values;
+    }
+  }
+  return {};
+}
+
+const EVP_MD* DigestNamed(Der algorithm) {
+  const auto named = ReadAlgorithm(algorithm);
+  switch (named ? NumberOf(*named) : NID_undef) {
+    case NID_sha1:
+      return EVP_sha1();
+    case NID_sha256:
+      return EVP_sha256();
+    case NID_sha384:
+      return EVP_sha384();
+    case NID_sha512:
+      return EVP_sha512();
+    default:
+      return nullptr;
+  }
+}
+
+std::vector<OpenSsl<X509>> ReadCertificates(const SignedData& data) {
+  std::vector<OpenSsl<X509>> certificates;
+  for (DerReader reader(data.certificates);
+       !reader.AtEnd() && certificates.size() < kMostCertificates;) {
+    const Der whole = reader.Take().whole;
+    const unsigned char* at = AsUnsigned(whole);
+    if (X509* certificate = d2i_X509(nullptr, &at, static_cast<long>(whole.size()))) {
+      certificates.emplace_back(certificate);
+    }
+  }
+  return certificates;
+}
+
+std::vector<OpenSsl<X509_CRL>> ReadRevocationLists(const SignedData& data) {
+  std::vector<OpenSsl<X509_CRL>> lists;
+  for (DerReader reader(data.revocationLists);
+       !reader.AtEnd() && lists.size() < kMostCertificates;) {
+    const Der whole = reader.Take().whole;
+    const unsigned char* at = AsUnsigned(whole);
+    if (X509_CRL* list = d2i_X509_CRL(nullptr, &at, static_cast<long>(whole.size()))) {
+      lists.emplace_back(list);
+    }
+  }
+  return lists;
+}
+
+X509* FindSigner(std::span<const OpenSsl<X509>> certificates, const SignerInfo& signer) {
+  const auto found = std::ranges::find_if(certificates, [&signer](const auto& certificate) {
+    return IsSigner(certificate.get(), signer);
+  });
+  return found == certificates.end() ? nullptr : found->get();
+}
+
+TrustStatus CheckMessageDigest(const SignerInfo& signer, std::optional<Der> contentType,
+                               Der content) {
+  const EVP_MD* algorithm = DigestNamed(signer.digestAlgorithm);
+  const DerElement type = SingleValue(signer.signedAttributes.value, kContentType);
+  const DerElement digest = SingleValue(signer.signedAttributes.value, kMessageDigest);
+  const bool fits =
+      !contentType || (type.tag == DerTag::ObjectId && AreEqual(type.value, *contentType));
+  const bool matches = fits && algorithm != nullptr && digest.tag == DerTag::OctetString &&
+                       !digest.value.empty() && AreEqual(digest.value, Digest(content, algorithm));
+  return matches ? kTrusted : kBadDigest;
+}
+
+TrustStatus CheckSignature(const SignerInfo& signer, X509* certificate) {
+  const EVP_MD* algorithm = DigestNamed(signer.digestAlgorithm);
+  EVP_PKEY* key = X509_get0_pubkey(certificate);
+  if (algorithm == nullptr || key == nullptr || !Fits(signer.signatureAlgorithm, algorithm, key)) {
+    return kBadCertificateSignature;
+  }
+  // Inside the signer's record the attributes have a tag of their own; what is signed has a SET's.
+  Bytes attributes(signer.signedAttributes.whole.begin(), signer.signedAttributes.whole.end());
+  attributes.front() = static_cast<std::byte>(DerTag::Set);
+  const OpenSsl<EVP_MD_CTX> context(EVP_MD_CTX_new());
+  const bool good =
+      context && EVP_DigestVerifyInit(context.get(), nullptr, algorithm, nullptr, key) == 1 &&
+      EVP_DigestVerify(context.get(), AsUnsigned(signer.signature), signer.signature.size(),
+                       AsUnsigned(attributes), attributes.size()) == 1;
+  return good ? kTrusted : kBadCertificateSignature;
+}
+
+std::optional<std::time_t> TimeOf(const DerElement& element) {
+  std::string text(reinterpret_cast<const char*>(element.value.data()), element.value.size());
+  std::tm moment{};
+  const bool known = element.tag == DerTag::UtcTime || element.tag == DerTag::GeneralizedTime;
+  OpenSsl<ASN1_TIME> time(ASN1_STRING_type_new(
+      element.tag == DerTag::UtcTime ? V_ASN1_UTCTIME : V_ASN1_GENERALIZEDTIME));
+  if (!known || !text.ends_with('Z') || !time ||
+      ASN1_STRING_set(time.get(), text.data(), static_cast<int>(text.size())) != 1 ||
+      ASN1_TIME_to_tm(time.get(), &moment) != 1) {
+    return std::nullopt;
+  }
+  return timegm(&moment);
+}
+
+}  // namespace platform::posix

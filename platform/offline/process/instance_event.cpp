@@ -1,0 +1,120 @@
+#include "platform/instance_event.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/machine.h"
+
+namespace platform {
+namespace {
+
+// Nothing locks this device for a purpose of its own, as some programs do with /dev/null.
+constexpr const char* kDevice = "/dev/full";
+constexpr unsigned kMajor = 1;
+constexpr unsigned kMinor = 7;
+
+// FNV-1a.
+constexpr std::uint64_t kHashStart = 0xCBF29CE484222325;
+std::uint64_t Hash(std::uint64_t hash, std::uint64_t value) {
+  constexpr std::uint64_t kPrime = 0x100000001B3;
+  for (int shift = 0; shift < 64; shift += 8) {
+    hash = (hash ^ ((value >> shift) & 0xFF)) * kPrime;
+  }
+  return hash;
+}
+
+// The byte that stands for the mark of this name on this machine.
+Code OffsetOf(cvn::StringView name, off_t* offset) {
+  const posix::Machine& machine = posix::Machine::Get();
+  if (machine.State() != kSuccess) {
+    return machine.State();
+  }
+  struct stat root {};
+  if (stat(machine.Root().empty() ? "/" : machine.Root().c_str(), &root) != 0) {
+    return posix::CodeOf(errno);
+  }
+  std::uint64_t hash = Hash(Hash(kHashStart, root.st_dev), root.st_ino);
+  for (const char16_t unit : name) {
+    hash = Hash(hash, unit);
+  }
+  *offset = static_cast<off_t>(hash >> 2);
+  return kSuccess;
+}
+
+Code OpenDevice(int* descriptor) {
+  *descriptor = open(kDevice, O_RDWR | O_NOFOLLOW | O_CLOEXEC);
+  struct stat device {};
+  if (*descriptor < 0 || fstat(*descriptor, &device) != 0) {
+    return posix::CodeOf(errno);
+  }
+  const bool isReal =
+      S_ISCHR(device.st_mode) && device.st_uid == 0 && device.st_rdev == makedev(kMajor, kMinor);
+  return isReal ? kSuccess : kAccessDenied;
+}
+
+int Lock(int descriptor, off_t offset, short type) {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = offset;
+  lock.l_len = 1;
+  return fcntl(descriptor, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
+}
+
+bool IsConflict(int error) { return error == EAGAIN || error == EACCES; }
+
+// Whoever gets the byte for itself is first, and shares it from then on; the kernel changes the one
+// lock into the other without a moment between. Those who come while somebody shares it can only
+// share it too.
+Code HoldByte(int descriptor, off_t offset) {
+  // The first one has the byte for itself for a moment only. Another account may keep it so for
+  // ever: then the mark is held, if not by us.
+  constexpr int kPatience = 1000;
+  int error = Lock(descriptor, offset, F_WRLCK);
+  if (error == 0) {
+    return posix::CodeOf(Lock(descriptor, offset, F_RDLCK));
+  }
+  for (int i = 0; i < kPatience && IsConflict(error); ++i) {
+    error = Lock(descriptor, offset, F_RDLCK);
+    if (error != 0) {
+      sched_yield();
+    }
+  }
+  return error == 0 || IsConflict(error) ? kAlreadyExists : posix::CodeOf(error);
+}
+
+}  // namespace
+
+void InstanceEvent::Close() {
+  if (IsOpen()) {
+    close(static_cast<int>(std::exchange(handle_, kNone)));
+  }
+}
+
+Code CreateInstanceEvent(cvn::StringView name, InstanceEvent* event,
+                         cvn::List<EventSecurityFailure>* /*failures*/) {
+  *event = InstanceEvent();
+  off_t offset = 0;
+  int descriptor = -1;
+  Code code = OffsetOf(name, &offset);
+  if (code == kSuccess) {
+    code = OpenDevice(&descriptor);
+  }
+  posix::Descriptor device(descriptor);
+  if (code == kSuccess) {
+    code = HoldByte(device.Get(), offset);
+  }
+  if (code == kSuccess || code == kAlreadyExists) {
+    *event = InstanceEvent(device.Release());
+  }
+  return posix::Fail(code);
+}
+
+}  // namespace platform

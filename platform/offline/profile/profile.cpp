@@ -1,0 +1,159 @@
+// The calls of Windows by which system files such as win.ini lead to the registry (IniFileMapping)
+// have no counterpart here: every file is a file.
+#include "platform/profile.h"
+
+#include <limits.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+#include "platform/formats/code_page.h"
+#include "platform/formats/ini_text.h"
+#include "platform/formats/names.h"
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/path_resolver.h"
+#include "platform/whole_file.h"
+
+namespace platform::profile {
+namespace {
+
+using posix::HostPath;
+using posix::UpToZero;
+
+// An INI file is ANSI unless it begins with the byte-order mark of UTF-16. A mark of UTF-8 is no
+// mark to Windows but the beginning of the first line.
+constexpr std::string_view kWideMark = "\xFF\xFE";
+
+// The bytes of a file and their text, one code unit for each byte or pair of bytes: an edit of the
+// text leaves the bytes around it as they are, whatever they stand for.
+class Content {
+ public:
+  explicit Content(std::string bytes)
+      : bytes_(std::move(bytes)), isWide_(bytes_.starts_with(kWideMark)) {
+    if (!isWide_) {
+      text_ = posix::DecodeAnsi(bytes_);
+      return;
+    }
+    text_.reserve(bytes_.size() / 2);
+    for (std::size_t i = kWideMark.size(); i + 1 < bytes_.size(); i += 2) {
+      const unsigned low = static_cast<unsigned char>(bytes_[i]);
+      const unsigned high = static_cast<unsigned char>(bytes_[i + 1]);
+      text_.push_back(static_cast<char16_t>(low | high << 8));
+    }
+  }
+
+  cvn::StringView Text() const { return text_; }
+
+  // The bytes after an edit of the text.
+  std::string Edited(const posix::Edit& edit) && {
+    if (isWide_) {
+      std::string replacement;
+      for (const char16_t unit : edit.replacement) {
+        replacement += static_cast<char>(unit & 0xFF);
+        replacement += static_cast<char>(unit >> 8);
+      }
+      bytes_.replace(kWideMark.size() + 2 * edit.offset, 2 * edit.length, replacement);
+    } else {
+      bytes_.replace(edit.offset, edit.length, posix::EncodeAnsi(edit.replacement));
+    }
+    return std::move(bytes_);
+  }
+
+ private:
+  std::string bytes_;
+  bool isWide_;
+  std::u16string text_;
+};
+
+// A bare name means a file in the Windows folder.
+cvn::String PathOf(cvn::StringView path) {
+  path = UpToZero(path);
+  if (path.find_first_of(u"\\/:") != cvn::StringView::npos) {
+    return path;
+  }
+  cvn::String inWindows(u"C:\\Windows\\");
+  inWindows.Append(path);
+  return inWindows;
+}
+
+// Finds the file to be replaced: what a symbolic link leads to, and not the link.
+Code Locate(cvn::StringView path, HostPath* host) {
+  const Code code = posix::Resolve(path, host);
+  if (code != kSuccess || !S_ISLNK(host->entry.st_mode)) {
+    return code;
+  }
+  char target[PATH_MAX];
+  if (realpath(host->path.c_str(), target) == nullptr) {
+    return posix::CodeOf(errno);
+  }
+  host->path = target;
+  return stat(target, &host->entry) == 0 ? kSuccess : posix::CodeOf(errno);
+}
+
+// Reads the file that is to be replaced; one that is missing counts as empty.
+Code ReadOld(const HostPath& host, cvn::StringView path, std::string* bytes) {
+  if (host.entry.st_mode == 0) {
+    return kSuccess;
+  }
+  if (!host.IsFolder() && posix::IsReadOnly(host.path, host.entry)) {
+    return posix::Fail(kAccessDenied);
+  }
+  return ReadWholeFile(path, bytes);
+}
+
+cvn::StringView WithoutQuotes(cvn::StringView value) {
+  const bool isQuoted = value.size() >= 2 && (value.front() == u'"' || value.front() == u'\'') &&
+                        value.back() == value.front();
+  return isQuoted ? value.substr(1, value.size() - 2) : value;
+}
+
+}  // namespace
+
+cvn::String ReadString(cvn::StringView section, cvn::StringView key, cvn::StringView fallback,
+                       std::size_t capacity, cvn::StringView path) {
+  const Code lastError = LastError();
+  std::string bytes;
+  const bool isRead = ReadWholeFile(PathOf(path), &bytes) == kSuccess;
+  SetLastError(lastError);
+  const Content content(isRead ? std::move(bytes) : std::string());
+  const std::optional<cvn::StringView> found =
+      posix::FindValue(content.Text(), UpToZero(section), UpToZero(key));
+  cvn::StringView value;
+  if (found) {
+    value = WithoutQuotes(*found);
+  } else {
+    value = UpToZero(fallback);
+    value = value.substr(0, value.find_last_not_of(u' ') + 1);
+  }
+  return UpToZero(value.substr(0, capacity - 1));
+}
+
+Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView value,
+                 cvn::StringView path) {
+  HostPath old;
+  const Code found = Locate(PathOf(path), &old);
+  if (found == kFileNotFound && old.endsInSeparator) {
+    return posix::Fail(kInvalidName);
+  }
+  if (found != kSuccess && found != kFileNotFound) {
+    return posix::Fail(found);
+  }
+  const cvn::String place = posix::ToMachinePath(old.path);
+  std::string bytes;
+  Code code = ReadOld(old, place, &bytes);
+  if (code != kSuccess) {
+    return code;
+  }
+  Content content(std::move(bytes));
+  const posix::Edit edit =
+      posix::EditForValue(content.Text(), UpToZero(section), UpToZero(key), UpToZero(value));
+  OutputFile output(place);
+  code = output.Write(std::move(content).Edited(edit), OutputFile::Readers::Anybody);
+  return code == kSuccess ? output.Commit() : code;
+}
+
+}  // namespace platform::profile

@@ -1,0 +1,292 @@
+#include "platform/offline/registry/registry_space.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "platform/environment.h"
+#include "platform/formats/names.h"
+#include "platform/offline/registry/registry_values.h"
+#include "platform/offline/volume/machine.h"
+#include "platform/offline/volume/path_resolver.h"
+#include "support/format.h"
+
+namespace platform::posix {
+namespace {
+
+constexpr int kMostLinks = 64;
+constexpr cvn::StringView kSystemSid = u"S-1-5-18";
+
+struct MachineHive {
+  cvn::StringView name;
+  Mount::Kind kind;
+  cvn::StringView path;
+};
+
+constexpr MachineHive kMachineHives[] = {
+    {u"SAM", Mount::Kind::Plain, u"C:\\Windows\\System32\\config\\SAM"},
+    {u"SECURITY", Mount::Kind::Plain, u"C:\\Windows\\System32\\config\\SECURITY"},
+    {u"SOFTWARE", Mount::Kind::Plain, u"C:\\Windows\\System32\\config\\SOFTWARE"},
+    {u"SYSTEM", Mount::Kind::System, u"C:\\Windows\\System32\\config\\SYSTEM"},
+};
+constexpr cvn::StringView kDefaultUser = u"C:\\Windows\\System32\\config\\DEFAULT";
+
+std::u16string Joined(cvn::StringView left, cvn::StringView right) {
+  return std::u16string(left).append(right);
+}
+
+// A value without a type when there is none.
+ValueData Read(KeyNode& key, cvn::StringView name) {
+  ValueData value;
+  const Code code = key.hive->Query(key, name, &value.type, &value.bytes);
+  return code == kSuccess ? value : ValueData();
+}
+
+// Where a hive file is, behind all symbolic links: its successor takes the place of the file.
+// Nothing when there is none.
+std::optional<std::string> HostFile(cvn::StringView machinePath) {
+  HostPath host;
+  const Code code = Resolve(machinePath, &host);
+  if (code == kFileNotFound || code == kPathNotFound) {
+    return std::nullopt;
+  }
+  const std::unique_ptr<char, decltype(&std::free)> real(realpath(host.path.c_str(), nullptr),
+                                                         &std::free);
+  return real == nullptr ? host.path : std::string(real.get());
+}
+
+}  // namespace
+
+std::vector<cvn::StringView> NamesOf(cvn::StringView path) {
+  std::vector<cvn::StringView> names;
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find(u'\\'), path.size());
+    if (end != 0) {
+      names.push_back(path.substr(0, end));
+    }
+    path.remove_prefix(std::min(end + 1, path.size()));
+  }
+  return names;
+}
+
+RegistrySpace& RegistrySpace::Get() {
+  // Never destroyed: keys may be used, and flushed, until the very end.
+  static auto* const space = new RegistrySpace();
+  return *space;
+}
+
+RegistrySpace::RegistrySpace() : state_(Machine::Get().State()) {
+  space_.Root(&root_);
+  space_.AddSystemKey(*root_, u"Machine", &machine_);
+  space_.AddSystemKey(*root_, u"User", &users_);
+  KeyPtr hardware;
+  space_.AddSystemKey(*machine_, u"HARDWARE", &hardware);
+  for (const MachineHive& hive : kMachineHives) {
+    AddHive(*machine_, hive.name, hive.kind, hive.path);
+  }
+  default_ = AddHive(*users_, u".DEFAULT", Mount::Kind::Plain, kDefaultUser);
+  KeyPtr system;
+  if (default_ != nullptr && space_.AddSystemKey(*users_, kSystemSid, &system) == kSuccess) {
+    system->mount = default_->mount;
+  }
+}
+
+KeyPtr RegistrySpace::AddHive(KeyNode& parent, cvn::StringView name, Mount::Kind kind,
+                              cvn::StringView machinePath) {
+  const std::optional<std::string> path = HostFile(machinePath);
+  KeyPtr key;
+  if (path && space_.AddSystemKey(parent, name, &key) == kSuccess) {
+    key->mount = &mounts_.emplace_back(*path, kind);
+  }
+  return key;
+}
+
+Code RegistrySpace::Open(registry::Root root, KeyPair* keys) {
+  if (state_ != kSuccess) {
+    return state_;
+  }
+  switch (root) {
+    case registry::Root::LocalMachine:
+      keys->first = machine_;
+      return kSuccess;
+    case registry::Root::Users:
+      keys->first = users_;
+      return Enter(&keys->first);
+    case registry::Root::CurrentUser:
+      return OpenCurrentUser(&keys->first);
+    case registry::Root::CurrentConfig:
+      return Walk(machine_, u"SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current", &keys->first);
+    case registry::Root::ClassesRoot:
+      return OpenClasses(keys);
+  }
+  return kInvalidHandle;
+}
+
+Code RegistrySpace::OpenCurrentUser(KeyPtr* key) {
+  if (geteuid() != 0) {
+    AddProfiles();
+  }
+  *key = currentUser_ == nullptr ? default_ : currentUser_;
+  return *key == nullptr ? kFileNotFound : Enter(key);
+}
+
+Code RegistrySpace::OpenClasses(KeyPair* keys) {
+  KeyPtr user;
+  Code code = OpenCurrentUser(&user);
+  if (code == kSuccess) {
+    code = Walk(user, u"Software\\Classes", &keys->first);
+  }
+  if (code != kSuccess) {
+    keys->first = nullptr;
+  }
+  const Code machineCode = Walk(machine_, u"SOFTWARE\\Classes", &keys->second);
+  if (machineCode != kSuccess) {
+    keys->second = nullptr;
+  }
+  return keys->first != nullptr ? kSuccess : machineCode;
+}
+
+Code RegistrySpace::Walk(KeyPtr from, const std::vector<cvn::StringView>& names, KeyPtr* found,
+                         std::size_t* count) {
+  linksFollowed_ = 0;
+  return Go(std::move(from), names, found, count);
+}
+
+Code RegistrySpace::Walk(const KeyPtr& from, cvn::StringView path, KeyPtr* found) {
+  std::size_t count = 0;
+  return Walk(from, NamesOf(path), found, &count);
+}
+
+Code RegistrySpace::Go(KeyPtr from, std::span<const cvn::StringView> names, KeyPtr* found,
+                       std::size_t* count) {
+  *found = std::move(from);
+  *count = 0;
+  Code code = Enter(found);
+  while (code == kSuccess && *count < names.size()) {
+    SubKeyTable* subKeys = nullptr;
+    code = (*found)->hive->SubKeys(**found, &subKeys);
+    if (code != kSuccess) {
+      break;
+    }
+    const auto next = subKeys->find(Folded(names[*count]));
+    if (next == subKeys->end()) {
+      return kFileNotFound;
+    }
+    KeyPtr key = next->second;
+    code = Enter(&key);
+    if (code == kSuccess) {
+      *found = std::move(key);
+      ++*count;
+    }
+  }
+  return code;
+}
+
+// Goes on to what stands in the place of a key.
+Code RegistrySpace::Enter(KeyPtr* key) {
+  if (*key == users_) {
+    AddProfiles();
+  }
+  if ((*key)->isLink) {
+    return FollowLink(**key, key);
+  }
+  Mount* const mount = (*key)->mount;
+  if (mount == nullptr) {
+    return kSuccess;
+  }
+  const Code code = mount->hive.Root(key);
+  if (code == kSuccess && !mount->isReady) {
+    mount->isReady = true;
+    AddLinks(*mount, *key);
+  }
+  return code;
+}
+
+Code RegistrySpace::FollowLink(KeyNode& link, KeyPtr* target) {
+  std::u16string path;
+  const Code code = link.hive->LinkTarget(link, &path);
+  if (code != kSuccess) {
+    return code;
+  }
+  const std::vector<cvn::StringView> names = NamesOf(path);
+  if (++linksFollowed_ > kMostLinks || names.empty() || Folded(names[0]) != u"REGISTRY") {
+    return kFileNotFound;
+  }
+  std::size_t count = 0;
+  return Go(root_, std::span(names).subspan(1), target, &count);
+}
+
+void RegistrySpace::AddLinks(const Mount& mount, const KeyPtr& root) {
+  KeyPtr software;
+  if (mount.kind == Mount::Kind::System) {
+    AddControlSetLinks(root);
+  } else if (!mount.sid.empty() && Walk(root, u"Software", &software) == kSuccess) {
+    software->hive->AddSystemLink(*software, u"Classes",
+                                  Joined(u"\\Registry\\User\\", mount.sid + u"_Classes"));
+  }
+}
+
+void RegistrySpace::AddControlSetLinks(const KeyPtr& root) {
+  KeyPtr key;
+  std::optional<std::uint32_t> number;
+  if (Walk(root, u"Select", &key) == kSuccess) {
+    number = Read(*key, u"Current").Number();
+  }
+  if (!number) {
+    return;
+  }
+  const cvn::String name = cvn::Format(u"ControlSet%03u", *number);
+  const std::u16string target = Joined(u"\\Registry\\Machine\\SYSTEM\\", name);
+  root->hive->AddSystemLink(*root, u"CurrentControlSet", target);
+  if (Walk(root, Joined(name, u"\\Hardware Profiles"), &key) == kSuccess) {
+    key->hive->AddSystemLink(*key, u"Current", target + u"\\Hardware Profiles\\0001");
+  }
+}
+
+void RegistrySpace::AddProfiles() {
+  if (std::exchange(hasProfiles_, true)) {
+    return;
+  }
+  KeyPtr list;
+  SubKeyTable* profiles = nullptr;
+  if (Walk(machine_, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList", &list) !=
+          kSuccess ||
+      list->hive->SubKeys(*list, &profiles) != kSuccess) {
+    return;
+  }
+  for (const auto& [index, profile] : *profiles) {
+    const std::optional<std::u16string> folder = Read(*profile, u"ProfileImagePath").Text();
+    if (folder && profile->name != kSystemSid) {
+      AddProfile(profile->name, environment::Expand(*folder).value_or(cvn::String()));
+    }
+  }
+}
+
+void RegistrySpace::AddProfile(const std::u16string& sid, cvn::StringView folder) {
+  const KeyPtr user = AddHive(*users_, sid, Mount::Kind::Plain, Joined(folder, u"\\NTUSER.DAT"));
+  const KeyPtr classes =
+      AddHive(*users_, sid + u"_Classes", Mount::Kind::Plain,
+              Joined(folder, u"\\AppData\\Local\\Microsoft\\Windows\\UsrClass.dat"));
+  if (user != nullptr && classes != nullptr) {
+    user->mount->sid = sid;
+  }
+  const cvn::StringView name = folder.substr(folder.find_last_of(u'\\') + 1);
+  if (user != nullptr && currentUser_ == nullptr && Folded(name) == Folded(UserName())) {
+    currentUser_ = user;
+  }
+}
+
+Code RegistrySpace::Flush() {
+  Code first = kSuccess;
+  for (Mount& mount : mounts_) {
+    const Code code = mount.hive.Flush();
+    first = first == kSuccess ? code : first;
+  }
+  return first;
+}
+
+}  // namespace platform::posix

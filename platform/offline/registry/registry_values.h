@@ -1,0 +1,42 @@
+// The data of values, read.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/formats/names.h"
+#include "platform/registry.h"
+
+namespace platform::posix {
+
+struct ValueData {
+  std::uint32_t type = registry::kTypeNone;
+  std::vector<std::byte> bytes;
+
+  // The text up to its end; nothing in a value that isn't text.
+  std::optional<std::u16string> Text() const {
+    if (type != registry::kTypeString && type != registry::kTypeExpandString) {
+      return std::nullopt;
+    }
+    std::u16string text(bytes.size() / sizeof(char16_t), u'\0');
+    if (!text.empty()) {
+      std::memcpy(text.data(), bytes.data(), text.size() * sizeof(char16_t));
+    }
+    return std::u16string(UpToZero(text));
+  }
+
+  std::optional<std::uint32_t> Number() const {
+    std::uint32_t number = 0;
+    if (type != registry::kTypeDword || bytes.size() != sizeof(number)) {
+      return std::nullopt;
+    }
+    std::memcpy(&number, bytes.data(), sizeof(number));
+    return number;
+  }
+};
+
+}  // namespace platform::posix

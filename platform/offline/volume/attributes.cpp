@@ -1,0 +1,219 @@
+#include "platform/offline/volume/attributes.h"
+
+#include <sys/xattr.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "platform/linux/error_map.h"
+
+namespace platform::posix {
+namespace {
+
+using files::Attributes;
+
+constexpr const char* kNtfsName = "system.ntfs_attrib_be";
+constexpr const char* kDosName = "user.DOSATTRIB";
+constexpr Attributes kStored = files::kHidden | files::kSystem | files::kArchive;
+constexpr mode_t kAnyonesWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+
+using NtfsWord = std::array<char, 4>;
+
+bool IsFileOrFolder(const struct stat& entry) {
+  return S_ISREG(entry.st_mode) || S_ISDIR(entry.st_mode);
+}
+
+ssize_t ReadExtended(const std::string& path, const char* name, std::span<char> value) {
+  return getxattr(path.c_str(), name, value.data(), value.size());
+}
+
+ssize_t ReadExtended(int descriptor, const char* name, std::span<char> value) {
+  return fgetxattr(descriptor, name, value.data(), value.size());
+}
+
+// Nothing where the volume is not NTFS, with errno telling so. That is asked each time: a volume's
+// number may be that of another after a moment. `file` is a path or a descriptor, here and below.
+template <typename File>
+std::optional<NtfsWord> ReadNtfsWord(const File& file) {
+  NtfsWord word{};
+  errno = EOPNOTSUPP;
+  const ssize_t length = ReadExtended(file, kNtfsName, word);
+  return length == static_cast<ssize_t>(word.size()) ? std::optional(word) : std::nullopt;
+}
+
+Attributes ValueOf(const NtfsWord& word) {
+  Attributes value = 0;
+  for (const char byte : word) {
+    value = value << 8 | static_cast<unsigned char>(byte);
+  }
+  return value;
+}
+
+Attributes LittleEndian(std::string_view bytes) {
+  Attributes value = 0;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    value |= static_cast<Attributes>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+  }
+  return value;
+}
+
+// Samba's versions 3 to 5: a text that ends with a zero, at the next even place the version, twice,
+// at the next multiple of four what the rest holds, and the attributes.
+bool ParseBinary(std::string_view bytes, Attributes* attributes) {
+  constexpr Attributes kHoldsAttributes = 1;
+  const std::size_t end = bytes.find('\0');
+  const std::size_t version = (end + 2) / 2 * 2;
+  const std::size_t flags = (version + 4 + 3) / 4 * 4;
+  if (end == std::string_view::npos || bytes.size() < flags + 8) {
+    return false;
+  }
+  const Attributes number = LittleEndian(bytes.substr(version, 2));
+  if (number < 3 || number > 5 || number != LittleEndian(bytes.substr(version + 2, 2)) ||
+      (LittleEndian(bytes.substr(flags, 4)) & kHoldsAttributes) == 0) {
+    return false;
+  }
+  *attributes = LittleEndian(bytes.substr(flags + 4, 4));
+  return true;
+}
+
+bool ParseText(std::string_view text, Attributes* attributes) {
+  text = text.substr(0, text.find('\0'));
+  if (!text.starts_with("0x") && !text.starts_with("0X")) {
+    return false;
+  }
+  text.remove_prefix(2);
+  const char* textEnd = text.data() + text.size();
+  Attributes value = 0;
+  const auto [end, error] = std::from_chars(text.data(), textEnd, value, 16);
+  if (error != std::errc() || end != textEnd) {
+    return false;
+  }
+  *attributes = value;
+  return true;
+}
+
+Attributes DefaultOf(const struct stat& entry) {
+  return S_ISDIR(entry.st_mode) ? 0 : files::kArchive;
+}
+
+// After a failure to read an extended attribute: one that isn't there, or isn't known, is none.
+Code CodeOfReading() {
+  const bool isNone = errno == ENODATA || errno == EOPNOTSUPP || errno == ERANGE;
+  return isNone ? kSuccess : CodeOf(errno, kReadFault);
+}
+
+// HIDDEN, SYSTEM and ARCHIVE, and on NTFS READONLY, as they are stored, or what a new file has when
+// that can't be read.
+template <typename File>
+Code ReadStored(const File& file, const struct stat& entry, Attributes* stored) {
+  *stored = DefaultOf(entry);
+  if (!IsFileOrFolder(entry)) {
+    return kSuccess;
+  }
+  if (const std::optional<NtfsWord> word = ReadNtfsWord(file)) {
+    *stored = ValueOf(*word) & (kStored | files::kReadOnly);
+    return kSuccess;
+  }
+  if (const Code code = CodeOfReading(); code != kSuccess) {
+    return code;
+  }
+  std::array<char, 256> buffer;
+  const ssize_t length = ReadExtended(file, kDosName, buffer);
+  if (length < 0) {
+    return CodeOfReading();
+  }
+  const std::string_view value(buffer.data(), static_cast<std::size_t>(length));
+  static_cast<void>(ParseBinary(value, stored) || ParseText(value, stored));
+  *stored &= kStored;
+  return kSuccess;
+}
+
+Code WriteNtfs(const std::string& path, NtfsWord word, Attributes wanted) {
+  constexpr Attributes kChanged = kStored | files::kReadOnly;
+  word[3] = static_cast<char>((ValueOf(word) & ~kChanged) | (wanted & kChanged));
+  return setxattr(path.c_str(), kNtfsName, word.data(), word.size(), 0) == 0 ? kSuccess
+                                                                             : CodeOf(errno);
+}
+
+Code WriteDos(const std::string& path, const struct stat& entry, Attributes wanted) {
+  if ((wanted & kStored) == DefaultOf(entry)) {
+    return removexattr(path.c_str(), kDosName) == 0 || errno == ENODATA ? kSuccess : CodeOf(errno);
+  }
+  std::array<char, 16> text;
+  const int length = std::snprintf(text.data(), text.size(), "0x%x", wanted & kStored);
+  return setxattr(path.c_str(), kDosName, text.data(), static_cast<std::size_t>(length), 0) == 0
+             ? kSuccess
+             : CodeOf(errno);
+}
+
+// What is no link.
+template <typename File>
+Code ReadAttributesOfNode(const File& file, const struct stat& entry, bool isFolder,
+                          Attributes* attributes) {
+  const Code code = ReadStored(file, entry, attributes);
+  *attributes |= isFolder ? files::kDirectory : 0;
+  *attributes |= (entry.st_mode & S_IWUSR) == 0 ? files::kReadOnly : 0;
+  *attributes = *attributes == 0 ? files::kNormal : *attributes;
+  return code;
+}
+
+}  // namespace
+
+Code ReadAttributes(const std::string& path, const struct stat& entry, bool isFolder,
+                    Attributes* attributes) {
+  if (S_ISLNK(entry.st_mode)) {
+    *attributes = files::kReparsePoint | (isFolder ? files::kDirectory : files::kArchive);
+    return kSuccess;
+  }
+  return ReadAttributesOfNode(path, entry, isFolder, attributes);
+}
+
+Code ReadAttributes(int descriptor, const struct stat& entry, Attributes* attributes) {
+  return ReadAttributesOfNode(descriptor, entry, S_ISDIR(entry.st_mode), attributes);
+}
+
+Code StoreAttributes(const std::string& path, const struct stat& entry, Attributes wanted) {
+  constexpr Attributes kSettable = kStored | files::kReadOnly;
+  Attributes held = 0;
+  Code code = ReadAttributes(path, entry, S_ISDIR(entry.st_mode), &held);
+  if (code != kSuccess || ((held ^ wanted) & kSettable) == 0) {
+    return code;
+  }
+  if (!IsFileOrFolder(entry)) {
+    return kNotSupported;
+  }
+  const std::optional<NtfsWord> ntfs = ReadNtfsWord(path);
+  Attributes stored = 0;
+  code = ReadStored(path, entry, &stored);
+  if (code != kSuccess) {
+    return code;
+  }
+  const mode_t before = entry.st_mode & 07777;
+  const mode_t writable = before | S_IWUSR;
+  mode_t now = before;
+  mode_t final = (wanted & files::kReadOnly) != 0 ? before & ~kAnyonesWrite : writable;
+  if (((stored ^ wanted) & (ntfs ? kSettable : kStored)) != 0) {
+    // Extended attributes of a file that can't be written can't be, either.
+    now = now != writable && chmod(path.c_str(), writable) == 0 ? writable : now;
+    code = ntfs ? WriteNtfs(path, *ntfs, wanted) : WriteDos(path, entry, wanted);
+    final = code == kSuccess ? final : before;
+  }
+  // A driver for NTFS may have no permissions to change: the volume's own bit is set by now.
+  const bool changed = now == final || chmod(path.c_str(), final) == 0 || ntfs;
+  return code == kSuccess && !changed ? CodeOf(errno) : code;
+}
+
+bool IsReadOnly(const std::string& path, const struct stat& entry) {
+  if (!IsFileOrFolder(entry)) {
+    return false;
+  }
+  const std::optional<NtfsWord> ntfs = ReadNtfsWord(path);
+  return (entry.st_mode & S_IWUSR) == 0 || (ntfs && (ValueOf(*ntfs) & files::kReadOnly) != 0);
+}
+
+}  // namespace platform::posix

@@ -1,0 +1,339 @@
+#include "platform/offline/volume/copy.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/file_steps.h"
+#include "platform/offline/volume/metadata.h"
+#include "platform/offline/volume/share_locks.h"
+#include "platform/random.h"
+
+namespace platform::posix {
+namespace {
+
+constexpr std::size_t kBlock = 512;  // the unit of st_blocks
+// What the kernel sets up for a copy of its own costs more than such a piece.
+constexpr std::size_t kSmall = std::size_t{16} * 1024;
+
+// The file under construction; gone at the end of its life unless it got its name. For a name that
+// is free it has none before, where the host can make such files: then nothing is left of it
+// whatever ends the process.
+class Draft {
+ public:
+  Draft() = default;
+  Draft(const Draft&) = delete;
+  Draft& operator=(const Draft&) = delete;
+  ~Draft() {
+    if (file_.Get() >= 0 && isNamed_) {
+      unlink(path_.c_str());
+    }
+  }
+
+  Code Create(const std::string& folder, bool isTargetFree, mode_t permissions) {
+    if (isTargetFree) {
+      const char* place = folder.empty() ? "." : folder.c_str();
+      file_.Reset(open(place, O_WRONLY | O_TMPFILE | O_CLOEXEC, permissions));
+    }
+    if (file_.Get() < 0) {
+      return CreateNamed(folder, permissions);
+    }
+    path_ = "/proc/self/fd/" + std::to_string(file_.Get());
+    return kSuccess;
+  }
+
+  int File() const { return file_.Get(); }
+  // A path that leads to the file, whether it has a name or not.
+  const std::string& Path() const { return path_; }
+
+  Code Name(const std::string& path, bool replace) {
+    int error = isNamed_ ? Rename(path, replace) : Link(path);
+    if (error == EEXIST && !isNamed_ && replace) {
+      error = LinkOver(path);  // the name was free when the copy began
+    }
+    if (error == 0) {
+      file_.Reset(-1);
+    }
+    return CodeOf(error);
+  }
+
+ private:
+  static std::string FreshName(const std::string& folder) {
+    // From a random start, so that what an ended process left is seldom in the way.
+    static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
+    std::array<char, 32> name;
+    std::snprintf(name.data(), name.size(), "tessel-%016" PRIx64 ".tmp", counter++);
+    return folder + name.data();
+  }
+
+  Code CreateNamed(const std::string& folder, mode_t permissions) {
+    int error = EEXIST;
+    while (error == EEXIST) {
+      path_ = FreshName(folder);
+      file_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
+      error = file_.Get() < 0 ? errno : 0;
+    }
+    isNamed_ = error == 0;
+    return CodeOf(error);
+  }
+
+  int Link(const std::string& path) const {
+    if (linkat(file_.Get(), "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0) {
+      return 0;
+    }
+    if (errno != ENOENT) {
+      return errno;
+    }
+    // Either the folder is gone, or the host lets this process name files only by their paths.
+    return linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0
+                                                                                           : errno;
+  }
+
+  int Rename(const std::string& path, bool replace) const {
+    if (!replace) {
+      return RenameToFree(path_, path);
+    }
+    return rename(path_.c_str(), path.c_str()) == 0 ? 0 : errno;
+  }
+
+  int LinkOver(const std::string& path) {
+    const std::string name = FreshName(FolderOf(path));
+    const int error = Link(name);
+    if (error != 0) {
+      return error;
+    }
+    path_ = name;
+    isNamed_ = true;
+    return Rename(path, true);
+  }
+
+  Descriptor file_;
+  std::string path_;
+  bool isNamed_ = false;
+};
+
+// Copies content from the same place of one file to that of another.
+class ContentCopier {
+ public:
+  ContentCopier(int source, int target) : source_(source), target_(target) {}
+
+  // Copies the first `size` bytes, which is what the file had at the start: it may grow, or shrink,
+  // under the copy. Holes stay holes.
+  Code Copy(const struct stat& entry) {
+    const off_t size = entry.st_size;
+    const bool hasHoles = entry.st_blocks * static_cast<off_t>(kBlock) < size;
+    if (!hasHoles) {
+      return CopyRange(0, size);
+    }
+    off_t at = 0;
+    while (at < size) {
+      const off_t data = lseek(source_, at, SEEK_DATA);
+      if (data < 0 && errno == ENXIO) {
+        break;
+      }
+      const off_t hole = data < 0 ? -1 : lseek(source_, data, SEEK_HOLE);
+      const bool known = data >= 0 && hole >= 0;
+      const off_t end = known ? std::min(hole, size) : size;
+      const Code code = CopyRange(known ? data : at, end);
+      if (code != kSuccess) {
+        return code;
+      }
+      at = end;
+    }
+    return ftruncate(target_, size) == 0 ? kSuccess : CodeOf(errno, kWriteFault);
+  }
+
+ private:
+  Code CopyRange(off_t at, off_t end) {
+    while (at < end) {
+      const auto wanted = static_cast<std::size_t>(end - at);
+      const bool inKernel = inKernel_ && wanted > kSmall;
+      const ssize_t length = inKernel ? CopyInKernel(at, wanted) : CopyByHand(at, wanted);
+      if (length > 0) {
+        at += length;
+      } else if (inKernel) {
+        inKernel_ = false;  // why it failed, the other way will tell
+      } else if (length == 0) {
+        break;
+      } else if (errno != EINTR) {
+        return CodeOf(errno, reading_ ? kReadFault : kWriteFault);
+      }
+    }
+    return kSuccess;
+  }
+
+  ssize_t CopyInKernel(off_t at, std::size_t wanted) const {
+    off_t to = at;
+    return copy_file_range(source_, &at, target_, &to, wanted, 0);
+  }
+
+  ssize_t CopyByHand(off_t at, std::size_t wanted) {
+    if (wanted <= kSmall) {
+      std::array<char, kSmall> buffer;
+      return CopyThrough(at, std::span(buffer).first(wanted));
+    }
+    constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+    buffer_.resize(std::min(wanted, kBufferSize));
+    return CopyThrough(at, buffer_);
+  }
+
+  ssize_t CopyThrough(off_t at, std::span<char> buffer) {
+    reading_ = true;
+    const ssize_t length = pread(source_, buffer.data(), buffer.size(), at);
+    if (length <= 0) {
+      return length;
+    }
+    reading_ = false;
+    return pwrite(target_, buffer.data(), static_cast<std::size_t>(length), at);
+  }
+
+  const int source_;
+  const int target_;
+  bool inKernel_ = true;
+  bool reading_ = true;
+  std::vector<char> buffer_;
+};
+
+Code OpenSource(const HostPath& source, Descriptor* file, struct stat* entry) {
+  // What is no file may be a pipe, which opening would wait for.
+  *entry = source.entry;
+  if (S_ISLNK(entry->st_mode) && stat(source.path.c_str(), entry) != 0) {
+    return CodeOf(errno);
+  }
+  if (!S_ISREG(entry->st_mode)) {
+    return kAccessDenied;
+  }
+  file->Reset(open(source.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (file->Get() < 0 || fstat(file->Get(), entry) != 0) {
+    return CodeOf(errno);
+  }
+  return TakeShare(file->Get(), files::Access::Read, files::Share::ReadWrite);
+}
+
+// Follows a link in the target's place, and checks that the file there may be replaced.
+Code FindTarget(const HostPath& target, const struct stat& source, HostPath* place) {
+  constexpr files::Attributes kKept = files::kReadOnly | files::kHidden | files::kSystem;
+  *place = target;
+  if (S_ISLNK(target.entry.st_mode)) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(target.path.c_str(), nullptr),
+                                                           &std::free);
+    if (real == nullptr || lstat(real.get(), &place->entry) != 0) {
+      return CodeOf(errno);
+    }
+    place->path = real.get();
+  }
+  const struct stat& entry = place->entry;
+  if (entry.st_dev == source.st_dev && entry.st_ino == source.st_ino) {
+    return kSharingViolation;
+  }
+  if (entry.st_mode == 0) {
+    return kSuccess;
+  }
+  files::Attributes attributes = 0;
+  const Code code = ReadAttributes(place->path, entry, false, &attributes);
+  if (code == kSuccess && (!S_ISREG(entry.st_mode) || (attributes & kKept) != 0)) {
+    return kAccessDenied;
+  }
+  return code == kSuccess ? CheckUnused(*place) : code;
+}
+
+// Gives the new file what it shall have besides content. `place` has no entry where nothing is
+// replaced.
+Code Finish(const Draft& draft, const struct stat& from, files::Attributes attributes,
+            const HostPath& place) {
+  const bool replaces = place.entry.st_mode != 0;
+  if (replaces) {
+    const Code code = CopyMetadata(place.path, place.entry, draft.File());
+    if (code != kSuccess) {
+      return code;
+    }
+  }
+  // A new file has ARCHIVE.
+  if (replaces || (attributes & ~files::kArchive) != 0) {
+    struct stat made {};
+    if (fstat(draft.File(), &made) != 0) {
+      return CodeOf(errno);
+    }
+    const Code code = StoreAttributes(draft.Path(), made, attributes | files::kArchive);
+    // Where there is no place for attributes, the content still counts.
+    if (code != kSuccess && code != kNotSupported) {
+      return code;
+    }
+  }
+  const timespec times[] = {{0, UTIME_OMIT}, from.st_mtim};
+  return futimens(draft.File(), times) == 0 ? kSuccess : CodeOf(errno);
+}
+
+Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions options) {
+  Descriptor from;
+  struct stat entry {};
+  Code code = OpenSource(source, &from, &entry);
+  if (code != kSuccess) {
+    return code;
+  }
+  HostPath place;
+  code = FindTarget(target, entry, &place);
+  if (code != kSuccess) {
+    return code;
+  }
+  Draft draft;
+  code = draft.Create(FolderOf(place.path), place.entry.st_mode == 0,
+                      (entry.st_mode & 0777) | S_IWUSR);
+  if (code == kSuccess) {
+    code = ContentCopier(from.Get(), draft.File()).Copy(entry);
+  }
+  files::Attributes attributes = 0;
+  if (code == kSuccess) {
+    code = ReadAttributes(from.Get(), entry, &attributes);
+  }
+  if (code == kSuccess) {
+    code = Finish(draft, entry, attributes, place);
+  }
+  if (code == kSuccess && options.flush && fsync(draft.File()) != 0) {
+    code = CodeOf(errno, kWriteFault);
+  }
+  if (code == kSuccess) {
+    code = draft.Name(place.path, options.replace);
+  }
+  return code;
+}
+
+}  // namespace
+
+Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options) {
+  return ChangeFolder(target, [&] { return CopyOnce(source, target, options); });
+}
+
+}  // namespace platform::posix
+
+namespace platform::files {
+
+Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists) {
+  posix::HostPath source;
+  posix::HostPath target;
+  Code code = posix::LocateFile(from, Disposition::OpenExisting, &source);
+  if (code == kSuccess) {
+    code = posix::LocateFile(to, failIfExists ? Disposition::CreateNew : Disposition::CreateAlways,
+                             &target);
+  }
+  if (code == kSuccess) {
+    code = posix::CopyFile(source, target, {.replace = !failIfExists});
+  }
+  return posix::Report(code);
+}
+
+}  // namespace platform::files

@@ -1,0 +1,21 @@
+// Copying a file to a place that was found to be free for it.
+#pragma once
+
+#include "platform/error.h"
+#include "platform/offline/volume/path_resolver.h"
+
+namespace platform::posix {
+
+struct CopyOptions {
+  bool replace = false;  // the target may be there
+  bool flush = false;    // return when the content has reached the disk
+};
+
+// Copies the file `source` to `target`, both as Resolve gave them. The copy is made under a name of
+// its own beside the target and takes the target's name when it is whole: whatever stops it, even
+// the end of the process, nobody finds half a file under that name. (The end of the process leaves
+// the other, "tessel-....tmp".) The owner, the permissions and the extended attributes of a target
+// that is replaced stay; its other names, if it has hard links, keep the old content.
+Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options);
+
+}  // namespace platform::posix

@@ -1,0 +1,239 @@
+#include "platform/offline/volume/directory_index.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <ctime>
+#include <memory>
+
+#include "platform/formats/names.h"
+#include "platform/linux/error_map.h"
+
+namespace platform::posix {
+namespace {
+
+constexpr std::size_t kMostDirectories = 64;
+constexpr std::uint32_t kWatched = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
+
+// Two changes within one tick of the file system's clock leave the same time. No tick is longer
+// than this but FAT's, which is two seconds.
+constexpr std::int64_t kLongestTick = 2'000'000'000;
+
+std::int64_t Nanoseconds(const timespec& time) {
+  return time.tv_sec * 1'000'000'000 + time.tv_nsec;
+}
+
+std::u16string FoldedName(std::string_view hostName) {
+  std::u16string folded;
+  AppendFolded(hostName, &folded);
+  return folded;
+}
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+}  // namespace
+
+DirectoryIndex::DirectoryIndex() : events_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+
+DirectoryIndex::~DirectoryIndex() {
+  if (events_ >= 0) {
+    close(events_);
+  }
+}
+
+DirectoryIndex::Times DirectoryIndex::TimesOf(const struct stat& status) {
+  return {Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim)};
+}
+
+DirectoryIndex::Names::value_type DirectoryIndex::KeyOf(std::string_view hostName) {
+  return {std::hash<std::u16string>()(FoldedName(hostName)), std::string(hostName)};
+}
+
+Code DirectoryIndex::Find(const std::string& directory, std::string_view name,
+                          std::string* spelled) {
+  const std::lock_guard lock(mutex_);
+  const Code code = FindKnown(directory, name, spelled);
+  if (code != kFileNotFound) {
+    missedIn_.clear();
+  } else if (missedIn_ != directory) {
+    missedIn_ = directory;
+  }
+  return code;
+}
+
+bool DirectoryIndex::IsMissed(std::string_view directory, std::string_view name) {
+  const std::lock_guard lock(mutex_);
+  std::string spelled;
+  return !missedIn_.empty() && missedIn_ == directory &&
+         FindKnown(missedIn_, name, &spelled) == kFileNotFound;
+}
+
+Code DirectoryIndex::FindKnown(const std::string& directory, std::string_view name,
+                               std::string* spelled) {
+  struct stat status {};
+  if (stat(directory.c_str(), &status) != 0) {
+    return errno == ENOENT ? kPathNotFound : CodeOf(errno);
+  }
+  ReadEvents();
+  Identity identity(status.st_dev, status.st_ino);
+  const auto known = directories_.find(identity);
+  if (known == directories_.end() || !IsCurrent(&known->second, TimesOf(status))) {
+    const Code code = Read(directory, &identity);
+    if (code != kSuccess) {
+      return code;
+    }
+  }
+  Directory& found = directories_[identity];
+  found.lastUse = ++uses_;
+  const std::u16string folded = FoldedName(name);
+  const std::size_t hash = std::hash<std::u16string>()(folded);
+  bool isThere = false;
+  for (auto [at, end] = found.names.equal_range(hash); at != end; ++at) {
+    // Of several, the first one is always the same.
+    if ((!isThere || at->second < *spelled) && FoldedName(at->second) == folded) {
+      *spelled = at->second;
+      isThere = true;
+    }
+  }
+  return isThere ? kSuccess : kFileNotFound;
+}
+
+void DirectoryIndex::Add(Names::value_type name, Names* names) {
+  Remove(name, names);  // one that came while the names were read is reported, too
+  names->insert(std::move(name));
+}
+
+void DirectoryIndex::Remove(const Names::value_type& name, Names* names) {
+  const auto [begin, end] = names->equal_range(name.first);
+  const auto found =
+      std::find_if(begin, end, [&name](const auto& held) { return held.second == name.second; });
+  if (found != end) {
+    names->erase(found);
+  }
+}
+
+void DirectoryIndex::ReadEvents() {
+  constexpr std::size_t kLargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
+  alignas(inotify_event) char buffer[16384];
+  for (;;) {
+    const ssize_t length = read(events_, buffer, sizeof(buffer));
+    if (length < 0 && errno == EINTR) {
+      continue;
+    }
+    if (length <= 0) {
+      return;
+    }
+    for (ssize_t at = 0; at < length;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+      Follow(event->wd, event->mask, event->len == 0 ? "" : event->name);
+      at += static_cast<ssize_t>(sizeof(*event) + event->len);
+    }
+    if (static_cast<std::size_t>(length) + kLargestEvent <= sizeof(buffer)) {
+      return;  // there was room for another, so there is no other
+    }
+  }
+}
+
+void DirectoryIndex::Follow(int watch, std::uint32_t event, std::string_view name) {
+  if ((event & IN_Q_OVERFLOW) != 0) {
+    while (!directories_.empty()) {
+      Forget(directories_.begin());
+    }
+    return;
+  }
+  const auto watched = watches_.find(watch);
+  if (watched == watches_.end()) {
+    return;
+  }
+  const auto directory = directories_.find(watched->second);
+  if ((event & IN_IGNORED) != 0) {
+    Forget(directory);
+    return;
+  }
+  directory->second.followed = true;
+  if ((event & (IN_CREATE | IN_MOVED_TO)) != 0) {
+    Add(KeyOf(name), &directory->second.names);
+  } else if ((event & (IN_DELETE | IN_MOVED_FROM)) != 0) {
+    Remove(KeyOf(name), &directory->second.names);
+  }
+}
+
+bool DirectoryIndex::IsCurrent(Directory* directory, const Times& times) {
+  if (directory->followed) {
+    directory->times = times;  // other times are what the reported changes left
+    directory->followed = false;
+  }
+  return directory->times == times && (directory->watch >= 0 || directory->settled);
+}
+
+Code DirectoryIndex::Read(const std::string& path, Identity* identity) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const std::unique_ptr<DIR, CloseDirectory> stream(opendir(path.c_str()));
+  struct stat status {};
+  if (stream == nullptr || fstat(dirfd(stream.get()), &status) != 0) {
+    const int error = errno;
+    return error == ENOENT ? kPathNotFound : CodeOf(error);
+  }
+  *identity = {status.st_dev, status.st_ino};
+  Directory& directory = directories_[*identity];
+  directory.times = TimesOf(status);
+  directory.settled = directory.times.modified < Nanoseconds(now) - kLongestTick;
+  directory.followed = false;
+  directory.lastUse = ++uses_;
+  Watch(dirfd(stream.get()), *identity, &directory);  // first, so that no change goes unseen
+
+  directory.names.clear();
+  int error = 0;
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(stream.get());
+    if (entry == nullptr) {
+      error = errno;
+      break;
+    }
+    directory.names.insert(KeyOf(entry->d_name));
+  }
+  if (error != 0) {
+    Forget(directories_.find(*identity));
+    return CodeOf(error);
+  }
+  ForgetOldest();
+  return kSuccess;
+}
+
+void DirectoryIndex::Watch(int descriptor, const Identity& identity, Directory* directory) {
+  // The descriptor's own link, because the path may lead to another directory by now.
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  watches_.erase(directory->watch);
+  directory->watch = inotify_add_watch(events_, link.c_str(), kWatched);
+  if (directory->watch >= 0) {
+    watches_[directory->watch] = identity;
+  }
+}
+
+void DirectoryIndex::Forget(std::map<Identity, Directory>::iterator directory) {
+  if (directory->second.watch >= 0) {
+    inotify_rm_watch(events_, directory->second.watch);
+    watches_.erase(directory->second.watch);
+  }
+  directories_.erase(directory);
+}
+
+void DirectoryIndex::ForgetOldest() {
+  while (directories_.size() > kMostDirectories) {
+    Forget(std::min_element(directories_.begin(), directories_.end(),
+                            [](const auto& left, const auto& right) {
+                              return left.second.lastUse < right.second.lastUse;
+                            }));
+  }
+}
+
+}  // namespace platform::posix

@@ -1,0 +1,354 @@
+#include "platform/file_search.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/formats/names.h"
+#include "platform/formats/wildcards.h"
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/path_resolver.h"
+
+namespace platform::files {
+namespace {
+
+using posix::CodeOf;
+using posix::Fail;
+using posix::HostPath;
+
+std::uint64_t FileTimeOf(const timespec& time) {
+  constexpr std::int64_t kSecondsSince1601 = 11'644'473'600;
+  constexpr std::int64_t kTicks = 10'000'000;
+  const std::int64_t ticks = (time.tv_sec + kSecondsSince1601) * kTicks + time.tv_nsec / 100;
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(ticks, 0));
+}
+
+std::string Below(const std::string& folder, std::string_view name) {
+  std::string path;
+  path.reserve(folder.size() + 1 + name.size());
+  path += folder;
+  if (path != "/") {
+    path += '/';
+  }
+  return path += name;
+}
+
+// As ToWide, into memory that `*out` may have already.
+void SetWide(std::string_view name, cvn::String* out) {
+  std::array<char16_t, 256> buffer;
+  if (name.size() > buffer.size() || !posix::IsAscii(name)) {
+    *out = posix::ToWide(name);
+    return;
+  }
+  std::copy(name.begin(), name.end(), buffer.begin());
+  out->Clear();
+  out->Append(cvn::StringView(buffer.data(), name.size()));
+}
+
+// A path cut in two: the folder to search in, and what to search for.
+struct Place {
+  cvn::StringView folder;
+  cvn::StringView name;
+};
+
+Place Split(cvn::StringView path) {
+  const std::size_t root = posix::RootLength(path);
+  const std::size_t last = path.find_last_of(u"\\/");
+  const std::size_t start = last == cvn::StringView::npos ? root : std::max(root, last + 1);
+  std::size_t end = start;
+  while (end > root && posix::IsSeparator(path[end - 1])) {
+    --end;
+  }
+  return {end == 0 ? cvn::StringView(u".") : path.substr(0, end), path.substr(start)};
+}
+
+// Finds the folder of a search. 267 when it is a file.
+Code FindFolder(cvn::StringView path, HostPath* host) {
+  const Code code = posix::Resolve(path, host);
+  if (code == kSuccess) {
+    return host->IsFolder() ? kSuccess : platform::kDirectory;
+  }
+  if (posix::HasWildcards(path.substr(posix::RootLength(path)))) {
+    return kInvalidName;
+  }
+  return code == kFileNotFound ? kPathNotFound : code;
+}
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// The names in a folder that a pattern matches, in the order in which Windows has them. All text
+// stands in two buffers, so that a name costs no memory of its own.
+class Listing {
+ public:
+  struct Item {
+    std::string_view name;
+    unsigned char type = DT_UNKNOWN;
+  };
+
+  Code Read(const std::string& folder, bool withDots, posix::Pattern pattern) {
+    const std::unique_ptr<DIR, CloseDirectory> stream(opendir(folder.c_str()));
+    if (stream == nullptr) {
+      return errno == ENOTDIR ? platform::kDirectory : CodeOf(errno);
+    }
+    for (const cvn::StringView dots : {u".", u".."}) {
+      if (withDots && pattern.Matches(dots)) {
+        Add(dots.size() == 1 ? "." : "..", DT_DIR);
+      }
+    }
+    const std::size_t sorted = items_.size();
+    for (;;) {
+      errno = 0;
+      const dirent* entry = readdir(stream.get());
+      if (entry == nullptr) {
+        break;
+      }
+      const std::string_view name = entry->d_name;
+      if (name != "." && name != ".." && pattern.Matches(Fold(name))) {
+        Add(name, entry->d_type);
+      }
+    }
+    if (errno != 0) {
+      return CodeOf(errno);
+    }
+    Sort(sorted);
+    return kSuccess;
+  }
+
+  std::optional<Item> Next() {
+    if (next_ == items_.size()) {
+      return std::nullopt;
+    }
+    const Stored& item = items_[next_++];
+    return Item{NameOf(item), item.type};
+  }
+
+ private:
+  struct Stored {
+    std::size_t name;
+    std::size_t fold;
+    std::uint64_t key;  // what follows the part that all names begin with, most significant first
+    std::uint16_t nameLength;
+    std::uint16_t foldLength;
+    unsigned char type;
+  };
+
+  // Puts the upper-case form behind all others, where it stays if the name is added.
+  cvn::StringView Fold(std::string_view name) {
+    folds_.resize(foldsUsed_);
+    isAscii_ = isAscii_ && posix::IsAscii(name);
+    posix::AppendFolded(name, &folds_);
+    return cvn::StringView(folds_).substr(foldsUsed_);
+  }
+
+  void Add(std::string_view name, unsigned char type) {
+    items_.push_back({names_.size(), foldsUsed_, 0, static_cast<std::uint16_t>(name.size()),
+                      static_cast<std::uint16_t>(folds_.size() - foldsUsed_), type});
+    names_ += name;
+    foldsUsed_ = folds_.size();
+  }
+
+  std::string_view NameOf(const Stored& item) const {
+    return std::string_view(names_).substr(item.name, item.nameLength);
+  }
+
+  cvn::StringView FoldOf(const Stored& item) const {
+    return cvn::StringView(folds_).substr(item.fold, item.foldLength);
+  }
+
+  // How many units all the names from `first` on begin with.
+  std::size_t CommonLength(std::size_t first) const {
+    cvn::StringView common = FoldOf(items_[first]);
+    for (std::size_t i = first + 1; i < items_.size() && !common.empty(); ++i) {
+      const cvn::StringView fold = FoldOf(items_[i]);
+      const auto end = std::mismatch(common.begin(), common.end(), fold.begin(), fold.end()).first;
+      common = common.substr(0, static_cast<std::size_t>(end - common.begin()));
+    }
+    return common.size();
+  }
+
+  // Sorts the items from `first` on. Most pairs are told apart by their keys.
+  void Sort(std::size_t first) {
+    if (first == items_.size()) {
+      return;
+    }
+    const std::size_t common = CommonLength(first);
+    const unsigned bits = isAscii_ ? 8 : 16;
+    const std::size_t count = 64 / bits;
+    for (std::size_t i = first; i < items_.size(); ++i) {
+      const cvn::StringView rest = FoldOf(items_[i]).substr(common);
+      for (std::size_t unit = 0; unit < count; ++unit) {
+        items_[i].key = items_[i].key << bits | (unit < rest.size() ? rest[unit] : u'\0');
+      }
+    }
+    std::sort(items_.begin() + static_cast<std::ptrdiff_t>(first), items_.end(),
+              [this](const Stored& left, const Stored& right) {
+                return left.key != right.key ? left.key < right.key : IsBefore(left, right);
+              });
+  }
+
+  bool IsBefore(const Stored& left, const Stored& right) const {
+    const int order = FoldOf(left).compare(FoldOf(right));
+    return order != 0 ? order < 0 : posix::ToWide(NameOf(left)) < posix::ToWide(NameOf(right));
+  }
+
+  std::string names_;
+  std::u16string folds_;
+  std::size_t foldsUsed_ = 0;
+  bool isAscii_ = true;
+  std::vector<Stored> items_;
+  std::size_t next_ = 0;
+};
+
+}  // namespace
+
+// Where the entry is, and its status when that has been asked for.
+struct SearchEntry::Details {
+  std::shared_ptr<const std::string> folder;
+  std::string name;
+  std::optional<struct stat> status;
+
+  const struct stat& Status(bool isDirectory) {
+    if (!status) {
+      status.emplace();
+      if (lstat(Below(*folder, name).c_str(), &*status) != 0) {
+        // Gone by now: as it was listed, with nothing special.
+        *status = {};
+        status->st_mode = (isDirectory ? S_IFDIR : S_IFREG) | S_IWUSR;
+      }
+    }
+    return *status;
+  }
+};
+
+Attributes SearchEntry::GetAttributes() const {
+  const struct stat& status = details_->Status(isDirectory_);
+  Attributes attributes = 0;
+  // What can't be read is listed all the same, with nothing special.
+  posix::ReadAttributes(Below(*details_->folder, details_->name), status, isDirectory_,
+                        &attributes);
+  return attributes;
+}
+
+std::uint64_t SearchEntry::LastWriteTime() const {
+  return FileTimeOf(details_->Status(isDirectory_).st_mtim);
+}
+
+struct Search::State {
+  Listing listing;
+  std::shared_ptr<const std::string> folder;
+
+  // Gives what a folder's listing says; `status` when that is known already.
+  void Give(std::string_view name, unsigned char type, const struct stat* status,
+            SearchEntry* entry) const {
+    if (entry->details_ == nullptr || entry->details_.use_count() != 1) {
+      entry->details_ = std::make_shared<SearchEntry::Details>();
+    }
+    SearchEntry::Details& details = *entry->details_;
+    details.folder = folder;
+    details.name = name;
+    details.status.reset();
+    if (status != nullptr) {
+      details.status = *status;
+    }
+    if (type == DT_UNKNOWN) {
+      type = static_cast<unsigned char>(IFTODT(details.Status(false).st_mode));
+    }
+    struct stat target {};
+    SetWide(name, &entry->name_);
+    entry->isLink_ = type == DT_LNK;
+    entry->isDirectory_ =
+        type == DT_DIR || (type == DT_LNK && stat(Below(*folder, name).c_str(), &target) == 0 &&
+                           S_ISDIR(target.st_mode));
+  }
+
+  Code FirstOfMany(const Place& place, SearchEntry* entry) {
+    HostPath host;
+    Code code = FindFolder(place.folder, &host);
+    const cvn::StringView refused = u"<>:\"|";
+    if (code == kSuccess && host.onMachine &&
+        place.name.find_first_of(refused) != cvn::StringView::npos) {
+      code = kInvalidName;
+    }
+    if (code == kSuccess) {
+      folder = std::make_shared<const std::string>(host.path);
+      code = listing.Read(host.path, !host.isRoot, posix::Pattern(place.name));
+    }
+    if (code != kSuccess) {
+      return code;
+    }
+    const std::optional<Listing::Item> item = listing.Next();
+    if (!item) {
+      return kFileNotFound;
+    }
+    Give(item->name, item->type, nullptr, entry);
+    return kSuccess;
+  }
+
+  Code TheOne(cvn::StringView path, const Place& place, SearchEntry* entry) {
+    HostPath host;
+    const Code code = posix::Resolve(path, &host);
+    if (code == kPathNotFound && !host.path.empty()) {
+      return FindFolder(place.folder, &host) == platform::kDirectory ? platform::kDirectory
+                                                                     : kPathNotFound;
+    }
+    if (code != kSuccess) {
+      return code;
+    }
+    if (host.isRoot) {
+      return kFileNotFound;
+    }
+    const std::size_t slash = host.path.rfind('/');
+    folder = std::make_shared<const std::string>(slash == 0 ? "/" : host.path.substr(0, slash));
+    Give(std::string_view(host.path).substr(slash + 1),
+         static_cast<unsigned char>(IFTODT(host.entry.st_mode)), &host.entry, entry);
+    return kSuccess;
+  }
+};
+
+Search::Search() = default;
+Search::Search(Search&&) noexcept = default;
+Search& Search::operator=(Search&&) noexcept = default;
+Search::~Search() = default;
+
+Code Search::First(cvn::StringView path, SearchEntry* entry) {
+  Close();
+  path = posix::UpToZero(path);
+  if (path.empty()) {
+    return Fail(kPathNotFound);
+  }
+  if (posix::IsSeparator(path.back())) {
+    return Fail(kFileNotFound);
+  }
+  auto state = std::make_unique<State>();
+  const Place place = Split(path);
+  const Code code = posix::HasWildcards(place.name) ? state->FirstOfMany(place, entry)
+                                                    : state->TheOne(path, place, entry);
+  if (code != kSuccess) {
+    return Fail(code);
+  }
+  state_ = std::move(state);
+  return kSuccess;
+}
+
+Code Search::Next(SearchEntry* entry) {
+  const std::optional<Listing::Item> item =
+      state_ == nullptr ? std::nullopt : state_->listing.Next();
+  if (!item) {
+    return Fail(kNoMoreFiles);
+  }
+  state_->Give(item->name, item->type, nullptr, entry);
+  return kSuccess;
+}
+
+void Search::Close() { state_.reset(); }
+
+}  // namespace platform::files

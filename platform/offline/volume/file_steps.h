@@ -1,0 +1,64 @@
+// Steps that several operations on files have in common.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <optional>
+#include <string>
+
+#include "platform/error.h"
+#include "platform/files.h"
+#include "platform/offline/volume/path_resolver.h"
+
+namespace platform::posix {
+
+// A failure becomes the thread's last error; success leaves that alone.
+Code Report(Code code);
+
+// Where the file to open is, or is to be made.
+Code LocateFile(cvn::StringView path, files::Disposition disposition, HostPath* host);
+
+// 32 when the file is open. Nobody who has a file open lets others delete or rename it: there is no
+// share mode for that here.
+Code CheckUnused(const HostPath& host);
+
+// The folder that `path` lies in, with its slash.
+std::string FolderOf(const std::string& path);
+
+// Makes a folder writable that its owner, who is this user, may not write to. At the end of its
+// life the folder is as it was.
+class WritableFolder {
+ public:
+  explicit WritableFolder(const std::string& path);
+  WritableFolder(const WritableFolder&) = delete;
+  WritableFolder& operator=(const WritableFolder&) = delete;
+  ~WritableFolder();
+
+  // False when the folder could be written to before, or can't be made so.
+  bool IsMade() const { return before_.has_value(); }
+
+ private:
+  std::string path_;
+  std::optional<mode_t> before_;
+};
+
+// Gives the code of `step`, which changes what is in the folder of `place`. On Windows READONLY of
+// a folder says nothing of that, while the host denies it by the folder's mode: on the machine such
+// a step is taken again with the folder made writable.
+template <typename Step>
+Code ChangeFolder(const HostPath& place, Step step) {
+  const Code code = step();
+  if (code != kAccessDenied || !place.onMachine) {
+    return code;
+  }
+  const WritableFolder folder(FolderOf(place.path));
+  return folder.IsMade() ? step() : code;
+}
+
+// Makes a change of names in a folder last.
+Code FlushFolder(const std::string& folder);
+
+// Gives a new name, atomically; EEXIST when that is taken. 0, or the value of errno.
+int RenameToFree(const std::string& from, const std::string& to);
+
+}  // namespace platform::posix

@@ -1,0 +1,274 @@
+#include "platform/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <limits>
+
+#include "platform/clock.h"
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/file_steps.h"
+#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/share_locks.h"
+
+namespace platform::files {
+namespace {
+
+using posix::CodeOf;
+using posix::Fail;
+using posix::HostPath;
+using posix::Report;
+
+constexpr Code kNegativeSeek = 131;
+constexpr mode_t kFileMode = 0666;
+constexpr mode_t kFolderMode = 0777;
+
+int FlagsOf(Access access, Disposition disposition) {
+  int flags = O_CLOEXEC | O_NOCTTY;
+  flags |= access == Access::Read ? O_RDONLY : access == Access::Write ? O_WRONLY : O_RDWR;
+  if (disposition != Disposition::OpenExisting) {
+    flags |= O_CREAT;
+  }
+  if (disposition == Disposition::CreateNew) {
+    flags |= O_EXCL;
+  }
+  return flags;
+}
+
+// Who may not read a file has no way to those of its attributes that are stored apart from it: it
+// counts as a usual one.
+Code KnownAttributes(const std::string& path, const struct stat& entry, bool isFolder,
+                     Attributes* attributes) {
+  const Code code = posix::ReadAttributes(path, entry, isFolder, attributes);
+  return code == kAccessDenied ? kSuccess : code;
+}
+
+// Checks an open descriptor, and empties the file where that is asked for: not before this opening
+// is known to be in order, for the content would be lost.
+Code Prepare(int descriptor, const std::string& path, Access access, Share share,
+             Disposition disposition) {
+  struct stat entry {};
+  if (fstat(descriptor, &entry) != 0) {
+    return CodeOf(errno);
+  }
+  const bool isFile = S_ISREG(entry.st_mode);
+  const bool writes = access != Access::Read;
+  if (S_ISDIR(entry.st_mode) || (isFile && writes && posix::IsReadOnly(path, entry))) {
+    return kAccessDenied;
+  }
+  if (!isFile) {
+    return kSuccess;
+  }
+  Code code = kSuccess;
+  if (disposition == Disposition::CreateAlways) {
+    // As on Windows, a file that is hidden can't be made anew as one that is not.
+    Attributes attributes = 0;
+    code = KnownAttributes(path, entry, false, &attributes);
+    if (code != kSuccess || (attributes & (kHidden | kSystem)) != 0) {
+      return code == kSuccess ? kAccessDenied : code;
+    }
+  }
+  code = posix::TakeShare(descriptor, access, share);
+  if (code != kSuccess || disposition != Disposition::CreateAlways || entry.st_size == 0) {
+    return code;
+  }
+  return ftruncate(descriptor, 0) == 0 ? kSuccess : CodeOf(errno, kWriteFault);
+}
+
+// A read or a write in a direction that the file was not opened for is EBADF to the host.
+Code TransferFault(Code ioFault) { return errno == EBADF ? kAccessDenied : CodeOf(errno, ioFault); }
+
+}  // namespace
+
+void File::Close() {
+  if (IsOpen()) {
+    close(static_cast<int>(std::exchange(handle_, kNone)));
+  }
+}
+
+Code File::Read(std::span<std::byte> buffer, std::size_t* count) {
+  *count = 0;
+  if (!IsOpen()) {
+    return Fail(kInvalidHandle);
+  }
+  ssize_t length = 0;
+  do {
+    length = read(static_cast<int>(handle_), buffer.data(), buffer.size());
+  } while (length < 0 && errno == EINTR);
+  if (length < 0) {
+    return Fail(TransferFault(kReadFault));
+  }
+  *count = static_cast<std::size_t>(length);
+  return kSuccess;
+}
+
+Code File::Write(std::span<const std::byte> bytes) {
+  if (!IsOpen()) {
+    return Fail(kInvalidHandle);
+  }
+  while (!bytes.empty()) {
+    const ssize_t length = write(static_cast<int>(handle_), bytes.data(), bytes.size());
+    if (length >= 0) {
+      bytes = bytes.subspan(static_cast<std::size_t>(length));
+    } else if (errno != EINTR) {
+      return Fail(TransferFault(kWriteFault));
+    }
+  }
+  return kSuccess;
+}
+
+Code File::Size(std::uint64_t* size) {
+  struct stat entry {};
+  if (fstat(static_cast<int>(handle_), &entry) != 0) {
+    return Fail(CodeOf(errno));
+  }
+  *size = static_cast<std::uint64_t>(entry.st_size);
+  return kSuccess;
+}
+
+Code File::Seek(std::uint64_t position) {
+  if (position > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) {
+    return Fail(kNegativeSeek);
+  }
+  const auto offset = static_cast<off_t>(position);
+  return lseek(static_cast<int>(handle_), offset, SEEK_SET) < 0 ? Fail(CodeOf(errno)) : kSuccess;
+}
+
+Code File::SeekToEnd() {
+  return lseek(static_cast<int>(handle_), 0, SEEK_END) < 0 ? Fail(CodeOf(errno)) : kSuccess;
+}
+
+Code File::Flush() {
+  const int flags = fcntl(static_cast<int>(handle_), F_GETFL);
+  if (flags >= 0 && (flags & O_ACCMODE) == O_RDONLY) {
+    return Fail(kAccessDenied);
+  }
+  // EINVAL: a pipe or a device, which has no disk to reach.
+  if (fsync(static_cast<int>(handle_)) == 0 || errno == EINVAL) {
+    return kSuccess;
+  }
+  return Fail(CodeOf(errno, kWriteFault));
+}
+
+Code File::SetLastWriteTime(std::uint64_t time) {
+  // Split before the shift to 1970, so that what is left of a second is never negative.
+  constexpr auto kTicksPerSecond = static_cast<std::uint64_t>(clock::kTicksPerSecond);
+  constexpr std::int64_t kShift = clock::kTicksFrom1601To1970 / clock::kTicksPerSecond;
+  const timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT},
+                             {.tv_sec = static_cast<std::int64_t>(time / kTicksPerSecond) - kShift,
+                              .tv_nsec = static_cast<std::int64_t>(time % kTicksPerSecond * 100)}};
+  return futimens(static_cast<int>(handle_), times) == 0 ? kSuccess : Fail(CodeOf(errno));
+}
+
+Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file) {
+  HostPath host;
+  const Code located = posix::LocateFile(path, disposition, &host);
+  if (located != kSuccess) {
+    return Fail(located);
+  }
+  int descriptor = -1;
+  const auto openFile = [&] {
+    do {
+      descriptor = open(host.path.c_str(), FlagsOf(access, disposition), kFileMode);
+    } while (descriptor < 0 && errno == EINTR);
+    return descriptor < 0 ? CodeOf(errno) : kSuccess;
+  };
+  const bool isThere = host.entry.st_mode != 0;
+  const Code code = isThere ? openFile() : posix::ChangeFolder(host, openFile);
+  if (code != kSuccess) {
+    return Fail(code);
+  }
+  File opened;
+  opened.handle_ = descriptor;
+  const Code prepared = Prepare(descriptor, host.path, access, share, disposition);
+  if (prepared != kSuccess) {
+    if (disposition == Disposition::CreateNew) {
+      unlink(host.path.c_str());  // a file that nobody got is not there
+    }
+    return Fail(prepared);
+  }
+  *file = std::move(opened);
+  return kSuccess;
+}
+
+Code CreateDirectory(cvn::StringView path) {
+  HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  if (host.entry.st_mode != 0) {
+    return Fail(kAlreadyExists);
+  }
+  if (code != kFileNotFound) {
+    return Fail(code);
+  }
+  return Report(posix::ChangeFolder(host, [&host] {
+    if (mkdir(host.path.c_str(), kFolderMode) == 0) {
+      return kSuccess;
+    }
+    return errno == EEXIST ? kAlreadyExists : CodeOf(errno);
+  }));
+}
+
+Code Delete(cvn::StringView path) {
+  HostPath host;
+  Code code = posix::Resolve(path, &host);
+  if (code == kSuccess) {
+    const bool kept = host.IsFolder() || posix::IsReadOnly(host.path, host.entry);
+    code = kept ? kAccessDenied : posix::CheckUnused(host);
+  }
+  if (code == kSuccess) {
+    code = posix::ChangeFolder(
+        host, [&host] { return unlink(host.path.c_str()) == 0 ? kSuccess : CodeOf(errno); });
+  }
+  return Report(code);
+}
+
+Code RemoveDirectory(cvn::StringView path) {
+  HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  if (code != kSuccess) {
+    return Fail(code);
+  }
+  if (!host.IsFolder()) {
+    return Fail(platform::kDirectory);
+  }
+  if (host.isRoot || posix::IsReadOnly(host.path, host.entry)) {
+    return Fail(kAccessDenied);
+  }
+  if (host.path == posix::HostCurrentDirectory()) {
+    return Fail(kSharingViolation);
+  }
+  const bool isLink = S_ISLNK(host.entry.st_mode);
+  return Report(posix::ChangeFolder(host, [&] {
+    if ((isLink ? unlink(host.path.c_str()) : rmdir(host.path.c_str())) == 0) {
+      return kSuccess;
+    }
+    return errno == EEXIST ? kDirNotEmpty : CodeOf(errno);
+  }));
+}
+
+Code FlushFolder(cvn::StringView path) {
+  HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  return Report(code == kSuccess ? posix::FlushFolder(host.path) : code);
+}
+
+Code GetAttributes(cvn::StringView path, Attributes* attributes) {
+  HostPath host;
+  Code code = posix::Resolve(path, &host);
+  if (code == kSuccess) {
+    code = KnownAttributes(host.path, host.entry, host.IsFolder(), attributes);
+  }
+  return Report(code);
+}
+
+Code SetAttributes(cvn::StringView path, Attributes attributes) {
+  HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  return Report(code == kSuccess ? posix::StoreAttributes(host.path, host.entry, attributes)
+                                 : code);
+}
+
+}  // namespace platform::files

@@ -1,0 +1,66 @@
+#include "platform/final_path.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <string>
+#include <string_view>
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/path_resolver.h"
+
+namespace platform::paths {
+namespace {
+
+// The host's path of an open object. An object that was removed, or renamed just now, has none.
+Code PathOfOpen(int descriptor, std::string* path) {
+  char name[PATH_MAX];
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = readlink(link.c_str(), name, sizeof(name));
+  if (length < 0) {
+    return posix::CodeOf(errno);
+  }
+  if (length == ssize_t{sizeof(name)}) {
+    return kFilenameExceedsRange;
+  }
+  path->assign(name, static_cast<std::size_t>(length));
+  struct stat opened {};
+  struct stat named {};
+  const bool isThere = fstat(descriptor, &opened) == 0 && lstat(path->c_str(), &named) == 0 &&
+                       opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+  return isThere ? kSuccess : kFileNotFound;
+}
+
+}  // namespace
+
+Code GetFinalPath(cvn::StringView path, cvn::String* finalPath, VolumeName* volume) {
+  posix::HostPath host;
+  const Code resolved = posix::Resolve(path, &host);
+  if (resolved != kSuccess) {
+    return posix::Fail(resolved);
+  }
+  const posix::Descriptor object(open(host.path.c_str(), O_PATH | O_CLOEXEC));
+  if (object.Get() < 0) {
+    return posix::Fail(posix::CodeOf(errno));
+  }
+  std::string name;
+  const Code found = PathOfOpen(object.Get(), &name);
+  if (found != kSuccess) {
+    return posix::Fail(found);
+  }
+  if (name.find('\\') != std::string::npos) {
+    return posix::Fail(kInvalidName);
+  }
+  *finalPath = u"\\\\?\\";
+  finalPath->Append(posix::ToMachinePath(name));
+  *volume = VolumeName::Dos;
+  return kSuccess;
+}
+
+cvn::String FoldForFinalPath(cvn::StringView path) { return path; }
+
+}  // namespace platform::paths

@@ -1,0 +1,72 @@
+#include "platform/held_file.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/path_resolver.h"
+
+namespace platform::files {
+namespace {
+
+constexpr std::uint64_t kLargest = std::uint64_t{256} << 20;
+constexpr int kSeals = F_SEAL_WRITE | F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL;
+
+Code CopyContent(File* from, File* to) {
+  std::vector<std::byte> buffer(std::size_t{64} << 10);
+  std::uint64_t total = 0;
+  for (;;) {
+    std::size_t count = 0;
+    Code code = from->Read(buffer, &count);
+    if (code != kSuccess || count == 0) {
+      return code;
+    }
+    total += count;
+    code =
+        total > kLargest ? posix::Fail(kFileTooLarge) : to->Write(std::span(buffer).first(count));
+    if (code != kSuccess) {
+      return code;
+    }
+  }
+}
+
+}  // namespace
+
+Code HeldFile::Hold(cvn::StringView path) {
+  Release();
+  File original;
+  const Code opened = Open(path, Access::Read, Share::Read, Disposition::OpenExisting, &original);
+  if (opened != kSuccess) {
+    return opened;
+  }
+  const int descriptor = memfd_create("tessel", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  if (descriptor < 0) {
+    return posix::Fail(posix::CodeOf(errno));
+  }
+  File copy(descriptor);
+  const Code copied = CopyContent(&original, &copy);
+  if (copied != kSuccess) {
+    return copied;
+  }
+  if (fcntl(descriptor, F_ADD_SEALS, kSeals) != 0) {
+    return posix::Fail(posix::CodeOf(errno));
+  }
+  file_ = std::move(copy);
+  path_ = PathOfOpenFile(file_, path);
+  return kSuccess;
+}
+
+void HeldFile::Release() {
+  file_.Close();
+  path_.Clear();
+}
+
+cvn::String PathOfOpenFile(const File& file, cvn::StringView /*path*/) {
+  return posix::ToMachinePath("/proc/self/fd/" + std::to_string(file.Handle()));
+}
+
+}  // namespace platform::files

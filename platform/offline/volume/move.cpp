@@ -1,0 +1,170 @@
+#include "platform/offline/volume/move.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "platform/files.h"
+#include "platform/linux/descriptor.h"
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/copy.h"
+#include "platform/offline/volume/file_steps.h"
+#include "platform/offline/volume/metadata.h"
+#include "platform/offline/volume/path_resolver.h"
+
+namespace platform::posix {
+namespace {
+
+bool IsOneFile(const struct stat& left, const struct stat& right) {
+  return left.st_ino == right.st_ino && left.st_dev == right.st_dev;
+}
+
+// Whether what stands in the target's place may give it up. A pipe or a device may not: its name
+// would be a file's from then on, for all of the host.
+Code CheckTarget(const HostPath& source, const HostPath& target, bool replace) {
+  if (!replace) {
+    return kAlreadyExists;
+  }
+  const bool isFile = S_ISREG(target.entry.st_mode) || S_ISLNK(target.entry.st_mode);
+  if (source.IsFolder() || target.IsFolder() || !isFile || IsReadOnly(target.path, target.entry)) {
+    return kAccessDenied;
+  }
+  return CheckUnused(target);
+}
+
+// Finds both ends of a move, and checks that the one may take the place of the other.
+Code Locate(cvn::StringView from, cvn::StringView to, bool replace, HostPath* source,
+            HostPath* target) {
+  Code code = Resolve(from, source);
+  if (code == kSuccess) {
+    code = source->isRoot ? kAccessDenied : CheckUnused(*source);
+  }
+  if (code != kSuccess) {
+    return code;
+  }
+  code = Resolve(to, target);
+  if (code == kFileNotFound) {
+    return target->endsInSeparator && !source->IsFolder() ? kInvalidName : kSuccess;
+  }
+  return code == kSuccess && source->path != target->path ? CheckTarget(*source, *target, replace)
+                                                          : code;
+}
+
+// True when the host's path lies on the machine's drive. A drive is told by where the file is, and
+// not by the spelling of its path.
+bool IsOnMachine(const std::string& path) { return ToMachinePath(path)[0] == u'C'; }
+
+Code Rename(const HostPath& source, const HostPath& target, bool replace) {
+  int error = 0;
+  if (source.path == target.path) {
+    // Onto itself, a move gives the name a new spelling.
+    const std::string place = FolderOf(target.path) + target.name;
+    error = rename(source.path.c_str(), place.c_str()) == 0 ? 0 : errno;
+  } else if (IsOneFile(source.entry, target.entry)) {
+    // The host would leave both names of one file alone.
+    error = unlink(source.path.c_str()) == 0 ? 0 : errno;
+  } else if (replace) {
+    error = rename(source.path.c_str(), target.path.c_str()) == 0 ? 0 : errno;
+  } else {
+    error = RenameToFree(source.path, target.path);
+  }
+  switch (error) {
+    case EEXIST:
+    case ENOTEMPTY:
+      return kAlreadyExists;
+    case EINVAL:
+      return kSharingViolation;  // a folder into itself
+    default:
+      return CodeOf(error);
+  }
+}
+
+Code Relocate(const HostPath& source, const HostPath& target, std::uint32_t flags) {
+  const bool replace = (flags & files::kMoveReplaceExisting) != 0;
+  const bool mayCopy = (flags & files::kMoveCopyAllowed) != 0 && !source.IsFolder();
+  Code code = kNotSameDevice;
+  if (mayCopy || IsOnMachine(source.path) == IsOnMachine(target.path)) {
+    code = ChangeFolder(source, [&] {
+      return ChangeFolder(target, [&] { return Rename(source, target, replace); });
+    });
+  }
+  if (code == kNotSameDevice && mayCopy) {
+    code = CopyFile(source, target,
+                    {.replace = replace, .flush = (flags & files::kMoveWriteThrough) != 0});
+    if (code == kSuccess) {
+      // One that can't go stays, as on Windows.
+      ChangeFolder(source,
+                   [&] { return unlink(source.path.c_str()) == 0 ? kSuccess : CodeOf(errno); });
+    }
+  }
+  return code;
+}
+
+}  // namespace
+
+Code MoveNow(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {
+  HostPath source;
+  HostPath target;
+  Code code = Locate(from, to, (flags & files::kMoveReplaceExisting) != 0, &source, &target);
+  if (code == kSuccess) {
+    code = Relocate(source, target, flags);
+  }
+  if (code != kSuccess || (flags & files::kMoveWriteThrough) == 0) {
+    return code;
+  }
+  const std::string after = FolderOf(target.path);
+  const std::string before = FolderOf(source.path);
+  code = FlushFolder(after);
+  return code == kSuccess && before != after ? FlushFolder(before) : code;
+}
+
+}  // namespace platform::posix
+
+namespace platform::files {
+
+Code Replace(cvn::StringView from, cvn::StringView to) {
+  return posix::Report(posix::MoveNow(from, to, kMoveReplaceExisting | kMoveWriteThrough));
+}
+
+Code TakePlace(cvn::StringView from, cvn::StringView to) {
+  posix::HostPath fresh;
+  posix::HostPath old;
+  Code code = posix::Resolve(from, &fresh);
+  if (code == kSuccess) {
+    code = posix::Resolve(to, &old);
+  }
+  if (code == kFileNotFound) {
+    return Replace(from, to);  // nothing to take over
+  }
+  if (code != kSuccess) {
+    return posix::Fail(code);
+  }
+  // What a link leads to gets the new version; the link stays, and its own mode means nothing.
+  cvn::String place(to);
+  if (S_ISLNK(old.entry.st_mode)) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(old.path.c_str(), nullptr),
+                                                           &std::free);
+    if (real == nullptr || lstat(real.get(), &old.entry) != 0) {
+      return posix::Fail(posix::CodeOf(errno));
+    }
+    old.path = real.get();
+    place = posix::ToMachinePath(old.path);
+  }
+  if (S_ISREG(old.entry.st_mode)) {
+    const posix::Descriptor target(open(fresh.path.c_str(), O_WRONLY | O_CLOEXEC));
+    code = target.Get() < 0 ? posix::CodeOf(errno)
+                            : posix::CopyMetadata(old.path, old.entry, target.Get());
+    if (code != kSuccess) {
+      return posix::Fail(code);
+    }
+  }
+  return Replace(from, place);
+}
+
+}  // namespace platform::files

@@ -1,0 +1,108 @@
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+#include "platform/files.h"
+#include "platform/offline/volume/file_steps.h"
+#include "platform/offline/volume/move.h"
+#include "platform/offline/volume/path_resolver.h"
+#include "platform/registry.h"
+
+namespace platform::files {
+namespace {
+
+constexpr cvn::StringView kKey = u"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
+constexpr cvn::StringView kValue = u"PendingFileRenameOperations";
+
+// Text with a zero behind it, in the registry's form.
+void AppendText(cvn::StringView text, std::vector<std::byte>* data) {
+  const auto append = [data](char16_t unit) {
+    data->push_back(static_cast<std::byte>(unit & 0xFF));
+    data->push_back(static_cast<std::byte>(unit >> 8));
+  };
+  for (const char16_t unit : text) {
+    append(unit);
+  }
+  append(u'\0');
+}
+
+// The path as the session manager of the machine will understand it. It need not exist: what is
+// there then counts.
+Code NativePath(cvn::StringView path, cvn::String* native) {
+  posix::HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  const bool isPlace = code == kSuccess || code == kFileNotFound || code == kPathNotFound;
+  if (!isPlace || host.path.empty()) {
+    return code;
+  }
+  *native = u"\\??\\";
+  native->Append(posix::ToMachinePath(host.path));
+  return kSuccess;
+}
+
+// Cuts the empty text that ends a list; what is no list is dropped.
+void CutEnd(bool isList, std::vector<std::byte>* data) {
+  constexpr std::size_t kUnit = sizeof(char16_t);
+  data->resize(isList ? data->size() / kUnit * kUnit : 0);
+  const std::size_t tail = std::min(data->size(), 2 * kUnit);
+  const auto isZero = [](std::byte byte) { return byte == std::byte{0}; };
+  if (tail != 0 &&
+      std::all_of(data->end() - static_cast<std::ptrdiff_t>(tail), data->end(), isZero)) {
+    data->resize(data->size() - kUnit);
+  }
+}
+
+// Adds a pair to the session manager's list. A list ends with an empty text, but there are others
+// in it too: each deletion is a path and an empty text.
+Code AppendPair(cvn::StringView from, cvn::StringView to) {
+  registry::Key key;
+  Code code = registry::CreateKey(registry::Key(registry::Root::LocalMachine), kKey, false,
+                                  registry::kQueryValue | registry::kSetValue, &key);
+  if (code != kSuccess) {
+    return code;
+  }
+  std::uint32_t type = registry::kTypeNone;
+  std::vector<std::byte> list;
+  code = registry::QueryValue(key, kValue, &type, &list);
+  if (code != kSuccess && code != kFileNotFound) {
+    return code;
+  }
+  CutEnd(code == kSuccess && type == registry::kTypeMultiString, &list);
+  AppendText(from, &list);
+  AppendText(to, &list);
+  AppendText(u"", &list);
+  return registry::SetValue(key, kValue, registry::kTypeMultiString, list);
+}
+
+Code MoveAtNextStart(cvn::StringView from, cvn::StringView to, bool replace) {
+  cvn::String source;
+  Code code = NativePath(from, &source);
+  cvn::String place;
+  if (code == kSuccess) {
+    code = NativePath(to, &place);
+  }
+  cvn::String target(replace ? u"!" : u"");
+  target.Append(place);
+  return code == kSuccess ? AppendPair(source, target) : code;
+}
+
+}  // namespace
+
+Code Move(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {
+  if ((flags & kMoveDelayUntilReboot) == 0) {
+    return posix::Report(posix::MoveNow(from, to, flags));
+  }
+  if ((flags & kMoveCopyAllowed) != 0) {
+    return posix::Report(kInvalidParameter);
+  }
+  const bool replace = (flags & kMoveReplaceExisting) != 0;
+  return posix::Report(MoveAtNextStart(from, to, replace));
+}
+
+Code DeleteAtReboot(cvn::StringView path) {
+  cvn::String native;
+  const Code code = NativePath(path, &native);
+  return posix::Report(code == kSuccess ? AppendPair(native, u"") : code);
+}
+
+}  // namespace platform::files

@@ -1,0 +1,90 @@
+#include "platform/offline/volume/share_locks.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/random.h"
+
+namespace platform::posix {
+namespace {
+
+using files::Access;
+using files::Share;
+
+// What an open file does and what it denies to others is told by locks on bytes far beyond the
+// content of any file: each has a range, in which everyone concerned locks one byte. Whoever opens
+// the file tells first and looks for contradictions then, so that of two at the same time one at
+// least sees the other.
+enum Range : unsigned { kReads = 1, kWrites = 2, kDeniesReading = 4, kDeniesWriting = 8 };
+constexpr Range kRanges[] = {kReads, kWrites, kDeniesReading, kDeniesWriting};
+
+constexpr off_t kFarBeyond = off_t{1} << 62;
+constexpr off_t kRangeLength = off_t{1} << 32;
+
+struct flock LockOn(Range range, off_t offset, off_t length, short type) {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = kFarBeyond + static_cast<off_t>(range) * kRangeLength + offset;
+  lock.l_len = length;
+  return lock;
+}
+
+// Another's lock, of either type, lies in one of the ranges from `first` to `last`.
+bool IsTold(int descriptor, Range first, Range last) {
+  struct flock lock = LockOn(first, 0, (last - first + 1) * kRangeLength, F_WRLCK);
+  return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+unsigned RangesOf(Access access, Share share) {
+  unsigned ranges = access == Access::Read    ? kReads
+                    : access == Access::Write ? kWrites
+                                              : kReads | kWrites;
+  if (share == Share::None || share == Share::Read) {
+    ranges |= kDeniesWriting;
+  }
+  if (share == Share::None) {
+    ranges |= kDeniesReading;
+  }
+  return ranges;
+}
+
+Range OppositeOf(Range range) {
+  return static_cast<Range>(range <= kWrites ? range << 2 : range >> 2);
+}
+
+}  // namespace
+
+Code TakeShare(int descriptor, Access access, Share share) {
+  const unsigned ranges = RangesOf(access, share);
+  // Read locks go together, but need a descriptor that reads; write locks get a byte of their own
+  // each.
+  const short type = access == Access::Write ? F_WRLCK : F_RDLCK;
+  const off_t offset = access == Access::Write ? static_cast<off_t>(SecureRandom32()) : 0;
+  for (const Range range : kRanges) {
+    struct flock lock = LockOn(range, offset, 1, type);
+    if ((ranges & range) != 0 && fcntl(descriptor, F_OFD_SETLK, &lock) != 0) {
+      return errno == EAGAIN || errno == EACCES ? kSharingViolation : kSuccess;
+    }
+  }
+  for (const Range range : kRanges) {
+    if ((ranges & range) != 0 && IsTold(descriptor, OppositeOf(range), OppositeOf(range))) {
+      return kSharingViolation;
+    }
+  }
+  return kSuccess;
+}
+
+bool IsInUse(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) {
+    return false;
+  }
+  const bool inUse = IsTold(descriptor, kReads, kWrites);
+  close(descriptor);
+  return inUse;
+}
+
+}  // namespace platform::posix
