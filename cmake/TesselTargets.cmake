@@ -1,30 +1,30 @@
 # The kinds of target. Every file list may be split by platform:
 #
 #   SOURCES          for both
-#   POSIX_SOURCES    for Linux only
+#   LINUX_SOURCES    for Linux only
 #   WINDOWS_SOURCES  for Windows only
 #   DEPENDS          targets to link: tessel_<x>, dep_<x>
 #
-# tessel_library(<name> [OBJECT] SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+# tessel_library(<name> [OBJECT] SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes the library <name>, by convention tessel_ and the folder. DEPENDS reach its users as well.
 #   OBJECT is for code that nothing calls by name, such as commands that register themselves: its
 #   objects go into each program or test that names it in its own DEPENDS, and into no other.
 #
-# tessel_program(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+# tessel_program(<name> SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/bin/<name>. On Windows the entry point is wmain.
 #
-# tessel_test(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+# tessel_test(<name> SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/tests/<name> with GoogleTest and its main(). It runs with the source folder as the
 #   current directory. In a home for which it has no sources there is no such test.
 #
-# tessel_bench(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+# tessel_bench(<name> SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/bench/<name> with Google Benchmark and its main(), only when asked for.
 #
 # tessel_test_library(<name> FILE <path> SOURCES... [DEFINES...] [LINKS...])
 #   makes <build>/tests/libraries/<path>, a shared library of the home's own kind under that very
 #   name. It exports its functions with C names, and needs no library but those in LINKS.
 #
-# tessel_test_program(<name> SOURCES... [POSIX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
+# tessel_test_program(<name> SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/tests/libraries/<name>.exe, in both homes under that name, for tests to start. On
 #   Windows the entry point is wmain, and it needs no library of ours.
 #
@@ -53,7 +53,7 @@ endif()
 # Sets <out>_sources, <out>_depends and <out>_object in the caller.
 function(tessel_parse_sources out)
   cmake_parse_arguments(PARSE_ARGV 1 arg
-    "OBJECT" "" "SOURCES;POSIX_SOURCES;WINDOWS_SOURCES;DEPENDS")
+    "OBJECT" "" "SOURCES;LINUX_SOURCES;WINDOWS_SOURCES;DEPENDS")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "${out}: what is '${arg_UNPARSED_ARGUMENTS}'?")
   endif()
@@ -61,7 +61,7 @@ function(tessel_parse_sources out)
   if(WIN32)
     list(APPEND sources ${arg_WINDOWS_SOURCES})
   else()
-    list(APPEND sources ${arg_POSIX_SOURCES})
+    list(APPEND sources ${arg_LINUX_SOURCES})
   endif()
   set(${out}_sources "${sources}" PARENT_SCOPE)
   set(${out}_depends "${arg_DEPENDS}" PARENT_SCOPE)
