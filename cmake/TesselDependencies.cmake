@@ -1,6 +1,6 @@
 # Third-party libraries, as one target each: dep_<x>. Linux takes Debian's packages. Windows takes the
 # libraries that scripts/windows-libraries builds from the source packages of the same Debian release.
-# In both homes a library is used with the same defines, and its headers count as system headers.
+# On both platforms a library is used with the same defines, and its headers count as system headers.
 #
 #   dep_openssl         libcrypto
 #   dep_tinyxml         TinyXML 2.6.2 with Debian's patches, TIXML_USE_STL

@@ -15,17 +15,17 @@
 #
 # tessel_test(<name> SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/tests/<name> with GoogleTest and its main(). It runs with the source folder as the
-#   current directory. In a home for which it has no sources there is no such test.
+#   current directory. On a platform for which it has no sources there is no such test.
 #
 # tessel_bench(<name> SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/bench/<name> with Google Benchmark and its main(), only when asked for.
 #
 # tessel_test_library(<name> FILE <path> SOURCES... [DEFINES...] [LINKS...])
-#   makes <build>/tests/libraries/<path>, a shared library of the home's own kind under that very
+#   makes <build>/tests/libraries/<path>, a shared library of the platform's own kind under that very
 #   name. It exports its functions with C names, and needs no library but those in LINKS.
 #
 # tessel_test_program(<name> SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
-#   makes <build>/tests/libraries/<name>.exe, in both homes under that name, for tests to start. On
+#   makes <build>/tests/libraries/<name>.exe, on both platforms under that name, for tests to start. On
 #   Windows the entry point is wmain, and it needs no library of ours.
 #
 # tessel_fuzz(<name> SOURCES... [MUTATOR...] [DEPENDS...])
@@ -46,7 +46,7 @@ add_custom_target(fuzz)
 
 set(tessel_warnings -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 if(TESSEL_FUZZ)
-  # Another compiler than the one of the homes, whose warnings are the ones that count.
+  # Clang warns of more; the warnings of GCC, which builds the product, are the ones that count.
   list(APPEND tessel_warnings -Wno-error)
 endif()
 

@@ -1,5 +1,5 @@
-"""Checks that the files in docs/ that tlx makes are what it makes today, in each home. Each file
-of each home counts as one test.
+"""Checks that the files in docs/ that tlx makes are what it makes today, on each platform. Each file
+of each platform counts as one test.
 
 With --update it writes them anew instead.
 """

@@ -134,8 +134,8 @@ need_bench_packages() {
   need_packages python3 lua5.4 libxml2-dev libxml2-utils
 }
 
-build_home_now() {
-  local home=$1
+build_preset_now() {
+  local preset=$1
   shift
   local targets=() options=()
   local argument
@@ -145,14 +145,14 @@ build_home_now() {
       *) targets+=("$argument") ;;
     esac
   done
-  cmake -S "$root" --preset "$home" "${options[@]}"
-  cmake --build "$root/build/$home" --target "${targets[@]}"
+  cmake -S "$root" --preset "$preset" "${options[@]}"
+  cmake --build "$root/build/$preset" --target "${targets[@]}"
 }
 
-# build_home PRESET [-DNAME=VALUE...] TARGET...
-build_home() {
+# build_preset PRESET [-DNAME=VALUE...] TARGET...
+build_preset() {
   mkdir -p "$root/build/$1"
-  run_step "Building $1" locked "$root/build/$1/.lock" build_home_now "$@"
+  run_step "Building $1" locked "$root/build/$1/.lock" build_preset_now "$@"
 }
 
 # need_development_key PRESET: what packs patches on this machine does so with the development pair,

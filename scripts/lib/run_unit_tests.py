@@ -1,4 +1,4 @@
-"""Runs the test executables of one home and leaves their counts in a JSON file.
+"""Runs the test executables of one platform and leaves their counts in a JSON file.
 
 The build's tests.txt names the executables, unless the command line does. Each runs once, with the
 source folder as the current directory and a temporary folder and a machine folder of its own. An
@@ -128,18 +128,18 @@ def run(executable, label, arguments):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--root", type=Path, required=True)
-    parser.add_argument("--home", choices=("linux", "windows"), required=True)
+    parser.add_argument("--platform", choices=("linux", "windows"), required=True)
     parser.add_argument("--build", type=Path, required=True)
     parser.add_argument("--wine", help="the program that runs Windows programs")
     parser.add_argument("--json", type=Path, required=True)
-    parser.add_argument("--label", help="what the results call the home")
+    parser.add_argument("--label", help="what the results call the platform")
     parser.add_argument("tests", nargs="*", metavar="TEST")
     arguments = parser.parse_args()
 
     names = arguments.tests or (arguments.build / "tests.txt").read_text(encoding="utf-8").split()
-    suffix = ".exe" if arguments.home == "windows" else ""
+    suffix = ".exe" if arguments.platform == "windows" else ""
     total = Counts()
-    label = arguments.label or arguments.home
+    label = arguments.label or arguments.platform
     print(f"== Unit tests, {label}")
     for name in names:
         counts = run(arguments.build / "tests" / (name + suffix), f"{label}/{name}", arguments)
@@ -147,7 +147,7 @@ def main():
               f"{counts.skipped} skipped", flush=True)
         total.add(counts)
     if not names:
-        total.failures.append(f"{arguments.home}: there are no test executables")
+        total.failures.append(f"{arguments.platform}: there are no test executables")
     arguments.json.write_text(json.dumps(total.as_json()), encoding="utf-8")
 
 
