@@ -1,16 +1,15 @@
 """Checks all our C++ with clang-format. It counts as one test, "formatting"."""
 
 import argparse
-import json
 import subprocess
 from pathlib import Path
 
-FOLDERS = ("support", "platform", "logging", "trace", "engine", "commands", "trust", "telemetry",
-           "launcher", "tools", "tests", "bench", "fuzz")
+import layout
+import results
 
 
 def sources(root):
-    return sorted(path for folder in FOLDERS for path in (root / folder).rglob("*")
+    return sorted(path for folder in layout.SOURCES for path in (root / folder).rglob("*")
                   if path.suffix in (".h", ".cpp") and path.is_file())
 
 
@@ -37,9 +36,7 @@ def main():
                             if "[-Wclang-format-violations]" in line})
             failures.append("formatting: scripts/format would change "
                             + (", ".join(wrong) or check.stderr.strip()))
-    result = {"passed": 0 if failures else 1, "failed": len(failures), "skipped": 0,
-              "failures": failures}
-    arguments.json.write_text(json.dumps(result), encoding="utf-8")
+    results.write(arguments.json, 1, failures)
     print(f"== Formatting: {'wrong' if failures else 'right'} ({len(files)} files)")
 
 

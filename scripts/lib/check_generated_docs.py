@@ -5,9 +5,10 @@ With --update it writes them anew instead.
 """
 
 import argparse
-import json
 import subprocess
 from pathlib import Path
+
+import results
 
 # The file and what prints it, from the source folder.
 MADE = {
@@ -45,9 +46,7 @@ def main():
             failures.append(f"{name} isn't what {program.name} prints: run "
                             f"scripts/lib/check_generated_docs.py --root . --tlx {program} --update")
     if arguments.json:
-        result = {"passed": len(made) - len(failures), "failed": len(failures), "skipped": 0,
-                  "failures": failures}
-        arguments.json.write_text(json.dumps(result), encoding="utf-8")
+        results.write(arguments.json, len(made), failures)
     print(f"== Generated documents: {len(failures)} of {len(made)} are stale")
     for failure in failures if not arguments.json else ():
         print(failure)

@@ -1,8 +1,9 @@
 """Checks that nothing of the public key's text stands in the programs. It counts as one test."""
 
 import argparse
-import json
 from pathlib import Path
+
+import results
 
 # Short enough to find any piece of the key, long enough never to be found by chance.
 PIECE = 8
@@ -27,9 +28,7 @@ def main():
              if not line.startswith("-----")]
     shown = [str(program) for program in arguments.programs if stands_in(program, lines)]
     failures = [f"patch key: its text stands in {', '.join(shown)}"] if shown else []
-    result = {"passed": 0 if failures else 1, "failed": len(failures), "skipped": 0,
-              "failures": failures}
-    arguments.json.write_text(json.dumps(result), encoding="utf-8")
+    results.write(arguments.json, 1, failures)
     print(f"== Patch key: {'stands in the clear' if failures else 'scrambled'} "
           f"in {len(arguments.programs)} programs")
 

@@ -1,10 +1,11 @@
 """Checks docs/patch.xsd: that the scripts of docs/ keep to it, and that faulty ones don't."""
 
 import argparse
-import json
 import subprocess
 import tempfile
 from pathlib import Path
+
+import results
 
 SOUND = """<patch version="1.0">
   <header><property name="id" value="check"/></header>
@@ -94,9 +95,7 @@ def main():
         failures += check_faults(schema, Path(folder))
 
     checks = len(scripts) + 1 + len(FAULTS)
-    result = {"passed": checks - len(failures), "failed": len(failures), "skipped": 0,
-              "failures": failures}
-    arguments.json.write_text(json.dumps(result), encoding="utf-8")
+    results.write(arguments.json, checks, failures)
     print(f"{checks - len(failures)} passed, {len(failures)} failed, 0 skipped")
 
 
