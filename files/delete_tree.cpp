@@ -14,8 +14,8 @@ namespace {
 namespace files = platform::files;
 namespace paths = platform::paths;
 
-// Deletes a file. Its attributes matter only where the deletion fails, and few fail: so they are
-// not read before.
+// Attributes are read only after a deletion has failed: most succeed, and the reading would double
+// the cost of a tree.
 platform::Code DeleteAlsoReadOnly(cvn::StringView path, const files::SearchEntry& entry) {
   platform::Code code = files::Delete(path);
   if (code != platform::kSuccess && code != platform::kFileNotFound) {
@@ -28,7 +28,7 @@ platform::Code DeleteAlsoReadOnly(cvn::StringView path, const files::SearchEntry
   return code == platform::kFileNotFound ? platform::kSuccess : code;
 }
 
-// Gives a file a name in its folder that no other has.
+// Renames a file to a name that is free in its folder.
 platform::Code MoveAside(cvn::StringView directory, cvn::StringView name, cvn::String* path) {
   cvn::String candidate;
   do {
@@ -44,7 +44,7 @@ platform::Code MoveAside(cvn::StringView directory, cvn::StringView name, cvn::S
   return code;
 }
 
-// A failure is not reported: a folder that is in use stays.
+// A folder that is in use stays, which isn't a failure, so no code is returned.
 void RemoveFolder(cvn::StringView path) {
   if (files::RemoveDirectory(path) == platform::kAccessDenied) {
     files::Attributes attributes = 0;
@@ -63,7 +63,7 @@ bool IsLink(cvn::String path) {
   return found.HasEntry() && found.Entry().IsLink();
 }
 
-// Any depth of folders will do: the walk has a list of its own.
+// Keeps its own list of levels: recursion would let a deep tree overflow the stack.
 platform::Code DeleteFoundTree(cvn::StringView directory, bool ignoreErrors,
                                const DeleteFallbacks& fallbacks) {
   struct Level {

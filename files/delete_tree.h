@@ -1,4 +1,4 @@
-// The deletion of files and of whole trees.
+// Deleting files and folder trees.
 #pragma once
 
 #include "platform/error.h"
@@ -7,26 +7,26 @@
 
 namespace tessel {
 
-// What to do with a file that can't be deleted.
+// What to do when a file can't be deleted.
 struct DeleteFallbacks {
-  bool rename = false;       // give it another name, which counts as deleted
-  bool afterReboot = false;  // schedule it, under the name that it has then
+  bool rename = false;       // rename it in its folder, which counts as deleted
+  bool afterReboot = false;  // delete it at the next boot, under the name that it has by then
 };
 
-// Deletes a found file, a read-only one too. Gives 0 or the code of the failure; a file that is
-// only scheduled for deletion has failed.
+// Deletes a file that a search found, even a read-only one. Returns 0 or the code of the failure; a
+// file that is only scheduled for deletion counts as a failure.
 platform::Code DeleteFileWithFallback(cvn::StringView directory,
                                       const platform::files::SearchEntry& entry,
                                       const DeleteFallbacks& fallbacks);
 
-// Deletes the tree at a folder, and gives the code of the first failure, at which it stops unless
-// errors are ignored. A folder with a failure in it or below stays, and so does one that is in use,
-// which is no failure. A link to a folder goes itself, what it leads to stays; so does one at the
-// top. What is no folder stays as it is.
+// Deletes a folder with everything below it, and returns the code of the first failure, where it
+// stops unless `ignoreErrors`. A folder stays when something below it failed, or when it is in use,
+// which isn't a failure. Of a link to a folder, also at the top, only the link is deleted. A path
+// that isn't a folder is left alone.
 platform::Code DeleteTree(cvn::StringView directory, bool ignoreErrors,
                           const DeleteFallbacks& fallbacks);
 
-// Takes READONLY off a file or folder that has these attributes.
+// Clears READONLY if it is among `attributes`, those of the file or folder at `path`.
 void ClearReadOnly(cvn::StringView path, platform::files::Attributes attributes);
 
 }  // namespace tessel

@@ -1,4 +1,4 @@
-// What a search in a folder finds.
+// Iteration over the entries of a folder.
 #pragma once
 
 #include "platform/file_search.h"
@@ -6,12 +6,12 @@
 
 namespace tessel {
 
-// What a search finds, in its order.
+// The entries that match a search path, in the order in which the platform finds them.
 class Listing {
  public:
   explicit Listing(cvn::StringView path) : code_(search_.First(path, &entry_)) {}
 
-  // Why the search found nothing, at first; later, why it is at its end.
+  // 0, or why there is no entry: kNoMoreFiles at the end, another code when the search failed.
   platform::Code Status() const { return code_; }
   bool HasEntry() const { return code_ == platform::kSuccess; }
   const platform::files::SearchEntry& Entry() const { return entry_; }

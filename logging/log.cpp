@@ -19,7 +19,7 @@ struct SharedState {
   std::atomic<std::int32_t> lockWord = 0;
 };
 
-// Never destroyed: a reference may be given back as late as the process likes.
+// Never destroyed: a static object may release its reference after main has returned.
 SharedState& State() {
   static SharedState& state = *new SharedState;
   return state;

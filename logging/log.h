@@ -1,12 +1,12 @@
-// Diagnostic lines for the suite's logging library, "journal.dll", which lies beside the program,
-// or doesn't: then all of this has no effect. It has nothing to do with the trace of a run.
+// Diagnostic lines for the suite's logging library, "journal.dll", in the program's folder. Without
+// that file nothing here has an effect. The trace of a run is another thing (trace/trace.h).
 //
-// The library is in the process only while somebody holds a reference, as the reader of signatures
-// does while it reads. A line on its own never loads it: without a holder, writing one costs the
-// reading of a number.
+// The library is loaded only while a reference is held, as the reader of signatures does while it
+// reads. Writing a line never loads it: without a reference, it costs the reading of an atomic
+// number.
 //
 //   logging::LogRef log;
-//   log.Attach();                     // gives it back at the end of its life
+//   log.Attach();                     // released at the end of its life
 //   const logging::ScopeTrace scope(u"Crypt::Reader::Open");
 //   logging::WriteLine(logging::kFailure, u"Crypt::Reader::Open", u"Failed with error %d.",
 //                      platform::LastError);
@@ -34,8 +34,8 @@ inline constexpr std::int16_t kSameStep = 0;
 inline constexpr std::int16_t kEntryStep = 1;
 inline constexpr std::int16_t kExitStep = -1;
 
-// The library with its exports. Texts reach it as zero-ended UTF-16 in both homes, and what a
-// format asks for as C passes it.
+// The library with its exports. On both platforms it takes zero-ended UTF-16, and the arguments of
+// a format as C passes them.
 class CLogDLL {
  public:
   // Takes the copy that is in the process already, or loads the one beside the program.
@@ -44,7 +44,7 @@ class CLogDLL {
   CLogDLL& operator=(const CLogDLL&) = delete;
   ~CLogDLL();
 
-  // Hands a line to the library, and gives its status: 0x80004002 when there is no library.
+  // Returns the library's status: 0x80004002 (E_NOINTERFACE) when there is no library.
   template <typename... Args>
   std::int32_t Write(std::int16_t step, Level* level, const void* module, const char16_t* function,
                      const char16_t* format, Args... args) const {
@@ -79,8 +79,8 @@ class CLogDLL {
   platform::libraries::Address logGetLevel_ = nullptr;
 };
 
-// References to the library: the first of all that are held loads it, the last unloads it. Any
-// thread may attach and release.
+// References to the library: the first one loads it, the last one unloads it. Any thread may attach
+// and release.
 class LogRef {
  public:
   LogRef() = default;
@@ -88,9 +88,9 @@ class LogRef {
   LogRef& operator=(const LogRef&) = delete;
   ~LogRef() { Release(); }
 
-  // Gets one more reference.
+  // Adds one reference.
   void Attach();
-  // Gives back all that this value holds.
+  // Releases all references of this object.
   void Release();
   // Null until Attach, and after Release.
   const CLogDLL* Instance() const { return instance_; }
@@ -100,12 +100,12 @@ class LogRef {
   std::atomic<std::int32_t> count_ = 0;
 };
 
-// Whether somebody holds a reference, so that a line goes somewhere.
+// True while any reference is held, and a line reaches the library.
 bool IsHeld();
 
 namespace internal {
 
-// Holds the library for one line.
+// Keeps the library loaded for one line.
 class Line {
  public:
   Line();
@@ -145,7 +145,7 @@ template <typename... Args>
 void WriteStep(std::int16_t step, Level level, const char16_t* function, const char16_t* format,
                const Args&... args) {
   const Line line;
-  // Braces: from left to right, and kept until the line is written.
+  // Braces fix the order, left to right; the tuple keeps the values until the line is written.
   const std::tuple<decltype(ValueOf(args))...> values{ValueOf(args)...};
   std::apply(
       [&](const auto&... value) { line.Write(step, level, function, format, PassedAs(value)...); },
@@ -154,10 +154,10 @@ void WriteStep(std::int16_t step, Level level, const char16_t* function, const c
 
 }  // namespace internal
 
-// Writes a line of the routine `function`, while somebody holds the library. An argument is a
-// number, a zero-ended text, or something callable without arguments that gives one: it is called
-// only for a line that is written, when the library is held, and the arguments in their order. So
-// an error code is passed as `platform::LastError` itself, which must be what the caller last did.
+// Writes a line of the routine `function` while the library is held. An argument is a number, a
+// zero-ended text, or a callable without arguments that returns one; it is called only for a line
+// that is written, in the order of the arguments. An error code is therefore passed as the function
+// `platform::LastError`, with no other call between the failure and this one.
 template <typename... Args>
 void WriteLine(Level level, const char16_t* function, const char16_t* format, const Args&... args) {
   if (IsHeld()) {
@@ -165,8 +165,8 @@ void WriteLine(Level level, const char16_t* function, const char16_t* format, co
   }
 }
 
-// Writes that a routine is entered, and at the end of its life that it is left, with the
-// milliseconds in between.
+// Writes a line on entering a routine, and at the end of its life one on leaving it, with the
+// milliseconds between.
 class ScopeTrace {
  public:
   explicit ScopeTrace(cvn::StringView function);

@@ -1,4 +1,4 @@
-// The containers of the system.
+// The standard's containers, with the settings that hold everywhere.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@ namespace cvn {
 template <typename T>
 using List = std::vector<T>;
 
-// Ordered by key. Texts order by their UTF-16 code units, and are found by views without a copy.
+// Ordered by key; texts by code units. std::less<> finds a text by a view, without a copy.
 template <typename Key, typename Value>
 using Map = std::map<Key, Value, std::less<>>;
 

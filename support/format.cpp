@@ -19,7 +19,7 @@ struct Conversion {
   char16_t letter = 0;
 };
 
-// A width or precision beyond this is a mistake, and must not cost memory.
+// Larger widths and precisions are cut to this, so that a script's text can't exhaust memory.
 constexpr std::size_t kWidestField = 4096;
 
 std::size_t ReadCount(StringView format, std::size_t* at) {
@@ -52,8 +52,8 @@ bool ReadFlag(char16_t c, Conversion* conversion) {
   }
 }
 
-// Reads the conversion that follows a percent sign at `at`, and moves `at` behind it. False when
-// the format ends within it.
+// Reads the conversion that follows a percent sign at `at`, and moves `at` past it. False when the
+// format ends within it.
 bool ReadConversion(StringView format, std::size_t* at, Conversion* conversion) {
   while (*at < format.size() && ReadFlag(format[*at], conversion)) {
     ++*at;

@@ -11,7 +11,7 @@
 
 namespace cvn {
 
-// One argument, viewed and not copied: it must outlive the call that it is passed to.
+// One argument. A view, not a copy: the value must outlive the call.
 class FormatArgument {
  public:
   enum class Kind { Text, NullText, Signed, Unsigned, Pointer };
@@ -49,10 +49,10 @@ class FormatArgument {
 };
 
 // Appends `format` with its arguments filled in. Conversions: %s %c %d %i %u %x %X %p %%; flags - 0
-// + blank #, a width, a precision; the length letters h, l, ll, I64 are read and ignored, since an
-// argument knows its own size. %p gives 0x and 16 upper-case hexadecimal digits. A null text gives
-// "(null)". An argument of another kind than its conversion is written as what it is; a conversion
-// without an argument stays as it stands.
+// + blank #, a width, a precision. The length letters h, l, ll, I64 are ignored, since an argument
+// knows its own size. %p gives 0x and 16 upper-case hexadecimal digits. A null text gives "(null)".
+// An argument that doesn't fit its conversion is written by its own type; a conversion without an
+// argument is copied unchanged.
 void AppendFormat(String* out, StringView format, std::span<const FormatArgument> arguments);
 
 template <typename... Args>

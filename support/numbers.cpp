@@ -20,7 +20,7 @@ Int ReadSaturated(StringView text) {
     negative = *at == u'-';
     ++at;
   }
-  // Counted downwards, because the negative range is the wider one.
+  // Counts downwards, since the negative range is larger by one.
   constexpr Int kLowest = std::numeric_limits<Int>::min();
   Int value = 0;
   for (; at != text.end() && IsDigit(*at); ++at) {

@@ -1,4 +1,4 @@
-// Reading of numbers and small helpers over text, with the exact rules that scripts see.
+// Numbers in text, and comparison without case, by the rules that scripts see.
 #pragma once
 
 #include <cstdint>
@@ -8,11 +8,11 @@
 namespace cvn {
 
 // Decimal: leading blanks, an optional sign, digits up to the first other character. No digit gives
-// 0; a number out of range saturates, as Microsoft documents for _wtoi and _wtoi64.
+// 0; a number out of range saturates. Microsoft documents both for _wtoi and _wtoi64.
 std::int32_t ReadInt32(StringView text);
 std::int64_t ReadInt64(StringView text);
 
-// True for a text that is not empty and has nothing but the digits 0 to 9.
+// True for a non-empty text of the digits 0 to 9 only.
 bool IsAllDigits(StringView text);
 
 // Orders as _wcsicmp does in the "C" locale: only A to Z fold, to lower case. Negative, 0 or

@@ -16,8 +16,8 @@ namespace cvn {
 // live in a shared, guarded heap buffer, so that a copy costs the same whatever the length, and
 // removing a prefix moves nothing. The first change of a shared buffer makes a copy of it.
 //
-// Texts may hold zero characters; CStr() then looks shorter than Length() to whoever stops at the
-// first.
+// A text may hold zero characters; to a function that stops at the first, CStr() is then shorter
+// than Length().
 template <typename CharT, std::size_t InlineCapacity>
 class StringT {
  public:
@@ -92,7 +92,7 @@ class StringT {
     SetLength(length_ + 1);
   }
 
-  // Empties the text. A heap buffer that nobody else owns is kept for what comes next.
+  // Empties the text. An unshared heap buffer is kept, since a text that was long often is again.
   void Clear() {
     if (buffer_ != nullptr && buffer_->owners == 1) {
       data_ = PayloadOf(buffer_);
@@ -103,8 +103,8 @@ class StringT {
     SetInline(0);
   }
 
-  // Empties the text, and overwrites the memory that it had. A buffer that others own too stays as
-  // it is.
+  // Empties the text, and overwrites the memory that held it. A shared buffer stays as it is for
+  // its other owners.
   void Wipe() noexcept {
     const WipeReleased wipe;
     DropBuffer();
@@ -112,7 +112,7 @@ class StringT {
     SetInline(0);
   }
 
-  // Makes room for `length` characters in all.
+  // Allocates once for a text that will grow to `length` characters.
   void Reserve(std::size_t length) {
     if (length <= length_ + RoomAtEnd()) {
       return;
@@ -126,8 +126,8 @@ class StringT {
     SetLength(kept);
   }
 
-  // Removes up to `count` characters from `position` on; costs nothing that grows with the text
-  // when they are its first or, in an unshared text, its last.
+  // Removes up to `count` characters from `position` on. Takes constant time when they are the
+  // first or, in an unshared text, the last.
   void Erase(std::size_t position, std::size_t count) {
     if (position >= length_ || count == 0) {
       return;
@@ -258,7 +258,7 @@ bool operator==(const StringT<CharT, N>& left,
                 std::type_identity_t<std::basic_string_view<CharT>> right) noexcept {
   return left.AsView() == right;
 }
-// Order by code units, not by any language's rules.
+// Ordered by code units, not by a language's rules.
 template <typename CharT, std::size_t N, std::size_t M>
 std::strong_ordering operator<=>(const StringT<CharT, N>& left,
                                  const StringT<CharT, M>& right) noexcept {
@@ -271,17 +271,17 @@ std::strong_ordering operator<=>(
   return left.AsView() <=> right;
 }
 
-// Any text of the system: names, values, messages.
+// Names, values, messages.
 using String = StringT<char16_t, 15>;
-// A path: up to the classic limit of Windows, it needs no heap.
+// A path. Up to MAX_PATH, the limit of most Windows calls, it needs no heap.
 using PathString = StringT<char16_t, 260>;
 // Read-only access to a text that somebody else keeps.
 using StringView = std::u16string_view;
 
-// The index of the first such unit, at `from` or behind it; StringView::npos when there is none.
-// The same as the view's own search, which looks at the units one by one.
+// The index of the first such unit at or after `from`, or StringView::npos. Same result as
+// StringView::find, which compares unit by unit and took most of the time of long texts.
 inline std::size_t FindUnit(StringView text, char16_t unit, std::size_t from = 0) {
-  constexpr std::size_t kBlock = 16;  // a fixed count lets the compiler take the units side by side
+  constexpr std::size_t kBlock = 16;  // a fixed count lets the compiler compare in vectors
   for (; from + kBlock <= text.size(); from += kBlock) {
     unsigned found = 0;
     for (std::size_t i = 0; i < kBlock; ++i) {

@@ -44,8 +44,8 @@ void StringMemMgr::Release(Buffer* buffer) {
 }
 
 void StringMemMgr::Check(const Buffer* buffer) {
-  // The back guard is found through the capacity, which is only to be believed while the front
-  // guard stands.
+  // The capacity tells where the back guard is, and holds only while the front guard, which
+  // follows it in memory, is intact.
   std::uint16_t back = 0;
   if (buffer->frontGuard == kGuardWord) {
     std::memcpy(&back, BackGuard(buffer), sizeof(back));

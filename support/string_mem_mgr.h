@@ -8,16 +8,16 @@
 namespace cvn {
 
 // Thrown when a guard word of a text buffer was overwritten. Texts are released in noexcept code,
-// so it ends the process there as an unhandled exception: after such damage nothing in memory can
-// be trusted.
+// where it ends the process as an unhandled exception: after such damage no memory can be
+// trusted.
 class DamagedGuard : public std::exception {
  public:
   const char* what() const noexcept override;
 };
 
-// Gives out reference-counted buffers. The payload stands between two words of the value 0xABCD,
-// which are checked whenever a buffer gains or loses an owner. Not safe for use by two threads on
-// one buffer.
+// Allocates reference-counted buffers. The payload lies between two words of the value 0xABCD,
+// which are checked whenever a buffer gains or loses an owner. The count isn't atomic: two threads
+// may not share a buffer.
 class StringMemMgr {
  public:
   static constexpr std::uint16_t kGuardWord = 0xABCD;
@@ -32,19 +32,19 @@ class StringMemMgr {
   // A new buffer with one owner and at least `bytes` bytes of payload.
   static Buffer* Allocate(std::size_t bytes);
   static void AddOwner(Buffer* buffer);
-  // Gives up one owner's share, and frees the buffer with the last one.
+  // Removes one owner; the last one frees the buffer.
   static void Release(Buffer* buffer);
   // Throws DamagedGuard when a guard word has changed.
   static void Check(const Buffer* buffer);
 
   static void* Payload(Buffer* buffer) { return buffer + 1; }
 
-  // Sets memory to zero, also when nobody reads it any more.
+  // Sets memory to zero even when nothing reads it again, which a compiler may drop from memset.
   static void Overwrite(void* memory, std::size_t bytes);
 };
 
-// While one lives, the buffers that are freed are overwritten first: so growing a text leaves
-// nothing of a secret behind.
+// While one lives, buffers are overwritten before they are freed, so that a growing text leaves
+// no copy of a secret behind.
 class WipeReleased {
  public:
   WipeReleased();

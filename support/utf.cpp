@@ -17,8 +17,8 @@ struct Decoded {
   bool valid;
 };
 
-// How a lead byte begins a sequence: its length, and the range of its second byte, which rules out
-// overlong forms, surrogates and what lies beyond U+10FFFF (table 3-7 of the Unicode standard).
+// What a lead byte announces: the length of its sequence, and the range of the second byte, which
+// excludes overlong forms, surrogates and values over U+10FFFF (Unicode standard, table 3-7).
 struct LeadByte {
   std::size_t length;
   unsigned char secondLow;
@@ -59,7 +59,7 @@ Decoded DecodeMultibyte(std::string_view text) {
   return {character, kind.length, true};
 }
 
-// Length of the run of ASCII at the start of `text`, found eight bytes at a time.
+// The length of the run of ASCII at the start of `text`, compared eight bytes at a time.
 std::size_t AsciiRun(std::string_view text) {
   constexpr std::uint64_t kHighBits = 0x8080808080808080U;
   std::size_t length = 0;

@@ -8,7 +8,7 @@
 
 namespace cvn {
 
-// Malformed input is replaced by U+FFFD, once per maximal ill-formed part, and never refused. A
+// Malformed input becomes U+FFFD, one for each maximal ill-formed part; it is never refused. A
 // byte-order mark is a character like any other.
 String Utf8ToWide(std::string_view text);
 

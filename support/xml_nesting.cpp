@@ -38,7 +38,7 @@ class Scanner {
  private:
   bool LooksAt(std::string_view token) const { return text_.substr(at_).starts_with(token); }
 
-  // Moves behind the next `end`; false when the text has none, which no parser accepts.
+  // Moves past the next `end`; false when the text has none, which no parser accepts.
   bool SkipPast(std::string_view end) {
     const std::size_t found = text_.find(end, at_);
     at_ = found == kEnd ? text_.size() : found + end.size();
@@ -74,7 +74,7 @@ class Scanner {
                       [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b + 32 : b); });
   }
 
-  // TinyXML passes over byte-order marks and noncharacters as it does over blanks.
+  // TinyXML skips byte-order marks and noncharacters as it skips blanks.
   void SkipBlanks() {
     while (at_ < text_.size()) {
       if (IsBlank(text_[at_])) {
@@ -87,7 +87,7 @@ class Scanner {
     }
   }
 
-  // Behind a '=': a quoted value may hold any character, '>' among them.
+  // After a '=': a quoted value may hold any character, including '>'.
   bool SkipQuotedValue() {
     SkipBlanks();
     if (at_ == text_.size() || (text_[at_] != '"' && text_[at_] != '\'')) {

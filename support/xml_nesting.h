@@ -1,4 +1,4 @@
-// A look at XML text before a recursive parser gets it.
+// A check of XML text before a recursive parser reads it.
 #pragma once
 
 #include <cstddef>
@@ -6,14 +6,14 @@
 
 namespace cvn {
 
-// Levels of elements that the system accepts in one document. Far more than any script needs, and
-// little enough for parser, printer and destructor to recurse over on every platform's stack.
+// The deepest nesting of elements that is accepted. More than any script needs, and few enough for
+// the recursion of parser, printer and destructor to fit the stack on both platforms.
 inline constexpr std::size_t kDeepestXml = 4096;
 
 // False when elements nest deeper than kDeepestXml in `utf8Text`; `*badOffset` (optional) is then
-// the offset of the first element that is too deep. Takes one pass without recursion. Text that is
-// not well-formed is judged up to where TinyXML would give up at the latest; the tokens are cut
-// just as TinyXML cuts them.
+// the offset of the first element that is too deep. One pass, no recursion. Tokens are cut exactly
+// as TinyXML cuts them, and text that isn't well-formed is judged up to the point where TinyXML
+// gives up, or less far.
 bool IsXmlNestingAllowed(std::string_view utf8Text, std::size_t* badOffset = nullptr);
 
 }  // namespace cvn

@@ -23,8 +23,8 @@ TraceState& State() {
   return state;
 }
 
-// One long line must not keep its memory for the rest of the run.
-constexpr std::size_t kKeptLineLength = 64 * 1024;
+// A longer line gives its memory back, rather than hold it for the rest of the run.
+constexpr std::size_t kKeptLineLength = 65536;
 
 cvn::StringView StampOf(std::int64_t second, TraceState* state) {
   if (second != state->stampedSecond) {

@@ -1,4 +1,4 @@
-// The trace: the one channel through which the program reports what it does.
+// The trace: the only record of what a run does.
 #pragma once
 
 #include <array>
@@ -13,20 +13,20 @@ namespace tessel {
 // Whether each trace line also goes to standard output. Off at start.
 void SetDiagnosticMode(bool on);
 
-// Closes the current trace file and appends to the one at `path` from now on; an empty path changes
-// nothing. When the file can't be opened, the run goes on without a trace file.
+// Closes the current trace file and opens the one at `path` for appending; an empty path changes
+// nothing. When the file can't be opened, the run continues without a trace file.
 void OpenTraceFile(cvn::StringView path);
 void CloseTraceFile();
 
 // False when a trace line would go nowhere.
 bool IsTracing();
 
-// Writes one line: to standard output in diagnostic mode, and to the trace file, stamped and
-// flushed. For the main thread only, since all lines share their buffers.
+// Writes one line, to standard output in diagnostic mode and to the trace file with a time stamp,
+// and flushes it. For the main thread only: all lines share one buffer.
 void WriteTraceLine(cvn::StringView format, std::span<const cvn::FormatArgument> arguments);
 
-// The same with arguments as cvn::Format takes them. A format that ends in "\n" leaves a blank
-// line.
+// The same with the arguments of cvn::Format. A format that ends in "\n" leaves a blank line after
+// it.
 template <typename... Args>
 void TraceLine(cvn::StringView format, const Args&... args) {
   if (IsTracing()) {
@@ -35,8 +35,8 @@ void TraceLine(cvn::StringView format, const Args&... args) {
   }
 }
 
-// The milliseconds of a stamp, 0 to 999, from a time in units of 100 nanoseconds: rounded to the
-// nearest, and what rounds up to a whole second becomes 0 without a carry.
+// The milliseconds of a time stamp, 0 to 999, from a time in units of 100 nanoseconds. Rounds to
+// the nearest; what rounds to 1000 becomes 0 and the second stays, as the trace format has it.
 int StampMilliseconds(std::int64_t ticks);
 
 }  // namespace tessel
