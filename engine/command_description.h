@@ -1,6 +1,6 @@
-// What a command is to those who write scripts: its attributes, its failures and what it is for.
-// The checker of scripts, the XML schema and the language's reference are made from these, and the
-// registry of commands holds one for each command.
+// What a command is declared as: its attributes, its failures and what it is for. The loader fills
+// a command from this, and the checker of scripts, the XML schema and the language's reference are
+// made from it.
 #pragma once
 
 #include <span>
@@ -8,6 +8,8 @@
 #include "support/string.h"
 
 namespace tessel {
+
+class FunctionBase;
 
 // How the value of an attribute is read.
 enum class AttributeForm {
@@ -28,6 +30,13 @@ enum class Presence {
   Optional,
 };
 
+struct AttributeDescription;
+
+// Puts the value of an attribute, or the fallback of a missing one, into the member of `command`
+// that the attribute fills. False refuses the script.
+using AttributeLoader = bool (*)(const AttributeDescription& attribute, cvn::StringView value,
+                                 FunctionBase* command);
+
 struct AttributeDescription {
   cvn::StringView name;
   AttributeForm form;
@@ -38,6 +47,8 @@ struct AttributeDescription {
   // Of a Choice: whether another word refuses the script. If not, it counts as `othersCountAs`.
   bool refusesOthers = false;
   cvn::StringView othersCountAs = {};  // empty for no text
+  // Null for an attribute that the engine takes from the element: a loop's, or the target of goto.
+  AttributeLoader load = nullptr;
 };
 
 // A text that a failed command leaves, for onerrorspec.

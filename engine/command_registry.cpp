@@ -3,9 +3,12 @@
 namespace tessel {
 namespace {
 
-using CommandRegistry = cvn::Map<cvn::String, CommandRecord>;
+struct CommandRegistry {
+  cvn::Map<cvn::StringView, CommandRecord> commands;
+  cvn::List<const CommandFamily*> families;
+};
 
-// Made on first use, because static initialisers in other files register commands.
+// Made on first use, because static initialisers in other files register families.
 CommandRegistry& Registry() {
   static CommandRegistry registry;
   return registry;
@@ -14,14 +17,22 @@ CommandRegistry& Registry() {
 }  // namespace
 
 const CommandRecord* FindCommand(cvn::StringView name) {
-  const auto found = Registry().find(name);
-  return found == Registry().end() ? nullptr : &found->second;
+  const auto& commands = AllCommands();
+  const auto found = commands.find(name);
+  return found == commands.end() ? nullptr : &found->second;
 }
 
-const cvn::Map<cvn::String, CommandRecord>& AllCommands() { return Registry(); }
+const cvn::Map<cvn::StringView, CommandRecord>& AllCommands() { return Registry().commands; }
 
-bool RegisterFunction(cvn::StringView name, const CommandRecord& record) {
-  return Registry().try_emplace(cvn::String(name), record).second;
+std::span<const CommandFamily* const> AllFamilies() { return Registry().families; }
+
+bool RegisterFamily(const CommandFamily& family) {
+  Registry().families.push_back(&family);
+  bool areAllNew = true;
+  for (const CommandRecord& command : family.commands) {
+    areAllNew = Registry().commands.try_emplace(command.name, command).second && areAllNew;
+  }
+  return areAllNew;
 }
 
 }  // namespace tessel

@@ -1,8 +1,8 @@
-// The commands that the language has, by name.
+// The commands that the language has, by family and by name.
 #pragma once
 
 #include <memory>
-#include <type_traits>
+#include <span>
 
 #include "engine/command_description.h"
 #include "engine/function_base.h"
@@ -13,44 +13,36 @@ namespace tessel {
 
 using FunctionFactory = std::unique_ptr<FunctionBase> (*)();
 
+// A command; command_declaration.h makes these.
 struct CommandRecord {
+  cvn::StringView name;
   FunctionFactory factory;
   FunctionKind kind;
-  const CommandDescription* description;  // never null, and lives as long as the process
+  const CommandDescription* description;  // never null
 };
 
-// Finds a command in the process's registry, by its exact name; null when there is none. The
-// registry is filled by static initialisation and constant while scripts run.
+// Commands that belong together, and what the language's reference says of all of them.
+struct CommandFamily {
+  cvn::StringView title;
+  cvn::StringView introduction;             // Markdown; ends with a line feed
+  std::span<const CommandRecord> commands;  // in the order of the reference
+  // The file that the reference's examples open, if they share one, by its name in their folder
+  // "files".
+  cvn::StringView sample = {};
+};
+
+// Finds a command by its exact name; null when there is none. The registry is filled by static
+// initialisation and constant while scripts run.
 const CommandRecord* FindCommand(cvn::StringView name);
 
 // All commands, by name.
-const cvn::Map<cvn::String, CommandRecord>& AllCommands();
+const cvn::Map<cvn::StringView, CommandRecord>& AllCommands();
 
-// Adds a command. False, and no change, when the name is taken.
-bool RegisterFunction(cvn::StringView name, const CommandRecord& record);
+// All families, in the order of their registration, which is that of the reference.
+std::span<const CommandFamily* const> AllFamilies();
 
-namespace internal {
-
-template <typename Class>
-std::unique_ptr<FunctionBase> Make() {
-  return std::make_unique<Class>();
-}
-
-}  // namespace internal
-
-// Registration by class: the kind follows from its base, so that the two can't disagree, and the
-// description is the class's own `kDescription`, which needs no initialisation at run time.
-template <typename Class>
-bool RegisterCommand(cvn::StringView name) {
-  FunctionKind kind = FunctionKind::Plain;
-  if constexpr (std::is_base_of_v<FunctionRetError, Class>) {
-    kind = FunctionKind::ErrorResult;
-  } else if constexpr (std::is_base_of_v<FunctionRetBool, Class>) {
-    kind = FunctionKind::BoolResult;
-  } else if constexpr (std::is_base_of_v<FunctionRetExit, Class>) {
-    kind = FunctionKind::ExitResult;
-  }
-  return RegisterFunction(name, {&internal::Make<Class>, kind, &Class::kDescription});
-}
+// Adds a family, which lives as long as the process. False when a name in it is taken: that command
+// stays the one that it was.
+bool RegisterFamily(const CommandFamily& family);
 
 }  // namespace tessel

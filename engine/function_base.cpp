@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/command_description.h"
 #include "support/format.h"
 #include "support/numbers.h"
 #include "trace/trace.h"
@@ -32,6 +33,23 @@ FunctionBase::~FunctionBase() {
   for (auto tail = std::move(next); tail != nullptr;) {
     tail = std::move(tail->next);
   }
+}
+
+bool FunctionBase::Parse(const CommandDescription& description) {
+  for (const AttributeDescription& attribute : description.attributes) {
+    const cvn::String* value = attributes.Find(attribute.name);
+    const bool isRefused = value == nullptr
+                               ? attribute.presence != Presence::Optional
+                               : attribute.presence == Presence::NonEmpty && value->Empty();
+    if (isRefused) {
+      return false;
+    }
+    const cvn::StringView text = value == nullptr ? attribute.fallback : value->AsView();
+    if (attribute.load != nullptr && !attribute.load(attribute, text, this)) {
+      return false;
+    }
+  }
+  return Parse();
 }
 
 bool FunctionBase::ReadAttribute(cvn::StringView attribute, cvn::String* value) const {

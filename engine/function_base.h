@@ -48,8 +48,10 @@ class FunctionBase {
 
   // Called each time the run reaches the command.
   virtual void Execute() = 0;
-  // Called once at load, when name, attributes and stores are set. False rejects the whole patch.
-  virtual bool Parse() = 0;
+  // Called once at load, when name, attributes and stores are set: fills the members that
+  // `description` declares attributes for, so that these need no initial values of their own. False
+  // rejects the whole patch.
+  bool Parse(const CommandDescription& description);
 
   AttributeMap attributes;
   cvn::String name;                    // the element's name
@@ -63,6 +65,9 @@ class FunctionBase {
   FunctionBase* const* jumpTarget = nullptr;  // of a goto: where its label's command stands
 
  protected:
+  // Called then, for commands whose description says nothing of members.
+  virtual bool Parse() { return true; }
+
   // Copies an attribute. False when there is none, or (second form) when it is empty.
   bool ReadAttribute(cvn::StringView attribute, cvn::String* value) const;
   bool ReadNonEmpty(cvn::StringView attribute, cvn::String* value) const;

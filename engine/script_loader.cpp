@@ -157,7 +157,7 @@ ScriptEngine::CommandList ScriptEngine::CompileCommand(FunctionBase* parentComma
     TraceLine(u"Cannot create function '%s'", name);
     return nullptr;
   }
-  if (!command->Parse()) {
+  if (!command->Parse(*record->description)) {
     TraceLine(u"Function '%s' has invalid parameters (attributes)", command->name);
     return nullptr;
   }

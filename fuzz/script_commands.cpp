@@ -1,31 +1,24 @@
 // The commands that fuzzed scripts have: those that compute, those on documents, and those on the
-// registry. Their own classes, but none gets a path or a key that a script chose: files are a few
-// of the scratch folder, keys lie below one of the scratch machine. No command is here that reaches
-// further, deletes files, starts a process, or waits.
-#include <numeric>
+// registry. None gets a path or a key that a script chose: files are a few of the scratch folder,
+// keys lie below one of the scratch machine. No command is here that reaches further, deletes
+// files, starts a process, or waits; a new command comes in only by a line of the table.
+#include "fuzz/script_commands.h"
 
-#include "commands/core/flow.h"
-#include "commands/core/text.h"
+#include <numeric>
+#include <span>
+#include <string>
+
 #include "commands/documents/ini.h"
 #include "commands/documents/json.h"
 #include "commands/documents/xml.h"
+#include "commands/families.h"
 #include "commands/system/registry.h"
-#include "engine/command_registry.h"
+#include "engine/command_declaration.h"
 #include "support/format.h"
+#include "support/utf.h"
 
-namespace tessel {
+namespace tessel::fuzz {
 namespace {
-
-// Replaces the attributes that could lead out of the scratch folder, whatever they are: a command
-// sees them only after this.
-AttributeMap Confined(const AttributeMap& attributes, cvn::StringView confinedName,
-                      cvn::String (*confine)(const cvn::String& value)) {
-  AttributeMap confined;
-  for (const auto& [name, value] : attributes) {
-    confined.Add(name, name == confinedName ? confine(value) : value);
-  }
-  return confined;
-}
 
 // One of eight files, and a path that no variable changes.
 cvn::String ScratchPath(const cvn::String& value) {
@@ -40,91 +33,152 @@ cvn::String ScratchKey(const cvn::String& value) {
 
 cvn::String LocalMachine(const cvn::String& /*value*/) { return u"HKEY_LOCAL_MACHINE"; }
 
-template <typename Command>
-class OnScratchFile : public Command {
- public:
-  bool Parse() override {
-    this->attributes = Confined(this->attributes, u"path", ScratchPath);
-    return Command::Parse();
-  }
+cvn::String Nothing(const cvn::String& /*value*/) { return {}; }
+
+// An attribute that a script doesn't choose freely.
+struct Confinement {
+  cvn::StringView attribute;
+  cvn::String (*confine)(const cvn::String& value);
 };
 
-template <typename Command>
-class OnScratchKey : public Command {
- public:
-  bool Parse() override {
-    this->attributes = Confined(this->attributes, u"key", ScratchKey);
-    this->attributes = Confined(this->attributes, u"root", LocalMachine);
-    return Command::Parse();
-  }
+constexpr Confinement kScratchFile[] = {{u"path", ScratchPath}};
+constexpr Confinement kScratchKey[] = {{u"key", ScratchKey}, {u"root", LocalMachine}};
+// Neither stream, which would make it pause for the stream's reader.
+constexpr Confinement kSilent[] = {{u"std", Nothing}};
+
+struct FuzzedCommand {
+  cvn::StringView name;
+  std::span<const Confinement> confinements = {};
 };
 
-// With neither stream, which would make it pause for the stream's reader.
-class SilentTrace : public FunctionTrace {
- public:
-  bool Parse() override {
-    attributes = Confined(attributes, u"std", [](const cvn::String&) { return cvn::String(); });
-    return FunctionTrace::Parse();
-  }
+constexpr FuzzedCommand kCommands[] = {
+    {u"exit"},
+    {u"nothing"},
+    {u"goto"},
+    {u"onErrorGoTo"},
+    {u"trace", kSilent},
+    {u"assign"},
+    {u"assignToken"},
+    {u"addInt"},
+    {u"addString"},
+    {u"stringDelete"},
+    {u"stringGet"},
+    {u"stringTrim"},
+    {u"test"},
+    {u"xmlOpen", kScratchFile},
+    {u"xmlClose"},
+    {u"xmlSave", kScratchFile},
+    {u"xmlAddChild"},
+    {u"xmlRemoveChild"},
+    {u"xmlSetValue"},
+    {u"xmlSetCDataValue"},
+    {u"xmlGetValue"},
+    {u"xmlGetElement"},
+    {u"jsonOpen", kScratchFile},
+    {u"jsonClose"},
+    {u"jsonSave", kScratchFile},
+    {u"jsonAddChild"},
+    {u"jsonRemoveChild"},
+    {u"jsonSetStringValue"},
+    {u"jsonSetIntValue"},
+    {u"jsonSetBoolValue"},
+    {u"jsonGetValue"},
+    {u"jsonGetElement"},
+    {u"iniGetValue", kScratchFile},
+    {u"iniSetValue", kScratchFile},
+    {u"regRead", kScratchKey},
+    {u"regGetKeys", kScratchKey},
+    {u"regGetValues", kScratchKey},
+    {u"regWrite", kScratchKey},
+    {u"regExistsKey", kScratchKey},
+    {u"regCreateKey", kScratchKey},
+    {u"regDeleteKey", kScratchKey},
+    {u"regDeleteValue", kScratchKey},
 };
 
-void RegisterCoreCommands() {
-  RegisterCommand<FunctionExit>(u"exit");
-  RegisterCommand<FunctionNothing>(u"nothing");
-  RegisterCommand<FunctionGoTo>(u"goto");
-  RegisterCommand<FunctionOnErrorGoTo>(u"onErrorGoTo");
-  RegisterCommand<SilentTrace>(u"trace");
-  RegisterCommand<FunctionAssign>(u"assign");
-  RegisterCommand<FunctionAssignToken>(u"assignToken");
-  RegisterCommand<FunctionAddInt>(u"addInt");
-  RegisterCommand<FunctionAddString>(u"addString");
-  RegisterCommand<FunctionStringDelete>(u"stringDelete");
-  RegisterCommand<FunctionStringGet>(u"stringGet");
-  RegisterCommand<FunctionStringTrim>(u"stringTrim");
-  RegisterCommand<FunctionTest>(u"test");
+const FuzzedCommand* FindFuzzed(cvn::StringView name) {
+  const auto* found = std::ranges::find(kCommands, name, &FuzzedCommand::name);
+  return found == std::end(kCommands) ? nullptr : found;
 }
 
-void RegisterDocumentCommands() {
-  RegisterCommand<OnScratchFile<FunctionXmlOpen>>(u"xmlOpen");
-  RegisterCommand<FunctionXmlClose>(u"xmlClose");
-  RegisterCommand<OnScratchFile<FunctionXmlSave>>(u"xmlSave");
-  RegisterCommand<FunctionXmlAddChild>(u"xmlAddChild");
-  RegisterCommand<FunctionXmlRemoveChild>(u"xmlRemoveChild");
-  RegisterCommand<FunctionXmlSetValue>(u"xmlSetValue");
-  RegisterCommand<FunctionXmlSetCDataValue>(u"xmlSetCDataValue");
-  RegisterCommand<FunctionXmlGetValue>(u"xmlGetValue");
-  RegisterCommand<FunctionXmlGetElement>(u"xmlGetElement");
-  RegisterCommand<OnScratchFile<FunctionJsonOpen>>(u"jsonOpen");
-  RegisterCommand<FunctionJsonClose>(u"jsonClose");
-  RegisterCommand<OnScratchFile<FunctionJsonSave>>(u"jsonSave");
-  RegisterCommand<FunctionJsonAddChild>(u"jsonAddChild");
-  RegisterCommand<FunctionJsonRemoveChild>(u"jsonRemoveChild");
-  RegisterCommand<FunctionJsonSetStringValue>(u"jsonSetStringValue");
-  RegisterCommand<FunctionJsonSetIntValue>(u"jsonSetIntValue");
-  RegisterCommand<FunctionJsonSetBoolValue>(u"jsonSetBoolValue");
-  RegisterCommand<FunctionJsonGetValue>(u"jsonGetValue");
-  RegisterCommand<FunctionJsonGetElement>(u"jsonGetElement");
-  RegisterCommand<OnScratchFile<FunctionIniGetValue>>(u"iniGetValue");
-  RegisterCommand<OnScratchFile<FunctionIniSetValue>>(u"iniSetValue");
+constexpr CommandRecord kOtherCommands[] = {
+    Command<FunctionXmlOpen>(u"xmlOpen", FunctionXmlOpen::kDescription),
+    Command<FunctionXmlClose>(u"xmlClose", FunctionXmlClose::kDescription),
+    Command<FunctionXmlSave>(u"xmlSave", FunctionXmlSave::kDescription),
+    Command<FunctionXmlAddChild>(u"xmlAddChild", FunctionXmlAddChild::kDescription),
+    Command<FunctionXmlRemoveChild>(u"xmlRemoveChild", FunctionXmlRemoveChild::kDescription),
+    Command<FunctionXmlSetValue>(u"xmlSetValue", FunctionXmlSetValue::kDescription),
+    Command<FunctionXmlSetCDataValue>(u"xmlSetCDataValue", FunctionXmlSetCDataValue::kDescription),
+    Command<FunctionXmlGetValue>(u"xmlGetValue", FunctionXmlGetValue::kDescription),
+    Command<FunctionXmlGetElement>(u"xmlGetElement", FunctionXmlGetElement::kDescription),
+    Command<FunctionJsonOpen>(u"jsonOpen", FunctionJsonOpen::kDescription),
+    Command<FunctionJsonClose>(u"jsonClose", FunctionJsonClose::kDescription),
+    Command<FunctionJsonSave>(u"jsonSave", FunctionJsonSave::kDescription),
+    Command<FunctionJsonAddChild>(u"jsonAddChild", FunctionJsonAddChild::kDescription),
+    Command<FunctionJsonRemoveChild>(u"jsonRemoveChild", FunctionJsonRemoveChild::kDescription),
+    Command<FunctionJsonSetStringValue>(u"jsonSetStringValue",
+                                        FunctionJsonSetStringValue::kDescription),
+    Command<FunctionJsonSetIntValue>(u"jsonSetIntValue", FunctionJsonSetIntValue::kDescription),
+    Command<FunctionJsonSetBoolValue>(u"jsonSetBoolValue", FunctionJsonSetBoolValue::kDescription),
+    Command<FunctionJsonGetValue>(u"jsonGetValue", FunctionJsonGetValue::kDescription),
+    Command<FunctionJsonGetElement>(u"jsonGetElement", FunctionJsonGetElement::kDescription),
+    Command<FunctionIniGetValue>(u"iniGetValue", FunctionIniGetValue::kDescription),
+    Command<FunctionIniSetValue>(u"iniSetValue", FunctionIniSetValue::kDescription),
+    Command<FunctionRegRead>(u"regRead", FunctionRegRead::kDescription),
+    Command<FunctionRegGetKeys>(u"regGetKeys", FunctionRegGetKeys::kDescription),
+    Command<FunctionRegGetValues>(u"regGetValues", FunctionRegGetValues::kDescription),
+    Command<FunctionRegWrite>(u"regWrite", FunctionRegWrite::kDescription),
+    Command<FunctionRegExistsKey>(u"regExistsKey", FunctionRegExistsKey::kDescription),
+    Command<FunctionRegCreateKey>(u"regCreateKey", FunctionRegCreateKey::kDescription),
+    Command<FunctionRegDeleteKey>(u"regDeleteKey", FunctionRegDeleteKey::kDescription),
+    Command<FunctionRegDeleteValue>(u"regDeleteValue", FunctionRegDeleteValue::kDescription),
+};
+
+bool RegisterCommands() {
+  static cvn::List<CommandRecord> commands;
+  for (const std::span<const CommandRecord> family :
+       {kFlowFamily.commands, kTextFamily.commands,
+        std::span<const CommandRecord>(kOtherCommands)}) {
+    std::ranges::copy_if(family, std::back_inserter(commands), [](const CommandRecord& command) {
+      return FindFuzzed(command.name) != nullptr;
+    });
+  }
+  static const CommandFamily family = {
+      .title = u"Fuzzed", .introduction = {}, .commands = commands};
+  return commands.size() == std::size(kCommands) && RegisterFamily(family);
 }
 
-void RegisterRegistryCommands() {
-  RegisterCommand<OnScratchKey<FunctionRegRead>>(u"regRead");
-  RegisterCommand<OnScratchKey<FunctionRegGetKeys>>(u"regGetKeys");
-  RegisterCommand<OnScratchKey<FunctionRegGetValues>>(u"regGetValues");
-  RegisterCommand<OnScratchKey<FunctionRegWrite>>(u"regWrite");
-  RegisterCommand<OnScratchKey<FunctionRegExistsKey>>(u"regExistsKey");
-  RegisterCommand<OnScratchKey<FunctionRegCreateKey>>(u"regCreateKey");
-  RegisterCommand<OnScratchKey<FunctionRegDeleteKey>>(u"regDeleteKey");
-  RegisterCommand<OnScratchKey<FunctionRegDeleteValue>>(u"regDeleteValue");
+void ConfineElement(TiXmlElement* element) {
+  const FuzzedCommand* command = FindFuzzed(cvn::Utf8ToWide(element->ValueStr()));
+  if (command == nullptr) {
+    return;
+  }
+  for (TiXmlAttribute* at = element->FirstAttribute(); at != nullptr; at = at->Next()) {
+    const auto found = std::ranges::find(
+        command->confinements, cvn::Utf8ToWide(at->NameTStr()).AsView(), &Confinement::attribute);
+    if (found != command->confinements.end()) {
+      at->SetValue(cvn::WideToUtf8(found->confine(cvn::Utf8ToWide(at->ValueStr()))));
+    }
+  }
 }
 
-[[maybe_unused]] const bool kRegistered = [] {
-  RegisterCoreCommands();
-  RegisterDocumentCommands();
-  RegisterRegistryCommands();
-  return true;
-}();
+[[maybe_unused]] const bool kRegistered = RegisterCommands();
 
 }  // namespace
-}  // namespace tessel
+
+void ConfineScript(TiXmlNode* document) {
+  TiXmlNode* node = document;
+  while (node != nullptr) {
+    if (TiXmlElement* element = node->ToElement()) {
+      ConfineElement(element);
+    }
+    TiXmlNode* next = node->FirstChild();
+    while (next == nullptr && node != nullptr) {
+      next = node == document ? nullptr : node->NextSibling();
+      node = node == document ? nullptr : node->Parent();
+    }
+    node = next;
+  }
+}
+
+}  // namespace tessel::fuzz

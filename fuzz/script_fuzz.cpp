@@ -6,6 +6,7 @@
 #include "fuzz/counting_trace.h"
 #include "fuzz/input.h"
 #include "fuzz/scratch_machine.h"
+#include "fuzz/script_commands.h"
 #include "platform/registry.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -58,6 +59,7 @@ void LoadAndRun(cvn::StringView text) {
   if (!engine.ParseText(text)) {
     return;
   }
+  ConfineScript(&engine);
   if (engine.Load({{u"given", u"from the command line"}}, [] { return false; }) == kLoadSuccess) {
     PrepareMachine();
     LimitTrace(kMostLines, kMostCharacters);

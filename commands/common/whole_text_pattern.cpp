@@ -119,6 +119,7 @@ bool WholeTextPattern::Compile(cvn::StringView pattern) {
   }
   compiled->groups = pcre2_get_ovector_count(compiled->data.get());
   compiled_ = std::move(compiled);
+  source_ = pattern;
   return true;
 }
 

@@ -35,6 +35,8 @@ class WholeTextPattern {
 
   // False when the pattern isn't valid.
   bool Compile(cvn::StringView pattern);
+  // What was compiled last; empty when nothing was.
+  const cvn::String& Source() const { return source_; }
 
   // Whether `text` matches.
   Outcome Match(cvn::StringView text);
@@ -47,6 +49,7 @@ class WholeTextPattern {
  private:
   struct Compiled;
   std::unique_ptr<Compiled> compiled_;
+  cvn::String source_;
 };
 
 }  // namespace tessel

@@ -32,7 +32,7 @@ bool IsCommandAccepted(const cvn::String& name, const Attributes& attributes) {
   for (const auto& [key, value] : attributes) {
     command->attributes.Add(key, value);
   }
-  return command->Parse();
+  return command->Parse(*record->description);
 }
 
 // Of a loop that is too short of something to be rewritten there is nothing to accept.

@@ -6,38 +6,37 @@
 #include <filesystem>
 #include <fstream>
 
+#include "engine/command_declaration.h"
 #include "support/utf.h"
 #include "trace/trace.h"
 
 namespace tessel::testing {
 namespace {
 
-constexpr AttributeDescription kFailAttributes[] = {
-    {u"error", AttributeForm::Expanded, Presence::Required, u"The failure's text."},
-    {u"times", AttributeForm::Number, Presence::Required, u"How many executions fail."},
-};
-
-class FunctionFail : public FunctionRetError {
- public:
-  static constexpr CommandDescription kDescription = {.purpose = u"Fails.",
-                                                      .attributes = kFailAttributes};
-
-  bool Parse() override { return ReadAttribute(u"error", &text_) && ReadNumber(u"times", &times_); }
+struct FunctionFail : FunctionRetError {
   void Execute() override {
-    ++executions_;
-    if (executions_ <= times_) {
-      error = ExpandVariables(text_, variables);
+    ++executions;
+    if (executions <= times) {
+      error = ExpandVariables(text, variables);
       hasError = true;
     }
   }
 
- private:
-  cvn::String text_;
-  std::int32_t times_ = 0;
-  std::int32_t executions_ = 0;
+  cvn::String text;
+  std::int32_t times;
+  std::int32_t executions = 0;
 };
 
-[[maybe_unused]] const bool kRegistered = RegisterCommand<FunctionFail>(u"fail");
+constexpr AttributeDescription kFailAttributes[] = {
+    Expanded<&FunctionFail::text>(u"error", Presence::Required, u"The failure's text."),
+    Number<&FunctionFail::times>(u"times", Presence::Required, u"How many executions fail."),
+};
+
+constexpr CommandDescription kFail = {.purpose = u"Fails.", .attributes = kFailAttributes};
+constexpr CommandRecord kCommands[] = {Command<FunctionFail>(u"fail", kFail)};
+constexpr CommandFamily kFamily = {.title = u"Tests", .introduction = {}, .commands = kCommands};
+
+[[maybe_unused]] const bool kRegistered = RegisterFamily(kFamily);
 
 std::vector<std::string> ReadTrace(const std::filesystem::path& path) {
   constexpr std::size_t kStampLength = sizeof("2026-11-12 21:40:26.123 ") - 1;

@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <optional>
+#include <span>
 #include <string>
 
 #include "engine/command_registry.h"
@@ -11,7 +11,7 @@
 #include "support/utf.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/messages.h"
-#include "tools/tlx/reference_sections.h"
+#include "tools/tlx/reference_text.h"
 
 namespace tlx {
 namespace {
@@ -29,17 +29,42 @@ constexpr OptionSpec kOptions[] = {
 
 // A command or a loop.
 struct Topic {
-  const CommandDescription* description = nullptr;
-  FunctionKind kind = FunctionKind::Plain;
+  cvn::StringView name;
+  const CommandDescription* description;
+  FunctionKind kind;
 };
 
-std::optional<Topic> FindTopic(cvn::StringView name) {
-  const tessel::LoopKind loop = tessel::LoopKindOf(cvn::WideToUtf8(name));
-  if (loop != tessel::LoopKind::None) {
-    return Topic{tessel::DescriptionOf(loop)};
+// A family of commands, or the loops.
+struct Section {
+  cvn::StringView title;
+  cvn::StringView introduction;
+  cvn::StringView sample;
+  cvn::List<Topic> topics;
+};
+
+Section LoopSection() {
+  Section section{u"Loops", kLoopsIntroduction, {}, {}};
+  for (const tessel::LoopRecord& loop : tessel::AllLoops()) {
+    section.topics.push_back({loop.name, &loop.description, FunctionKind::Plain});
   }
-  const tessel::CommandRecord* record = tessel::FindCommand(name);
-  return record == nullptr ? std::nullopt : std::optional(Topic{record->description, record->kind});
+  return section;
+}
+
+cvn::List<Section> Sections() {
+  // The loops stand behind the families that belong to the language itself.
+  constexpr std::size_t kLoopPlace = 2;
+  cvn::List<Section> sections;
+  for (const tessel::CommandFamily* family : tessel::AllFamilies()) {
+    if (sections.size() == kLoopPlace) {
+      sections.push_back(LoopSection());
+    }
+    Section section{family->title, family->introduction, family->sample, {}};
+    for (const tessel::CommandRecord& command : family->commands) {
+      section.topics.push_back({command.name, command.description, command.kind});
+    }
+    sections.push_back(std::move(section));
+  }
+  return sections;
 }
 
 // A text that may hold bars, for a cell of a table.
@@ -101,9 +126,9 @@ class Page {
   int Write();
 
  private:
-  void WriteIndex(std::span<const ReferenceSection> sections);
-  int WriteSection(const ReferenceSection& section);
-  int WriteTopic(cvn::StringView name, const Topic& topic);
+  void WriteIndex(std::span<const Section> sections);
+  int WriteSection(const Section& section);
+  int WriteTopic(const Topic& topic);
   void WriteHandlers(const Topic& topic);
   void WriteAttributes(std::span<const AttributeDescription> attributes);
   void WriteFailures(std::span<const FailureDescription> failures);
@@ -122,30 +147,12 @@ class Page {
   cvn::String text_;
 };
 
-// The commands that no section has.
-cvn::List<cvn::StringView> UnlistedCommands(std::span<const ReferenceSection> sections) {
-  cvn::List<cvn::StringView> names;
-  for (const auto& [name, record] : tessel::AllCommands()) {
-    const bool isListed = std::ranges::any_of(sections, [&](const ReferenceSection& section) {
-      return std::ranges::find(section.commands, name.AsView()) != section.commands.end();
-    });
-    if (!isListed) {
-      names.push_back(name);
-    }
-  }
-  return names;
-}
-
 int Page::Write() {
-  cvn::List<ReferenceSection> sections(ReferenceSections().begin(), ReferenceSections().end());
-  const cvn::List<cvn::StringView> unlisted = UnlistedCommands(sections);
-  if (!unlisted.empty()) {
-    sections.push_back({u"Other commands", unlisted, u""});
-  }
+  const cvn::List<Section> sections = Sections();
   text_.Append(kReferenceIntroduction);
   WriteIndex(sections);
   int exitCode = kExitDone;
-  for (const ReferenceSection& section : sections) {
+  for (const Section& section : sections) {
     exitCode = std::max(exitCode, WriteSection(section));
   }
   if (exitCode == kExitDone) {
@@ -155,37 +162,35 @@ int Page::Write() {
   return exitCode;
 }
 
-void Page::WriteIndex(std::span<const ReferenceSection> sections) {
+void Page::WriteIndex(std::span<const Section> sections) {
   Line(u"\n## The commands\n\n| | |\n|---|---|");
-  for (const ReferenceSection& section : sections) {
+  for (const Section& section : sections) {
     cvn::String links;
-    for (const cvn::StringView name : section.commands) {
+    for (const Topic& topic : section.topics) {
       cvn::String anchor;
-      for (const char16_t c : name) {
+      for (const char16_t c : topic.name) {
         anchor.Append(c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c);
       }
-      links.Append(cvn::Format(links.Empty() ? u"[`%s`](#%s)" : u", [`%s`](#%s)", name, anchor));
+      links.Append(
+          cvn::Format(links.Empty() ? u"[`%s`](#%s)" : u", [`%s`](#%s)", topic.name, anchor));
     }
     Line(cvn::Format(u"| %s | %s |", section.title, links));
   }
 }
 
-int Page::WriteSection(const ReferenceSection& section) {
+int Page::WriteSection(const Section& section) {
   Line(cvn::Format(u"\n## %s", section.title));
   text_.Append(section.introduction);
   int exitCode = section.sample.empty() ? kExitDone : WriteSample(section.sample);
-  for (const cvn::StringView name : section.commands) {
-    const std::optional<Topic> topic = FindTopic(name);
-    if (topic && topic->description != nullptr) {
-      exitCode = std::max(exitCode, WriteTopic(name, *topic));
-    }
+  for (const Topic& topic : section.topics) {
+    exitCode = std::max(exitCode, WriteTopic(topic));
   }
   return exitCode;
 }
 
-int Page::WriteTopic(cvn::StringView name, const Topic& topic) {
+int Page::WriteTopic(const Topic& topic) {
   const CommandDescription& description = *topic.description;
-  Line(cvn::Format(u"\n### %s\n", name));
+  Line(cvn::Format(u"\n### %s\n", topic.name));
   Line(description.purpose);
   WriteHandlers(topic);
   WriteAttributes(description.attributes);
@@ -194,7 +199,7 @@ int Page::WriteTopic(cvn::StringView name, const Topic& topic) {
     Line();
     Line(description.notes);
   }
-  return WriteExample(name);
+  return WriteExample(topic.name);
 }
 
 void Page::WriteHandlers(const Topic& topic) {

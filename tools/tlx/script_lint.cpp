@@ -160,7 +160,7 @@ void ScriptLint::CheckLoop(const FlowCommand& command) {
     const tessel::CommandRecord* record = tessel::FindCommand(NameOf(*made));
     const auto part =
         record == nullptr ? nullptr : tessel::MakeCommand(NameOf(*made), *record, *made);
-    isGood = part != nullptr && part->Parse();
+    isGood = part != nullptr && part->Parse(*record->description);
   }
   if (!isGood) {
     ExplainRefusal(element, attributes, description, findings_);
@@ -172,7 +172,7 @@ void ScriptLint::CheckLoop(const FlowCommand& command) {
 
 void ScriptLint::Judge(const TiXmlElement& element, const tessel::CommandRecord& record) {
   const auto command = tessel::MakeCommand(NameOf(element), record, element);
-  if (!command->Parse()) {
+  if (!command->Parse(*record.description)) {
     ExplainRefusal(element, command->attributes, record.description, findings_);
   }
   if (record.description != nullptr) {
