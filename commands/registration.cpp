@@ -1,9 +1,9 @@
 // The families of commands, registered before the program's entry runs, in the order of the
 // language's reference.
+#include "commands/common/families.h"
 #include "commands/documents/ini.h"
 #include "commands/documents/json.h"
 #include "commands/documents/xml.h"
-#include "commands/families.h"
 #include "commands/system/directories.h"
 #include "commands/system/files.h"
 #include "commands/system/processes.h"

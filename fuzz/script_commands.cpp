@@ -8,10 +8,10 @@
 #include <span>
 #include <string>
 
+#include "commands/common/families.h"
 #include "commands/documents/ini.h"
 #include "commands/documents/json.h"
 #include "commands/documents/xml.h"
-#include "commands/families.h"
 #include "commands/system/registry.h"
 #include "engine/command_declaration.h"
 #include "support/format.h"

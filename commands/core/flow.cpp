@@ -1,7 +1,7 @@
 // Commands that steer a run or talk about it.
 #include <optional>
 
-#include "commands/families.h"
+#include "commands/common/families.h"
 #include "engine/command_declaration.h"
 #include "engine/script_engine.h"
 #include "engine/variable_store.h"

@@ -2,8 +2,8 @@
 #include <optional>
 #include <utility>
 
+#include "commands/common/families.h"
 #include "commands/common/pattern_attribute.h"
-#include "commands/families.h"
 #include "engine/command_declaration.h"
 #include "engine/variable_store.h"
 #include "support/format.h"
