@@ -107,7 +107,8 @@ class Tidy:
         chosen = set()
         for name in names:
             file = Path(os.path.abspath(name))
-            users = {source for source in self.commands if file in self.with_headers(source)}
+            users = {file} if file in self.commands else {
+                source for source in self.commands if file in self.with_headers(source)}
             if not users:
                 sys.exit(f"scripts/tidy: no source of {self.build.name} is {name} or includes it")
             chosen |= users
