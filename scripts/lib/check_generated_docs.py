@@ -1,7 +1,7 @@
 """Checks that the files in docs/ that tlx makes are what it makes today, on each platform. Each file
 of each platform counts as one test.
 
-With --update it writes them anew instead.
+With --update it writes them instead.
 """
 
 import argparse
@@ -21,7 +21,7 @@ def print_with(program, options, folder):
     command = ["wine"] if program.suffix == ".exe" else []
     run = subprocess.run([*command, program.resolve(), *options], cwd=folder, capture_output=True,
                          check=False)
-    # Standard output of Windows ends its lines in its own way.
+    # On Windows standard output ends its lines with CR LF.
     return run, run.stdout.replace(b"\r\n", b"\n")
 
 

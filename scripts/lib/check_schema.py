@@ -1,4 +1,4 @@
-"""Checks docs/patch.xsd: that the scripts of docs/ keep to it, and that faulty ones don't."""
+"""Checks that the scripts of docs/ are valid by docs/patch.xsd, and that faulty ones aren't."""
 
 import argparse
 import subprocess
@@ -24,7 +24,7 @@ SOUND = """<patch version="1.0">
 </patch>
 """
 
-# What is written instead of what, and the element that the complaint names.
+# A text of SOUND, what replaces it, and the element that the complaint has to name.
 FAULTS = [
     ("<nothing/>", "<noThing/>", "noThing"),
     ("<nothing/>", "<nothing code='1'/>", "nothing"),
@@ -48,7 +48,7 @@ FAULTS = [
 
 
 def complaints(schema, files):
-    """What xmllint finds in the files; a text on each."""
+    """The errors that xmllint reports for each file."""
     run = subprocess.run(["xmllint", "--noout", "--schema", schema, *files], capture_output=True,
                          text=True, check=False, timeout=120)
     found = {path: "" for path in files}
@@ -59,7 +59,7 @@ def complaints(schema, files):
     valid = [path for path in files if f"{path} validates" in run.stderr.splitlines()]
     for path in files:
         if path not in valid and not found[path]:
-            found[path] = run.stderr  # it could not even be read, or the schema couldn't
+            found[path] = run.stderr  # the file or the schema couldn't be read
     return found
 
 

@@ -2,8 +2,8 @@
 #   root        the source folder, whatever the current directory is
 #   note, die   a line for the reader; a line on the error stream and the end
 #   run_step    a command whose output is only shown when it fails
-#   locked      a command that no other run of these scripts enters at the same time
-#   need_*      makes sure that Debian's packages for a purpose are installed
+#   locked      a command that no other run of these scripts executes at the same time
+#   need_*      installs Debian's packages for a purpose where they are missing
 # shellcheck shell=bash
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -29,7 +29,7 @@ cmake_error() {
     END { print text }' "$1"
 }
 
-# show_log LOG: what matters of it, that is, what follows a build's first failure, or else the end.
+# show_log LOG: the part that matters: from a build's first failure on, or else the end.
 show_log() {
   local first
   first=$(grep -n -m 1 '^FAILED: ' "$1" | cut -d : -f 1) || first=
@@ -40,8 +40,8 @@ show_log() {
   fi
 }
 
-# run_step TITLE COMMAND...: the log is named after the title. A function ends at its first failure, as
-# long as run_step itself isn't part of a condition.
+# run_step TITLE COMMAND...: the log is named after the title. A function ends at its first failure,
+# unless run_step itself is part of a condition, where Bash ignores set -e.
 run_step() {
   local title=$1 start=$SECONDS status=0
   shift
@@ -65,8 +65,8 @@ run_step() {
   printf '%d s\n' $((SECONDS - start))
 }
 
-# locked FILE COMMAND...: the lock isn't passed on, since a server that the command leaves running
-# would go on holding it.
+# locked FILE COMMAND...: the command doesn't inherit the lock, since a server that it leaves running
+# would keep holding it.
 locked() {
   local lock=$1
   shift
@@ -89,12 +89,12 @@ as_root() {
 
 install_packages() {
   local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=600)
-  # A source of packages that can't be reached fails the update, and yet may not be needed.
+  # The update fails for any source that can't be reached, even one that isn't needed.
   as_root "${apt[@]}" update || true
   as_root "${apt[@]}" install --no-install-recommends "$@"
 }
 
-# need_packages PACKAGE...: without apt, the user sees to them, and the build names what it misses.
+# need_packages PACKAGE...: without apt it does nothing, and the build names what is missing.
 need_packages() {
   command -v dpkg-query >/dev/null && command -v apt-get >/dev/null || return 0
   local installed package missing=()
@@ -155,8 +155,8 @@ build_preset() {
   run_step "Building $1" locked "$root/build/$1/.lock" build_preset_now "$@"
 }
 
-# need_development_key PRESET: what packs patches on this machine does so with the development pair,
-# so a build that is set up with another public key can't run them.
+# need_development_key PRESET: scripts pack their patches with the development pair, so a build that
+# is configured with another public key can't run them.
 need_development_key() {
   local cache=$root/build/$1/CMakeCache.txt
   if [[ -f $cache ]] && grep -q '^TESSEL_PUBLIC_KEY:[A-Z]*=.' "$cache"; then

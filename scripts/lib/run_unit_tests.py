@@ -15,7 +15,7 @@ import subprocess
 import tempfile
 from pathlib import Path
 
-# Far above what any executable needs: it only ends what hangs.
+# Far above what any executable needs: only one that hangs is ended.
 LONGEST_RUN_IN_SECONDS = 900
 
 
@@ -55,7 +55,7 @@ def count_tests(results, label):
 def environment_for(folder, wine):
     environment = dict(os.environ)
     for name in list(environment):
-        # A filter or a shard that the caller happens to have set would quietly leave tests out.
+        # A filter or a shard in the caller's environment would leave tests out unnoticed.
         if name.startswith("GTEST_") or name == "TESSEL_MACHINE":
             del environment[name]
     environment["XDG_DATA_HOME"] = str(folder / "data")
@@ -73,9 +73,9 @@ def end_group(process):
 
 
 def run_to_end(command, folder, log, arguments):
-    """Gives what is wrong with how the command ended, or None."""
+    """Returns what is wrong with how the command ended, or None."""
     try:
-        # A file rather than a pipe: a child left behind by a hanging test would keep a pipe open.
+        # A file and not a pipe, which a child left behind by a hanging test would keep open.
         process = subprocess.Popen(command, cwd=arguments.root, stdin=subprocess.DEVNULL, stdout=log,
                                    stderr=subprocess.STDOUT, start_new_session=True,
                                    env=environment_for(folder, arguments.wine))
@@ -102,7 +102,7 @@ def run(executable, label, arguments):
     command += [str(executable), f"--gtest_output=json:{output_name}", "--gtest_color=no"]
     log_path = output.with_suffix(".log")
     folder = Path(tempfile.mkdtemp(prefix="tessel-test-"))
-    # Tests that become another user must still reach what they made in it.
+    # Tests that become another user still have to reach their files in it.
     folder.chmod(0o755)
     try:
         with open(log_path, "wb") as log:
@@ -116,7 +116,7 @@ def run(executable, label, arguments):
         counts = count_tests(json.loads(output.read_text(encoding="utf-8", errors="replace")), label)
     except (OSError, ValueError):
         trouble = trouble or "left no result"
-    # Exit code 1 is how the executable tells of the failures that are already counted.
+    # Exit code 1 only repeats the failures that are already counted.
     if trouble and not (counts.failures and trouble == "ended with exit code 1"):
         text = log_path.read_text(encoding="utf-8", errors="replace")
         counts.failures.append("\n".join([f"{label} {trouble}", *text.strip().splitlines()[-60:]]))

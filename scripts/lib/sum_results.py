@@ -1,4 +1,4 @@
-"""Prints the failures in several files of results, and a last line that sums the counts up."""
+"""Prints the failures in files of results, and a last line with the sums of their counts."""
 
 import json
 import sys
