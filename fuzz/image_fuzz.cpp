@@ -3,7 +3,7 @@
 #include "fuzz/input.h"
 #include "fuzz/verify_signatures.h"
 #include "platform/formats/pe_image.h"
-#include "platform/offline/volume/version_resource.h"
+#include "platform/formats/version_resource.h"
 
 namespace tessel::fuzz {
 namespace {

@@ -8,6 +8,7 @@
 #include "trace/trace.h"
 #include "trust/catalog.h"
 #include "trust/locations.h"
+#include "trust/product.h"
 
 namespace tessel {
 namespace {
@@ -150,7 +151,7 @@ std::int32_t Gates::Refuse(const Refusal& refusal) {
     facts_.reporter.SetParentProcesses(CollectParentProcesses());
   }
   if (refusal.tellsFolders) {
-    facts_.reporter.SetUpdateServicePath(GetServiceFolder(kUpdateService));
+    facts_.reporter.SetUpdateServicePath(GetServiceFolder(product::kUpdateService));
     facts_.reporter.SetInstallDir(GetInstallPath());
   }
   if (refusal.tellsType) {

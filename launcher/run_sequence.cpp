@@ -17,6 +17,7 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/libraries.h"
+#include "platform/machine.h"
 #include "platform/paths.h"
 #include "platform/process.h"
 #include "platform/registry.h"
@@ -25,6 +26,7 @@
 #include "support/utf.h"
 #include "trace/trace.h"
 #include "trust/locations.h"
+#include "trust/product.h"
 #include "trust/protected_folder.h"
 
 namespace tessel {
@@ -55,9 +57,18 @@ cvn::String MakeTraceFilePath() {
   return path;
 }
 
+// Opens the machine that is to be patched; the default one is made on first use.
+void OpenMachine() {
+  platform::machine::Description description;
+  description.product = product::InstalledIn(product::kInstallFolder);
+  // A failure shows in all that follows: everything on drive C: fails with its code.
+  static_cast<void>(platform::machine::UseOrCreateDefault(description));
+}
+
 // Hardens the process and opens the trace, before anything from outside is looked at.
 void PrepareProcess() {
   platform::libraries::NarrowSearch();
+  OpenMachine();
   ApplyProcessEnvironment();
   platform::streams::SetTextModes();
   EnablePrivileges();

@@ -1,6 +1,12 @@
-// The machine: on Linux, the folder that is the Windows system volume being serviced. On Windows
-// there is none, and everything here gives 50.
+// The machine: on Linux, the folder that is the Windows system volume being serviced. A process has
+// one once it has opened it; before that there is no drive C:, and paths of the host are found all
+// the same. On Windows the system itself is the machine, and there is no other.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
 
 #include "platform/error.h"
 #include "support/containers.h"
@@ -8,10 +14,23 @@
 
 namespace platform::machine {
 
+// A product that a new machine has installed.
+struct Product {
+  struct Service {
+    cvn::String name;  // also of its image in the install folder, with .exe
+    cvn::String displayName;
+  };
+
+  cvn::String name;  // also of its uninstall key
+  cvn::String publisher;
+  cvn::String installFolder;    // on drive C:
+  cvn::List<Service> services;  // they run as the system, and start with it
+};
+
 // A current Windows client, unless told otherwise.
 struct Description {
-  cvn::String installFolder = u"C:\\Program Files\\Ambry Shield";  // of the product; empty for none
-  cvn::String productName = u"Windows 10 Pro";
+  std::optional<Product> product;
+  cvn::String windowsName = u"Windows 10 Pro";
   cvn::String edition = u"Professional";
   cvn::String architecture = u"AMD64";  // as PROCESSOR_ARCHITECTURE has it: AMD64, x86 or ARM64
   std::uint32_t majorVersion = 10;
@@ -23,13 +42,20 @@ struct Description {
 
 // Makes a machine in a folder that is missing or empty: the folders that every Windows has, the
 // hives SOFTWARE, SYSTEM, SAM, SECURITY and DEFAULT, keys of version and control set, the product's
-// uninstall key and its services AMSecurityService and AmUpdateService with their images in the
-// install folder, and the trusted roots. 145 when the folder is not empty. Everything or, after a
-// failure, nothing is left.
+// uninstall key, services and install folder, and the trusted roots. 145 when the folder is not
+// empty. Everything or, after a failure, nothing is left. 50 on Windows.
 Code Create(cvn::StringView folder, const Description& description);
 
-// Makes the folder at `folder` this process's machine, in place of the one that the environment
-// names. For a tool that is told the machine; before anything else looks at drive C:.
+// Opens the machine in a folder. 3 when there is no such folder, 170 when the process has opened
+// another. 50 on Windows.
 Code Use(cvn::StringView folder);
+
+// Opens the machine that the host's environment names: TESSEL_MACHINE, or without it tessel/machine
+// in the user's data folder. After a failure everything on drive C: fails with the same code. On
+// Windows nothing is to be done, and it succeeds.
+Code UseDefault();
+
+// The same; a machine that is missing is made first.
+Code UseOrCreateDefault(const Description& description);
 
 }  // namespace platform::machine

@@ -11,6 +11,7 @@
 #include "platform/registry.h"
 #include "trace/trace.h"
 #include "trust/path_key.h"
+#include "trust/product.h"
 
 namespace tessel {
 namespace {
@@ -19,10 +20,7 @@ namespace paths = platform::paths;
 namespace registry = platform::registry;
 namespace services = platform::services;
 
-constexpr cvn::StringView kUninstallKey =
-    u"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Ambry Shield";
 constexpr cvn::StringView kInstallLocation = u"InstallLocation";
-constexpr cvn::StringView kMainService = u"AMSecurityService";
 
 // ERROR_FUNCTION_FAILED
 constexpr platform::Code kNoBinaryPath = 1627;
@@ -50,7 +48,7 @@ std::optional<cvn::String> ReadInstallLocation() {
   registry::Key key;
   std::uint32_t type = 0;
   std::vector<std::byte> data;
-  if (registry::OpenKey(registry::Key(registry::Root::LocalMachine), kUninstallKey,
+  if (registry::OpenKey(registry::Key(registry::Root::LocalMachine), product::kUninstallKey,
                         registry::kQueryValue, &key) != platform::kSuccess ||
       registry::QueryValue(key, kInstallLocation, &type, &data) != platform::kSuccess) {
     return std::nullopt;
@@ -84,7 +82,7 @@ cvn::String GetInstallPath() {
   services::Handle manager;
   cvn::String folder;
   if (services::OpenManager(services::kManagerAllAccess, &manager) != platform::kSuccess ||
-      GetServiceImageFolder(manager, kMainService, &folder) != platform::kSuccess) {
+      GetServiceImageFolder(manager, product::kMainService, &folder) != platform::kSuccess) {
     return {};
   }
   return folder;
@@ -172,7 +170,7 @@ bool IsPathInTrustedLocation(cvn::StringView path, cvn::String* matchedBase) {
     return true;
   }
   TraceLine(u"compare with install path failed");
-  const cvn::String service = GetServiceFolder(kUpdateService);
+  const cvn::String service = GetServiceFolder(product::kUpdateService);
   TraceLine(u"AmUpdateServicePath %s", service);
   if (IsPathUnder(fileKey, service)) {
     TraceLine(u"compare with service path passed");

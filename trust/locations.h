@@ -9,9 +9,6 @@
 
 namespace tessel {
 
-// The service whose folder is a trusted location besides the install folder.
-inline constexpr cvn::StringView kUpdateService = u"AmUpdateService";
-
 // The product's install folder, as its uninstall key has it, else that of its main service; empty
 // when neither is known.
 cvn::String GetInstallPath();

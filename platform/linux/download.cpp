@@ -18,6 +18,7 @@
 #include "platform/fetch.h"
 #include "platform/files.h"
 #include "platform/formats/names.h"
+#include "platform/formats/windows_path.h"
 #include "platform/linux/curl_library.h"
 #include "support/utf.h"
 
@@ -198,11 +199,6 @@ std::int32_t FetchFromServer(cvn::StringView url, Target* target) {
   return ResultOfTransfer(Curl().easyPerform(transfer.get()), transfer.get(), *target);
 }
 
-bool HasDrive(cvn::StringView text) {
-  const char16_t letter = text.empty() ? u'\0' : static_cast<char16_t>(text[0] | 0x20);
-  return text.size() >= 2 && text[1] == u':' && letter >= u'a' && letter <= u'z';
-}
-
 int DigitOf(char digit) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   const char lower = static_cast<char>(digit >= 'A' && digit <= 'F' ? digit | 0x20 : digit);
@@ -227,7 +223,7 @@ cvn::String WithoutEscapes(cvn::StringView text) {
 // of this kind itself.
 std::optional<cvn::String> FilePathOf(cvn::StringView url) {
   constexpr cvn::StringView kScheme = u"FILE:";
-  if (HasDrive(url)) {
+  if (posix::HasDrive(url)) {
     return cvn::String(url);
   }
   if (posix::Folded(url.substr(0, kScheme.size())) != kScheme) {
@@ -239,11 +235,11 @@ std::optional<cvn::String> FilePathOf(cvn::StringView url) {
     if (posix::Folded(path.substr(0, 10)) == u"LOCALHOST/") {
       path.remove_prefix(9);
     }
-    if (!path.starts_with(u'/') && !HasDrive(path)) {
+    if (!path.starts_with(u'/') && !posix::HasDrive(path)) {
       path = url.substr(kScheme.size());  // a server's name: a path with a server
     }
   }
-  if (path.starts_with(u'/') && HasDrive(path.substr(1))) {
+  if (path.starts_with(u'/') && posix::HasDrive(path.substr(1))) {
     path.remove_prefix(1);
   }
   return WithoutEscapes(path);

@@ -58,4 +58,6 @@ Code Fail(Code code) {
   return code;
 }
 
+Code Report(Code code) { return code == kSuccess ? code : Fail(code); }
+
 }  // namespace platform::posix

@@ -12,4 +12,7 @@ Code CodeOf(int error, Code ioFault = kGenFailure);
 // Makes `code` the thread's last error, and gives it back.
 Code Fail(Code code);
 
+// The same for a failure; success leaves the last error alone.
+Code Report(Code code);
+
 }  // namespace platform::posix

@@ -14,4 +14,8 @@ Code Create(cvn::StringView /*folder*/, const Description& /*description*/) { re
 
 Code Use(cvn::StringView /*folder*/) { return Refuse(); }
 
+Code UseDefault() { return kSuccess; }
+
+Code UseOrCreateDefault(const Description& /*description*/) { return kSuccess; }
+
 }  // namespace platform::machine

@@ -18,9 +18,11 @@ PARTS = {
     "platform/windows": {"formats"},
     "platform/linux": {"formats"},
     "platform/offline/volume": {"formats", "linux"},
-    "platform/offline/registry": {"formats", "linux", "volume"},
+    "platform/offline/environment": {"formats", "linux", "volume"},
+    "platform/offline/registry": {"formats", "linux", "volume", "environment"},
+    "platform/offline/machine": {"formats", "linux", "volume", "environment", "registry"},
     "platform/offline/profile": {"formats", "linux", "volume", "registry"},
-    "platform/offline/process": {"formats", "linux", "volume", "registry"},
+    "platform/offline/process": {"formats", "linux", "volume", "environment", "registry"},
     "platform/offline/authenticode": {"formats", "linux", "volume", "registry"},
 }
 BACKENDS = ("platform/windows/", "platform/linux/", "platform/offline/")

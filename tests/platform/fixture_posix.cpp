@@ -7,13 +7,14 @@
 #include <filesystem>
 #include <thread>
 
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/machine.h"
+#include "platform/offline/volume/volume.h"
 #include "tests/platform/fixture.h"
 
 namespace platform::test {
 namespace {
 
-std::string machine;
+std::string machineFolder;
 
 std::string HostPathOf(cvn::StringView path) {
   posix::HostPath host;
@@ -35,13 +36,19 @@ std::string ReadToEnd(int source) {
 const std::string_view kStreamLineEnd = "\n";
 
 void PrepareHome() {
-  machine = (std::filesystem::temp_directory_path() / "tessel-machine-XXXXXX").string();
-  ASSERT_NE(mkdtemp(machine.data()), nullptr);
-  // One that isn't there yet is made with all that a machine has.
-  ASSERT_EQ(setenv("TESSEL_MACHINE", (machine + "/C").c_str(), 1), 0);
+  machineFolder = (std::filesystem::temp_directory_path() / "tessel-machine-XXXXXX").string();
+  ASSERT_NE(mkdtemp(machineFolder.data()), nullptr);
+  ASSERT_EQ(setenv("TESSEL_MACHINE", (machineFolder + "/C").c_str(), 1), 0);
+  machine::Description description;
+  description.product = {.name = u"Ambry Shield",
+                         .publisher = u"Ambry",
+                         .installFolder = u"C:\\Program Files\\Ambry Shield",
+                         .services = {{u"AMSecurityService", u"Ambry Shield Security Service"},
+                                      {u"AmUpdateService", u"Ambry Shield Update Service"}}};
+  ASSERT_EQ(machine::UseOrCreateDefault(description), kSuccess);
 }
 
-void CleanHome() { std::filesystem::remove_all(machine); }
+void CleanHome() { std::filesystem::remove_all(machineFolder); }
 
 void RemoveTree(cvn::StringView folder) { std::filesystem::remove_all(HostPathOf(folder)); }
 

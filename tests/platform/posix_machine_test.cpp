@@ -18,9 +18,10 @@
 #include "platform/environment.h"
 #include "platform/formats/names.h"
 #include "platform/linux/arguments.h"
+#include "platform/offline/environment/environment.h"
+#include "platform/offline/machine/new_machine.h"
 #include "platform/offline/volume/directory_index.h"
-#include "platform/offline/volume/machine.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/paths.h"
 #include "support/format.h"
 #include "tests/platform/fixture.h"
@@ -566,7 +567,7 @@ TEST(SkeletonTest, IsMadeWhereAMachineIsMissing) {
     const HostVariable folder("TESSEL_MACHINE", test.machine.c_str());
     const HostVariable dataHome("XDG_DATA_HOME", test.dataHome.c_str());
     for (int i = 0; i < 2; ++i) {  // made, then found
-      const Machine machine;
+      const Machine machine = posix::DefaultMachine({});
       EXPECT_EQ(machine.State(), test.state) << test.what;
       if (test.root != "-") {
         EXPECT_EQ(machine.Root(), test.root) << test.what;

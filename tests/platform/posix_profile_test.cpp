@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/profile.h"
 #include "platform/random.h"
 #include "tests/platform/fixture.h"

@@ -146,7 +146,11 @@ class HiveTest : public testing::Test {
   std::string File(const std::string& name) const {
     return Machine() + "/Windows/System32/config/" + name;
   }
-  void MakeMachine(const machine::Description& description = {}) const {
+  void MakeMachine(machine::Description description = {}) const {
+    description.product = {.name = u"Ambry Shield",
+                           .publisher = u"Ambry",
+                           .installFolder = u"C:\\Program Files\\Ambry Shield",
+                           .services = {{u"AmUpdateService", u"Update Service"}}};
     EXPECT_EQ(machine::Create(posix::ToWide(Machine()), description), kSuccess);
   }
   // One run of the program: `action` has the machine's registry to itself, from the beginning.

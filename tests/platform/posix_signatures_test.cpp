@@ -14,10 +14,10 @@
 #include <optional>
 
 #include "platform/catalogs.h"
+#include "platform/formats/version_resource.h"
 #include "platform/offline/authenticode/authenticode.h"
 #include "platform/offline/authenticode/catalog_file.h"
 #include "platform/offline/authenticode/distinguished_name.h"
-#include "platform/offline/volume/version_resource.h"
 #include "platform/registry.h"
 #include "platform/signatures.h"
 #include "platform/version_resource.h"

@@ -27,6 +27,8 @@ constexpr OperandSpec kOperands[] = {
     {u"DIR", false, u"A machine's folder, or a folder with events; without it, this machine"},
 };
 
+constexpr cvn::StringView kThisMachine = u"this machine";
+
 using Row = std::array<cvn::String, 5>;
 
 cvn::String TimeText(std::int64_t milliseconds) {
@@ -88,15 +90,14 @@ platform::Code EnterMachine(cvn::StringView place, bool* isMachine) {
 // Finds the folder of the events; the exit code of a failure that it told.
 int FindSpool(cvn::StringView place, Spool* spool) {
   spool->isMachines = place.empty();
-  if (!place.empty()) {
-    const platform::Code code = EnterMachine(place, &spool->isMachines);
-    if (code != platform::kSuccess) {
-      return FailToRead(place, code);
-    }
+  const platform::Code code =
+      place.empty() ? platform::machine::UseDefault() : EnterMachine(place, &spool->isMachines);
+  if (code != platform::kSuccess) {
+    return FailToRead(place.empty() ? kThisMachine : place, code);
   }
   spool->folder = spool->isMachines ? tessel::GetEventsFolder() : cvn::String(place);
   return spool->folder.Empty()
-             ? FailOnFile(place.empty() ? u"this machine" : place,
+             ? FailOnFile(place.empty() ? kThisMachine : place,
                           u"the product isn't installed there, and so has no events")
              : kExitDone;
 }

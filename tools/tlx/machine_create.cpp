@@ -7,6 +7,7 @@
 #include "tools/tlx/commands.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
+#include "trust/product.h"
 
 namespace tlx {
 namespace {
@@ -66,11 +67,11 @@ cvn::StringView EditionInProduct(const Release& release, cvn::StringView edition
 platform::machine::Description Describe(const Options& options) {
   const Release& release = ReleaseNamed(options.Value(u"--windows"));
   platform::machine::Description description;
-  if (options.Has(u"--install-dir")) {
-    description.installFolder = options.Value(u"--install-dir");
-  }
+  description.product =
+      tessel::product::InstalledIn(options.Has(u"--install-dir") ? options.Value(u"--install-dir")
+                                                                 : tessel::product::kInstallFolder);
   description.edition = options.Has(u"--edition") ? options.Value(u"--edition") : release.edition;
-  description.productName =
+  description.windowsName =
       cvn::Format(u"%s %s", release.product, EditionInProduct(release, description.edition));
   if (options.Has(u"--arch")) {
     description.architecture = EnvironmentArchitecture(options.Value(u"--arch"));
@@ -91,8 +92,9 @@ bool IsOnDrive(cvn::StringView path) {
 int CreateMachine(const Options& options) {
   const cvn::StringView folder = options.Operand(0);
   platform::machine::Description description = Describe(options);
-  if (!IsOnDrive(description.installFolder)) {
-    return FailOnFile(description.installFolder,
+  const cvn::String& installFolder = description.product->installFolder;
+  if (!IsOnDrive(installFolder)) {
+    return FailOnFile(installFolder,
                       u"the product's folder is a path on the machine, like C:\\Program Files\\X");
   }
   for (const cvn::String& file : options.Values(u"--trust")) {

@@ -10,6 +10,7 @@
 #include "tools/tlx/commands.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
+#include "trust/product.h"
 
 namespace tlx {
 namespace {
@@ -48,8 +49,6 @@ constexpr cvn::StringView kSessionManagerKey =
     u"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
 constexpr cvn::StringView kEnvironmentKey =
     u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
-constexpr cvn::StringView kProductKey =
-    u"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Ambry Shield";
 constexpr cvn::StringView kTrustedRootsKey =
     u"SOFTWARE\\Microsoft\\SystemCertificates\\ROOT\\Certificates";
 
@@ -132,7 +131,7 @@ int ShowSummary(cvn::StringView folder) {
   row(u"Build:", MachineText(kVersionKey, u"CurrentBuild"));
   row(u"Edition:", MachineText(kVersionKey, u"EditionID"));
   row(u"Architecture:", ArchitectureName(MachineText(kEnvironmentKey, u"PROCESSOR_ARCHITECTURE")));
-  row(u"Install folder:", MachineText(kProductKey, u"InstallLocation"));
+  row(u"Install folder:", MachineText(tessel::product::kUninstallKey, u"InstallLocation"));
   row(u"Trusted roots:", cvn::Format(u"%u", CountTrustedRoots()));
   const auto pending = MachineValue(kSessionManagerKey, u"PendingFileRenameOperations");
   const auto moves = pending ? DescribePendingMoves(pending->data) : cvn::List<cvn::String>();

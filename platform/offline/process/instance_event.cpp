@@ -10,7 +10,7 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/machine.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform {
 namespace {

@@ -14,7 +14,7 @@
 #include "platform/formats/names.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/paths.h"
 
 // Made by the linker: where the program's image begins in memory.

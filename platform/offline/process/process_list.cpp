@@ -10,7 +10,7 @@
 #include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/process_info.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/process.h"
 
 namespace platform::process {

@@ -14,8 +14,7 @@
 #include "platform/formats/ini_text.h"
 #include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/attributes.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/whole_file.h"
 
 namespace platform::profile {

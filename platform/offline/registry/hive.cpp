@@ -14,7 +14,7 @@
 
 #include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/metadata.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 namespace {

@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "platform/error.h"
-#include "platform/offline/registry/hive_file.h"
+#include "platform/formats/hive_file.h"
 #include "support/string.h"
 
 namespace platform::posix {

@@ -10,9 +10,9 @@
 
 #include "platform/environment.h"
 #include "platform/formats/names.h"
+#include "platform/offline/environment/environment.h"
 #include "platform/offline/registry/registry_values.h"
-#include "platform/offline/volume/machine.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 #include "support/format.h"
 
 namespace platform::posix {

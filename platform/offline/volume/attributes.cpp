@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "platform/linux/error_map.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 namespace {

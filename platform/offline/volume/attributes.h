@@ -32,7 +32,4 @@ Code ReadAttributes(int descriptor, const struct stat& entry, files::Attributes*
 // place for them and something would change.
 Code StoreAttributes(const std::string& path, const struct stat& entry, files::Attributes wanted);
 
-// READONLY of a file or folder. It binds everyone, where the host's permission does not bind root.
-bool IsReadOnly(const std::string& path, const struct stat& entry);
-
 }  // namespace platform::posix

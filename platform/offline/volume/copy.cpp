@@ -19,8 +19,8 @@
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
-#include "platform/offline/volume/metadata.h"
 #include "platform/offline/volume/share_locks.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/random.h"
 
 namespace platform::posix {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/error.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 

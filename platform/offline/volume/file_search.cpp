@@ -12,9 +12,10 @@
 
 #include "platform/formats/names.h"
 #include "platform/formats/wildcards.h"
+#include "platform/formats/windows_path.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::files {
 namespace {

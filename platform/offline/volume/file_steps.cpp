@@ -14,8 +14,6 @@ namespace platform::posix {
 
 using files::Disposition;
 
-Code Report(Code code) { return code == kSuccess ? code : Fail(code); }
-
 Code LocateFile(cvn::StringView path, Disposition disposition, HostPath* host) {
   const Code code = Resolve(path, host);
   if (code == kFileNotFound && disposition != Disposition::OpenExisting) {

@@ -8,12 +8,9 @@
 
 #include "platform/error.h"
 #include "platform/files.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
-
-// A failure becomes the thread's last error; success leaves that alone.
-Code Report(Code code);
 
 // Where the file to open is, or is to be made.
 Code LocateFile(cvn::StringView path, files::Disposition disposition, HostPath* host);

@@ -11,8 +11,9 @@
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/share_locks.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::files {
 namespace {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::files {
 namespace {

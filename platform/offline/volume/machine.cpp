@@ -1,104 +1,79 @@
-#include "platform/offline/volume/machine.h"
-
-#include <pwd.h>
-#include <unistd.h>
+#include "platform/machine.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
-#include <vector>
 
 #include "platform/formats/names.h"
+#include "platform/linux/account.h"
 #include "platform/linux/error_map.h"
-#include "platform/machine.h"
-#include "platform/offline/registry/machine_image.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 namespace {
-
-struct Account {
-  std::string name;
-  std::string home;
-};
-
-// The host's user. An account that the user database does not know has its number for a name.
-Account HostAccount() {
-  std::vector<char> buffer(16384);
-  passwd record{};
-  passwd* found = nullptr;
-  getpwuid_r(geteuid(), &record, buffer.data(), buffer.size(), &found);
-  if (found == nullptr) {
-    return {std::to_string(geteuid()), std::string()};
-  }
-  return {record.pw_name, record.pw_dir};
-}
 
 std::string VariableOr(const char* name, const std::string& otherwise) {
   const char* value = std::getenv(name);
   return value == nullptr || *value == '\0' ? otherwise : value;
 }
 
-std::filesystem::path DefaultFolder() {
+std::filesystem::path FolderInDataHome() {
   const std::filesystem::path home = VariableOr("HOME", HostAccount().home);
   std::filesystem::path data = VariableOr("XDG_DATA_HOME", std::string());
+  // The base directory specification has relative paths ignored.
   if (!data.is_absolute()) {
     data = home / ".local/share";
   }
   return data / "tessel/machine";
 }
 
-// What Use chose, in place of what the environment names.
-std::string& ChosenFolder() {
-  static std::string folder;
-  return folder;
-}
-
 // Absolute, and without a slash at the end.
-std::string Tidy(const std::filesystem::path& folder, std::error_code* error) {
-  const std::filesystem::path whole = std::filesystem::absolute(folder, *error).lexically_normal();
-  return whole.has_filename() ? whole.string() : whole.parent_path().string();
+Code Tidy(const std::filesystem::path& folder, std::string* tidy) {
+  std::error_code error;
+  const std::filesystem::path whole = std::filesystem::absolute(folder, error).lexically_normal();
+  *tidy = whole.has_filename() ? whole.string() : whole.parent_path().string();
+  return CodeOf(error.value());
 }
 
-std::string FolderToUse(std::error_code* error) {
-  if (!ChosenFolder().empty()) {
-    return ChosenFolder();
-  }
-  const std::string named = VariableOr("TESSEL_MACHINE", std::string());
-  return Tidy(named.empty() ? DefaultFolder() : std::filesystem::path(named), error);
+Machine& MachineOfProcess() {
+  static Machine machine;
+  return machine;
 }
 
 }  // namespace
 
-Machine::Machine() {
+Machine::Machine(const std::string& folder) {
   std::error_code error;
-  const std::string folder = FolderToUse(&error);
-  if (!error && !std::filesystem::exists(folder, error) && !error) {
-    const Code made = MakeMachine(folder, machine::Description());
-    // Another process may have been faster with the same.
-    if (made != kSuccess && made != kDirNotEmpty) {
-      state_ = made;
-      return;
-    }
-  }
-  if (!error) {
-    root_ = std::filesystem::canonical(folder, error).string();
-  }
+  root_ = std::filesystem::canonical(folder, error).string();
   if (!error && !std::filesystem::is_directory(root_, error) && !error) {
     error = std::make_error_code(std::errc::not_a_directory);
   }
-  state_ = error ? CodeOf(error.value()) : kSuccess;
+  state_ = CodeOf(error.value());
   if (root_ == "/") {
     root_.clear();
   }
 }
 
-const Machine& Machine::Get() {
-  static const Machine kMachine;
-  return kMachine;
+Machine Machine::Failed(Code state) {
+  Machine machine;
+  machine.state_ = state;
+  return machine;
 }
 
-// Without the resolver, which would look for the very machine that is about to be made or chosen.
+const Machine& Machine::Get() { return MachineOfProcess(); }
+
+Code Machine::Open(const Machine& machine) {
+  Machine& own = MachineOfProcess();
+  // What was found through one machine is kept, and would be wrong on another.
+  if (own.state_ == kSuccess && own.root_ != machine.root_) {
+    return kBusy;
+  }
+  own = machine;
+  return own.state_;
+}
+
+// Without Resolve, which would look for the very machine that is about to be made or opened.
 Code HostFolder(cvn::StringView folder, std::string* host) {
   folder = UpToZero(folder);
   if (folder.size() >= 2 && folder[1] == u':') {
@@ -110,35 +85,12 @@ Code HostFolder(cvn::StringView folder, std::string* host) {
   std::string text;
   AppendHostText(folder, &text);
   std::replace(text.begin(), text.end(), '\\', '/');
-  if (text.empty()) {
-    return kPathNotFound;
-  }
-  std::error_code error;
-  *host = Tidy(text, &error);
-  return CodeOf(error.value());
+  return text.empty() ? kPathNotFound : Tidy(text, host);
 }
 
-cvn::String UserName() {
-  const std::string name = HostAccount().name;
-  return ToWide(name.substr(name.rfind('\\') + 1));
-}
-
-cvn::String UserProfile() {
-  if (geteuid() == 0) {
-    return u"C:\\Windows\\system32\\config\\systemprofile";
-  }
-  cvn::String profile = u"C:\\Users\\";
-  profile.Append(UserName());
-  return profile;
-}
-
-cvn::String TemporaryFolder() {
-  if (geteuid() == 0) {
-    return u"C:\\Windows\\Temp";
-  }
-  cvn::String folder = UserProfile();
-  folder.Append(u"\\AppData\\Local\\Temp");
-  return folder;
+Code DefaultMachineFolder(std::string* host) {
+  const std::string named = VariableOr("TESSEL_MACHINE", std::string());
+  return Tidy(named.empty() ? FolderInDataHome() : std::filesystem::path(named), host);
 }
 
 }  // namespace platform::posix
@@ -151,15 +103,15 @@ Code Use(cvn::StringView folder) {
   if (code != kSuccess) {
     return code;
   }
-  std::error_code error;
-  const std::filesystem::path root = std::filesystem::canonical(host, error);
-  if (error || !std::filesystem::is_directory(root, error)) {
-    return kPathNotFound;
-  }
-  posix::ChosenFolder() = root.string();
-  const posix::Machine& machine = posix::Machine::Get();
-  const bool isChosen = (machine.Root().empty() ? "/" : machine.Root()) == root;
-  return machine.State() == kSuccess && !isChosen ? kBusy : machine.State();
+  const posix::Machine machine(host);
+  return machine.State() == kSuccess ? posix::Machine::Open(machine) : kPathNotFound;
+}
+
+Code UseDefault() {
+  std::string folder;
+  const Code code = posix::DefaultMachineFolder(&folder);
+  return posix::Machine::Open(code == kSuccess ? posix::Machine(folder)
+                                               : posix::Machine::Failed(code));
 }
 
 }  // namespace platform::machine

@@ -1,4 +1,4 @@
-#include "platform/offline/volume/metadata.h"
+#include "platform/offline/volume/volume.h"
 
 #include <fcntl.h>
 #include <linux/limits.h>

@@ -1,4 +1,4 @@
-#include "platform/offline/volume/move.h"
+#include "platform/offline/volume/volume.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,8 +15,6 @@
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/copy.h"
 #include "platform/offline/volume/file_steps.h"
-#include "platform/offline/volume/metadata.h"
-#include "platform/offline/volume/path_resolver.h"
 
 namespace platform::posix {
 namespace {

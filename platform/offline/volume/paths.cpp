@@ -6,8 +6,10 @@
 #include <climits>
 
 #include "platform/formats/names.h"
+#include "platform/formats/windows_path.h"
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/path_draft.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::paths {
 namespace {

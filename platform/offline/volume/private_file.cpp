@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "platform/linux/descriptor.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::files {
 

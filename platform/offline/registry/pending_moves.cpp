@@ -1,11 +1,11 @@
+// Moves, now or at the next start: the session manager keeps the latter as a value of the registry.
 #include <algorithm>
 #include <cstddef>
 #include <vector>
 
 #include "platform/files.h"
-#include "platform/offline/volume/file_steps.h"
-#include "platform/offline/volume/move.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/linux/error_map.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/registry.h"
 
 namespace platform::files {

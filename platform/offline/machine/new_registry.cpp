@@ -1,23 +1,14 @@
-#include "platform/offline/registry/machine_image.h"
+#include "platform/offline/machine/new_registry.h"
 
 #include <openssl/evp.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <iterator>
 #include <span>
-#include <system_error>
+#include <vector>
 
-#include "platform/formats/names.h"
-#include "platform/linux/error_map.h"
-#include "platform/offline/registry/hive.h"
-#include "platform/offline/registry/registry_space.h"
-#include "platform/offline/volume/machine.h"
+#include "platform/offline/registry/registry.h"
 #include "platform/registry.h"
 #include "support/format.h"
 
@@ -25,24 +16,11 @@ namespace platform::posix {
 namespace {
 
 using machine::Description;
+using machine::Product;
 using registry::kTypeBinary;
 using registry::kTypeDword;
 using registry::kTypeExpandString;
 using registry::kTypeString;
-
-constexpr const char* kFolders[] = {
-    "Program Files/Common Files",
-    "Program Files (x86)/Common Files",
-    "ProgramData",
-    "Users/Default",
-    "Users/Public",
-    "Windows/Logs",
-    "Windows/System32/config/systemprofile/AppData/Local",
-    "Windows/System32/config/systemprofile/AppData/Roaming",
-    "Windows/System32/drivers/etc",
-    "Windows/SysWOW64",
-    "Windows/Temp",
-};
 
 // A value; of a number when it is a kTypeDword, else of text. One without a type is just a key.
 struct Entry {
@@ -137,7 +115,7 @@ constexpr Entry kSam[] = {{u"SAM\\Domains"}};
 constexpr Entry kSecurity[] = {{u"Policy"}};
 
 constexpr cvn::StringView kWindowsNt = WINDOWS_NT;
-constexpr cvn::StringView kProduct = WINDOWS u"\\Uninstall\\Ambry Shield";
+constexpr cvn::StringView kUninstall = WINDOWS u"\\Uninstall\\";
 constexpr cvn::StringView kRoots = u"Microsoft\\SystemCertificates\\ROOT\\Certificates\\";
 constexpr cvn::StringView kEnvironment = CONTROL u"\\Session Manager\\Environment";
 constexpr cvn::StringView kProductOptions = CONTROL u"\\ProductOptions";
@@ -145,79 +123,6 @@ constexpr cvn::StringView kProductOptions = CONTROL u"\\ProductOptions";
 #undef WINDOWS_NT
 #undef WINDOWS
 #undef CONTROL
-
-std::vector<std::byte> ZeroEnded(cvn::StringView text) {
-  std::vector<std::byte> bytes((text.size() + 1) * sizeof(char16_t));
-  std::memcpy(bytes.data(), text.data(), text.size() * sizeof(char16_t));
-  return bytes;
-}
-
-// A hive that has no file yet. Its first failure is kept.
-class NewHive {
- public:
-  NewHive(const std::string& machineFolder, cvn::StringView name, HiveFile::Readers readers)
-      : hive_(FileIn(machineFolder, name), HiveFile::MakeEmpty(FileName(name), readers)) {}
-
-  void Set(cvn::StringView key, cvn::StringView name, std::uint32_t type,
-           std::span<const std::byte> data) {
-    const KeyPtr node = Ensure(key);
-    if (node != nullptr) {
-      Keep(hive_.SetValue(*node, name, type, data));
-    }
-  }
-  void SetText(cvn::StringView key, cvn::StringView name, cvn::StringView text,
-               std::uint32_t type = kTypeString) {
-    Set(key, name, type, ZeroEnded(text));
-  }
-  void SetNumber(cvn::StringView key, cvn::StringView name, std::uint32_t number) {
-    Set(key, name, kTypeDword, std::as_bytes(std::span(&number, 1)));
-  }
-  void SetAll(std::span<const Entry> entries) {
-    for (const Entry& entry : entries) {
-      if (entry.type == registry::kTypeNone) {
-        Ensure(entry.key);
-      } else if (entry.type == kTypeDword) {
-        SetNumber(entry.key, entry.name, entry.number);
-      } else {
-        SetText(entry.key, entry.name, entry.text, entry.type);
-      }
-    }
-  }
-  Code Write() { return code_ == kSuccess ? hive_.Flush() : code_; }
-
- private:
-  static std::string FileIn(const std::string& machineFolder, cvn::StringView name) {
-    std::string path = machineFolder + "/Windows/System32/config/";
-    AppendHostText(name, &path);
-    return path;
-  }
-  static std::u16string FileName(cvn::StringView name) {
-    return std::u16string(u"\\SystemRoot\\System32\\Config\\").append(name);
-  }
-
-  KeyPtr Ensure(cvn::StringView path) {
-    KeyPtr key;
-    Keep(hive_.Root(&key));
-    for (const cvn::StringView name : NamesOf(path)) {
-      SubKeyTable* subKeys = nullptr;
-      Keep(code_ == kSuccess ? hive_.SubKeys(*key, &subKeys) : code_);
-      if (code_ != kSuccess) {
-        return nullptr;
-      }
-      const auto known = subKeys->find(Folded(name));
-      if (known != subKeys->end()) {
-        key = known->second;
-      } else {
-        Keep(hive_.Add(*key, name, false, &key));
-      }
-    }
-    return key;
-  }
-  void Keep(Code code) { code_ = code_ == kSuccess ? code : code_; }
-
-  Hive hive_;
-  Code code_ = kSuccess;
-};
 
 struct Release {
   std::uint32_t build;  // the first one
@@ -249,7 +154,7 @@ void SetRelease(std::uint32_t build, NewHive* software) {
 
 void SetVersion(const Description& description, NewHive* software) {
   const cvn::String build = cvn::Format(u"%u", description.build);
-  software->SetText(kWindowsNt, u"ProductName", description.productName);
+  software->SetText(kWindowsNt, u"ProductName", description.windowsName);
   software->SetText(kWindowsNt, u"EditionID", description.edition);
   software->SetText(kWindowsNt, u"InstallationType",
                     description.server ? cvn::StringView(u"Server") : u"Client");
@@ -295,26 +200,14 @@ Code AddTrustedRoot(std::span<const std::byte> certificate, NewHive* software) {
   return kSuccess;
 }
 
-void SetProduct(cvn::StringView installFolder, NewHive* software) {
-  software->SetText(kProduct, u"DisplayName", u"Ambry Shield");
-  software->SetText(kProduct, u"Publisher", u"Ambry");
-  software->SetText(kProduct, u"InstallLocation", installFolder);
-}
-
-// The product's services run as the system, and start with it.
-void SetServices(cvn::StringView installFolder, NewHive* system) {
+// The services run as the system, and start with it.
+void SetServices(const Product& product, NewHive* system) {
   constexpr std::uint32_t kOwnProcess = 0x10;
   constexpr std::uint32_t kAutoStart = 2;
   constexpr std::uint32_t kNormalError = 1;
-  constexpr struct {
-    cvn::StringView name;
-    cvn::StringView displayName;
-  } kServices[] = {
-      {u"AMSecurityService", u"Ambry Shield Security Service"},
-      {u"AmUpdateService", u"Ambry Shield Update Service"},
-  };
-  const cvn::StringView folder = installFolder.substr(0, installFolder.find_last_not_of(u'\\') + 1);
-  for (const auto& service : kServices) {
+  const cvn::StringView install = product.installFolder;
+  const cvn::StringView folder = install.substr(0, install.find_last_not_of(u'\\') + 1);
+  for (const Product::Service& service : product.services) {
     const cvn::String key = cvn::Format(u"ControlSet001\\Services\\%s", service.name);
     system->SetNumber(key, u"Type", kOwnProcess);
     system->SetNumber(key, u"Start", kAutoStart);
@@ -326,12 +219,31 @@ void SetServices(cvn::StringView installFolder, NewHive* system) {
   }
 }
 
+void SetUninstall(const Product& product, NewHive* software) {
+  const cvn::String key = cvn::Format(u"%s%s", kUninstall, product.name);
+  software->SetText(key, u"DisplayName", product.name);
+  software->SetText(key, u"Publisher", product.publisher);
+  software->SetText(key, u"InstallLocation", product.installFolder);
+}
+
+void SetAll(std::span<const Entry> entries, NewHive* hive) {
+  for (const Entry& entry : entries) {
+    if (entry.type == registry::kTypeNone) {
+      hive->AddKey(entry.key);
+    } else if (entry.type == kTypeDword) {
+      hive->SetNumber(entry.key, entry.name, entry.number);
+    } else {
+      hive->SetText(entry.key, entry.name, entry.text, entry.type);
+    }
+  }
+}
+
 Code WriteSoftware(const std::string& folder, const Description& description) {
   NewHive software(folder, u"SOFTWARE", HiveFile::Readers::All);
-  software.SetAll(kSoftware);
+  SetAll(kSoftware, &software);
   SetVersion(description, &software);
-  if (!description.installFolder.Empty()) {
-    SetProduct(description.installFolder, &software);
+  if (description.product) {
+    SetUninstall(*description.product, &software);
   }
   for (const std::vector<std::byte>& certificate : description.trustedRoots) {
     const Code code = AddTrustedRoot(certificate, &software);
@@ -344,17 +256,19 @@ Code WriteSoftware(const std::string& folder, const Description& description) {
 
 Code WriteSystem(const std::string& folder, const Description& description) {
   NewHive system(folder, u"SYSTEM", HiveFile::Readers::All);
-  system.SetAll(kSystem);
+  SetAll(kSystem, &system);
   system.SetText(kEnvironment, u"PROCESSOR_ARCHITECTURE", description.architecture);
   system.SetText(kProductOptions, u"ProductType",
                  description.server ? cvn::StringView(u"ServerNT") : u"WinNT");
-  if (!description.installFolder.Empty()) {
-    SetServices(description.installFolder, &system);
+  if (description.product) {
+    SetServices(*description.product, &system);
   }
   return system.Write();
 }
 
-Code WriteHives(const std::string& folder, const Description& description) {
+}  // namespace
+
+Code WriteNewRegistry(const std::string& folder, const Description& description) {
   const struct {
     cvn::StringView name;
     HiveFile::Readers readers;
@@ -371,75 +285,11 @@ Code WriteHives(const std::string& folder, const Description& description) {
   for (const auto& plain : kPlain) {
     if (code == kSuccess) {
       NewHive hive(folder, plain.name, plain.readers);
-      hive.SetAll(plain.entries);
+      SetAll(plain.entries, &hive);
       code = hive.Write();
     }
   }
   return code;
 }
 
-// A path on drive C: as one below the machine's folder; empty for any other.
-std::string BelowMachine(cvn::StringView path) {
-  std::string host;
-  if (path.size() > 3 && Folded(path.substr(0, 3)) == u"C:\\") {
-    AppendHostText(path.substr(3), &host);
-    std::replace(host.begin(), host.end(), '\\', '/');
-  }
-  return host;
-}
-
-std::error_code MakeFolders(const std::filesystem::path& folder, const Description& description) {
-  std::vector<std::string> below(std::begin(kFolders), std::end(kFolders));
-  below.push_back(BelowMachine(TemporaryFolder()));
-  below.push_back(BelowMachine(description.installFolder));
-  std::error_code error;
-  for (const std::string& name : below) {
-    if (!error) {
-      std::filesystem::create_directories(folder / name, error);
-    }
-  }
-  return error;
-}
-
-Code Fill(const std::string& folder, const Description& description) {
-  const std::error_code error = MakeFolders(folder, description);
-  return error ? CodeOf(error.value()) : WriteHives(folder, description);
-}
-
-}  // namespace
-
-Code MakeMachine(const std::string& folder, const Description& description) {
-  std::error_code error;
-  const std::filesystem::path path(folder);
-  if (std::filesystem::exists(path, error) && !std::filesystem::is_empty(path, error) && !error) {
-    return kDirNotEmpty;
-  }
-  std::filesystem::create_directories(path.parent_path(), error);
-  std::string fresh = folder + ".XXXXXX";
-  if (error || mkdtemp(fresh.data()) == nullptr) {
-    return CodeOf(error ? error.value() : errno);
-  }
-  constexpr mode_t kForAllToRead = 0755;  // mkdtemp keeps others out
-  chmod(fresh.c_str(), kForAllToRead);
-  Code code = Fill(fresh, description);
-  if (code == kSuccess && rename(fresh.c_str(), folder.c_str()) != 0) {
-    // Another process may have been faster.
-    code = errno == EEXIST ? kDirNotEmpty : CodeOf(errno);
-  }
-  if (code != kSuccess) {
-    std::filesystem::remove_all(fresh, error);
-  }
-  return code;
-}
-
 }  // namespace platform::posix
-
-namespace platform::machine {
-
-Code Create(cvn::StringView folder, const Description& description) {
-  std::string host;
-  const Code code = posix::HostFolder(folder, &host);
-  return code == kSuccess ? posix::MakeMachine(host, description) : code;
-}
-
-}  // namespace platform::machine

@@ -1,4 +1,4 @@
-#include "platform/offline/process/environment.h"
+#include "platform/offline/environment/environment.h"
 
 #include <unistd.h>
 
@@ -8,8 +8,9 @@
 
 #include "platform/environment.h"
 #include "platform/formats/names.h"
+#include "platform/linux/account.h"
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/machine.h"
+#include "platform/offline/volume/volume.h"
 #include "support/containers.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -205,6 +206,29 @@ std::optional<cvn::String> Expand(cvn::StringView text) {
 }  // namespace platform::environment
 
 namespace platform::posix {
+
+cvn::String UserName() {
+  const std::string name = HostAccount().name;
+  return ToWide(name.substr(name.rfind('\\') + 1));
+}
+
+cvn::String UserProfile() {
+  if (geteuid() == 0) {
+    return u"C:\\Windows\\system32\\config\\systemprofile";
+  }
+  cvn::String profile = u"C:\\Users\\";
+  profile.Append(UserName());
+  return profile;
+}
+
+cvn::String TemporaryFolder() {
+  if (geteuid() == 0) {
+    return u"C:\\Windows\\Temp";
+  }
+  cvn::String folder = UserProfile();
+  folder.Append(u"\\AppData\\Local\\Temp");
+  return folder;
+}
 
 char* const* ChildEnvironment() {
   environment::ChildBlock& block = environment::ForChildren();

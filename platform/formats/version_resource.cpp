@@ -1,19 +1,18 @@
-#include "platform/version_resource.h"
+#include "platform/formats/version_resource.h"
 
 #include <array>
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <vector>
 
-#include "platform/files.h"
 #include "platform/formats/little_endian.h"
 #include "platform/formats/names.h"
 #include "platform/formats/pe_image.h"
-#include "platform/offline/volume/version_resource.h"
 #include "support/format.h"
 #include "support/numbers.h"
 
-namespace platform {
+namespace platform::posix {
 namespace {
 
 using Block = std::span<const std::byte>;
@@ -135,8 +134,6 @@ bool FindNode(Block nodes, std::initializer_list<cvn::StringView> path, Node* no
 
 }  // namespace
 
-namespace posix {
-
 bool CompanyNameOf(const ByteSource& source, cvn::String* name) {
   const std::optional<PeImage> image = ReadPeImage(source);
   if (!image || image->resources == 0) {
@@ -157,13 +154,4 @@ bool CompanyNameOf(const ByteSource& source, cvn::String* name) {
   return true;
 }
 
-}  // namespace posix
-
-bool QueryCompanyName(cvn::StringView path, cvn::String* name) {
-  files::File file;
-  return files::Open(path, files::Access::Read, files::Share::ReadWrite,
-                     files::Disposition::OpenExisting, &file) == kSuccess &&
-         posix::CompanyNameOf(ByteSource(file), name);
-}
-
-}  // namespace platform
+}  // namespace platform::posix

@@ -1,4 +1,5 @@
-// The environment as programs of the host get it.
+// The variables of the environment, as platform/environment.h gives them, as programs of the host
+// get them; and the user whose folders they name.
 //
 // A program that is started gets the host's environment as this process found it, and over it what
 // environment::Set set, in place of every variable whose name is the same to Windows, under the
@@ -12,6 +13,15 @@
 #include "support/string.h"
 
 namespace platform::posix {
+
+// The name of the host's user, without the domain.
+cvn::String UserName();
+
+// The folder of the host's user on the machine; for uid 0 that of the SYSTEM account.
+cvn::String UserProfile();
+
+// The folder for the temporary files of the host's user on the machine.
+cvn::String TemporaryFolder();
 
 // Ends with a null; valid until the next call of environment::Set.
 char* const* ChildEnvironment();

@@ -1,5 +1,5 @@
-#include "platform/final_path.h"
-
+// What is told of a file that nobody opens for its content: its identity, its final path, and whose
+// program it is.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,9 +9,33 @@
 #include <string>
 #include <string_view>
 
+#include "platform/byte_source.h"
+#include "platform/file_identity.h"
+#include "platform/files.h"
+#include "platform/final_path.h"
+#include "platform/formats/version_resource.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/path_resolver.h"
+#include "platform/offline/volume/volume.h"
+#include "platform/version_resource.h"
+
+namespace platform::files {
+
+Code GetIdentity(cvn::StringView path, Identity* identity) {
+  posix::HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  if (code != kSuccess) {
+    return posix::Fail(code);
+  }
+  struct stat target {};
+  if (stat(host.path.c_str(), &target) != 0) {
+    return posix::Fail(posix::CodeOf(errno));
+  }
+  *identity = {target.st_dev, target.st_ino};
+  return kSuccess;
+}
+
+}  // namespace platform::files
 
 namespace platform::paths {
 namespace {
@@ -64,3 +88,14 @@ Code GetFinalPath(cvn::StringView path, cvn::String* finalPath, VolumeName* volu
 cvn::String FoldForFinalPath(cvn::StringView path) { return path; }
 
 }  // namespace platform::paths
+
+namespace platform {
+
+bool QueryCompanyName(cvn::StringView path, cvn::String* name) {
+  files::File file;
+  return files::Open(path, files::Access::Read, files::Share::ReadWrite,
+                     files::Disposition::OpenExisting, &file) == kSuccess &&
+         posix::CompanyNameOf(ByteSource(file), name);
+}
+
+}  // namespace platform

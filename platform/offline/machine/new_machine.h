@@ -5,11 +5,15 @@
 
 #include "platform/error.h"
 #include "platform/machine.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 
 // As machine::Create, in a folder as the host names it. It is built under another name beside it,
 // so that nobody ever finds half of a machine.
 Code MakeMachine(const std::string& folder, const machine::Description& description);
+
+// The machine that the environment names; one that is missing is made.
+Machine DefaultMachine(const machine::Description& description);
 
 }  // namespace platform::posix

@@ -1,4 +1,4 @@
-#include "platform/offline/registry/hive_file.h"
+#include "platform/formats/hive_file.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,0 +1,16 @@
+// The account that this process runs as.
+#pragma once
+
+#include <string>
+
+namespace platform::posix {
+
+struct Account {
+  std::string name;  // the number, when the user database does not know the account
+  std::string home;  // empty then
+};
+
+// The host's record of the effective user.
+Account HostAccount();
+
+}  // namespace platform::posix

@@ -1,0 +1,29 @@
+// The host's path of a script's path as far as text alone can tell: drives, the current directory,
+// "." and "..", and the names that Windows takes. Nothing on the disk is looked at.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+#include "support/string.h"
+
+namespace platform::posix {
+
+// A host path under construction. Nothing of its first `root` bytes, the drive's own, is ever cut.
+struct PathDraft {
+  std::string path;
+  std::size_t root = 0;
+  bool onMachine = false;
+};
+
+// Of a path that is not empty. The codes are those of Resolve.
+Code DraftPath(cvn::StringView path, PathDraft* draft);
+
+// True for the folder itself, too.
+bool IsWithin(std::string_view path, std::string_view folder);
+
+// The current directory as the host names it; empty when it was removed.
+std::string HostCurrentDirectory();
+
+}  // namespace platform::posix

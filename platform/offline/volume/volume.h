@@ -1,0 +1,102 @@
+// What the volume offers to the other parts of the offline platform, beyond the families of
+// platform/ that it implements: the machine's folder, the way from paths of scripts to paths of the
+// host and back, and what files carry.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+#include "support/string.h"
+
+namespace platform::posix {
+
+// The folder that is the Windows system volume, drive C:.
+class Machine {
+ public:
+  // The machine of this process. Until one is opened there is none: its state is 3, drive C: does
+  // not exist, and the host's paths are found without it.
+  static const Machine& Get();
+
+  // Makes `machine` the one of this process and gives its state. 170 when another is open.
+  static Code Open(const Machine& machine);
+
+  Machine() = default;
+  // Finds the folder that the host calls `folder`. It is taken as it is; nothing is made.
+  explicit Machine(const std::string& folder);
+  // One that can't be had, for this reason.
+  static Machine Failed(Code state);
+
+  // 0, or why there is no such folder.
+  Code State() const { return state_; }
+  // The folder as the host names it: absolute, without symbolic links, without a slash at the end
+  // (so it is empty when the machine is the host's root).
+  const std::string& Root() const { return root_; }
+
+ private:
+  Code state_ = kPathNotFound;
+  std::string root_;
+};
+
+// The host's name, absolute, of the folder that a tool was told. It may have a drive, which then
+// has to be Z:.
+Code HostFolder(cvn::StringView folder, std::string* host);
+
+// The host's name, absolute, of the folder that the environment names: TESSEL_MACHINE, or without
+// it tessel/machine in the user's data folder ($XDG_DATA_HOME, or ~/.local/share).
+Code DefaultMachineFolder(std::string* host);
+
+// A path of the host that a script's path leads to.
+struct HostPath {
+  std::string path;              // where the entry is, or where it would be made
+  std::string name;              // its name as the caller spelled it
+  bool endsInSeparator = false;  // the caller asked for a folder
+  bool onMachine = false;        // on drive C:, whose names are held to what Windows allows
+  bool isRoot = false;           // the root of a drive
+  struct stat entry =
+      {};  // of the entry itself and not of what it links to; zero when there is none
+
+  bool IsFolder() const;  // links are followed
+};
+
+// Finds the host's path of `path`.
+//
+// C: is the machine's folder and Z: the host's root; there is no other drive. '/' separates as '\'
+// does. What has no drive starts at the current directory, or at the root of the drive that this
+// lies on. "." and ".." are cut out as text, as on Windows, and cannot leave the drive. C: holds
+// names to what Windows allows, and cuts the dots and blanks at the end that Windows cuts; names on
+// Z: are the host's, and stay as they are. One with a backslash in it can't be said.
+//
+// Names are found without regard to case: first the name as it is, then among all those that fold
+// to the same (the first in the order of their bytes).
+//
+// 2 when only the last name is missing: `host->path` then tells where it would be. 3 when a folder
+// on the way is missing or is none (`host->path` is then what it would be if that were a folder),
+// when there is no such drive, and for an empty path (`host->path` is empty then); 53 for a path
+// with a server; 123 for a name that Windows refuses, and for a file with a separator after its
+// name; 206 when the host's path is longer than the host takes, which is 4095 bytes. Leaves the
+// thread's last error alone.
+Code Resolve(cvn::StringView path, HostPath* host);
+
+// The form for scripts of an absolute path of the host: C:\... within the machine, else Z:\....
+cvn::String ToMachinePath(std::string_view hostPath);
+
+// READONLY of a file or folder. It binds everyone, where the host's permission does not bind root.
+bool IsReadOnly(const std::string& path, const struct stat& entry);
+
+// Gives the open file `to` the owner, permissions and extended attributes of the open file `from`,
+// whose status is `entry`. What the volume can't keep, and what only the system may give, is left
+// out. After a failure `to` has a part of them.
+Code CopyMetadata(int from, const struct stat& entry, int to);
+
+// The same for the file, and no link, at `path`.
+Code CopyMetadata(const std::string& path, const struct stat& entry, int to);
+
+// As files::Move, without the delay. The drives C: and Z: are volumes of their own, even on one
+// file system of the host. Leaves the thread's last error alone.
+Code MoveNow(cvn::StringView from, cvn::StringView to, std::uint32_t flags);
+
+}  // namespace platform::posix
