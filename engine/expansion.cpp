@@ -112,22 +112,22 @@ const cvn::String* FindSingleReference(cvn::StringView text, VariableStore* vari
 
 }  // namespace
 
-cvn::String ExpandVariables(const cvn::String& source, VariableStore* variables) {
-  const cvn::StringView text = source;
-  std::size_t percent = cvn::FindUnit(text, u'%');
+cvn::String ExpandVariables(const cvn::String& text, VariableStore* variables) {
+  const cvn::StringView view = text;
+  std::size_t percent = cvn::FindUnit(view, u'%');
   if (percent == kNone) {
-    return source;
+    return text;
   }
-  if (const cvn::String* value = FindSingleReference(text, variables)) {
+  if (const cvn::String* value = FindSingleReference(view, variables)) {
     return *value;
   }
   cvn::String out;
-  ReferenceScanner scanner(text);
+  ReferenceScanner scanner(view);
   std::size_t at = 0;
-  for (; percent != kNone; percent = cvn::FindUnit(text, u'%', at)) {
-    out.Append(text.substr(at, percent - at));
+  for (; percent != kNone; percent = cvn::FindUnit(view, u'%', at)) {
+    out.Append(view.substr(at, percent - at));
     at = percent + 1;
-    if (at < text.size() && text[at] == u'%') {
+    if (at < view.size() && view[at] == u'%') {
       out.Append(u'%');
       ++at;
       continue;
@@ -136,10 +136,10 @@ cvn::String ExpandVariables(const cvn::String& source, VariableStore* variables)
     if (closing == kNone) {
       out.Append(u'%');
     } else {
-      at = AppendReference(text, at, closing, variables, &out);
+      at = AppendReference(view, at, closing, variables, &out);
     }
   }
-  out.Append(text.substr(at));
+  out.Append(view.substr(at));
   return out;
 }
 
