@@ -12,7 +12,6 @@
 #include "commands/documents/ini.h"
 #include "commands/documents/json.h"
 #include "commands/documents/xml.h"
-#include "commands/system/registry.h"
 #include "engine/command_declaration.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -124,20 +123,12 @@ constexpr CommandRecord kOtherCommands[] = {
     Command<FunctionJsonGetElement>(u"jsonGetElement", FunctionJsonGetElement::kDescription),
     Command<FunctionIniGetValue>(u"iniGetValue", FunctionIniGetValue::kDescription),
     Command<FunctionIniSetValue>(u"iniSetValue", FunctionIniSetValue::kDescription),
-    Command<FunctionRegRead>(u"regRead", FunctionRegRead::kDescription),
-    Command<FunctionRegGetKeys>(u"regGetKeys", FunctionRegGetKeys::kDescription),
-    Command<FunctionRegGetValues>(u"regGetValues", FunctionRegGetValues::kDescription),
-    Command<FunctionRegWrite>(u"regWrite", FunctionRegWrite::kDescription),
-    Command<FunctionRegExistsKey>(u"regExistsKey", FunctionRegExistsKey::kDescription),
-    Command<FunctionRegCreateKey>(u"regCreateKey", FunctionRegCreateKey::kDescription),
-    Command<FunctionRegDeleteKey>(u"regDeleteKey", FunctionRegDeleteKey::kDescription),
-    Command<FunctionRegDeleteValue>(u"regDeleteValue", FunctionRegDeleteValue::kDescription),
 };
 
 bool RegisterCommands() {
   static cvn::List<CommandRecord> commands;
   for (const std::span<const CommandRecord> family :
-       {kFlowFamily.commands, kTextFamily.commands,
+       {kFlowFamily.commands, kTextFamily.commands, kRegistryFamily.commands,
         std::span<const CommandRecord>(kOtherCommands)}) {
     std::ranges::copy_if(family, std::back_inserter(commands), [](const CommandRecord& command) {
       return FindFuzzed(command.name) != nullptr;

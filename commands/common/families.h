@@ -7,5 +7,11 @@ namespace tessel {
 
 extern const CommandFamily kFlowFamily;
 extern const CommandFamily kTextFamily;
+extern const CommandFamily kFilesFamily;
+extern const CommandFamily kFoldersFamily;
+extern const CommandFamily kRegistryFamily;
+extern const CommandFamily kServicesFamily;
+extern const CommandFamily kProgramsFamily;
+extern const CommandFamily kProductFamily;
 
 }  // namespace tessel

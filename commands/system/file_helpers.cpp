@@ -1,12 +1,14 @@
 #include "commands/system/file_helpers.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "engine/variable_store.h"
 #include "files/listing.h"
 #include "files/path_text.h"
 #include "platform/file_identity.h"
 #include "platform/paths.h"
+#include "support/containers.h"
 
 namespace tessel {
 namespace {
@@ -160,30 +162,11 @@ bool EnsureDirectory(cvn::StringView path) {
   return code == platform::kSuccess || code == platform::kAlreadyExists;
 }
 
-bool FunctionWithFind::Parse() {
-  if (!ReadNonEmpty(u"dir", &dir_) || !ReadNonEmpty(u"pattern", &pattern_) ||
-      !ReadNonEmpty(u"var", &var_) || !ReadNonEmpty(u"delim", &delim_)) {
-    return false;
-  }
-  ReadNumber(u"depth", &depth_);
-  return true;
-}
-
-void FunctionWithFind::Find(cvn::StringView directory, cvn::StringView pattern,
+void FunctionWithFind::Find(cvn::StringView directory, cvn::StringView wanted,
                             files::Attributes mask) {
-  cvn::String text = Finder(directory, pattern, delim_, mask).Find(depth_);
-  text.Truncate(text.AsView().find_last_not_of(delim_) + 1);
-  SetVariable(var_, std::move(text), variables);
-}
-
-bool FunctionWithDelete::Parse() {
-  if (!ReadNonEmpty(u"path", &path_)) {
-    return false;
-  }
-  ReadFlag(u"ignoreErrors", &ignoreErrors_);
-  ReadFlag(u"afterRebootIfFails", &afterRebootIfFails_);
-  ReadFlag(u"renameIfFails", &renameIfFails_);
-  return true;
+  cvn::String text = Finder(directory, wanted, delim, mask).Find(depth);
+  text.Truncate(text.AsView().find_last_not_of(delim) + 1);
+  SetVariable(var, std::move(text), variables);
 }
 
 }  // namespace tessel

@@ -1,14 +1,17 @@
-#include "commands/system/files.h"
-
-#include <algorithm>
-
+// Commands on single files and on the files that a pattern matches.
+#include "platform/files.h"
+#include "commands/common/families.h"
+#include "commands/system/file_helpers.h"
+#include "commands/system/move.h"
+#include "engine/command_declaration.h"
 #include "engine/variable_store.h"
 #include "files/listing.h"
 #include "files/path_text.h"
 #include "platform/download.h"
-#include "platform/files.h"
 #include "platform/paths.h"
 #include "trace/trace.h"
+#include "trust/digital_signature.h"
+#include "trust/path_key.h"
 
 namespace tessel {
 namespace {
@@ -40,122 +43,127 @@ bool HaveSameWriteTime(cvn::StringView left, cvn::StringView right) {
   return found.HasEntry() && HasWriteTime(right, found.Entry().LastWriteTime());
 }
 
-// The code in a failed HRESULT. One without a code counts as success.
-platform::Code CodeOf(std::int32_t result) {
-  return result < 0 ? static_cast<std::uint32_t>(result) & 0xFFFF : platform::kSuccess;
-}
-
-}  // namespace
-
-bool FunctionFileExists::Parse() { return ReadNonEmpty(u"path", &path_); }
-
-void FunctionFileExists::Execute() {
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"fileExists function called for %s", path);
-  result = paths::Exists(path) && !paths::IsDirectory(path);
-  TraceEnd(u"fileExists");
-}
-
-bool FunctionFileCopySingle::Parse() {
-  if (!ReadNonEmpty(u"src", &src_) || !ReadNonEmpty(u"dest", &dest_)) {
-    return false;
+struct FunctionFileExists : FunctionRetBool {
+  void Execute() override {
+    const cvn::String file = ExpandVariables(path, variables);
+    TraceLine(u"fileExists function called for %s", file);
+    result = paths::Exists(file) && !paths::IsDirectory(file);
+    TraceEnd(u"fileExists");
   }
-  ReadFlag(u"failIfExists", &failIfExists_);
-  ReadFlag(u"diffLWTOnly", &diffLWTOnly_);
-  return true;
-}
+
+  cvn::String path;
+};
+
+constexpr AttributeDescription kFileExistsAttributes[] = {
+    Expanded<&FunctionFileExists::path>(u"path", Presence::NonEmpty, u"The file to look for."),
+};
+
+constexpr CommandDescription kFileExists = {
+    .purpose = u"Tells whether a path is that of a file. A folder isn't one.",
+    .attributes = kFileExistsAttributes,
+    .notes = u"Whatever keeps the path from being looked at makes the answer a no.",
+};
+
+struct FunctionFileCreate : FunctionRetError {
+  void Execute() override {
+    files::File file;
+    ReportCode(files::Open(ExpandVariables(path, variables), files::Access::All, files::Share::None,
+                           files::Disposition::CreateNew, &file));
+    TraceEnd(u"fileCreate");
+  }
+
+  cvn::String path;
+};
+
+constexpr AttributeDescription kFileCreateAttributes[] = {
+    Expanded<&FunctionFileCreate::path>(u"path", Presence::NonEmpty,
+                                        u"The file to make. Its folder must be there."),
+};
+
+constexpr FailureDescription kFileCreateFailures[] = {
+    {u"3", u"the folder is missing"},
+    {u"5", u"access is denied"},
+    {u"80", u"there is a file or a folder of that name"},
+    {u"", u"any other code of the system"},
+};
+
+constexpr CommandDescription kFileCreate = {
+    .purpose = u"Makes an empty file.",
+    .attributes = kFileCreateAttributes,
+    .failures = kFileCreateFailures,
+};
+
+struct FunctionFileCopySingle : FunctionWithCopy {
+  void Execute() override;
+};
 
 void FunctionFileCopySingle::Execute() {
-  const cvn::String src = ExpandVariables(src_, variables);
-  const cvn::String dest = ExpandVariables(dest_, variables);
-  TraceLine(u"fileCopySingle from '%s' to '%s'. FailIfExists: %d", src, dest, failIfExists_);
-  if (!failIfExists_ && diffLWTOnly_ && HaveSameWriteTime(src, dest)) {
-    TraceLine(u"File '%s' skipped due to the same LWT", src);
+  const cvn::String from = ExpandVariables(src, variables);
+  const cvn::String to = ExpandVariables(dest, variables);
+  TraceLine(u"fileCopySingle from '%s' to '%s'. FailIfExists: %d", from, to, failIfExists);
+  if (!failIfExists && diffLWTOnly && HaveSameWriteTime(from, to)) {
+    TraceLine(u"File '%s' skipped due to the same LWT", from);
   } else {
-    ReportCode(files::Copy(src, dest, failIfExists_));
+    ReportCode(files::Copy(from, to, failIfExists));
   }
   TraceEnd(u"fileCopySingle");
 }
 
-bool FunctionFileDownload::Parse() {
-  return ReadNonEmpty(u"file", &file_) && ReadNonEmpty(u"url", &url_);
-}
+constexpr AttributeDescription kFileCopySingleAttributes[] = {
+    Expanded<&FunctionFileCopySingle::src>(u"src", Presence::NonEmpty, u"The file to copy."),
+    Expanded<&FunctionFileCopySingle::dest>(
+        u"dest", Presence::NonEmpty, u"The copy's path, with its name. Its folder must be there."),
+    kFailIfExists,
+    kDiffLWTOnly,
+};
 
-void FunctionFileDownload::Execute() {
-  const cvn::String file = ExpandVariables(file_, variables);
-  const cvn::String url = ExpandVariables(url_, variables);
-  TraceLine(u"fileDownload from '%s' to '%s'.", url, file);
-  ReportCode(CodeOf(platform::DownloadToFile(url, file)));
-  TraceEnd(u"fileCopySingle");
-}
+constexpr FailureDescription kFileCopySingleFailures[] = {
+    {u"2", u"there is no file at `src`"},
+    {u"3", u"a folder of `src` or `dest` is missing"},
+    {u"5", u"access is denied, `dest` is read-only, or one of the two is a folder"},
+    {u"32", u"another program uses the file"},
+    {u"80", u"`dest` is there, and `failIfExists` is on"},
+    {u"112", u"the disk is full"},
+    {u"", u"any other code of the system"},
+};
 
-bool FunctionFileMoveSingle::Parse() {
-  if (!ReadNonEmpty(u"src", &src_) || !ReadNonEmpty(u"dest", &dest_)) {
-    return false;
-  }
-  ReadFlag(u"failIfExists", &failIfExists_);
-  ReadFlag(u"afterReboot", &afterReboot_);
-  return true;
-}
+constexpr CommandDescription kFileCopySingle = {
+    .purpose = u"Copies one file.",
+    .attributes = kFileCopySingleAttributes,
+    .failures = kFileCopySingleFailures,
+    .notes =
+        u"With `diffLWTOnly` only equal times count: an older file replaces a newer one. "
+        u"When `dest` is missing, the file is always copied.",
+};
 
-void FunctionFileMoveSingle::Execute() {
-  const cvn::String src = ExpandVariables(src_, variables);
-  const cvn::String dest = ExpandVariables(dest_, variables);
-  TraceLine(u"%s from '%s' to '%s'. FailIfExists: %d. After reboot:%d", name, src, dest,
-            failIfExists_, afterReboot_);
-  ReportCode(Move(src, dest));
-  TraceEnd(name);
-}
-
-platform::Code FunctionFileMoveSingle::Move(cvn::StringView src, cvn::StringView dest) const {
-  if (!paths::Exists(src)) {
-    return platform::kNotFound;
-  }
-  const bool isFile = !paths::IsDirectory(src);
-  const bool isSameRoot = paths::IsSameRoot(src, dest);
-  if (!isFile && !isSameRoot) {
-    return platform::kNotSameDevice;
-  }
-  std::uint32_t flags = afterReboot_ ? files::kMoveDelayUntilReboot : files::kMoveWriteThrough;
-  if (!afterReboot_ && isFile && !isSameRoot) {
-    flags |= files::kMoveCopyAllowed;
-  }
-  if (isFile && !failIfExists_) {
-    flags |= files::kMoveReplaceExisting;
-  }
-  return files::Move(src, dest, flags);
-}
-
-bool FunctionFileCopyPattern::Parse() {
-  if (!ReadNonEmpty(u"src", &src_) || !ReadNonEmpty(u"dest", &dest_)) {
-    return false;
-  }
-  ReadFlag(u"failIfExists", &failIfExists_);
-  ReadFlag(u"ignoreErrors", &ignoreErrors_);
-  ReadFlag(u"diffLWTOnly", &diffLWTOnly_);
-  return true;
-}
+struct FunctionFileCopyPattern : FunctionWithCopy {
+  void Execute() override;
+  // Both give the code of the first failure.
+  platform::Code CopyMatches(const cvn::String& from, cvn::StringView to) const;
+  platform::Code CopyMatch(const files::SearchEntry& entry, cvn::StringView folder,
+                           cvn::StringView to) const;
+};
 
 void FunctionFileCopyPattern::Execute() {
-  const cvn::String src = WithBackslashes(ExpandVariables(src_, variables));
-  const cvn::String dest = ExpandVariables(dest_, variables);
-  TraceLine(u"fileCopyPattern from '%s' to '%s'. FailIfExists: %d. SkipErrors: %d", src, dest,
-            failIfExists_, ignoreErrors_);
-  ReportCode(paths::Exists(dest) ? CopyMatches(src, dest) : platform::kPathNotFound);
+  const cvn::String from = WithBackslashes(ExpandVariables(src, variables));
+  const cvn::String to = ExpandVariables(dest, variables);
+  TraceLine(u"fileCopyPattern from '%s' to '%s'. FailIfExists: %d. SkipErrors: %d", from, to,
+            failIfExists, ignoreErrors);
+  ReportCode(paths::Exists(to) ? CopyMatches(from, to) : platform::kPathNotFound);
   TraceEnd(u"fileCopyPattern");
 }
 
-platform::Code FunctionFileCopyPattern::CopyMatches(const cvn::String& src,
-                                                    cvn::StringView dest) const {
-  Listing list(src);
+platform::Code FunctionFileCopyPattern::CopyMatches(const cvn::String& from,
+                                                    cvn::StringView to) const {
+  Listing list(from);
   if (!list.HasEntry()) {
     return list.Status();
   }
-  const cvn::String folder = FolderOf(src);
+  const cvn::String folder = FolderOf(from);
   platform::Code first = platform::kSuccess;
-  for (; list.HasEntry() && (first == platform::kSuccess || ignoreErrors_); list.Advance()) {
+  for (; list.HasEntry() && (first == platform::kSuccess || ignoreErrors); list.Advance()) {
     if (!list.Entry().IsDirectory()) {
-      const platform::Code code = CopyMatch(list.Entry(), folder, dest);
+      const platform::Code code = CopyMatch(list.Entry(), folder, to);
       first = first == platform::kSuccess ? code : first;
     }
   }
@@ -164,14 +172,14 @@ platform::Code FunctionFileCopyPattern::CopyMatches(const cvn::String& src,
 
 platform::Code FunctionFileCopyPattern::CopyMatch(const files::SearchEntry& entry,
                                                   cvn::StringView folder,
-                                                  cvn::StringView dest) const {
+                                                  cvn::StringView to) const {
   const cvn::String source = JoinPath(folder, entry.Name());
-  const cvn::String target = JoinPath(dest, entry.Name());
-  if (!failIfExists_ && diffLWTOnly_ && HasWriteTime(target, entry.LastWriteTime())) {
+  const cvn::String target = JoinPath(to, entry.Name());
+  if (!failIfExists && diffLWTOnly && HasWriteTime(target, entry.LastWriteTime())) {
     TraceLine(u"File '%s' skipped due to the same LWT", source);
     return platform::kSuccess;
   }
-  const platform::Code code = files::Copy(source, target, failIfExists_);
+  const platform::Code code = files::Copy(source, target, failIfExists);
   if (code == platform::kSuccess) {
     TraceLine(u"File '%s' copied to '%s'", source, target);
   } else {
@@ -180,22 +188,59 @@ platform::Code FunctionFileCopyPattern::CopyMatch(const files::SearchEntry& entr
   return code;
 }
 
+constexpr AttributeDescription kFileCopyPatternAttributes[] = {
+    Expanded<&FunctionFileCopyPattern::src>(u"src", Presence::NonEmpty,
+                                            u"The files to copy: a path whose name may have the "
+                                            u"wildcards `*` and `?`. Folders are left "
+                                            u"out."),
+    Expanded<&FunctionFileCopyPattern::dest>(u"dest", Presence::NonEmpty,
+                                             u"The folder that they go to. It must be there."),
+    kFailIfExists,
+    kIgnoreErrors<FunctionFileCopyPattern>,
+    kDiffLWTOnly,
+};
+
+constexpr FailureDescription kFileCopyPatternFailures[] = {
+    {u"2", u"nothing matches `src`"},
+    {u"3", u"`dest`, or the folder of `src`, is missing"},
+    {u"5", u"access is denied, or a file at the target is read-only"},
+    {u"32", u"another program uses a file"},
+    {u"80", u"a file is at the target, and `failIfExists` is on"},
+    {u"112", u"the disk is full"},
+    {u"", u"any other code of the system"},
+};
+
+constexpr CommandDescription kFileCopyPattern = {
+    .purpose = u"Copies the files that match into a folder.",
+    .attributes = kFileCopyPatternAttributes,
+    .failures = kFileCopyPatternFailures,
+    .notes =
+        u"That nothing matches is a failure here, unlike in `fileDeletePattern`. Slashes in "
+        u"`src` count as backslashes.",
+};
+
+struct FunctionFileDeletePattern : FunctionWithDelete {
+  void Execute() override;
+  // Gives the code of the first failure.
+  platform::Code DeleteMatches(const cvn::String& wanted) const;
+};
+
 void FunctionFileDeletePattern::Execute() {
-  const cvn::String path = WithBackslashes(ExpandVariables(path_, variables));
-  TraceLine(u"fileDeletePattern from '%s'. SkipErrors: %d. AfterReboot: %d", path, ignoreErrors_,
-            afterRebootIfFails_);
-  ReportCode(DeleteMatches(path));
+  const cvn::String wanted = WithBackslashes(ExpandVariables(path, variables));
+  TraceLine(u"fileDeletePattern from '%s'. SkipErrors: %d. AfterReboot: %d", wanted, ignoreErrors,
+            afterRebootIfFails);
+  ReportCode(DeleteMatches(wanted));
   TraceEnd(u"fileDeletePattern");
 }
 
-platform::Code FunctionFileDeletePattern::DeleteMatches(const cvn::String& path) const {
-  Listing list(path);
+platform::Code FunctionFileDeletePattern::DeleteMatches(const cvn::String& wanted) const {
+  Listing list(wanted);
   if (!list.HasEntry()) {
     return list.Status() == platform::kFileNotFound ? platform::kSuccess : list.Status();
   }
-  const cvn::String folder = FolderOf(path);
+  const cvn::String folder = FolderOf(wanted);
   platform::Code first = platform::kSuccess;
-  for (; list.HasEntry() && (first == platform::kSuccess || ignoreErrors_); list.Advance()) {
+  for (; list.HasEntry() && (first == platform::kSuccess || ignoreErrors); list.Advance()) {
     const platform::Code code = DeleteFileWithFallback(folder, list.Entry(), Fallbacks());
     if (code != platform::kSuccess) {
       first = first == platform::kSuccess ? code : first;
@@ -205,22 +250,160 @@ platform::Code FunctionFileDeletePattern::DeleteMatches(const cvn::String& path)
   return first;
 }
 
-bool FunctionFileCreate::Parse() { return ReadNonEmpty(u"path", &path_); }
+constexpr AttributeDescription kFileDeletePatternAttributes[] = {
+    Expanded<&FunctionFileDeletePattern::path>(
+        u"path", Presence::NonEmpty,
+        u"The files to delete: a path whose name may have the wildcards `*` and `?`."),
+    kIgnoreErrors<FunctionFileDeletePattern>,
+    kRenameIfFails,
+    kAfterRebootIfFails,
+};
 
-void FunctionFileCreate::Execute() {
-  files::File file;
-  ReportCode(files::Open(ExpandVariables(path_, variables), files::Access::All, files::Share::None,
-                         files::Disposition::CreateNew, &file));
-  TraceEnd(u"fileCreate");
+constexpr FailureDescription kFileDeletePatternFailures[] = {
+    {u"3", u"the folder of `path` is missing"},
+    {u"5", u"access is denied, or a folder matches"},
+    {u"32", u"another program uses a file"},
+    {u"", u"any other code of the system"},
+};
+
+constexpr CommandDescription kFileDeletePattern = {
+    .purpose = u"Deletes the files that match, read-only ones too.",
+    .attributes = kFileDeletePatternAttributes,
+    .failures = kFileDeletePatternFailures,
+    .notes =
+        u"That nothing matches is a success. A folder that matches fails with `5`, and so do "
+        u"the entries `.` and `..` under the pattern `*`: give the pattern an ending, or "
+        u"`ignoreErrors` and an `onerrorspec` for `5`. Slashes in `path` count as "
+        u"backslashes.",
+};
+
+// The code in a failed HRESULT. One without a code counts as success.
+platform::Code CodeOf(std::int32_t result) {
+  return result < 0 ? static_cast<std::uint32_t>(result) & 0xFFFF : platform::kSuccess;
 }
 
-void FunctionFileFind::Execute() {
-  const cvn::String dir = ExpandVariables(dir_, variables);
-  const cvn::String pattern = ExpandVariables(pattern_, variables);
-  TraceLine(u"fileFind from '%s\\%s' (depth %d)", dir, pattern, depth_);
-  // Any attribute but that one: a folder with another attribute is found too.
-  Find(dir, pattern, ~files::kDirectory);
-  TraceEnd(u"fileDeletePattern");
-}
+struct FunctionFileDownload : FunctionRetError {
+  void Execute() override {
+    const cvn::String target = ExpandVariables(file, variables);
+    const cvn::String source = ExpandVariables(url, variables);
+    TraceLine(u"fileDownload from '%s' to '%s'.", source, target);
+    ReportCode(CodeOf(platform::DownloadToFile(source, target)));
+    TraceEnd(u"fileCopySingle");
+  }
+
+  cvn::String file;
+  cvn::String url;
+};
+
+constexpr AttributeDescription kFileDownloadAttributes[] = {
+    Expanded<&FunctionFileDownload::file>(
+        u"file", Presence::NonEmpty,
+        u"Where the download goes. A file that is there is replaced, once all has arrived."),
+    Expanded<&FunctionFileDownload::url>(u"url", Presence::NonEmpty,
+                                         u"What to fetch: an http, https, ftp or file URL."),
+};
+
+// Low halves of the Internet codes, and codes of the file.
+constexpr FailureDescription kFileDownloadFailures[] = {
+    {u"2", u"`url` isn't a URL"},
+    {u"3", u"the folder of `file` is missing"},
+    {u"4", u"the server refuses the connection"},
+    {u"5", u"there is no such server, no such file at a file URL, or `file` can't be written"},
+    {u"6", u"the server has no such file (404, 410)"},
+    {u"7", u"the server gives no data (any other status from 400 on)"},
+    {u"8", u"the transfer broke off"},
+    {u"9", u"the server wants a login (401, 407)"},
+    {u"11", u"the server fell silent, on Linux for a minute"},
+    {u"13", u"the protocol is unknown"},
+    {u"14", u"no safe connection came about"},
+    {u"20", u"too many redirects, or one that may not be followed"},
+    {u"25", u"the server's certificate isn't trusted"},
+    {u"112", u"the disk is full"},
+    {u"", u"any other code of the system, or the low half of an Internet one"},
+};
+
+constexpr CommandDescription kFileDownload = {
+    .purpose = u"Fetches a file.",
+    .attributes = kFileDownloadAttributes,
+    .failures = kFileDownloadFailures,
+    .notes =
+        u"The error is the low half of the system's code, so an Internet code and a file's "
+        u"can look alike. There is one attempt, and nothing checks what has arrived. In the "
+        u"trace, the line that ends the command names `fileCopySingle`.",
+};
+
+struct FunctionFileFind : FunctionWithFind {
+  void Execute() override {
+    const cvn::String folder = ExpandVariables(dir, variables);
+    const cvn::String wanted = ExpandVariables(pattern, variables);
+    TraceLine(u"fileFind from '%s\\%s' (depth %d)", folder, wanted, depth);
+    // Any attribute but that one: a folder with another attribute is found too.
+    Find(folder, wanted, ~files::kDirectory);
+    TraceEnd(u"fileDeletePattern");
+  }
+};
+
+constexpr CommandDescription kFileFind = {
+    .purpose = u"Lists the files that match, in a folder and below it.",
+    .attributes = kFindAttributes,
+    .notes =
+        u"Never fails: a folder that is missing has no files. A folder that has an attribute "
+        u"besides being one (hidden, read-only and so on) counts as a file. Links to folders "
+        u"are followed. In the trace, the line that ends the command names "
+        u"`fileDeletePattern`.",
+};
+
+// Whether a file is signed at all, by a signature in it or by a catalog of the system.
+struct FunctionFileIsSigned : FunctionRetBool {
+  void Execute() override {
+    const cvn::String file = TidyPath(ExpandVariables(path, variables));
+    TraceLine(u"fileIsSigned function called for %s", file);
+    result = IsFileSigned(file);
+    TraceEnd(u"fileIsSigned");
+  }
+
+  cvn::String path;
+};
+
+constexpr AttributeDescription kFileIsSignedAttributes[] = {
+    Expanded<&FunctionFileIsSigned::path>(u"path", Presence::NonEmpty, u"The file to look at."),
+};
+
+constexpr CommandDescription kFileIsSigned = {
+    .purpose =
+        u"Tells whether a file is signed: its content is as a valid signature says, one in "
+        u"it or one of a catalog of the system.",
+    .attributes = kFileIsSignedAttributes,
+    .notes =
+        u"Whose signature it is doesn't count. A file that is missing, or can't be read, isn't "
+        u"signed.",
+};
+
+constexpr CommandRecord kCommands[] = {
+    Command<FunctionFileExists>(u"fileExists", kFileExists),
+    Command<FunctionFileCreate>(u"fileCreate", kFileCreate),
+    Command<FunctionFileCopySingle>(u"fileCopySingle", kFileCopySingle),
+    Command<FunctionFileCopyPattern>(u"fileCopyPattern", kFileCopyPattern),
+    Command<FunctionMove>(u"fileMove", kMove),
+    Command<FunctionFileDeletePattern>(u"fileDeletePattern", kFileDeletePattern),
+    Command<FunctionFileDownload>(u"fileDownload", kFileDownload),
+    Command<FunctionFileFind>(u"fileFind", kFileFind),
+    Command<FunctionFileIsSigned>(u"fileIsSigned", kFileIsSigned),
+};
+
+}  // namespace
+
+constinit const CommandFamily kFilesFamily = {
+    .title = u"Files",
+    .introduction =
+        uR"md(
+Slashes and backslashes both separate folders. Only a name may have wildcards, and those are the system's: `*` and `?`.
+Where a command goes on after a failure (`ignoreErrors`), the first one is the one that is told.
+
+`fileDownload` gives the low half of an Internet code. The codes here are those of Linux, after the documentation of
+Windows, which itself gives what its urlmon makes of the cause.
+)md",
+    .commands = kCommands,
+};
 
 }  // namespace tessel

@@ -1,16 +1,13 @@
-#include "commands/system/registry.h"
-
-#include <algorithm>
-#include <bit>
-#include <cstring>
+// Commands that read and change the registry, always in its native view.
 #include <optional>
-#include <string>
+#include <utility>
 #include <vector>
 
+#include "commands/common/families.h"
+#include "commands/system/registry_values.h"
+#include "engine/command_declaration.h"
 #include "engine/variable_store.h"
-#include "platform/environment.h"
-#include "support/format.h"
-#include "support/numbers.h"
+#include "platform/registry.h"
 #include "trace/trace.h"
 
 namespace tessel {
@@ -22,171 +19,214 @@ using platform::kSuccess;
 using registry::Key;
 using registry::Root;
 
-using Bytes = std::vector<std::byte>;
-
-static_assert(std::endian::native == std::endian::little, "values are stored as memory has them");
-
-// Characters, the closing zero included, of the longest name that a walk expects.
-constexpr std::size_t kNameCapacity = 256;
-
-struct NamedRoot {
-  cvn::StringView name;
-  Root root;
-};
-
-constexpr NamedRoot kRoots[] = {
-    {u"HKEY_CLASSES_ROOT", Root::ClassesRoot},     {u"HKEY_CURRENT_USER", Root::CurrentUser},
-    {u"HKEY_LOCAL_MACHINE", Root::LocalMachine},   {u"HKEY_USERS", Root::Users},
-    {u"HKEY_CURRENT_CONFIG", Root::CurrentConfig},
-};
-
-struct NamedType {
-  cvn::StringView name;
-  std::uint32_t type;
-};
-
-constexpr NamedType kTypes[] = {
-    {u"REG_SZ", registry::kTypeString},
-    {u"REG_DWORD", registry::kTypeDword},
-    {u"REG_QWORD", registry::kTypeQword},
-    {u"REG_MULTI_SZ", registry::kTypeMultiString},
-    {u"REG_EXPAND_SZ", registry::kTypeExpandString},
-    {u"REG_BINARY", registry::kTypeBinary},
-};
-
 // What %p shows of a root: the predefined key's value in the width of a pointer.
 std::int64_t Shown(Root root) { return static_cast<std::int32_t>(root); }
 
-// The number at the start of stored bytes, which are at least as many.
-template <typename Int>
-Int NumberIn(const Bytes& data) {
-  Int number = 0;
-  std::memcpy(&number, data.data(), sizeof(number));
-  return number;
-}
+// A command on a key, which is expanded each time; its root is not.
+template <typename Base>
+struct OnKey : Base {
+  Root root;
+  cvn::String key;
+};
 
-template <typename Int>
-void StoreNumber(Int number, Bytes* data) {
-  data->resize(sizeof(number));
-  std::memcpy(data->data(), &number, sizeof(number));
-}
+constexpr Word<Root> kRoots[] = {
+    {u"HKEY_LOCAL_MACHINE", Root::LocalMachine},   {u"HKEY_CURRENT_USER", Root::CurrentUser},
+    {u"HKEY_CLASSES_ROOT", Root::ClassesRoot},     {u"HKEY_USERS", Root::Users},
+    {u"HKEY_CURRENT_CONFIG", Root::CurrentConfig},
+};
 
-cvn::String HexText(std::span<const std::byte> data) {
-  constexpr cvn::StringView kDigits = u"0123456789abcdef";
-  cvn::String text;
-  text.Reserve(2 * data.size());
-  for (const std::byte byte : data) {
-    text.Append(kDigits[std::to_integer<std::size_t>(byte >> 4)]);
-    text.Append(kDigits[std::to_integer<std::size_t>(byte & std::byte{0xF})]);
+template <typename Class>
+constexpr AttributeDescription kRoot =
+    Choice<&Class::root, kRoots>(u"root", u"The tree that the key belongs to.");
+
+template <typename Class>
+constexpr AttributeDescription kKey = Expanded<&Class::key>(u"key", Presence::Required,
+                                                            u"The key's path from `root` on.");
+
+template <typename Class>
+constexpr AttributeDescription kValue = Expanded<&Class::value>(
+    u"value", Presence::Required, u"The value's name. Empty for the key's default value.");
+
+constexpr FailureDescription kDenied = {u"5", u"access is denied"};
+constexpr FailureDescription kOther = {u"", u"any other code of the system"};
+
+// A key that can't be opened for reading counts as absent.
+struct FunctionRegExistsKey : OnKey<FunctionRetBool> {
+  void Execute() override {
+    const cvn::String path = ExpandVariables(key, variables);
+    TraceLine(u"regExistsKey function called for %p\\%s", Shown(root), path);
+    Key opened;
+    result = registry::OpenKey(Key(root), path, registry::kQueryValue, &opened) == kSuccess;
+    TraceEnd(u"regExistsKey");
   }
-  return text;
-}
+};
 
-std::optional<std::byte> HexDigit(char16_t c) {
-  if (c >= u'0' && c <= u'9') {
-    return static_cast<std::byte>(c - u'0');
+constexpr AttributeDescription kRegExistsKeyAttributes[] = {
+    kRoot<FunctionRegExistsKey>,
+    kKey<FunctionRegExistsKey>,
+};
+
+constexpr CommandDescription kRegExistsKey = {
+    .purpose = u"Tells whether there is a key.",
+    .attributes = kRegExistsKeyAttributes,
+    .notes = u"A key that can't be read counts as missing.",
+};
+
+// Makes a key with all that is missing on the way; one that is there is left as it is.
+struct FunctionRegCreateKey : OnKey<FunctionRetError> {
+  void Execute() override {
+    const cvn::String path = ExpandVariables(key, variables);
+    TraceLine(u"regCreateKey function called for %p\\%s", Shown(root), path);
+    Key created;
+    ReportCode(registry::CreateKey(Key(root), path, isVolatile, 0, &created));
+    TraceEnd(u"regCreateKey");
   }
-  const char16_t lower = c | 0x20;
-  if (lower >= u'a' && lower <= u'f') {
-    return static_cast<std::byte>(lower - u'a' + 10);
+
+  bool isVolatile;
+};
+
+constexpr AttributeDescription kRegCreateKeyAttributes[] = {
+    kRoot<FunctionRegCreateKey>,
+    Expanded<&FunctionRegCreateKey::key>(
+        u"key", Presence::Required,
+        u"The key's path from `root` on. What is missing on the way is made too."),
+    Flag<&FunctionRegCreateKey::isVolatile>(
+        u"volatile", u"Whether a key that is made lasts only until the system stops.", u"false"),
+};
+
+constexpr FailureDescription kRegCreateKeyFailures[] = {
+    kDenied,
+    {u"161", u"`key` begins with a backslash"},
+    {u"1021", u"the key lies below a volatile one, and so has to be volatile too"},
+    kOther,
+};
+
+constexpr CommandDescription kRegCreateKey = {
+    .purpose = u"Makes a key. One that is there already stays as it is, and is a success.",
+    .attributes = kRegCreateKeyAttributes,
+    .failures = kRegCreateKeyFailures,
+};
+
+struct FunctionRegRead : OnKey<FunctionRetError> {
+  void Execute() override;
+
+  cvn::String var;
+  cvn::String value;
+};
+
+void FunctionRegRead::Execute() {
+  const cvn::String path = ExpandVariables(key, variables);
+  const cvn::String valueName = ExpandVariables(value, variables);
+  TraceLine(u"RegRead function called for %p\\%s\\%s store to %s", Shown(root), path, valueName,
+            var);
+  Key opened;
+  std::uint32_t type = 0;
+  RegistryBytes data;
+  std::optional<cvn::String> text;
+  Code code = registry::OpenKey(Key(root), path, registry::kQueryValue, &opened);
+  if (code == kSuccess) {
+    code = registry::QueryValue(opened, valueName, &type, &data);
   }
-  return std::nullopt;
-}
-
-// The strings of a list up to the first empty one, with bars between them.
-cvn::String JoinedStrings(cvn::StringView list) {
-  cvn::String joined;
-  while (!list.empty() && list.front() != u'\0') {
-    const cvn::StringView one = list.substr(0, list.find(u'\0'));
-    joined.Append(one);
-    joined.Append(u'|');
-    list.remove_prefix(std::min(one.size() + 1, list.size()));
+  if (code == kSuccess) {
+    code = TextOfValue(type, std::move(data), &text);
   }
-  joined.Truncate(joined.AsView().find_last_not_of(u'|') + 1);
-  return joined;
-}
-
-// The text that a stored value gives. For binary data there is both a text and a failure.
-Code TextOfValue(std::uint32_t type, Bytes data, std::optional<cvn::String>* text) {
-  const std::size_t size = data.size();
-  // Ends texts that were stored without their zero, and fills up short numbers.
-  data.resize(std::max(size + 4, sizeof(std::int64_t)));
-  std::u16string characters(data.size() / sizeof(char16_t), u'\0');
-  std::memcpy(characters.data(), data.data(), characters.size() * sizeof(char16_t));
-  const cvn::StringView first = cvn::StringView(characters).substr(0, characters.find(u'\0'));
-  switch (type) {
-    case registry::kTypeString:
-      *text = first;
-      return kSuccess;
-    case registry::kTypeExpandString:
-      *text = platform::environment::Expand(first);
-      return text->has_value() ? kSuccess : platform::LastError();
-    case registry::kTypeDword:
-      *text = cvn::Format(u"%d", NumberIn<std::int32_t>(data));
-      return kSuccess;
-    case registry::kTypeQword:
-      *text = cvn::Format(u"%lld", NumberIn<std::int64_t>(data));
-      return kSuccess;
-    case registry::kTypeMultiString:
-      *text = JoinedStrings(characters);
-      return kSuccess;
-    case registry::kTypeBinary:
-      *text = HexText(std::span(data).first(size));
-      return platform::kUnsupportedType;
-    default:
-      return platform::kUnsupportedType;
+  // A binary value is a failure, and yet the variable receives its digits.
+  if (text) {
+    SetVariable(var, std::move(*text), variables);
   }
+  ReportCode(code);
+  TraceEnd(u"RegRead");
 }
 
-void StoreText(cvn::StringView text, std::size_t zeros, Bytes* data) {
-  std::u16string ended(text);
-  ended.append(zeros, u'\0');
-  data->resize(ended.size() * sizeof(char16_t));
-  std::memcpy(data->data(), ended.data(), data->size());
-}
+constexpr AttributeDescription kRegReadAttributes[] = {
+    Variable<&FunctionRegRead::var>(u"var", Presence::NonEmpty, u"Receives the value as text."),
+    kRoot<FunctionRegRead>,
+    kKey<FunctionRegRead>,
+    kValue<FunctionRegRead>,
+};
 
-void StoreStrings(cvn::StringView text, Bytes* data) {
-  std::u16string list(text);
-  std::replace(list.begin(), list.end(), u'|', u'\0');
-  StoreText(list, list.empty() ? 1 : 2, data);
-}
+constexpr FailureDescription kRegReadFailures[] = {
+    {u"2", u"there is no such key or value"},
+    kDenied,
+    {u"1630", u"the value is of a type that has no text, or of `REG_BINARY`"},
+    kOther,
+};
 
-// An odd last digit counts for nothing.
-Code StoreHex(cvn::StringView text, Bytes* data) {
-  data->reserve(text.size() / 2);
-  for (; text.size() >= 2; text.remove_prefix(2)) {
-    const std::optional<std::byte> high = HexDigit(text[0]);
-    const std::optional<std::byte> low = HexDigit(text[1]);
-    if (!high || !low) {
-      return platform::kBufferOverflow;
-    }
-    data->push_back((*high << 4) | *low);
+constexpr CommandDescription kRegRead = {
+    .purpose = u"Reads a value as text.",
+    .attributes = kRegReadAttributes,
+    .failures = kRegReadFailures,
+    .notes =
+        u"A `REG_BINARY` value fails with `1630`, and yet the variable receives its digits: "
+        u"go on in an `onerrorspec` for `1630`. After any other failure the variable keeps "
+        u"what it had. In the trace the command goes by `RegRead`.",
+};
+
+// Writes a value of a key that is there.
+struct FunctionRegWrite : OnKey<FunctionRetError> {
+  void Execute() override;
+
+  cvn::String value;
+  cvn::String data;
+  std::uint32_t type;
+};
+
+void FunctionRegWrite::Execute() {
+  const cvn::String path = ExpandVariables(key, variables);
+  const cvn::String valueName = ExpandVariables(value, variables);
+  const cvn::String text = ExpandVariables(data, variables);
+  TraceLine(u"RegWrite function called for %p\\%s\\%s. Data:'%s', type=%d", Shown(root), path,
+            valueName, text, type);
+  Key opened;
+  RegistryBytes bytes;
+  Code code = registry::OpenKey(Key(root), path, registry::kSetValue, &opened);
+  if (code == kSuccess) {
+    code = BytesOfText(type, text, &bytes);
   }
-  return kSuccess;
+  if (code == kSuccess) {
+    code = registry::SetValue(opened, valueName, type, bytes);
+  }
+  ReportCode(code);
+  TraceEnd(u"RegWrite");
 }
 
-// The bytes to store for the text that a script gives.
-Code BytesOfText(std::uint32_t type, cvn::StringView text, Bytes* data) {
-  switch (type) {
-    case registry::kTypeString:
-    case registry::kTypeExpandString:
-      StoreText(text, 1, data);
-      return kSuccess;
-    case registry::kTypeDword:
-      StoreNumber(cvn::ReadInt32(text), data);
-      return kSuccess;
-    case registry::kTypeQword:
-      StoreNumber(cvn::ReadInt64(text), data);
-      return kSuccess;
-    case registry::kTypeMultiString:
-      StoreStrings(text, data);
-      return kSuccess;
-    case registry::kTypeBinary:
-      return StoreHex(text, data);
-    default:
-      return platform::kUnsupportedType;
-  }
-}
+constexpr Word<std::uint32_t> kTypes[] = {
+    {u"REG_SZ", registry::kTypeString},
+    {u"REG_EXPAND_SZ", registry::kTypeExpandString},
+    {u"REG_MULTI_SZ", registry::kTypeMultiString},
+    {u"REG_DWORD", registry::kTypeDword},
+    {u"REG_QWORD", registry::kTypeQword},
+    {u"REG_BINARY", registry::kTypeBinary},
+};
+
+constexpr AttributeDescription kRegWriteAttributes[] = {
+    kRoot<FunctionRegWrite>,
+    kKey<FunctionRegWrite>,
+    kValue<FunctionRegWrite>,
+    Expanded<&FunctionRegWrite::data>(
+        u"data", Presence::Required,
+        u"The text that the value is made of, as `type` says. It shows in the trace."),
+    Choice<&FunctionRegWrite::type, kTypes>(u"type", u"What the value becomes."),
+};
+
+constexpr FailureDescription kRegWriteFailures[] = {
+    {u"2", u"there is no such key; make it with `regCreateKey`"},
+    kDenied,
+    {u"111", u"`data` of a `REG_BINARY` isn't hexadecimal"},
+    kOther,
+};
+
+constexpr CommandDescription kRegWrite = {
+    .purpose = u"Writes a value of a key that is there.",
+    .attributes = kRegWriteAttributes,
+    .failures = kRegWriteFailures,
+    .notes =
+        u"Numbers are decimal and signed: `0x10` is 0, and one out of range becomes the "
+        u"nearest that fits. In the trace the command goes by `RegWrite`.",
+};
+
+// Characters, the closing zero included, of the longest name that a walk expects.
+constexpr std::size_t kNameCapacity = 256;
 
 Code KeyNameAt(const Key& key, std::uint32_t index, cvn::String* name) {
   return registry::EnumerateKey(key, index, kNameCapacity, name);
@@ -198,6 +238,79 @@ Code ValueNameAt(const Key& key, std::uint32_t index, cvn::String* name) {
   return code == platform::kMoreData ? registry::EnumerateValue(key, index, kNameCapacity + 1, name)
                                      : code;
 }
+
+// A walk over names, which the variable receives with the delimiter behind each; after a failure it
+// keeps what it had.
+struct FunctionRegGetNames : OnKey<FunctionRetError> {
+  using NameAt = Code (*)(const Key& key, std::uint32_t index, cvn::String* name);
+  void GatherNames(cvn::StringView word, std::uint32_t access, NameAt nameAt);
+
+  cvn::String var;
+  cvn::String delim;
+};
+
+void FunctionRegGetNames::GatherNames(cvn::StringView word, std::uint32_t access, NameAt nameAt) {
+  const cvn::String path = ExpandVariables(key, variables);
+  TraceLine(u"%s function called for %p\\%s store to %s", word, Shown(root), path, var);
+  Key opened;
+  cvn::String names;
+  cvn::String one;
+  Code code = registry::OpenKey(Key(root), path, access, &opened);
+  for (std::uint32_t index = 0; code == kSuccess; ++index) {
+    code = nameAt(opened, index, &one);
+    if (code == kSuccess) {
+      names.Append(one);
+      names.Append(delim);
+    }
+  }
+  if (code == platform::kNoMoreItems) {
+    SetVariable(var, std::move(names), variables);
+    code = kSuccess;
+  }
+  ReportCode(code);
+  TraceEnd(word);
+}
+
+struct FunctionRegGetKeys : FunctionRegGetNames {
+  void Execute() override { GatherNames(u"regGetKeys", registry::kEnumerateSubKeys, KeyNameAt); }
+};
+
+struct FunctionRegGetValues : FunctionRegGetNames {
+  void Execute() override { GatherNames(u"regGetValues", registry::kQueryValue, ValueNameAt); }
+};
+
+constexpr AttributeDescription kRegGetNamesAttributes[] = {
+    Variable<&FunctionRegGetNames::var>(
+        u"var", Presence::NonEmpty,
+        u"Receives the names; an empty text when there are none. After a failure it keeps what it "
+        u"had."),
+    kRoot<FunctionRegGetNames>,
+    kKey<FunctionRegGetNames>,
+    Text<&FunctionRegGetNames::delim>(u"delim", Presence::Required,
+                                      u"Stands behind each name, the last one too."),
+};
+
+constexpr FailureDescription kRegGetNamesFailures[] = {
+    {u"2", u"there is no such key"},
+    kDenied,
+    {u"234", u"a name is longer than 255 characters, for values 256"},
+    kOther,
+};
+
+constexpr CommandDescription kRegGetKeys = {
+    .purpose = u"Lists the names of the keys right below a key.",
+    .attributes = kRegGetNamesAttributes,
+    .failures = kRegGetNamesFailures,
+};
+
+constexpr CommandDescription kRegGetValues = {
+    .purpose = u"Lists the names of a key's values.",
+    .attributes = kRegGetNamesAttributes,
+    .failures = kRegGetNamesFailures,
+    .notes =
+        u"The default value's name is empty: where it is set, `delim` stands behind nothing. "
+        u"When it comes first, a `for` over the list ends before its first round.",
+};
 
 // A key on the way to its deletion, which waits until all below it is gone.
 struct DoomedKey {
@@ -259,164 +372,101 @@ Code DeleteTree(const Key& root, cvn::StringView path) {
   }
 }
 
-}  // namespace
-
-bool RegistryPlace::Read(const AttributeMap& attributes) {
-  const cvn::String* rootName = attributes.Find(u"root");
-  const cvn::String* keyPath = attributes.Find(u"key");
-  if (rootName == nullptr || keyPath == nullptr) {
-    return false;
+// Deletes a key with all below it, the deepest first, up to the first that resists.
+struct FunctionRegDeleteKey : OnKey<FunctionRetError> {
+  void Execute() override {
+    const cvn::String path = ExpandVariables(key, variables);
+    TraceLine(u"regDeleteKey function called for %p\\%s", Shown(root), path);
+    ReportCode(DeleteTree(Key(root), path));
+    TraceEnd(u"regDeleteKey");
   }
-  const auto* named = std::ranges::find(kRoots, rootName->AsView(), &NamedRoot::name);
-  if (named == std::end(kRoots)) {
-    return false;
-  }
-  root = named->root;
-  key = *keyPath;
-  return true;
-}
+};
 
-bool FunctionRegRead::Parse() {
-  return ReadNonEmpty(u"var", &var_) && place_.Read(attributes) && ReadAttribute(u"value", &value_);
-}
+constexpr AttributeDescription kRegDeleteKeyAttributes[] = {
+    kRoot<FunctionRegDeleteKey>,
+    kKey<FunctionRegDeleteKey>,
+};
 
-void FunctionRegRead::Execute() {
-  const cvn::String path = ExpandVariables(place_.key, variables);
-  const cvn::String valueName = ExpandVariables(value_, variables);
-  TraceLine(u"RegRead function called for %p\\%s\\%s store to %s", Shown(place_.root), path,
-            valueName, var_);
-  Key key;
-  std::uint32_t type = 0;
-  Bytes data;
-  std::optional<cvn::String> text;
-  Code code = registry::OpenKey(Key(place_.root), path, registry::kQueryValue, &key);
-  if (code == kSuccess) {
-    code = registry::QueryValue(key, valueName, &type, &data);
-  }
-  if (code == kSuccess) {
-    code = TextOfValue(type, std::move(data), &text);
-  }
-  if (text) {
-    SetVariable(var_, std::move(*text), variables);
-  }
-  ReportCode(code);
-  TraceEnd(u"RegRead");
-}
+constexpr FailureDescription kRegDeleteKeyFailures[] = {
+    {u"2", u"there is no such key"},
+    kDenied,
+    kOther,
+};
 
-bool FunctionRegGetNames::Parse() {
-  return ReadNonEmpty(u"var", &var_) && place_.Read(attributes) && ReadAttribute(u"delim", &delim_);
-}
+constexpr CommandDescription kRegDeleteKey = {
+    .purpose = u"Deletes a key with all below it.",
+    .attributes = kRegDeleteKeyAttributes,
+    .failures = kRegDeleteKeyFailures,
+    .notes =
+        u"The deepest keys go first, and the first one that resists ends the command: what is "
+        u"gone by then stays gone.",
+};
 
-void FunctionRegGetNames::GatherNames(cvn::StringView word, std::uint32_t access, NameAt nameAt) {
-  const cvn::String path = ExpandVariables(place_.key, variables);
-  TraceLine(u"%s function called for %p\\%s store to %s", word, Shown(place_.root), path, var_);
-  Key key;
-  cvn::String names;
-  cvn::String one;
-  Code code = registry::OpenKey(Key(place_.root), path, access, &key);
-  for (std::uint32_t index = 0; code == kSuccess; ++index) {
-    code = nameAt(key, index, &one);
-    if (code == kSuccess) {
-      names.Append(one);
-      names.Append(delim_);
-    }
-  }
-  if (code == platform::kNoMoreItems) {
-    SetVariable(var_, std::move(names), variables);
-    code = kSuccess;
-  }
-  ReportCode(code);
-  TraceEnd(word);
-}
+struct FunctionRegDeleteValue : OnKey<FunctionRetError> {
+  void Execute() override;
 
-void FunctionRegGetKeys::Execute() {
-  GatherNames(u"regGetKeys", registry::kEnumerateSubKeys, KeyNameAt);
-}
-
-void FunctionRegGetValues::Execute() {
-  GatherNames(u"regGetValues", registry::kQueryValue, ValueNameAt);
-}
-
-bool FunctionRegWrite::Parse() {
-  cvn::String typeName;
-  if (!place_.Read(attributes) || !ReadAttribute(u"value", &value_) ||
-      !ReadAttribute(u"data", &data_) || !ReadAttribute(u"type", &typeName)) {
-    return false;
-  }
-  const auto* named = std::ranges::find(kTypes, typeName.AsView(), &NamedType::name);
-  if (named == std::end(kTypes)) {
-    return false;
-  }
-  type_ = named->type;
-  return true;
-}
-
-void FunctionRegWrite::Execute() {
-  const cvn::String path = ExpandVariables(place_.key, variables);
-  const cvn::String valueName = ExpandVariables(value_, variables);
-  const cvn::String text = ExpandVariables(data_, variables);
-  TraceLine(u"RegWrite function called for %p\\%s\\%s. Data:'%s', type=%d", Shown(place_.root),
-            path, valueName, text, type_);
-  Key key;
-  Bytes data;
-  Code code = registry::OpenKey(Key(place_.root), path, registry::kSetValue, &key);
-  if (code == kSuccess) {
-    code = BytesOfText(type_, text, &data);
-  }
-  if (code == kSuccess) {
-    code = registry::SetValue(key, valueName, type_, data);
-  }
-  ReportCode(code);
-  TraceEnd(u"RegWrite");
-}
-
-bool FunctionRegExistsKey::Parse() { return place_.Read(attributes); }
-
-void FunctionRegExistsKey::Execute() {
-  const cvn::String path = ExpandVariables(place_.key, variables);
-  TraceLine(u"regExistsKey function called for %p\\%s", Shown(place_.root), path);
-  Key key;
-  result = registry::OpenKey(Key(place_.root), path, registry::kQueryValue, &key) == kSuccess;
-  TraceEnd(u"regExistsKey");
-}
-
-bool FunctionRegCreateKey::Parse() {
-  ReadFlag(u"volatile", &isVolatile_);
-  return place_.Read(attributes);
-}
-
-void FunctionRegCreateKey::Execute() {
-  const cvn::String path = ExpandVariables(place_.key, variables);
-  TraceLine(u"regCreateKey function called for %p\\%s", Shown(place_.root), path);
-  Key key;
-  ReportCode(registry::CreateKey(Key(place_.root), path, isVolatile_, 0, &key));
-  TraceEnd(u"regCreateKey");
-}
-
-bool FunctionRegDeleteKey::Parse() { return place_.Read(attributes); }
-
-void FunctionRegDeleteKey::Execute() {
-  const cvn::String path = ExpandVariables(place_.key, variables);
-  TraceLine(u"regDeleteKey function called for %p\\%s", Shown(place_.root), path);
-  ReportCode(DeleteTree(Key(place_.root), path));
-  TraceEnd(u"regDeleteKey");
-}
-
-bool FunctionRegDeleteValue::Parse() {
-  return place_.Read(attributes) && ReadAttribute(u"value", &value_);
-}
+  cvn::String value;
+};
 
 void FunctionRegDeleteValue::Execute() {
-  const cvn::String path = ExpandVariables(place_.key, variables);
-  const cvn::String valueName = ExpandVariables(value_, variables);
-  TraceLine(u"regDeleteValue function called for %p\\%s\\%s", Shown(place_.root), path, valueName);
-  Key key;
-  Code code = registry::OpenKey(Key(place_.root), path, registry::kSetValue, &key);
+  const cvn::String path = ExpandVariables(key, variables);
+  const cvn::String valueName = ExpandVariables(value, variables);
+  TraceLine(u"regDeleteValue function called for %p\\%s\\%s", Shown(root), path, valueName);
+  Key opened;
+  Code code = registry::OpenKey(Key(root), path, registry::kSetValue, &opened);
   if (code == kSuccess) {
-    code = registry::DeleteValue(key, valueName);
+    code = registry::DeleteValue(opened, valueName);
   }
   ReportCode(code);
   TraceEnd(u"regDeleteValue");
 }
+
+constexpr AttributeDescription kRegDeleteValueAttributes[] = {
+    kRoot<FunctionRegDeleteValue>,
+    kKey<FunctionRegDeleteValue>,
+    kValue<FunctionRegDeleteValue>,
+};
+
+constexpr FailureDescription kRegDeleteValueFailures[] = {
+    {u"2", u"there is no such key or value"},
+    kDenied,
+    kOther,
+};
+
+constexpr CommandDescription kRegDeleteValue = {
+    .purpose = u"Deletes a value of a key.",
+    .attributes = kRegDeleteValueAttributes,
+    .failures = kRegDeleteValueFailures,
+};
+
+constexpr CommandRecord kCommands[] = {
+    Command<FunctionRegExistsKey>(u"regExistsKey", kRegExistsKey),
+    Command<FunctionRegCreateKey>(u"regCreateKey", kRegCreateKey),
+    Command<FunctionRegRead>(u"regRead", kRegRead),
+    Command<FunctionRegWrite>(u"regWrite", kRegWrite),
+    Command<FunctionRegGetKeys>(u"regGetKeys", kRegGetKeys),
+    Command<FunctionRegGetValues>(u"regGetValues", kRegGetValues),
+    Command<FunctionRegDeleteKey>(u"regDeleteKey", kRegDeleteKey),
+    Command<FunctionRegDeleteValue>(u"regDeleteValue", kRegDeleteValue),
+};
+
+}  // namespace
+
+constinit const CommandFamily kRegistryFamily = {
+    .title = u"Registry",
+    .introduction =
+        uR"md(
+All keys are those of the system's 64-bit view. A key's path has backslashes between its names, and case doesn't count.
+
+| `type` | `data`, and what `regRead` gives |
+|---|---|
+| `REG_SZ` | the text |
+| `REG_EXPAND_SZ` | the text; references to the environment are expanded when it is read |
+| `REG_DWORD`, `REG_QWORD` | a signed decimal number; one out of range is cut to the nearest that fits |
+| `REG_MULTI_SZ` | texts with bars between them: `a\|b`; an empty one ends the list when it is read |
+| `REG_BINARY` | hexadecimal digits; an odd last one counts for nothing |
+)md",
+    .commands = kCommands,
+};
 
 }  // namespace tessel
