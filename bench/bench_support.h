@@ -23,7 +23,7 @@ inline std::string Patch(const std::string& body) {
          body + "</script></patch>";
 }
 
-// Parses and loads a script; ends the bench when it can't, since no figure would mean anything.
+// Parses and loads a script; ends the bench on failure, since its figures would be meaningless.
 inline void Prepare(ScriptEngine* engine, const std::string& document) {
   if (!engine->ParseText(cvn::Utf8ToWide(document)) ||
       engine->Load({}, [] { return false; }) != kLoadSuccess) {

@@ -1,4 +1,4 @@
-"""Measures the check and the copy of an external patch's files beside sha256sum and cp."""
+"""Measures checking and copying an external patch's files against sha256sum and cp."""
 
 import os
 import pathlib
@@ -14,7 +14,7 @@ ROUNDS = 3
 
 
 def _check_copies(machine):
-    """A patch whose files can't be copied runs all the same, and faster; the trace tells of it."""
+    """A patch whose files can't be copied runs too, and faster, so the trace has to be looked at."""
     trace, = machine.rglob("ts-*.txt")
     text = trace.read_text(encoding="utf-8-sig")
     if text.count("Copying file to protected folder") != FILES or "Could not copy all" in text:
@@ -23,7 +23,7 @@ def _check_copies(machine):
 
 
 def trust(tlx, work):
-    """Makes a publisher in `work` and a machine that trusts it, and gives the environment of that."""
+    """Makes a publisher in `work` and a machine that trusts it; returns the environment for it."""
     for what in (["authority", "root"], ["issue", "root", "publisher"]):
         subprocess.run([CERTIFICATES, *what], cwd=work, check=True)
     machine = work / "trusting-machine"

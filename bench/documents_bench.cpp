@@ -1,4 +1,4 @@
-// Documents and the loops over them, beside bare loops over libraries that do the same.
+// Documents and loops over them, compared with bare loops over libraries that do the same.
 #include <benchmark/benchmark.h>
 #include <json/reader.h>
 #include <json/writer.h>
@@ -29,7 +29,7 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-// The groups of a thousand items are there so that a path need not walk past everything.
+// Groups of a thousand items, so that the cost of a path doesn't grow with the document.
 std::string BigXml() {
   std::string text = "<?xml version=\"1.0\"?>\n<root>\n";
   for (int i = 0; i < kItems; ++i) {
@@ -196,8 +196,8 @@ void JsonCppReadsAndWrites(benchmark::State& state) {
 BENCHMARK(JsonCppReadsAndWrites)->Unit(benchmark::kMillisecond);
 #pragma GCC diagnostic pop
 
-// The script and the document are loaded anew for each walk, since a walk's last fetch stays
-// failed.
+// Loads script and document for each walk: the last fetch of a walk fails, and a command that has
+// failed stays failed.
 void WalkSiblings(benchmark::State& state) {
   std::string text = "<root>";
   for (std::int64_t i = 0; i < state.range(0); ++i) {

@@ -1,4 +1,4 @@
-// The script engine, beside the least that each piece of its work could cost.
+// The script engine, compared with the least that each part of its work could cost.
 #include <benchmark/benchmark.h>
 #include <tinyxml.h>
 
@@ -10,7 +10,7 @@
 namespace tessel::bench {
 namespace {
 
-// The floor of a traced step: one line, formatted with its stamp by the C library, and flushed.
+// The lower bound for a traced step: one line, formatted with its stamp by the C library, flushed.
 void BareTraceLine(benchmark::State& state) {
   std::FILE* file = std::fopen(WorkPath("bare_trace.txt").c_str(), "w");
   char stamp[32];

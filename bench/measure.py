@@ -8,7 +8,7 @@ from typing import NamedTuple
 
 
 class Row(NamedTuple):
-    """A row of the table: what of ours stands beside what, and the ratio that is wanted at most."""
+    """A row of the table: our figure, the peer's, and the highest ratio that is accepted."""
     what: str
     ours: float
     beside: str
@@ -19,12 +19,12 @@ class Row(NamedTuple):
 
 
 def to_drive(path):
-    """How a script names a file of the host."""
+    """The path by which a script names a file of the host."""
     return "Z:" + str(path).replace("/", "\\")
 
 
 def run(command, environment):
-    """Milliseconds of one run, from a disk that has nothing left to write."""
+    """Milliseconds of one run, started when the disk has nothing left to write."""
     os.sync()
     start = time.perf_counter()
     code = subprocess.run(command, env=environment, stdout=subprocess.DEVNULL).returncode
@@ -34,14 +34,14 @@ def run(command, environment):
     return milliseconds
 
 
-# A process's peak counts what its parent had when it was forked, so that a small one has to be between.
+# A process's peak includes its parent's memory at the fork, so a small process starts the run.
 _TELL_PEAK = ("import os, sys; process = os.posix_spawn(sys.argv[1], sys.argv[1:], os.environ); "
               "_, status, usage = os.wait4(process, 0); "
               "print(usage.ru_maxrss); sys.exit(os.waitstatus_to_exitcode(status))")
 
 
 def peak(command, environment):
-    """Megabytes of memory that a run has at its most; the program's path is a full one."""
+    """The peak memory of a run in megabytes; `program` is an absolute path."""
     told = subprocess.run([sys.executable, "-I", "-S", "-c", _TELL_PEAK, *map(str, command)],
                           env=environment, capture_output=True, text=True)
     if told.returncode != 0:

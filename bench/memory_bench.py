@@ -1,4 +1,4 @@
-"""Measures the memory of runs over much."""
+"""Measures the memory of runs over large inputs."""
 
 import shutil
 
@@ -57,8 +57,8 @@ def _payloads(tessel, tlx, pack, work, trusting):
 
 
 def rows(tessel, tlx, pack, work, environment, trusting):
-    """Rows of the table; `pack(folder, name, body, kind)` makes a patch, and the environment `trusting`
-    trusts a publisher whose certificate is in `work`."""
+    """Rows of the table. `pack(folder, name, body, kind)` makes a patch; the machine of `trusting`
+    trusts the publisher whose certificate is in `work`."""
     yield _documents(tessel, pack, work, environment)
     yield _commands(tessel, pack, work, environment)
     yield _payloads(tessel, tlx, pack, work, trusting)

@@ -1,4 +1,4 @@
-// Decryption, beside a bare loop of the same library calls over the same blocks.
+// Decryption, compared with a bare loop of the same library calls over the same blocks.
 #include <benchmark/benchmark.h>
 
 #define OPENSSL_SUPPRESS_DEPRECATED

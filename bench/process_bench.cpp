@@ -1,4 +1,4 @@
-// processRun with a wait, beside a bare loop of posix_spawn and waitpid.
+// processRun with a wait, compared with a bare loop of posix_spawn and waitpid.
 #include <benchmark/benchmark.h>
 #include <spawn.h>
 #include <sys/wait.h>

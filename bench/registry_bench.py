@@ -18,8 +18,8 @@ def _script(count):
 
 
 def rows(tessel, pack, work, environment):
-    """The table's row; `pack(folder, name, body)` makes a patch. Each run has a machine that is new.
-    What counts is the best run less the best of a script that writes nothing."""
+    """The table's row. `pack(folder, name, body)` makes a patch; each run has a new machine. The time
+    is the best run's, less the best of a script that writes nothing."""
     nothing = pack(work, "write nothing", "<exit code='0'/>")
     figures = []
     for count in (10_000, 1_000):

@@ -66,7 +66,7 @@ def pack(arguments, work, name, body, kind="update"):
 
 
 def engine_rows(figures, one_command, peers):
-    """What the benches measured themselves."""
+    """Rows from the figures of the C++ benches."""
     commands = 3 * ROUNDS
     loop = figures[f"TracedLoop/{ROUNDS}"]
     line = figures["BareTraceLine"]
@@ -99,7 +99,7 @@ def engine_rows(figures, one_command, peers):
 
 
 def show(rows):
-    """Prints rows as they come: the later ones take minutes."""
+    """Prints each row at once, since the later ones take minutes."""
     for row in rows:
         ratio = row.ours / row.peer
         wanted = "-" if row.at_most is None else f"{row.at_most:g}"
@@ -117,7 +117,7 @@ def main():
         work = pathlib.Path(folder)
         environment = dict(os.environ, TESSEL_BENCH_FOLDER=folder, TESSEL_MACHINE=str(work / "machine"))
         shutil.copy(pathlib.Path(arguments.key).with_name("public.pem"), work / "public.pem")
-        # An older Windows, where patches need no catalog.
+        # On an older Windows patches need no catalog.
         subprocess.run([arguments.tlx, "machine", "create", "--windows", "7", work / "machine"],
                        check=True)
         pack(arguments, work, "bench", "<trace value='a step of a script'/>" * 3000)

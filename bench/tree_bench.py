@@ -1,8 +1,8 @@
-"""Measures the commands on trees of files beside the host's own tools.
+"""Measures the commands on trees of files against the host's own tools.
 
-Each round copies to folders that are new, and ours and the tool take turns at going first. Nothing is
-deleted before the last copy is made: a file system such as ext4 shuns the places of files that were
-deleted a moment ago, and whoever makes files then pays for the search."""
+Each round copies to new folders, and alternates which of the two goes first. Nothing is deleted before
+the last copy is made: ext4, for one, avoids the inodes of files that were deleted a moment ago, and
+the search for others would count against the next copy."""
 
 import pathlib
 import statistics
@@ -19,8 +19,8 @@ MEMORY = pathlib.Path("/dev/shm")  # a disk on which each file costs the same, h
 
 
 class _Trees:
-    """A source of so many files, with what is copied from it. The command's time is that of a run less
-    the best of a run without a command."""
+    """A tree of `count` files, and its copies. The command's time is that of a run, less the best of a
+    run without a command."""
 
     def __init__(self, tessel, pack, folder, environment, count):
         self._tessel, self._pack, self._environment = tessel, pack, environment
@@ -75,7 +75,7 @@ COMMANDS = (("find", "find", 2), ("copy", "cp -r", 1.5), ("delete", "rm -rf", 1.
 
 
 def _growth(peer, pairs):
-    """How the time grows with the folder, which is up to the disk, too: beside what the tool's does."""
+    """How the time grows with the folder, against the tool's: the disk has a part in both."""
     (few, peers_few), (many, peers_many) = (
         (statistics.median(column) for column in zip(*pairs[count])) for count in (FEW, MANY))
     return Row(f"growth from {FEW:,} on", many / few, f"that of {peer}", peers_many / peers_few,
@@ -83,7 +83,7 @@ def _growth(peer, pairs):
 
 
 def _rows_of(what, peer, at_most, trees):
-    """Of the round with the median ratio each."""
+    """The times of the round with the median ratio."""
     all_pairs = {}
     for count in (FEW, MANY):
         pairs = all_pairs[count] = trees[count].rounds(what)

@@ -18,7 +18,7 @@ include_guard(GLOBAL)
 find_package(Threads REQUIRED)
 
 if(WIN32)
-  # The script knows the folder, since the versions and the way to build them name it.
+  # Only the script knows the folder, whose name is a digest of versions and build steps.
   execute_process(
     COMMAND "${PROJECT_SOURCE_DIR}/scripts/windows-libraries" --path
     OUTPUT_VARIABLE tessel_windows_libraries
@@ -46,7 +46,7 @@ function(tessel_dependency target)
     set(remedy "install ${arg_PACKAGE}")
   endif()
 
-  # Looked up each time: a cached answer would outlive a change of the library folder.
+  # Not cached, so that a change of the library folder is seen.
   unset(header_folder)
   find_path(header_folder "${arg_HEADER}"
     PATH_SUFFIXES "${arg_INCLUDE_SUFFIX}" "include/${arg_INCLUDE_SUFFIX}" NO_CACHE ${places})
@@ -105,8 +105,8 @@ if(NOT WIN32)
     INCLUDE_SUFFIX libxml2 LIBRARIES xml2)
 endif()
 
-# A Windows program finds beside it what it needs and the system doesn't have: AmsJson.dll, and the C++
-# runtime that it shares with that library.
+# Copies the DLLs that a Windows program needs into its folder: AmsJson.dll, and the C++ runtime that
+# it shares with that library.
 function(tessel_place_dlls folder)
   set(dlls "${tessel_windows_libraries}/bin/AmsJson.dll")
   foreach(name IN ITEMS libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)

@@ -2,16 +2,16 @@
 # tessel_patch_key.
 #
 # TESSEL_PUBLIC_KEY names a PEM file ("BEGIN PUBLIC KEY", RSA, 2048 bits). Without it a development
-# pair in <build>/dev-keys is used, which the build folders of one checkout share, so that a patch
-# packed for one of them runs in all. The header keeps the text scrambled: no byte of it is ASCII, so
-# nothing of the key's text stands in the program.
+# pair in <build>/dev-keys is used. The build folders of a checkout share one pair, so that a patch
+# packed for one of them runs in all. The header has the text scrambled: no byte of it is ASCII, so a
+# search of the program for text doesn't find the key.
 
 include_guard(GLOBAL)
 
 set(TESSEL_PUBLIC_KEY "" CACHE FILEPATH
   "PEM file of the public key for patches (RSA 2048); empty for a development pair")
 
-# The buffer that a key is unscrambled into, with its closing zero.
+# The size of the buffer for the unscrambled key and its closing zero.
 set(patch_key_buffer_size 462)
 
 find_program(TESSEL_OPENSSL openssl)
@@ -35,14 +35,14 @@ function(tessel_make_development_pair folder)
   set(is_shared_root FALSE)
   if(root STREQUAL "${PROJECT_SOURCE_DIR}/build")
     set(is_shared_root TRUE)
-    # Two configure runs at a time must not make two pairs.
+    # Two concurrent configure runs must not make two pairs.
     file(LOCK "${root}/dev-keys.lock" GUARD FUNCTION TIMEOUT 60)
   endif()
   if(EXISTS "${folder}/private.pem" AND EXISTS "${folder}/public.pem")
     return()
   endif()
 
-  # Made aside and renamed: a run that is cut short leaves no half of a pair.
+  # Renamed when complete: an interrupted run leaves no half of a pair.
   file(REMOVE_RECURSE "${folder}" "${folder}.new")
   file(MAKE_DIRECTORY "${folder}.new")
   set(siblings "")
@@ -65,7 +65,7 @@ function(tessel_make_development_pair folder)
   file(RENAME "${folder}.new" "${folder}")
 endfunction()
 
-# Sets out to the key's PEM text: line feeds only, nothing before its first line or after its last.
+# Sets out to the key's PEM text, with line feeds only and nothing before or after it.
 function(tessel_read_public_key path out)
   if(NOT EXISTS "${path}" OR IS_DIRECTORY "${path}")
     message(FATAL_ERROR "TESSEL_PUBLIC_KEY: there is no file ${path}")
@@ -79,8 +79,8 @@ function(tessel_read_public_key path out)
 
   execute_process(COMMAND "${TESSEL_OPENSSL}" pkey -pubin -in "${path}" -noout -text
     RESULT_VARIABLE result OUTPUT_VARIABLE description ERROR_QUIET)
-  # The kind of key stands in its identifier, from the seventh byte on: an RSA-PSS key, which can't
-  # open a patch, is described in the same words.
+  # openssl describes an RSA-PSS key, which can't decrypt a patch, in the same words. The identifier
+  # from the seventh byte on tells them apart.
   string(REPLACE "\n" "" joined "${CMAKE_MATCH_1}")
   if(NOT result EQUAL 0
      OR NOT description MATCHES "^Public-Key: \\(2048 bit\\)"
@@ -96,7 +96,7 @@ function(tessel_read_public_key path out)
   set(${out} "${text}" PARENT_SCOPE)
 endfunction()
 
-# Writes the header; a header that is right already stays untouched.
+# Writes the header, unless it is up to date.
 function(tessel_write_patch_key text header)
   string(HEX "${text}" hex)
   # The zero byte is the end mark.

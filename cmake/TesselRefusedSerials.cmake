@@ -1,5 +1,5 @@
-# The publisher's certificates that are refused though they verify, as the generated header
-# refused_serials.h behind the target tessel_refused_serials.
+# The publisher's certificates that are refused although they are valid, as the generated header
+# refused_serials.h of the target tessel_refused_serials.
 
 include_guard(GLOBAL)
 

@@ -1,4 +1,4 @@
-# What holds for every target: language, compiler launcher, sanitizers.
+# Settings of every target: language, compiler launcher, sanitizers.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -7,8 +7,8 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 option(TESSEL_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 option(TESSEL_FUZZ "Build the fuzzers, with Clang and the same sanitizers" OFF)
 
-# Objects are cached for any checkout, so nothing in them tells where the source folder is. Debuggers
-# find the sources when they are started there.
+# All checkouts share the compiler cache, so objects don't contain the path of the source folder. A
+# debugger finds the sources when it is started there.
 find_program(TESSEL_CCACHE ccache)
 mark_as_advanced(TESSEL_CCACHE)
 if(TESSEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
@@ -17,7 +17,7 @@ if(TESSEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
       "${TESSEL_CCACHE}")
 endif()
 add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
-# The cache hands the compiler paths relative to the build folder; __FILE__ is shown to people.
+# ccache passes the compiler paths relative to the build folder; __FILE__ shall be relative to the root.
 file(RELATIVE_PATH way_back "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}/x")
 string(REGEX REPLACE "x$" "" way_back "${way_back}")
 add_compile_options("-fmacro-prefix-map=${way_back}=")
@@ -33,7 +33,7 @@ if(TESSEL_FUZZ)
 endif()
 
 if(WIN32)
-  # The newest interfaces may be declared; what an older Windows lacks is looked up when it is used.
+  # Declares Windows 10's interfaces. What an older Windows lacks is looked up at run time.
   add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
   find_program(TESSEL_WINE wine)
   mark_as_advanced(TESSEL_WINE)

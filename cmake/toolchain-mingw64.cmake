@@ -1,5 +1,5 @@
-# Windows x64 from Linux with MinGW-w64, the flavour with POSIX threads: its standard library is the
-# one that has std::thread and std::mutex.
+# Windows x64 from Linux with MinGW-w64, in the variant with POSIX threads, whose standard library has
+# std::thread and std::mutex.
 
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
@@ -8,7 +8,7 @@ set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
 set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
 set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 
-# Compilers and libraries come from the cross world, tools from the host.
+# Libraries and headers are the target's, programs are the host's.
 set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -1,4 +1,4 @@
-// Formatting: a free format with arguments of all kinds, and single conversions beside the C
+// Formatting: any format with arguments of all kinds, and single conversions compared with the C
 // library's.
 #include <cstdio>
 #include <string>
@@ -42,7 +42,7 @@ void FormatFreely(Input* input) {
   }
   cvn::String out;
   cvn::AppendFormat(&out, format, arguments);
-  // Of two percent signs, the second may be the letter of a conversion that asks for nothing.
+  // The second of two percent signs may be the letter of a conversion, which takes no argument.
   const cvn::StringView text = format;
   if (arguments.empty() && text.find(u'%') == text.rfind(u'%')) {
     Require(out == format, "without arguments a conversion stays as it is");
@@ -53,7 +53,7 @@ std::string TakeConversion(Input* input, bool isText) {
   std::string conversion = "%";
   const std::uint8_t flags = input->Byte();
   for (int i = 0; i < 5; ++i) {
-    // C knows no '0' and no '#' for a text.
+    // In C the flags '0' and '#' are undefined for a text.
     if ((flags >> i & 1) != 0 && !(isText && (i == 1 || i == 4))) {
       conversion += "-0+ #"[i];
     }

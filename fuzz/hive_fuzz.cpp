@@ -1,5 +1,5 @@
-// Hive files: hostile ones that are read through, changed and written, and sound ones, which hold
-// after a flush what they were given.
+// Hive files: hostile ones are read, changed and written; valid ones must contain after a flush
+// what was put into them.
 //
 // Byte 0 of an input chooses the hive: 0 one with the cells that stand behind the changes, 1 the
 // whole file that stands there, 2 an empty one. Byte 1 counts the changes, which follow, four bytes
@@ -53,7 +53,7 @@ std::string FileWithCells(std::string_view cells) {
   std::string file(reinterpret_cast<const char*>(empty.Bytes().data()), kBase + kBinHeader);
   file.append(cells);
   const std::size_t size = (file.size() - kBase + kBinUnit - 1) / kBinUnit * kBinUnit;
-  // What the cells don't fill is one that is free.
+  // One free cell fills the rest.
   const std::size_t rest = kBase + size - file.size();
   if (rest >= sizeof(std::uint32_t)) {
     file.append(rest, '\0');
@@ -65,7 +65,7 @@ std::string FileWithCells(std::string_view cells) {
   return file;
 }
 
-// All keys that can be reached, with a text for each that tells all of it.
+// Every reachable key, with a text that describes it completely.
 struct Walk {
   std::vector<KeyPtr> keys;
   std::vector<std::u16string> texts;
@@ -122,7 +122,7 @@ Walk WalkAll(Hive* hive) {
   return walk;
 }
 
-// The names that the changes know: some fold to one, some need two bytes a character.
+// The names that changes use: some are equal without case, some need two bytes a character.
 constexpr cvn::StringView kNames[] = {u"a",   u"A", u"b", u"Key", u"kEY", u"\u0142\u00E9",
                                       u"x y", u""};
 
@@ -160,7 +160,7 @@ void ChangeOne(Hive* hive, std::string_view change, Walk* walk) {
   }
 }
 
-// Gives whether all went well.
+// Returns whether all changes succeeded.
 bool ChangeAndFlush(Hive* hive, std::string_view changes) {
   Walk walk = WalkAll(hive);
   for (; !walk.keys.empty() && changes.size() >= 4; changes.remove_prefix(4)) {
@@ -186,7 +186,7 @@ void ChangeSound(const std::string& path, std::string_view changes) {
   const HiveFile empty = HiveFile::MakeEmpty(u"fuzz", HiveFile::Readers::All);
   WriteScratchFile("hive",
                    {reinterpret_cast<const char*>(empty.Bytes().data()), empty.Bytes().size()});
-  // In two parts, for the second to change what came from a file.
+  // In two halves, so that the second one changes what was read from a file.
   const std::size_t half = changes.size() / 8 * 4;
   for (const std::string_view part : {changes.substr(0, half), changes.substr(half)}) {
     Hive hive(path);

@@ -1,5 +1,5 @@
-// What the fuzzed functions share: the taking apart of an input, and the claims about what comes of
-// it.
+// Shared by the fuzzers: reading values from an input, and assertions about what the code makes of
+// them.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace tessel::fuzz {
 
-// Reads an input from its start. What it lacks counts as zeros or as empty.
+// Reads an input from its start. Past its end there are zeros and empty texts.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size)
@@ -26,8 +26,8 @@ class Input {
   std::string_view rest_;
 };
 
-// Ends the process, which the fuzzer takes for a finding, unless `holds`. `claim` is what should be
-// true.
+// Ends the process unless `holds`, which the fuzzer reports as a finding. `claim` says what should
+// be true.
 void Require(bool holds, const char* claim);
 
 }  // namespace tessel::fuzz

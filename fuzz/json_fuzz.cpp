@@ -11,7 +11,7 @@
 namespace tessel::fuzz {
 namespace {
 
-// As the commands do: what the library can't print is an error and no crash.
+// As in the commands, what the library can't print is an error and not a crash.
 bool Print(const Json::Value& value, std::string* text) {
   try {
     *text = PrintJson(value);
@@ -24,7 +24,7 @@ bool Print(const Json::Value& value, std::string* text) {
 // Prints of longer arrays would take most of the time.
 constexpr Json::ArrayIndex kLongestPrinted = 50;
 
-// Gives whether the document is worth printing.
+// Returns whether the document is worth printing.
 bool ChangeAt(const std::string& path, const std::string& added,
               const std::shared_ptr<JsonDocument>& document) {
   Json::Value value;

@@ -1,4 +1,4 @@
-// The copy of a document that answers expressions: after any changes it answers as one made anew.
+// The copy of a document that answers expressions: after any change it answers as a new copy does.
 // The first line is the expression; the second holds the changes, four characters each; the rest is
 // the document.
 #include <tinyxml.h>
@@ -53,7 +53,7 @@ void ChangeOne(Input* changes, TiXmlDocument* document, XPathMirror* mirror) {
       break;
     }
     case 2: {
-      // A copy, since the library would copy what it is just changing.
+      // A copy, since the library would clone the node that it is changing.
       const TiXmlElement added(*all[other % all.size()]);
       AddBeside(at, kind / 4, added, mirror);
       break;
@@ -90,7 +90,7 @@ void Compare(Input* input) {
   std::string answer;
   const XPathMatch match = mirror.FindFirst(root, xpath);
   const bool isText = mirror.EvaluateText(root, xpath, &answer);
-  // Uses the same marks on the document's elements, so it comes last.
+  // Last, since it uses the same marks on the document's elements.
   XPathMirror fresh(&document);
   std::string freshAnswer;
   const XPathMatch freshMatch = fresh.FindFirst(root, xpath);

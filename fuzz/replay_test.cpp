@@ -1,4 +1,4 @@
-// Stands in for the fuzzer: runs its entry points over the inputs that are kept.
+// Replaces libFuzzer's main: calls its entry points with the kept inputs.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,7 +14,7 @@ extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* count, char*** ar
 namespace tessel::fuzz {
 namespace {
 
-// A finding ends the process, so the input's name has to be told before.
+// A finding ends the process, so the input's name is printed before.
 TEST(KeptInputs, EndWithoutAFinding) {
   if (LLVMFuzzerInitialize != nullptr) {
     LLVMFuzzerInitialize(nullptr, nullptr);
@@ -30,7 +30,7 @@ TEST(KeptInputs, EndWithoutAFinding) {
   for (const std::filesystem::path& input : inputs) {
     std::cout << input.string() << std::endl;
     std::ifstream file(input, std::ios::binary);
-    // Of exactly its size, for a read beyond the end to show.
+    // A buffer of exactly this size, so that the sanitizer sees a read past the end.
     const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
   }

@@ -8,8 +8,8 @@
 #include "platform/machine.h"
 #include "support/utf.h"
 
-// In place of the C library's: the folder need not outlive the host's power, and the wait for the
-// disk would be most of what a target does.
+// Replaces the C library's: the folder needs no protection from a power failure, and waiting for
+// the disk would take most of a fuzzer's time.
 extern "C" int fsync(int /*descriptor*/) { return 0; }
 
 namespace tessel::fuzz {

@@ -1,7 +1,7 @@
-// A machine of the process's own, in a temporary folder that goes when the process ends well.
+// A machine for this process, in a temporary folder that is removed when the process ends normally.
 //
-// What is fuzzed must not be able to touch the host's files: a target with this machine hands the
-// code under test no path but those below kFolder.
+// Fuzzed code must not touch the host's files: a fuzzer with this machine passes the code under
+// test no paths but those below kFolder.
 #pragma once
 
 #include <string>
@@ -11,16 +11,16 @@
 
 namespace tessel::fuzz {
 
-// The folder on drive C: for the files of a target; no backslash at its end.
+// The folder on drive C: for a fuzzer's files, without a backslash at its end.
 inline constexpr cvn::StringView kFolder = u"C:\\Fuzz";
 
-// Makes the machine, with all that a machine has. Later calls do nothing.
+// Makes a complete machine. Later calls do nothing.
 void MakeScratchMachine();
 
-// The host's name of kFolder.
+// The host path of kFolder.
 const std::string& ScratchFolder();
 
-// Writes a file of kFolder.
+// Writes a file in kFolder.
 void WriteScratchFile(const std::string& name, std::string_view bytes);
 
 }  // namespace tessel::fuzz

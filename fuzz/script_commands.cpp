@@ -19,7 +19,7 @@
 namespace tessel::fuzz {
 namespace {
 
-// One of eight files, and a path that no variable changes.
+// One of eight files, by a path that no variable can change.
 cvn::String ScratchPath(const cvn::String& value) {
   const cvn::StringView text = value;
   return cvn::Format(u"C:\\Fuzz\\%u.txt", std::accumulate(text.begin(), text.end(), 0U) % 8);

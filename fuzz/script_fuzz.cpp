@@ -1,5 +1,5 @@
-// Patch text to the end of its run, on a machine of the process's own; script_commands.cpp tells
-// what the scripts can do.
+// Patch text to the end of its run, on a scratch machine. script_commands.cpp has the commands of
+// these scripts.
 #include <string>
 
 #include "engine/script_engine.h"

@@ -1,4 +1,4 @@
-// Mutations that leave a script a script: most changes of bytes only break its XML.
+// Mutations that keep the script well-formed; most changes of bytes only break its XML.
 #include <tinyxml.h>
 
 #include <cstdint>
@@ -104,7 +104,7 @@ constexpr const char* kTypes[] = {"REG_SZ",     "REG_DWORD", "REG_QWORD", "REG_M
 constexpr const char* kOperators[] = {"==", "<", "<="};
 constexpr const char* kSteps[] = {"begin", "next"};
 
-// A value that makes sense for the attribute of a command.
+// A plausible value for an attribute.
 const char* ValueFor(const std::string& command, const std::string& attribute, Random* random) {
   const bool isJson = command.starts_with("json");
   if (attribute == "handle" || attribute == "destHandle") {
@@ -178,7 +178,7 @@ void MutateValue(TiXmlElement* element, Random* random) {
   chosen->SetValue(std::string(reinterpret_cast<const char*>(bytes), mutated));
 }
 
-// Puts a command behind or into one that is there, or into a handler of its own.
+// Inserts a command after or into an existing one, or into a new handler.
 void AddCommand(TiXmlElement* at, bool isCommand, Random* random) {
   const TiXmlElement command = NewCommand(random);
   const unsigned place = (*random)() % 4;

@@ -1,4 +1,4 @@
-// What the targets with signatures share.
+// Shared by the fuzzers of signatures.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 namespace tessel::fuzz {
 
-// Verifies every signature of a file with these bytes, on a machine that trusts each root that came
-// along with one: so a mutated signature is followed as far as it holds.
+// Verifies every signature of a file with these bytes. The machine trusts each root that a
+// signature brings along, so that a mutated signature is followed as far as it is valid.
 void VerifySignatures(std::span<const std::byte> bytes);
 
 }  // namespace tessel::fuzz
