@@ -54,8 +54,10 @@ void ReapForever(int queue) {
   }
 }
 
-// Where descriptors of running children go that nobody waits for. A thread takes those that end:
-// the disposition of SIGCHLD would be simpler, but it belongs to all libraries of the process.
+// Takes the descriptors of running children whose handles were closed. A thread reaps those that
+// end: the disposition of SIGCHLD would be simpler, but it belongs to all libraries of the process.
+// This is the only thread that the platform starts, with the first such child; it runs until the
+// process ends, takes no signals, and touches nothing but the descriptors of its queue.
 int MakeReaperQueue() {
   const int queue = epoll_create1(EPOLL_CLOEXEC);
   if (queue < 0) {
@@ -76,7 +78,7 @@ int MakeReaperQueue() {
   return isRunning ? queue : -1;
 }
 
-// Gives the descriptor away. False when there is nobody to take it.
+// Hands the descriptor to the thread. False when there is none.
 bool LeaveToReaper(int descriptor) {
   static const int queue = MakeReaperQueue();
   epoll_event event{};

@@ -1,5 +1,4 @@
-// What stands behind an open process: a descriptor of it, which the host makes readable when the
-// process ends.
+// Open processes: descriptors that the host makes readable when the process ends.
 #pragma once
 
 #include <sys/types.h>
@@ -8,7 +7,7 @@
 
 namespace platform::posix {
 
-// Opens a child of this process that nobody has waited for. When the handle closes, the child is
+// Opens a child of this process that has not been waited for. When the handle closes, the child is
 // taken off the host's list of processes, at once or whenever it ends.
 Code OpenChild(pid_t child, process::Handle* handle);
 

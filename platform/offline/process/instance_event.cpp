@@ -30,7 +30,7 @@ std::uint64_t Hash(std::uint64_t hash, std::uint64_t value) {
   return hash;
 }
 
-// The byte that stands for the mark of this name on this machine.
+// The byte that stands for the event of this name on this machine.
 Code OffsetOf(cvn::StringView name, off_t* offset) {
   const posix::Machine& machine = posix::Machine::Get();
   if (machine.State() != kSuccess) {
@@ -70,12 +70,11 @@ int Lock(int descriptor, off_t offset, short type) {
 
 bool IsConflict(int error) { return error == EAGAIN || error == EACCES; }
 
-// Whoever gets the byte for itself is first, and shares it from then on; the kernel changes the one
-// lock into the other without a moment between. Those who come while somebody shares it can only
-// share it too.
+// The process that gets the exclusive lock is first, and turns it into a shared one; the kernel
+// does so atomically. Processes that come while the byte is shared can only share it, too.
 Code HoldByte(int descriptor, off_t offset) {
-  // The first one has the byte for itself for a moment only. Another account may keep it so for
-  // ever: then the mark is held, if not by us.
+  // The first process has the exclusive lock for a moment only. Another account may keep it for
+  // ever: then the event exists, and this process doesn't hold it.
   constexpr int kPatience = 1000;
   int error = Lock(descriptor, offset, F_WRLCK);
   if (error == 0) {

@@ -52,7 +52,7 @@ cvn::String BesideProgram(cvn::StringView name) {
   return path;
 }
 
-// Whether the file can be a library of this home: an ELF shared object for this kind of machine.
+// Whether the file can be a library here: an ELF shared object for this kind of machine.
 Code CheckImage(const std::string& path) {
   const posix::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (file.Get() < 0) {
@@ -144,7 +144,7 @@ Code Load(cvn::StringView path, std::uint32_t /*flags*/, Library* library) {
     *library = Library(dlopen(file.c_str(), kMode));
     code = library->IsLoaded() ? kSuccess : CodeOfRefusal();
   }
-  return code == kSuccess ? code : Fail(code);
+  return posix::Report(code);
 }
 
 Code FindLoaded(cvn::StringView name, Library* library) {

@@ -22,8 +22,6 @@
 namespace platform::process {
 namespace {
 
-using posix::Fail;
-
 // Characters of the longest command line of Windows, its closing zero included.
 constexpr std::size_t kLongestCommandLine = 32767;
 
@@ -37,7 +35,7 @@ Code FindFile(cvn::StringView path, std::string* program) {
   return host.IsFolder() ? kAccessDenied : kSuccess;
 }
 
-// The file at `path`, else the one with ".exe" behind it when the name has no dot.
+// The file at `path`, else the one with ".exe" added when the name has no dot.
 Code FindProgramAt(cvn::StringView path, std::string* program) {
   const Code code = FindFile(path, program);
   if (code == kSuccess || paths::FindFileName(path).find(u'.') != cvn::StringView::npos) {
@@ -137,22 +135,22 @@ Code CodeOfStart(int error, const std::string& program) {
 class Surroundings {
  public:
   explicit Surroundings(const std::string& folder) {
-    posix_spawn_file_actions_init(&actions_);
-    posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
-    posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
+    Keep(posix_spawn_file_actions_init(&actions_));
+    Keep(posix_spawnattr_init(&attributes_));
+    Keep(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
+    Keep(posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
+    Keep(posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO));
+    Keep(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
     if (!folder.empty()) {
-      posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str());
+      Keep(posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str()));
     }
+    Keep(posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
     sigset_t signals;
-    posix_spawnattr_init(&attributes_);
-    posix_spawnattr_setflags(&attributes_,
-                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&attributes_, &signals);
+    Keep(posix_spawnattr_setsigmask(&attributes_, &signals));
     sigfillset(&signals);
-    posix_spawnattr_setsigdefault(&attributes_, &signals);
+    Keep(posix_spawnattr_setsigdefault(&attributes_, &signals));
   }
   Surroundings(const Surroundings&) = delete;
   Surroundings& operator=(const Surroundings&) = delete;
@@ -161,12 +159,19 @@ class Surroundings {
     posix_spawn_file_actions_destroy(&actions_);
   }
 
+  // 0, or the errno of the first part that couldn't be had. A child without it would keep this
+  // process's streams or descriptors.
+  int Error() const { return error_; }
   const posix_spawn_file_actions_t* Actions() const { return &actions_; }
   const posix_spawnattr_t* Attributes() const { return &attributes_; }
 
  private:
-  posix_spawn_file_actions_t actions_;
-  posix_spawnattr_t attributes_;
+  void Keep(int error) { error_ = error_ == 0 ? error : error_; }
+
+  // Zeros can be destroyed, too, when their initialization failed.
+  posix_spawn_file_actions_t actions_{};
+  posix_spawnattr_t attributes_{};
+  int error_ = 0;
 };
 
 // Where the parent of this process left SIGCHLD ignored, children would vanish before they can be
@@ -187,6 +192,9 @@ Code Spawn(std::vector<std::string>* arguments, const std::string& folder, Handl
   }
   pointers.push_back(nullptr);
   const Surroundings surroundings(folder);
+  if (surroundings.Error() != 0) {
+    return posix::CodeOf(surroundings.Error());
+  }
   const std::string& program = arguments->front();
   pid_t child = 0;
   const int error =
@@ -227,7 +235,7 @@ Code Start(cvn::StringView commandLine, cvn::StringView directory, Handle* proce
   const Code code = commandLine.size() >= kLongestCommandLine
                         ? kFilenameExceedsRange
                         : TryStart(commandLine, posix::UpToZero(directory), process);
-  return code == kSuccess ? code : Fail(code);
+  return posix::Report(code);
 }
 
 }  // namespace platform::process
