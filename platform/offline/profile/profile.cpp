@@ -2,11 +2,9 @@
 // have no counterpart here: every file is a file.
 #include "platform/profile.h"
 
-#include <limits.h>
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <string>
 #include <utility>
 
@@ -14,6 +12,7 @@
 #include "platform/formats/ini_text.h"
 #include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/file_names.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/whole_file.h"
 
@@ -28,7 +27,7 @@ using posix::UpToZero;
 constexpr std::string_view kWideMark = "\xFF\xFE";
 
 // The bytes of a file and their text, one code unit for each byte or pair of bytes: an edit of the
-// text leaves the bytes around it as they are, whatever they stand for.
+// text leaves the bytes around it as they are.
 class Content {
  public:
   explicit Content(std::string bytes)
@@ -85,12 +84,10 @@ Code Locate(cvn::StringView path, HostPath* host) {
   if (code != kSuccess || !S_ISLNK(host->entry.st_mode)) {
     return code;
   }
-  char target[PATH_MAX];
-  if (realpath(host->path.c_str(), target) == nullptr) {
-    return posix::CodeOf(errno);
+  if (const int error = posix::RealPath(host->path, &host->path); error != 0) {
+    return posix::CodeOf(error);
   }
-  host->path = target;
-  return stat(target, &host->entry) == 0 ? kSuccess : posix::CodeOf(errno);
+  return stat(host->path.c_str(), &host->entry) == 0 ? kSuccess : posix::CodeOf(errno);
 }
 
 // Reads the file that is to be replaced; one that is missing counts as empty.

@@ -3,13 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <optional>
 #include <utility>
 
 #include "platform/environment.h"
 #include "platform/formats/names.h"
+#include "platform/linux/file_names.h"
 #include "platform/offline/environment/environment.h"
 #include "platform/offline/registry/registry_values.h"
 #include "platform/offline/volume/volume.h"
@@ -46,7 +45,7 @@ ValueData Read(KeyNode& key, cvn::StringView name) {
   return code == kSuccess ? value : ValueData();
 }
 
-// Where a hive file is, behind all symbolic links: its successor takes the place of the file.
+// Where a hive file is, with symbolic links resolved: its successor takes the place of the file.
 // Nothing when there is none.
 std::optional<std::string> HostFile(cvn::StringView machinePath) {
   HostPath host;
@@ -54,9 +53,8 @@ std::optional<std::string> HostFile(cvn::StringView machinePath) {
   if (code == kFileNotFound || code == kPathNotFound) {
     return std::nullopt;
   }
-  const std::unique_ptr<char, decltype(&std::free)> real(realpath(host.path.c_str(), nullptr),
-                                                         &std::free);
-  return real == nullptr ? host.path : std::string(real.get());
+  RealPath(host.path, &host.path);
+  return host.path;
 }
 
 }  // namespace

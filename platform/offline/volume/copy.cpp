@@ -6,22 +6,17 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <span>
 #include <vector>
 
+#include "platform/linux/atomic_file.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/volume.h"
-#include "platform/random.h"
 
 namespace platform::posix {
 namespace {
@@ -29,102 +24,6 @@ namespace {
 constexpr std::size_t kBlock = 512;  // the unit of st_blocks
 // What the kernel sets up for a copy of its own costs more than such a piece.
 constexpr std::size_t kSmall = std::size_t{16} * 1024;
-
-// The file under construction; gone at the end of its life unless it got its name. For a name that
-// is free it has none before, where the host can make such files: then nothing is left of it
-// whatever ends the process.
-class Draft {
- public:
-  Draft() = default;
-  Draft(const Draft&) = delete;
-  Draft& operator=(const Draft&) = delete;
-  ~Draft() {
-    if (file_.Get() >= 0 && isNamed_) {
-      unlink(path_.c_str());
-    }
-  }
-
-  Code Create(const std::string& folder, bool isTargetFree, mode_t permissions) {
-    if (isTargetFree) {
-      const char* place = folder.empty() ? "." : folder.c_str();
-      file_.Reset(open(place, O_WRONLY | O_TMPFILE | O_CLOEXEC, permissions));
-    }
-    if (file_.Get() < 0) {
-      return CreateNamed(folder, permissions);
-    }
-    path_ = "/proc/self/fd/" + std::to_string(file_.Get());
-    return kSuccess;
-  }
-
-  int File() const { return file_.Get(); }
-  // A path that leads to the file, whether it has a name or not.
-  const std::string& Path() const { return path_; }
-
-  Code Name(const std::string& path, bool replace) {
-    int error = isNamed_ ? Rename(path, replace) : Link(path);
-    if (error == EEXIST && !isNamed_ && replace) {
-      error = LinkOver(path);  // the name was free when the copy began
-    }
-    if (error == 0) {
-      file_.Reset(-1);
-    }
-    return CodeOf(error);
-  }
-
- private:
-  static std::string FreshName(const std::string& folder) {
-    // From a random start, so that what an ended process left is seldom in the way.
-    static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
-    std::array<char, 32> name;
-    std::snprintf(name.data(), name.size(), "tessel-%016" PRIx64 ".tmp", counter++);
-    return folder + name.data();
-  }
-
-  Code CreateNamed(const std::string& folder, mode_t permissions) {
-    int error = EEXIST;
-    while (error == EEXIST) {
-      path_ = FreshName(folder);
-      file_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
-      error = file_.Get() < 0 ? errno : 0;
-    }
-    isNamed_ = error == 0;
-    return CodeOf(error);
-  }
-
-  int Link(const std::string& path) const {
-    if (linkat(file_.Get(), "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0) {
-      return 0;
-    }
-    if (errno != ENOENT) {
-      return errno;
-    }
-    // Either the folder is gone, or the host lets this process name files only by their paths.
-    return linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0
-                                                                                           : errno;
-  }
-
-  int Rename(const std::string& path, bool replace) const {
-    if (!replace) {
-      return RenameToFree(path_, path);
-    }
-    return rename(path_.c_str(), path.c_str()) == 0 ? 0 : errno;
-  }
-
-  int LinkOver(const std::string& path) {
-    const std::string name = FreshName(FolderOf(path));
-    const int error = Link(name);
-    if (error != 0) {
-      return error;
-    }
-    path_ = name;
-    isNamed_ = true;
-    return Rename(path, true);
-  }
-
-  Descriptor file_;
-  std::string path_;
-  bool isNamed_ = false;
-};
 
 // Copies content from the same place of one file to that of another.
 class ContentCopier {
@@ -162,7 +61,7 @@ class ContentCopier {
     while (at < end) {
       const auto wanted = static_cast<std::size_t>(end - at);
       const bool inKernel = inKernel_ && wanted > kSmall;
-      const ssize_t length = inKernel ? CopyInKernel(at, wanted) : CopyByHand(at, wanted);
+      const ssize_t length = inKernel ? CopyInKernel(at, wanted) : CopyByBuffer(at, wanted);
       if (length > 0) {
         at += length;
       } else if (inKernel) {
@@ -181,7 +80,7 @@ class ContentCopier {
     return copy_file_range(source_, &at, target_, &to, wanted, 0);
   }
 
-  ssize_t CopyByHand(off_t at, std::size_t wanted) {
+  ssize_t CopyByBuffer(off_t at, std::size_t wanted) {
     if (wanted <= kSmall) {
       std::array<char, kSmall> buffer;
       return CopyThrough(at, std::span(buffer).first(wanted));
@@ -229,12 +128,12 @@ Code FindTarget(const HostPath& target, const struct stat& source, HostPath* pla
   constexpr files::Attributes kKept = files::kReadOnly | files::kHidden | files::kSystem;
   *place = target;
   if (S_ISLNK(target.entry.st_mode)) {
-    const std::unique_ptr<char, decltype(&std::free)> real(realpath(target.path.c_str(), nullptr),
-                                                           &std::free);
-    if (real == nullptr || lstat(real.get(), &place->entry) != 0) {
+    if (const int error = RealPath(target.path, &place->path); error != 0) {
+      return CodeOf(error);
+    }
+    if (lstat(place->path.c_str(), &place->entry) != 0) {
       return CodeOf(errno);
     }
-    place->path = real.get();
   }
   const struct stat& entry = place->entry;
   if (entry.st_dev == source.st_dev && entry.st_ino == source.st_ino) {
@@ -251,9 +150,9 @@ Code FindTarget(const HostPath& target, const struct stat& source, HostPath* pla
   return code == kSuccess ? CheckUnused(*place) : code;
 }
 
-// Gives the new file what it shall have besides content. `place` has no entry where nothing is
+// Gives the new file what it has besides content. `place` has no entry where nothing is
 // replaced.
-Code Finish(const Draft& draft, const struct stat& from, files::Attributes attributes,
+Code Finish(const AtomicFile& draft, const struct stat& from, files::Attributes attributes,
             const HostPath& place) {
   const bool replaces = place.entry.st_mode != 0;
   if (replaces) {
@@ -290,9 +189,9 @@ Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions option
   if (code != kSuccess) {
     return code;
   }
-  Draft draft;
-  code = draft.Create(FolderOf(place.path), place.entry.st_mode == 0,
-                      (entry.st_mode & 0777) | S_IWUSR);
+  AtomicFile draft;
+  code = CodeOf(draft.Create(FolderOf(place.path), place.entry.st_mode == 0,
+                             (entry.st_mode & 0777) | S_IWUSR));
   if (code == kSuccess) {
     code = ContentCopier(from.Get(), draft.File()).Copy(entry);
   }
@@ -307,7 +206,7 @@ Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions option
     code = CodeOf(errno, kWriteFault);
   }
   if (code == kSuccess) {
-    code = draft.Name(place.path, options.replace);
+    code = CodeOf(draft.Name(place.path, options.replace));
   }
   return code;
 }

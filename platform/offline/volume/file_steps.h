@@ -8,6 +8,7 @@
 
 #include "platform/error.h"
 #include "platform/files.h"
+#include "platform/linux/file_names.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
@@ -15,12 +16,9 @@ namespace platform::posix {
 // Where the file to open is, or is to be made.
 Code LocateFile(cvn::StringView path, files::Disposition disposition, HostPath* host);
 
-// 32 when the file is open. Nobody who has a file open lets others delete or rename it: there is no
-// share mode for that here.
+// 32 when the file is open. An open file can't be deleted or renamed by others: there is no share
+// mode for that here.
 Code CheckUnused(const HostPath& host);
-
-// The folder that `path` lies in, with its slash.
-std::string FolderOf(const std::string& path);
 
 // Makes a folder writable that its owner, who is this user, may not write to. At the end of its
 // life the folder is as it was.
@@ -51,11 +49,5 @@ Code ChangeFolder(const HostPath& place, Step step) {
   const WritableFolder folder(FolderOf(place.path));
   return folder.IsMade() ? step() : code;
 }
-
-// Makes a change of names in a folder last.
-Code FlushFolder(const std::string& folder);
-
-// Gives a new name, atomically; EEXIST when that is taken. 0, or the value of errno.
-int RenameToFree(const std::string& from, const std::string& to);
 
 }  // namespace platform::posix

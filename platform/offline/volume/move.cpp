@@ -6,8 +6,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
 
 #include "platform/files.h"
 #include "platform/linux/descriptor.h"
@@ -146,12 +144,12 @@ Code TakePlace(cvn::StringView from, cvn::StringView to) {
   // What a link leads to gets the new version; the link stays, and its own mode means nothing.
   cvn::String place(to);
   if (S_ISLNK(old.entry.st_mode)) {
-    const std::unique_ptr<char, decltype(&std::free)> real(realpath(old.path.c_str(), nullptr),
-                                                           &std::free);
-    if (real == nullptr || lstat(real.get(), &old.entry) != 0) {
+    if (const int error = posix::RealPath(old.path, &old.path); error != 0) {
+      return posix::Fail(posix::CodeOf(error));
+    }
+    if (lstat(old.path.c_str(), &old.entry) != 0) {
       return posix::Fail(posix::CodeOf(errno));
     }
-    old.path = real.get();
     place = posix::ToMachinePath(old.path);
   }
   if (S_ISREG(old.entry.st_mode)) {
