@@ -1,8 +1,8 @@
 // The content of a hive file: the format that Windows calls regf, versions 1.3 to 1.6.
 //
-// A hive file is cells that name each other by their offsets. Here they are read and changed in
-// memory; everything that a change doesn't concern (security, classes, times, cells of unknown use)
-// stays as it is. Nothing that stands in a file is trusted: whatever doesn't fit gives 1009.
+// A hive file consists of cells that refer to each other by their offsets. They are read and
+// changed in memory; what a change doesn't concern (security, classes, times, cells of unknown use)
+// stays as it is. Nothing in a file is trusted: what doesn't fit the format gives 1009.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,7 @@ namespace platform::posix {
 
 class HiveFile {
  public:
-  // A cell's offset in the file's part behind its first block.
+  // A cell's offset from the end of the base block.
   using Cell = std::uint32_t;
   static constexpr Cell kNoCell = 0xFFFFFFFF;
 
@@ -42,7 +42,7 @@ class HiveFile {
   // Who may read a new hive's keys. Administrators and SYSTEM may do all.
   enum class Readers { All, Privileged };
 
-  // A hive of nothing but its root, which `fileName` is written into.
+  // A hive with a root and no other key. `fileName` is kept in its base block.
   static HiveFile MakeEmpty(cvn::StringView fileName, Readers readers);
 
   // Takes the content of a file.
@@ -50,7 +50,7 @@ class HiveFile {
 
   std::span<const std::byte> Bytes() const { return bytes_; }
   Cell Root() const { return root_; }
-  // The last who wrote the file was interrupted, and left the rest of his work in a log.
+  // The last writer was interrupted, and left the rest of its work in a log.
   bool IsInterrupted() const;
 
   Code ReadKey(Cell key, KeyRecord* record) const;
@@ -81,23 +81,26 @@ class HiveFile {
  private:
   class View;
 
+  // Cells.
   View At(Cell cell) const;
-  View KeyAt(Cell cell) const;
-  View ValueAt(Cell cell) const;
   std::byte* Payload(Cell cell);
-  template <typename Number>
-  void Put(Cell cell, std::size_t offset, Number number);
-
-  bool AreBinsWhole() const;
   bool CollectFreeCells(std::size_t bin, std::size_t end);
-  std::size_t LargestPlainData() const;
-  Code ReadList(Cell list, bool mayBeIndex, std::vector<Cell>* subKeys) const;
-  Code ReadSegments(View record, std::size_t size, std::vector<std::byte>* data) const;
-
   Cell Allocate(std::size_t size);
   Cell AppendBin(std::size_t cellSize);
   Cell TakeFrom(Cell cell, std::size_t available, std::size_t wanted);
   void Free(Cell cell);
+
+  // Reading.
+  View KeyAt(Cell cell) const;
+  View ValueAt(Cell cell) const;
+  bool AreBinsWhole() const;
+  std::size_t LargestPlainData() const;
+  Code ReadList(Cell list, bool mayBeIndex, std::vector<Cell>* subKeys) const;
+  Code ReadSegments(View record, std::size_t size, std::vector<std::byte>* data) const;
+
+  // Writing.
+  template <typename Number>
+  void Put(Cell cell, std::size_t offset, Number number);
   void FreeSubKeyLists(Cell list);
   void FreeData(View value);
   Cell AddData(std::span<const std::byte> data);
