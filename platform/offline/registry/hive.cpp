@@ -1,20 +1,9 @@
 #include "platform/offline/registry/hive.h"
-#include "platform/linux/descriptor.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "platform/formats/names.h"
-#include "platform/linux/error_map.h"
-#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 namespace {
@@ -22,27 +11,6 @@ namespace {
 // What a link names, in the form "\Registry\Machine\...".
 constexpr cvn::StringView kLinkValue = u"SymbolicLinkValue";
 constexpr std::uint32_t kLinkType = 6;
-
-bool IsSameFile(const struct stat& left, const struct stat& right) {
-  return left.st_dev == right.st_dev && left.st_ino == right.st_ino &&
-         left.st_size == right.st_size && left.st_mtim.tv_sec == right.st_mtim.tv_sec &&
-         left.st_mtim.tv_nsec == right.st_mtim.tv_nsec;
-}
-
-std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
-
-Code LastHostError() { return CodeOf(errno, kWriteFault); }
-
-Code WriteAll(int to, std::span<const std::byte> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = write(to, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) {
-      return LastHostError();
-    }
-    bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-  }
-  return fsync(to) == 0 ? kSuccess : LastHostError();
-}
 
 // A key's name in the table of its siblings. A damaged or foreign file may have two of a name: the
 // first is found, and the others are kept.
@@ -55,28 +23,6 @@ std::u16string IndexOf(const std::u16string& name, std::size_t position, bool is
 }
 
 }  // namespace
-
-Code Hive::Lock::Take(const std::string& path, const struct stat& expected) {
-  descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor_ < 0) {
-    return LastHostError();
-  }
-  struct stat entry {};
-  // A file system that has no locks lets everything pass.
-  const bool isBusy = flock(descriptor_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  if (isBusy || fstat(descriptor_, &entry) != 0 || !IsSameFile(entry, expected)) {
-    Release();
-    return kSharingViolation;
-  }
-  return kSuccess;
-}
-
-void Hive::Lock::Release() {
-  if (descriptor_ >= 0) {
-    close(descriptor_);
-    descriptor_ = -1;
-  }
-}
 
 Hive::Hive() : root_(MakeRoot()) { root_->isVolatile = true; }
 
@@ -117,58 +63,6 @@ Code Hive::Root(KeyPtr* root) {
   }
   *root = root_;
   return kSuccess;
-}
-
-Code Hive::Load() {
-  std::vector<std::byte> content;
-  Code code = ReadFile(&content);
-  if (code == kSuccess) {
-    code = file_.Load(std::move(content));
-  }
-  if (code != kSuccess) {
-    return code;
-  }
-  // Even root is bound by what the file's mode says, as SYSTEM is by READONLY on Windows. Windows
-  // would write what stands in a log over our changes.
-  isReadOnly_ = (loaded_.st_mode & 0222) == 0 || access(path_.c_str(), W_OK) != 0 ||
-                access(FolderOf(path_).c_str(), W_OK) != 0 || (file_.IsInterrupted() && HasLog());
-  root_ = MakeRoot();
-  root_->cell = file_.Root();
-  return kSuccess;
-}
-
-Code Hive::ReadFile(std::vector<std::byte>* content) {
-  const Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (file.Get() < 0 || fstat(file.Get(), &loaded_) != 0) {
-    return CodeOf(errno, kReadFault);
-  }
-  if (!S_ISREG(loaded_.st_mode)) {
-    return kBadDatabase;
-  }
-  content->resize(static_cast<std::size_t>(loaded_.st_size));
-  std::size_t at = 0;
-  while (at < content->size()) {
-    const ssize_t got = read(file.Get(), content->data() + at, content->size() - at);
-    if (got == 0) {
-      break;
-    }
-    if (got < 0 && errno != EINTR) {
-      return CodeOf(errno, kReadFault);
-    }
-    at += static_cast<std::size_t>(std::max<ssize_t>(got, 0));
-  }
-  content->resize(at);
-  return kSuccess;
-}
-
-bool Hive::HasLog() const {
-  for (const char* ending : {".LOG", ".LOG1", ".LOG2"}) {
-    struct stat entry {};
-    if (stat((path_ + ending).c_str(), &entry) == 0 && entry.st_size != 0) {
-      return true;
-    }
-  }
-  return false;
 }
 
 Code Hive::SubKeys(KeyNode& key, SubKeyTable** subKeys) {
@@ -414,127 +308,6 @@ Code Hive::DeleteValue(KeyNode& key, cvn::StringView name) {
   if (!key.isVolatile) {
     Touch(key, &key.hasNewValues);
   }
-  return kSuccess;
-}
-
-Code Hive::Flush() {
-  if (broken_ != kSuccess) {
-    return broken_;
-  }
-  Code code = kSuccess;
-  if (IsChanged()) {
-    try {
-      code = Apply();
-    } catch (const std::length_error&) {
-      code = kDiskFull;
-    } catch (const std::bad_alloc&) {
-      code = kNotEnoughMemory;
-    }
-    if (code != kSuccess) {
-      broken_ = code;
-      return code;
-    }
-    code = Write();
-  }
-  if (code == kSuccess) {
-    lock_.Release();
-  }
-  return code;
-}
-
-// Brings the changes from the tree into the content of the file.
-Code Hive::Apply() {
-  isUnwritten_ = true;
-  for (const HiveFile::Cell cell : removed_) {
-    file_.FreeKey(cell);
-  }
-  removed_.clear();
-  for (const KeyPtr& key : touched_) {
-    Code code = kSuccess;
-    if (key->hasNewSubKeys && !key->isDeleted) {
-      code = ApplySubKeys(*key);
-    }
-    if (code == kSuccess && key->hasNewValues && !key->isDeleted) {
-      code = ApplyValues(*key);
-    }
-    if (code != kSuccess) {
-      return code;
-    }
-    key->hasNewSubKeys = false;
-    key->hasNewValues = false;
-  }
-  touched_.clear();
-  return kSuccess;
-}
-
-Code Hive::ApplySubKeys(KeyNode& key) {
-  std::vector<HiveFile::NamedKey> subKeys;
-  subKeys.reserve(key.subKeys->size());
-  for (const auto& [index, subKey] : *key.subKeys) {
-    if (subKey->isVolatile) {
-      continue;
-    }
-    if (subKey->cell == HiveFile::kNoCell) {
-      subKey->cell = file_.AddKey(key.cell, subKey->name);
-    }
-    subKeys.push_back({subKey->cell, subKey->name});
-  }
-  return file_.SetSubKeys(key.cell, subKeys);
-}
-
-Code Hive::ApplyValues(KeyNode& key) {
-  for (const HiveFile::Cell cell : key.values->dropped) {
-    file_.FreeValue(cell);
-  }
-  key.values->dropped.clear();
-  std::vector<HiveFile::Cell> cells;
-  cells.reserve(key.values->byAge.size());
-  for (auto& [age, value] : key.values->byAge) {
-    if (value.cell == HiveFile::kNoCell) {
-      value.cell = file_.AddValue(value.name, value.type, value.data);
-      std::vector<std::byte>().swap(value.data);
-    }
-    cells.push_back(value.cell);
-  }
-  return file_.SetValues(key.cell, cells);
-}
-
-// The lock, which is held, makes the other file's name ours.
-Code Hive::Write() {
-  file_.Seal();
-  const std::string fresh = path_ + ".tessel-new";
-  unlink(fresh.c_str());
-  const Descriptor to(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  if (to.Get() < 0) {
-    return LastHostError();
-  }
-  Code code = kSuccess;
-  if (isNew_) {
-    fchmod(to.Get(), 0644);
-  } else {
-    code = CopyMetadata(lock_.Descriptor(), loaded_, to.Get());
-  }
-  if (code == kSuccess) {
-    code = WriteAll(to.Get(), file_.Bytes());
-  }
-  struct stat entry {};
-  if (code == kSuccess && !isNew_ &&
-      (stat(path_.c_str(), &entry) != 0 || !IsSameFile(entry, loaded_))) {
-    code = kSharingViolation;
-  }
-  if (code == kSuccess &&
-      (fstat(to.Get(), &entry) != 0 || rename(fresh.c_str(), path_.c_str()) != 0)) {
-    code = LastHostError();
-  }
-  if (code != kSuccess) {
-    unlink(fresh.c_str());
-    return code;
-  }
-  const Descriptor folder(open(FolderOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  fsync(folder.Get());
-  loaded_ = entry;
-  isNew_ = false;
-  isUnwritten_ = false;
   return kSuccess;
 }
 

@@ -62,7 +62,7 @@ struct KeyNode : std::enable_shared_from_this<KeyNode> {
   Mount* mount = nullptr;  // whose root stands in the place of this key
   bool isVolatile = false;
   bool isLink = false;   // opens as what its value names
-  bool isFixed = false;  // the system's own, which nobody may delete
+  bool isFixed = false;  // the system's own, which can't be deleted
   bool isDeleted = false;
   bool hasNewSubKeys = false;  // the file has other subkeys
   bool hasNewValues = false;   // the file has other values
@@ -148,7 +148,7 @@ class Hive {
   Lock lock_;
   HiveFile file_;
   KeyPtr root_;
-  std::vector<KeyPtr> touched_;  // keys that differ from file_, each behind its parent
+  std::vector<KeyPtr> touched_;  // keys that differ from file_, each after its parent
   std::vector<HiveFile::Cell> removed_;
   bool isUnwritten_ = false;  // file_ differs from the file on the disk
 };

@@ -14,7 +14,7 @@ namespace {
 constexpr cvn::StringView kKey = u"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
 constexpr cvn::StringView kValue = u"PendingFileRenameOperations";
 
-// Text with a zero behind it, in the registry's form.
+// Text with a zero after it, in the registry's form.
 void AppendText(cvn::StringView text, std::vector<std::byte>* data) {
   const auto append = [data](char16_t unit) {
     data->push_back(static_cast<std::byte>(unit & 0xFF));

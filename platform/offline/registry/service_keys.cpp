@@ -78,7 +78,7 @@ cvn::String StoredPath(const Config& config) {
   return stored;
 }
 
-// Writes the values of a service. The first failure is kept, and nothing written behind it.
+// Writes the values of a service. The first failure is kept, and nothing written after it.
 class Writer {
  public:
   explicit Writer(const Key& key) : key_(key) {}
