@@ -1,6 +1,6 @@
-// The ANSI code page of INI files: windows-1252, whatever the machine's own is. Each byte is one
-// code unit, and a byte without a character stands for the control character of its number, as it
-// does on Windows.
+// The ANSI code page of INI files: windows-1252, also where the machine's own is another. Each byte
+// is one code unit, and a byte without a character stands for the control character of its number,
+// as on Windows.
 #pragma once
 
 #include <string>

@@ -22,7 +22,7 @@ struct Line {
   cvn::StringView content;  // without blanks around it
   std::size_t start = 0;
   std::size_t contentEnd = 0;  // where the line end begins
-  std::size_t end = 0;         // behind the line end; the same when there is none
+  std::size_t end = 0;         // after the line end; the same when there is none
 };
 
 Line LineAt(cvn::StringView text, std::size_t start) {
@@ -64,7 +64,7 @@ cvn::StringView KeyOf(const Line& line) {
 
 struct Place {
   bool hasSection = false;
-  std::size_t sectionEnd = 0;  // behind the last line of the section that is not blank
+  std::size_t sectionEnd = 0;  // after the last line of the section that is not blank
   std::optional<Line> line;    // the key's
 };
 

@@ -27,8 +27,8 @@ struct Edit {
 };
 
 // What gives the key this value. The line of the key becomes "key=value", spelled as it is there,
-// and keeps its line end; a new line ends in CR LF and stands behind the last line of its section
-// that is not blank; a new section stands at the end of the text.
+// and keeps its line end; a new line ends in CR LF and follows the last line of its section that
+// is not blank; a new section stands at the end of the text.
 Edit EditForValue(cvn::StringView text, cvn::StringView section, cvn::StringView key,
                   cvn::StringView value);
 

@@ -2,7 +2,7 @@
 //
 // A host name is read as UTF-8. A surrogate without its partner is kept in the three bytes that
 // UTF-8 would have for it, and a byte that is no part of UTF-8 becomes the surrogate U+DC00 + byte.
-// Both directions lose nothing, whatever the bytes or the text.
+// Both directions lose nothing of any bytes or text.
 #pragma once
 
 #include <string>

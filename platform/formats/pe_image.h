@@ -1,6 +1,6 @@
 // PE images: programs, libraries and drivers.
 //
-// Whatever the headers claim is checked against the file before it is used.
+// What the headers claim is checked against the file before it is used.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ struct PeSection {
 struct PeImage {
   Range checksum;       // the header's field
   Range securityEntry;  // the security directory's entry; empty when there are fewer directories
-  Range certificates;   // the certificate table, which lies behind the headers and outside sections
+  Range certificates;  // the certificate table, which follows the headers and lies outside sections
   std::uint32_t resources = 0;  // the address of the resource directory; 0 when there is none
   std::vector<PeSection> sections;
 

@@ -35,10 +35,10 @@ class Pattern {
   void Advance(cvn::StringView rest);
 
   std::vector<Step> steps_;
-  std::u16string tail_;  // the units behind the last wildcard
+  std::u16string tail_;  // the units after the last wildcard
   bool matchesAll_ = false;
-  bool isTailOnly_ = false;  // a '*' and the tail: whatever ends in the tail matches
-  // Which steps may come next, in rising order: before a unit of the name, and behind it.
+  bool isTailOnly_ = false;  // a '*' and the tail: a name that ends in the tail matches
+  // Which steps may come next, in rising order: before a unit of the name, and after it.
   std::vector<std::size_t> here_;
   std::vector<std::size_t> next_;
 };

@@ -10,7 +10,7 @@ namespace platform::posix {
 // '/' separates as '\' does.
 bool IsSeparator(char16_t character);
 
-// True for "C:" with whatever follows.
+// True for "C:" and all that begins with it.
 bool HasDrive(cvn::StringView path);
 
 // True for "\\?\" and its older spelling "\??\": what follows is taken literally.

@@ -12,7 +12,7 @@
 namespace platform::streams {
 
 // A reader that goes away must not end a patch half-way, hence no SIGPIPE: the write fails instead.
-// Programs that this process starts would inherit that; whoever starts one gives it the default
+// Programs that this process starts would inherit that; process::Start gives them the default
 // action back.
 void SetTextModes() { signal(SIGPIPE, SIG_IGN); }
 

@@ -10,7 +10,7 @@
 namespace platform::posix {
 
 // As machine::Create, in a folder as the host names it. It is built under another name beside it,
-// so that nobody ever finds half of a machine.
+// so that half of a machine is never to be found.
 Code MakeMachine(const std::string& folder, const machine::Description& description);
 
 // The machine that the environment names; one that is missing is made.

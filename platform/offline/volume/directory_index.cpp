@@ -136,7 +136,7 @@ void DirectoryIndex::ReadEvents() {
       at += static_cast<ssize_t>(sizeof(*event) + event->len);
     }
     if (static_cast<std::size_t>(length) + kLargestEvent <= sizeof(buffer)) {
-      return;  // there was room for another, so there is no other
+      return;  // another event would have fitted, so there is none
     }
   }
 }

@@ -16,7 +16,7 @@
 namespace platform::posix {
 
 // Keeps the names of the directories that were asked for last, by their folded form. A directory is
-// read once and then followed: the kernel reports each name that comes or goes, whoever causes it,
+// read once and then followed: the kernel reports each name that comes or goes, from any process,
 // so that work on a directory of any size costs no more than the work itself. Where it reports
 // nothing (no watch to be had, a change made by another host), the directory's times tell that the
 // names must be read anew.

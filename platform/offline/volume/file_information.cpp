@@ -1,5 +1,5 @@
-// What is told of a file that nobody opens for its content: its identity, its final path, and whose
-// program it is.
+// What can be asked of a file besides its content: its identity, its final path, and the company
+// that made it.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

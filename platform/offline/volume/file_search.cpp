@@ -142,7 +142,7 @@ class Listing {
     unsigned char type;
   };
 
-  // Puts the upper-case form behind all others, where it stays if the name is added.
+  // Puts the upper-case form after all others, where it stays if the name is added.
   cvn::StringView Fold(std::string_view name) {
     folds_.resize(foldsUsed_);
     isAscii_ = isAscii_ && posix::IsAscii(name);
@@ -233,7 +233,7 @@ struct SearchEntry::Details {
 Attributes SearchEntry::GetAttributes() const {
   const struct stat& status = details_->Status(isDirectory_);
   Attributes attributes = 0;
-  // What can't be read is listed all the same, with nothing special.
+  // What can't be read is listed with the attributes of a new file.
   posix::ReadAttributes(Below(*details_->folder, details_->name), status, isDirectory_,
                         &attributes);
   return attributes;

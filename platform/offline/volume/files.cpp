@@ -39,16 +39,16 @@ int FlagsOf(Access access, Disposition disposition) {
   return flags;
 }
 
-// Who may not read a file has no way to those of its attributes that are stored apart from it: it
-// counts as a usual one.
+// The attributes that are stored apart from a file can't be read without the right to read it: it
+// counts as a file without them.
 Code KnownAttributes(const std::string& path, const struct stat& entry, bool isFolder,
                      Attributes* attributes) {
   const Code code = posix::ReadAttributes(path, entry, isFolder, attributes);
   return code == kAccessDenied ? kSuccess : code;
 }
 
-// Checks an open descriptor, and empties the file where that is asked for: not before this opening
-// is known to be in order, for the content would be lost.
+// Checks an open descriptor, and then empties the file where that is asked for: emptied earlier, it
+// would lose its content to an open that fails.
 Code Prepare(int descriptor, const std::string& path, Access access, Share share,
              Disposition disposition) {
   struct stat entry {};
@@ -187,7 +187,7 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
   const Code prepared = Prepare(descriptor, host.path, access, share, disposition);
   if (prepared != kSuccess) {
     if (disposition == Disposition::CreateNew) {
-      unlink(host.path.c_str());  // a file that nobody got is not there
+      unlink(host.path.c_str());  // the caller gets no file, so none is left
     }
     return Fail(prepared);
   }

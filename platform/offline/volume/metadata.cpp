@@ -18,7 +18,7 @@ namespace {
 
 constexpr mode_t kPermissions = 07777;
 
-// The names, each with a zero behind it.
+// The names, each with a zero after it.
 Code ListExtended(int file, std::string* names) {
   names->resize(XATTR_LIST_MAX);
   const ssize_t length = flistxattr(file, names->data(), names->size());

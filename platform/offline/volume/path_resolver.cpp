@@ -20,7 +20,7 @@ DirectoryIndex& Index() {
   return index;
 }
 
-// Respells the last name of `path`, the one behind `slash`, as its folder has it.
+// Respells the last name of `path`, the one after `slash`, as its folder has it.
 Code Respell(std::string* path, std::size_t slash, struct stat* entry) {
   const std::string folder = slash == 0 ? "/" : path->substr(0, slash);
   std::string spelled;

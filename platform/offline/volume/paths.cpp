@@ -28,7 +28,7 @@ bool Find(cvn::StringView path, posix::HostPath* host) {
 }
 
 // The drive with its separator, or the server and the share, that a path begins with; empty when
-// there is none, to which also a '/' behind a drive counts, as on Windows. In upper case.
+// there is none, as for a '/' after a drive on Windows. In upper case.
 std::u16string RootOf(cvn::StringView path) {
   std::size_t length = posix::RootLength(path);
   const bool hasDrive = length >= 3 && path[length - 2] == u':' && path[length - 1] == u'\\';

@@ -13,10 +13,10 @@ namespace {
 using files::Access;
 using files::Share;
 
-// What an open file does and what it denies to others is told by locks on bytes far beyond the
-// content of any file: each has a range, in which everyone concerned locks one byte. Whoever opens
-// the file tells first and looks for contradictions then, so that of two at the same time one at
-// least sees the other.
+// What an open file does and what it denies to others is published by locks on bytes far beyond the
+// content of any file: each has a range, in which every open file concerned locks one byte. A
+// process that opens a file publishes first and looks for contradictions then, so that of two that
+// open it at the same time at least one sees the other.
 enum Range : unsigned { kReads = 1, kWrites = 2, kDeniesReading = 4, kDeniesWriting = 8 };
 constexpr Range kRanges[] = {kReads, kWrites, kDeniesReading, kDeniesWriting};
 
@@ -33,7 +33,7 @@ struct flock LockOn(Range range, off_t offset, off_t length, short type) {
 }
 
 // Another's lock, of either type, lies in one of the ranges from `first` to `last`.
-bool IsTold(int descriptor, Range first, Range last) {
+bool IsPublished(int descriptor, Range first, Range last) {
   struct flock lock = LockOn(first, 0, (last - first + 1) * kRangeLength, F_WRLCK);
   return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
@@ -70,7 +70,7 @@ Code TakeShare(int descriptor, Access access, Share share) {
     }
   }
   for (const Range range : kRanges) {
-    if ((ranges & range) != 0 && IsTold(descriptor, OppositeOf(range), OppositeOf(range))) {
+    if ((ranges & range) != 0 && IsPublished(descriptor, OppositeOf(range), OppositeOf(range))) {
       return kSharingViolation;
     }
   }
@@ -82,7 +82,7 @@ bool IsInUse(const std::string& path) {
   if (descriptor < 0) {
     return false;
   }
-  const bool inUse = IsTold(descriptor, kReads, kWrites);
+  const bool inUse = IsPublished(descriptor, kReads, kWrites);
   close(descriptor);
   return inUse;
 }

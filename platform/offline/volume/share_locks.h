@@ -1,4 +1,4 @@
-// The share modes of open files, as an agreement between programs that keep it through this layer.
+// The share modes of open files, as an agreement between the programs that use this layer.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ namespace platform::posix {
 // other. A file system that has no locks lets everything pass.
 Code TakeShare(int descriptor, files::Access access, files::Share share);
 
-// True when the regular file `path` is open by a program that keeps the agreement.
+// True when a program that uses this layer has the regular file `path` open.
 bool IsInUse(const std::string& path);
 
 }  // namespace platform::posix
