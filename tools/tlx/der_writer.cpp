@@ -46,8 +46,7 @@ std::string Sequence(std::initializer_list<std::string_view> parts) {
 std::string SetOf(Tag tag, std::vector<std::string> elements) {
   // Bytes compare without a sign, and no element is the beginning of another.
   std::ranges::sort(elements);
-  const auto repeated = std::ranges::unique(elements);
-  elements.erase(repeated.begin(), repeated.end());
+  elements.erase(std::unique(elements.begin(), elements.end()), elements.end());
   std::string content;
   for (const std::string& element : elements) {
     content.append(element);

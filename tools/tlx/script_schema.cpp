@@ -143,7 +143,8 @@ struct Content {
   FunctionKind kind;
   bool hasData;
 
-  auto operator<=>(const Content&) const = default;
+  // The check takes the zero in what the compiler makes of this for a null pointer.
+  auto operator<=>(const Content&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 // The group that holds it; empty for nothing.
