@@ -12,8 +12,9 @@ cvn::String UserSid(std::uint32_t id) {
   char buffer[4096];
   std::string_view status = posix::ReadProcessFile(id, "status", buffer);
   const std::size_t user = status.find(kUser);
-  const std::size_t effective = user == status.npos ? user : status.find('\t', user + kUser.size());
-  if (effective == status.npos) {
+  const std::size_t effective =
+      user == std::string_view::npos ? user : status.find('\t', user + kUser.size());
+  if (effective == std::string_view::npos) {
     return {};
   }
   status.remove_prefix(effective + 1);
