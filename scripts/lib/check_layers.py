@@ -1,4 +1,4 @@
-"""Checks the includes of the product's sources against the layers. It counts as one test, "layers".
+"""Checks the product's sources against the layers. It counts as one test, "layers".
 
 CMake's DEPENDS say which folders and libraries a target uses, directly or through another. All
 targets share one include root, so the compiler wouldn't notice an include of anything else.
@@ -28,6 +28,7 @@ PARTS = {
 BACKENDS = ("platform/windows/", "platform/linux/", "platform/offline/")
 # The parts that the layers above platform/ may use as well; bytes in, values out.
 PORTABLE_PARTS = ("platform", "platform/formats")
+LONGEST_FILE = 500  # lines; what is longer has more than one subject
 STREAMS_AND_FILES = {"cstdio", "filesystem", "fstream", "iostream", "istream", "ostream"}
 
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
@@ -164,6 +165,11 @@ class Tree:
             if file.endswith(".cpp") and file not in self.files:
                 yield f"{file}: no target lists it"
 
+    def long_files(self):
+        for file, text in sorted(self.sources.items()):
+            if text.count("\n") > LONGEST_FILE:
+                yield f"{file}: has more than {LONGEST_FILE} lines"
+
     def circles(self):
         """One circle of headers for each that there is to be found from some header."""
         done, way = set(), []
@@ -197,7 +203,7 @@ def main():
 
     tree = Tree(arguments.root.resolve())
     found = [*tree.wrong_includes(), *tree.platform_conditions(), *tree.unlisted_files(),
-             *tree.circles()]
+             *tree.long_files(), *tree.circles()]
     print(f"== Layers: {len(found)} faults in {len(tree.sources)} files")
     if arguments.json:
         results.write(arguments.json, 1, ["\n".join(["layers:", *found])] if found else [])
