@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include "platform/formats/names.h"
+#include "platform/offline/registry/registry_values.h"
 
 namespace platform::posix {
 namespace {
 
-constexpr std::size_t kLongestKeyName = 255;
 constexpr std::size_t kDeepestKey = 512;
 
 std::size_t DepthOf(const KeyNode* key) {

@@ -9,6 +9,7 @@
 #include "platform/offline/registry/key_ways.h"
 #include "platform/offline/registry/opened_key.h"
 #include "platform/offline/registry/registry_space.h"
+#include "platform/offline/registry/registry_values.h"
 
 namespace platform::registry {
 namespace {
@@ -26,7 +27,6 @@ using posix::UpToZero;
 using posix::ValueTable;
 using posix::Ways;
 
-constexpr std::size_t kLongestValueName = 16383;
 constexpr std::size_t kLargestData = std::size_t{1} << 30;
 
 std::mutex& Mutex() {
@@ -172,7 +172,7 @@ Code SetValue(const Key& key, cvn::StringView name, std::uint32_t type,
               std::span<const std::byte> data) {
   return WithKey(key, kSetValue, [&](OpenedKey* opened) {
     name = UpToZero(name);
-    if (name.size() > kLongestValueName || data.size() > kLargestData) {
+    if (name.size() > posix::kLongestValueName || data.size() > kLargestData) {
       return kInvalidParameter;
     }
     KeyNode& main = Main(*opened);

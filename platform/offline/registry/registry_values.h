@@ -1,4 +1,4 @@
-// The data of values, read.
+// The data of values as text or numbers, and the longest names.
 #pragma once
 
 #include <cstddef>
@@ -12,6 +12,10 @@
 #include "platform/registry.h"
 
 namespace platform::posix {
+
+// In characters; so says the documentation of the registry's limits.
+constexpr std::size_t kLongestKeyName = 255;
+constexpr std::size_t kLongestValueName = 16383;
 
 struct ValueData {
   std::uint32_t type = registry::kTypeNone;

@@ -18,7 +18,6 @@ using services::Config;
 
 constexpr cvn::StringView kServicesKey = u"SYSTEM\\CurrentControlSet\\Services";
 constexpr cvn::StringView kDeleteFlag = u"DeleteFlag";
-constexpr std::size_t kLongestKeyName = 255;
 
 std::optional<ValueData> Read(const Key& key, cvn::StringView name) {
   ValueData value;

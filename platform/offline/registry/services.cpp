@@ -1,17 +1,14 @@
 #include "platform/services.h"
 
-#include <algorithm>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <new>
-#include <set>
 #include <stdexcept>
-#include <string>
-#include <vector>
+#include <utility>
 
 #include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
+#include "platform/offline/registry/service_database.h"
 #include "platform/offline/registry/service_keys.h"
 #include "platform/registry.h"
 
@@ -19,51 +16,27 @@ namespace platform::services {
 namespace {
 
 using posix::Fail;
-using posix::Folded;
+using posix::FindService;
 using posix::IsServiceName;
-using posix::OpenServiceKey;
 using posix::OpenServiceKeys;
 using posix::ServiceDependencies;
 using posix::UpToZero;
 using registry::Key;
-
-constexpr std::size_t kLongestKeyName = 255;
-constexpr std::uint32_t kSystemStart = 1;
-constexpr std::uint32_t kDisabledStart = 4;
-constexpr std::uint32_t kMostErrorControl = 3;
 
 // What an account that may not change the database still has of the manager and of each service:
 // the rights to ask, and to read their security.
 constexpr std::uint32_t kManagerReaderAccess = 0x20015;
 constexpr std::uint32_t kReaderAccess = 0x2018D;
 
-// A service that handles are open on.
-struct Record {
-  explicit Record(cvn::StringView itsName) : name(itsName) {}
-  Record(const Record&) = delete;
-  Record& operator=(const Record&) = delete;
-  ~Record();
-
-  cvn::String name;
-  bool isMarked = false;  // for deletion, which comes with the last handle
-};
-
 // What a handle stands for.
 struct Opened {
   std::uint32_t access = 0;
-  std::shared_ptr<Record> service;  // null for the manager
+  std::shared_ptr<posix::OpenService> service;  // null for the manager
 };
 
 std::mutex& Mutex() {
   static std::mutex mutex;
   return mutex;
-}
-
-// By the folded name.
-using Records = std::map<std::u16string, std::weak_ptr<Record>>;
-Records& OpenRecords() {
-  static Records records;
-  return records;
 }
 
 // Runs `action` alone, without letting an exception out, and makes its failure the last error.
@@ -76,7 +49,7 @@ Code Guarded(Action action) {
   } catch (const std::bad_alloc&) {
   } catch (const std::length_error&) {
   }
-  return code == kSuccess ? kSuccess : Fail(code);
+  return posix::Report(code);
 }
 
 // Runs `action` on what a handle of the right kind and with the right access stands for.
@@ -91,142 +64,12 @@ Code WithHandle(const Handle& handle, bool isManager, std::uint32_t access, Acti
   });
 }
 
-// What can't be deleted stays marked, and the manager will try again when it starts.
-Record::~Record() {
-  OpenRecords().erase(Folded(name));
-  Key services;
-  if (isMarked && OpenServiceKeys(registry::kEnumerateSubKeys, &services) == kSuccess) {
-    posix::DeleteServiceKey(services, name);
-  }
-}
-
-// The record of a service, when a handle is open on it.
-std::shared_ptr<Record> RecordOf(cvn::StringView name) {
-  const auto found = OpenRecords().find(Folded(name));
-  return found == OpenRecords().end() ? nullptr : found->second.lock();
-}
-
-// Opens a service's key for reading. What was marked for deletion before, and not deleted, is no
-// service any more.
-Code FindService(const Key& services, cvn::StringView name, Key* key) {
-  const Code code = OpenServiceKey(services, name, key);
-  const bool isLeftMarked =
-      code == kSuccess && posix::IsMarkedForDeletion(*key) && RecordOf(name) == nullptr;
-  return isLeftMarked ? kDoesNotExist : code;
-}
-
-Code FindService(cvn::StringView name, Key* key) {
-  Key services;
-  const Code code = OpenServiceKeys(0, &services);
-  return code == kSuccess ? FindService(services, name, key) : code;
-}
-
-// The names of services by their folded display names. Read once, as the manager does: a display
-// name that others write meanwhile counts from the next start on.
-class DisplayNames {
- public:
-  // The index of this process, filled when it is first asked for.
-  static DisplayNames& Get(const Key& services) {
-    static DisplayNames names(services);
-    return names;
-  }
-
-  void Add(cvn::StringView displayName, cvn::StringView service) {
-    services_.emplace(Folded(displayName), service);
-  }
-
-  // Whether a service has the display name now. Forgets those that no longer do.
-  bool IsTaken(const Key& services, cvn::StringView displayName) {
-    const std::u16string folded = Folded(displayName);
-    auto [at, end] = services_.equal_range(folded);
-    while (at != end) {
-      Key key;
-      if (FindService(services, at->second, &key) == kSuccess &&
-          Folded(posix::ReadDisplayName(key)) == folded) {
-        return true;
-      }
-      at = services_.erase(at);
-    }
-    return false;
-  }
-
- private:
-  explicit DisplayNames(const Key& services) {
-    cvn::String name;
-    for (std::uint32_t index = 0;
-         registry::EnumerateKey(services, index, kLongestKeyName + 1, &name) == kSuccess; ++index) {
-      Key key;
-      if (registry::OpenKey(services, name, registry::kQueryValue, &key) == kSuccess) {
-        const std::u16string displayName = posix::ReadDisplayName(key);
-        if (!displayName.empty()) {
-          Add(displayName, name);
-        }
-      }
-    }
-  }
-
-  std::multimap<std::u16string, cvn::String> services_;
-};
-
-Code CheckNumbers(const Config& config) {
-  constexpr std::uint32_t kTypes[] = {0x1, 0x2, 0x10, 0x20, 0x50, 0x60, 0x110, 0x120};
-  const bool isValid = std::ranges::find(kTypes, config.serviceType) != std::end(kTypes) &&
-                       config.startType <= kDisabledStart &&
-                       config.errorControl <= kMostErrorControl &&
-                       (config.startType > kSystemStart || posix::IsDriverType(config.serviceType));
-  return isValid ? kSuccess : kInvalidParameter;
-}
-
-Code CheckNames(const Key& services, const Config& config) {
-  Key other;
-  if (FindService(services, config.name, &other) == kSuccess) {
-    const std::shared_ptr<Record> record = RecordOf(config.name);
-    return record != nullptr && record->isMarked ? kMarkedForDelete : kExists;
-  }
-  if (config.displayName.Length() > posix::kLongestServiceName) {
-    return kInvalidName;
-  }
-  const bool isTaken = !config.displayName.Empty() &&
-                       (FindService(services, config.displayName, &other) == kSuccess ||
-                        DisplayNames::Get(services).IsTaken(services, config.displayName));
-  return isTaken ? kDuplicateName : kSuccess;
-}
-
-// A new service can depend on itself when services that are there depend on its name, or on a group
-// that it joins.
-Code CheckDependencies(const Key& services, const Config& config) {
-  const std::u16string ownName = Folded(config.name);
-  const std::u16string ownGroup = Folded(config.group);
-  std::set<std::u16string> seen;
-  std::vector<ServiceDependencies> open = {ServiceDependencies::In(config.dependencies)};
-  while (!open.empty()) {
-    const ServiceDependencies dependencies = std::move(open.back());
-    open.pop_back();
-    for (const std::u16string& group : dependencies.groups) {
-      if (!ownGroup.empty() && Folded(group) == ownGroup) {
-        return kCircularDependency;
-      }
-    }
-    for (const std::u16string& name : dependencies.services) {
-      const std::u16string folded = Folded(name);
-      Key key;
-      if (folded == ownName) {
-        return kCircularDependency;
-      }
-      if (seen.insert(folded).second && FindService(services, name, &key) == kSuccess) {
-        open.push_back(ServiceDependencies::Of(key));
-      }
-    }
-  }
-  return kSuccess;
-}
-
 bool MayWrite(const Key& key) {
   Key again;
   return registry::OpenKey(key, u"", registry::kSetValue, &again) == kSuccess;
 }
 
-void Publish(std::uint32_t access, std::shared_ptr<Record> service, Handle* handle) {
+void Publish(std::uint32_t access, std::shared_ptr<posix::OpenService> service, Handle* handle) {
   auto opened = std::make_unique<Opened>();
   opened->access = access;
   opened->service = std::move(service);
@@ -278,12 +121,7 @@ Code Open(const Handle& manager, cvn::StringView name, std::uint32_t access, Han
     if ((access & ~kReaderAccess) != 0 && !MayWrite(key)) {
       return kAccessDenied;
     }
-    std::shared_ptr<Record> record = RecordOf(name);
-    if (record == nullptr) {
-      record = std::make_shared<Record>(name);
-      OpenRecords()[Folded(name)] = record;
-    }
-    Publish(access, std::move(record), &opened);
+    Publish(access, posix::HoldService(name), &opened);
     return kSuccess;
   });
   if (code == kSuccess) {
@@ -322,11 +160,11 @@ Code Start(const Handle& service) {
     if (code != kSuccess) {
       return code;
     }
-    if (posix::ReadStartType(key) == kDisabledStart) {
+    if (posix::ReadStartType(key) == posix::kDisabledStart) {
       return kDisabled;
     }
     for (const std::u16string& name : ServiceDependencies::Of(key).services) {
-      const std::shared_ptr<Record> record = RecordOf(name);
+      const std::shared_ptr<posix::OpenService> record = posix::FindOpenService(name);
       Key dependency;
       if (FindService(name, &dependency) != kSuccess || (record != nullptr && record->isMarked)) {
         return kDependencyDeleted;
@@ -349,21 +187,18 @@ Code Create(const Handle& manager, const Config& config) {
       return kInvalidName;
     }
     Key services;
-    Code code = CheckNumbers(config);
+    Code code = posix::CheckServiceNumbers(config);
     if (code == kSuccess) {
       code = OpenServiceKeys(registry::kEnumerateSubKeys, &services);
     }
     if (code == kSuccess) {
-      code = CheckNames(services, config);
-    }
-    if (code == kSuccess) {
-      code = CheckDependencies(services, config);
+      code = posix::CheckNewService(services, config);
     }
     if (code == kSuccess) {
       code = posix::WriteService(services, config);
     }
-    if (code == kSuccess && !config.displayName.Empty()) {
-      DisplayNames::Get(services).Add(config.displayName, config.name);
+    if (code == kSuccess) {
+      posix::AddDisplayName(services, config);
     }
     return code;
   });
