@@ -2,6 +2,18 @@
 
 #include <cerrno>
 
+namespace platform {
+namespace {
+
+thread_local Code lastError = kSuccess;
+
+}  // namespace
+
+Code LastError() { return lastError; }
+void SetLastError(Code code) { lastError = code; }
+
+}  // namespace platform
+
 namespace platform::posix {
 namespace {
 

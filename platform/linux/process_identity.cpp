@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <string>
 
 #include "platform/formats/names.h"
@@ -6,6 +8,11 @@
 #include "platform/process.h"
 
 namespace platform::process {
+
+std::uint32_t CurrentId() { return static_cast<std::uint32_t>(getpid()); }
+
+// There are no privileges by name: the account alone decides.
+void EnablePrivileges(std::span<const cvn::StringView> /*names*/) {}
 
 cvn::String UserSid(std::uint32_t id) {
   constexpr std::string_view kUser = "\nUid:\t";  // the real user, a tab, the effective one

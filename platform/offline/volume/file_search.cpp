@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/formats/names.h"
 #include "platform/formats/wildcards.h"
 #include "platform/formats/windows_path.h"
@@ -25,9 +26,8 @@ using posix::Fail;
 using posix::HostPath;
 
 std::uint64_t FileTimeOf(const timespec& time) {
-  constexpr std::int64_t kSecondsSince1601 = 11'644'473'600;
-  constexpr std::int64_t kTicks = 10'000'000;
-  const std::int64_t ticks = (time.tv_sec + kSecondsSince1601) * kTicks + time.tv_nsec / 100;
+  const std::int64_t ticks =
+      time.tv_sec * clock::kTicksPerSecond + time.tv_nsec / 100 + clock::kTicksFrom1601To1970;
   return static_cast<std::uint64_t>(std::max<std::int64_t>(ticks, 0));
 }
 
