@@ -35,6 +35,7 @@ struct Entry {
 #define WINDOWS u"Microsoft\\Windows\\CurrentVersion"
 #define CONTROL u"ControlSet001\\Control"
 
+// What a Windows has after its setup, as far as programs ask for it.
 constexpr Entry kSoftware[] = {
     {WINDOWS_NT, u"SystemRoot", kTypeString, u"C:\\Windows"},
     {WINDOWS_NT, u"PathName", kTypeString, u"C:\\Windows"},
@@ -124,6 +125,7 @@ constexpr cvn::StringView kProductOptions = CONTROL u"\\ProductOptions";
 #undef WINDOWS
 #undef CONTROL
 
+// Releases of Windows 10, 11 and Server by the names that their registry has.
 struct Release {
   std::uint32_t build;  // the first one
   cvn::StringView name;
@@ -171,6 +173,7 @@ void SetVersion(const Description& description, NewHive* software) {
   SetRelease(description.build, software);
 }
 
+// A property in a serialized store: its identifier, the number 1, the size, the data.
 void AppendProperty(std::uint32_t id, std::span<const std::byte> data,
                     std::vector<std::byte>* blob) {
   const std::uint32_t header[] = {id, 1, static_cast<std::uint32_t>(data.size())};
@@ -182,8 +185,8 @@ void AppendProperty(std::uint32_t id, std::span<const std::byte> data,
 // A certificate as a store of the system keeps it: its properties in a row, the last of them being
 // the certificate itself.
 Code AddTrustedRoot(std::span<const std::byte> certificate, NewHive* software) {
-  constexpr std::uint32_t kSha1Property = 3;
-  constexpr std::uint32_t kCertificateProperty = 32;
+  constexpr std::uint32_t kSha1Property = 3;          // CERT_SHA1_HASH_PROP_ID
+  constexpr std::uint32_t kCertificateProperty = 32;  // CERT_CERT_PROP_ID
   std::array<unsigned char, 20> hash{};
   if (EVP_Digest(certificate.data(), certificate.size(), hash.data(), nullptr, EVP_sha1(),
                  nullptr) != 1) {
@@ -202,9 +205,9 @@ Code AddTrustedRoot(std::span<const std::byte> certificate, NewHive* software) {
 
 // The services run as the system, and start with it.
 void SetServices(const Product& product, NewHive* system) {
-  constexpr std::uint32_t kOwnProcess = 0x10;
-  constexpr std::uint32_t kAutoStart = 2;
-  constexpr std::uint32_t kNormalError = 1;
+  constexpr std::uint32_t kOwnProcess = 0x10;  // SERVICE_WIN32_OWN_PROCESS
+  constexpr std::uint32_t kAutoStart = 2;      // SERVICE_AUTO_START
+  constexpr std::uint32_t kNormalError = 1;    // SERVICE_ERROR_NORMAL
   const cvn::StringView install = product.installFolder;
   const cvn::StringView folder = install.substr(0, install.find_last_not_of(u'\\') + 1);
   for (const Product::Service& service : product.services) {

@@ -71,8 +71,8 @@ Code Hive::Load() {
   if (code != kSuccess) {
     return code;
   }
-  // Even root is bound by what the file's mode says, as SYSTEM is by READONLY on Windows. Windows
-  // would write what stands in a log over our changes.
+  // Even root is bound by what the file's mode says, as SYSTEM is by READONLY on Windows. Where a
+  // log has changes that the hive lacks, Windows would write them over ours.
   isReadOnly_ = (loaded_.st_mode & 0222) == 0 || access(path_.c_str(), W_OK) != 0 ||
                 access(FolderOf(path_).c_str(), W_OK) != 0 || (file_.IsInterrupted() && HasLog());
   root_ = MakeRoot();
@@ -81,6 +81,7 @@ Code Hive::Load() {
 }
 
 Code Hive::ReadFile(std::vector<std::byte>* content) {
+  // O_NONBLOCK: a pipe in the place of the file would let the run wait for ever.
   const Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (file.Get() < 0 || fstat(file.Get(), &loaded_) != 0) {
     return CodeOf(errno, kReadFault);
@@ -205,7 +206,7 @@ Code Hive::Write() {
   }
   Code code = kSuccess;
   if (isNew_) {
-    fchmod(fresh.File(), 0644);
+    fchmod(fresh.File(), 0644);  // a file system without permissions shows what it always shows
   } else {
     code = CopyMetadata(lock_.Descriptor(), loaded_, fresh.File());
   }

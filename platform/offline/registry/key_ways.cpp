@@ -8,7 +8,7 @@
 namespace platform::posix {
 namespace {
 
-constexpr std::size_t kDeepestKey = 512;
+constexpr std::size_t kDeepestKey = 512;  // levels; a limit of Windows
 
 std::size_t DepthOf(const KeyNode* key) {
   std::size_t depth = 0;

@@ -27,6 +27,7 @@ using posix::UpToZero;
 using posix::ValueTable;
 using posix::Ways;
 
+// Windows sets no limit but that of the hive, which is 2 GiB.
 constexpr std::size_t kLargestData = std::size_t{1} << 30;
 
 std::mutex& Mutex() {

@@ -17,7 +17,7 @@
 namespace platform::posix {
 namespace {
 
-constexpr int kMostLinks = 64;
+constexpr int kMostLinks = 64;  // more are a circle
 constexpr cvn::StringView kSystemSid = u"S-1-5-18";
 
 struct MachineHive {

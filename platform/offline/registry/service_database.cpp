@@ -163,6 +163,8 @@ Code FindService(cvn::StringView name, Key* key) {
 }
 
 Code CheckServiceNumbers(const Config& config) {
+  // Drivers of the kernel and of file systems; processes of one service and of several, plain, as
+  // templates of users, and interactive.
   constexpr std::uint32_t kTypes[] = {0x1, 0x2, 0x10, 0x20, 0x50, 0x60, 0x110, 0x120};
   const bool isValid = std::ranges::find(kTypes, config.serviceType) != std::end(kTypes) &&
                        config.startType <= kDisabledStart &&

@@ -23,9 +23,11 @@ using posix::ServiceDependencies;
 using posix::UpToZero;
 using registry::Key;
 
-// What an account that may not change the database still has of the manager and of each service:
-// the rights to ask, and to read their security.
+// What an account that may not change the database still has of the manager and of each service.
+// READ_CONTROL, and the rights to connect, to enumerate and to query the lock.
 constexpr std::uint32_t kManagerReaderAccess = 0x20015;
+// READ_CONTROL, and the rights to query configuration and state, to enumerate dependents, to
+// interrogate and to send controls of the user's own.
 constexpr std::uint32_t kReaderAccess = 0x2018D;
 
 // What a handle stands for.

@@ -17,6 +17,7 @@
 namespace platform::posix {
 namespace {
 
+// Enough for the folders that a script works on by turns; each holds a watch of the kernel's.
 constexpr std::size_t kMostDirectories = 64;
 constexpr std::uint32_t kWatched = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
 

@@ -40,6 +40,7 @@ Code Respell(std::string* path, std::size_t slash, struct stat* entry) {
 Code FindEntry(const PathDraft& draft, HostPath* host) {
   host->path = draft.path;
   const std::size_t last = draft.path.rfind('/');
+  // In a folder that is being filled most names are new, and the index knows so without the disk.
   if (draft.path.size() > draft.root && last != 0 &&
       Index().IsMissed(std::string_view(draft.path).substr(0, last),
                        std::string_view(draft.path).substr(last + 1))) {

@@ -22,7 +22,7 @@ void MakePrivate(cvn::StringView path) {
   const posix::Descriptor folder(
       open(host.path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (folder.Get() >= 0 && fchown(folder.Get(), geteuid(), getegid()) == 0) {
-    fchmod(folder.Get(), S_IRWXU);
+    fchmod(folder.Get(), S_IRWXU);  // a file system without permissions keeps nobody out
   }
 }
 
