@@ -1,5 +1,7 @@
 #include "engine/loop_lowering.h"
 
+#include <algorithm>
+
 #include "support/format.h"
 #include "support/utf.h"
 
@@ -15,8 +17,8 @@ class Lowering {
   Lowering(TiXmlElement* parent, TiXmlElement* loop) : parent_(parent), loop_(loop) {}
 
   // The loop's attribute; empty when there is none.
-  std::string Attribute(const char* name) const {
-    const std::string* value = loop_->Attribute(std::string(name));
+  std::string Attribute(const AttributeDescription& attribute) const {
+    const std::string* value = loop_->Attribute(cvn::WideToUtf8(attribute.name));
     return value == nullptr ? std::string() : *value;
   }
 
@@ -34,8 +36,6 @@ class Lowering {
       Add(*element);
     }
   }
-
-  void RemoveLoop() { parent_->RemoveChild(loop_); }
 
  private:
   TiXmlElement* parent_;
@@ -61,14 +61,36 @@ void AddHandler(TiXmlElement* command, const char* handlerName, const std::strin
   command->InsertEndChild(handler);
 }
 
-TiXmlElement* LowerFor(Lowering* lowering) {
-  const std::string separators = lowering->Attribute("delim");
-  const std::string variable = lowering->Attribute("var");
-  const std::string text = lowering->Attribute("value");
+constexpr AttributeDescription kVar = {
+    u"var", AttributeForm::Variable, Presence::NonEmpty,
+    u"Receives one piece each round. It is empty when the loop has ended."};
+constexpr AttributeDescription kValue = {
+    u"value", AttributeForm::Expanded, Presence::NonEmpty,
+    u"The text to take apart. Its references are replaced once, before the first round."};
+constexpr AttributeDescription kDelim = {
+    u"delim", AttributeForm::Text, Presence::NonEmpty,
+    u"The characters that separate pieces, each of them by itself."};
+constexpr AttributeDescription kForAttributes[] = {kVar, kValue, kDelim};
+
+constexpr CommandDescription kFor = {
+    .purpose = u"Runs its body for each piece of a text.",
+    .attributes = kForAttributes,
+    .notes =
+        u"Separators that follow each other count as one, and those at the end don't count; a "
+        u"text that begins with one ends the loop before its first round. A piece longer than "
+        u"10,000 characters is taken in parts of that length. A label on the loop's own element is "
+        u"lost, so put one on a command in front of it.",
+};
+
+TiXmlElement* LowerFor(TiXmlElement* parent, TiXmlElement* loop) {
+  Lowering lowering(parent, loop);
+  const std::string separators = lowering.Attribute(kDelim);
+  const std::string variable = lowering.Attribute(kVar);
+  const std::string text = lowering.Attribute(kValue);
   if (separators.empty() || variable.empty() || text.empty()) {
     return nullptr;
   }
-  TiXmlElement* first = lowering->Add("assign");
+  TiXmlElement* first = lowering.Add("assign");
   const std::string token = TokenOf(first);
   const std::string rest = "forvar" + token;
   const std::string begin = "forbegin" + token;
@@ -77,7 +99,7 @@ TiXmlElement* LowerFor(Lowering* lowering) {
   first->SetAttribute("value", text);
   for (const char* name : {"stringGet", "stringDelete"}) {
     const bool gets = name[6] == 'G';
-    TiXmlElement* piece = lowering->Add(name);
+    TiXmlElement* piece = lowering.Add(name);
     piece->SetAttribute("var", gets ? variable : rest);
     piece->SetAttribute("fromIndex", "0");
     piece->SetAttribute("maxCount", kLongestPiece);
@@ -87,18 +109,18 @@ TiXmlElement* LowerFor(Lowering* lowering) {
       piece->SetAttribute("value", Reference(rest));
     }
   }
-  TiXmlElement* trim = lowering->Add("stringTrim");
+  TiXmlElement* trim = lowering.Add("stringTrim");
   trim->SetAttribute("var", rest);
   trim->SetAttribute("chars", separators);
-  TiXmlElement* test = lowering->Add("test");
+  TiXmlElement* test = lowering.Add("test");
   test->SetAttribute("left", Reference(variable));
   test->SetAttribute("operator", "==");
   test->SetAttribute("right", "");
   test->SetAttribute("type", "string");
   AddHandler(test, "onTrue", end);
-  lowering->AddBody();
-  lowering->AddGoTo(begin);
-  lowering->AddLabel(end);
+  lowering.AddBody();
+  lowering.AddGoTo(begin);
+  lowering.AddLabel(end);
   return first;
 }
 
@@ -120,61 +142,116 @@ TiXmlElement* LowerFetchLoop(Lowering* lowering, const TiXmlElement& firstFetch,
   return first;
 }
 
-TiXmlElement* LowerXmlForEach(Lowering* lowering) {
-  const std::string handle = lowering->Attribute("handle");
-  const std::string step = lowering->Attribute("step");
-  const std::string destHandle = lowering->Attribute("destHandle");
+constexpr AttributeDescription kDestHandle = {
+    u"destHandle", AttributeForm::Handle, Presence::NonEmpty,
+    u"Holds the element of the round. Not the document's own name: the document would be closed."};
+
+constexpr AttributeDescription kXmlHandle = {
+    u"handle", AttributeForm::Handle, Presence::NonEmpty,
+    u"The document, or the element, that the walk starts from."};
+constexpr AttributeDescription kXPath = {
+    u"xpath", AttributeForm::Expanded, Presence::NonEmpty,
+    u"The path to the first element, from the root element or from that of the handle."};
+constexpr AttributeDescription kStep = {
+    u"step", AttributeForm::Expanded, Presence::NonEmpty,
+    u"The path from each element to the next, such as `following-sibling::server`."};
+constexpr AttributeDescription kXmlForEachAttributes[] = {kXmlHandle, kXPath, kStep, kDestHandle};
+
+constexpr CommandDescription kXmlForEach = {
+    .purpose =
+        u"Runs its body for an XML element and for each one that a path leads to from there.",
+    .attributes = kXmlForEachAttributes,
+    .notes =
+        u"It ends when there is no next element, and `error` is `3` then. Within another loop it "
+        u"runs in full only the first time; each later time its body runs once at most. A label on "
+        u"the loop's own element is lost. In the trace its steps go by `xmlGetElement`.",
+};
+
+TiXmlElement* LowerXmlForEach(TiXmlElement* parent, TiXmlElement* loop) {
+  Lowering lowering(parent, loop);
+  const std::string handle = lowering.Attribute(kXmlHandle);
+  const std::string step = lowering.Attribute(kStep);
+  const std::string destHandle = lowering.Attribute(kDestHandle);
   if (handle.empty() || step.empty() || destHandle.empty()) {
     return nullptr;
   }
   TiXmlElement first("xmlGetElement");
   first.SetAttribute("handle", handle);
-  first.SetAttribute("xpath", lowering->Attribute("xpath"));
+  first.SetAttribute("xpath", lowering.Attribute(kXPath));
   first.SetAttribute("destHandle", destHandle);
   TiXmlElement next("xmlGetElement");
   next.SetAttribute("handle", destHandle);
   next.SetAttribute("xpath", step);
   next.SetAttribute("destHandle", destHandle);
-  return LowerFetchLoop(lowering, first, &next);
+  return LowerFetchLoop(&lowering, first, &next);
 }
 
-TiXmlElement* LowerJsonForEach(Lowering* lowering) {
-  const std::string handle = lowering->Attribute("handle");
-  const std::string destHandle = lowering->Attribute("destHandle");
+constexpr AttributeDescription kJsonHandle = {u"handle", AttributeForm::Handle, Presence::NonEmpty,
+                                              u"The document, or a value in one."};
+constexpr AttributeDescription kPath = {u"path", AttributeForm::Expanded, Presence::NonEmpty,
+                                        u"The path to the array, from the value of the handle."};
+constexpr AttributeDescription kJsonForEachAttributes[] = {kJsonHandle, kPath, kDestHandle};
+
+constexpr CommandDescription kJsonForEach = {
+    .purpose = u"Runs its body for each element of a JSON array.",
+    .attributes = kJsonForEachAttributes,
+    .notes =
+        u"It ends when there is no next element, and `error` is `1413` then. What is no array "
+        u"gives no round. There is one such walk at a time, so a `jsonForEach` can't stand in "
+        u"another "
+        u"one. Within another loop it runs in full only the first time; each later time its body "
+        u"runs once at most. A label on the loop's own element is lost. In the trace its steps go "
+        u"by `jsonGetElement`.",
+};
+
+TiXmlElement* LowerJsonForEach(TiXmlElement* parent, TiXmlElement* loop) {
+  Lowering lowering(parent, loop);
+  const std::string handle = lowering.Attribute(kJsonHandle);
+  const std::string destHandle = lowering.Attribute(kDestHandle);
   if (handle.empty() || destHandle.empty()) {
     return nullptr;
   }
   TiXmlElement first("jsonGetElement");
   first.SetAttribute("handle", handle);
-  first.SetAttribute("path", lowering->Attribute("path"));
+  first.SetAttribute("path", lowering.Attribute(kPath));
   first.SetAttribute("destHandle", destHandle);
   TiXmlElement next(first);
   first.SetAttribute("enumStep", "begin");
   next.SetAttribute("enumStep", "next");
-  return LowerFetchLoop(lowering, first, &next);
+  return LowerFetchLoop(&lowering, first, &next);
 }
 
-TiXmlElement* Lower(LoopKind kind, Lowering* lowering) {
-  switch (kind) {
-    case LoopKind::For:
-      return LowerFor(lowering);
-    case LoopKind::XmlForEach:
-      return LowerXmlForEach(lowering);
-    case LoopKind::JsonForEach:
-      return LowerJsonForEach(lowering);
-    case LoopKind::None:
-      break;
-  }
-  return nullptr;
+constexpr LoopRecord kLoops[] = {
+    {u"for", LoopKind::For, kFor, LowerFor},
+    {u"xmlForEach", LoopKind::XmlForEach, kXmlForEach, LowerXmlForEach},
+    {u"jsonForEach", LoopKind::JsonForEach, kJsonForEach, LowerJsonForEach},
+};
+
+const LoopRecord* FindLoop(LoopKind kind) {
+  const auto* found = std::ranges::find(kLoops, kind, &LoopRecord::kind);
+  return found == std::end(kLoops) ? nullptr : found;
 }
 
 }  // namespace
 
-TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* loop) {
-  Lowering lowering(parent, loop);
-  TiXmlElement* first = Lower(kind, &lowering);
+std::span<const LoopRecord> AllLoops() { return kLoops; }
+
+LoopKind LoopKindOf(const std::string& elementName) {
+  const auto* found = std::ranges::find_if(
+      kLoops, [&](const LoopRecord& loop) { return std::ranges::equal(elementName, loop.name); });
+  return found == std::end(kLoops) ? LoopKind::None : found->kind;
+}
+
+const CommandDescription* DescriptionOf(LoopKind kind) {
+  const LoopRecord* loop = FindLoop(kind);
+  return loop == nullptr ? nullptr : &loop->description;
+}
+
+TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* element) {
+  const LoopRecord* loop = FindLoop(kind);
+  TiXmlElement* first = loop == nullptr ? nullptr : loop->lower(parent, element);
   if (first != nullptr) {
-    lowering.RemoveLoop();
+    parent->RemoveChild(element);
   }
   return first;
 }

@@ -18,6 +18,8 @@ struct LoopRecord {
   cvn::StringView name;
   LoopKind kind;
   CommandDescription description;
+  // As LowerLoop, but the loop's element stays, behind what stands for it.
+  TiXmlElement* (*lower)(TiXmlElement* parent, TiXmlElement* loop);
 };
 
 std::span<const LoopRecord> AllLoops();
