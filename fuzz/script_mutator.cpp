@@ -4,9 +4,13 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "engine/command_registry.h"
+#include "engine/loop_lowering.h"
+#include "support/utf.h"
 #include "support/xml_nesting.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t most);
@@ -25,56 +29,6 @@ constexpr const char* kEmptyPatch =
     "<patch version='1.0'><header><property name='patchType' value='update'/></header>"
     "<script/></patch>";
 
-// A command and its attributes.
-constexpr const char* kCommands[] = {
-    "exit code",
-    "nothing id",
-    "goto target",
-    "onErrorGoTo target",
-    "trace value",
-    "assign var value",
-    "assignToken var value regexp index",
-    "addInt var value",
-    "addString var value",
-    "stringDelete var fromIndex maxCount toAnyChar",
-    "stringGet var value fromIndex maxCount toAnyChar",
-    "stringTrim var chars",
-    "test left right operator type",
-    "xmlOpen path handle",
-    "xmlClose handle",
-    "xmlSave path handle",
-    "xmlAddChild handle xpath data insert_before",
-    "xmlAddChild handle xpath data insert_after",
-    "xmlRemoveChild handle xpath",
-    "xmlSetValue handle xpath value",
-    "xmlSetCDataValue handle xpath value",
-    "xmlGetValue handle xpath var",
-    "xmlGetElement handle xpath destHandle",
-    "jsonOpen path handle",
-    "jsonClose handle",
-    "jsonSave path handle",
-    "jsonAddChild handle path data",
-    "jsonRemoveChild handle path",
-    "jsonSetStringValue handle path value",
-    "jsonSetIntValue handle path value",
-    "jsonSetBoolValue handle path value",
-    "jsonGetValue handle path var",
-    "jsonGetElement handle path destHandle",
-    "jsonGetElement handle path destHandle enumStep",
-    "iniGetValue path section key var default",
-    "iniSetValue path section key value",
-    "regRead root key value var",
-    "regGetKeys root key var delim",
-    "regGetValues root key var delim",
-    "regWrite root key value data type",
-    "regExistsKey root key",
-    "regCreateKey root key volatile",
-    "regDeleteKey root key",
-    "regDeleteValue root key value",
-    "for var value delim",
-    "xmlForEach handle xpath step destHandle",
-    "jsonForEach handle path destHandle",
-};
 constexpr const char* kHandlers[] = {"onerror", "onsuccess", "onTrue", "onFalse", "onerrorspec"};
 
 constexpr const char* kNames[] = {"a", "b", "c", "a[1]", "a[%b%]", "a[b[c]]"};
@@ -137,16 +91,38 @@ const char* ValueFor(const std::string& command, const std::string& attribute, R
   return attribute == "path" ? OneOf(kFiles, random) : OneOf(kTexts, random);
 }
 
+// A command or a loop.
+struct Declared {
+  std::string name;
+  std::span<const AttributeDescription> attributes;
+};
+
+const std::vector<Declared>& AllDeclared() {
+  static const std::vector<Declared> declared = [] {
+    std::vector<Declared> all;
+    for (const auto& [name, record] : AllCommands()) {
+      all.push_back({cvn::WideToUtf8(name), record.description->attributes});
+    }
+    for (const LoopRecord& loop : AllLoops()) {
+      all.push_back({cvn::WideToUtf8(loop.name), loop.description.attributes});
+    }
+    return all;
+  }();
+  return declared;
+}
+
+// With the attributes that it needs, some of the others, and now and then a label.
 TiXmlElement NewCommand(Random* random) {
-  std::string words = OneOf(kCommands, random);
-  const std::size_t blank = words.find(' ');
-  const std::string name = words.substr(0, blank);
-  TiXmlElement command(name);
-  words.erase(0, blank + 1);
-  while (!words.empty()) {
-    const std::string attribute = words.substr(0, words.find(' '));
-    command.SetAttribute(attribute, ValueFor(name, attribute, random));
-    words.erase(0, attribute.size() + 1);
+  const Declared& declared = AllDeclared()[(*random)() % AllDeclared().size()];
+  TiXmlElement command(declared.name);
+  for (const AttributeDescription& attribute : declared.attributes) {
+    if (attribute.presence != Presence::Optional || (*random)() % 2 == 0) {
+      const std::string name = cvn::WideToUtf8(attribute.name);
+      command.SetAttribute(name, ValueFor(declared.name, name, random));
+    }
+  }
+  if ((*random)() % 16 == 0) {
+    command.SetAttribute("id", ValueFor(declared.name, "id", random));
   }
   return command;
 }
