@@ -36,20 +36,24 @@ FunctionBase::~FunctionBase() {
 }
 
 bool FunctionBase::Parse(const CommandDescription& description) {
-  for (const AttributeDescription& attribute : description.attributes) {
-    const cvn::String* value = attributes.Find(attribute.name);
-    const bool isRefused = value == nullptr
-                               ? attribute.presence != Presence::Optional
-                               : attribute.presence == Presence::NonEmpty && value->Empty();
-    if (isRefused) {
-      return false;
-    }
-    const cvn::StringView text = value == nullptr ? attribute.fallback : value->AsView();
-    if (attribute.load != nullptr && !attribute.load(attribute, text, this)) {
-      return false;
-    }
+  const auto isLoaded = [this](const AttributeDescription& attribute) {
+    return LoadAttribute(attribute, attributes, this) == AttributeFault::None;
+  };
+  return std::ranges::all_of(description.attributes, isLoaded) && Parse();
+}
+
+AttributeFault LoadAttribute(const AttributeDescription& attribute, const AttributeMap& attributes,
+                             FunctionBase* command) {
+  const cvn::String* value = attributes.Find(attribute.name);
+  if (value == nullptr && attribute.presence != Presence::Optional) {
+    return AttributeFault::Missing;
   }
-  return Parse();
+  if (value != nullptr && value->Empty() && attribute.presence == Presence::NonEmpty) {
+    return AttributeFault::Empty;
+  }
+  const cvn::StringView text = value == nullptr ? attribute.fallback : value->AsView();
+  const bool isLoaded = attribute.load == nullptr || attribute.load(attribute, text, command);
+  return isLoaded ? AttributeFault::None : AttributeFault::Unusable;
 }
 
 bool FunctionBase::ReadAttribute(cvn::StringView attribute, cvn::String* value) const {

@@ -13,6 +13,7 @@ namespace tessel {
 class FunctionBase;
 class ObjectStore;
 class VariableStore;
+struct AttributeDescription;
 struct CommandDescription;
 
 // What the interpreter knows about a command. It comes from the registry and not from the object.
@@ -48,9 +49,9 @@ class FunctionBase {
 
   // Called each time the run reaches the command.
   virtual void Execute() = 0;
-  // Called once at load, when name, attributes and stores are set: fills the members that
-  // `description` declares attributes for, so that these need no initial values of their own. False
-  // rejects the whole patch.
+  // Called once at load, when name, attributes and stores are set: loads each attribute of
+  // `description`, so that the members for them need no initial values. False rejects the whole
+  // patch.
   bool Parse(const CommandDescription& description);
 
   AttributeMap attributes;
@@ -77,6 +78,14 @@ class FunctionBase {
   // nothing.
   void ReadFlag(cvn::StringView attribute, bool* value) const;
 };
+
+// Why an attribute refuses a script. A value is unusable when the form has no room for it.
+enum class AttributeFault { None, Missing, Empty, Unusable };
+
+// Loads an attribute of an element into the member of `command` that it fills. A loop has no
+// members: `command` is null then.
+AttributeFault LoadAttribute(const AttributeDescription& attribute, const AttributeMap& attributes,
+                             FunctionBase* command);
 
 // A command that ends with success or with an error text, and has handlers for both.
 class FunctionRetError : public FunctionBase {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "commands/common/whole_text_pattern.h"
 #include "support/format.h"
 #include "support/numbers.h"
 #include "support/utf.h"
@@ -12,10 +11,11 @@ namespace tlx {
 namespace {
 
 using tessel::AttributeDescription;
+using tessel::AttributeFault;
 using tessel::AttributeForm;
 using tessel::AttributeMap;
 using tessel::CommandDescription;
-using tessel::Presence;
+using tessel::FunctionBase;
 
 constexpr std::size_t kNone = cvn::StringView::npos;
 
@@ -33,26 +33,21 @@ const TiXmlBase& PlaceOf(const TiXmlElement& element, const AttributeDescription
   return name == "data" && child != nullptr ? *child : element;
 }
 
-// Why the engine refuses a command for one attribute, of which `value` is null when it is missing;
-// empty when it doesn't.
-cvn::String FaultOf(const AttributeDescription& attribute, const cvn::String* value) {
-  if (value == nullptr) {
-    return attribute.presence == Presence::Optional
-               ? cvn::String()
-               : cvn::Format(u"attribute '%s' is missing", attribute.name);
-  }
-  if (value->Empty() && attribute.presence == Presence::NonEmpty) {
-    return cvn::Format(u"attribute '%s' is empty", attribute.name);
-  }
-  if (attribute.form == AttributeForm::Choice && attribute.refusesOthers &&
-      !IsChoice(attribute, *value)) {
-    return cvn::Format(u"attribute '%s' is '%s', and must be one of %s", attribute.name, *value,
+void TellFault(const TiXmlElement& element, const AttributeDescription& attribute,
+               const cvn::String& value, AttributeFault fault, Findings* findings) {
+  cvn::String text;
+  if (fault == AttributeFault::Missing) {
+    text = cvn::Format(u"attribute '%s' is missing", attribute.name);
+  } else if (fault == AttributeFault::Empty) {
+    text = cvn::Format(u"attribute '%s' is empty", attribute.name);
+  } else if (attribute.form == AttributeForm::Choice) {
+    text = cvn::Format(u"attribute '%s' is '%s', and must be one of %s", attribute.name, value,
                        QuotedList(attribute.choices));
+  } else {
+    text = cvn::Format(u"attribute '%s' is no valid pattern: '%s'", attribute.name, value);
   }
-  if (attribute.form == AttributeForm::Pattern && !tessel::WholeTextPattern().Compile(*value)) {
-    return cvn::Format(u"attribute '%s' is no valid pattern: '%s'", attribute.name, *value);
-  }
-  return {};
+  findings->Error(PlaceOf(element, attribute),
+                  cvn::Format(u"'%s': %s", cvn::Utf8ToWide(element.ValueStr()), text));
 }
 
 bool StartsName(char16_t c) {
@@ -100,8 +95,7 @@ bool WarnOfReference(const TiXmlBase& where, const AttributeDescription& attribu
 
 void WarnOfValue(const TiXmlBase& where, const AttributeDescription& attribute,
                  const cvn::String& value, Findings* findings) {
-  const bool isRefused = !FaultOf(attribute, &value).Empty();
-  if (isRefused || WarnOfReference(where, attribute, value, findings)) {
+  if (WarnOfReference(where, attribute, value, findings)) {
     return;
   }
   if (attribute.form == AttributeForm::Number) {
@@ -179,28 +173,14 @@ cvn::StringView FindReference(cvn::StringView text) {
   return {};
 }
 
-void ExplainRefusal(const TiXmlElement& element, const AttributeMap& attributes,
-                    const CommandDescription* description, Findings* findings) {
-  const cvn::String name = cvn::Utf8ToWide(element.ValueStr());
-  bool isExplained = false;
-  const auto described =
-      description == nullptr ? std::span<const AttributeDescription>() : description->attributes;
-  for (const AttributeDescription& attribute : described) {
-    const cvn::String fault = FaultOf(attribute, attributes.Find(attribute.name));
-    if (!fault.Empty()) {
-      findings->Error(PlaceOf(element, attribute), cvn::Format(u"'%s': %s", name, fault));
-      isExplained = true;
-    }
-  }
-  if (!isExplained) {
-    findings->Error(element, cvn::Format(u"'%s' can't be made with these attributes", name));
-  }
-}
-
-void WarnOfAttributes(const TiXmlElement& element, const AttributeMap& attributes,
-                      const CommandDescription& description, Findings* findings) {
+void JudgeAttributes(const TiXmlElement& element, const CommandDescription& description,
+                     const AttributeMap& attributes, FunctionBase* command, Findings* findings) {
   for (const AttributeDescription& attribute : description.attributes) {
-    if (const cvn::String* value = attributes.Find(attribute.name)) {
+    const AttributeFault fault = LoadAttribute(attribute, attributes, command);
+    const cvn::String* value = attributes.Find(attribute.name);
+    if (fault != AttributeFault::None) {
+      TellFault(element, attribute, value == nullptr ? cvn::String() : *value, fault, findings);
+    } else if (value != nullptr) {
       WarnOfValue(PlaceOf(element, attribute), attribute, *value, findings);
     }
   }

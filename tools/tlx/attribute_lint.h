@@ -15,14 +15,12 @@ const TiXmlAttribute* FindAttribute(const TiXmlElement& element, const char* nam
 // The attribute, or the element when it has none of that name.
 const TiXmlBase& PlaceOf(const TiXmlElement& element, const char* name);
 
-// Adds, as errors, why the engine refuses `element`, whose attributes it has as `attributes`. A
-// refusal that the description (null for none) doesn't explain is told all the same.
-void ExplainRefusal(const TiXmlElement& element, const tessel::AttributeMap& attributes,
-                    const tessel::CommandDescription* description, Findings* findings);
-
-// Adds, as warnings, what the engine accepts without the effect that the attributes seem to have.
-void WarnOfAttributes(const TiXmlElement& element, const tessel::AttributeMap& attributes,
-                      const tessel::CommandDescription& description, Findings* findings);
+// Loads the attributes that `element` has into `command`, which is null for a loop. Adds, as
+// errors, why the engine refuses them, and as warnings, what it accepts without the effect that the
+// attributes seem to have.
+void JudgeAttributes(const TiXmlElement& element, const tessel::CommandDescription& description,
+                     const tessel::AttributeMap& attributes, tessel::FunctionBase* command,
+                     Findings* findings);
 
 // Warns of a `value` that isn't a decimal number, or is one out of range; `counted` is what the
 // engine reads.

@@ -73,8 +73,7 @@ class ScriptLint {
   void CheckScriptElement();
   void CheckCommand(const FlowCommand& command);
   void RefuseUnknown(const FlowCommand& command);
-  void CheckLoop(const FlowCommand& command);
-  void Judge(const TiXmlElement& element, const tessel::CommandRecord& record);
+  void Judge(const FlowCommand& command);
   void CheckChildren(const FlowCommand& command);
   void CheckData(const FlowCommand& command, const TiXmlElement& data);
   void WarnOfIgnored(const FlowCommand& command, const TiXmlElement& child);
@@ -111,12 +110,10 @@ void ScriptLint::CheckScriptElement() {
 
 void ScriptLint::CheckCommand(const FlowCommand& command) {
   const TiXmlElement& element = *command.element;
-  if (command.loop != LoopKind::None) {
-    CheckLoop(command);
-  } else if (command.record == nullptr) {
+  if (command.loop == LoopKind::None && command.record == nullptr) {
     RefuseUnknown(command);
   } else {
-    Judge(element, *command.record);
+    Judge(command);
   }
   const cvn::String label = XmlAttributeText(element, "id");
   if (!label.Empty() && command.loop != LoopKind::None) {
@@ -143,40 +140,15 @@ void ScriptLint::RefuseUnknown(const FlowCommand& command) {
   isFlowKnown_ = false;
 }
 
-// The engine judges what it makes of a loop without its body.
-void ScriptLint::CheckLoop(const FlowCommand& command) {
+void ScriptLint::Judge(const FlowCommand& command) {
   const TiXmlElement& element = *command.element;
-  TiXmlElement holder("script");
-  TiXmlElement* loop = holder.InsertEndChild(TiXmlElement(element.ValueStr()))->ToElement();
-  tessel::AttributeMap attributes;
-  tessel::CopyAttributes(element, &attributes);
-  for (const TiXmlAttribute* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
-    loop->SetAttribute(at->NameTStr(), at->ValueStr());
-  }
-  const tessel::CommandDescription* description = tessel::DescriptionOf(command.loop);
-  bool isGood = tessel::LowerLoop(command.loop, &holder, loop) != nullptr;
-  const TiXmlElement* made = holder.FirstChildElement();
-  for (; isGood && made != nullptr; made = made->NextSiblingElement()) {
-    const tessel::CommandRecord* record = tessel::FindCommand(NameOf(*made));
-    const auto part =
-        record == nullptr ? nullptr : tessel::MakeCommand(NameOf(*made), *record, *made);
-    isGood = part != nullptr && part->Parse(*record->description);
-  }
-  if (!isGood) {
-    ExplainRefusal(element, attributes, description, findings_);
-  }
-  if (description != nullptr) {
-    WarnOfAttributes(element, attributes, *description, findings_);
-  }
-}
-
-void ScriptLint::Judge(const TiXmlElement& element, const tessel::CommandRecord& record) {
-  const auto command = tessel::MakeCommand(NameOf(element), record, element);
-  if (!command->Parse(*record.description)) {
-    ExplainRefusal(element, command->attributes, record.description, findings_);
-  }
-  if (record.description != nullptr) {
-    WarnOfAttributes(element, command->attributes, *record.description, findings_);
+  if (command.record != nullptr) {
+    const auto made = tessel::MakeCommand(NameOf(element), *command.record, element);
+    JudgeAttributes(element, *command.record->description, made->attributes, made.get(), findings_);
+  } else {
+    tessel::AttributeMap attributes;
+    tessel::CopyAttributes(element, &attributes);
+    JudgeAttributes(element, *tessel::DescriptionOf(command.loop), attributes, nullptr, findings_);
   }
 }
 
@@ -200,11 +172,10 @@ void ScriptLint::CheckChildren(const FlowCommand& command) {
 
 void ScriptLint::CheckData(const FlowCommand& command, const TiXmlElement& data) {
   const TiXmlElement& element = *command.element;
-  const tessel::CommandDescription* description = command.record->description;
+  const auto attributes = command.record->description->attributes;
   const TiXmlNode* first = data.FirstChild();
-  if (description != nullptr &&
-      std::ranges::find(description->attributes, u"data", &tessel::AttributeDescription::name) ==
-          description->attributes.end()) {
+  if (std::ranges::find(attributes, u"data", &tessel::AttributeDescription::name) ==
+      attributes.end()) {
     findings_->Warn(data, cvn::Format(u"'%s' has no 'data'", NameOf(element)));
   } else if (FindAttribute(element, "data") != nullptr) {
     findings_->Warn(data, u"the attribute 'data' counts, and not this element");
