@@ -6,6 +6,7 @@ targets share one include root, so the compiler wouldn't notice an include of an
 
 import argparse
 import re
+import sys
 from pathlib import Path
 
 import layout
@@ -207,8 +208,9 @@ def main():
     print(f"== Layers: {len(found)} faults in {len(tree.sources)} files")
     if arguments.json:
         results.write(arguments.json, 1, ["\n".join(["layers:", *found])] if found else [])
-    else:
+    elif found:
         print(*found, sep="\n")
+        sys.exit(1)
 
 
 main()
