@@ -23,8 +23,8 @@ constexpr std::uint32_t kOptions = PCRE2_ANCHORED | PCRE2_ENDANCHORED | PCRE2_AL
                                    PCRE2_ALLOW_EMPTY_CLASS | PCRE2_MATCH_UNSET_BACKREF |
                                    PCRE2_DOLLAR_ENDONLY | PCRE2_NEVER_UTF | PCRE2_NEVER_UCP;
 
-constexpr std::size_t kFirstJitStack = 32 * 1024;
-constexpr std::size_t kLargestJitStack = 32 * 1024 * 1024;
+constexpr std::size_t kFirstJitStack = std::size_t{32} * 1024;
+constexpr std::size_t kLargestJitStack = std::size_t{32} * 1024 * 1024;
 constexpr std::uint32_t kHeapLimitInKibibytes = 256 * 1024;
 
 PCRE2_SPTR16 Units(cvn::StringView text) { return reinterpret_cast<PCRE2_SPTR16>(text.data()); }
@@ -54,7 +54,7 @@ bool HasOnlyEcmaScript(cvn::StringView pattern) {
       inClass = c != u']';
     } else if (c == u'[') {
       inClass = true;
-    } else if (c == u'(' && following == u'*') {
+    } else if ((c == u'(' && following == u'*') || (IsQuantifierEnd(c) && following == u'+')) {
       return false;
     } else if (c == u'(' && following == u'?') {
       const cvn::StringView kind = pattern.substr(at + 2, 1);
@@ -62,8 +62,6 @@ bool HasOnlyEcmaScript(cvn::StringView pattern) {
         return false;
       }
       at += 2;
-    } else if (IsQuantifierEnd(c) && following == u'+') {
-      return false;
     }
   }
   return true;
