@@ -18,10 +18,10 @@ struct Range {
 
 class ByteSource {
  public:
-  // What stands in memory, and outlives this.
+  // Bytes in memory, which outlive this.
   explicit ByteSource(std::span<const std::byte> bytes);
-  // An open file, which outlives this. Its size is the one that it has now; its position is of no
-  // matter, and undefined behind a Read.
+  // An open file, which outlives this. Its size is the one that it has now; its position
+  // doesn't matter, and is undefined after a Read.
   explicit ByteSource(const files::File& file);
 
   std::uint64_t Size() const { return size_; }
@@ -35,7 +35,7 @@ class ByteSource {
 
   std::span<const std::byte> bytes_;
   bool isFile_ = false;
-  std::intptr_t file_ = 0;  // the home's handle
+  std::intptr_t file_ = 0;  // the platform's handle
   std::uint64_t size_ = 0;
 };
 

@@ -32,7 +32,7 @@ class Functions {
 
   // The SHA-256 digest of an open file as a catalog lists it, by CryptCATAdminAcquireContext2 and
   // CryptCATAdminCalcHashFromFileHandle2: a PE image's Authenticode digest, of any other file that
-  // of its bytes. The file's position is of no matter before, and undefined behind the call. 127
+  // of its bytes. The file's position doesn't matter, and is undefined after the call. 127
   // when the functions are not bound, 193 for an image whose headers do not hold together.
   Code Hash(files::File* file, std::vector<std::byte>* digest) const;
 

@@ -5,7 +5,7 @@
 namespace platform::files {
 namespace {
 
-// A name with a separator behind it can only be a folder's.
+// A name with a separator after it can only be a folder's.
 bool IsFolder(cvn::StringView path) {
   cvn::String folder(path);
   paths::AddBackslash(&folder);

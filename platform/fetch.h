@@ -1,4 +1,4 @@
-// The transfer of a download, which each home has its own way for.
+// The transfer of a download, which each platform does in its own way.
 #pragma once
 
 #include <cstdint>

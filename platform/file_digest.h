@@ -12,7 +12,7 @@
 
 namespace platform {
 
-// The digests of the bytes in `ranges` and of `zeros` bytes of zero behind them, one for each
+// The digests of the bytes in `ranges` and of `zeros` bytes of zero after them, one for each
 // algorithm; the bytes are read once. Nothing when they can't be read.
 std::optional<std::vector<Bytes>> Digest(const ByteSource& source, std::span<const Range> ranges,
                                          std::span<const EVP_MD* const> algorithms,

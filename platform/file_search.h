@@ -57,7 +57,7 @@ class Search {
   // when it is none, 123 for a wildcard in a folder's name; a path that ends in a separator
   // gives 2.
   Code First(cvn::StringView path, SearchEntry* entry);
-  // 18 behind the last entry.
+  // 18 after the last entry.
   Code Next(SearchEntry* entry);
   void Close();
 

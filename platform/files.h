@@ -31,7 +31,7 @@ enum class Disposition {
 class File {
  public:
   File() = default;
-  // Takes over what the home calls an open file.
+  // Takes over the platform's handle of an open file.
   explicit File(std::intptr_t handle) : handle_(handle) {}
   File(File&& other) noexcept : handle_(std::exchange(other.handle_, kNone)) {}
   File& operator=(File&& other) noexcept {
@@ -42,7 +42,7 @@ class File {
 
   bool IsOpen() const { return handle_ != kNone; }
   void Close();
-  // What the home calls it: a HANDLE on Windows, a descriptor on Linux. It stays this object's.
+  // The platform's handle: a HANDLE on Windows, a descriptor on Linux. It stays this object's.
   std::intptr_t Handle() const { return handle_; }
 
   // Reads up to the size of `buffer` at the file's position; `*count` is 0 at the end of the file.

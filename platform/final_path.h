@@ -10,7 +10,7 @@ namespace platform::paths {
 enum class VolumeName { Dos, Nt };
 
 // What GetFinalPathNameByHandleW tells of the object at `path`, file or folder, with links
-// resolved. It is opened for no more than that, whoever else holds it. The form is VOLUME_NAME_DOS,
+// resolved. It is opened for no more than that, even when it is held. The form is VOLUME_NAME_DOS,
 // "\\?\C:\..." or "\\?\UNC\..."; only for a volume without a letter it is VOLUME_NAME_NT,
 // "\Device\...". The codes are those of opening, and what GetFinalPathNameByHandleW leaves.
 //

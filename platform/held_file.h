@@ -1,4 +1,4 @@
-// Files that stay as they are while somebody reads them more than once.
+// Files that stay as they are while they are read more than once.
 #pragma once
 
 #include "platform/error.h"
@@ -9,8 +9,8 @@ namespace platform::files {
 
 // Keeps the content of a small file from being changed between two readings.
 //
-// On Windows that is the file itself, open without letting others write. On Linux nobody has to
-// mind that, so there it is a copy in memory that nobody can change, this process included; it has
+// On Windows that is the file itself, open without letting others write. Linux enforces no
+// such thing, so there it is a copy in memory that no process can change, this one included; it has
 // no extension.
 class HeldFile {
  public:
@@ -27,7 +27,7 @@ class HeldFile {
   cvn::String path_;
 };
 
-// A path that leads to an open file whatever becomes of its name. On Windows, where a file that is
+// A path that leads to an open file even after its name is gone. On Windows, where a file that is
 // open keeps its name, that is `path`, by which it was opened; on Linux one that is good while the
 // file is open in this process.
 cvn::String PathOfOpenFile(const File& file, cvn::StringView path);

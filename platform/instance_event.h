@@ -1,4 +1,4 @@
-// A named mark, system-wide, that lives as long as somebody holds it: the named event of Windows.
+// A named event, system-wide, that lives as long as some process holds it.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@
 
 namespace platform {
 
-// A hold on the mark. Move-only; gives it up at the end of its life, as the end of the process
-// does, however that comes. Programs that this one starts don't hold it.
+// A hold on the event. Move-only; gives it up at the end of its life, as does the end of the
+// process, even when it is killed. Programs that this one starts don't hold it.
 class InstanceEvent {
  public:
   InstanceEvent() = default;
@@ -46,17 +46,16 @@ struct EventSecurityFailure {
 };
 
 // As CreateEventW for an automatic event, not signalled, that everybody may wait for and
-// administrators may do anything with: creates the mark, or gets hold of one that is there, in one
-// step that nothing comes between. The last error is the result: 0 when the mark was created; 183
-// when somebody held it, and `event` does too from now on; any other code when `event` stays
-// closed. Failures of the access list are noted in `failures`; the mark is then made with the
-// account's usual one.
+// administrators may do anything with: creates the event, or opens one that is there, atomically.
+// The last error is the result: 0 when the event was created; 183 when another process held it, and
+// `event` does too from now on; any other code when `event` stays closed. Failures of the access
+// list are noted in `failures`; the event is then made with the account's usual one.
 //
-// On Linux each machine has its marks, which are locks on bytes of a device that every account may
-// open, that nobody but root can replace, and that is there before any program runs. The locks are
-// the kernel's, so nothing is left behind and nothing can be planted. What remains is what Windows
-// has too: any account can hold the mark, and so keep others from being first. A process that has a
-// /dev of its own, as in a container, isn't seen.
+// On Linux each machine has its own events, which are locks on bytes of a device that every account
+// may open, that only root can replace, and that is there before any program runs. The locks are
+// the kernel's, so nothing stays after a process and nothing can be planted. As on Windows, any
+// account can hold the event, and so keep others from being first. A process that has a /dev of its
+// own, as in a container, isn't seen.
 Code CreateInstanceEvent(cvn::StringView name, InstanceEvent* event,
                          cvn::List<EventSecurityFailure>* failures);
 

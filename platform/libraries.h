@@ -1,4 +1,4 @@
-// Shared libraries: those of the home's own kind, DLLs on Windows and ELF shared objects on Linux.
+// Shared libraries of the platform's own kind: DLLs on Windows, ELF shared objects on Linux.
 //
 // A library that the product looks for by a name, such as "journal.dll" or "runlevelbroker.dll", is
 // on Linux a shared object under that very name: nothing is renamed, and a name without an
@@ -54,9 +54,9 @@ bool CanNarrowSearch();
 
 // Loads a library, as LoadLibraryExW, or as LoadLibraryW when the flags are kDefaultSearch. On
 // Linux the path is resolved as any other, a bare name is looked for beside the program, and the
-// flags change nothing. Whatever `library` held is given back. 126 when it, or a library that it
+// flags change nothing. What `library` held is given back. 126 when it, or a library that it
 // needs, isn't there; 127 when one of those lacks what it needs of it; 193 when it is no library of
-// this home.
+// this platform.
 Code Load(cvn::StringView path, std::uint32_t flags, Library* library);
 
 // As GetModuleHandleExW(0, ...): a library that is in the process already, with one more reference,

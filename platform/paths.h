@@ -27,17 +27,16 @@ void RemoveBackslash(cvn::String* path);
 // "C:\a", "C:\a" gives "C:\", "a" gives "". True when something was removed.
 bool RemoveFileSpec(cvn::String* path);
 
-// Adds a separator at the end unless there is one, or the path is empty. On Linux a path with '/'
-// and without
-// '\' gets a '/'.
+// Adds a separator at the end unless there is one, or the path is empty. On Linux a path
+// with '/' and without '\' gets a '/'.
 void AddBackslash(cvn::String* path);
 
 // The last component with the separators that end the path, if any, as PathFindFileNameW; the whole
-// path when no component stands behind a separator.
+// path when no component follows a separator.
 cvn::StringView FindFileName(cvn::StringView path);
 
 // The extension with its dot, as PathFindExtensionW: from the last dot of the last component (no
-// blank may stand behind that dot); empty when there is none.
+// blank may follow that dot); empty when there is none.
 cvn::StringView FindExtension(cvn::StringView path);
 
 // As PathIsRelativeW: false for a path that begins with '\' or has a drive.

@@ -71,18 +71,18 @@ void EnablePrivileges(std::span<const cvn::StringView> names);
 // the directory is none.
 //
 // On Linux this starts a program of the host. Its path is resolved as any other, and looked for as
-// Windows looks for programs: with the name as it is, then with ".exe" behind a name without a dot;
-// a name without a folder in the program's folder, the current one, those of the system, and PATH.
-// The rest of the command line is split as the runtime of a Windows program splits it, and passed
-// in UTF-8; the first argument is the host's path. The child has a session of its own, so that it
-// lives on when this process ends, its three streams lead nowhere, and it leaves no zombie whether
-// or not anybody waits. Its environment is the host's, with what environment::Set set over it, but
-// PATH stays the host's and TESSEL_MACHINE names this process's machine. A Windows program gives
-// 193, unless the host knows how to run it.
+// Windows looks for programs: with the name as it is, then with ".exe" added to a name without a
+// dot; a name without a folder in the program's folder, the current one, those of the system, and
+// PATH. The rest of the command line is split as the runtime of a Windows program splits it, and
+// passed in UTF-8; the first argument is the host's path. The child has a session of its own, so
+// that it lives on when this process ends, its three streams lead nowhere, and it leaves no zombie
+// whether or not anybody waits. Its environment is the host's, with what environment::Set set over
+// it, but PATH stays the host's and TESSEL_MACHINE names this process's machine. A Windows program
+// gives 193, unless the host knows how to run it.
 Code Start(cvn::StringView commandLine, cvn::StringView directory, Handle* process);
 
 // As OpenProcess: 87 when there is no such process, 5 without permission. On Linux any process may
-// be waited for, and nobody may end the first process or a thread of the kernel.
+// be waited for, and the first process and the threads of the kernel can't be ended.
 Code Open(std::uint32_t id, std::uint32_t access, Handle* process);
 
 // As WaitForSingleObject and WaitForMultipleObjects over all: 0 when each process has ended,
@@ -91,7 +91,7 @@ std::uint32_t Wait(const Handle& process, std::uint32_t milliseconds);
 std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t milliseconds);
 
 // As TerminateProcess; leaves the code as the last error too. On Linux the process is killed, and
-// whoever started it sees that instead of `exitCode`.
+// its parent sees that instead of `exitCode`.
 Code Terminate(const Handle& process, std::uint32_t exitCode);
 
 // The processes of the system in the order of a toolhelp snapshot, on Linux by their ids. The two
@@ -104,7 +104,7 @@ Code List(cvn::List<Entry>* entries, ListStep* failedStep);
 // that can't be looked into, gives its code.
 Code MainModulePath(std::uint32_t id, cvn::String* path);
 
-// As QueryFullProcessImageNameW behind OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION), which fail
+// As QueryFullProcessImageNameW after OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION), which fail
 // apart.
 enum class ImageStep { Open, Query };
 Code ImagePath(std::uint32_t id, cvn::String* path, ImageStep* failedStep);
@@ -115,10 +115,10 @@ cvn::String UserSid(std::uint32_t id);
 
 // As LogonUserW (interactive, default provider) and then ImpersonateLoggedOnUser: the thread runs
 // as that user from now on. The token is kept until Revert; one that was kept before is lost, as
-// the caller asked for. On Linux 50: a system that isn't running logs nobody on.
+// the caller asked for. On Linux 50: a system that isn't running has no logons.
 Code Impersonate(cvn::StringView user, cvn::StringView domain, cvn::StringView password);
 
-// As RevertToSelf; closes the kept token, whatever that gave. Success without an impersonation.
+// As RevertToSelf; closes the kept token even when that fails. Success without an impersonation.
 Code Revert();
 
 }  // namespace platform::process

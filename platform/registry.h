@@ -97,7 +97,7 @@ Code SetValue(const Key& key, cvn::StringView name, std::uint32_t type,
 Code DeleteValue(const Key& key, cvn::StringView name);
 
 // The name at `index`, counted from 0, as RegEnumKeyExW and RegEnumValueW with a buffer of
-// `capacity` characters, the terminator included: 234 when the name doesn't fit, 259 behind the
+// `capacity` characters, the terminator included: 234 when the name doesn't fit, 259 after the
 // last. Keys come in the order of their names.
 Code EnumerateKey(const Key& key, std::uint32_t index, std::size_t capacity, cvn::String* name);
 Code EnumerateValue(const Key& key, std::uint32_t index, std::size_t capacity, cvn::String* name);

@@ -1,10 +1,10 @@
-// Services: the service control manager's database and the state of what stands in it.
+// Services: the service control manager's database and the state of the services.
 //
 // On Linux the database is the machine's registry, SYSTEM\CurrentControlSet\Services, as the
 // service manager stores it, read anew by each operation. A key of it is a service when it has the
 // numbers Type, Start and ErrorControl, and has not been left marked for deletion, which the
 // manager would delete when it starts. None of the services runs: each is stopped, and stays so.
-// Who may write the SYSTEM hive has all rights; another may query.
+// An account that may write the SYSTEM hive has all rights; another may query.
 #pragma once
 
 #include <cstdint>
@@ -78,7 +78,7 @@ struct Config {
   cvn::String binaryPath;
   bool hasBinaryPath = false;  // of a queried service: whether there is a path at all
   cvn::String group;
-  // Each name ended by a NUL, one more NUL behind the last; a '+' before the name of a group.
+  // Each name ended by a NUL, one more NUL after the last; a '+' before the name of a group.
   cvn::String dependencies;
 };
 
