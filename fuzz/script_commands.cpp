@@ -9,9 +9,6 @@
 #include <string>
 
 #include "commands/common/families.h"
-#include "commands/documents/ini.h"
-#include "commands/documents/json.h"
-#include "commands/documents/xml.h"
 #include "engine/command_declaration.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -100,36 +97,11 @@ const FuzzedCommand* FindFuzzed(cvn::StringView name) {
   return found == std::end(kCommands) ? nullptr : found;
 }
 
-constexpr CommandRecord kOtherCommands[] = {
-    Command<FunctionXmlOpen>(u"xmlOpen", FunctionXmlOpen::kDescription),
-    Command<FunctionXmlClose>(u"xmlClose", FunctionXmlClose::kDescription),
-    Command<FunctionXmlSave>(u"xmlSave", FunctionXmlSave::kDescription),
-    Command<FunctionXmlAddChild>(u"xmlAddChild", FunctionXmlAddChild::kDescription),
-    Command<FunctionXmlRemoveChild>(u"xmlRemoveChild", FunctionXmlRemoveChild::kDescription),
-    Command<FunctionXmlSetValue>(u"xmlSetValue", FunctionXmlSetValue::kDescription),
-    Command<FunctionXmlSetCDataValue>(u"xmlSetCDataValue", FunctionXmlSetCDataValue::kDescription),
-    Command<FunctionXmlGetValue>(u"xmlGetValue", FunctionXmlGetValue::kDescription),
-    Command<FunctionXmlGetElement>(u"xmlGetElement", FunctionXmlGetElement::kDescription),
-    Command<FunctionJsonOpen>(u"jsonOpen", FunctionJsonOpen::kDescription),
-    Command<FunctionJsonClose>(u"jsonClose", FunctionJsonClose::kDescription),
-    Command<FunctionJsonSave>(u"jsonSave", FunctionJsonSave::kDescription),
-    Command<FunctionJsonAddChild>(u"jsonAddChild", FunctionJsonAddChild::kDescription),
-    Command<FunctionJsonRemoveChild>(u"jsonRemoveChild", FunctionJsonRemoveChild::kDescription),
-    Command<FunctionJsonSetStringValue>(u"jsonSetStringValue",
-                                        FunctionJsonSetStringValue::kDescription),
-    Command<FunctionJsonSetIntValue>(u"jsonSetIntValue", FunctionJsonSetIntValue::kDescription),
-    Command<FunctionJsonSetBoolValue>(u"jsonSetBoolValue", FunctionJsonSetBoolValue::kDescription),
-    Command<FunctionJsonGetValue>(u"jsonGetValue", FunctionJsonGetValue::kDescription),
-    Command<FunctionJsonGetElement>(u"jsonGetElement", FunctionJsonGetElement::kDescription),
-    Command<FunctionIniGetValue>(u"iniGetValue", FunctionIniGetValue::kDescription),
-    Command<FunctionIniSetValue>(u"iniSetValue", FunctionIniSetValue::kDescription),
-};
-
 bool RegisterCommands() {
   static cvn::List<CommandRecord> commands;
   for (const std::span<const CommandRecord> family :
-       {kFlowFamily.commands, kTextFamily.commands, kRegistryFamily.commands,
-        std::span<const CommandRecord>(kOtherCommands)}) {
+       {kFlowFamily.commands, kTextFamily.commands, kRegistryFamily.commands, kIniFamily.commands,
+        kXmlFamily.commands, kJsonFamily.commands}) {
     std::ranges::copy_if(family, std::back_inserter(commands), [](const CommandRecord& command) {
       return FindFuzzed(command.name) != nullptr;
     });

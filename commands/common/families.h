@@ -13,5 +13,8 @@ extern const CommandFamily kRegistryFamily;
 extern const CommandFamily kServicesFamily;
 extern const CommandFamily kProgramsFamily;
 extern const CommandFamily kProductFamily;
+extern const CommandFamily kIniFamily;
+extern const CommandFamily kXmlFamily;
+extern const CommandFamily kJsonFamily;
 
 }  // namespace tessel

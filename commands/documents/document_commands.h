@@ -1,32 +1,46 @@
 // What the XML and the JSON commands share.
 #pragma once
 
-#include "engine/function_base.h"
+#include "engine/command_declaration.h"
 #include "engine/object_store.h"
 
 namespace tessel {
 
-// A command that takes a path, of a file or in a tree, and a handle.
-class FunctionOnPath : public FunctionRetError {
- public:
-  bool Parse() override {
-    return ReadNonEmpty(u"path", &path_) && ReadNonEmpty(u"handle", &handle_);
-  }
-
- protected:
-  cvn::String path_;
-  cvn::String handle_;
+// A command that reads or writes a file, and the handle of the document that goes with it.
+struct FunctionOnFile : FunctionRetError {
+  cvn::String handle;
+  cvn::String path;
 };
+
+inline constexpr AttributeDescription kOpenAttributes[] = {
+    Expanded<&FunctionOnFile::path>(u"path", Presence::NonEmpty, u"The file to read."),
+    Handle<&FunctionOnFile::handle>(
+        u"handle", Presence::NonEmpty,
+        u"The name to open it under. A document that the name holds already is closed."),
+};
+
+inline constexpr AttributeDescription kSavedFile =
+    Expanded<&FunctionOnFile::path>(u"path", Presence::NonEmpty, u"The file to write.");
 
 // A command that closes a handle, whatever it holds. An unknown one is no error.
-class FunctionCloseDocument : public FunctionBase {
- public:
-  bool Parse() override { return ReadNonEmpty(u"handle", &handle_); }
+struct FunctionCloseDocument : FunctionBase {
+  void CloseHandle() { SetObject(handle, nullptr, ObjectType::XmlDocument, objects); }
 
- protected:
-  void CloseHandle() { SetObject(handle_, nullptr, ObjectType::XmlDocument, objects); }
-
-  cvn::String handle_;
+  cvn::String handle;
 };
+
+inline constexpr AttributeDescription kCloseAttributes[] = {
+    Handle<&FunctionCloseDocument::handle>(u"handle", Presence::NonEmpty,
+                                           u"What to close; an unknown name is no failure."),
+};
+
+inline constexpr cvn::StringView kCloseNotes =
+    u"All handles into a document end with it. A handle into one only loses its name.";
+
+// The handle that a command gives an element of a document.
+template <typename Class>
+inline constexpr AttributeDescription kElementHandle = Handle<&Class::destHandle>(
+    u"destHandle", Presence::NonEmpty,
+    u"The name to keep it under; that of `handle` too, unless it is the document's own.");
 
 }  // namespace tessel

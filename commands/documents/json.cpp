@@ -1,8 +1,10 @@
-#include "commands/documents/json.h"
-
+// Commands over JSON documents.
 #include <exception>
 #include <functional>
+#include <optional>
 
+#include "commands/common/families.h"
+#include "commands/documents/document_commands.h"
 #include "commands/documents/json_document.h"
 #include "commands/documents/json_text.h"
 #include "engine/variable_store.h"
@@ -71,166 +73,98 @@ Code Guarded(const std::function<Code()>& body) {
   }
 }
 
-}  // namespace
+struct FunctionJsonOpen : FunctionOnFile {
+  void Execute() override;
+};
 
 void FunctionJsonOpen::Execute() {
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"jsonOpen begin [handle = %s] [path = %s]", handle_, path);
+  const cvn::String file = ExpandVariables(path, variables);
+  TraceLine(u"jsonOpen begin [handle = %s] [path = %s]", handle, file);
   auto document = std::make_shared<JsonDocument>();
   std::string text;
-  const bool opened = platform::ReadTextFile(path, &text) == platform::kSuccess &&
+  const bool opened = platform::ReadTextFile(file, &text) == platform::kSuccess &&
                       ParseJson(text, JsonComments::Keep, &document->root);
   if (opened) {
-    SetObject(handle_, document, ObjectType::JsonDocument, objects);
+    SetObject(handle, document, ObjectType::JsonDocument, objects);
   }
   const Code code = opened ? platform::kSuccess : platform::kFileNotFound;
-  TraceLine(u"jsonOpen end   [handle = %s] [path = %s] [error = %d]", handle_, path, code);
+  TraceLine(u"jsonOpen end   [handle = %s] [path = %s] [error = %d]", handle, file, code);
   ReportCode(code);
 }
 
-void FunctionJsonClose::Execute() {
-  TraceLine(u"jsonClose      [handle = %s]", handle_);
-  CloseHandle();
-}
+constexpr FailureDescription kOpenFailures[] = {
+    {u"2", u"the file can't be read, or isn't JSON"},
+};
+
+constexpr CommandDescription kJsonOpen = {
+    .purpose = u"Opens a JSON file.",
+    .attributes = kOpenAttributes,
+    .failures = kOpenFailures,
+};
+
+struct FunctionJsonSave : FunctionOnFile {
+  void Execute() override;
+};
 
 void FunctionJsonSave::Execute() {
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"jsonSave begin [handle = %s] [path = %s]", handle_, path);
+  const cvn::String file = ExpandVariables(path, variables);
+  TraceLine(u"jsonSave begin [handle = %s] [path = %s]", handle, file);
   const Code code = Guarded([&] {
     JsonPlace place;
-    const bool saved = ResolveHandle(handle_, *objects, &place) &&
-                       platform::SaveTextFile(path, PrintJson(*place.value)) == platform::kSuccess;
+    const bool saved = ResolveHandle(handle, *objects, &place) &&
+                       platform::SaveTextFile(file, PrintJson(*place.value)) == platform::kSuccess;
     return saved ? platform::kSuccess : kFunctionFailed;
   });
   ReportCode(code);
-  TraceLine(u"jsonSave end   [handle = %s] [path = %s] [error = %d]", handle_, path, code);
+  TraceLine(u"jsonSave end   [handle = %s] [path = %s] [error = %d]", handle, file, code);
 }
 
-bool FunctionJsonAddChild::Parse() {
-  return ReadAttribute(u"path", &path_) && ReadNonEmpty(u"handle", &handle_) &&
-         ReadNonEmpty(u"data", &data_);
-}
+constexpr AttributeDescription kSaveAttributes[] = {
+    Handle<&FunctionOnFile::handle>(u"handle", Presence::NonEmpty,
+                                    u"The document, or a value in one."),
+    kSavedFile,
+};
 
-void FunctionJsonAddChild::Execute() {
-  const cvn::String data = ExpandVariables(data_, variables);
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"jsonAddChild begin       [handle = %s] [path = %s] [data = %s]", handle_, path, data);
-  const Code code = Guarded([&] {
-    Json::Value value;
-    return ParseJson(cvn::WideToUtf8(data), JsonComments::Drop, &value)
-               ? WriteAt(handle_, path, std::move(value), *objects)
-               : kInvalidData;
-  });
-  TraceLine(u"jsonAddChild end         [handle = %s] [path = %s] [error = %d]", handle_, path,
-            code);
-  ReportCode(code);
-}
+constexpr FailureDescription kSaveFailures[] = {
+    {u"1627", u"there is no such handle, or the file can't be written"},
+};
 
-namespace {
+constexpr CommandDescription kJsonSave = {
+    .purpose = u"Writes a JSON document, or a part of one, to a file. It stays open.",
+    .attributes = kSaveAttributes,
+    .failures = kSaveFailures,
+    .notes = u"The file is in UTF-8 with a byte-order mark, and its lines end in CR LF.",
+};
 
-// Removes an element and closes the gap.
-void RemoveElement(JsonPlace* place, std::string_view leaf) {
-  leaf.remove_prefix(std::min(leaf.find_first_not_of("[%"), leaf.size()));
-  leaf = leaf.substr(0, leaf.find_last_not_of(']') + 1);
-  const std::int32_t removed = cvn::ReadInt32(cvn::Utf8ToWide(leaf));
-  if (removed < 0 || !place->value->isValidIndex(static_cast<Json::ArrayIndex>(removed))) {
-    return;
+struct FunctionJsonClose : FunctionCloseDocument {
+  void Execute() override {
+    TraceLine(u"jsonClose      [handle = %s]", handle);
+    CloseHandle();
   }
-  place->document->Forget(place->route, false);
-  Json::Value rest(Json::arrayValue);
-  for (Json::ArrayIndex index = 0; index < place->value->size(); ++index) {
-    if (index != static_cast<Json::ArrayIndex>(removed)) {
-      rest.append(std::move((*place->value)[index]));
-    }
-  }
-  *place->value = std::move(rest);
-}
+};
 
-// What is neither array nor object holds nothing to remove, and the library would fail on it.
-void RemoveAt(std::string_view path, JsonPlace* place) {
-  const std::size_t slash = path.rfind('/');
-  // Without a slash the whole path is both: what holds the leaf, and the leaf.
-  const std::string_view parent = slash == std::string_view::npos ? path : path.substr(0, slash);
-  const std::string_view leaf = slash == std::string_view::npos ? path : path.substr(slash + 1);
-  if (leaf.empty() || !WalkJson(parent, false, place)) {
-    return;
-  }
-  if (place->value->isArray()) {
-    RemoveElement(place, leaf);
-  } else if (place->value->isObject()) {
-    JsonRoute route = place->route;
-    route.push_back({std::string(leaf), 0});
-    place->document->Forget(route, true);
-    place->value->removeMember(std::string(leaf));
-  }
-}
+constexpr CommandDescription kJsonClose = {
+    .purpose = u"Closes a JSON document, without saving it.",
+    .attributes = kCloseAttributes,
+    .notes = kCloseNotes,
+};
 
-}  // namespace
+// A command on the value that a path leads to from the value of a handle.
+struct FunctionOnJson : FunctionRetError {
+  cvn::String handle;
+  cvn::String path;
+};
 
-void FunctionJsonRemoveChild::Execute() {
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"jsonRemoveChild begin    [handle = %s] [path = %s]", handle_, path);
-  const Code code = Guarded([&] {
-    JsonPlace place;
-    if (!ResolveHandle(handle_, *objects, &place)) {
-      return platform::kNotFound;
-    }
-    RemoveAt(cvn::WideToUtf8(path), &place);
-    return platform::kSuccess;
-  });
-  TraceLine(u"jsonRemoveChild end      [handle = %s] [path = %s] [error = %d]", handle_, path,
-            code);
-  ReportCode(code);
-}
+constexpr AttributeDescription kHandle = Handle<&FunctionOnJson::handle>(
+    u"handle", Presence::NonEmpty, u"The document, or a value in one.");
 
-bool FunctionJsonSetValue::Parse() {
-  return ReadAttribute(u"path", &path_) && ReadNonEmpty(u"handle", &handle_) &&
-         ReadAttribute(u"value", &value_);
-}
+constexpr AttributeDescription kPlace = Expanded<&FunctionOnJson::path>(
+    u"path", Presence::Required,
+    u"The path to the value, such as `users/list[0]name`. Empty for the value of the handle.");
 
-void FunctionJsonSetStringValue::Execute() {
-  const cvn::String value = ExpandVariables(value_, variables);
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"jsonSetStringValue begin [handle = %s] [path = %s] [value = %s]", handle_, path,
-            value);
-  const Code code =
-      Guarded([&] { return WriteAt(handle_, path, cvn::WideToUtf8(value), *objects); });
-  TraceLine(u"jsonSetStringValue end   [handle = %s] [path = %s] [error = %d]", handle_, path,
-            code);
-  ReportCode(code);
-}
-
-void FunctionJsonSetIntValue::Execute() {
-  const cvn::String value = ExpandVariables(value_, variables);
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"jsonSetIntValue begin    [handle = %s] [path = %s] [value = %s]", handle_, path,
-            value);
-  const Code code =
-      Guarded([&] { return WriteAt(handle_, path, cvn::ReadInt32(value), *objects); });
-  TraceLine(u"jsonSetIntValue end      [handle = %s] [path = %s] [error = %d]", handle_, path,
-            code);
-  ReportCode(code);
-}
-
-void FunctionJsonSetBoolValue::Execute() {
-  const cvn::String value = ExpandVariables(value_, variables);
-  const cvn::String path = ExpandVariables(path_, variables);
-  // Readers of traces know booleans by the lines of integers.
-  TraceLine(u"jsonSetIntValue begin    [handle = %s] [path = %s] [value = %s]", handle_, path,
-            value);
-  const bool isTrue = value != u"false" && value != u"0";
-  const Code code = Guarded([&] { return WriteAt(handle_, path, isTrue, *objects); });
-  TraceLine(u"jsonSetIntValue end      [handle = %s] [path = %s] [error = %d]", handle_, path,
-            code);
-  ReportCode(code);
-}
-
-bool FunctionJsonGetValue::Parse() {
-  return ReadAttribute(u"path", &path_) && ReadNonEmpty(u"handle", &handle_) &&
-         ReadAttribute(u"var", &var_);
-}
-
-namespace {
+constexpr FailureDescription kNoHandle = {
+    u"1168", u"there is no such handle, or its value or document is gone"};
+constexpr FailureDescription kNoWay = {u"1627", u"`path` isn't valid, or can't be made"};
 
 // The text that a variable gets of a value. False for a value that has none.
 bool TextOf(const Json::Value& value, cvn::String* text) {
@@ -245,6 +179,160 @@ bool TextOf(const Json::Value& value, cvn::String* text) {
   }
   return true;
 }
+
+struct FunctionJsonGetValue : FunctionOnJson {
+  void Execute() override;
+
+  cvn::String var;
+};
+
+void FunctionJsonGetValue::Execute() {
+  const cvn::String expanded = ExpandVariables(path, variables);
+  TraceLine(u"jsonGetValue begin       [handle = %s] [path = %s] [variable = %s]", handle, expanded,
+            var);
+  const Code code = Guarded([&] {
+    JsonPlace place;
+    if (!ResolveHandle(handle, *objects, &place)) {
+      return platform::kNotFound;
+    }
+    cvn::String text;
+    if (!WalkJson(cvn::WideToUtf8(expanded), false, &place) || !TextOf(*place.value, &text)) {
+      return kFunctionFailed;
+    }
+    SetVariable(var, text, variables);
+    return platform::kSuccess;
+  });
+  TraceLine(u"jsonGetValue end         [handle = %s] [path = %s] [error = %d]", handle, expanded,
+            code);
+  ReportCode(code);
+}
+
+constexpr AttributeDescription kGetValueAttributes[] = {
+    kHandle,
+    kPlace,
+    Variable<&FunctionJsonGetValue::var>(
+        u"var", Presence::Required,
+        u"Receives the value as text. After a failure it keeps what it had."),
+};
+
+constexpr FailureDescription kGetValueFailures[] = {
+    kNoHandle,
+    {u"1627", u"there is no value at `path`, or it is no text, boolean or whole number of 32 bits"},
+};
+
+constexpr CommandDescription kJsonGetValue = {
+    .purpose = u"Sets a variable to a text, a whole number or a boolean of the document.",
+    .attributes = kGetValueAttributes,
+    .failures = kGetValueFailures,
+    .notes = u"A null counts as missing.",
+};
+
+// The three setters differ in what they make of the text.
+struct FunctionJsonSetValue : FunctionOnJson {
+  cvn::String value;
+};
+
+constexpr FailureDescription kSetFailures[] = {kNoHandle, kNoWay};
+
+constexpr cvn::StringView kSetNotes =
+    u"What is missing on the way is made, and what stands in the way is replaced by an object: "
+    u"`a/b` makes an object of a number `a`.";
+
+struct FunctionJsonSetStringValue : FunctionJsonSetValue {
+  void Execute() override;
+};
+
+void FunctionJsonSetStringValue::Execute() {
+  const cvn::String text = ExpandVariables(value, variables);
+  const cvn::String expanded = ExpandVariables(path, variables);
+  TraceLine(u"jsonSetStringValue begin [handle = %s] [path = %s] [value = %s]", handle, expanded,
+            text);
+  const Code code =
+      Guarded([&] { return WriteAt(handle, expanded, cvn::WideToUtf8(text), *objects); });
+  TraceLine(u"jsonSetStringValue end   [handle = %s] [path = %s] [error = %d]", handle, expanded,
+            code);
+  ReportCode(code);
+}
+
+constexpr AttributeDescription kSetStringValueAttributes[] = {
+    kHandle,
+    kPlace,
+    Expanded<&FunctionJsonSetValue::value>(u"value", Presence::Required, u"The text."),
+};
+
+constexpr CommandDescription kJsonSetStringValue = {
+    .purpose = u"Puts a text at a place, instead of what stands there.",
+    .attributes = kSetStringValueAttributes,
+    .failures = kSetFailures,
+    .notes = kSetNotes,
+};
+
+struct FunctionJsonSetIntValue : FunctionJsonSetValue {
+  void Execute() override;
+};
+
+void FunctionJsonSetIntValue::Execute() {
+  const cvn::String text = ExpandVariables(value, variables);
+  const cvn::String expanded = ExpandVariables(path, variables);
+  TraceLine(u"jsonSetIntValue begin    [handle = %s] [path = %s] [value = %s]", handle, expanded,
+            text);
+  const Code code =
+      Guarded([&] { return WriteAt(handle, expanded, cvn::ReadInt32(text), *objects); });
+  TraceLine(u"jsonSetIntValue end      [handle = %s] [path = %s] [error = %d]", handle, expanded,
+            code);
+  ReportCode(code);
+}
+
+constexpr AttributeDescription kSetIntValueAttributes[] = {
+    kHandle,
+    kPlace,
+    Expanded<&FunctionJsonSetValue::value>(
+        u"value", Presence::Required,
+        u"The whole number, of 32 bits. What is no number counts as 0."),
+};
+
+constexpr CommandDescription kJsonSetIntValue = {
+    .purpose = u"Puts a whole number at a place, instead of what stands there.",
+    .attributes = kSetIntValueAttributes,
+    .failures = kSetFailures,
+    .notes = kSetNotes,
+};
+
+struct FunctionJsonSetBoolValue : FunctionJsonSetValue {
+  void Execute() override;
+};
+
+void FunctionJsonSetBoolValue::Execute() {
+  const cvn::String text = ExpandVariables(value, variables);
+  const cvn::String expanded = ExpandVariables(path, variables);
+  // Readers of traces know booleans by the lines of integers.
+  TraceLine(u"jsonSetIntValue begin    [handle = %s] [path = %s] [value = %s]", handle, expanded,
+            text);
+  const bool isTrue = text != u"false" && text != u"0";
+  const Code code = Guarded([&] { return WriteAt(handle, expanded, isTrue, *objects); });
+  TraceLine(u"jsonSetIntValue end      [handle = %s] [path = %s] [error = %d]", handle, expanded,
+            code);
+  ReportCode(code);
+}
+
+constexpr AttributeDescription kSetBoolValueAttributes[] = {
+    kHandle,
+    kPlace,
+    Expanded<&FunctionJsonSetValue::value>(
+        u"value", Presence::Required,
+        u"`false` or `0` for false. Anything else is true, an empty text and `False` too."),
+};
+
+constexpr cvn::StringView kSetBoolNotes =
+    u"What is missing on the way is made, and what stands in the way is replaced by an object. In "
+    u"the trace the command goes by `jsonSetIntValue`.";
+
+constexpr CommandDescription kJsonSetBoolValue = {
+    .purpose = u"Puts true or false at a place, instead of what stands there.",
+    .attributes = kSetBoolValueAttributes,
+    .failures = kSetFailures,
+    .notes = kSetBoolNotes,
+};
 
 // The array that is being walked, and the element that comes next.
 struct Enumeration {
@@ -289,58 +377,219 @@ Code TakeNextElement(const cvn::String& destHandle, ObjectStore* objects) {
   return platform::kSuccess;
 }
 
-}  // namespace
+enum class Step { Begin, Next };
 
-void FunctionJsonGetValue::Execute() {
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"jsonGetValue begin       [handle = %s] [path = %s] [variable = %s]", handle_, path,
-            var_);
-  const Code code = Guarded([&] {
-    JsonPlace place;
-    if (!ResolveHandle(handle_, *objects, &place)) {
-      return platform::kNotFound;
-    }
-    cvn::String text;
-    if (!WalkJson(cvn::WideToUtf8(path), false, &place) || !TextOf(*place.value, &text)) {
-      return kFunctionFailed;
-    }
-    SetVariable(var_, text, variables);
-    return platform::kSuccess;
-  });
-  TraceLine(u"jsonGetValue end         [handle = %s] [path = %s] [error = %d]", handle_, path,
-            code);
-  ReportCode(code);
-}
+constexpr Word<Step> kSteps[] = {{u"begin", Step::Begin}, {u"next", Step::Next}};
 
-bool FunctionJsonGetElement::Parse() {
-  ReadAttribute(u"enumStep", &enumStep_);
-  return ReadNonEmpty(u"path", &path_) && ReadNonEmpty(u"handle", &handle_) &&
-         ReadNonEmpty(u"destHandle", &destHandle_);
-}
+// Gives a value a handle, or walks the elements of an array. There is one such walk in the process.
+struct FunctionJsonGetElement : FunctionOnJson {
+  void Execute() override;
+
+  cvn::String destHandle;
+  std::optional<Step> step;
+};
 
 void FunctionJsonGetElement::Execute() {
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"jsonGetElement begin     [handle = %s] [path = %s] [dest handle = %s]", handle_, path,
-            destHandle_);
+  const cvn::String expanded = ExpandVariables(path, variables);
+  TraceLine(u"jsonGetElement begin     [handle = %s] [path = %s] [dest handle = %s]", handle,
+            expanded, destHandle);
   const Code code = Guarded([&] {
     JsonPlace place;
-    if (!ResolveHandle(handle_, *objects, &place)) {
+    if (!ResolveHandle(handle, *objects, &place)) {
       return platform::kNotFound;
     }
-    if (enumStep_.Empty()) {
-      if (!WalkJson(cvn::WideToUtf8(path), false, &place)) {
+    if (!step) {
+      if (!WalkJson(cvn::WideToUtf8(expanded), false, &place)) {
         return kFunctionFailed;
       }
-      SetElementHandle(destHandle_, place, objects);
+      SetElementHandle(destHandle, place, objects);
       return platform::kSuccess;
     }
-    const Code begun = enumStep_ == u"begin" ? BeginEnumeration(cvn::WideToUtf8(path), &place)
-                                             : platform::kSuccess;
-    return begun == platform::kSuccess ? TakeNextElement(destHandle_, objects) : begun;
+    const Code begun = step == Step::Begin ? BeginEnumeration(cvn::WideToUtf8(expanded), &place)
+                                           : platform::kSuccess;
+    return begun == platform::kSuccess ? TakeNextElement(destHandle, objects) : begun;
   });
-  TraceLine(u"jsonGetElement end       [handle = %s] [path = %s] [error = %d]", handle_, path,
+  TraceLine(u"jsonGetElement end       [handle = %s] [path = %s] [error = %d]", handle, expanded,
             code);
   ReportCode(code);
 }
+
+constexpr AttributeDescription kGetElementAttributes[] = {
+    kHandle,
+    Expanded<&FunctionOnJson::path>(
+        u"path", Presence::NonEmpty,
+        u"The path to the value, such as `users/list[0]name`; with `begin`, to the array."),
+    kElementHandle<FunctionJsonGetElement>,
+    OptionalChoice<&FunctionJsonGetElement::step, kSteps>(
+        u"enumStep",
+        u"Walks an array: `begin` takes its first element, `next` the one that follows, and then "
+        u"`path` doesn't count. Empty, or missing, it takes the value at `path`.",
+        u"next"),
+};
+
+constexpr FailureDescription kGetElementFailures[] = {
+    {u"1168",
+     u"there is no such handle, or its value or document is gone; or with `begin`, there is no "
+     u"value at `path`"},
+    {u"1388", u"with `begin`, the value at `path` is no array"},
+    {u"1413", u"there is no next element"},
+    {u"1627", u"there is no value at `path`"},
+};
+
+constexpr CommandDescription kJsonGetElement = {
+    .purpose = u"Keeps a value under a handle of its own, or walks the elements of an array.",
+    .attributes = kGetElementAttributes,
+    .failures = kGetElementFailures,
+    .notes =
+        u"There is one walk at a time: `begin` ends an earlier one. A null counts as missing. "
+        u"Behind an index the next name follows without a separator.",
+};
+
+// Puts a JSON text's value at a place, in place of what stands there.
+struct FunctionJsonAddChild : FunctionOnJson {
+  void Execute() override;
+
+  cvn::String data;
+};
+
+void FunctionJsonAddChild::Execute() {
+  const cvn::String text = ExpandVariables(data, variables);
+  const cvn::String expanded = ExpandVariables(path, variables);
+  TraceLine(u"jsonAddChild begin       [handle = %s] [path = %s] [data = %s]", handle, expanded,
+            text);
+  const Code code = Guarded([&] {
+    Json::Value value;
+    return ParseJson(cvn::WideToUtf8(text), JsonComments::Drop, &value)
+               ? WriteAt(handle, expanded, std::move(value), *objects)
+               : kInvalidData;
+  });
+  TraceLine(u"jsonAddChild end         [handle = %s] [path = %s] [error = %d]", handle, expanded,
+            code);
+  ReportCode(code);
+}
+
+constexpr AttributeDescription kAddChildAttributes[] = {
+    kHandle,
+    kPlace,
+    Expanded<&FunctionJsonAddChild::data>(u"data", Presence::NonEmpty, u"The new value, as JSON."),
+};
+
+constexpr FailureDescription kAddChildFailures[] = {
+    {u"13", u"`data` isn't JSON"},
+    kNoHandle,
+    kNoWay,
+};
+
+constexpr CommandDescription kJsonAddChild = {
+    .purpose = u"Puts a value at a place, instead of what stands there.",
+    .attributes = kAddChildAttributes,
+    .failures = kAddChildFailures,
+    .notes = kSetNotes,
+};
+
+// Removes an element and closes the gap.
+void RemoveElement(JsonPlace* place, std::string_view leaf) {
+  leaf.remove_prefix(std::min(leaf.find_first_not_of("[%"), leaf.size()));
+  leaf = leaf.substr(0, leaf.find_last_not_of(']') + 1);
+  const std::int32_t removed = cvn::ReadInt32(cvn::Utf8ToWide(leaf));
+  if (removed < 0 || !place->value->isValidIndex(static_cast<Json::ArrayIndex>(removed))) {
+    return;
+  }
+  place->document->Forget(place->route, false);
+  Json::Value rest(Json::arrayValue);
+  for (Json::ArrayIndex index = 0; index < place->value->size(); ++index) {
+    if (index != static_cast<Json::ArrayIndex>(removed)) {
+      rest.append(std::move((*place->value)[index]));
+    }
+  }
+  *place->value = std::move(rest);
+}
+
+// What is neither array nor object holds nothing to remove, and the library would fail on it.
+void RemoveAt(std::string_view path, JsonPlace* place) {
+  const std::size_t slash = path.rfind('/');
+  // Without a slash the whole path is both: what holds the leaf, and the leaf.
+  const std::string_view parent = slash == std::string_view::npos ? path : path.substr(0, slash);
+  const std::string_view leaf = slash == std::string_view::npos ? path : path.substr(slash + 1);
+  if (leaf.empty() || !WalkJson(parent, false, place)) {
+    return;
+  }
+  if (place->value->isArray()) {
+    RemoveElement(place, leaf);
+  } else if (place->value->isObject()) {
+    JsonRoute route = place->route;
+    route.push_back({std::string(leaf), 0});
+    place->document->Forget(route, true);
+    place->value->removeMember(std::string(leaf));
+  }
+}
+
+struct FunctionJsonRemoveChild : FunctionOnJson {
+  void Execute() override;
+};
+
+void FunctionJsonRemoveChild::Execute() {
+  const cvn::String expanded = ExpandVariables(path, variables);
+  TraceLine(u"jsonRemoveChild begin    [handle = %s] [path = %s]", handle, expanded);
+  const Code code = Guarded([&] {
+    JsonPlace place;
+    if (!ResolveHandle(handle, *objects, &place)) {
+      return platform::kNotFound;
+    }
+    RemoveAt(cvn::WideToUtf8(expanded), &place);
+    return platform::kSuccess;
+  });
+  TraceLine(u"jsonRemoveChild end      [handle = %s] [path = %s] [error = %d]", handle, expanded,
+            code);
+  ReportCode(code);
+}
+
+constexpr AttributeDescription kRemoveChildAttributes[] = {
+    kHandle,
+    Expanded<&FunctionOnJson::path>(
+        u"path", Presence::NonEmpty,
+        u"The path to the member, or to the element of an array: `/name`, `users/name`, `list/2`."),
+};
+
+constexpr FailureDescription kRemoveChildFailures[] = {kNoHandle};
+
+constexpr CommandDescription kJsonRemoveChild = {
+    .purpose = u"Removes a member of an object, or an element of an array.",
+    .attributes = kRemoveChildAttributes,
+    .failures = kRemoveChildFailures,
+    .notes =
+        u"What is missing is no failure, and a text or a number has no members to remove. A member "
+        u"of the handle's own value needs the slash: `name` means the member `name` of the member "
+        u"`name`. An element goes by `list/2` or `list/[2]`; `list[2]` doesn't remove it.",
+};
+
+constexpr CommandRecord kCommands[] = {
+    Command<FunctionJsonOpen>(u"jsonOpen", kJsonOpen),
+    Command<FunctionJsonSave>(u"jsonSave", kJsonSave),
+    Command<FunctionJsonClose>(u"jsonClose", kJsonClose),
+    Command<FunctionJsonGetValue>(u"jsonGetValue", kJsonGetValue),
+    Command<FunctionJsonSetStringValue>(u"jsonSetStringValue", kJsonSetStringValue),
+    Command<FunctionJsonSetIntValue>(u"jsonSetIntValue", kJsonSetIntValue),
+    Command<FunctionJsonSetBoolValue>(u"jsonSetBoolValue", kJsonSetBoolValue),
+    Command<FunctionJsonGetElement>(u"jsonGetElement", kJsonGetElement),
+    Command<FunctionJsonAddChild>(u"jsonAddChild", kJsonAddChild),
+    Command<FunctionJsonRemoveChild>(u"jsonRemoveChild", kJsonRemoveChild),
+};
+
+}  // namespace
+
+constinit const CommandFamily kJsonFamily = {
+    .title = u"JSON documents",
+    .introduction =
+        uR"md(
+Handles are as for XML documents. Nothing is saved without `jsonSave`.
+
+A path has names between `/` or `\`, and indices in brackets, behind which the next name follows without a separator:
+`list[0]name`, and `list[0][1]`. A name can't hold one of these characters. Where a command makes what is missing, the
+elements of an array below a new one become nulls.
+)md",
+    .commands = kCommands,
+    .sample = u"settings.json",
+};
 
 }  // namespace tessel

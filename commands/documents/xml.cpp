@@ -1,6 +1,9 @@
-#include "commands/documents/xml.h"
+// Commands over XML documents.
+#include <string>
 
+#include "commands/common/families.h"
 #include "commands/documents/ccvn_tiny_xml.h"
+#include "commands/documents/document_commands.h"
 #include "engine/variable_store.h"
 #include "engine/xml_text.h"
 #include "platform/error.h"
@@ -62,69 +65,329 @@ std::size_t HeightOf(const TiXmlNode& node) {
   return highest + 1;
 }
 
-}  // namespace
+struct FunctionXmlOpen : FunctionOnFile {
+  void Execute() override;
+};
 
 void FunctionXmlOpen::Execute() {
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"xmlOpen from '%s'.handle: %s", path, handle_);
+  const cvn::String file = ExpandVariables(path, variables);
+  TraceLine(u"xmlOpen from '%s'.handle: %s", file, handle);
   auto document = std::make_shared<CCVNTinyXml>();
-  if (document->Load(path)) {
-    SetObject(handle_, document, ObjectType::XmlDocument, objects);
+  if (document->Load(file)) {
+    SetObject(handle, document, ObjectType::XmlDocument, objects);
   } else {
     ReportCode(LastErrorOr(platform::kFileNotFound));
   }
   TraceEnd(u"xmlOpen");
 }
 
-void FunctionXmlClose::Execute() {
-  TraceLine(u"xmlClose for handle: %s", handle_);
-  CloseHandle();
-}
+constexpr FailureDescription kOther = {u"", u"any other code of the system"};
+
+constexpr FailureDescription kOpenFailures[] = {
+    {u"2", u"the file is missing, or isn't well-formed XML"},
+    {u"3", u"the file's folder is missing"},
+    {u"5", u"access is denied"},
+    kOther,
+};
+
+constexpr CommandDescription kXmlOpen = {
+    .purpose = u"Opens an XML file.",
+    .attributes = kOpenAttributes,
+    .failures = kOpenFailures,
+    .notes =
+        u"The file is in UTF-8, or in UTF-16 with a byte-order mark, whatever its declaration "
+        u"says.",
+};
+
+struct FunctionXmlSave : FunctionOnFile {
+  void Execute() override;
+};
 
 void FunctionXmlSave::Execute() {
-  const cvn::String path = ExpandVariables(path_, variables);
-  TraceLine(u"xmlSave in '%s'.handle: %s", path, handle_);
-  const ObjectRecord* record = objects->Find(handle_);
+  const cvn::String file = ExpandVariables(path, variables);
+  TraceLine(u"xmlSave in '%s'.handle: %s", file, handle);
+  const ObjectRecord* record = objects->Find(handle);
   if (record == nullptr || record->type != ObjectType::XmlDocument) {
     ReportCode(platform::kInvalidHandle);
-  } else if (!static_cast<CCVNTinyXml*>(record->pointer.get())->Save(path)) {
+  } else if (!static_cast<CCVNTinyXml*>(record->pointer.get())->Save(file)) {
     ReportCode(LastErrorOr(platform::kWriteFault));
   }
   TraceEnd(u"xmlSave");
 }
 
-bool FunctionXmlAddChild::Parse() {
-  ReadAttribute(u"insert_before", &insertBefore_);
-  ReadAttribute(u"insert_after", &insertAfter_);
-  ReadAttribute(u"cdata", &cdata_);
-  return ReadNonEmpty(u"xpath", &xpath_) && ReadNonEmpty(u"handle", &handle_) &&
-         ReadNonEmpty(u"data", &data_);
+constexpr AttributeDescription kSaveAttributes[] = {
+    Handle<&FunctionOnFile::handle>(u"handle", Presence::NonEmpty,
+                                    u"The document. An element can't be saved by itself."),
+    kSavedFile,
+};
+
+constexpr FailureDescription kSaveFailures[] = {
+    {u"3", u"the file's folder is missing"},
+    {u"5", u"access is denied"},
+    {u"6", u"there is no such document"},
+    {u"29", u"the file can't be written, and the system doesn't tell why"},
+    {u"112", u"the disk is full"},
+    kOther,
+};
+
+constexpr CommandDescription kXmlSave = {
+    .purpose = u"Writes an XML document to a file. It stays open.",
+    .attributes = kSaveAttributes,
+    .failures = kSaveFailures,
+    .notes =
+        u"The file is in UTF-8 with a byte-order mark, and its lines end in CR LF. An encoding "
+        u"in the declaration stays as it was.",
+};
+
+struct FunctionXmlClose : FunctionCloseDocument {
+  void Execute() override {
+    TraceLine(u"xmlClose for handle: %s", handle);
+    CloseHandle();
+  }
+};
+
+constexpr CommandDescription kXmlClose = {
+    .purpose = u"Closes an XML document, without saving it.",
+    .attributes = kCloseAttributes,
+    .notes = kCloseNotes,
+};
+
+// A command on what an expression finds from the element of a handle.
+struct FunctionOnXml : FunctionRetError {
+  cvn::String handle;
+  cvn::String xpath;
+};
+
+constexpr AttributeDescription kHandle = Handle<&FunctionOnXml::handle>(
+    u"handle", Presence::NonEmpty, u"The document, or an element in one.");
+
+// What is found, and what it means to a command.
+constexpr AttributeDescription XPath(cvn::StringView meaning) {
+  return Expanded<&FunctionOnXml::xpath>(u"xpath", Presence::NonEmpty, meaning);
 }
 
+constexpr FailureDescription kNoHandle = {
+    u"6", u"there is no such handle, or its element or document is gone"};
+constexpr FailureDescription kNoRoot = {u"1168", u"the document has no element left"};
+
+struct FunctionXmlGetValue : FunctionOnXml {
+  void Execute() override;
+
+  cvn::String var;
+};
+
+void FunctionXmlGetValue::Execute() {
+  const cvn::String expression = ExpandVariables(xpath, variables);
+  TraceLine(u"xmlGetValue in '%s' at '%s'. variable: '%s'", handle, expression, var);
+  const XmlContext context = ResolveHandle(handle, *objects);
+  std::string text;
+  if (context.code != platform::kSuccess) {
+    ReportCode(context.code);
+  } else if (!context.document->EvaluateText(context.element, cvn::WideToUtf8(expression), &text)) {
+    ReportCode(platform::kPathNotFound);
+  } else {
+    SetVariable(var, cvn::Utf8ToWide(text), variables);
+  }
+  TraceEnd(u"xmlGetValue");
+}
+
+constexpr AttributeDescription kGetValueAttributes[] = {
+    kHandle,
+    XPath(u"Any expression of XPath 1.0: a path, or a function such as `count()`."),
+    Variable<&FunctionXmlGetValue::var>(u"var", Presence::Required,
+                                        u"Receives the result as text."),
+};
+
+constexpr FailureDescription kGetValueFailures[] = {
+    {u"3", u"`xpath` isn't valid"},
+    kNoHandle,
+    kNoRoot,
+};
+
+constexpr CommandDescription kXmlGetValue = {
+    .purpose = u"Sets a variable to what an expression gives.",
+    .attributes = kGetValueAttributes,
+    .failures = kGetValueFailures,
+    .notes = u"A path that finds nothing is no failure, and empties the variable.",
+};
+
+struct FunctionXmlSetValue : FunctionOnXml {
+  void Execute() override;
+
+  cvn::String value;
+};
+
+void FunctionXmlSetValue::Execute() {
+  const cvn::String text = ExpandVariables(value, variables);
+  const cvn::String expression = ExpandVariables(xpath, variables);
+  TraceLine(u"xmlSetValue in '%s' at '%s'. value: '%s'", handle, expression, text);
+  const XmlContext context = ResolveHandle(handle, *objects);
+  if (context.code != platform::kSuccess) {
+    ReportCode(context.code);
+  } else if (!context.document->SetValue(context.element, cvn::WideToUtf8(expression),
+                                         cvn::WideToUtf8(text))) {
+    ReportCode(platform::kNotFound);
+  }
+  TraceEnd(u"xmlSetValue");
+}
+
+constexpr AttributeDescription kSetValueAttributes[] = {
+    kHandle,
+    XPath(
+        u"The element or the attribute to set. When nothing is left of it after the references are "
+        u"replaced, the element of the handle."),
+    Expanded<&FunctionXmlSetValue::value>(u"value", Presence::Required, u"The text."),
+};
+
+constexpr FailureDescription kSetValueFailures[] = {
+    kNoHandle,
+    {u"1168", u"there is nothing to set at `xpath`, or it isn't valid"},
+};
+
+constexpr cvn::StringView kSetNotes =
+    u"All that an element holds is replaced by the text. An attribute is made when it is missing "
+    u"and its element is there, and `xpath` ends in its name: `server/@port`. An element is never "
+    u"made.";
+
+constexpr CommandDescription kXmlSetValue = {
+    .purpose = u"Sets the text of an element, or an attribute.",
+    .attributes = kSetValueAttributes,
+    .failures = kSetValueFailures,
+    .notes = kSetNotes,
+};
+
+// Despite its name it sets plain text too. It says in words what went wrong, and forgets an earlier
+// failure.
+struct FunctionXmlSetCDataValue : FunctionXmlSetValue {
+  void Execute() override;
+  void Fail(cvn::StringView words);
+};
+
+void FunctionXmlSetCDataValue::Execute() {
+  hasError = false;
+  error = cvn::String();
+  const cvn::String text = ExpandVariables(value, variables);
+  const cvn::String expression = ExpandVariables(xpath, variables);
+  TraceLine(u"xmlSetValue in '%s' at '%s'. value: '%s'", handle, expression, text);
+  const ObjectRecord* record = objects->Find(handle);
+  const XmlContext context = ResolveHandle(handle, *objects);
+  if (record != nullptr && record->type != ObjectType::XmlDocument &&
+      record->type != ObjectType::XmlElement) {
+    Fail(u"Invalid handle type");
+  } else if (context.code == platform::kNotFound) {
+    Fail(u"Could not convert to XML handle type");
+  } else if (context.code != platform::kSuccess) {
+    Fail(u"Invalid handle value");
+  } else if (!context.document->SetValue(context.element, cvn::WideToUtf8(expression),
+                                         cvn::WideToUtf8(text))) {
+    Fail(u"Could not set value");
+  }
+  TraceEnd(u"xmlSetCDataValue");
+}
+
+void FunctionXmlSetCDataValue::Fail(cvn::StringView words) {
+  error = words;
+  hasError = true;
+}
+
+constexpr FailureDescription kSetCDataValueFailures[] = {
+    {u"Invalid handle value", u"there is no such handle, or its element or document is gone"},
+    {u"Could not convert to XML handle type", u"the document has no element left"},
+    {u"Invalid handle type", u"the handle is one of a JSON document, or an array"},
+    {u"Could not set value", u"there is nothing to set at `xpath`, or it isn't valid"},
+};
+
+constexpr CommandDescription kXmlSetCDataValue = {
+    .purpose = u"Sets what `xmlSetValue` sets, and the same way: it makes no CDATA section.",
+    .attributes = kSetValueAttributes,
+    .failures = kSetCDataValueFailures,
+    .notes =
+        u"Its failures are words, and unlike any other command it forgets an earlier failure. "
+        u"In the trace it begins as `xmlSetValue`.",
+};
+
+struct FunctionXmlGetElement : FunctionOnXml {
+  void Execute() override;
+
+  cvn::String destHandle;
+};
+
+void FunctionXmlGetElement::Execute() {
+  const cvn::String expression = ExpandVariables(xpath, variables);
+  TraceLine(u"xmlGetElement in '%s' at '%s'. destHandle: '%s'", handle, expression, destHandle);
+  const XmlContext context = ResolveHandle(handle, *objects);
+  if (context.code != platform::kSuccess) {
+    ReportCode(context.code);
+  } else {
+    TiXmlElement* element = expression.Empty() ? context.element
+                                               : context.document->FindElement(
+                                                     context.element, cvn::WideToUtf8(expression));
+    if (element == nullptr) {
+      ReportCode(platform::kPathNotFound);
+    } else {
+      SetObject(destHandle, context.document->HandleTo(element), ObjectType::XmlElement, objects);
+    }
+  }
+  TraceEnd(u"xmlGetValue");
+}
+
+constexpr AttributeDescription kGetElementAttributes[] = {
+    kHandle,
+    XPath(u"The path to the element. When nothing is left of it after the references are replaced, "
+          u"the "
+          u"element of the handle."),
+    kElementHandle<FunctionXmlGetElement>,
+};
+
+constexpr FailureDescription kGetElementFailures[] = {
+    {u"3", u"there is no element at `xpath`, or it isn't valid"},
+    kNoHandle,
+    kNoRoot,
+};
+
+constexpr CommandDescription kXmlGetElement = {
+    .purpose = u"Keeps an element under a handle of its own.",
+    .attributes = kGetElementAttributes,
+    .failures = kGetElementFailures,
+    .notes = u"In the trace it ends as `xmlGetValue`.",
+};
+
+struct FunctionXmlAddChild : FunctionOnXml {
+  void Execute() override;
+  std::uint32_t AddChild(const cvn::String& xml, const std::string& expression,
+                         const std::string& before, const std::string& after,
+                         const std::string& section);
+
+  cvn::String data;
+  cvn::String cdata;
+  cvn::String insertBefore;
+  cvn::String insertAfter;
+};
+
 void FunctionXmlAddChild::Execute() {
-  const cvn::String data = ExpandVariables(data_, variables);
-  const cvn::String xpath = ExpandVariables(xpath_, variables);
-  const std::string before = cvn::WideToUtf8(ExpandVariables(insertBefore_, variables));
-  const std::string after = cvn::WideToUtf8(ExpandVariables(insertAfter_, variables));
-  const std::string cdata = cvn::WideToUtf8(ExpandVariables(cdata_, variables));
-  TraceLine(u"xmlAddChild in '%s' at '%s'. xml: '%s'", handle_, xpath, data);
-  ReportCode(AddChild(data, cvn::WideToUtf8(xpath), before, after, cdata));
+  const cvn::String text = ExpandVariables(data, variables);
+  const cvn::String expression = ExpandVariables(xpath, variables);
+  const std::string before = cvn::WideToUtf8(ExpandVariables(insertBefore, variables));
+  const std::string after = cvn::WideToUtf8(ExpandVariables(insertAfter, variables));
+  const std::string section = cvn::WideToUtf8(ExpandVariables(cdata, variables));
+  TraceLine(u"xmlAddChild in '%s' at '%s'. xml: '%s'", handle, expression, text);
+  ReportCode(AddChild(text, cvn::WideToUtf8(expression), before, after, section));
   TraceEnd(u"xmlAddChild");
 }
 
-std::uint32_t FunctionXmlAddChild::AddChild(const cvn::String& data, const std::string& xpath,
+std::uint32_t FunctionXmlAddChild::AddChild(const cvn::String& xml, const std::string& expression,
                                             const std::string& before, const std::string& after,
-                                            const std::string& cdata) {
+                                            const std::string& section) {
   TiXmlDocument parsed;
-  if (!ParseXmlText(data, &parsed) || parsed.RootElement() == nullptr) {
+  if (!ParseXmlText(xml, &parsed) || parsed.RootElement() == nullptr) {
     return kInvalidData;
   }
   TiXmlElement* added = parsed.RootElement();
-  const XmlContext context = ResolveHandle(handle_, *objects);
+  const XmlContext context = ResolveHandle(handle, *objects);
   if (context.code != platform::kSuccess) {
     return context.code;
   }
-  TiXmlElement* target = context.document->FindElement(context.element, xpath);
+  TiXmlElement* target = context.document->FindElement(context.element, expression);
   TiXmlElement* beforeElement = context.document->FindElement(context.element, before);
   TiXmlElement* afterElement = context.document->FindElement(context.element, after);
   if (target == nullptr) {
@@ -133,8 +396,8 @@ std::uint32_t FunctionXmlAddChild::AddChild(const cvn::String& data, const std::
   if (DepthOf(target) + HeightOf(*added) > cvn::kDeepestXml) {
     return kInvalidData;
   }
-  if (!cdata.empty()) {
-    auto* text = new TiXmlText(cdata);
+  if (!section.empty()) {
+    auto* text = new TiXmlText(section);
     text->SetCDATA(true);
     added->LinkEndChild(text);
   }
@@ -142,16 +405,53 @@ std::uint32_t FunctionXmlAddChild::AddChild(const cvn::String& data, const std::
   return platform::kSuccess;
 }
 
-bool FunctionXmlRemoveChild::Parse() {
-  return ReadNonEmpty(u"xpath", &xpath_) && ReadNonEmpty(u"handle", &handle_);
-}
+constexpr AttributeDescription kAddChildAttributes[] = {
+    kHandle,
+    XPath(u"The element to add it to."),
+    Expanded<&FunctionXmlAddChild::data>(
+        u"data", Presence::NonEmpty,
+        u"The new element, as XML. Only the first element of the text counts."),
+    Expanded<&FunctionXmlAddChild::cdata>(
+        u"cdata", Presence::Optional,
+        u"A text for a CDATA section at the new element's end. Empty for none."),
+    Expanded<&FunctionXmlAddChild::insertBefore>(
+        u"insert_before", Presence::Optional,
+        u"The path of the child to put it in front of, seen from the same place as `xpath`. Empty "
+        u"for none."),
+    Expanded<&FunctionXmlAddChild::insertAfter>(
+        u"insert_after", Presence::Optional,
+        u"The path of the child to put it behind, seen from the same place as `xpath`. Empty for "
+        u"none; `insert_before` goes first."),
+};
+
+constexpr FailureDescription kAddChildFailures[] = {
+    {u"3", u"there is no element at `xpath`, or it isn't valid"},
+    kNoHandle,
+    {u"13", u"`data` isn't an element in XML, or would lie too deep in the document"},
+    kNoRoot,
+};
+
+constexpr CommandDescription kXmlAddChild = {
+    .purpose = u"Adds an element to another one, as its last child unless said otherwise.",
+    .attributes = kAddChildAttributes,
+    .failures = kAddChildFailures,
+    .notes =
+        u"When `insert_before` or `insert_after` finds an element that is no child of the one "
+        u"at `xpath`, the command succeeds and adds nothing. When it finds none, the new "
+        u"element becomes the last child.",
+};
+
+struct FunctionXmlRemoveChild : FunctionOnXml {
+  void Execute() override;
+};
 
 void FunctionXmlRemoveChild::Execute() {
-  const cvn::String xpath = ExpandVariables(xpath_, variables);
-  TraceLine(u"xmlRemoveChild in '%s' at '%s'", handle_, xpath);
-  const XmlContext context = ResolveHandle(handle_, *objects);
+  const cvn::String expression = ExpandVariables(xpath, variables);
+  TraceLine(u"xmlRemoveChild in '%s' at '%s'", handle, expression);
+  const XmlContext context = ResolveHandle(handle, *objects);
   if (context.code == platform::kSuccess) {
-    TiXmlElement* element = context.document->FindElement(context.element, cvn::WideToUtf8(xpath));
+    TiXmlElement* element =
+        context.document->FindElement(context.element, cvn::WideToUtf8(expression));
     if (element == nullptr || element->Parent() == nullptr) {
       ReportCode(platform::kNotFound);
     } else {
@@ -163,94 +463,50 @@ void FunctionXmlRemoveChild::Execute() {
   TraceEnd(u"xmlRemoveChild");
 }
 
-bool FunctionXmlSetValue::Parse() {
-  return ReadNonEmpty(u"xpath", &xpath_) && ReadNonEmpty(u"handle", &handle_) &&
-         ReadAttribute(u"value", &value_);
-}
+constexpr AttributeDescription kRemoveChildAttributes[] = {
+    kHandle,
+    XPath(u"The element to remove."),
+};
 
-void FunctionXmlSetValue::Execute() {
-  const cvn::String value = ExpandVariables(value_, variables);
-  const cvn::String xpath = ExpandVariables(xpath_, variables);
-  TraceLine(u"xmlSetValue in '%s' at '%s'. value: '%s'", handle_, xpath, value);
-  const XmlContext context = ResolveHandle(handle_, *objects);
-  if (context.code != platform::kSuccess) {
-    ReportCode(context.code);
-  } else if (!context.document->SetValue(context.element, cvn::WideToUtf8(xpath),
-                                         cvn::WideToUtf8(value))) {
-    ReportCode(platform::kNotFound);
-  }
-  TraceEnd(u"xmlSetValue");
-}
+constexpr FailureDescription kRemoveChildFailures[] = {
+    kNoHandle,
+    {u"1168", u"there is no element at `xpath`, or it isn't valid"},
+};
 
-void FunctionXmlSetCDataValue::Execute() {
-  hasError = false;
-  error = cvn::String();
-  const cvn::String value = ExpandVariables(value_, variables);
-  const cvn::String xpath = ExpandVariables(xpath_, variables);
-  TraceLine(u"xmlSetValue in '%s' at '%s'. value: '%s'", handle_, xpath, value);
-  const ObjectRecord* record = objects->Find(handle_);
-  const XmlContext context = ResolveHandle(handle_, *objects);
-  if (record != nullptr && record->type != ObjectType::XmlDocument &&
-      record->type != ObjectType::XmlElement) {
-    Fail(u"Invalid handle type");
-  } else if (context.code == platform::kNotFound) {
-    Fail(u"Could not convert to XML handle type");
-  } else if (context.code != platform::kSuccess) {
-    Fail(u"Invalid handle value");
-  } else if (!context.document->SetValue(context.element, cvn::WideToUtf8(xpath),
-                                         cvn::WideToUtf8(value))) {
-    Fail(u"Could not set value");
-  }
-  TraceEnd(u"xmlSetCDataValue");
-}
+constexpr CommandDescription kXmlRemoveChild = {
+    .purpose = u"Removes an element with all that it holds.",
+    .attributes = kRemoveChildAttributes,
+    .failures = kRemoveChildFailures,
+    .notes = u"Attributes, texts and comments can't be removed.",
+};
 
-void FunctionXmlSetCDataValue::Fail(cvn::StringView words) {
-  error = words;
-  hasError = true;
-}
+constexpr CommandRecord kCommands[] = {
+    Command<FunctionXmlOpen>(u"xmlOpen", kXmlOpen),
+    Command<FunctionXmlSave>(u"xmlSave", kXmlSave),
+    Command<FunctionXmlClose>(u"xmlClose", kXmlClose),
+    Command<FunctionXmlGetValue>(u"xmlGetValue", kXmlGetValue),
+    Command<FunctionXmlSetValue>(u"xmlSetValue", kXmlSetValue),
+    Command<FunctionXmlSetCDataValue>(u"xmlSetCDataValue", kXmlSetCDataValue),
+    Command<FunctionXmlGetElement>(u"xmlGetElement", kXmlGetElement),
+    Command<FunctionXmlAddChild>(u"xmlAddChild", kXmlAddChild),
+    Command<FunctionXmlRemoveChild>(u"xmlRemoveChild", kXmlRemoveChild),
+};
 
-bool FunctionXmlGetValue::Parse() {
-  return ReadNonEmpty(u"xpath", &xpath_) && ReadNonEmpty(u"handle", &handle_) &&
-         ReadAttribute(u"var", &var_);
-}
+}  // namespace
 
-void FunctionXmlGetValue::Execute() {
-  const cvn::String xpath = ExpandVariables(xpath_, variables);
-  TraceLine(u"xmlGetValue in '%s' at '%s'. variable: '%s'", handle_, xpath, var_);
-  const XmlContext context = ResolveHandle(handle_, *objects);
-  std::string text;
-  if (context.code != platform::kSuccess) {
-    ReportCode(context.code);
-  } else if (!context.document->EvaluateText(context.element, cvn::WideToUtf8(xpath), &text)) {
-    ReportCode(platform::kPathNotFound);
-  } else {
-    SetVariable(var_, cvn::Utf8ToWide(text), variables);
-  }
-  TraceEnd(u"xmlGetValue");
-}
+constinit const CommandFamily kXmlFamily = {
+    .title = u"XML documents",
+    .introduction =
+        uR"md(
+A document is opened under a handle, a name that is used as written; handles and arrays must not share names. Nothing is
+saved without `xmlSave`. A handle whose document or element is gone answers as an unknown one.
 
-bool FunctionXmlGetElement::Parse() {
-  return ReadNonEmpty(u"xpath", &xpath_) && ReadNonEmpty(u"handle", &handle_) &&
-         ReadNonEmpty(u"destHandle", &destHandle_);
-}
-
-void FunctionXmlGetElement::Execute() {
-  const cvn::String xpath = ExpandVariables(xpath_, variables);
-  TraceLine(u"xmlGetElement in '%s' at '%s'. destHandle: '%s'", handle_, xpath, destHandle_);
-  const XmlContext context = ResolveHandle(handle_, *objects);
-  if (context.code != platform::kSuccess) {
-    ReportCode(context.code);
-  } else {
-    TiXmlElement* element =
-        xpath.Empty() ? context.element
-                      : context.document->FindElement(context.element, cvn::WideToUtf8(xpath));
-    if (element == nullptr) {
-      ReportCode(platform::kPathNotFound);
-    } else {
-      SetObject(destHandle_, context.document->HandleTo(element), ObjectType::XmlElement, objects);
-    }
-  }
-  TraceEnd(u"xmlGetValue");
-}
+XPath is version 1.0, seen from the root element, or from the element of the handle: `server/@port`, and not
+`settings/server/@port`. `string-length`, `substring` and `translate` work on the bytes of UTF-8, so they count a letter
+beyond ASCII more than once.
+)md",
+    .commands = kCommands,
+    .sample = u"settings.xml",
+};
 
 }  // namespace tessel
