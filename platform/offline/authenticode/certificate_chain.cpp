@@ -185,7 +185,9 @@ TrustStatus VerifyChain(const CertificateStore& store, const ChainRequest& reque
   }
   std::vector<X509*> chain;
   const STACK_OF(X509)* built = X509_STORE_CTX_get0_chain(context.get());
-  for (int i = 0; i < sk_X509_num(built); ++i) {
+  const int length = std::max(sk_X509_num(built), 0);  // negative when there is no chain
+  chain.reserve(static_cast<std::size_t>(length));
+  for (int i = 0; i < length; ++i) {
     chain.push_back(sk_X509_value(built, i));
   }
   if (chain.empty()) {

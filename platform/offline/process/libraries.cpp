@@ -18,6 +18,7 @@
 #include "platform/paths.h"
 
 // Made by the linker: where the program's image begins in memory.
+// NOLINTNEXTLINE(readability-identifier-naming)
 extern "C" __attribute__((visibility("hidden"))) const char __ehdr_start;
 
 namespace platform::libraries {
