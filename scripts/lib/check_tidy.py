@@ -1,7 +1,7 @@
 """Runs clang-tidy-14 over the sources of a build, several at a time. It counts as one test, "tidy".
 
-What was found in a file is kept, and serves as long as the file, the headers of ours that it includes,
-its compile command, .clang-tidy and clang-tidy are the same.
+A source without findings isn't checked again as long as its code, the code of our headers that it
+includes, its compile command, .clang-tidy and clang-tidy are the same.
 """
 
 import argparse
@@ -21,6 +21,10 @@ import results
 TIDY = "clang-tidy-14"
 FINDING = re.compile(r"^(/\S+?):(\d+):(\d+): (?:warning|error): (.*)$")
 INCLUDE = re.compile(rb'^[ \t]*#[ \t]*include[ \t]*"([^"]+)"', re.MULTILINE)
+# Of comments, the checks see how long they make a function, and a NOLINT. A line at the left margin is
+# in no function.
+OUTER_COMMENT = re.compile(rb"^//(?!.*NOLINT).*\n", re.MULTILINE)
+INNER_COMMENT = re.compile(rb"^[ \t]+//(?!.*NOLINT).*$", re.MULTILINE)
 DAYS_KEPT = 30
 
 
@@ -41,9 +45,9 @@ class Tidy:
         return file.is_relative_to(self.root) and \
             file.relative_to(self.root).parts[0] in layout.SOURCES
 
-    def text(self, file):
+    def code(self, file):
         if file not in self.texts:
-            self.texts[file] = file.read_bytes()
+            self.texts[file] = INNER_COMMENT.sub(b"", OUTER_COMMENT.sub(b"", file.read_bytes()))
         return self.texts[file]
 
     def with_headers(self, file):
@@ -51,7 +55,7 @@ class Tidy:
         folders = [self.root, *map(Path, re.findall(r" -I(\S+)", self.commands[file]))]
         found, waiting = {file}, [file]
         while waiting:
-            for name in INCLUDE.findall(self.text(waiting.pop())):
+            for name in INCLUDE.findall(self.code(waiting.pop())):
                 places = (folder / os.fsdecode(name) for folder in folders)
                 header = next((place for place in places if place.is_file()), None)
                 if header is not None and header not in found:
@@ -60,23 +64,20 @@ class Tidy:
         return found
 
     def key(self, file):
-        # The same text in another checkout gives the same findings.
+        # Relative paths, so that other checkouts with the same code find it too.
         command = self.commands[file].replace(str(self.root), "")
         digest = hashlib.sha256(self.settings + command.encode())
         for path in sorted(self.with_headers(file)):
-            digest.update(f"\n{path.relative_to(self.root)} {len(self.text(path))}\n".encode())
-            digest.update(self.text(path))
+            digest.update(f"\n{path.relative_to(self.root)} {len(self.code(path))}\n".encode())
+            digest.update(self.code(path))
         return digest.hexdigest()
 
     def findings(self, file):
-        """What is wrong in the file and its headers, and whether that was known before."""
-        kept = self.cache / self.key(file)
-        try:
-            known = kept.read_text(encoding="utf-8").splitlines()
-            os.utime(kept)
-            return known, True
-        except OSError:
-            pass
+        """What is wrong in the file and its headers; None when they are known to be clean."""
+        clean = self.cache / self.key(file)
+        if clean.exists():
+            os.utime(clean)
+            return None
         run = subprocess.run([TIDY, "--quiet", "-p", self.build, file], capture_output=True,
                              text=True, errors="replace", check=False)
         found = []
@@ -86,13 +87,11 @@ class Tidy:
                 path = os.path.relpath(match[1], self.root)
                 found.append(f"{path}:{match[2]}:{match[3]}: {match[4]}")
         if run.returncode != 0 and not found:
-            # It couldn't do its work, which says nothing about the file's next time.
             name = file.relative_to(self.root)
-            return [f"{name}: {TIDY} ended with {run.returncode}: {run.stderr.strip()}"], False
-        partial = kept.with_suffix(f".{os.getpid()}")
-        partial.write_text("".join(f"{line}\n" for line in found), encoding="utf-8")
-        partial.rename(kept)
-        return found, False
+            found.append(f"{name}: {TIDY} ended with {run.returncode}: {run.stderr.strip()}")
+        if not found:
+            clean.touch()
+        return found
 
     def forget_old(self):
         oldest = time.time() - DAYS_KEPT * 24 * 60 * 60
@@ -128,15 +127,14 @@ def main():
     arguments.cache.mkdir(parents=True, exist_ok=True)
     tidy = Tidy(arguments.root.resolve(), arguments.build.resolve(), arguments.cache)
     # The longest first, so that none of them is left for the end.
-    files = sorted(tidy.chosen(arguments.files), key=lambda file: -len(tidy.text(file)))
-    found, known = set(), 0
+    files = sorted(tidy.chosen(arguments.files), key=lambda file: -len(tidy.code(file)))
     with concurrent.futures.ThreadPoolExecutor(len(os.sched_getaffinity(0))) as pool:
-        for lines, was_known in pool.map(tidy.findings, files):
-            found.update(lines)
-            known += was_known
+        answers = list(pool.map(tidy.findings, files))
     tidy.forget_old()
-    print(f"== clang-tidy: {len(found)} findings in {len(files)} sources, {known} of them unchanged, "
-          f"{time.monotonic() - start:.0f} s")
+    # Sources that include a header all report its findings.
+    found = set().union(*(lines for lines in answers if lines))
+    print(f"== clang-tidy: {len(found)} findings in {len(files)} sources, "
+          f"{answers.count(None)} of them unchanged, {time.monotonic() - start:.0f} s")
     if arguments.json:
         results.write(arguments.json, 1, ["\n".join(["tidy:", *sorted(found)])] if found else [])
     else:
