@@ -21,7 +21,8 @@ platform::Code DeleteAlsoReadOnly(cvn::StringView path, const files::SearchEntry
   if (code != platform::kSuccess && code != platform::kFileNotFound) {
     const files::Attributes attributes = entry.GetAttributes();
     if ((attributes & files::kReadOnly) != 0) {
-      files::SetAttributes(path, attributes & ~files::kReadOnly);
+      // The deletion tells whether this was of use.
+      platform::IgnoreError(files::SetAttributes(path, attributes & ~files::kReadOnly));
       code = files::Delete(path);
     }
   }
@@ -51,7 +52,7 @@ void RemoveFolder(cvn::StringView path) {
     if (files::GetAttributes(path, &attributes) == platform::kSuccess) {
       ClearReadOnly(path, attributes);
     }
-    files::RemoveDirectory(path);
+    platform::IgnoreError(files::RemoveDirectory(path));
   }
 }
 
@@ -110,7 +111,8 @@ platform::Code DeleteFoundTree(cvn::StringView directory, bool ignoreErrors,
 
 void ClearReadOnly(cvn::StringView path, files::Attributes attributes) {
   if ((attributes & files::kReadOnly) != 0) {
-    files::SetAttributes(path, attributes & ~files::kReadOnly);
+    // What is done to the path next fails with the better code.
+    platform::IgnoreError(files::SetAttributes(path, attributes & ~files::kReadOnly));
   }
 }
 

@@ -116,7 +116,7 @@ Walk WalkAll(Hive* hive) {
     }
     if (key->isLink) {
       std::u16string target;
-      hive->LinkTarget(*key, &target);
+      IgnoreError(hive->LinkTarget(*key, &target));
     }
   }
   return walk;
@@ -147,15 +147,15 @@ void ChangeOne(Hive* hive, std::string_view change, Walk* walk) {
     }
     case 1: {
       const std::vector<std::byte> data(std::size_t{byte(3)} * byte(3), std::byte{byte(2)});
-      hive->SetValue(*key, name, byte(3) % 12, data);
+      IgnoreError(hive->SetValue(*key, name, byte(3) % 12, data));
       break;
     }
     case 2:
-      hive->DeleteValue(*key, name);
+      IgnoreError(hive->DeleteValue(*key, name));
       break;
     default:
       if (isRead && subKeys->empty() && key->parent != nullptr) {
-        hive->Remove(*key);
+        IgnoreError(hive->Remove(*key));
       }
   }
 }

@@ -23,6 +23,7 @@ constexpr cvn::StringView kPrivileges[] = {
 
 }  // namespace
 
+// A variable that can't be set keeps its value: libraries are loaded by path, not through PATH.
 void ApplyProcessEnvironment() {
   cvn::String folder = platform::paths::ModuleFileName();
   if (folder.Length() >= kCutPath || !platform::paths::RemoveFileSpec(&folder)) {
@@ -30,9 +31,10 @@ void ApplyProcessEnvironment() {
   }
   const cvn::String path = cvn::Format(u"%s;%s", folder, platform::paths::SystemDirectory());
   if (platform::environment::Get(kOldPath).value_or(cvn::String()).Empty()) {
-    platform::environment::Set(kOldPath, platform::environment::Get(kPath).value_or(cvn::String()));
+    platform::IgnoreError(platform::environment::Set(
+        kOldPath, platform::environment::Get(kPath).value_or(cvn::String())));
   }
-  platform::environment::Set(kPath, path);
+  platform::IgnoreError(platform::environment::Set(kPath, path));
 }
 
 void EnablePrivileges() { platform::process::EnablePrivileges(kPrivileges); }

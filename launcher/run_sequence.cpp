@@ -49,7 +49,8 @@ cvn::String MakeTraceFilePath() {
   }
   platform::paths::AddBackslash(&path);
   path.Append(u"Tessera");
-  platform::files::CreateDirectoryRecursive(path);
+  // Without the folder there is no trace file, and the run goes on.
+  platform::IgnoreError(platform::files::CreateDirectoryRecursive(path));
   platform::paths::AddBackslash(&path);
   const std::int64_t seconds = platform::clock::NowTicks() / platform::clock::kTicksPerSecond;
   const cvn::String secondsText = cvn::Format(u"%lld", seconds);

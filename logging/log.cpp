@@ -64,7 +64,8 @@ void LoadBesideProgram(libraries::Library* library) {
   if (separator != cvn::StringView::npos) {
     path.Truncate(separator + 1);
     path.Append(kFileName);
-    libraries::Load(path, libraries::kDefaultSearch, library);
+    // The library is optional; the caller asks IsLoaded.
+    platform::IgnoreError(libraries::Load(path, libraries::kDefaultSearch, library));
   }
 }
 

@@ -135,6 +135,7 @@ auto PassedAs(T value) {
   static_assert(sizeof(T) <= sizeof(std::int64_t));
   return +value;
 }
+inline std::uint32_t PassedAs(platform::Code code) { return code; }
 inline const char16_t* PassedAs(const char16_t* text) { return text; }
 template <std::size_t N>
 const char16_t* PassedAs(const cvn::StringT<char16_t, N>& text) {

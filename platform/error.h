@@ -5,8 +5,21 @@
 
 namespace platform {
 
-// System error codes as Windows numbers them; 0 is success. Scripts match their decimal form.
-using Code = std::uint32_t;
+// A system error code as Windows numbers it; 0 is success. Scripts match its decimal form.
+// A number in all but one respect: the compiler reports a call whose code nobody looks at.
+class [[nodiscard]] Code {
+ public:
+  constexpr Code() = default;
+  constexpr Code(std::uint32_t number) : number_(number) {}
+  constexpr operator std::uint32_t() const { return number_; }
+
+ private:
+  std::uint32_t number_ = 0;
+};
+
+// Drops the code of an operation whose failure changes nothing for the caller. A comment beside
+// the call says why it doesn't.
+constexpr void IgnoreError(Code) {}
 
 inline constexpr Code kSuccess = 0;
 inline constexpr Code kFileNotFound = 2;

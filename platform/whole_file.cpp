@@ -61,7 +61,8 @@ OutputFile::OutputFile(cvn::StringView path)
 
 OutputFile::~OutputFile() {
   if (hasTemporary_) {
-    files::Delete(temporaryPath_);
+    // What failed before has been told; a temporary file that stays is only in the way.
+    IgnoreError(files::Delete(temporaryPath_));
   }
 }
 

@@ -29,6 +29,11 @@ class FormatArgument {
       : kind_(std::is_signed_v<T> ? Kind::Signed : Kind::Unsigned),
         bytes_(sizeof(T)),
         number_(static_cast<std::uint64_t>(value)) {}
+  // A class that stands for a 32-bit number, as an error code does.
+  template <typename T>
+  requires(std::is_class_v<T>&& std::convertible_to<T, std::uint32_t>)
+      FormatArgument(const T& value)  // NOLINT(google-explicit-constructor)
+      : FormatArgument(static_cast<std::uint32_t>(value)) {}
   FormatArgument(const void* pointer)  // NOLINT(google-explicit-constructor)
       : kind_(Kind::Pointer),
         bytes_(sizeof(pointer)),

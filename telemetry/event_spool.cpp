@@ -71,8 +71,9 @@ std::int32_t Settle(cvn::StringView path) {
   platform::Code code = files::Open(path, files::Access::Write, files::Share::Read,
                                     files::Disposition::OpenExisting, &file);
   if (code == kSuccess) {
-    file.SetLastWriteTime(static_cast<std::uint64_t>(platform::clock::NowTicks() +
-                                                     platform::clock::kTicksFrom1601To1970));
+    // The event is complete without it: writing has stamped the file a moment ago.
+    platform::IgnoreError(file.SetLastWriteTime(static_cast<std::uint64_t>(
+        platform::clock::NowTicks() + platform::clock::kTicksFrom1601To1970)));
     code = file.Flush();
   }
   return static_cast<std::int32_t>(code);

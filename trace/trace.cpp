@@ -43,7 +43,8 @@ void SetDiagnosticMode(bool on) { State().diagnosticMode = on; }
 void OpenTraceFile(cvn::StringView path) {
   if (!path.empty()) {
     CloseTraceFile();
-    State().file.OpenForAppend(path);
+    // A run without a trace file is a run all the same; IsTracing tells.
+    platform::IgnoreError(State().file.OpenForAppend(path));
   }
 }
 
@@ -71,7 +72,8 @@ void WriteTraceLine(cvn::StringView format, std::span<const cvn::FormatArgument>
   }
   if (state.file.IsOpen()) {
     state.line.Append(u'\n');
-    state.file.Write(state.line);
+    // A full disk takes lines from the trace, and doesn't stop the run.
+    platform::IgnoreError(state.file.Write(state.line));
   }
   if (state.line.Length() > kKeptLineLength) {
     state.line = cvn::String();

@@ -98,9 +98,8 @@ bool Transfer::Take(const CatalogEntry& entry) {
     return false;
   }
   files::File hold;
-  files::Open(entry.path, files::Access::Read, files::Share::Read, files::Disposition::OpenExisting,
-              &hold);
-  if (!hold.IsOpen()) {
+  if (files::Open(entry.path, files::Access::Read, files::Share::Read,
+                  files::Disposition::OpenExisting, &hold) != platform::kSuccess) {
     TraceLine(u"Could not calculate hash on file!");
     return false;
   }
@@ -108,7 +107,8 @@ bool Transfer::Take(const CatalogEntry& entry) {
   const Copy copy = MakeCopy(entry, original);
   if (!IsGenuine(copy.target.Empty() ? original : copy.target, entry)) {
     if (!copy.target.Empty()) {
-      files::Delete(copy.target);
+      // The run is refused whether the copy goes or stays.
+      platform::IgnoreError(files::Delete(copy.target));
     }
     return false;
   }

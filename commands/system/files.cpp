@@ -279,7 +279,8 @@ constexpr CommandDescription kFileDeletePattern = {
 
 // The code in a failed HRESULT. One without a code counts as success.
 platform::Code CodeOf(std::int32_t result) {
-  return result < 0 ? static_cast<std::uint32_t>(result) & 0xFFFF : platform::kSuccess;
+  return result < 0 ? platform::Code(static_cast<std::uint32_t>(result) & 0xFFFF)
+                    : platform::kSuccess;
 }
 
 struct FunctionFileDownload : FunctionRetError {

@@ -50,9 +50,10 @@ std::uint32_t RunProgram(cvn::StringView commandLine, cvn::StringView directory,
                          std::int32_t waittime) {
   process::Handle started;
   const Code code = process::Start(commandLine, directory, &started);
-  return code != kSuccess || waittime == 0
-             ? code
-             : process::Wait(started, static_cast<std::uint32_t>(waittime));
+  if (code != kSuccess || waittime == 0) {
+    return code;
+  }
+  return process::Wait(started, static_cast<std::uint32_t>(waittime));
 }
 
 // Starts a program, and waits for its end for up to `waittime` milliseconds; not at all when that

@@ -103,7 +103,7 @@ std::uint32_t PollAll(std::span<pollfd> polls, std::uint32_t milliseconds) {
     const int limit = TimeLeft(milliseconds, deadline);
     const int ready = poll(polls.data(), polls.size(), limit);
     if (ready < 0 && errno != EINTR) {
-      Fail(posix::CodeOf(errno));
+      SetLastError(posix::CodeOf(errno));
       return kWaitFailed;
     }
     if (ready == 0 && limit == 0) {
@@ -164,14 +164,14 @@ std::uint32_t Wait(const Handle& process, std::uint32_t milliseconds) {
 
 std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t milliseconds) {
   if (processes.empty() || processes.size() > kMostWaitHandles) {
-    Fail(kInvalidParameter);
+    SetLastError(kInvalidParameter);
     return kWaitFailed;
   }
   std::array<pollfd, kMostWaitHandles> polls{};
   for (std::size_t i = 0; i < processes.size(); ++i) {
     polls[i] = {DescriptorOf(processes[i]), POLLIN, 0};
     if (polls[i].fd < 0) {
-      Fail(kInvalidHandle);
+      SetLastError(kInvalidHandle);
       return kWaitFailed;
     }
   }

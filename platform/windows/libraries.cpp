@@ -64,7 +64,7 @@ Code FindLoaded(cvn::StringView name, Library* library) {
 Address FindSymbol(const Library& library, const char* name) {
   windows::LastErrorKeeper lastError;
   const FARPROC address = ::GetProcAddress(ModuleOf(library), name);
-  lastError.Outcome(address != nullptr);
+  lastError.Settle(address != nullptr);
   return reinterpret_cast<Address>(address);
 }
 
@@ -79,7 +79,7 @@ cvn::String FileNameOf(const void* address) {
   }
   std::optional<cvn::String> name = windows::ReadText<MAX_PATH>(
       [module](wchar_t* buffer, DWORD size) { return ::GetModuleFileNameW(module, buffer, size); });
-  lastError.Outcome(name.has_value());
+  lastError.Settle(name.has_value());
   return name ? *std::move(name) : cvn::String();
 }
 

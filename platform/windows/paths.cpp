@@ -58,7 +58,7 @@ bool Exists(cvn::StringView path) {
   const bool exists = IsForShell(text)
                           ? ::PathFileExistsW(Wide(text)) != 0
                           : ::GetFileAttributesW(Wide(text)) != INVALID_FILE_ATTRIBUTES;
-  lastError.Outcome(exists);
+  lastError.Settle(exists);
   return exists;
 }
 
@@ -74,7 +74,7 @@ bool IsDirectory(cvn::StringView path) {
         attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   }
   // Of a file this is false without an error.
-  lastError.Outcome(isDirectory);
+  lastError.Settle(isDirectory);
   return isDirectory;
 }
 

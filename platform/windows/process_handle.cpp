@@ -32,7 +32,7 @@ Code Open(std::uint32_t id, std::uint32_t access, Handle* process) {
 std::uint32_t Wait(const Handle& process, std::uint32_t milliseconds) {
   LastErrorKeeper lastError;
   const DWORD result = ::WaitForSingleObject(HandleOf(process), milliseconds);
-  lastError.Outcome(result != WAIT_FAILED);
+  lastError.Settle(result != WAIT_FAILED);
   return result;
 }
 
@@ -41,7 +41,7 @@ std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t millis
   std::array<HANDLE, kMostWaitHandles> handles{};
   if (processes.size() > handles.size()) {
     ::SetLastError(ERROR_INVALID_PARAMETER);
-    lastError.Outcome(false);
+    lastError.Settle(false);
     return kWaitFailed;
   }
   const auto count = static_cast<DWORD>(processes.size());
@@ -49,8 +49,8 @@ std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t millis
     handles[i] = HandleOf(processes[i]);
   }
   const DWORD result = ::WaitForMultipleObjects(count, handles.data(), TRUE, milliseconds);
-  lastError.Outcome(result != WAIT_FAILED);
-  return result < count ? kSuccess : result;
+  lastError.Settle(result != WAIT_FAILED);
+  return result < count ? std::uint32_t{kSuccess} : std::uint32_t{result};
 }
 
 Code Terminate(const Handle& process, std::uint32_t exitCode) {

@@ -43,7 +43,8 @@ Key::Key(Root root)
 void Key::Close() {
   // A predefined key that is closed would have to be opened anew for the next who uses it.
   if (static_cast<std::intptr_t>(handle_) > 0) {
-    CodeOf([&] { return ::RegCloseKey(HandleOf(*this)); });
+    // The handle is given up either way.
+    IgnoreError(CodeOf([&] { return ::RegCloseKey(HandleOf(*this)); }));
   }
   handle_ = 0;
 }

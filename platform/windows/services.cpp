@@ -75,7 +75,7 @@ Code QueryConfig(const Handle& service, Config* config) {
     const auto size = static_cast<DWORD>(room.size() * sizeof(room.front()));
     return ::QueryServiceConfigW(HandleOf(service), room.data(), size, &needed) != FALSE
                ? kSuccess
-               : ::GetLastError();
+               : Code(::GetLastError());
   };
   Code code = query();
   // Once more whenever it grew in between.

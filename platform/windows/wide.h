@@ -43,13 +43,17 @@ class LastErrorKeeper {
   LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
   ~LastErrorKeeper() { ::SetLastError(code_); }
 
-  // The code of a call that gave `succeeded`; on failure its last error stays.
-  Code Outcome(bool succeeded) {
-    if (succeeded) {
-      return kSuccess;
+  // Takes the result of a call: the last error of one that failed stays.
+  void Settle(bool succeeded) {
+    if (!succeeded) {
+      code_ = ::GetLastError();
     }
-    code_ = ::GetLastError();
-    return code_;
+  }
+
+  // The same, and gives the code of that call.
+  Code Outcome(bool succeeded) {
+    Settle(succeeded);
+    return succeeded ? kSuccess : Code(code_);
   }
 
  private:

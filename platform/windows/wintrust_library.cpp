@@ -77,7 +77,7 @@ LONG VerifyTrust(HWND window, TrustData* data) {
   }
   LastErrorKeeper lastError;
   const LONG status = wintrust->winVerifyTrust(window, &action, data);
-  lastError.Outcome(status == ERROR_SUCCESS);
+  lastError.Settle(status == ERROR_SUCCESS);
   return status;
 }
 

@@ -95,7 +95,7 @@ TEST_F(ExportedObjectTest, ChoosesTheFlagsByWhatThePlatformHas) {
     Libraries().canNarrowSearch = canNarrow;
     Libraries().loads.clear();
     ExportedObject<Thing> object;
-    object.Bind(u"x.dll", u"thing");
+    platform::IgnoreError(object.Bind(u"x.dll", u"thing"));
     ASSERT_EQ(Libraries().loads.size(), 2U);
     for (const LoadCall& call : Libraries().loads) {
       EXPECT_EQ(call.flags, canNarrow ? 0x1100U : 8U);
@@ -122,11 +122,12 @@ TEST_F(ExportedObjectTest, HasACodeForAFailureWithoutOne) {
     Libraries().failure = code;
     Libraries().path = u"";
     ExportedObject<Thing> object;
-    EXPECT_EQ(object.Bind(u"C:\\x.dll", u"thing"), code == 0 ? 632 : code);
+    EXPECT_EQ(object.Bind(u"C:\\x.dll", u"thing"), code == 0 ? platform::Code(632) : code);
     Libraries().path = u"C:\\x.dll";
     for (const char* missing : {"CvnCreateObject", "CvnDestroyObject"}) {
       const auto taken = Libraries().exports.extract(missing);
-      EXPECT_EQ(object.Bind(u"C:\\x.dll", u"thing"), code == 0 ? 632 : code) << missing;
+      EXPECT_EQ(object.Bind(u"C:\\x.dll", u"thing"), code == 0 ? platform::Code(632) : code)
+          << missing;
       Libraries().exports[missing] = taken.mapped();
     }
   }

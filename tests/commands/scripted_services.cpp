@@ -49,7 +49,7 @@ using tessel::testing::script;
 
 void Handle::Close() {
   if (IsOpen()) {
-    Call(value_ == tessel::testing::kManager ? "close manager" : "close service");
+    IgnoreError(Call(value_ == tessel::testing::kManager ? "close manager" : "close service"));
   }
   value_ = 0;
 }

@@ -32,8 +32,8 @@ TEST_F(ExpansionTest, ReplacesReferencesAndNothingElse) {
   Set(u"nested", u"%a%");
   Set(u"[ab]", u"ordinary");
   Set(u"a[b", u"open");
-  platform::environment::Set(u"TESSEL_TEST_VALUE", u"from outside");
-  platform::environment::Set(u"empty", u"not looked at");
+  EXPECT_EQ(platform::environment::Set(u"TESSEL_TEST_VALUE", u"from outside"), platform::kSuccess);
+  EXPECT_EQ(platform::environment::Set(u"empty", u"not looked at"), platform::kSuccess);
   const struct {
     const char16_t* text;
     const char* expected;

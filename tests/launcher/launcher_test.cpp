@@ -143,8 +143,8 @@ TEST(PatchMetaData, ReadsTheHeader) {
 
 TEST(ProcessEnvironment, KeepsTheFirstPathOfAChain) {
   namespace environment = platform::environment;
-  environment::Set(u"CVN_AMS_OLD_PATH", u"");
-  environment::Set(u"PATH", u"first");
+  EXPECT_EQ(environment::Set(u"CVN_AMS_OLD_PATH", u""), platform::kSuccess);
+  EXPECT_EQ(environment::Set(u"PATH", u"first"), platform::kSuccess);
   ApplyProcessEnvironment();
   EXPECT_EQ(environment::Get(u"CVN_AMS_OLD_PATH"), cvn::String(u"first"));
   const cvn::String path = environment::Get(u"PATH").value_or(cvn::String());

@@ -39,7 +39,7 @@ RecordingTest::~RecordingTest() {
   std::filesystem::current_path(before_);
   std::filesystem::remove_all(folder_);
   for (const cvn::String& copy : copies_) {
-    files::Delete(copy);
+    platform::IgnoreError(files::Delete(copy));
   }
 }
 

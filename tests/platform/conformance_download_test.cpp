@@ -95,8 +95,8 @@ class DownloadConformance : public test::FolderTest {
     }
     EXPECT_EQ(ContentOf(Path(u"old")), content.value_or(kOld)) << Utf8(url);
     EXPECT_EQ(ContentOf(Path(u"new")), content) << Utf8(url);
-    files::Delete(Path(u"old"));
-    files::Delete(Path(u"new"));
+    IgnoreError(files::Delete(Path(u"old")));
+    IgnoreError(files::Delete(Path(u"new")));
     EXPECT_EQ(files::RemoveDirectory(Folder()), kSuccess) << Utf8(url);
     EXPECT_EQ(files::CreateDirectory(Folder()), kSuccess);
   }
@@ -179,7 +179,7 @@ TEST_F(DownloadConformance, FetchesFiles) {
     }
     Expect(Joined(prefix, escaped), kSuccessful, "content");
   }
-  files::Delete(source);
+  EXPECT_EQ(files::Delete(source), kSuccess);
   Expect(source, "800C0005");
   Expect(Joined(u"file:///", escaped), "800C0005");
 }
@@ -191,7 +191,7 @@ TEST_F(DownloadConformance, TheTargetMustBeWritable) {
   };
   constexpr Case kCases[] = {
       {u"missing\\file", "80070003"}, {u"folder", "80070005"}, {u"read-only", "80070005"}};
-  files::CreateDirectory(Path(u"folder"));
+  EXPECT_EQ(files::CreateDirectory(Path(u"folder")), kSuccess);
   WriteContent(Path(u"read-only"), kOld);
   test::MakeReadOnly(Path(u"read-only"));
   for (const Case& test : kCases) {

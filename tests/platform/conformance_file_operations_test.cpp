@@ -243,9 +243,9 @@ class PendingMoves {
   }
   ~PendingMoves() {
     if (before_.empty()) {
-      registry::DeleteValue(key_, kName);
+      IgnoreError(registry::DeleteValue(key_, kName));
     } else {
-      registry::SetValue(key_, kName, registry::kTypeMultiString, before_);
+      EXPECT_EQ(registry::SetValue(key_, kName, registry::kTypeMultiString, before_), kSuccess);
     }
   }
 
@@ -268,7 +268,7 @@ class PendingMoves {
   std::vector<std::byte> Read() const {
     std::uint32_t type = registry::kTypeMultiString;
     std::vector<std::byte> data;
-    registry::QueryValue(key_, kName, &type, &data);
+    IgnoreError(registry::QueryValue(key_, kName, &type, &data));
     EXPECT_EQ(type, registry::kTypeMultiString);
     return data;
   }

@@ -22,7 +22,7 @@ class ProcessesConformance : public FolderTest {
     for (const std::uint32_t id : ChildIds()) {
       Handle child;
       if (process::Open(id, process::kTerminate | process::kSynchronize, &child) == kSuccess) {
-        process::Terminate(child, 0);
+        IgnoreError(process::Terminate(child, 0));
         process::Wait(child, process::kInfinite);
       }
     }
@@ -31,7 +31,7 @@ class ProcessesConformance : public FolderTest {
   // Each test's children run a copy of their own, by which they are told apart from others.
   cvn::String Child() const {
     const cvn::String child = Path(u"child.exe");
-    files::Copy(Built(u"child.exe"), child, true);
+    EXPECT_EQ(files::Copy(Built(u"child.exe"), child, true), kSuccess);
     return child;
   }
 

@@ -36,7 +36,7 @@ TEST_F(TextFileConformance, WritesTheBytesOfTheRuntime) {
   };
   for (const Case& test : kCases) {
     const cvn::String path = Path(u"text");
-    files::Delete(path);
+    IgnoreError(files::Delete(path));
     if (test.before) {
       WriteContent(path, *test.before);
     }
@@ -98,7 +98,7 @@ TEST_F(TextFileConformance, SavesOverNoHiddenFile) {
     ASSERT_EQ(files::SetAttributes(path, attribute), kSuccess);
     EXPECT_EQ(Observe([&] { return SaveTextFile(path, "new"); }), Expected(kAccessDenied));
     EXPECT_EQ(ContentOf(path), "old");
-    files::Delete(path);
+    IgnoreError(files::Delete(path));
   }
 }
 

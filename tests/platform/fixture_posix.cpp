@@ -56,7 +56,7 @@ void MakeReadOnly(cvn::StringView file) { ASSERT_EQ(chmod(HostPathOf(file).c_str
 
 bool MakeFolderLink(cvn::StringView link, cvn::StringView folder) {
   posix::HostPath place;
-  posix::Resolve(link, &place);
+  EXPECT_EQ(posix::Resolve(link, &place), kSuccess);
   return symlink(HostPathOf(folder).c_str(), place.path.c_str()) == 0;
 }
 

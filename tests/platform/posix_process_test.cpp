@@ -92,7 +92,7 @@ TEST_F(PosixProcess, FindsScriptsByTheRunsPath) {
     EXPECT_EQ(process::Wait(tool, process::kInfinite), kSuccess);
     EXPECT_EQ(ContentOf(Path(u"out")),
               std::filesystem::canonical(HostPath(u"tool")).string() + " a b\n");
-    files::Delete(Path(u"out"));
+    EXPECT_EQ(files::Delete(Path(u"out")), kSuccess);
   }
 }
 
@@ -130,7 +130,7 @@ TEST_F(PosixProcess, TellsOfADeletedImage) {
   const auto image = [] {
     cvn::List<process::Entry> entries;
     process::ListStep step;
-    process::List(&entries, &step);
+    EXPECT_EQ(process::List(&entries, &step), kSuccess);
     for (const process::Entry& entry : entries) {
       cvn::String path;
       if (entry.parentId == process::CurrentId() &&
@@ -143,7 +143,7 @@ TEST_F(PosixProcess, TellsOfADeletedImage) {
   EXPECT_EQ(image(), Utf8(Path(u"sleeper (deleted)")));
   std::filesystem::remove(HostPath(u"sleeper (deleted)"));
   EXPECT_EQ(image(), Utf8(Path(u"sleeper (deleted)")));
-  process::Terminate(sleeper, 0);
+  EXPECT_EQ(process::Terminate(sleeper, 0), kSuccess);
   process::Wait(sleeper, process::kInfinite);
 }
 

@@ -29,7 +29,7 @@ class PosixProfile : public test::FolderTest {
  protected:
   std::string HostPathOf(cvn::StringView path) const {
     posix::HostPath host;
-    posix::Resolve(path, &host);
+    EXPECT_EQ(posix::Resolve(path, &host), kSuccess);
     return host.path;
   }
   std::size_t EntriesInFolder() const {
@@ -83,7 +83,7 @@ TEST_F(PosixProfile, LeavesNothingBehindAFailure) {
     if (write(progress, &step, 1) != 1) {
       _exit(1);
     }
-    WriteString(u"last", u"k", i % 2 == 0 ? u"first" : u"other", path);
+    IgnoreError(WriteString(u"last", u"k", i % 2 == 0 ? u"first" : u"other", path));
   }
 }
 

@@ -595,16 +595,16 @@ bool Exercise(const std::string& file) {
       Data data;
       std::vector<std::u16string> names;
       for (const auto& [age, value] : values->byAge) {
-        hive.Query(*key, value.name, &type, &data);
+        IgnoreError(hive.Query(*key, value.name, &type, &data));
         names.push_back(value.name);
       }
-      hive.SetValue(*key, u"new", 3, Data(100));
-      hive.DeleteValue(*key, names.empty() ? u"none" : names.front());
+      IgnoreError(hive.SetValue(*key, u"new", 3, Data(100)));
+      IgnoreError(hive.DeleteValue(*key, names.empty() ? u"none" : names.front()));
     }
     KeyPtr added;
-    hive.Add(*key, u"new", false, &added);
+    IgnoreError(hive.Add(*key, u"new", false, &added));
     if (key != root && subKeys != nullptr && subKeys->empty()) {
-      hive.Remove(*key);
+      IgnoreError(hive.Remove(*key));
     }
   }
   const Code code = hive.Flush();

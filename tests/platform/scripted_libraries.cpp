@@ -55,7 +55,7 @@ Code FindLoaded(cvn::StringView /*name*/, Library* library) {
 Address FindSymbol(const Library& /*library*/, const char* name) {
   const auto found = Libraries().exports.find(name);
   if (found == Libraries().exports.end()) {
-    Fail();
+    IgnoreError(Fail());
     return nullptr;
   }
   return found->second;

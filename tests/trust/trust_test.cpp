@@ -103,7 +103,7 @@ TEST(InstanceGuardTest, AnyHolderKeepsIt) {
 class TestService {
  public:
   explicit TestService(cvn::StringView binaryPath) {
-    services::OpenManager(services::kManagerAllAccess, &manager_);
+    EXPECT_EQ(services::OpenManager(services::kManagerAllAccess, &manager_), platform::kSuccess);
     services::Config config;
     config.name = kName;
     config.displayName = kName;
@@ -114,8 +114,8 @@ class TestService {
   }
   ~TestService() {
     services::Handle service;
-    services::Open(manager_, kName, services::kDelete, &service);
-    services::Delete(service);
+    EXPECT_EQ(services::Open(manager_, kName, services::kDelete, &service), platform::kSuccess);
+    EXPECT_EQ(services::Delete(service), platform::kSuccess);
   }
   const services::Handle& Manager() const { return manager_; }
   static constexpr cvn::StringView kName = u"TesselTrustTest";
@@ -212,7 +212,7 @@ TEST_F(Trust, AHeldFileStaysAsItWas) {
             path, platform::files::Access::ReadWrite, platform::files::Share::ReadWrite,
             platform::files::Disposition::OpenExisting, &writer) == platform::kSuccess) {
       const std::string changed = "after!";
-      writer.Write(std::as_bytes(std::span(changed)));
+      EXPECT_EQ(writer.Write(std::as_bytes(std::span(changed))), platform::kSuccess);
     }
   }
   EXPECT_EQ(platform::test::ContentOf(held.Path()), "before");

@@ -167,7 +167,7 @@ std::vector<std::string> EntriesForChildren() {
 std::optional<cvn::String> Get(cvn::StringView name) {
   const auto found = Variables().find(Folded(UpToZero(name)));
   if (found == Variables().end()) {
-    Fail(kEnvVarNotFound);
+    SetLastError(kEnvVarNotFound);
     return std::nullopt;
   }
   return found->second.value;

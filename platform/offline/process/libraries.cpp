@@ -168,7 +168,7 @@ Address FindSymbol(const Library& library, const char* name) {
   dlinfo(library.Handle(), RTLD_DI_LINKMAP, &own);
   // The loader looks through the libraries that this one needs as well.
   if (address == nullptr || RecordOf(address) != own) {
-    Fail(kProcNotFound);
+    SetLastError(kProcNotFound);
     return nullptr;
   }
   return reinterpret_cast<Address>(address);
@@ -177,7 +177,7 @@ Address FindSymbol(const Library& library, const char* name) {
 cvn::String FileNameOf(const void* address) {
   const link_map* record = RecordOf(address);
   if (record == nullptr) {
-    Fail(kModNotFound);
+    SetLastError(kModNotFound);
     return cvn::String();
   }
   // The program itself has no name among the libraries.

@@ -213,11 +213,13 @@ Code Hive::AddSystemKey(KeyNode& parent, cvn::StringView name, KeyPtr* added) {
 
 Code Hive::AddSystemLink(KeyNode& parent, cvn::StringView name, cvn::StringView target) {
   KeyPtr link;
-  const Code code = AddSystemKey(parent, name, &link);
+  Code code = AddSystemKey(parent, name, &link);
+  ValueTable* values = nullptr;
   if (code == kSuccess) {
     link->isLink = true;
-    ValueTable* values = nullptr;
-    Values(*link, &values);
+    code = Values(*link, &values);
+  }
+  if (code == kSuccess) {
     const auto bytes = std::as_bytes(std::span(target));
     values->ages.emplace(Folded(kLinkValue), 0);
     values->byAge.insert({values->nextAge++, KeyValue{std::u16string(kLinkValue),

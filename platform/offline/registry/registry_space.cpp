@@ -78,11 +78,12 @@ RegistrySpace& RegistrySpace::Get() {
 }
 
 RegistrySpace::RegistrySpace() : state_(Machine::Get().State()) {
-  space_.Root(&root_);
-  space_.AddSystemKey(*root_, u"Machine", &machine_);
-  space_.AddSystemKey(*root_, u"User", &users_);
+  // These can't fail: they are the first keys of a hive in memory.
+  IgnoreError(space_.Root(&root_));
+  IgnoreError(space_.AddSystemKey(*root_, u"Machine", &machine_));
+  IgnoreError(space_.AddSystemKey(*root_, u"User", &users_));
   KeyPtr hardware;
-  space_.AddSystemKey(*machine_, u"HARDWARE", &hardware);
+  IgnoreError(space_.AddSystemKey(*machine_, u"HARDWARE", &hardware));
   for (const MachineHive& hive : kMachineHives) {
     AddHive(*machine_, hive.name, hive.kind, hive.path);
   }
@@ -218,13 +219,15 @@ Code RegistrySpace::FollowLink(KeyNode& link, KeyPtr* target) {
   return Go(root_, std::span(names).subspan(1), target, &count);
 }
 
+// A link whose name is taken gives way to the key that the hive has there, and in a hive that can't
+// be read there is nothing to link: the codes change nothing.
 void RegistrySpace::AddLinks(const Mount& mount, const KeyPtr& root) {
   KeyPtr software;
   if (mount.kind == Mount::Kind::System) {
     AddControlSetLinks(root);
   } else if (!mount.sid.empty() && Walk(root, u"Software", &software) == kSuccess) {
-    software->hive->AddSystemLink(*software, u"Classes",
-                                  Joined(u"\\Registry\\User\\", mount.sid + u"_Classes"));
+    const std::u16string target = Joined(u"\\Registry\\User\\", mount.sid + u"_Classes");
+    IgnoreError(software->hive->AddSystemLink(*software, u"Classes", target));
   }
 }
 
@@ -239,9 +242,9 @@ void RegistrySpace::AddControlSetLinks(const KeyPtr& root) {
   }
   const cvn::String name = cvn::Format(u"ControlSet%03u", *number);
   const std::u16string target = Joined(u"\\Registry\\Machine\\SYSTEM\\", name);
-  root->hive->AddSystemLink(*root, u"CurrentControlSet", target);
+  IgnoreError(root->hive->AddSystemLink(*root, u"CurrentControlSet", target));
   if (Walk(root, Joined(name, u"\\Hardware Profiles"), &key) == kSuccess) {
-    key->hive->AddSystemLink(*key, u"Current", target + u"\\Hardware Profiles\\0001");
+    IgnoreError(key->hive->AddSystemLink(*key, u"Current", target + u"\\Hardware Profiles\\0001"));
   }
 }
 

@@ -138,7 +138,7 @@ OpenService::~OpenService() {
   OpenRecords().erase(Folded(name));
   Key services;
   if (isMarked && OpenServiceKeys(registry::kEnumerateSubKeys, &services) == kSuccess) {
-    DeleteServiceKey(services, name);
+    IgnoreError(DeleteServiceKey(services, name));
   }
 }
 

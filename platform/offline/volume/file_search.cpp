@@ -234,8 +234,8 @@ Attributes SearchEntry::GetAttributes() const {
   const struct stat& status = details_->Status(isDirectory_);
   Attributes attributes = 0;
   // What can't be read is listed with the attributes of a new file.
-  posix::ReadAttributes(Below(*details_->folder, details_->name), status, isDirectory_,
-                        &attributes);
+  IgnoreError(posix::ReadAttributes(Below(*details_->folder, details_->name), status, isDirectory_,
+                                    &attributes));
   return attributes;
 }
 

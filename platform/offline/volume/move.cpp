@@ -95,8 +95,8 @@ Code Relocate(const HostPath& source, const HostPath& target, std::uint32_t flag
                     {.replace = replace, .flush = (flags & files::kMoveWriteThrough) != 0});
     if (code == kSuccess) {
       // One that can't go stays, as on Windows.
-      ChangeFolder(source,
-                   [&] { return unlink(source.path.c_str()) == 0 ? kSuccess : CodeOf(errno); });
+      IgnoreError(ChangeFolder(
+          source, [&] { return unlink(source.path.c_str()) == 0 ? kSuccess : CodeOf(errno); }));
     }
   }
   return code;

@@ -14,7 +14,6 @@
 namespace platform::paths {
 namespace {
 
-using posix::Fail;
 using posix::IsSeparator;
 
 constexpr cvn::StringView kSeparators = u"\\/";
@@ -22,7 +21,7 @@ constexpr cvn::StringView kSeparators = u"\\/";
 bool Find(cvn::StringView path, posix::HostPath* host) {
   const Code code = posix::Resolve(path, host);
   if (code != kSuccess) {
-    Fail(code);
+    SetLastError(code);
   }
   return code == kSuccess;
 }
@@ -126,7 +125,7 @@ cvn::String LongName(cvn::StringView path) {
     at = end + 1;
   }
   if (code != kSuccess) {
-    Fail(code);
+    SetLastError(code);
     longName.Clear();
   }
   return longName;
