@@ -145,8 +145,6 @@ class Run:
         self.place = folder / 'patch'
         self.place.mkdir()
         self.patch = self.place / 'fix.tlx'
-        self.runs = []  # what each left, as run.py tells it
-        self.told = []  # the events of those
 
     def take_machine(self, machine):
         return shutil.copytree(machine, self.folder / 'machine')
@@ -202,10 +200,6 @@ class Run:
         ended = Ended(self.exit_code(process, err), out.decode().splitlines(),
                       err.decode().splitlines(), traces[0] if len(traces) == 1 else [],
                       spooled_events.load(self.install / 'matrix' / 'events'), self.expected_code)
-        events = [event for event in ended.events if event not in self.told]
-        self.told += events
-        self.runs.append({'stderr': ended.stderr,
-                          'events': [spooled_events.tell(event) for event in events]})
         return ended
 
     def ended(self, *options, before=(), **how):
@@ -683,13 +677,6 @@ def race_rows():
 
 # --- The program of Windows, under Wine
 
-# Why others end in another way there. Its CryptCATEnumerateMember ends the process when what was
-# opened is no catalog.
-DIFFERS_UNDER_WINE = {
-    'update/*': "Wine's user is never the system's account, so that no update patch gets further",
-    'guard/*': "Wine can't hash as catalogs do, so that no patch lives to hold the guard",
-    '*': 'Wine takes each signature that it can read for a good one, and can\'t hash as catalogs do',
-}
 # Those whose end Wine 8 doesn't change.
 SAME_UNDER_WINE = ('undecryptable/*', 'type/*', 'guard/held-to-the-last-word', 'catalog/missing',
                    'catalog/empty', 'catalog/junk', 'catalog/other-*', 'catalog/refused-serial')
@@ -724,14 +711,6 @@ def all_rows(options):
             yield f'windows/{name}', action, 'machine'
 
 
-def reasons(rows):
-    """Why rows differ from home to home, as run.py tells it of cases."""
-    return {'gates/' + row: next(why for pattern, why in DIFFERS_UNDER_WINE.items()
-                                 if fnmatch.fnmatchcase(row, pattern))
-            for row in (row.removeprefix('windows/') for row in rows)
-            if not any(fnmatch.fnmatchcase(row, pattern) for pattern in SAME_UNDER_WINE)}
-
-
 def main():
     parser = argparse.ArgumentParser(description='Runs patches through the gates.')
     parser.add_argument('--linux', required=True, metavar='TESSEL')
@@ -746,7 +725,6 @@ def main():
     parser.add_argument('-v', action='store_true')
     options = parser.parse_args()
     outcomes = {}
-    runs = []
     skipped = 0
     with contextlib.ExitStack() as stack:
         name = stack.enter_context(tempfile.TemporaryDirectory(prefix='tessel-gates.',
@@ -770,9 +748,6 @@ def main():
                 this = kind(world, folder, getattr(world, machine))
                 action(this)
                 outcomes[row] = ''
-                runs += [{'case': 'gates/' + row.removeprefix('windows/'),
-                          'home': 'windows' if kind is WindowsRun else 'linux', **ended}
-                         for ended in this.runs]
             except Fault as fault:
                 outcomes[row] = str(fault)
             except Exception:  # pylint: disable=broad-except
@@ -786,8 +761,7 @@ def main():
     summary = {'passed': len(outcomes) - len(failures), 'failed': len(failures),
                'skipped': skipped, 'failures': failures}
     if options.json:
-        told = {**summary, 'runs': runs, 'reasons': reasons(outcomes)}
-        pathlib.Path(options.json).write_text(json.dumps(told, indent=1) + '\n', encoding='utf-8')
+        pathlib.Path(options.json).write_text(json.dumps(summary, indent=1) + '\n', encoding='utf-8')
     print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
     return 1 if failures else 0
 
