@@ -20,40 +20,35 @@ _SCRIPT = b"""<?xml version="1.0" encoding="UTF-8"?>
 </patch>
 """
 
-_UNREADABLE = """
-exit: {code}
-stderr:
-  Failed to load the patch. Error: {code}.
+_STARTED = """
 trace all:
   Started from @BIN@\\
   ~
+"""
+_READ = _STARTED + """
   Command line parsed, validate arguments
   Input file used: {path}
   set script path: {path}
+"""
+_UNREADABLE = """
+exit: {code}
+stderr: Failed to load the patch. Error: {code}.
+""" + _READ + """
   Decrypting
   Error reading file '{path}': {code}
 """
-
 _UNDECRYPTABLE = """
 exit: 6001
-stderr:
-  Failed to decrypt the patch.
-trace all:
-  Started from @BIN@\\
-  ~
-  Command line parsed, validate arguments
-  Input file used: @DIR@\\patch.tlx
-  set script path: @DIR@\\patch.tlx
+stderr: Failed to decrypt the patch.
+""" + _READ.format(path='@DIR@\\patch.tlx') + """
   Decrypting
   Error decrypting patch content
   Extension of file .tlx
   @NOWHERE@
 """
-
 _CORRUPT = """
 exit: 13
-stderr:
-  Failed to load patch.
+stderr: Failed to load patch.
 trace some:
   Decrypting
   Running patch of type: *, with id: *
@@ -61,38 +56,34 @@ trace some:
   Cannot parse file from '@DIR@\\patch.tlx'
   ~
 """
-
 _USAGE = """
   Usage:
   ~@PROGRAM@ [/encfile] <path> [/debug] [/var key value][*]
   ~
 """
-
 _MISSING = """
 exit: 87
-stderr:
-  Could not validate input parameters.
-trace all:
-  Started from @BIN@\\
-  ~
+stderr: Could not validate input parameters.
+""" + _STARTED + """
   Command line parsed, validate arguments
   Argument pair '/encfile <path>' is missing
   ~
 """ + _USAGE
-
 # The text ends with a line feed of its own, the format with another, and the line with a third.
 _REFUSED = """
 exit: 87
-stderr:
-  Could not parse input parameters.
-trace all:
-  Started from @BIN@\\
-  ~
+stderr: Could not parse input parameters.
+""" + _STARTED + """
   {text}
   ~
   ~
 """ + _USAGE
-
+_NOT_FOUND = """
+exit: 3
+stderr: Patch not found.
+""" + _READ + """
+  Input file not existing... exit
+"""
 _RAN = """
 exit: {code}
 trace run:
@@ -106,8 +97,6 @@ trace run:
 _NOT_SAID = _RAN.format(code=-7, word='%word%', outcome='False', handler='', script_code=7)
 _SAID = _RAN.format(code=-11, word='said', outcome='True', script_code=11,
                     handler='  Entering onTrue handler.\n')
-
-
 # A mark that is there stays the only one, and none is put into the middle.
 _APPENDED = """
 exit: -7
@@ -131,170 +120,96 @@ file @DIR@\\log.txt:
 """
 
 
-def _write(data):
-    return lambda patch: patch.write_bytes(data)
-
-
-def _flip(block):
-    def prepare(patch):
-        data = bytearray(patch.read_bytes())
-        data[block * 256 + 128] ^= 1
-        patch.write_bytes(data)
-    return prepare
-
-
-def _cut_file(size):
-    return lambda patch: patch.write_bytes(patch.read_bytes()[:size])
-
-
-def _swap_blocks(patch):
-    data = patch.read_bytes()
-    patch.write_bytes(data[256:512] + data[:256] + data[512:])
-
-
-def _write_log(data):
-    return lambda patch: patch.with_name('log.txt').write_bytes(data)
+def _changed(change):
+    """What puts the patch with its bytes changed in its place."""
+    return {'script': _SCRIPT, 'prepare': lambda patch: patch.write_bytes(change(patch.read_bytes()))}
 
 
 def _files():
-    yield 'empty', {'prepare': _write(b'')}, _UNREADABLE.format(code=1006, path='@DIR@\\patch.tlx')
-    yield ('folder', {}, 'args: /encfile @DIR@' + _UNREADABLE.format(code=5, path='@DIR@'))
+    yield ('empty', {'prepare': lambda patch: patch.write_bytes(b'')},
+           _UNREADABLE.format(code=1006, path='@DIR@\\patch.tlx'))
+    yield 'folder', {}, 'args: /encfile @DIR@' + _UNREADABLE.format(code=5, path='@DIR@')
     for size in (1, 255, 256, 257):
-        yield f'junk-of-{size}', {'prepare': _write(b'\x07' * size)}, _UNDECRYPTABLE
+        yield f'junk-of-{size}', _changed(lambda _, size=size: b'\x07' * size), _UNDECRYPTABLE
     for block in range((len(_SCRIPT) + 244) // 245):
-        yield (f'flipped-in-block-{block}', {'script': _SCRIPT, 'prepare': _flip(block)},
+        at = block * 256 + 128
+        yield (f'flipped-in-block-{block}',
+               _changed(lambda data, at=at: data[:at] + bytes([data[at] ^ 1]) + data[at + 1:]),
                _UNDECRYPTABLE)
-    yield 'last-block-cut', {'script': _SCRIPT, 'prepare': _cut_file(511)}, _UNDECRYPTABLE
-    yield 'byte-too-many', {'script': _SCRIPT, 'prepare': lambda patch: patch.write_bytes(
-        patch.read_bytes() + b'\0')}, _UNDECRYPTABLE
+    yield 'last-block-cut', _changed(lambda data: data[:511]), _UNDECRYPTABLE
+    yield 'byte-too-many', _changed(lambda data: data + b'\0'), _UNDECRYPTABLE
     yield 'strangers-key', {'script': _SCRIPT, 'is_strangers': True}, _UNDECRYPTABLE
     # Whole blocks are gone or out of place: each deciphers, and what they give is no XML.
-    yield 'block-missing', {'script': _SCRIPT, 'prepare': _cut_file(512)}, _CORRUPT
-    yield 'blocks-swapped', {'script': _SCRIPT, 'prepare': _swap_blocks}, _CORRUPT
+    yield 'block-missing', _changed(lambda data: data[:512]), _CORRUPT
+    yield 'blocks-swapped', _changed(lambda data: data[256:512] + data[:256] + data[512:]), _CORRUPT
 
 
 def _texts():
-    yield 'whole', {'script': _SCRIPT}, _NOT_SAID
-    yield 'zero-byte-behind-the-root', {'script': _SCRIPT + b'\0<junk'}, _NOT_SAID
-    yield 'zero-byte-inside', {'script': _SCRIPT.replace(b'first block', b'first\0block')}, _CORRUPT
-    yield 'zero-byte-only', {'script': b'\0'}, _CORRUPT
-    yield 'blanks-only', {'script': b' \r\n\t'}, _CORRUPT
-    yield 'byte-order-mark', {'script': b'\xef\xbb\xbf' + _SCRIPT}, _NOT_SAID
-    yield ('bad-utf-8', {'script': _SCRIPT.replace(b'first block', b'a\xffb\xc3 \xed\xa0\x80c')},
+    def said(text):
+        return _SCRIPT.replace(b'first block', text)
+    yield 'whole', _SCRIPT, _NOT_SAID
+    yield 'zero-byte-behind-the-root', _SCRIPT + b'\0<junk', _NOT_SAID
+    yield 'zero-byte-inside', said(b'first\0block'), _CORRUPT
+    yield 'blanks-only', b' \r\n\t', _CORRUPT
+    yield 'byte-order-mark', b'\xef\xbb\xbf' + _SCRIPT, _NOT_SAID
+    yield ('bad-utf-8', said(b'a\xffb\xc3 \xed\xa0\x80c'),
            _NOT_SAID.replace('first block', 'a\ufffdb\ufffd \ufffd\ufffd\ufffdc'))
-    yield 'bad-utf-8-only', {'script': b'\xc3' * 300}, _CORRUPT
+    yield 'bad-utf-8-only', b'\xc3' * 300, _CORRUPT
     wide = '\U0001f600\u00e9'
-    yield ('beyond-the-basic-plane', {'script': _SCRIPT.replace(b'first block', wide.encode())},
-           _NOT_SAID.replace('first block', wide))
+    yield 'wide', said(wide.encode()), _NOT_SAID.replace('first block', wide)
     # TinyXML takes a declaration without its end, and the document has no root then.
-    yield 'cut-in-the-declaration', {'script': _SCRIPT[:30]}, """
+    yield 'cut-in-the-declaration', _SCRIPT[:30], """
 exit: 1636
-stderr:
-  Failed to load patch.
-trace some:
-  Root not found
+stderr: Failed to load patch.
+trace some: Root not found
 """
-    for size in range(61, len(_SCRIPT) - 2, 61):
-        yield f'cut-at-{size:03}', {'script': _SCRIPT[:size]}, _CORRUPT
+    for size in range(61, len(_SCRIPT) - 2, 122):
+        yield f'cut-at-{size:03}', _SCRIPT[:size], _CORRUPT
     root = b'<p version="1.0"><script>'
-    yield 'nested-100000-deep', {'script': root + b'<a>' * 100_000}, _CORRUPT
-    yield ('nested-100000-deep-and-closed',
-           {'script': root + b'<a>' * 100_000 + b'</a>' * 100_000 + b'</script></p>'}, _CORRUPT)
+    yield 'nested-100000-deep', root + b'<a>' * 100_000, _CORRUPT
     nested = b'<nothing><onTrue>' * 10_000 + b'</onTrue></nothing>' * 10_000
-    yield 'nested-10000-handlers', {'script': root + nested + b'</script></p>'}, _CORRUPT
+    yield 'nested-10000-handlers', root + nested + b'</script></p>', _CORRUPT
 
 
 def _command_lines():
-    yield 'no-arguments', 'args:' + _MISSING
-    yield 'only-switches', 'args: /detach -SKIPinstancecheck' + _MISSING
-    unknown = ('/debug', '/', '', '//encfile', '--encfile', 'patch.tlx', '/encfile:x', '/va')
-    for at, argument in enumerate(unknown):
-        yield (f'unknown-key-{at}', f"args: '{argument}' x" +
-               _REFUSED.format(text=f"Unknown argument key: '{argument}'"))
-    yield ('unknown-key-behind-a-good-one', 'args: /encfile @PATCH@ /Debug' +
-           _REFUSED.format(text="Unknown argument key: '/Debug'"))
-    yield ('value-missing', 'args: /detach /EncFile' + _REFUSED.format(
-        text="Argument key '/EncFile' does not have the required value"))
-    yield 'patch-missing', """
-args: /encfile @DIR@\\\\none.tlx
+    yield '', _MISSING
+    yield '/detach -SKIPinstancecheck', _MISSING
+    for argument in ('/debug', '/', '', '//encfile', 'patch.tlx', '/encfile:x', '/va'):
+        yield f"'{argument}' x", _REFUSED.format(text=f"Unknown argument key: '{argument}'")
+    yield '/encfile @PATCH@ /Debug', _REFUSED.format(text="Unknown argument key: '/Debug'")
+    yield '/detach /EncFile', _REFUSED.format(
+        text="Argument key '/EncFile' does not have the required value")
+    yield '/encfile @DIR@\\\\none.tlx', _NOT_FOUND.format(path='@DIR@\\none.tlx')
+    yield '/encfile /detach', """
 exit: 3
-stderr:
-  Patch not found.
-trace all:
-  Started from @BIN@\\
-  ~
-  Command line parsed, validate arguments
-  Input file used: @DIR@\\none.tlx
-  set script path: @DIR@\\none.tlx
-  Input file not existing... exit
+stderr: Patch not found.
+trace some: Input file used: /detach
 """
-    yield 'switch-as-path', """
-args: /encfile /detach
-exit: 3
-stderr:
-  Patch not found.
-trace some:
-  Input file used: /detach
-"""
-    for name, prefix in (('slash', '/'), ('dash', '-'), ('none', '')):
-        yield f'prefix-{name}', f'args: {prefix}ENCfile @PATCH@' + _NOT_SAID
-    yield 'last-encfile-wins', 'args: /encfile /nowhere /encfile @PATCH@' + _NOT_SAID
-    yield 'var', 'args: /var word said /encfile @PATCH@' + _SAID
-    yield 'var-last-wins', 'args: /var word other /encfile @PATCH@ -VAR word said' + _SAID
-    yield 'var-key-has-case', 'args: /encfile @PATCH@ /var Word said' + _NOT_SAID
-    yield ('var-takes-a-switch', 'args: /encfile @PATCH@ /var word /detach' +
-           _NOT_SAID.replace("('%word%'", "('/detach'"))
-    yield ('var-without-value', 'args: /encfile @PATCH@ /var word' +
-           _NOT_SAID.replace("('%word%'", "(''"))
-    # What was traced before the switch was read is in the file only.
-    yield 'diagnostic', 'args: /encfile @PATCH@ /diagnostic\nstdout:' + """
-  Command line parsed, validate arguments
-  Input file used: @DIR@\\patch.tlx
-  set script path: @DIR@\\patch.tlx
-  Decrypting
-  Running patch of type: external, with id: container
-  Cannot find cat operation functions!
-  Old windows found, skip checks ...
-  Loading decrypted file
-  Prepare
-  set trace file: (null)
-  ~
-  @NOWHERE@
-  Use default value for expirationDays.
-  Execute
-  Start executing
-  Trace: first block
-  test function called ('%word%' 1 'said'). type: 0
-  test function end with False.
-  Exit function called with exitcode 7
-  Stop executing
-  End execution
-  set trace file: (null)
-  ~
-""" + _NOT_SAID
-    yield 'var-without-key', 'args: /encfile @PATCH@ /var' + _NOT_SAID
-    yield 'var-with-blanks', ('args: /encfile @PATCH@ /var word "a  b &c"' +
-                              _NOT_SAID.replace("('%word%'", "('a  b &c'"))
-    yield ('detach', 'args: /detach /encfile @PATCH@ /detach\n'
-           'stdout:\n  Patch validation finished.' + _NOT_SAID)
-    yield 'detach-and-no-patch', """
-args: /detach /encfile @DIR@\\\\none.tlx
-exit: 3
-stderr:
-  Patch not found.
-"""
-    yield 'host-path', ('homes: linux - a host path is the host\'s own notion\n'
-                        'args: /encfile @HOSTPATCH@' + _NOT_SAID)
+    yield '/detach /encfile @DIR@\\\\none.tlx', 'exit: 3\nstderr: Patch not found.\n'
+    for arguments in ('ENCfile @PATCH@', '/encfile /nowhere -encfile @PATCH@',
+                      '/encfile @PATCH@ /var Word said', '/encfile @PATCH@ /var'):
+        yield arguments, _NOT_SAID
+    yield '/var word said /encfile @PATCH@', _SAID
+    yield '/var word other /encfile @PATCH@ -VAR word said', _SAID
+    yield '/encfile @PATCH@ /var word', _NOT_SAID.replace("('%word%'", "(''")
+    for value in ('/detach', 'a  b &c'):
+        yield (f'/encfile @PATCH@ /var word "{value}"',
+               _NOT_SAID.replace("('%word%'", f"('{value}'"))
+    yield ('/detach /encfile @PATCH@ /detach', 'stdout: Patch validation finished.' + _NOT_SAID)
+    yield '/encfile @HOSTPATCH@', 'only: linux - a host path is its own notion' + _NOT_SAID
 
 
 def all_cases():
-    for name, how, text in [*_files(), *_texts()]:
-        yield expectations.Case(f'container/{name}', expectations.parse(text, name), **how)
-    for name, text in _command_lines():
-        yield expectations.Case(f'command-line/{name}', expectations.parse(text, name),
+    for name, how, text in _files():
+        yield expectations.case('container', name, text, **how)
+    for name, script, text in _texts():
+        yield expectations.case('container', name, text, script=script)
+    for at, (arguments, text) in enumerate(_command_lines()):
+        yield expectations.case('command-line', f'{at:02}-{arguments}', f'args: {arguments}\n{text}',
                                 script=_SCRIPT)
-    for name, mark in (('without-mark', b''), ('with-mark', b'\xef\xbb\xbf')):
-        yield expectations.Case(
-            f'log/appends-to-a-file-{name}', expectations.parse(_APPENDED, name),
+    for mark in (b'', b'\xef\xbb\xbf'):
+        yield expectations.case(
+            'log', f'appends-behind-{len(mark)}', _APPENDED,
             script=_SCRIPT.replace(b'<script>', b'<script log="@DIR@\\log.txt">'),
-            prepare=_write_log(mark + b'an older line\r\n'))
+            prepare=lambda patch, mark=mark: patch.with_name('log.txt').write_bytes(
+                mark + b'an older line\r\n'))

@@ -1,8 +1,7 @@
 """The examples of the language's reference: the scripts in docs/examples, run as they are.
 
-What each should do stands in examples/expected.txt: a section '[name]' for each script, with lines of
-the trace, indented by two blanks, and then whatever other entries expectations.py knows. The files
-that a patch brings along, for the scripts that look for some, are those in docs/examples/files.
+What each should do stands in examples.txt. The files that a patch brings along, for the scripts that
+look for some, are those in docs/examples/files.
 """
 
 import pathlib
@@ -13,7 +12,7 @@ import expectations
 
 HERE = pathlib.Path(__file__).resolve().parent
 EXAMPLES = HERE.parents[1] / 'docs' / 'examples'
-EXPECTED = HERE / 'examples' / 'expected.txt'
+_ENTRY = re.compile(r'(args|differs|exit|stdout|stderr): ')
 
 
 def _bring_files_along(patch):
@@ -22,13 +21,16 @@ def _bring_files_along(patch):
 
 
 def all_cases():
-    sections = re.split(r'^\[(\w+)\]\n', EXPECTED.read_text(encoding='utf-8'), flags=re.M)[1:]
-    expected = dict(zip(sections[::2], sections[1::2]))
+    rows = (HERE / 'examples.txt').read_text(encoding='utf-8').replace(' |\n  ', ' | ').splitlines()
+    expected = dict(row.split(': ', 1) for row in rows if not row.startswith('#'))
     scripts = {path.stem: path for path in EXAMPLES.glob('*.xml')}
     if expected.keys() != scripts.keys():
-        raise ValueError(f'{EXPECTED} and {EXAMPLES} differ in '
+        raise ValueError('examples.txt and docs/examples differ in '
                          f'{sorted(expected.keys() ^ scripts.keys())}')
-    for name, text in expected.items():
-        wanted = expectations.parse(f'exit: 0\ntrace some:\n{text}', f'{EXPECTED} [{name}]')
-        yield expectations.Case(f'examples/{name}', wanted, script=scripts[name].read_bytes(),
-                                prepare=_bring_files_along)
+    for name, row in expected.items():
+        items = row.split(' | ')
+        entries = [item for item in items if _ENTRY.match(item)]
+        trace = [f'  {item}' for item in items if not _ENTRY.match(item)]
+        text = '\n'.join(['exit: 0', *entries, 'trace some:', *trace])
+        yield expectations.Case(f'examples/{name}', expectations.parse(text, name),
+                                script=scripts[name].read_bytes(), prepare=_bring_files_along)

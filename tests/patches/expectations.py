@@ -1,35 +1,30 @@
 """What a case expects of a run, as text.
 
-A case is a script, tests/patches/<family>/<name>.xml, with its expectations beside it in
-<name>.expect. Cases that no script can express stand in container_cases.py, with the same text.
-
-In the script these placeholders are filled in before it is packed:
+Cases stand in <family>.cases, see script_cases.py, and with the same text in the tables of
+container_cases.py and load_cases.py. In scripts these placeholders are filled in:
 
     @NOW@           the time in seconds since 1970; @NOW-100d@ and @NOW+2h@ are that many days or
                     hours before or after it (also m and s)
     @DIR@           the case's own new folder, as Z:\\...; @PATCH@ the patch in it
+    @HTTP@          the address of a web server, see http_files.py
 
 The expectations are lines. A line that begins with '#' is a comment, and an empty line has no
-meaning. The others are 'key: value', or 'key:' followed by lines indented by two blanks:
+meaning. The others are 'key: value', or 'key:' followed by lines indented by two blanks; a value may
+be the first of several lines.
 
     args: ARGUMENTS         the command line, split as a shell does, without expansion;
                             '/encfile @PATCH@' when there is no such line. @HOSTPATCH@ is the patch
                             as the host names it.
-    make:                   what to put into the case's folder before the run, a line each, with
-                            paths relative to it (missing parents are made):
-                                folder PATH             file PATH TEXT
-                                link PATH TARGET        time PATH SECONDS (since 1970)
-                                read-only PATH          deep PATH COUNT (nested folders 'd', each
-                                                        with a file 'f')
+    make:                   what to put into the case's folder before the run, see trees.py
     libraries:              run a copy of the program, in 'product\\bin' in the case's folder, with
                             libraries that the tests build around it, a line each: the path from
                             the program's folder, a blank, and which one
     env: NAME=VALUE         one more environment variable; may be repeated
     script: PATH            the script, from the source folder, of a case that has none of its own
-    homes: HOME - REASON    run the case in this home only: linux or windows
-    differs: REASON         the traces of the two homes are not compared with each other
-    exit: CODE              the exit code as a signed 32-bit number; required. Several codes, split
-                            by blanks, mean any of them.
+    log: PATH               the script's attribute of that name
+    only: PLATFORM - REASON run the case on this platform only: linux or windows
+    differs: REASON         the traces of the two platforms are not compared with each other
+    exit: CODE              the exit code as a signed 32-bit number; 0 when there is no such line
     trace PART:             the lines of that part of the trace, each one and in this order:
                                 all     the whole trace
                                 header  from behind 'Decrypting' to the check of the platform
@@ -38,19 +33,16 @@ meaning. The others are 'key: value', or 'key:' followed by lines indented by tw
                                 run     from behind 'Execute' to 'End execution'
                                 end     from behind 'End execution'
                                 some    the whole trace, but other lines may stand between these
-    trace in PATH:          as 'all', for another trace file
+                                log     the whole of the file log.txt in the case's folder
     stdout: / stderr:       the stream's lines, each one; no lines when there is no such key
-    events:                 the events that the run left, the oldest first, a line each: name, code
-                            and reason; one of m_tool_ran with the exit code when there is no such
-                            key
-    tree PATH:              what a folder in the case's folder holds, a line for each entry with the
-                            path from there: a folder with '\\' behind it, a link with '@'
+    tree PATH:              what a folder in the case's folder holds, see trees.py
     hive FILE KEY:          on Linux, what hivexget tells of a key of a hive file below
                             Windows\\System32\\config: a line for each value
     file PATH:              a text file's lines, with line ends of either kind
-    bytes PATH: 'BYTES'     a file's bytes, as Python writes them
+    bytes PATH: 'BYTES'     a file's bytes, as Python writes them, in one text or several
 
-A trace line '@NOWHERE@' stands for those that tell that the patch lies in no trusted location.
+A trace line '@NOWHERE@' stands for those that tell that the patch lies in no trusted location. ' | '
+splits what stands in one line of make, tree, file, a trace or a stream.
 
 In all expected lines '*' stands for any characters, and '[*]' for itself. In the output the case's
 folder appears as @DIR@, the program as @PROGRAM@, the program's folder as @BIN@, and a pointer
@@ -65,7 +57,8 @@ import re
 import shlex
 
 TRACE_PARTS = ('all', 'header', 'load', 'run', 'end', 'some')
-HOMES = ('linux', 'windows')
+PLATFORMS = ('linux', 'windows')
+_SPLIT = ('file', 'make', 'stderr', 'stdout', 'trace', 'tree')
 
 
 @dataclasses.dataclass
@@ -73,21 +66,20 @@ class Expectations:
     arguments: list = dataclasses.field(default_factory=lambda: ['/encfile', '@PATCH@'])
     make: list = dataclasses.field(default_factory=list)
     libraries: list = None
-    script: str = None
+    script: list = None
+    each: list = dataclasses.field(default_factory=list)
+    log: str = None
     environment: dict = dataclasses.field(default_factory=dict)
-    only_home: str = None
-    only_home_reason: str = None
+    only: str = None
     differs: str = None
-    exit_codes: list = dataclasses.field(default_factory=list)
+    exit_code: int = None
     traces: list = dataclasses.field(default_factory=list)  # of (part, lines)
-    traces_elsewhere: list = dataclasses.field(default_factory=list)  # of (path, lines)
+    log_trace: list = None
     stdout: list = dataclasses.field(default_factory=list)
     stderr: list = dataclasses.field(default_factory=list)
-    events: list = dataclasses.field(default_factory=list)
     trees: list = dataclasses.field(default_factory=list)  # of (path, lines)
-    files: list = dataclasses.field(default_factory=list)  # of (path, lines)
+    files: list = dataclasses.field(default_factory=list)  # of (path, lines or bytes)
     hives: list = dataclasses.field(default_factory=list)  # of (file, key, lines)
-    contents: list = dataclasses.field(default_factory=list)  # of (path, bytes)
 
 
 @dataclasses.dataclass
@@ -103,47 +95,47 @@ class Case:
     patch_name = 'patch.tlx'
 
     def __post_init__(self):
-        # It names a folder, in both homes and on cmd's command line.
+        # It names a folder, on both platforms and on cmd's command line.
         if not re.fullmatch(r'[\w-]+/[\w.-]+', self.name):
             raise ValueError(f'{self.name!r} is no name for a case')
 
 
-def _nowhere(line):
-    stamp = line.removesuffix('@NOWHERE@')
-    return (stamp + part for part in _NOWHERE)
+def split(lines):
+    """The lines that stand in fewer, with what '@NOWHERE@' stands for."""
+    for line in lines:
+        for part in line.split(' | '):
+            stamp = part.removesuffix('@NOWHERE@')
+            yield from [part] if stamp == part else (stamp + told for told in _NOWHERE)
 
 
 def _add(expectations, key, value, lines):
     """Takes one entry; returns what is wrong with it, or None."""
     word, _, rest = key.partition(' ')
-    if key in ('stdout', 'stderr') or word == 'file':
+    if value:
+        lines = [value, *lines]
+    if word in _SPLIT:
+        lines = list(split(lines))
+    if word in ('stdout', 'stderr', 'file'):
         lines = ['' if line == '~' else line for line in lines]
-    lines = [part for line in lines
-             for part in (_nowhere(line) if line.endswith('@NOWHERE@') else (line,))]
     if key == 'args':
-        expectations.arguments = shlex.split(value)
-    elif key == 'script':
-        expectations.script = value
+        expectations.arguments = shlex.split(' '.join(lines))
     elif key == 'env':
-        name, equals, text = value.partition('=')
-        if not equals:
-            return 'env needs NAME=VALUE'
+        name, _, text = value.partition('=')
         expectations.environment[name] = text
-    elif key == 'homes':
-        home, dash, reason = value.partition(' - ')
-        if home not in HOMES or not reason:
-            return 'homes needs a home and a reason'
-        expectations.only_home, expectations.only_home_reason = home, reason
-    elif key == 'differs':
-        expectations.differs = value
+    elif key == 'only':
+        expectations.only, dash, _ = value.partition(' - ')
+        if expectations.only not in PLATFORMS or not dash:
+            return 'only needs a platform and a reason'
     elif key == 'exit':
-        expectations.exit_codes = [int(code) for code in value.split()]
-    elif key in ('events', 'libraries', 'make', 'stdout', 'stderr'):
+        expectations.exit_code = int(value)
+    elif key in ('differs', 'log'):
+        setattr(expectations, key, value)
+    elif key in ('each', 'libraries', 'make', 'script', 'stdout', 'stderr'):
         setattr(expectations, key, lines)
+    elif key == 'trace log':
+        expectations.log_trace = lines
     elif word == 'trace' and rest in TRACE_PARTS:
         expectations.traces.append((rest, lines))
-    elif word == 'trace' and rest.startswith('in '):
-        expectations.traces_elsewhere.append((rest[3:], lines))
     elif word == 'tree':
         expectations.trees.append((rest, lines))
     elif word == 'hive':
@@ -151,7 +143,7 @@ def _add(expectations, key, value, lines):
     elif word == 'file':
         expectations.files.append((rest, lines))
     elif word == 'bytes':
-        expectations.contents.append((rest, ast.literal_eval('b' + value)))
+        expectations.files.append((rest, ast.literal_eval('b' + ' b'.join(lines))))
     else:
         return f'there is no key {key!r}'
     return None
@@ -178,9 +170,13 @@ def parse(text, source):
         fault = _add(expectations, match[1], match[2] or '', body)
         if fault:
             raise ValueError(f'{source}:{number}: {fault}')
-    if not expectations.exit_codes:
-        raise ValueError(f'{source}: the exit code is missing')
     return expectations
+
+
+def case(family, name, text, **how):
+    """A table's case, by a name made of what describes it."""
+    name = re.sub(r'[^\w.-]+', '-', name)[:60].strip('-.')
+    return Case(f'{family}/{name}', parse(text, name), **how)
 
 
 def _regex(pattern):
@@ -196,6 +192,8 @@ def _numbered(title, lines):
 
 def differ(expected, actual, what):
     """What is wrong with `actual`, as text, when it must have exactly the expected lines."""
+    if actual is None:
+        return f'{what} is not there'
     for at, pattern in enumerate(expected):
         if at == len(actual):
             fault = f'line {at + 1} is missing: {pattern!r}'

@@ -25,83 +25,64 @@ _MAP = 9
 _FCNTL = 72
 _LOCKS = {5, 6, 7, 36, 37, 38}  # of fcntl; its other commands don't fail
 
-# Number to name, which argument tells what it is about ('path' or 'file'), and how it can fail.
-_CALLS = {
-    0: ('read', 'file', 0, 'EIO', 'EISDIR'),
-    1: ('write', 'file', 0, 'ENOSPC', 'EIO'),
-    4: ('stat', 'path', 0, 'EACCES', 'EIO'),
-    5: ('fstat', 'file', 0, 'EIO', 'ENOMEM'),
-    6: ('lstat', 'path', 0, 'EACCES', 'EIO'),
-    7: ('poll', None, 0, 'ENOMEM', 'EINTR'),
-    _MAP: ('mmap', 'file', 4, 'ENOMEM', 'ENODEV'),
-    17: ('pread', 'file', 0, 'EIO', 'EISDIR'),
-    18: ('pwrite', 'file', 0, 'ENOSPC', 'EIO'),
-    19: ('readv', 'file', 0, 'EIO', 'EISDIR'),
-    20: ('writev', 'file', 0, 'ENOSPC', 'EIO'),
-    21: ('access', 'path', 0, 'EACCES', 'EIO'),
-    40: ('sendfile', 'file', 0, 'ENOSPC', 'EIO'),
-    41: ('socket', None, 0, 'EMFILE', 'EACCES'),
-    42: ('connect', 'file', 0, 'ECONNREFUSED', 'ENETUNREACH'),
-    44: ('sendto', 'file', 0, 'ECONNRESET', 'EPIPE'),
-    45: ('recvfrom', 'file', 0, 'ECONNRESET', 'EIO'),
-    53: ('socketpair', None, 0, 'EMFILE', 'ENFILE'),
-    56: ('clone', None, 0, 'EAGAIN', 'ENOMEM'),
-    57: ('fork', None, 0, 'EAGAIN', 'ENOMEM'),
-    58: ('vfork', None, 0, 'EAGAIN', 'ENOMEM'),
-    _EXEC: ('execve', 'path', 0, 'EACCES', 'ENOMEM'),
-    61: ('wait4', None, 0, 'ECHILD', 'EINTR'),
-    62: ('kill', None, 0, 'EPERM', 'ESRCH'),
-    _FCNTL: ('fcntl', 'file', 0, 'ENOLCK', 'EAGAIN'),
-    73: ('flock', 'file', 0, 'ENOLCK', 'EAGAIN'),
-    74: ('fsync', 'file', 0, 'EIO', 'ENOSPC'),
-    75: ('fdatasync', 'file', 0, 'EIO', 'ENOSPC'),
-    76: ('truncate', 'path', 0, 'EIO', 'EACCES'),
-    77: ('ftruncate', 'file', 0, 'EIO', 'ENOSPC'),
-    79: ('getcwd', None, 0, 'ENOENT', 'EACCES'),
-    80: ('chdir', 'path', 0, 'EACCES', 'EIO'),
-    82: ('rename', 'path', 1, 'EACCES', 'ENOSPC'),
-    83: ('mkdir', 'path', 0, 'ENOSPC', 'EACCES'),
-    84: ('rmdir', 'path', 0, 'EACCES', 'EBUSY'),
-    86: ('link', 'path', 1, 'EMLINK', 'ENOSPC'),
-    87: ('unlink', 'path', 0, 'EACCES', 'EIO'),
-    88: ('symlink', 'path', 1, 'ENOSPC', 'EACCES'),
-    89: ('readlink', 'path', 0, 'EACCES', 'EIO'),
-    90: ('chmod', 'path', 0, 'EPERM', 'EROFS'),
-    91: ('fchmod', 'file', 0, 'EPERM', 'EROFS'),
-    92: ('chown', 'path', 0, 'EPERM', 'EROFS'),
-    93: ('fchown', 'file', 0, 'EPERM', 'EROFS'),
-    137: ('statfs', 'path', 0, 'EACCES', 'EIO'),
-    138: ('fstatfs', 'file', 0, 'EIO', 'ENOSYS'),
-    188: ('setxattr', 'path', 0, 'ENOSPC', 'EPERM'),
-    189: ('lsetxattr', 'path', 0, 'ENOSPC', 'EPERM'),
-    190: ('fsetxattr', 'file', 0, 'ENOSPC', 'EPERM'),
-    191: ('getxattr', 'path', 0, 'EIO', 'EACCES'),
-    192: ('lgetxattr', 'path', 0, 'EIO', 'EACCES'),
-    193: ('fgetxattr', 'file', 0, 'EIO', 'EACCES'),
-    217: ('getdents64', 'file', 0, 'EIO', 'EACCES'),
-    247: ('waitid', None, 0, 'ECHILD', 'EINTR'),
-    257: ('openat', 'path', 1, 'EACCES', 'EMFILE'),
-    258: ('mkdirat', 'path', 1, 'ENOSPC', 'EACCES'),
-    262: ('newfstatat', 'path', 1, 'EACCES', 'EIO'),
-    263: ('unlinkat', 'path', 1, 'EACCES', 'EIO'),
-    264: ('renameat', 'path', 3, 'EACCES', 'ENOSPC'),
-    265: ('linkat', 'path', 3, 'EMLINK', 'ENOSPC'),
-    267: ('readlinkat', 'path', 1, 'EACCES', 'EIO'),
-    268: ('fchmodat', 'path', 1, 'EPERM', 'EROFS'),
-    269: ('faccessat', 'path', 1, 'EACCES', 'EIO'),
-    271: ('ppoll', None, 0, 'ENOMEM', 'EINTR'),
-    280: ('utimensat', 'file', 0, 'EPERM', 'EROFS'),
-    285: ('fallocate', 'file', 0, 'ENOSPC', 'EIO'),
-    290: ('eventfd2', None, 0, 'EMFILE', 'ENFILE'),
-    316: ('renameat2', 'path', 3, 'EACCES', 'ENOSPC'),
-    319: ('memfd_create', None, 0, 'EMFILE', 'ENOMEM'),
-    326: ('copy_file_range', 'file', 2, 'EIO', 'ENOSPC'),
-    332: ('statx', 'path', 1, 'EACCES', 'EIO'),
-    424: ('pidfd_send_signal', 'file', 0, 'EPERM', 'ESRCH'),
-    434: ('pidfd_open', None, 0, 'EMFILE', 'ESRCH'),
-    435: ('clone3', None, 0, 'EAGAIN', 'ENOMEM'),
-    439: ('faccessat2', 'path', 1, 'EACCES', 'EIO'),
-}
+# How each call can fail, which argument tells what it is about, and the calls by their numbers.
+_TABLE = """
+ENOMEM EINTR - 0: 7 poll, 271 ppoll
+EMFILE EACCES - 0: 41 socket
+EMFILE ENFILE - 0: 53 socketpair, 290 eventfd2
+EAGAIN ENOMEM - 0: 56 clone, 57 fork, 58 vfork, 435 clone3
+ECHILD EINTR - 0: 61 wait4, 247 waitid
+EPERM ESRCH - 0: 62 kill
+ENOENT EACCES - 0: 79 getcwd
+EMFILE ENOMEM - 0: 319 memfd_create
+EMFILE ESRCH - 0: 434 pidfd_open
+EIO EISDIR file 0: 0 read, 17 pread, 19 readv
+ENOSPC EIO file 0: 1 write, 18 pwrite, 20 writev, 40 sendfile, 285 fallocate
+EIO ENOMEM file 0: 5 fstat
+ECONNREFUSED ENETUNREACH file 0: 42 connect
+ECONNRESET EPIPE file 0: 44 sendto
+ECONNRESET EIO file 0: 45 recvfrom
+ENOLCK EAGAIN file 0: 72 fcntl, 73 flock
+EIO ENOSPC file 0: 74 fsync, 75 fdatasync, 77 ftruncate
+EPERM EROFS file 0: 91 fchmod, 93 fchown, 280 utimensat
+EIO ENOSYS file 0: 138 fstatfs
+ENOSPC EPERM file 0: 190 fsetxattr
+EIO EACCES file 0: 193 fgetxattr, 217 getdents64
+EPERM ESRCH file 0: 424 pidfd_send_signal
+EIO ENOSPC file 2: 326 copy_file_range
+ENOMEM ENODEV file 4: 9 mmap
+EACCES EIO path 0: 4 stat, 6 lstat, 21 access, 80 chdir, 87 unlink, 89 readlink, 137 statfs
+EACCES ENOMEM path 0: 59 execve
+EIO EACCES path 0: 76 truncate, 191 getxattr, 192 lgetxattr
+ENOSPC EACCES path 0: 83 mkdir
+EACCES EBUSY path 0: 84 rmdir
+EPERM EROFS path 0: 90 chmod, 92 chown
+ENOSPC EPERM path 0: 188 setxattr, 189 lsetxattr
+EACCES ENOSPC path 1: 82 rename
+EMLINK ENOSPC path 1: 86 link
+ENOSPC EACCES path 1: 88 symlink, 258 mkdirat
+EACCES EMFILE path 1: 257 openat
+EACCES EIO path 1: 262 newfstatat, 263 unlinkat, 267 readlinkat, 269 faccessat, 332 statx,
+  439 faccessat2
+EPERM EROFS path 1: 268 fchmodat
+EACCES ENOSPC path 3: 264 renameat, 316 renameat2
+EMLINK ENOSPC path 3: 265 linkat
+"""
+
+
+def _calls():
+    """Number to name, kind and index of the argument, and the errors."""
+    calls = {}
+    for row in _TABLE.replace(',\n ', ',').split('\n')[1:-1]:
+        how, _, names = row.partition(': ')
+        *errors, kind, index = how.split()
+        for call in names.split(', '):
+            number, name = call.split()
+            calls[int(number)] = (name, kind, int(index), *errors)
+    return calls
+
+
+_CALLS = _calls()
 ERRORS = 2  # that each call can fail with
 
 # See linux/filter.h and linux/seccomp.h.

@@ -15,7 +15,6 @@ stride apart. --only makes one, and -v tells of all calls and runs. --json gets
 import argparse
 import collections
 import hashlib
-import json
 import multiprocessing
 import os
 import pathlib
@@ -24,32 +23,24 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import time
 import xml.etree.ElementTree as ElementTree
 
-import authority
 import failing_calls
 import http_files
-import run
 import spooled_events
+import world
+from world import Fault, expect
 
 _HERE = pathlib.Path(__file__).resolve().parent
-_INSTALL = pathlib.Path('Program Files', 'Ambry Shield')
 _CATALOGS = pathlib.Path('Windows', 'System32', 'CatRoot', '{F750E6C3-38EE-11D1-85E5-00C04FC295EE}')
 _HIVES = pathlib.Path('Windows', 'System32', 'config')
-_PATCH = """<patch version="1.0"><header><property name="id" value="faults"/>
-<property name="patchType" value="external"/><property name="created" value="{now}"/>
-<property name="tags" value="first"/></header>{script}</patch>"""
 # What each machine has before its run, beside what the script makes of it.
-_SETUP = r"""<script>
+_SETUP = r"""
 <regCreateKey root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Faults\Old\Below"/>
 <regWrite root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Faults" value="text" type="REG_SZ" data="old"/>
 <regWrite root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Faults" value="number" type="REG_DWORD" data="7"/>
 <regWrite root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Faults" value="stale" type="REG_SZ" data="x"/>
-<serviceCreate name="OldFaults" serviceType="16" startType="3" errorControl="1" path="C:\old.exe"/>
-<regWrite root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Microsoft\Windows NT\CurrentVersion"
-          value="CurrentVersion" type="REG_SZ" data="6.3"/>
-<exit code="0"/></script>"""
+<serviceCreate name="OldFaults" serviceType="16" startType="3" errorControl="1" path="C:\old.exe"/>"""
 _FILES = {
     'one.txt': b'one\n' * 20000, 'replaced.txt': b'old\n', 'kept.txt': b'read only\n',
     'hidden.txt': b'hidden\n',
@@ -83,15 +74,6 @@ _FOLDER_STAYS = 'Could not remove the protected folder for custom patches'
 _SANITIZER = re.compile(r'Sanitizer|runtime error:')
 
 
-class Fault(Exception):
-    """What a run left that it should not."""
-
-
-def _expect(condition, text):
-    if not condition:
-        raise Fault(text)
-
-
 def _telling(script):
     """The script, with what tells of each command's end."""
     root = ElementTree.fromstring(script)
@@ -104,61 +86,40 @@ def _telling(script):
         elif command.tag not in _UNFAILING:
             handler = ElementTree.SubElement(command, 'onerror')
             ElementTree.SubElement(handler, 'trace', value=f'{name}: %error%')
-    return ElementTree.tostring(root, encoding='unicode')
+    return ''.join(ElementTree.tostring(command, encoding='unicode') for command in root)
 
 
-class Bench:
+class Bench(world.World):
     """The program, the patch, and the machine that each run gets a copy of."""
 
     def __init__(self, options, root):
-        self.root = root
-        self.options = options
-        self.authority = authority.Authority(root, 'root')
-        self.publisher = self.authority.issue('publisher')
-        self.template = root / 'template'
-        self.patch = root / 'patch' / 'fix.tlx'
-        self.tessel = self._install_program(pathlib.Path(options.tessel).resolve())
+        program = pathlib.Path(options.tessel).resolve()
+        super().__init__(self._install_program(program, root / 'product' / 'bin'), options.tlx,
+                         options.key, root)
         self.suppressions = root / 'suppressions'
         self.suppressions.write_text(_LEFT_OPEN, encoding='ascii')
-        self._make_machine()
-        self._make_patch()
+        self.template = self.make_machine(root / 'template', _SETUP)
+        self._fill_machine(program.parents[1] / 'tests' / 'libraries' / 'entry.dll')
+        self.patch = root / 'patch' / 'fix.tlx'
+        self.patch.parent.mkdir()
+        text = (_HERE / 'faults.xml').read_text(encoding='utf-8')
+        (self.patch.parent / 'payload.txt').write_bytes(b'payload\n')
+        self.pack(self.patch, _telling(text.replace('%SERVER%', http_files.address())))
+        self.sign(self.patch.parent)
 
-    def _install_program(self, program):
+    @staticmethod
+    def _install_program(program, folder):
         """The libraries of the product stand in for the real ones."""
-        folder = self.root / 'product' / 'bin'
         folder.mkdir(parents=True)
         libraries = program.parents[1] / 'tests' / 'libraries'
-        run.link_or_copy(program, folder / program.name)
-        run.link_or_copy(libraries / 'runlevelbroker.dll', folder / 'runlevelbroker.dll')
-        run.link_or_copy(libraries / 'cvn.integration.comm.dll',
-                         folder.parent / 'cvn.integration.comm.dll')
-        self.entry = libraries / 'entry.dll'
+        world.link_or_copy(program, folder / program.name)
+        world.link_or_copy(libraries / 'runlevelbroker.dll', folder / 'runlevelbroker.dll')
+        world.link_or_copy(libraries / 'cvn.integration.comm.dll',
+                           folder.parent / 'cvn.integration.comm.dll')
         return folder / program.name
 
-    def _tool(self, *words):
-        subprocess.run([self.options.tlx, *words], check=True)
-
-    def _pack(self, patch, script):
-        source = patch.with_suffix('.xml')
-        source.write_text(_PATCH.format(now=int(time.time()), script=script), encoding='utf-8')
-        self._tool('pack', '--key', self.options.key, '--in', source, '--out', patch)
-        source.unlink()
-
-    def _sign(self, folder):
-        certificate, key = self.publisher
-        self._tool('catalog', '--cert', certificate, '--key', key, '--chain',
-                   self.authority.certificate, '--dir', folder)
-
-    def _make_machine(self):
-        self._tool('machine', 'create', self.template, '--windows', '7', '--trust',
-                   self.authority.certificate)
-        setup = self.root / 'setup.tlx'
-        self._pack(setup, _SETUP)
-        subprocess.run([self.tessel, '/encfile', setup], check=True,
-                       env={**os.environ, 'TESSEL_MACHINE': str(self.template)})
-        shutil.rmtree(self.template / 'ProgramData' / 'Tessera')
-        shutil.rmtree(self.template / _INSTALL / 'matrix', ignore_errors=True)
-        (self.template / _INSTALL).mkdir(exist_ok=True)
+    def _fill_machine(self, library):
+        (self.template / world.INSTALL).mkdir(exist_ok=True)
         work = self.template / 'work'
         for name, content in _FILES.items():
             (work / name).parent.mkdir(parents=True, exist_ok=True)
@@ -172,25 +133,17 @@ class Bench:
             file.seek(1 << 20)
             file.write(b'end')
         shutil.copy2('/bin/sleep', work / 'waiter.exe')
-        shutil.copy2(self.entry, work / 'entry.dll')
-        signed = self.root / 'signed'
+        shutil.copy2(library, work)
+        signed = self.folder / 'signed'
         signed.mkdir()
         shutil.copy2(work / 'signed.txt', signed)
-        self._sign(signed)
+        self.sign(signed)
         (self.template / _CATALOGS).mkdir(parents=True, exist_ok=True)
         shutil.copy2(signed / 'patch.cat', self.template / _CATALOGS / 'faults.cat')
 
-    def _make_patch(self):
-        self.patch.parent.mkdir()
-        text = (_HERE / 'faults.xml').read_text(encoding='utf-8')
-        text = text.replace('%SERVER%', http_files.address())
-        (self.patch.parent / 'payload.txt').write_bytes(b'payload\n')
-        self._pack(self.patch, _telling(text))
-        self._sign(self.patch.parent)
-
     def run(self, own_processes, fail_at=None, choice=0):
         """Runs the patch on a new machine. Returns what there is to say of the run."""
-        with tempfile.TemporaryDirectory(prefix='run.', dir=self.root) as folder, \
+        with tempfile.TemporaryDirectory(prefix='run.', dir=self.folder) as folder, \
                 tempfile.TemporaryDirectory(prefix='tessel-faults.', dir='/dev/shm') as elsewhere:
             folder = pathlib.Path(folder)
             machine = shutil.copytree(self.template, folder / 'machine', symlinks=True)
@@ -198,12 +151,12 @@ class Bench:
             output = [folder / 'out', folder / 'err']
             leaks = f'suppressions={self.suppressions}:print_suppressions=0'
             environment = {**os.environ, 'TESSEL_MACHINE': str(machine), 'LSAN_OPTIONS': leaks,
-                           'ELSEWHERE': run.host_to_drive(elsewhere)}
+                           'ELSEWHERE': world.host_to_drive(elsewhere)}
             with output[0].open('wb') as out, output[1].open('wb') as err:
                 ended = failing_calls.run(
                     [self.tessel, '/encfile', self.patch, '/diagnostic'], environment, folder,
                     (out.fileno(), err.fileno()), fail_at, choice, own_processes)
-            hosts = ((elsewhere, '@ELSEWHERE@'), (str(folder), '@DIR@'), (str(self.root), '@ROOT@'))
+            hosts = ((elsewhere, '@ELSEWHERE@'), (str(folder), '@DIR@'), (str(self.folder), '@ROOT@'))
             return Observation(ended, machine, pathlib.Path(elsewhere), output, hosts)
 
 
@@ -230,11 +183,11 @@ class Observation:
         self.hosts = hosts
         self.stdout, self.stderr = (self._lines(path.read_bytes()) for path in output)
         self.traces = [self._lines(path.read_bytes()[3:], has_stamps=True)
-                       for path in (machine / 'ProgramData' / 'Tessera').glob('ts-*')]
+                       for path in (machine / world.TRACES).glob('ts-*')]
         self.fault = None
         self.events = []
         try:
-            self.events = spooled_events.load(machine / _INSTALL / 'matrix' / 'events')
+            self.events = spooled_events.load(machine / world.SPOOL)
         except spooled_events.BrokenEvent as fault:
             self.fault = f'the spool: {fault}'
         self.state = {'elsewhere.txt': (elsewhere / 'elsewhere.txt').exists()}
@@ -246,10 +199,10 @@ class Observation:
     def _lines(self, data, has_stamps=False):
         text = data.decode('utf-8', errors='replace').replace('\r\n', '\n')
         for host, token in self.hosts:
-            text = text.replace(run.host_to_drive(host), token).replace(host, token)
+            text = text.replace(world.host_to_drive(host), token).replace(host, token)
         lines = text.split('\n')
         if has_stamps:
-            lines = [run.STAMP.sub('', line) for line in lines]
+            lines = [world.STAMP.sub('', line) for line in lines]
         lines, statuses = spooled_events.part(lines)
         return [_steady(line) for line in lines] + statuses
 
@@ -327,11 +280,11 @@ class Judge:
 
     def look_at(self, seen):
         """Raises what is wrong with a run, whether one of its calls failed or none."""
-        _expect(seen.code is not None, 'it did not end')
+        expect(seen.code is not None, 'it did not end')
         words = '\n'.join(seen.stderr)
-        _expect(not _SANITIZER.search(words), words)
-        _expect(seen.code >= 0, f'it was ended by signal {-seen.code}')
-        _expect(seen.fault is None, seen.fault)
+        expect(not _SANITIZER.search(words), words)
+        expect(seen.code >= 0, f'it was ended by signal {-seen.code}')
+        expect(seen.fault is None, seen.fault)
         call = seen.ended.calls[0] if seen.ended.calls else 'nothing'
         self._look_at_end(seen, words, call)
         self._look_at_events(seen)
@@ -340,7 +293,7 @@ class Judge:
         if not is_own and seen.said() == self.good.said():
             lost = [path for path in self.differences(seen.state, self.good.state)
                     if not self._may_differ_silently(path, call)]
-            _expect(not lost, f'nothing tells of what is not as it should be: {lost}')
+            expect(not lost, f'nothing tells of what is not as it should be: {lost}')
 
     @staticmethod
     def _may_differ_silently(path, call):
@@ -363,13 +316,13 @@ class Judge:
             codes.append(int(unreadable[1]))
         if call.endswith('/err'):
             codes = list(_REFUSALS)  # what it says was lost
-        _expect(seen.code in [code & 0xFF for code in codes],
+        expect(seen.code in [code & 0xFF for code in codes],
                 f'the exit code {seen.code} is not that of what it says: {words!r}')
 
     @staticmethod
     def _look_at_events(seen):
         kinds = collections.Counter(event['event_name'] for event in seen.events)
-        _expect(all(count == 1 for count in kinds.values()), f'too many events: {kinds}')
+        expect(all(count == 1 for count in kinds.values()), f'too many events: {kinds}')
 
     def _look_at_files(self, seen):
         """Everything is as it was or as it should be."""
@@ -379,7 +332,7 @@ class Judge:
             is_known = now in (self.before.get(path), self.good.state.get(path))
             if not is_known and not self._may_stay(path, seen):
                 wrong.append(f'{path} is {now}, and was {self.before.get(path)}')
-        _expect(not wrong, '\n'.join(sorted(wrong)))
+        expect(not wrong, '\n'.join(sorted(wrong)))
 
     @staticmethod
     def _may_stay(path, seen):
@@ -457,8 +410,7 @@ def _cases(options, count):
     return everything if options.every else everything[::-(-len(everything) // options.runs) | 1]
 
 
-def _run_all(options, failures):
-    """Returns how many runs there were."""
+def _run_all(options, outcomes):
     with tempfile.TemporaryDirectory(prefix='tessel-faults.') as root:
         bench = Bench(options, pathlib.Path(root).resolve())
         judge, calls = _learn(bench)
@@ -469,16 +421,13 @@ def _run_all(options, failures):
         with _pool(options.jobs, bench, judge) as pool:
             for (number, choice), call, fault in pool.imap_unordered(_Worker.work, cases):
                 missed += call == _NO_CALL
-                if options.v:
-                    print(f'{number}.{choice} {call}')
-                if fault:
-                    failures.append(f'faults {number}.{choice} {call}: {fault}')
-                    print(f'FAILED  {failures[-1]}\n', flush=True)
+                outcomes[f'faults {number}.{choice} {call}'] = fault
+                if options.v or fault:
+                    print(f'{number}.{choice} {call}', 'FAILED' if fault else '', flush=True)
         # A run may make a few calls less than the one that counted them.
         if missed > len(cases) // 20:
-            failures.append(f'faults: in {missed} runs no call failed')
+            outcomes['faults'] = f'in {missed} runs no call failed'
         print(f'{len(cases)} runs, {len(calls)} calls to fail')
-    return len(cases)
 
 
 def main():
@@ -494,18 +443,13 @@ def main():
     parser.add_argument('--jobs', type=int, default=os.cpu_count(), metavar='N')
     parser.add_argument('-v', action='store_true')
     options = parser.parse_args()
-    failures = []
+    outcomes = {}
     is_possible = failing_calls.is_possible()
-    if not is_possible:
+    if is_possible:
+        _run_all(options, outcomes)
+    else:
         print('skipped: the kernel does not tell of the calls of a program')
-    count = _run_all(options, failures) if is_possible else 0
-    summary = {'passed': count - len(failures), 'failed': len(failures),
-               'skipped': 0 if is_possible else 1, 'failures': failures}
-    if options.json:
-        pathlib.Path(options.json).write_text(json.dumps(summary, indent=1) + '\n',
-                                              encoding='utf-8')
-    print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
-    return 1 if failures else 0
+    return world.report(outcomes, 0 if is_possible else 1, options.json)
 
 
 if __name__ == '__main__':

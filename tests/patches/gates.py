@@ -13,10 +13,11 @@ import argparse
 import contextlib
 import dataclasses
 import fnmatch
-import json
 import os
 import pathlib
+import random
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -26,24 +27,19 @@ import time
 import traceback
 from typing import Callable
 
-import authority
 import expectations
 import run
 import spooled_events
+import world
+from world import INSTALL, Fault, expect
 
 NOBODY = 65534
-INSTALL = pathlib.Path('Program Files', 'Ambry Shield')
-SERVICE = pathlib.Path('Update Service')
-# What runs until the file 'go' is there, and tells by the file 'started' that it does.
+SERVICE = pathlib.PurePath('Update Service')
+# Runs until the file 'go' is there, and tells by the file 'started' that it does.
 WAIT = ('<fileCreate path="@DIR@\\started"/><nothing id="wait"/><sleep milisec="5"/>'
-        '<fileExists path="@DIR@\\go"><onFalse><goto target="wait"/></onFalse></fileExists>')
-SCRIPT = """<patch version="1.0"><header><property name="id" value="gates"/>
-<property name="patchType" value="{kind}"/><property name="created" value="{created}"/>
-<property name="tags" value="first"/></header><script>{body}</script></patch>"""
-
-
-class Fault(Exception):
-    """What a run did wrong."""
+        '<fileExists path="@DIR@\\go"><onFalse><goto target="wait"/></onFalse></fileExists>'
+        '<exit code="3"/>')
+BODY = '<trace value="in %scriptdir%"/><exit code="3"/>'
 
 
 @dataclasses.dataclass
@@ -62,81 +58,40 @@ def refused_serial(program):
     return re.search(r'u"([0-9a-f]{32})"', header.read_text(encoding='ascii'))[1]
 
 
-class World:
+class Gates(world.World):
     """What all runs share."""
 
     def __init__(self, options, folder):
-        self.tessel = pathlib.Path(options.linux).resolve()
-        self.tlx = options.tlx
+        super().__init__(options.linux, options.tlx, options.key, folder)
         self.image = options.image
-        self.patch_key = options.key
-        self.folder = folder
-        self.root = authority.Authority(folder, 'root')
-        stranger = authority.Authority(folder, 'stranger')
-        organisation = authority.PUBLISHER.replace('O=Corvane', 'O=Other')
+        stranger = world.Authority(folder, 'stranger')
         self.signers = {
-            'publisher': self.root.issue('publisher'),
-            'other-organisation': self.root.issue('other-organisation', subject=organisation),
+            'other-organisation': self.root.issue(
+                'other-organisation', subject=world.PUBLISHER.replace('O=Corvane', 'O=Other')),
             'other-name': self.root.issue('other-name', subject='/O=Corvane SRL/CN=Corvane'),
             'refused-serial': self.root.issue('refused-serial', serial=refused_serial(self.tessel)),
             'wrong-purpose': self.root.issue('wrong-purpose', purpose='serverAuth'),
             'expired': self.root.issue('expired', days='-1'),
             'untrusted-root': stranger.issue('untrusted-root'),
         }
-        self.machine = folder / 'machine'
-        self.make_machine(self.machine)
-        self.elsewhere = folder / 'machine-with-service-elsewhere'
-        self.make_machine(self.elsewhere, '--windows', '7')
-        self.change_machine(self.elsewhere, r"""
+        self.machine = self.make_machine(folder / 'machine')
+        self.elsewhere = self.make_machine(folder / 'machine-with-service-elsewhere', r"""
             <regWrite root="HKEY_LOCAL_MACHINE" type="REG_EXPAND_SZ" value="ImagePath"
              key="SYSTEM\CurrentControlSet\Services\AmUpdateService"
              data="&quot;C:\Update Service\updater.exe&quot; -run"/>""")
-        self.bare = folder / 'machine-without-product'
-        self.make_machine(self.bare, '--windows', '7')
-        self.change_machine(self.bare, r"""
+        self.bare = self.make_machine(folder / 'machine-without-product', r"""
             <regDeleteKey root="HKEY_LOCAL_MACHINE"
              key="SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Ambry Shield"/>
             <serviceDelete name="AMSecurityService"/><serviceDelete name="AmUpdateService"/>""")
-        self.windows = options.windows and run.WindowsHome(options.windows, options.wine,
-                                                           options.system_library)
-
-    def make_machine(self, folder, *more):
-        subprocess.run([self.tlx, 'machine', 'create', folder, '--trust', self.root.certificate,
-                        *more], check=True)
-
-    def change_machine(self, machine, body):
-        """Runs commands on a machine of the old kind, and makes one of the new kind of it."""
-        version = r'SOFTWARE\Microsoft\Windows NT\CurrentVersion'
-        body += f'<regWrite root="HKEY_LOCAL_MACHINE" key="{version}" value="CurrentVersion"' \
-                ' type="REG_SZ" data="6.3"/><exit code="0"/>'
-        patch = machine.with_suffix('.tlx')
-        self.pack(patch, body)
-        ended = subprocess.run([self.tessel, '/encfile', patch], check=False, capture_output=True,
-                               env={**os.environ, 'TESSEL_MACHINE': str(machine)})
-        if ended.returncode != 0:
-            sys.exit(f'gates.py: the machine could not be changed: {ended}')
-        shutil.rmtree(machine / 'ProgramData' / 'Tessera')
-        shutil.rmtree(machine / INSTALL / 'matrix', ignore_errors=True)
-
-    def pack(self, patch, body, kind='external', created=None):
-        script = patch.with_suffix('.xml')
-        text = SCRIPT.format(kind=kind, created=created or int(time.time()), body=body)
-        script.write_text(text, encoding='utf-8')
-        subprocess.run([self.tlx, 'pack', '--force', '--key', self.patch_key, '--in', script,
-                        '--out', patch], check=True)
-        script.unlink()
-
-    def sign(self, folder, signer='publisher'):
-        certificate, key = self.signers[signer]
-        subprocess.run([self.tlx, 'catalog', '--force', '--cert', certificate, '--key', key,
-                        '--chain', self.root.certificate, '--dir', folder], check=True)
+        self.windows = options.windows and run.Windows(options.windows, options.wine,
+                                                       options.system_library)
 
 
 class Run:
     """A machine, a patch folder, and what is started there."""
 
-    def __init__(self, world, folder, machine=None):
-        self.world = world
+    def __init__(self, gates, folder, machine):
+        self.gates = gates
         self.folder = folder
         self.machine = self.take_machine(machine)
         os.chmod(folder, 0o755)
@@ -149,21 +104,24 @@ class Run:
     def take_machine(self, machine):
         return shutil.copytree(machine, self.folder / 'machine')
 
-    def external(self, body='<trace value="in %scriptdir%"/><exit code="3"/>', **header):
-        self.world.pack(self.patch, body.replace('@DIR@', run.host_to_drive(self.folder)), **header)
+    def external(self, body=BODY, is_signed=True, **header):
+        """An external patch, with a payload and a catalog."""
+        body = body.replace('@DIR@', world.host_to_drive(self.folder))
+        self.gates.pack(self.patch, body, **header)
         (self.place / 'Payload.txt').write_text('payload', encoding='ascii')
         (self.place / 'Sub').mkdir()
         (self.place / 'Sub' / 'Deep.bin').write_bytes(bytes(range(256)) * 1000)
+        if is_signed:
+            self.gates.sign(self.place)
 
-    def trusted(self, folder, body='<trace value="in %scriptdir%"/><exit code="3"/>',
-                kind='update'):
+    def trusted(self, folder, kind='update'):
         place = self.machine / folder / 'patches'
         place.mkdir(parents=True)
         self.patch = place / 'fix.tlx'
-        self.world.pack(self.patch, body, kind=kind, created=5)
+        self.gates.pack(self.patch, BODY, kind=kind, created=5)
 
     def command(self, *options):
-        return [str(self.world.tessel), '/encfile', str(self.patch), *options]
+        return [str(self.gates.tessel), '/encfile', str(self.patch), *options]
 
     def parent(self, folder):
         """A program in a folder of the machine, which starts what follows it."""
@@ -172,35 +130,35 @@ class Run:
         shutil.copy2('/bin/sh', program)
         return [str(program), '-c', '"$@"; exit $?', 'updater']
 
-    def start(self, command, **how):
+    def start(self, command=None, **how):
         environment = {**os.environ, 'TESSEL_MACHINE': str(self.machine)}
-        return self.spawn(command, environment, **how)
+        return self.spawn(command or self.command(), environment, **how)
 
     def spawn(self, command, environment, stderr=subprocess.PIPE, **how):
         return subprocess.Popen(command, env=environment, cwd=self.folder, stdin=subprocess.DEVNULL,
                                 stdout=subprocess.PIPE, stderr=stderr, **how)
 
     def traces(self):
-        folder = self.machine / 'ProgramData' / 'Tessera'
-        return {path: run.read_trace(path) for path in folder.glob('ts-*.txt')}
+        return (self.machine / world.TRACES).glob('ts-*.txt')
 
     def is_traced(self, text):
         """Whether some trace, of a run that may go on, has the text."""
-        folder = self.machine / 'ProgramData' / 'Tessera'
-        return any(text.encode('ascii') in path.read_bytes() for path in folder.glob('ts-*.txt'))
+        return any(text.encode('ascii') in path.read_bytes() for path in self.traces())
 
     def exit_code(self, process, _):
         return process.returncode
 
-    expected_code = staticmethod(run.LinuxHome.expected_code)
+    expected_code = staticmethod(run.Linux.expected_code)
+
+    def events(self):
+        return spooled_events.load(self.machine / world.SPOOL)
 
     def finish(self, process):
-        out, err = (data or b'' for data in process.communicate(timeout=run.TIME_LIMIT))
-        traces = list(self.traces().values())
-        ended = Ended(self.exit_code(process, err), out.decode().splitlines(),
-                      err.decode().splitlines(), traces[0] if len(traces) == 1 else [],
-                      spooled_events.load(self.install / 'matrix' / 'events'), self.expected_code)
-        return ended
+        out, err = (data or b'' for data in process.communicate(timeout=world.TIME_LIMIT))
+        traces = [world.read_trace(path) for path in self.traces()]
+        return Ended(self.exit_code(process, err), out.decode().splitlines(),
+                     err.decode().splitlines(), traces[0] if len(traces) == 1 else [],
+                     self.events(), self.expected_code)
 
     def ended(self, *options, before=(), **how):
         return self.finish(self.start([*before, *self.command(*options)], **how))
@@ -215,30 +173,30 @@ class WindowsRun(Run):
 
     def take_machine(self, _):
         drive = pathlib.Path(os.environ['WINEPREFIX'], 'drive_c')
-        for place in (drive / 'ProgramData' / 'Tessera', drive / INSTALL):
+        for place in (drive / world.TRACES, drive / INSTALL):
             shutil.rmtree(place, ignore_errors=True)
         return drive
 
     def command(self, *options):
         patch = self.patch
         inside = patch.is_relative_to(self.machine)
-        name = run.drive_path(patch.relative_to(self.machine)) if inside else run.host_to_drive(patch)
-        return ['/encfile', name, *options]
+        return ['/encfile', world.drive_path(patch.relative_to(self.machine)) if inside
+                else world.host_to_drive(patch), *options]
 
-    def start(self, command, **how):
-        home = self.world.windows
+    def start(self, command=None, **how):
+        windows = self.gates.windows
         environment = dict(os.environ)
         code_file = self.folder / f'exit-code-{len(list(self.folder.glob("exit-code-*")))}.txt'
         code_file.touch()
-        process = self.spawn(home.command(home.program, command, environment, code_file),
-                             environment, **how)
+        command = windows.command(windows.program, command or self.command(), environment, code_file)
+        process = self.spawn(command, environment, **how)
         process.code_file = code_file
         return process
 
     def exit_code(self, process, stderr):
-        return self.world.windows.told_code(process.code_file, stderr)
+        return self.gates.windows.told_code(process.code_file, stderr)
 
-    expected_code = staticmethod(run.WindowsHome.expected_code)
+    expected_code = staticmethod(run.Windows.expected_code)
 
 
 def check_events(ended, *end):
@@ -255,19 +213,11 @@ def check(ended, exit_code, stderr=(), trace=(), stdout=(), critical=None, reaso
     faults.append(expectations.differ(list(stderr), ended.stderr, 'standard error'))
     faults.append(expectations.differ(list(stdout), ended.stdout, 'standard output'))
     faults.append(expectations.lack(list(trace), ended.trace, 'trace'))
-    faults = [fault for fault in faults if fault]
-    if faults:
-        raise Fault('\n'.join(faults))
-
-
-def expect(condition, words):
-    if not condition:
-        raise Fault(words)
+    expect(not any(faults), '\n'.join(filter(None, faults)))
 
 
 # --- Where a patch lies, and who started it
 
-TYPES = ('update', 'external', 'Update', 'External', '')
 UPDATE_WORDS = ['Update patch is not executed with correct permissions.']
 PASSED = ['Started from install path...', 'CheckRightsForInstallPath returned 0']
 
@@ -281,12 +231,20 @@ def update_runs(this, folder, base):
     expect(not this.protected(), 'an update patch has no protected folder')
 
 
+def beside(this):
+    """What begins as the install folder's name does lies in it: characters are compared."""
+    folder = INSTALL.with_name('Ambry Shield2')
+    this.trusted(folder)
+    check(this.ended(before=this.parent(folder)), -3, trace=[
+        *PASSED, r'set script path: 2\patches\fix.tlx'])
+
+
 def update_as_nobody(this):
     this.trusted(INSTALL)
     for place in (this.machine, *this.machine.rglob('*')):
         os.chmod(place, 0o777)
     # The user may be kept out of where the build lies.
-    program = shutil.copy2(this.world.tessel, this.folder)
+    program = shutil.copy2(this.gates.tessel, this.folder)
     ended = this.finish(this.start([*this.parent(INSTALL), program, *this.command()[1:]],
                                    user=NOBODY, group=NOBODY, extra_groups=[]))
     check(ended, 5, UPDATE_WORDS, ['Run by S-1-22-1-65534', 'CheckRightsForInstallPath returned 5'],
@@ -299,7 +257,7 @@ def update_by(this, words, code, before):
     check(ended, code, UPDATE_WORDS, [*words, f'CheckRightsForInstallPath returned {code}'],
           critical=code)
     told = ended.events[-1]['tessera']
-    folder = run.drive_path(INSTALL)
+    folder = world.drive_path(INSTALL)
     expect(told['install_dir'] == folder and told['update_service_path'] == folder,
            f'the folders that are told: {told}')
     expect(('parent_process' in told) == (code == 127), f'the parents that are told: {told}')
@@ -312,7 +270,7 @@ def mistyped(this, kind, is_trusted):
               ['Started from install path...', 'PatchType did not match. Reporting...'],
               critical=1629)
     else:
-        this.external(kind=kind)
+        this.external(is_signed=False, kind=kind)
         check(this.ended(), 1169, ['Patch type for external patches is invalid.'],
               ['Started from custom path...', 'This is first instance running...',
                'PatchType did not match. Aborting...'], critical=1169)
@@ -331,38 +289,27 @@ def undecryptable(this, place, name, is_removed):
 
 
 def location_rows():
-    yield 'update/in-install-folder', lambda this: update_runs(this, INSTALL, 'install')
-    yield ('update/in-service-folder', lambda this: update_runs(this, SERVICE, 'service'),
-           'elsewhere')
-    yield 'update/beside-install-folder', beside
-    yield 'update/not-system', update_as_nobody
-    yield 'update/other-parent', lambda this: update_by(
-        this, ['Run by S-1-5-18', 'It is not run from installpath.'], 127, [])
-    yield 'update/no-parent', lambda this: update_by(
-        this, ['Failed to get parent pid for pid 1'], 1293,
-        ['unshare', '--pid', '--fork', '--mount-proc', '--propagation', 'private'])
-    yield 'update/unreadable-parent', lambda this: update_by(
-        this, ['Run by S-1-5-18', 'Failed to get path for pid *'], 1293,
-        ['setpriv', '--bounding-set', '-sys_ptrace,-chown'])
-    for kind in TYPES:
+    def row(name, action, *arguments, machine='machine'):
+        return name, lambda this: action(this, *arguments), machine
+    yield row('update/in-install-folder', update_runs, INSTALL, 'install')
+    yield row('update/in-service-folder', update_runs, SERVICE, 'service', machine='elsewhere')
+    yield row('update/beside-install-folder', beside)
+    yield row('update/not-system', update_as_nobody)
+    yield row('update/other-parent', update_by,
+              ['Run by S-1-5-18', 'It is not run from installpath.'], 127, [])
+    yield row('update/no-parent', update_by, ['Failed to get parent pid for pid 1'], 1293,
+              ['unshare', '--pid', '--fork', '--mount-proc', '--propagation', 'private'])
+    yield row('update/unreadable-parent', update_by,
+              ['Run by S-1-5-18', 'Failed to get path for pid *'], 1293,
+              ['setpriv', '--bounding-set', '-sys_ptrace,-chown'])
+    for kind in ('update', 'external', 'Update', 'External', ''):
         if kind != 'update':
-            yield (f'type/install-{kind or "none"}',
-                   lambda this, kind=kind: mistyped(this, kind, True))
+            yield row(f'type/install-{kind or "none"}', mistyped, kind, True)
         if kind != 'external':
-            yield (f'type/custom-{kind or "none"}',
-                   lambda this, kind=kind: mistyped(this, kind, False))
+            yield row(f'type/custom-{kind or "none"}', mistyped, kind, False)
     for place, name, is_removed in (('install', 'a.tlx', True), ('install', 'a.TLX', False),
                                     ('install', 'a.txt', False), ('custom', 'a.tlx', False)):
-        yield (f'undecryptable/{place}-{name}',
-               lambda this, row=(place, name, is_removed): undecryptable(this, *row))
-
-
-# What begins as the install folder's name does lies in it, by the rule that characters are compared.
-def beside(this):
-    folder = INSTALL.with_name('Ambry Shield2')
-    this.trusted(folder)
-    check(this.ended(before=this.parent(folder)), -3, trace=[
-        *PASSED, r'set script path: 2\patches\fix.tlx'])
+        yield row(f'undecryptable/{place}-{name}', undecryptable, place, name, is_removed)
 
 
 # --- The catalog
@@ -377,58 +324,51 @@ def change_byte(path, near=b''):
     path.write_bytes(data)
 
 
-def catalog(this, arrange, code, reason, critical):
+def catalog(this, arrange, reason='', critical=0):
     this.external()
-    this.world.sign(this.place)
     arrange(this)
     ended = this.ended('/detach')
-    if code == 323:
+    if critical:
         check(ended, 323, refused(reason),
               ['Current folder *', f'CheckCatalog returned {critical}', 'CheckCatalog FAILED!'],
               critical=critical)
     else:
-        check(ended, code, stdout=['Patch validation finished.'], trace=['CheckCatalog returned 0'])
+        check(ended, -3, stdout=['Patch validation finished.'], trace=['CheckCatalog returned 0'])
     expect(not this.protected(), f'the protected folder is still there: {this.protected()}')
-
-
-def resigned(signer):
-    return lambda this: this.world.sign(this.place, signer)
 
 
 def without_payload(this):
     (this.place / 'Payload.txt').unlink()
     shutil.rmtree(this.place / 'Sub')
-    this.world.sign(this.place)
+    this.gates.sign(this.place)
 
 
 def catalog_rows():
-    """Name, what is done to the signed patch folder, exit code, reason, CheckCatalog's code."""
-    signature, hash_text = 'invalid digital signature', 'file hash mismatch'
+    """Name, what is done to the signed patch folder, reason, CheckCatalog's code."""
+    bad_signature, bad_hash = ('invalid digital signature', 1643), 'file hash mismatch'
     rows = [
-        ('as-signed', lambda this: None, -3, '', 0),
-        ('only-the-patch', without_payload, -3, '', 0),
+        ('as-signed', lambda this: None),
+        ('only-the-patch', without_payload),
         ('renamed-by-case', lambda this: (this.place / 'Payload.txt').rename(
-            this.place / 'PAYLOAD.TXT'), -3, '', 0),
-        ('missing', lambda this: (this.place / 'patch.cat').unlink(), 323, 'catalog not found', 2),
-        ('empty', lambda this: (this.place / 'patch.cat').write_bytes(b''), 323, signature, 1643),
-        ('junk', lambda this: (this.place / 'patch.cat').write_bytes(b'junk' * 100), 323, signature,
-         1643),
+            this.place / 'PAYLOAD.TXT')),
+        ('missing', lambda this: (this.place / 'patch.cat').unlink(), 'catalog not found', 2),
+        ('empty', lambda this: (this.place / 'patch.cat').write_bytes(b''), *bad_signature),
+        ('junk', lambda this: (this.place / 'patch.cat').write_bytes(b'junk' * 100), *bad_signature),
         ('byte-changed', lambda this: change_byte(
-            this.place / 'patch.cat', 'Payload'.encode('utf-16-le')), 323, signature, 1643),
-        ('of-other-patch', lambda this: this.world.pack(this.patch, '<exit code="4"/>'), 323,
-         hash_text, 323),
-        ('patch-byte-added', lambda this: this.patch.write_bytes(this.patch.read_bytes() * 2), 323,
-         hash_text, 323),
-        ('payload-byte-changed', lambda this: change_byte(this.place / 'Payload.txt'), 323,
-         hash_text, 13),
-        ('deep-byte-changed', lambda this: change_byte(this.place / 'Sub' / 'Deep.bin'), 323,
-         hash_text, 13),
-        ('payload-missing', lambda this: (this.place / 'Payload.txt').unlink(), 323, hash_text, 13),
+            this.place / 'patch.cat', 'Payload'.encode('utf-16-le')), *bad_signature),
+        ('of-other-patch', lambda this: this.gates.pack(this.patch, '<exit code="4"/>'), bad_hash,
+         323),
+        ('patch-byte-added', lambda this: this.patch.write_bytes(this.patch.read_bytes() * 2),
+         bad_hash, 323),
+        ('payload-byte-changed', lambda this: change_byte(this.place / 'Payload.txt'), bad_hash, 13),
+        ('deep-byte-changed', lambda this: change_byte(this.place / 'Sub' / 'Deep.bin'), bad_hash,
+         13),
+        ('payload-missing', lambda this: (this.place / 'Payload.txt').unlink(), bad_hash, 13),
         ('payload-is-folder', lambda this: ((this.place / 'Payload.txt').unlink(),
-                                            (this.place / 'Payload.txt').mkdir()), 323,
-         hash_text, 13),
+                                            (this.place / 'Payload.txt').mkdir()), bad_hash, 13),
     ]
-    rows += [(signer, resigned(signer), 323, signature, 1643)
+    rows += [(signer, lambda this, signer=signer: this.gates.sign(
+        this.place, this.gates.signers[signer]), *bad_signature)
              for signer in ('other-organisation', 'other-name', 'refused-serial', 'wrong-purpose',
                             'expired', 'untrusted-root')]
     for name, *row in rows:
@@ -438,53 +378,46 @@ def catalog_rows():
     yield 'catalog/signed-programs', signed_programs
 
 
-# A signed program under the catalog's name verifies, but there is nothing to walk.
+def sign_program(this, signer, program, *more):
+    certificate, key = signer
+    subprocess.run(['osslsigncode', 'sign', '-certs', certificate, '-key', key, *more, '-in',
+                    this.gates.image, '-out', program], check=True, capture_output=True)
+
+
 def no_catalog(this):
-    this.external()
-    program = this.folder / 'program.exe'
-    shutil.copy2(this.world.image, program)
-    certificate, key = this.world.signers['publisher']
-    subprocess.run(['osslsigncode', 'sign', '-certs', certificate, '-key', key, '-ac',
-                    this.world.root.certificate, '-in', program, '-out', this.place / 'patch.cat'],
-                   check=True, capture_output=True)
+    """A signed program under the catalog's name verifies, but there is nothing to walk."""
+    this.external(is_signed=False)
+    sign_program(this, this.gates.publisher, this.place / 'patch.cat', '-ac',
+                 this.gates.root.certificate)
     check(this.ended(), 323, refused('failed to load catalog'),
           ['error loading catalog file: *', 'CheckCatalog returned 1006'], critical=1006)
 
 
-# Of programs, which a script asks about: signed, not, changed since, and listed by the system.
 def signed_programs(this):
-    certificate, key = this.world.signers['untrusted-root']
-    plain = pathlib.Path(this.world.image).read_bytes()
+    """Of programs, which a script asks about: signed, not, changed since, and listed by the system."""
+    plain = pathlib.Path(this.gates.image).read_bytes()
     listed = this.machine / 'Windows' / 'System32' / 'CatRoot' / (
         '{F750E6C3-38EE-11D1-85E5-00C04FC295EE}')
     listed.mkdir(parents=True)
     (listed / 'listed.exe').write_bytes(plain + b'listed!!')
-    this.world.sign(listed)
+    this.gates.sign(listed)
     (listed / 'patch.cat').rename(listed / 'system.cat')
     (listed / 'listed.exe').rename(this.folder / 'listed.exe')
     (this.folder / 'unsigned.exe').write_bytes(plain)
-    subprocess.run(['osslsigncode', 'sign', '-certs', certificate, '-key', key, '-in',
-                    this.world.image, '-out', this.folder / 'signed.exe'], check=True,
-                   capture_output=True)
+    sign_program(this, this.gates.signers['untrusted-root'], this.folder / 'signed.exe')
     shutil.copy2(this.folder / 'signed.exe', this.folder / 'changed.exe')
     change_byte(this.folder / 'changed.exe')
     names = {'signed': True, 'unsigned': False, 'changed': False, 'listed': True, 'missing': False}
-    body = ''.join(f'<fileIsSigned path="@DIR@\\{name}.exe"><onTrue><trace value="{name}: yes"/>'
-                   f'</onTrue><onFalse><trace value="{name}: no"/></onFalse></fileIsSigned>'
-                   for name in names)
-    this.external(body=body + '<exit code="3"/>')
-    this.world.sign(this.place)
-    lines = []
-    for name, is_signed in names.items():
-        lines += [f'fileIsSigned function called for *\\{name}.exe',
-                  f'Trace: {name}: {"yes" if is_signed else "no"}']
-    check(this.ended(), -3, trace=lines)
+    this.external(body=''.join(f'<fileIsSigned path="@DIR@\\{name}.exe"/>' for name in names) +
+                  '<exit code="3"/>')
+    check(this.ended(), -3, trace=[line for name, is_signed in names.items() for line in (
+        f'fileIsSigned function called for *\\{name}.exe',
+        f'fileIsSigned function end with {is_signed}.')])
 
 
 def without_product(this):
     shutil.rmtree(this.install)
     this.external()
-    this.world.sign(this.place)
     check(this.ended(), -3, trace=[
         'install path: ', 'Checking file: [*payload.txt]',
         'Could not copy all patch files to protected folder!', 'CheckCatalog returned 0',
@@ -495,9 +428,8 @@ def without_product(this):
 
 def in_folder(this):
     """While the script runs, the copies are there for the system's account alone."""
-    this.external(body=WAIT + '<exit code="3"/>')
-    this.world.sign(this.place)
-    process = this.start(this.command())
+    this.external(body=WAIT)
+    process = this.start()
     wait_for(this.folder / 'started')
     folders = this.protected()
     expect(len(folders) == 1, f'there should be one folder: {folders}')
@@ -512,11 +444,10 @@ def in_folder(this):
     expect(not this.protected(), 'the folder stayed')
 
 
-def loaded_in_vain(this, body, code, stderr, reason=None, **header):
-    this.external(body=body, **header)
-    this.world.sign(this.place)
-    check(this.ended(), code, stderr, ['CheckCatalog returned 0',
-                                       'Protected folder for custom patches removed'],
+def loaded_in_vain(this, stderr, reason=None, **header):
+    this.external(**header)
+    check(this.ended(), 1636, [stderr], ['CheckCatalog returned 0',
+                                         'Protected folder for custom patches removed'],
           reason=reason)
     expect(not this.protected(), 'the folder stayed')
 
@@ -524,22 +455,20 @@ def loaded_in_vain(this, body, code, stderr, reason=None, **header):
 def through_a_link(this):
     """A link in the payload's place is as good as the file that it leads to."""
     this.external()
-    this.world.sign(this.place)
     original = this.place / 'Payload.txt'
     original.rename(this.folder / 'elsewhere.txt')
     original.symlink_to(this.folder / 'elsewhere.txt')
-    check(this.ended(), -3, trace=[
-        'Copying file to protected folder: [*customPatches*]',
-        'Trace: in *customPatches\\*'])
+    check(this.ended(), -3, trace=['Copying file to protected folder: [*customPatches*]',
+                                   'Trace: in *customPatches\\*'])
 
 
 def folder_rows():
     yield 'folder/while-the-script-runs', in_folder
     yield 'folder/payload-is-a-link', through_a_link
     yield 'folder/after-a-script-that-is-none', lambda this: loaded_in_vain(
-        this, '<nope/>', 1636, ['Failed to load patch.'])
+        this, 'Failed to load patch.', body='<nope/>')
     yield 'folder/after-an-expired-patch', lambda this: loaded_in_vain(
-        this, '<exit/>', 1636, ['Patch is no longer valid.'], 'PatchExpired', created=5)
+        this, 'Patch is no longer valid.', 'PatchExpired', created=5)
 
 
 # --- The instance guard
@@ -547,20 +476,27 @@ def folder_rows():
 BUSY = ['Execution of another patch is in progress, could not apply current patch.']
 
 
-def wait_for(path):
-    limit = time.monotonic() + run.TIME_LIMIT
-    while not path.exists():
-        expect(time.monotonic() < limit, f'{path} did not appear')
+def wait_until(condition, words):
+    limit = time.monotonic() + world.TIME_LIMIT
+    while not condition():
+        expect(time.monotonic() < limit, words)
         time.sleep(0.005)
 
 
+def wait_for(path):
+    wait_until(path.exists, f'{path} did not appear')
+
+
+def expect_busy(this, ended, which):
+    expect((ended.exit_code, ended.stderr) == (this.expected_code(1618), BUSY), f'{which}: {ended}')
+
+
 def guard(this):
-    this.external(body=WAIT + '<exit code="3"/>')
-    this.world.sign(this.place)
-    first = this.start(this.command())
+    this.external(body=WAIT)
+    first = this.start()
     wait_for(this.folder / 'started')
     second = this.ended()
-    expect((second.exit_code, second.stderr) == (1618 & 0xFF, BUSY), f'the second: {second}')
+    expect_busy(this, second, 'the second')
     fault = check_events(second, 1618, 1618)
     expect(fault is None, fault)
     (this.folder / 'started').unlink()
@@ -568,9 +504,7 @@ def guard(this):
     wait_for(this.folder / 'started')
     first.kill()
     first.communicate()
-    third = this.ended()
-    expect((third.exit_code, third.stderr) == (1618 & 0xFF, BUSY),
-           f'one that skipped the check holds the guard too: {third}')
+    expect_busy(this, this.ended(), 'one that skipped the check holds the guard too')
     (this.folder / 'go').touch()
     skipping.communicate()
     fourth = this.ended()
@@ -578,13 +512,10 @@ def guard(this):
 
 
 def many_starts(this, count=50):
-    this.external(body=WAIT + '<exit code="3"/>')
-    this.world.sign(this.place)
-    processes = [this.start(this.command()) for _ in range(count)]
-    limit = time.monotonic() + run.TIME_LIMIT
-    while sum(process.poll() is None for process in processes) > 1:
-        expect(time.monotonic() < limit, 'more than one goes on')
-        time.sleep(0.01)
+    this.external(body=WAIT)
+    processes = [this.start() for _ in range(count)]
+    wait_until(lambda: sum(process.poll() is None for process in processes) <= 1,
+               'more than one goes on')
     (this.folder / 'go').touch()
     codes = sorted(this.finish(process).exit_code for process in processes)
     wanted = sorted([1618 & 0xFF] * (count - 1) + [-3 & 0xFF])
@@ -593,26 +524,22 @@ def many_starts(this, count=50):
 
 def held_to_the_last_word(this):
     """One that was refused holds the guard until it has said so: here to whom nobody listens."""
-    this.external()
+    this.external(is_signed=False)
     reading, writing = os.pipe()
     os.set_blocking(writing, False)
     with contextlib.suppress(BlockingIOError):
         while True:
             os.write(writing, b' ' * 4096)
     os.set_blocking(writing, True)
-    first = this.start(this.command(), stderr=writing)
+    first = this.start(stderr=writing)
     os.close(writing)
     with open(reading, 'rb') as pipe:
-        limit = time.monotonic() + run.TIME_LIMIT
-        while not this.is_traced('CheckCatalog FAILED!'):
-            expect(time.monotonic() < limit, 'the first was not refused')
-            time.sleep(0.005)
+        wait_until(lambda: this.is_traced('CheckCatalog FAILED!'), 'the first was not refused')
         second = this.ended()
         expect(not this.is_traced("error : 'PatchCatalogFileNotFound'"),
                'the reports of the first did not wait for its words')
         words = pipe.read().split()
-    expect((second.exit_code, second.stderr) == (this.expected_code(1618), BUSY),
-           f'the second: {second}')
+    expect_busy(this, second, 'the second')
     expect(this.is_traced('Another instance is running. Aborting...'), 'the second went another way')
     first = this.finish(first)
     expect((first.exit_code, words[-3:]) == (this.expected_code(323), b'catalog not found.'.split()),
@@ -624,7 +551,7 @@ def held_to_the_last_word(this):
 
 
 def guard_rows():
-    yield 'guard/held-by-whoever-runs', guard
+    yield 'guard/held-by-who-runs', guard
     yield 'guard/held-to-the-last-word', held_to_the_last_word
     yield 'guard/many-starts', many_starts
 
@@ -633,37 +560,32 @@ def guard_rows():
 
 def swapped(this, rounds=15):
     """The script copies its payload out; what it saw must be what was signed."""
-    target = run.host_to_drive(this.folder / 'seen')
-    this.external(body=f'<fileCopySingle src="%scriptdir%\\payload.txt" dest="{target}"/>'
+    good, evil = b'good' * 50000, b'evil' * 50000
+    this.external(body='<fileCopySingle src="%scriptdir%\\payload.txt" dest="@DIR@\\seen"/>'
                        '<exit code="3"/>')
-    payload = this.place / 'Payload.txt'
-    payload.write_bytes(b'good' * 50000)
-    this.world.sign(this.place)
+    payload, seen = this.place / 'Payload.txt', this.folder / 'seen'
+    payload.write_bytes(good)
+    this.gates.sign(this.place)
     stop = threading.Event()
 
     def swap():
         bad = this.place / 'bad.tmp'
         while not stop.is_set():
-            bad.write_bytes(b'evil' * 50000)
-            os.replace(bad, payload)
-            bad.write_bytes(b'good' * 50000)
-            os.replace(bad, payload)
-            with payload.open('r+b') as file:
-                file.write(b'evil')
-            with payload.open('r+b') as file:
-                file.write(b'good')
+            for content in (evil, good):
+                bad.write_bytes(content)
+                os.replace(bad, payload)
+            for word in (b'evil', b'good'):
+                with payload.open('r+b') as file:
+                    file.write(word)
 
     swapper = threading.Thread(target=swap)
     swapper.start()
-    outcomes = set()
     try:
         for _ in range(rounds):
-            (this.folder / 'seen').unlink(missing_ok=True)
+            seen.unlink(missing_ok=True)
             ended = this.ended()
-            outcomes.add(ended.exit_code)
-            seen = this.folder / 'seen'
             if ended.exit_code == -3 & 0xFF:
-                expect(seen.read_bytes() == b'good' * 50000, 'the script saw what nobody signed')
+                expect(seen.read_bytes() == good, 'the script saw what nobody signed')
             else:
                 expect(ended.exit_code == 323 & 0xFF and not seen.exists(), f'it ended: {ended}')
     finally:
@@ -675,9 +597,71 @@ def race_rows():
     yield 'race/payload-swapped', swapped
 
 
+# --- The spool folder of runs that are broken off, or have no disk
+
+KILLS = 200
+RUNS_AT_ONCE = 100
+
+
+def killed(this):
+    """Whole events and ".tmp" files are all that a killed run leaves."""
+    this.external()
+    chance = random.Random(20)  # seeded, so that a failure comes again
+    started = time.monotonic()
+    this.start().communicate()
+    length = time.monotonic() - started
+    for _ in range(KILLS):
+        process = this.start()
+        # The second half, where the event is written, is hit twice as often.
+        time.sleep(length * max(chance.random(), chance.random()) * 1.1)
+        process.kill()
+        process.communicate()
+        expect(all(event['exit_code'] == -3 for event in this.events()), f'wrong: {this.events()}')
+    expect(this.events(), 'no run came to its end: the kills prove nothing')
+    expect(len(this.events()) <= KILLS, 'every run came to its end: the kills prove nothing')
+
+
+def many_at_once(this):
+    """Each of many runs leaves its one event."""
+    this.external()
+    runs = [this.start(this.command('/skipInstanceCheck')) for _ in range(RUNS_AT_ONCE)]
+    for process in runs:
+        _, words = process.communicate()
+        expect(process.returncode == -3 & 0xFF, f'it ended with {process.returncode}: {words}')
+    expect(len(this.events()) == RUNS_AT_ONCE, f'the runs left {len(this.events())} events')
+
+
+def without_disk(this, place, preparation, words):
+    """The trace tells of it, and nothing else does. Nobody else sees what is mounted."""
+    this.external()
+    (this.machine / place).mkdir(parents=True, exist_ok=True)
+    line = preparation.format(shlex.quote(str(this.machine / place)))
+    ended = this.finish(this.start(['unshare', '--mount', '--propagation', 'private', 'sh', '-c',
+                                    f'{line} && exec {shlex.join(this.command())}']))
+    check(ended, -3, trace=[words, 'End execution'], has_spool=False)
+
+
+def spool_rows():
+    yield 'spool/killed', killed
+    yield 'spool/many-at-once', many_at_once
+    for name, place, preparation, words in (
+            ('space', world.SPOOL, 'mount -t tmpfs -o size=64k none {0} && '
+             '{{ cat /dev/zero > {0}/fill.tmp 2>/dev/null || true; }}',
+             'Error writing the event: ios_base::failbit set: iostream error'),
+            ('writing', world.SPOOL, 'mount -t tmpfs -o ro none {0}',
+             'ToolRan::Process result = [1006]'),
+            ('folder', world.SPOOL.parent, 'mount -t tmpfs none {0} && touch {0}/events',
+             'ToolRan::Process result = [1006]'),
+            ('parent', INSTALL, 'mount -t tmpfs none {0} && touch {0}/matrix',
+             'ToolRan::Process result = [1359]')):
+        yield f'spool/without-{name}', lambda this, row=(place, preparation, words): without_disk(
+            this, *row)
+
+
 # --- The program of Windows, under Wine
 
-# Those whose end Wine 8 doesn't change.
+# Those whose end Wine 8 doesn't change. Its user is never the system's account, it takes each signature
+# that it can read for a good one, and it can't hash as catalogs do.
 SAME_UNDER_WINE = ('undecryptable/*', 'type/*', 'guard/held-to-the-last-word', 'catalog/missing',
                    'catalog/empty', 'catalog/junk', 'catalog/other-*', 'catalog/refused-serial')
 
@@ -689,7 +673,7 @@ def update_under_wine(this):
                                    'CheckRightsForInstallPath returned 5'], critical=5)
     told = ended.events[-1]['tessera']
     expect((told['install_dir'], told['parent_process']['name'][0]) ==
-           (run.drive_path(INSTALL), 'cmd.exe'), f'what is told: {told}')
+           (world.drive_path(INSTALL), 'cmd.exe'), f'what is told: {told}')
 
 
 def wine_rows():
@@ -699,16 +683,40 @@ def wine_rows():
                 yield name, action
     yield 'update/not-system', update_under_wine
     yield 'catalog/as-signed', lambda this: catalog(
-        this, lambda this: None, 323, 'file hash mismatch', 323)
+        this, lambda this: None, 'file hash mismatch', 323)
 
 
 def all_rows(options):
-    for rows in (location_rows, catalog_rows, folder_rows, guard_rows, race_rows):
+    for rows in (location_rows, catalog_rows, folder_rows, guard_rows, race_rows, spool_rows):
         for name, action, *machine in rows():
             yield name, action, machine[0] if machine else 'machine'
     if options.windows:
         for name, action in wine_rows():
             yield f'windows/{name}', action, 'machine'
+
+
+def lacks_surroundings(row, options):
+    """Whether the row needs root, mounts, or a program to sign, and there is none."""
+    if row.startswith('spool/without-'):
+        return subprocess.run(['unshare', '--mount', 'true'], capture_output=True,
+                              check=False).returncode != 0
+    return (row.startswith('update/') and os.geteuid() != 0) or (
+        row.startswith('catalog/signed-') and not options.image)
+
+
+def run_row(gates, row, action, machine, folder):
+    """What is wrong with what the row does."""
+    folder.mkdir()
+    try:
+        action((WindowsRun if row.startswith('windows/') else Run)(
+            gates, folder, getattr(gates, machine)))
+        return ''
+    except (Fault, spooled_events.BrokenEvent) as fault:
+        return str(fault)
+    except Exception:  # pylint: disable=broad-except
+        return traceback.format_exc()
+    finally:
+        shutil.rmtree(folder, ignore_errors=True)
 
 
 def main():
@@ -731,39 +739,19 @@ def main():
                                                                ignore_cleanup_errors=True))
         root = pathlib.Path(name).resolve()
         os.chmod(root, 0o755)
-        world = World(options, root)
+        gates = Gates(options, root)
         if options.windows:
-            stack.enter_context(world.windows.system_libraries())
+            stack.enter_context(gates.windows.system_libraries())
         for row, action, machine in all_rows(options):
             if not fnmatch.fnmatchcase(row, options.filter):
                 continue
-            if (row.startswith('update/') and os.geteuid() != 0) or (
-                    row.startswith('catalog/signed-') and not options.image):
+            if lacks_surroundings(row, options):
                 skipped += 1
                 continue
-            folder = root / row.replace('/', '.')
-            folder.mkdir()
-            try:
-                kind = WindowsRun if row.startswith('windows/') else Run
-                this = kind(world, folder, getattr(world, machine))
-                action(this)
-                outcomes[row] = ''
-            except Fault as fault:
-                outcomes[row] = str(fault)
-            except Exception:  # pylint: disable=broad-except
-                outcomes[row] = traceback.format_exc()
-            shutil.rmtree(folder, ignore_errors=True)
+            outcomes[row] = run_row(gates, row, action, machine, root / row.replace('/', '.'))
             if options.v:
                 print(f'{"FAILED" if outcomes[row] else "ok":8}{row}', flush=True)
-    failures = [f'{row}: {fault}' for row, fault in outcomes.items() if fault]
-    for failure in failures:
-        print(f'FAILED  {failure}\n')
-    summary = {'passed': len(outcomes) - len(failures), 'failed': len(failures),
-               'skipped': skipped, 'failures': failures}
-    if options.json:
-        pathlib.Path(options.json).write_text(json.dumps(summary, indent=1) + '\n', encoding='utf-8')
-    print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
-    return 1 if failures else 0
+    return world.report(outcomes, skipped, options.json)
 
 
 if __name__ == '__main__':

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the patch cases over one or both homes and compares what they do with what they should.
+"""Runs the patch cases over one or both platforms and compares what they do with what they should.
 
     run.py --linux TESSEL --windows TESSEL_EXE --tlx TLX --key PEM --json OUT
            [--wine wine] [--system-library DLL]... [--filter GLOB] [-v]
@@ -7,9 +7,9 @@
 A case is described in expectations.py. Each run has a folder of its own. On Linux it has a machine
 of its own too; under Wine the machine is the prefix that WINEPREFIX names, so that one run at a
 time uses it. A --system-library takes the place of Wine's own of that name in the prefix while the
-cases run. What a case does in both homes must be the same to the last line of the trace.
+cases run. What a case does on both platforms must be the same to the last line of the trace.
 
---json gets {"passed": n, "failed": n, "skipped": n, "failures": [...]}, counted per case and home.
+--json gets {"passed": n, "failed": n, "skipped": n, "failures": [...]}, counted per case and platform.
 The exit code is 1 when something failed.
 """
 
@@ -17,7 +17,6 @@ import argparse
 import contextlib
 import dataclasses
 import fnmatch
-import json
 import os
 import pathlib
 import re
@@ -34,24 +33,18 @@ import example_cases
 import expectations
 import http_files
 import load_cases
+import script_cases
 import spooled_events
 import trees
+import world
+from world import Fault
 
-HERE = pathlib.Path(__file__).resolve().parent
 MACHINE = 'machine'  # a Linux run's, in the case's folder
 PRODUCT = pathlib.Path('product', 'bin')  # a copy of the program's folder, in the case's folder
-# Where a product that is installed at the usual place gets its events, from drive C: on.
-SPOOL = pathlib.PurePath('Program Files', 'Ambry Shield', 'matrix', 'events')
-TIME_LIMIT = 120  # seconds, for a run that does not end
-STAMP = re.compile(r'\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ')
 # The roots of the registry have the same values everywhere.
 POINTER = re.compile(r'0x(?!FFFFFFFF8000000)[0-9A-F]{16}')
 TRACE_NAME = re.compile(r'ts-\d+-\d+\.txt')
 UNITS = {'d': 86400, 'h': 3600, 'm': 60, 's': 1}
-
-
-class Mismatch(Exception):
-    """What a run did wrong."""
 
 
 @dataclasses.dataclass
@@ -64,55 +57,7 @@ class Observation:
     events: list  # as spooled_events.tell has them
 
 
-def host_to_drive(path):
-    return 'Z:' + str(path).replace('/', '\\')
-
-
-def link_or_copy(source, target):
-    try:
-        os.link(source, target)
-    except OSError:
-        shutil.copy2(source, target)
-
-
-def remove_tree(folder):
-    """Removes a folder with all below it, which may be deeper than rmtree can recurse."""
-    subprocess.run(['rm', '-rf', '--one-file-system', '--', folder], check=False)
-
-
-def drive_path(path):
-    """A path below C:, as programs see it."""
-    return 'C:\\' + str(path).replace('/', '\\')
-
-
-def decode_lines(data, what, line_end):
-    try:
-        text = data.decode('utf-8')
-    except UnicodeDecodeError as fault:
-        raise Mismatch(f'{what} is not UTF-8: {fault}') from None
-    lines = text.split(line_end)
-    if lines[-1] != '':
-        raise Mismatch(f'{what} does not end with a line end: {lines[-1]!r}')
-    if line_end == '\r\n' and any('\n' in line or '\r' in line for line in lines):
-        raise Mismatch(f'{what} has a line end that is not CR LF')
-    return lines[:-1]
-
-
-def read_trace(path):
-    """The trace's lines without their stamps, or with '~' in front of those that have none."""
-    data = path.read_bytes()
-    if not data.startswith(b'\xef\xbb\xbf'):
-        raise Mismatch(f'{path.name} does not begin with the mark of UTF-8')
-    lines = []
-    for line in decode_lines(data[3:], path.name, '\r\n'):
-        stamp = STAMP.match(line)
-        lines.append(line[stamp.end():] if stamp else '~' + line)
-    if lines and lines[0].startswith('~'):
-        raise Mismatch(f'{path.name} has a first line without a time stamp: {lines[0]!r}')
-    return lines
-
-
-class Home:
+class Platform:
     """One program and the way to run it."""
 
     def __init__(self, name, program):
@@ -129,16 +74,16 @@ class Home:
         bin_folder = folder / PRODUCT
         bin_folder.mkdir(parents=True)
         for file in (self.program, *self.program.parent.glob('*.dll')):
-            link_or_copy(file, bin_folder / file.name)
+            world.link_or_copy(file, bin_folder / file.name)
         for line in libraries:
             place, library = line.split()
-            link_or_copy(self.program.parents[1] / 'tests' / 'libraries' / library,
-                         bin_folder / place.replace('\\', '/'))
+            world.link_or_copy(self.program.parents[1] / 'tests' / 'libraries' / library,
+                               bin_folder / place.replace('\\', '/'))
         return bin_folder / self.program.name
 
     def normalise(self, line, folder, program):
         for host, token in ((program, '@PROGRAM@'), (program.parent, '@BIN@'), (folder, '@DIR@')):
-            line = line.replace(host_to_drive(host), token).replace(str(host), token)
+            line = line.replace(world.host_to_drive(host), token).replace(str(host), token)
         line = line.replace(http_files.address(), '@HTTP@')
         return POINTER.sub('@P@', line)
 
@@ -151,13 +96,10 @@ class Home:
         exit_code, stdout, stderr, trace = self.start(program, arguments, environment, folder)
         trace, statuses = spooled_events.part(trace)
         stdout, _ = spooled_events.part(stdout)
-        try:
-            events = spooled_events.load(self.spool(folder))
-        except spooled_events.BrokenEvent as fault:
-            raise Mismatch(str(fault)) from None
+        events = spooled_events.load(self.spool(folder))
         is_elsewhere = b' log="' in (case.script or b'')  # where the trace ends
         if not is_elsewhere and statuses != [spooled_events.status_of(e) for e in events]:
-            raise Mismatch(f'the trace tells of {statuses}, and the events are {events}')
+            raise Fault(f'the trace tells of {statuses}, and the events are {events}')
         return Observation(program, exit_code,
                            *([self.normalise(line, folder, program) for line in lines]
                              for lines in (trace, stdout, stderr)),
@@ -166,20 +108,20 @@ class Home:
     def spawn(self, command, environment, folder):
         try:
             return subprocess.run(command, env=environment, cwd=folder, capture_output=True,
-                                  stdin=subprocess.DEVNULL, timeout=TIME_LIMIT, check=False)
+                                  stdin=subprocess.DEVNULL, timeout=world.TIME_LIMIT, check=False)
         except subprocess.TimeoutExpired:
-            raise Mismatch(f'it did not end within {TIME_LIMIT} seconds') from None
+            raise Fault(f'it did not end within {world.TIME_LIMIT} seconds') from None
 
     @staticmethod
     def only_trace(folder, run):
         names = sorted(path.name for path in folder.iterdir()) if folder.is_dir() else []
         if len(names) != 1 or not TRACE_NAME.fullmatch(names[0]):
             words = run.stderr.decode(errors='replace')
-            raise Mismatch(f'the trace folder should hold one trace file; it holds {names}\n{words}')
-        return read_trace(folder / names[0])
+            raise Fault(f'the trace folder should hold one trace file; it holds {names}\n{words}')
+        return world.read_trace(folder / names[0])
 
 
-class LinuxHome(Home):
+class Linux(Platform):
     def __init__(self, program, tlx, root):
         super().__init__('linux', program)
         # Without the functions that catalogs need, as Wine has it here: the gates are skipped.
@@ -195,21 +137,21 @@ class LinuxHome(Home):
         run = self.spawn([str(program), *arguments], environment, folder)
         if run.returncode < 0:
             words = run.stderr.decode(errors='replace')
-            raise Mismatch(f'signal {-run.returncode} ended it\n{words}')
-        return (run.returncode, decode_lines(run.stdout, 'standard output', '\n'),
-                decode_lines(run.stderr, 'standard error', '\n'),
-                self.only_trace(machine / 'ProgramData' / 'Tessera', run))
+            raise Fault(f'signal {-run.returncode} ended it\n{words}')
+        return (run.returncode, world.decode_lines(run.stdout, 'standard output', '\n'),
+                world.decode_lines(run.stderr, 'standard error', '\n'),
+                self.only_trace(machine / world.TRACES, run))
 
     @staticmethod
     def spool(folder):
-        return folder / MACHINE / SPOOL
+        return folder / MACHINE / world.SPOOL
 
     @staticmethod
     def expected_code(code):
         return code & 0xFF
 
 
-class WindowsHome(Home):
+class Windows(Platform):
     def __init__(self, program, wine, libraries):
         super().__init__('windows', program)
         self.wine = wine
@@ -217,15 +159,12 @@ class WindowsHome(Home):
         if not os.environ.get('WINEPREFIX'):
             sys.exit('run.py: WINEPREFIX must name the prefix to run in')
         drive = pathlib.Path(os.environ['WINEPREFIX'], 'drive_c')
-        self.trace_folder = drive / 'ProgramData' / 'Tessera'
-        self.spool_folder = drive / SPOOL
-        self.install_product()
-
-    def install_product(self):
-        """Puts into the prefix what every machine has that tlx makes."""
+        self.trace_folder = drive / world.TRACES
+        self.spool_folder = drive / world.SPOOL
+        # What every machine has that tlx makes.
         key = 'HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Ambry Shield'
         subprocess.run([self.wine, 'reg', 'add', key, '/f', '/v', 'InstallLocation', '/d',
-                        drive_path(SPOOL.parents[1])],
+                        world.drive_path(world.SPOOL.parents[1])],
                        stdout=subprocess.DEVNULL, check=True)
 
     def spool(self, _):
@@ -252,14 +191,14 @@ class WindowsHome(Home):
         for library in self.libraries:
             environment['WINEDLLOVERRIDES'] = ';'.join(filter(None, [
                 environment.get('WINEDLLOVERRIDES'), f'{library.stem}=n']))
-        line = subprocess.list2cmdline([host_to_drive(program), *arguments])
+        line = subprocess.list2cmdline([world.host_to_drive(program), *arguments])
         if '%' in line:
-            raise Mismatch("cmd would expand the '%' in the command line")
+            raise Fault("cmd would expand the '%' in the command line")
         # Wine's own exit code has 8 bits; cmd knows all of them.
         environment.setdefault('WINEDEBUG', '-all')
         environment['RUN_LINE'] = line
         return [self.wine, 'cmd', '/v:on', '/c',
-                f'!RUN_LINE! & echo !errorlevel!>{host_to_drive(code_file)}']
+                f'!RUN_LINE! & echo !errorlevel!>{world.host_to_drive(code_file)}']
 
     @staticmethod
     def told_code(code_file, stderr):
@@ -267,7 +206,7 @@ class WindowsHome(Home):
             return int(code_file.read_text(encoding='ascii'))
         except (OSError, ValueError):
             words = stderr.decode(errors='replace')
-            raise Mismatch(f'Wine told no exit code\n{words}') from None
+            raise Fault(f'Wine told no exit code\n{words}') from None
 
     def start(self, program, arguments, environment, folder):
         shutil.rmtree(self.trace_folder, ignore_errors=True)
@@ -280,8 +219,8 @@ class WindowsHome(Home):
             print('Wine made no process: once more')
             run = self.spawn(command, environment, folder)
         exit_code = self.told_code(code_file, run.stderr)
-        return (exit_code, decode_lines(run.stdout, 'standard output', '\r\n'),
-                decode_lines(run.stderr, 'standard error', '\r\n'),
+        return (exit_code, world.decode_lines(run.stdout, 'standard output', '\r\n'),
+                world.decode_lines(run.stderr, 'standard error', '\r\n'),
                 self.only_trace(self.trace_folder, run))
 
     @staticmethod
@@ -298,19 +237,15 @@ def fill_in(text, folder, case):
 
     text = re.sub(r'@NOW([+-]\d+[dhms])?@', moment, text)
     patch = folder / case.patch_name
-    return (text.replace('@PATCH@', host_to_drive(patch)).replace('@HOSTPATCH@', str(patch))
-            .replace('@DIR@', host_to_drive(folder)).replace('@HTTP@', http_files.address()))
+    return (text.replace('@PATCH@', world.host_to_drive(patch)).replace('@HOSTPATCH@', str(patch))
+            .replace('@DIR@', world.host_to_drive(folder)).replace('@HTTP@', http_files.address()))
 
 
 def lint(script, tools):
     """What tlx lint tells of a script, as its exit code and its lines; None for one whose bytes it
     refuses though the runner makes something of them."""
     content = script.read_bytes()
-    try:
-        content.decode('utf-8')
-    except UnicodeDecodeError:
-        return None
-    if b'\0' in content:
+    if b'\0' in content or '\ufffd' in content.decode('utf-8', 'replace'):
         return None
     told = subprocess.run([tools.tlx, 'lint', script], capture_output=True, text=True, check=False)
     return told.returncode, told.stderr.splitlines()
@@ -328,7 +263,7 @@ def differ_from_lint(case, told, seen):
     elif 'Failed to load patch.' in seen.stderr:
         agrees = code == 1
     else:
-        is_model = case.name.startswith('examples/') or case.expectations.script
+        is_model = case.name.startswith('examples/') or 'sample' in case.name
         agrees = code == 0 and not (lines if is_model else is_told)
     return [] if agrees else ['\n'.join(['lint does not say what the load says:', *lines])]
 
@@ -348,48 +283,35 @@ def make_patch(case, folder, tools, is_linted):
                                  '--out', patch], capture_output=True, text=True, check=False)
         script.unlink()
         if packed.returncode != 0:
-            raise Mismatch(f'tlx failed: {packed.stderr}')
+            raise Fault(f'tlx failed: {packed.stderr}')
     if case.prepare is not None:
         case.prepare(patch)
     return told
 
 
-def host_path(path, folder, case):
-    return pathlib.Path(fill_in(path, folder, case).removeprefix('Z:').replace('\\', '/'))
-
-
-def check_file(path, expected, folder, case):
-    host = host_path(path, folder, case)
+def differ_in_file(path, expected, folder, case):
+    """What is wrong with a file: its lines, or all its bytes."""
+    host = pathlib.Path(fill_in(path, folder, case).removeprefix('Z:').replace('\\', '/'))
     if not host.is_file():
         return f'{path} is not there'
-    lines = host.read_text(encoding='utf-8-sig').split('\n')
-    if lines[-1] == '':
-        lines.pop()
-    return expectations.differ(expected, lines, path)
+    if isinstance(expected, bytes):
+        actual = host.read_bytes()
+        return None if actual == expected else f'{path} has {actual!r}, not {expected!r}'
+    return expectations.differ(expected, host.read_text(encoding='utf-8-sig').splitlines(), path)
 
 
-def check_bytes(path, expected, folder, case):
-    host = host_path(path, folder, case)
-    if not host.is_file():
-        return f'{path} is not there'
-    actual = host.read_bytes()
-    return None if actual == expected else f'{path} has {actual!r}, not {expected!r}'
-
-
-def check_hive(file, key, expected, folder):
+def differ_in_hive(file, key, expected, folder):
     hive = folder / MACHINE / 'Windows' / 'System32' / 'config' / file
     told = subprocess.run(['hivexget', hive, key], capture_output=True, text=True, check=False)
-    if told.returncode != 0:
-        return f'hivexget failed: {told.stderr}'
-    return expectations.differ(expected, told.stdout.splitlines(), f'{file} {key}')
+    return expectations.differ(expected, told.stdout.splitlines(), f'{file} {key}') or told.stderr
 
 
-def check(case, home, seen, folder):
+def check(case, platform, seen, folder):
     """What is wrong with a run: a list of texts."""
     wanted = case.expectations
     faults = []
-    if seen.exit_code not in map(home.expected_code, wanted.exit_codes):
-        faults.append(f'the exit code is {seen.exit_code}, not {wanted.exit_codes}')
+    if seen.exit_code != platform.expected_code(wanted.exit_code):
+        faults.append(f'the exit code is {seen.exit_code}, not {wanted.exit_code}')
     for part, lines in wanted.traces:
         actual = expectations.part_of_trace(seen.trace, part)
         if actual is None:
@@ -397,139 +319,102 @@ def check(case, home, seen, folder):
         else:
             compare = expectations.lack if part == 'some' else expectations.differ
             faults.append(compare(lines, actual, f'trace {part}'))
-    for path, lines in wanted.traces_elsewhere:
-        host = host_path(path, folder, case)
-        if host.is_file():
-            lines_there, _ = spooled_events.part(read_trace(host))
-            actual = [home.normalise(line, folder, seen.program) for line in lines_there]
-            faults.append(expectations.differ(lines, actual, path))
-        else:
-            faults.append(f'{path} is not there')
+    if wanted.log_trace is not None:
+        lines, _ = spooled_events.part(world.read_trace(folder / 'log.txt'))
+        lines = [platform.normalise(line, folder, seen.program) for line in lines]
+        faults.append(expectations.differ(wanted.log_trace, lines, 'log.txt'))
     faults.append(expectations.differ(wanted.stdout, seen.stdout, 'standard output'))
     faults.append(expectations.differ(wanted.stderr, seen.stderr, 'standard error'))
     is_expired = 'Patch is no longer valid.' in seen.stderr
-    events = wanted.events or spooled_events.expected(
-        wanted.exit_codes[0], reason='PatchExpired' if is_expired else None)
-    if len(wanted.exit_codes) == 1:
-        faults.append(expectations.differ(events, seen.events, 'events'))
+    events = spooled_events.expected(wanted.exit_code,
+                                     reason='PatchExpired' if is_expired else None)
+    faults.append(expectations.differ(events, seen.events, 'events'))
     for path, lines in wanted.trees:
-        seen_tree = trees.tell(folder, path)
-        faults.append(f'{path} is not there' if seen_tree is None else
-                      expectations.differ(sorted(lines), seen_tree, path))
-    if home.name == 'linux':
-        for file, key, lines in wanted.hives:
-            faults.append(check_hive(file, key, lines, folder))
-    for path, lines in wanted.files:
-        faults.append(check_file(path, lines, folder, case))
-    for path, content in wanted.contents:
-        faults.append(check_bytes(path, content, folder, case))
+        faults.append(expectations.differ(sorted(lines), trees.tell(folder, path), path))
+    if platform.name == 'linux':
+        faults += [differ_in_hive(*hive, folder) for hive in wanted.hives]
+    faults += [differ_in_file(*file, folder, case) for file in wanted.files]
     return [fault for fault in faults if fault]
 
 
 class Session:
     """All runs, and what came of them."""
 
-    def __init__(self, tools, homes, is_verbose, root):
+    def __init__(self, tools, platforms, root):
         self.tools = tools
-        self.homes = homes
-        self.is_verbose = is_verbose
+        self.platforms = platforms
         self.root = root
         tools.strangers_key = self.root / 'stranger.pem'
         subprocess.run([tools.tlx, 'keygen', '--private', tools.strangers_key,
                         '--public', self.root / 'stranger.pub.pem'], check=True)
         self.lock = threading.Lock()
-        self.observations = {}  # (case name, home name) to Observation
-        self.outcomes = {}  # (case name, home name) to '' or the fault
-        self.skipped = {}  # (case name, home name) to the reason
+        self.observations = {}  # (case name, platform name) to Observation
+        self.outcomes = {}  # (case name, platform name) to '' or the fault
+        self.skipped = 0
 
-    def run_one(self, case, home):
-        key = (case.name, home.name)
+    def run_one(self, case, platform):
+        key = (case.name, platform.name)
         wanted = case.expectations
-        if wanted.only_home not in (None, home.name):
-            with self.lock:
-                self.skipped[key] = wanted.only_home_reason
+        if wanted.only not in (None, platform.name):
+            self.skipped += 1
             return
-        folder = self.root / home.name / case.name.replace('/', '.')
+        folder = self.root / platform.name / case.name.replace('/', '.')
         folder.mkdir(parents=True)
         seen = None
         try:
-            home.prepare(folder)
-            told = make_patch(case, folder, self.tools, home.name == 'linux')
+            platform.prepare(folder)
+            told = make_patch(case, folder, self.tools, platform.name == 'linux')
             trees.make(folder, wanted.make)
-            seen = home.observe(case, folder)
-            fault = '\n'.join(check(case, home, seen, folder) + differ_from_lint(case, told, seen))
-        except Mismatch as mismatch:
-            fault = str(mismatch)
+            seen = platform.observe(case, folder)
+            fault = '\n'.join(check(case, platform, seen, folder) +
+                              differ_from_lint(case, told, seen))
+        except (Fault, spooled_events.BrokenEvent) as told:
+            fault = str(told)
         except Exception:  # pylint: disable=broad-except
             # A case that the runner can't cope with must fail, and not vanish with its thread.
             fault = traceback.format_exc()
-        remove_tree(folder)
+        # It may be deeper than rmtree can recurse.
+        subprocess.run(['rm', '-rf', '--one-file-system', '--', folder], check=False)
         with self.lock:
             self.outcomes[key] = fault
             if seen is not None:
                 self.observations[key] = seen
-            if self.is_verbose and not fault:
-                print(f'ok      {home.name:8} {case.name}', flush=True)
+            if self.tools.v and not fault:
+                print(f'ok      {platform.name:8} {case.name}', flush=True)
 
     def run_all(self, cases):
-        queues = {home.name: list(reversed(cases)) for home in self.homes}
+        queues = {platform.name: list(reversed(cases)) for platform in self.platforms}
 
-        def work(homes):
-            for home in homes:
+        def work(platforms):
+            for platform in platforms:
                 while True:
                     with self.lock:
-                        if not queues[home.name]:
+                        if not queues[platform.name]:
                             break
-                        case = queues[home.name].pop()
-                    self.run_one(case, home)
+                        case = queues[platform.name].pop()
+                    self.run_one(case, platform)
 
         # One worker has Wine to itself, for its runs share a prefix; both share the rest.
-        linux = [home for home in self.homes if home.name == 'linux']
-        workers = [threading.Thread(target=work, args=(homes,))
-                   for homes in (list(reversed(self.homes)), linux)]
+        linux = [platform for platform in self.platforms if platform.name == 'linux']
+        workers = [threading.Thread(target=work, args=(platforms,))
+                   for platforms in (list(reversed(self.platforms)), linux)]
         for worker in workers:
             worker.start()
         for worker in workers:
             worker.join()
-        self.compare_homes(cases)
-
-    def compare_homes(self, cases):
         for case in cases:
-            pair = [self.observations.get((case.name, home)) for home in expectations.HOMES]
-            key = (case.name, 'windows')
-            if case.expectations.differs or None in pair or self.outcomes[key]:
-                continue
-            # Where the product is, each home has to say for itself.
-            expected, actual = (expectations.without_location(seen.trace) for seen in pair)
-            expected = [line.replace('*', '[*]') for line in expected]
-            fault = expectations.differ(expected, actual, "the trace is not that of linux")
-            self.outcomes[key] = fault or ''
+            self.compare_platforms(case)
 
-    def report(self, json_path):
-        failures = [f'{name} ({home}): {fault}'
-                    for (name, home), fault in sorted(self.outcomes.items()) if fault]
-        for failure in failures:
-            print(f'FAILED  {failure}\n')
-        for (name, home), reason in sorted(self.skipped.items()):
-            if self.is_verbose:
-                print(f'skipped {home:8} {name}: {reason}')
-        summary = {'passed': len(self.outcomes) - len(failures), 'failed': len(failures),
-                   'skipped': len(self.skipped), 'failures': failures}
-        if json_path:
-            pathlib.Path(json_path).write_text(json.dumps(summary, indent=1) + '\n', encoding='utf-8')
-        print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
-        return 1 if failures else 0
-
-
-def script_cases():
-    names = {path.with_suffix('') for pattern in ('*/*.xml', '*/*.expect')
-             for path in HERE.glob(pattern)}
-    for place in sorted(names):
-        expect = place.with_suffix('.expect')
-        wanted = expectations.parse(expect.read_text(encoding='utf-8'), expect)
-        script = HERE.parents[1] / wanted.script if wanted.script else place.with_suffix('.xml')
-        yield expectations.Case(f'{place.parent.name}/{place.name}', wanted,
-                                script=script.read_bytes())
+    def compare_platforms(self, case):
+        pair = [self.observations.get((case.name, name)) for name in expectations.PLATFORMS]
+        key = (case.name, 'windows')
+        if case.expectations.differs or None in pair or self.outcomes[key]:
+            return
+        # Where the product is, each platform has to say for itself.
+        expected, actual = (expectations.without_location(seen.trace) for seen in pair)
+        expected = [line.replace('*', '[*]') for line in expected]
+        self.outcomes[key] = expectations.differ(expected, actual,
+                                                 'the trace is not that of linux') or ''
 
 
 def main():
@@ -544,9 +429,8 @@ def main():
     parser.add_argument('--filter', default='*', metavar='GLOB', help='which cases: family/name')
     parser.add_argument('-v', action='store_true', help='tell of each case')
     options = parser.parse_args()
-    families = (script_cases, container_cases.all_cases, load_cases.all_cases,
-                example_cases.all_cases)
-    cases = [case for family in families for case in family()
+    families = (script_cases, container_cases, load_cases, example_cases)
+    cases = [case for family in families for case in family.all_cases()
              if fnmatch.fnmatchcase(case.name, options.filter)]
     if not cases:
         parser.error(f'no case is named {options.filter}')
@@ -556,15 +440,16 @@ def main():
         name = stack.enter_context(tempfile.TemporaryDirectory(prefix='tessel-patches.',
                                                                ignore_cleanup_errors=True))
         root = pathlib.Path(name).resolve()
-        homes = []
+        platforms = []
         if options.linux:
-            homes.append(LinuxHome(options.linux, options.tlx, root))
+            platforms.append(Linux(options.linux, options.tlx, root))
         if options.windows:
-            homes.append(WindowsHome(options.windows, options.wine, options.system_library))
-            stack.enter_context(homes[-1].system_libraries())
-        session = Session(options, homes, options.v, root)
+            platforms.append(Windows(options.windows, options.wine, options.system_library))
+            stack.enter_context(platforms[-1].system_libraries())
+        session = Session(options, platforms, root)
         session.run_all(cases)
-        return session.report(options.json)
+    outcomes = {f'{case} ({name})': fault for (case, name), fault in session.outcomes.items()}
+    return world.report(outcomes, session.skipped, options.json)
 
 
 if __name__ == '__main__':

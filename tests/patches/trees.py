@@ -10,7 +10,12 @@ def _host(folder, path):
 
 
 def make(folder, lines):
-    """Makes what the lines say (see expectations.py) in `folder`."""
+    """Makes in `folder` what the lines say, with paths from there (missing parents are made):
+
+        folder PATH             file PATH TEXT              link PATH TARGET
+        read-only PATH          time PATH SECONDS (since 1970)
+        deep PATH COUNT (nested folders 'd', each with a file 'f')
+    """
     for line in lines:
         # Only blanks and quotation marks have a meaning: '\\' separates.
         words = shlex.shlex(line, posix=True)
@@ -39,7 +44,8 @@ def make(folder, lines):
 
 
 def tell(folder, path):
-    """A line for each entry below `path`, in the order of their paths; None when it is not there."""
+    """A line for each entry below `path`, with its path from there, in their order: a folder with a
+    backslash behind it, a link with '@'. None when `path` is not there."""
     top = _host(folder, path)
     if not os.path.lexists(top):
         return None

@@ -1,0 +1,143 @@
+"""What the runners share: machines, patches and certificates, how a trace is read, and the report."""
+
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import time
+
+TIME_LIMIT = 120  # seconds, for a run that does not end
+INSTALL = pathlib.PurePath('Program Files', 'Ambry Shield')
+SPOOL = INSTALL / 'matrix' / 'events'
+TRACES = pathlib.PurePath('ProgramData', 'Tessera')
+STAMP = re.compile(r'\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ')
+PUBLISHER = '/C=RO/O=Corvane SRL/CN=Corvane SRL'
+_CERTIFICATES = pathlib.Path(__file__).resolve().parents[2] / 'scripts' / 'lib' / 'certificates'
+_SCRIPT = """<patch version="1.0"><header><property name="id" value="world"/>
+<property name="patchType" value="{kind}"/><property name="created" value="{created}"/>
+<property name="tags" value="first"/></header><script>{body}</script></patch>"""
+
+
+class Fault(Exception):
+    """What a run did wrong."""
+
+
+def expect(condition, words):
+    if not condition:
+        raise Fault(words)
+
+
+def host_to_drive(path):
+    return 'Z:' + str(path).replace('/', '\\')
+
+
+def drive_path(path):
+    """A path below C:, as programs see it."""
+    return 'C:\\' + str(path).replace('/', '\\')
+
+
+def link_or_copy(source, target):
+    try:
+        os.link(source, target)
+    except OSError:
+        shutil.copy2(source, target)
+
+
+def decode_lines(data, what, line_end):
+    try:
+        text = data.decode('utf-8')
+    except UnicodeDecodeError as fault:
+        raise Fault(f'{what} is not UTF-8: {fault}') from None
+    lines = text.split(line_end)
+    expect(lines[-1] == '', f'{what} does not end with a line end: {lines[-1]!r}')
+    expect(line_end == '\n' or not any('\n' in line or '\r' in line for line in lines),
+           f'{what} has a line end that is not CR LF')
+    return lines[:-1]
+
+
+def read_trace(path):
+    """The trace's lines without their stamps, or with '~' in front of those that have none."""
+    data = path.read_bytes()
+    expect(data.startswith(b'\xef\xbb\xbf'), f'{path.name} does not begin with the mark of UTF-8')
+    lines = []
+    for line in decode_lines(data[3:], path.name, '\r\n'):
+        stamp = STAMP.match(line)
+        lines.append(line[stamp.end():] if stamp else '~' + line)
+    expect(not lines or lines[0][0] != '~', f'{path.name} has a first line without a time stamp')
+    return lines
+
+
+class Authority:
+    """A root, and what it issues. Files: <name>.pem and <name>.key in the folder."""
+
+    def __init__(self, folder, name):
+        self.folder = pathlib.Path(folder)
+        self.name = name
+        self._make('authority', name)
+        self.certificate = self.folder / f'{name}.pem'
+
+    def issue(self, name, subject=PUBLISHER, purpose='codeSigning', serial='', days='20'):
+        """Gives the paths of the certificate and of its key. Negative days have run out."""
+        self._make('issue', self.name, name, subject, purpose, days, serial)
+        return self.folder / f'{name}.pem', self.folder / f'{name}.key'
+
+    def _make(self, *arguments):
+        subprocess.run([_CERTIFICATES, *arguments], cwd=self.folder, check=True)
+
+
+class World:
+    """A trusted root with a publisher, and what makes machines, patches and catalogs."""
+
+    def __init__(self, tessel, tlx, key, folder):
+        self.tessel = pathlib.Path(tessel).resolve()
+        self.tlx, self.key, self.folder = tlx, key, folder
+        self.root = Authority(folder, 'root')
+        self.publisher = self.root.issue('publisher')
+
+    def tool(self, *words):
+        subprocess.run([self.tlx, *words], check=True)
+
+    def make_machine(self, folder, changes=None):
+        """Makes a machine, and changes it by commands of a script, for which it is of the old kind
+        while they run."""
+        self.tool('machine', 'create', folder, '--trust', self.root.certificate,
+                  *([] if changes is None else ['--windows', '7']))
+        if changes is None:
+            return folder
+        version = r'SOFTWARE\Microsoft\Windows NT\CurrentVersion'
+        changes += f'<regWrite root="HKEY_LOCAL_MACHINE" key="{version}" value="CurrentVersion"' \
+                   ' type="REG_SZ" data="6.3"/><exit code="0"/>'
+        patch = folder.with_suffix('.tlx')
+        self.pack(patch, changes)
+        subprocess.run([self.tessel, '/encfile', patch], check=True, capture_output=True,
+                       env={**os.environ, 'TESSEL_MACHINE': str(folder)})
+        shutil.rmtree(folder / TRACES)
+        shutil.rmtree(folder / SPOOL.parent, ignore_errors=True)
+        return folder
+
+    def pack(self, patch, body, kind='external', created=None):
+        script = patch.with_suffix('.xml')
+        text = _SCRIPT.format(kind=kind, created=created or int(time.time()), body=body)
+        script.write_text(text, encoding='utf-8')
+        self.tool('pack', '--force', '--key', self.key, '--in', script, '--out', patch)
+        script.unlink()
+
+    def sign(self, folder, signer=None):
+        certificate, key = signer or self.publisher
+        self.tool('catalog', '--force', '--cert', certificate, '--key', key, '--chain',
+                  self.root.certificate, '--dir', folder)
+
+
+def report(outcomes, skipped, json_path):
+    """Tells of the faults, by what has failed, and counts; an empty one is none. Gives the exit code."""
+    failures = [f'{name}: {fault}' for name, fault in sorted(outcomes.items()) if fault]
+    for failure in failures:
+        print(f'FAILED  {failure}\n')
+    summary = {'passed': len(outcomes) - len(failures), 'failed': len(failures),
+               'skipped': skipped, 'failures': failures}
+    if json_path:
+        pathlib.Path(json_path).write_text(json.dumps(summary, indent=1) + '\n', encoding='utf-8')
+    print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
+    return 1 if failures else 0
