@@ -69,7 +69,7 @@ void LoadBesideProgram(libraries::Library* library) {
   }
 }
 
-// Copies as much as `capacity` characters hold with their closing zero; gives its length.
+// Copies what fits into `capacity` characters with a closing zero, and returns its length.
 std::size_t CopyName(cvn::StringView name, std::size_t capacity, char16_t* out) {
   const std::size_t length = std::min(name.size(), capacity - 1);
   *std::copy_n(name.begin(), length, out) = u'\0';

@@ -76,9 +76,9 @@ std::size_t AsciiRun(std::string_view text) {
   return length;
 }
 
-// Copies the start of `text` that is ASCII, and gives its length.
+// Copies the run of ASCII at the start of `text`, and returns its length.
 std::size_t CopyAscii(StringView text, char* to) {
-  constexpr std::size_t kBlock = 16;  // a fixed count lets the compiler take the units side by side
+  constexpr std::size_t kBlock = 16;  // a fixed count lets the compiler use vectors
   std::size_t length = 0;
   for (; length + kBlock <= text.size(); length += kBlock) {
     const char16_t* from = text.data() + length;
@@ -104,11 +104,12 @@ void AppendWide(char32_t character, char16_t** out) {
     *(*out)++ = static_cast<char16_t>(character);
     return;
   }
+  // 0xD7C0 is 0xD800 - (0x10000 >> 10), the first lead surrogate for a character from 0x10000 on.
   *(*out)++ = static_cast<char16_t>(0xD7C0 + (character >> 10));
   *(*out)++ = static_cast<char16_t>(0xDC00 + (character & 0x3FF));
 }
 
-// Writes the UTF-8 form of a character that is not ASCII.
+// Writes the UTF-8 form of a character from 0x80 on, and returns its end.
 char* EncodeMultibyte(char32_t character, char* out) {
   const auto tail = [character](unsigned shift) {
     return static_cast<char>(0x80 | ((character >> shift) & 0x3F));

@@ -56,6 +56,8 @@ void WriteTraceLine(cvn::StringView format, std::span<const cvn::FormatArgument>
   TraceState& state = State();
   state.line.Clear();
   if (state.file.IsOpen()) {
+    // Formats a second once, and its fraction without Format: a run may trace millions of lines,
+    // and the stamp would cost more than the rest.
     const std::int64_t now = platform::clock::NowTicks();
     state.line.Append(StampOf(now / platform::clock::kTicksPerSecond, &state));
     const int milliseconds = StampMilliseconds(now);
