@@ -247,11 +247,11 @@ const CommandDescription* DescriptionOf(LoopKind kind) {
   return loop == nullptr ? nullptr : &loop->description;
 }
 
-TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* element) {
-  const LoopRecord* loop = FindLoop(kind);
-  TiXmlElement* first = loop == nullptr ? nullptr : loop->lower(parent, element);
+TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* loop) {
+  const LoopRecord* record = FindLoop(kind);
+  TiXmlElement* first = record == nullptr ? nullptr : record->lower(parent, loop);
   if (first != nullptr) {
-    parent->RemoveChild(element);
+    parent->RemoveChild(loop);
   }
   return first;
 }
