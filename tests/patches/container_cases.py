@@ -20,103 +20,59 @@ _SCRIPT = b"""<?xml version="1.0" encoding="UTF-8"?>
 </patch>
 """
 
-_STARTED = """
-trace all:
-  Started from @BIN@\\
-  ~
-"""
+_STARTED = 'trace all:\n  Started from @BIN@\\ | ~\n'
 _READ = _STARTED + """
-  Command line parsed, validate arguments
-  Input file used: {path}
-  set script path: {path}
+  Command line parsed, validate arguments | Input file used: {path} | set script path: {path}
 """
 _UNREADABLE = """
 exit: {code}
 stderr: Failed to load the patch. Error: {code}.
-""" + _READ + """
-  Decrypting
-  Error reading file '{path}': {code}
-"""
+""" + _READ + '  Decrypting | Error reading file \'{path}\': {code}\n'
 _UNDECRYPTABLE = """
 exit: 6001
 stderr: Failed to decrypt the patch.
 """ + _READ.format(path='@DIR@\\patch.tlx') + """
-  Decrypting
-  Error decrypting patch content
-  Extension of file .tlx
-  @NOWHERE@
+  Decrypting | Error decrypting patch content | Extension of file .tlx | @NOWHERE@
 """
 _CORRUPT = """
 exit: 13
 stderr: Failed to load patch.
 trace some:
-  Decrypting
-  Running patch of type: *, with id: *
-  Loading decrypted file
-  Cannot parse file from '@DIR@\\patch.tlx'
-  ~
+  Decrypting | Running patch of type: *, with id: * | Loading decrypted file
+  Cannot parse file from '@DIR@\\patch.tlx' | ~
 """
-_USAGE = """
-  Usage:
-  ~@PROGRAM@ [/encfile] <path> [/debug] [/var key value][*]
-  ~
-"""
+_USAGE = '  Usage: | ~@PROGRAM@ [/encfile] <path> [/debug] [/var key value][*] | ~\n'
 _MISSING = """
 exit: 87
 stderr: Could not validate input parameters.
 """ + _STARTED + """
-  Command line parsed, validate arguments
-  Argument pair '/encfile <path>' is missing
-  ~
+  Command line parsed, validate arguments | Argument pair '/encfile <path>' is missing | ~
 """ + _USAGE
 # The text ends with a line feed of its own, the format with another, and the line with a third.
 _REFUSED = """
 exit: 87
 stderr: Could not parse input parameters.
-""" + _STARTED + """
-  {text}
-  ~
-  ~
-""" + _USAGE
-_NOT_FOUND = """
-exit: 3
-stderr: Patch not found.
-""" + _READ + """
-  Input file not existing... exit
-"""
+""" + _STARTED + '  {text} | ~ | ~\n' + _USAGE
+_NOT_FOUND = 'exit: 3\nstderr: Patch not found.\n' + _READ + '  Input file not existing... exit\n'
 _RAN = """
 exit: {code}
 trace run:
-  Start executing
-  Trace: first block
-  test function called ('{word}' 1 'said'). type: 0
-  test function end with {outcome}.
-{handler}  Exit function called with exitcode {script_code}
+  Start executing | Trace: first block | test function called ('{word}' 1 'said'). type: 0
+  test function end with {outcome}.{handler} | Exit function called with exitcode {script_code}
   Stop executing
 """
 _NOT_SAID = _RAN.format(code=-7, word='%word%', outcome='False', handler='', script_code=7)
 _SAID = _RAN.format(code=-11, word='said', outcome='True', script_code=11,
-                    handler='  Entering onTrue handler.\n')
+                    handler=' | Entering onTrue handler.')
 # A mark that is there stays the only one, and none is put into the middle.
 _APPENDED = """
 exit: -7
 file @DIR@\\log.txt:
-  an older line
-  * @NOWHERE@
-  * Use default value for expirationDays.
-  * Execute
-  * Start executing
-  * Trace: first block
-  * test function called ('%word%' 1 'said'). type: 0
-  * test function end with False.
-  * Exit function called with exitcode 7
-  * Stop executing
-  * tool_ran event data: *
-  ]
-  * ToolRan::Process result = [0]
-  * End execution
-  * set trace file: (null)
-  ~
+  an older line | * @NOWHERE@ | * Use default value for expirationDays. | * Execute
+  * Start executing | * Trace: first block | * test function called ('%word%' 1 'said'). type: 0
+  * test function end with False. | * Exit function called with exitcode 7 | * Stop executing
+  * tool_ran event data: * | ] | * ToolRan::Process result = [0]
+  * End execution | * set trace file: (null) | ~
 """
 
 
@@ -158,11 +114,8 @@ def _texts():
     wide = '\U0001f600\u00e9'
     yield 'wide', said(wide.encode()), _NOT_SAID.replace('first block', wide)
     # TinyXML takes a declaration without its end, and the document has no root then.
-    yield 'cut-in-the-declaration', _SCRIPT[:30], """
-exit: 1636
-stderr: Failed to load patch.
-trace some: Root not found
-"""
+    yield ('cut-in-the-declaration', _SCRIPT[:30],
+           'exit: 1636\nstderr: Failed to load patch.\ntrace some: Root not found\n')
     for size in range(61, len(_SCRIPT) - 2, 122):
         yield f'cut-at-{size:03}', _SCRIPT[:size], _CORRUPT
     root = b'<p version="1.0"><script>'
@@ -180,12 +133,9 @@ def _command_lines():
     yield '/detach /EncFile', _REFUSED.format(
         text="Argument key '/EncFile' does not have the required value")
     yield '/encfile @DIR@\\\\none.tlx', _NOT_FOUND.format(path='@DIR@\\none.tlx')
-    yield '/encfile /detach', """
-exit: 3
-stderr: Patch not found.
-trace some: Input file used: /detach
-"""
-    yield '/detach /encfile @DIR@\\\\none.tlx', 'exit: 3\nstderr: Patch not found.\n'
+    for arguments, path in (('/encfile /detach', '/detach'),
+                            ('/detach /encfile @DIR@\\\\none.tlx', '@DIR@\\none.tlx')):
+        yield arguments, _NOT_FOUND.format(path=path)
     for arguments in ('ENCfile @PATCH@', '/encfile /nowhere -encfile @PATCH@',
                       '/encfile @PATCH@ /var Word said', '/encfile @PATCH@ /var'):
         yield arguments, _NOT_SAID

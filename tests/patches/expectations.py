@@ -42,7 +42,7 @@ be the first of several lines.
     bytes PATH: 'BYTES'     a file's bytes, as Python writes them, in one text or several
 
 A trace line '@NOWHERE@' stands for those that tell that the patch lies in no trusted location. ' | '
-splits what stands in one line of make, tree, file, a trace or a stream.
+splits what stands in one line of make, tree, file, hive, a trace or a stream.
 
 In all expected lines '*' stands for any characters, and '[*]' for itself. In the output the case's
 folder appears as @DIR@, the program as @PROGRAM@, the program's folder as @BIN@, and a pointer
@@ -58,7 +58,7 @@ import shlex
 
 TRACE_PARTS = ('all', 'header', 'load', 'run', 'end', 'some')
 PLATFORMS = ('linux', 'windows')
-_SPLIT = ('file', 'make', 'stderr', 'stdout', 'trace', 'tree')
+_SPLIT = ('file', 'hive', 'make', 'stderr', 'stdout', 'trace', 'tree')
 
 
 @dataclasses.dataclass

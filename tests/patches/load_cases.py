@@ -12,10 +12,7 @@ _HEADER = ('<header><property name="id" value="load"/>'
            '<property name="created" value="@NOW@"/></header>')
 
 # What the reset of the engine leaves in the trace.
-_RESET = """
-  set trace file: (null)
-  ~
-"""
+_RESET = '  set trace file: (null) | ~\n'
 
 _DEFAULT_DAYS = '  Use default value for expirationDays.\n'
 
@@ -26,8 +23,7 @@ exit: 1636
 stderr: {stderr}
 trace load:
 {_RESET if is_reset_before else ''}{reason}
-  Error running xml script from file '@DIR@\\patch.tlx': {code} *
-  ~
+  Error running xml script from file '@DIR@\\patch.tlx': {code} * | ~
 {_RESET}"""
 
 
@@ -185,8 +181,7 @@ trace header:
 exit: 1636
 stderr: Patch is no longer valid.
 trace header:
-  [ExtractPatchMetaData] Error - no header found...
-  Running patch of type: , with id: *
+  [ExtractPatchMetaData] Error - no header found... | Running patch of type: , with id: *
 """
 
 
@@ -233,12 +228,8 @@ def _exit_codes():
             ('5', 5, -5), ('-5', -5, -5), ('%five%', 0, 0), ('', 0, 0), ('  +12 apples', 12, -12),
             ('256', 256, -256), ('2147483648', 2147483647, -2147483647),
             ('-2147483648', -2147483648, -2147483648)):
-        yield code, _script(f'<assign var="five" value="5"/><exit code="{code}"/>'), f"""
-exit: {exit_code}
-trace some:
-  Exit function called with exitcode {number}
-  Stop executing
-"""
+        yield code, _script(f'<assign var="five" value="5"/><exit code="{code}"/>'), (
+            f'exit: {exit_code}\ntrace some: Exit function called with exitcode {number}\n')
 
 
 _EXPIRED = '  Patch exceeded expiration period'

@@ -162,8 +162,12 @@ def _filled_in(row, each):
     """The lines that a line of a script stands for."""
     if not row.startswith('- '):
         return [row]
-    cells = [cell.strip() for cell in (row[1:] + ' ').split(' ; ')]
-    return [re.sub(r'\{(\d)\}', lambda match: cells[int(match[1])], line) for line in each]
+    lines = []
+    for part in row[1:].split(' | '):
+        cells = [cell.strip() for cell in f'{part} '.split(' ; ')]
+        lines += [re.sub(r'\{(\d)\}', lambda match, cells=cells: cells[int(match[1])], line)
+                  for line in each]
+    return lines
 
 
 def _case(name, text, source):
