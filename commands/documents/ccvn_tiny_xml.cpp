@@ -1,5 +1,6 @@
 #include "commands/documents/ccvn_tiny_xml.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "commands/documents/xml_printer.h"
@@ -48,6 +49,22 @@ bool IsWithin(const TiXmlNode* node, const TiXmlNode& ancestor) {
     node = node->Parent();
   }
   return node != nullptr;
+}
+
+std::size_t DepthOf(const TiXmlNode* node) {
+  std::size_t depth = 0;
+  for (; node->Parent() != nullptr; node = node->Parent()) {
+    ++depth;
+  }
+  return depth;
+}
+
+std::size_t HeightOf(const TiXmlNode& node) {
+  std::size_t highest = 0;
+  for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+    highest = std::max(highest, HeightOf(*child));
+  }
+  return highest + 1;
 }
 
 }  // namespace
@@ -114,6 +131,10 @@ bool CCVNTinyXml::SetValue(TiXmlElement* context, const std::string& xpath,
   }
   return match.kind == XPathMatch::Kind::Attribute &&
          SetAttribute(match.element, match.attribute, value);
+}
+
+bool CCVNTinyXml::FitsBelow(const TiXmlElement& parent, const TiXmlElement& element) {
+  return DepthOf(&parent) + HeightOf(element) <= cvn::kDeepestXml;
 }
 
 void CCVNTinyXml::AddChild(TiXmlElement* parent, const TiXmlElement& element, TiXmlElement* before,

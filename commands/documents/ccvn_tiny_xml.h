@@ -65,6 +65,9 @@ class CCVNTinyXml : public std::enable_shared_from_this<CCVNTinyXml> {
   // there is nothing to set.
   bool SetValue(TiXmlElement* context, const std::string& xpath, const std::string& value);
 
+  // Whether a child of `parent` may be `element`: no document nests deeper than cvn::kDeepestXml.
+  static bool FitsBelow(const TiXmlElement& parent, const TiXmlElement& element);
+
   // Adds a copy of `element` before or behind one of the parent's children (the first that isn't
   // null counts), or as its last child. Nothing happens when the named one is no child of the
   // parent.

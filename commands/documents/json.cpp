@@ -2,10 +2,12 @@
 #include <exception>
 #include <functional>
 #include <optional>
+#include <utility>
 
 #include "commands/common/families.h"
 #include "commands/documents/document_commands.h"
 #include "commands/documents/json_document.h"
+#include "commands/documents/json_enumeration.h"
 #include "commands/documents/json_text.h"
 #include "engine/variable_store.h"
 #include "platform/error.h"
@@ -21,8 +23,6 @@ namespace {
 using platform::Code;
 
 constexpr Code kInvalidData = 13;
-constexpr Code kInvalidMember = 1388;
-constexpr Code kInvalidIndex = 1413;
 constexpr Code kFunctionFailed = 1627;
 
 // The value that a handle holds. False when it holds none.
@@ -41,11 +41,6 @@ bool ResolveHandle(const cvn::String& handle, const ObjectStore& objects, JsonPl
     place->route = held->Route();
   }
   return place->document != nullptr;
-}
-
-void SetElementHandle(const cvn::String& name, const JsonPlace& place, ObjectStore* objects) {
-  SetObject(name, std::make_shared<JsonElementHandle>(place.document, place.value, place.route),
-            ObjectType::JsonElement, objects);
 }
 
 // Puts `value` at `path` below what the handle holds.
@@ -229,8 +224,21 @@ constexpr CommandDescription kJsonGetValue = {
 
 // The three setters differ in what they make of the text.
 struct FunctionJsonSetValue : FunctionOnJson {
+  // `begin` and `end` are the words of the trace.
+  void Set(cvn::StringView begin, cvn::StringView end, Json::Value (*make)(const cvn::String&));
+
   cvn::String value;
 };
+
+void FunctionJsonSetValue::Set(cvn::StringView begin, cvn::StringView end,
+                               Json::Value (*make)(const cvn::String&)) {
+  const cvn::String text = ExpandVariables(value, variables);
+  const cvn::String expanded = ExpandVariables(path, variables);
+  TraceLine(u"%s [handle = %s] [path = %s] [value = %s]", begin, handle, expanded, text);
+  const Code code = Guarded([&] { return WriteAt(handle, expanded, make(text), *objects); });
+  TraceLine(u"%s [handle = %s] [path = %s] [error = %d]", end, handle, expanded, code);
+  ReportCode(code);
+}
 
 constexpr FailureDescription kSetFailures[] = {kNoHandle, kNoWay};
 
@@ -239,20 +247,11 @@ constexpr cvn::StringView kSetNotes =
     u"`a/b` makes an object of a number `a`.";
 
 struct FunctionJsonSetStringValue : FunctionJsonSetValue {
-  void Execute() override;
+  void Execute() override {
+    Set(u"jsonSetStringValue begin", u"jsonSetStringValue end  ",
+        [](const cvn::String& text) { return Json::Value(cvn::WideToUtf8(text)); });
+  }
 };
-
-void FunctionJsonSetStringValue::Execute() {
-  const cvn::String text = ExpandVariables(value, variables);
-  const cvn::String expanded = ExpandVariables(path, variables);
-  TraceLine(u"jsonSetStringValue begin [handle = %s] [path = %s] [value = %s]", handle, expanded,
-            text);
-  const Code code =
-      Guarded([&] { return WriteAt(handle, expanded, cvn::WideToUtf8(text), *objects); });
-  TraceLine(u"jsonSetStringValue end   [handle = %s] [path = %s] [error = %d]", handle, expanded,
-            code);
-  ReportCode(code);
-}
 
 constexpr AttributeDescription kSetStringValueAttributes[] = {
     kHandle,
@@ -268,20 +267,11 @@ constexpr CommandDescription kJsonSetStringValue = {
 };
 
 struct FunctionJsonSetIntValue : FunctionJsonSetValue {
-  void Execute() override;
+  void Execute() override {
+    Set(u"jsonSetIntValue begin   ", u"jsonSetIntValue end     ",
+        [](const cvn::String& text) { return Json::Value(cvn::ReadInt32(text)); });
+  }
 };
-
-void FunctionJsonSetIntValue::Execute() {
-  const cvn::String text = ExpandVariables(value, variables);
-  const cvn::String expanded = ExpandVariables(path, variables);
-  TraceLine(u"jsonSetIntValue begin    [handle = %s] [path = %s] [value = %s]", handle, expanded,
-            text);
-  const Code code =
-      Guarded([&] { return WriteAt(handle, expanded, cvn::ReadInt32(text), *objects); });
-  TraceLine(u"jsonSetIntValue end      [handle = %s] [path = %s] [error = %d]", handle, expanded,
-            code);
-  ReportCode(code);
-}
 
 constexpr AttributeDescription kSetIntValueAttributes[] = {
     kHandle,
@@ -299,21 +289,12 @@ constexpr CommandDescription kJsonSetIntValue = {
 };
 
 struct FunctionJsonSetBoolValue : FunctionJsonSetValue {
-  void Execute() override;
+  void Execute() override {
+    // Readers of traces know booleans by the lines of integers.
+    Set(u"jsonSetIntValue begin   ", u"jsonSetIntValue end     ",
+        [](const cvn::String& text) { return Json::Value(text != u"false" && text != u"0"); });
+  }
 };
-
-void FunctionJsonSetBoolValue::Execute() {
-  const cvn::String text = ExpandVariables(value, variables);
-  const cvn::String expanded = ExpandVariables(path, variables);
-  // Readers of traces know booleans by the lines of integers.
-  TraceLine(u"jsonSetIntValue begin    [handle = %s] [path = %s] [value = %s]", handle, expanded,
-            text);
-  const bool isTrue = text != u"false" && text != u"0";
-  const Code code = Guarded([&] { return WriteAt(handle, expanded, isTrue, *objects); });
-  TraceLine(u"jsonSetIntValue end      [handle = %s] [path = %s] [error = %d]", handle, expanded,
-            code);
-  ReportCode(code);
-}
 
 constexpr AttributeDescription kSetBoolValueAttributes[] = {
     kHandle,
@@ -333,49 +314,6 @@ constexpr CommandDescription kJsonSetBoolValue = {
     .failures = kSetFailures,
     .notes = kSetBoolNotes,
 };
-
-// The array that is being walked, and the element that comes next.
-struct Enumeration {
-  std::shared_ptr<JsonElementHandle> array;
-  Json::ArrayIndex next = 0;
-};
-
-Enumeration& CurrentEnumeration() {
-  static Enumeration enumeration;
-  return enumeration;
-}
-
-Code BeginEnumeration(const std::string& path, JsonPlace* place) {
-  if (!WalkJson(path, false, place)) {
-    return platform::kNotFound;
-  }
-  if (!place->value->isArray()) {
-    return kInvalidMember;
-  }
-  CurrentEnumeration() = {
-      std::make_shared<JsonElementHandle>(place->document, place->value, place->route), 0};
-  return platform::kSuccess;
-}
-
-Code TakeNextElement(const cvn::String& destHandle, ObjectStore* objects) {
-  Enumeration& enumeration = CurrentEnumeration();
-  if (enumeration.array == nullptr) {
-    return kInvalidIndex;
-  }
-  JsonPlace place{enumeration.array->Document(), enumeration.array->Value(),
-                  enumeration.array->Route()};
-  if (place.document == nullptr) {
-    return platform::kNotFound;
-  }
-  if (!place.value->isArray() || !place.value->isValidIndex(enumeration.next)) {
-    return kInvalidIndex;
-  }
-  place.value = &(*place.value)[enumeration.next];
-  place.route.push_back({std::string(), enumeration.next});
-  SetElementHandle(destHandle, place, objects);
-  ++enumeration.next;
-  return platform::kSuccess;
-}
 
 enum class Step { Begin, Next };
 
@@ -487,43 +425,6 @@ constexpr CommandDescription kJsonAddChild = {
     .notes = kSetNotes,
 };
 
-// Removes an element and closes the gap.
-void RemoveElement(JsonPlace* place, std::string_view leaf) {
-  leaf.remove_prefix(std::min(leaf.find_first_not_of("[%"), leaf.size()));
-  leaf = leaf.substr(0, leaf.find_last_not_of(']') + 1);
-  const std::int32_t removed = cvn::ReadInt32(cvn::Utf8ToWide(leaf));
-  if (removed < 0 || !place->value->isValidIndex(static_cast<Json::ArrayIndex>(removed))) {
-    return;
-  }
-  place->document->Forget(place->route, false);
-  Json::Value rest(Json::arrayValue);
-  for (Json::ArrayIndex index = 0; index < place->value->size(); ++index) {
-    if (index != static_cast<Json::ArrayIndex>(removed)) {
-      rest.append(std::move((*place->value)[index]));
-    }
-  }
-  *place->value = std::move(rest);
-}
-
-// What is neither array nor object holds nothing to remove, and the library would fail on it.
-void RemoveAt(std::string_view path, JsonPlace* place) {
-  const std::size_t slash = path.rfind('/');
-  // Without a slash the whole path is both: what holds the leaf, and the leaf.
-  const std::string_view parent = slash == std::string_view::npos ? path : path.substr(0, slash);
-  const std::string_view leaf = slash == std::string_view::npos ? path : path.substr(slash + 1);
-  if (leaf.empty() || !WalkJson(parent, false, place)) {
-    return;
-  }
-  if (place->value->isArray()) {
-    RemoveElement(place, leaf);
-  } else if (place->value->isObject()) {
-    JsonRoute route = place->route;
-    route.push_back({std::string(leaf), 0});
-    place->document->Forget(route, true);
-    place->value->removeMember(std::string(leaf));
-  }
-}
-
 struct FunctionJsonRemoveChild : FunctionOnJson {
   void Execute() override;
 };
@@ -536,7 +437,7 @@ void FunctionJsonRemoveChild::Execute() {
     if (!ResolveHandle(handle, *objects, &place)) {
       return platform::kNotFound;
     }
-    RemoveAt(cvn::WideToUtf8(expanded), &place);
+    RemoveJson(cvn::WideToUtf8(expanded), &place);
     return platform::kSuccess;
   });
   TraceLine(u"jsonRemoveChild end      [handle = %s] [path = %s] [error = %d]", handle, expanded,

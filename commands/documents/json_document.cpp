@@ -1,6 +1,7 @@
 #include "commands/documents/json_document.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "support/numbers.h"
 #include "support/utf.h"
@@ -95,6 +96,24 @@ bool StepToElement(Json::ArrayIndex index, bool create, JsonPlace* place) {
   return true;
 }
 
+// Removes an element and closes the gap.
+void RemoveElement(JsonPlace* place, std::string_view leaf) {
+  leaf.remove_prefix(std::min(leaf.find_first_not_of("[%"), leaf.size()));
+  leaf = leaf.substr(0, leaf.find_last_not_of(']') + 1);
+  const std::int32_t removed = cvn::ReadInt32(cvn::Utf8ToWide(leaf));
+  if (removed < 0 || !place->value->isValidIndex(static_cast<Json::ArrayIndex>(removed))) {
+    return;
+  }
+  place->document->Forget(place->route, false);
+  Json::Value rest(Json::arrayValue);
+  for (Json::ArrayIndex index = 0; index < place->value->size(); ++index) {
+    if (index != static_cast<Json::ArrayIndex>(removed)) {
+      rest.append(std::move((*place->value)[index]));
+    }
+  }
+  *place->value = std::move(rest);
+}
+
 }  // namespace
 
 JsonElementHandle::JsonElementHandle(const std::shared_ptr<JsonDocument>& document,
@@ -147,6 +166,25 @@ bool WalkJson(std::string_view path, bool create, JsonPlace* place) {
     }
   }
   return create || !place->value->isNull();
+}
+
+void RemoveJson(std::string_view path, JsonPlace* place) {
+  const std::size_t slash = path.rfind('/');
+  // Without a slash the whole path is both: what holds the leaf, and the leaf.
+  const std::string_view parent = slash == std::string_view::npos ? path : path.substr(0, slash);
+  const std::string_view leaf = slash == std::string_view::npos ? path : path.substr(slash + 1);
+  if (leaf.empty() || !WalkJson(parent, false, place)) {
+    return;
+  }
+  // What is neither array nor object holds nothing to remove, and the library would fail on it.
+  if (place->value->isArray()) {
+    RemoveElement(place, leaf);
+  } else if (place->value->isObject()) {
+    JsonRoute route = place->route;
+    route.push_back({std::string(leaf), 0});
+    place->document->Forget(route, true);
+    place->value->removeMember(std::string(leaf));
+  }
 }
 
 }  // namespace tessel

@@ -78,4 +78,8 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
 // changed but what was created on the way.
 bool WalkJson(std::string_view path, bool create, JsonPlace* place);
 
+// Removes the member or the element at `path`, whose last part stands behind a slash; nothing when
+// there is none.
+void RemoveJson(std::string_view path, JsonPlace* place);
+
 }  // namespace tessel

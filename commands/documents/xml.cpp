@@ -8,7 +8,6 @@
 #include "engine/xml_text.h"
 #include "platform/error.h"
 #include "support/utf.h"
-#include "support/xml_nesting.h"
 #include "trace/trace.h"
 
 namespace tessel {
@@ -47,22 +46,6 @@ XmlContext ResolveHandle(const cvn::String& handle, const ObjectStore& objects) 
 std::uint32_t LastErrorOr(std::uint32_t code) {
   const std::uint32_t last = platform::LastError();
   return last == platform::kSuccess ? code : last;
-}
-
-std::size_t DepthOf(const TiXmlNode* node) {
-  std::size_t depth = 0;
-  for (; node->Parent() != nullptr; node = node->Parent()) {
-    ++depth;
-  }
-  return depth;
-}
-
-std::size_t HeightOf(const TiXmlNode& node) {
-  std::size_t highest = 0;
-  for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
-    highest = std::max(highest, HeightOf(*child));
-  }
-  return highest + 1;
 }
 
 struct FunctionXmlOpen : FunctionOnFile {
@@ -334,8 +317,7 @@ void FunctionXmlGetElement::Execute() {
 constexpr AttributeDescription kGetElementAttributes[] = {
     kHandle,
     XPath(u"The path to the element. When nothing is left of it after the references are replaced, "
-          u"the "
-          u"element of the handle."),
+          u"the element of the handle."),
     kElementHandle<FunctionXmlGetElement>,
 };
 
@@ -393,7 +375,7 @@ std::uint32_t FunctionXmlAddChild::AddChild(const cvn::String& xml, const std::s
   if (target == nullptr) {
     return platform::kPathNotFound;
   }
-  if (DepthOf(target) + HeightOf(*added) > cvn::kDeepestXml) {
+  if (!CCVNTinyXml::FitsBelow(*target, *added)) {
     return kInvalidData;
   }
   if (!section.empty()) {

@@ -23,8 +23,8 @@ struct XPathMatch {
 };
 
 // Answers XPath 1.0 expressions over one document, by a copy of it in the library that evaluates
-// them. The copy is made by the first question. Whoever changes the document tells it here, so that
-// it goes along. Uses the user data of the document's elements.
+// them. The copy is made by the first question; changes of the document are reported to it, so that
+// it stays the same. Uses the user data of the document's elements.
 class XPathMirror {
  public:
   explicit XPathMirror(TiXmlDocument* document);
