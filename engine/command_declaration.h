@@ -51,6 +51,16 @@ bool LoadText(const AttributeDescription& /*attribute*/, cvn::StringView value,
 }
 
 template <auto kMember>
+constexpr AttributeDescription OfText(AttributeForm form, cvn::StringView name, Presence presence,
+                                      cvn::StringView meaning) {
+  return {.name = name,
+          .form = form,
+          .presence = presence,
+          .meaning = meaning,
+          .load = &LoadText<kMember>};
+}
+
+template <auto kMember>
 bool LoadNumber(const AttributeDescription& /*attribute*/, cvn::StringView value,
                 FunctionBase* command) {
   MemberOf(command, kMember) = cvn::ReadInt32(value);
@@ -113,43 +123,31 @@ constexpr FunctionKind KindOf() {
 template <auto kMember>
 constexpr AttributeDescription Text(cvn::StringView name, Presence presence,
                                     cvn::StringView meaning) {
-  return {.name = name,
-          .form = AttributeForm::Text,
-          .presence = presence,
-          .meaning = meaning,
-          .load = &internal::LoadText<kMember>};
+  return internal::OfText<kMember>(AttributeForm::Text, name, presence, meaning);
 }
 
 template <auto kMember>
 constexpr AttributeDescription Expanded(cvn::StringView name, Presence presence,
                                         cvn::StringView meaning) {
-  AttributeDescription attribute = Text<kMember>(name, presence, meaning);
-  attribute.form = AttributeForm::Expanded;
-  return attribute;
-}
-
-template <auto kMember>
-constexpr AttributeDescription Variable(cvn::StringView name, Presence presence,
-                                        cvn::StringView meaning) {
-  AttributeDescription attribute = Text<kMember>(name, presence, meaning);
-  attribute.form = AttributeForm::Variable;
-  return attribute;
-}
-
-template <auto kMember>
-constexpr AttributeDescription Handle(cvn::StringView name, Presence presence,
-                                      cvn::StringView meaning) {
-  AttributeDescription attribute = Text<kMember>(name, presence, meaning);
-  attribute.form = AttributeForm::Handle;
-  return attribute;
+  return internal::OfText<kMember>(AttributeForm::Expanded, name, presence, meaning);
 }
 
 template <auto kMember>
 constexpr AttributeDescription Label(cvn::StringView name, Presence presence,
                                      cvn::StringView meaning) {
-  AttributeDescription attribute = Text<kMember>(name, presence, meaning);
-  attribute.form = AttributeForm::Label;
-  return attribute;
+  return internal::OfText<kMember>(AttributeForm::Label, name, presence, meaning);
+}
+
+template <auto kMember>
+constexpr AttributeDescription Variable(cvn::StringView name, Presence presence,
+                                        cvn::StringView meaning) {
+  return internal::OfText<kMember>(AttributeForm::Variable, name, presence, meaning);
+}
+
+template <auto kMember>
+constexpr AttributeDescription Handle(cvn::StringView name, Presence presence,
+                                      cvn::StringView meaning) {
+  return internal::OfText<kMember>(AttributeForm::Handle, name, presence, meaning);
 }
 
 // A decimal number of 32 bits: junk counts as 0, a number out of range saturates.

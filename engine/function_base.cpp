@@ -4,7 +4,6 @@
 
 #include "engine/command_description.h"
 #include "support/format.h"
-#include "support/numbers.h"
 #include "trace/trace.h"
 
 namespace tessel {
@@ -39,7 +38,7 @@ bool FunctionBase::Parse(const CommandDescription& description) {
   const auto isLoaded = [this](const AttributeDescription& attribute) {
     return LoadAttribute(attribute, attributes, this) == AttributeFault::None;
   };
-  return std::ranges::all_of(description.attributes, isLoaded) && Parse();
+  return std::ranges::all_of(description.attributes, isLoaded);
 }
 
 AttributeFault LoadAttribute(const AttributeDescription& attribute, const AttributeMap& attributes,
@@ -54,33 +53,6 @@ AttributeFault LoadAttribute(const AttributeDescription& attribute, const Attrib
   const cvn::StringView text = value == nullptr ? attribute.fallback : value->AsView();
   const bool isLoaded = attribute.load == nullptr || attribute.load(attribute, text, command);
   return isLoaded ? AttributeFault::None : AttributeFault::Unusable;
-}
-
-bool FunctionBase::ReadAttribute(cvn::StringView attribute, cvn::String* value) const {
-  const cvn::String* found = attributes.Find(attribute);
-  if (found != nullptr) {
-    *value = *found;
-  }
-  return found != nullptr;
-}
-
-bool FunctionBase::ReadNonEmpty(cvn::StringView attribute, cvn::String* value) const {
-  return ReadAttribute(attribute, value) && !value->Empty();
-}
-
-bool FunctionBase::ReadNumber(cvn::StringView attribute, std::int32_t* value) const {
-  const cvn::String* found = attributes.Find(attribute);
-  if (found != nullptr) {
-    *value = cvn::ReadInt32(*found);
-  }
-  return found != nullptr;
-}
-
-void FunctionBase::ReadFlag(cvn::StringView attribute, bool* value) const {
-  const cvn::String* found = attributes.Find(attribute);
-  if (found != nullptr) {
-    *value = *found == u"true" || *found == u"1";
-  }
 }
 
 void FunctionRetError::ReportCode(std::uint32_t code) {

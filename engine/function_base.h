@@ -64,22 +64,10 @@ class FunctionBase {
   // Set by the loader, so that a step has nothing to look up.
   FunctionKind kind = FunctionKind::Plain;
   FunctionBase* const* jumpTarget = nullptr;  // of a goto: where its label's command stands
-
- protected:
-  // Called then, for commands whose description says nothing of members.
-  virtual bool Parse() { return true; }
-
-  // Copies an attribute. False when there is none, or (second form) when it is empty.
-  bool ReadAttribute(cvn::StringView attribute, cvn::String* value) const;
-  bool ReadNonEmpty(cvn::StringView attribute, cvn::String* value) const;
-  // The same for a decimal number: junk counts as 0, a number out of range saturates.
-  bool ReadNumber(cvn::StringView attribute, std::int32_t* value) const;
-  // Reads an attribute that is true only for the exact text "true" or "1"; a missing one changes
-  // nothing.
-  void ReadFlag(cvn::StringView attribute, bool* value) const;
 };
 
-// Why an attribute refuses a script. A value is unusable when the form has no room for it.
+// Why an attribute refuses a script. Unusable is another word than those of a choice, and a
+// malformed pattern.
 enum class AttributeFault { None, Missing, Empty, Unusable };
 
 // Loads an attribute of an element into the member of `command` that it fills. A loop has no

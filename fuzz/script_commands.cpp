@@ -4,12 +4,14 @@
 // files, starts a process, or waits; a new command comes in only by a line of the table.
 #include "fuzz/script_commands.h"
 
+#include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <span>
 #include <string>
 
 #include "commands/common/families.h"
-#include "engine/command_declaration.h"
+#include "fuzz/input.h"
 #include "support/format.h"
 #include "support/utf.h"
 
@@ -108,7 +110,8 @@ bool RegisterCommands() {
   }
   static const CommandFamily family = {
       .title = u"Fuzzed", .introduction = {}, .commands = commands};
-  return commands.size() == std::size(kCommands) && RegisterFamily(family);
+  Require(commands.size() == std::size(kCommands), "each command of the table is in a family");
+  return RegisterFamily(family);
 }
 
 void ConfineElement(TiXmlElement* element) {

@@ -295,7 +295,7 @@ void FunctionDirCopyRecursive::Execute() {
 
 bool FunctionDirCopyRecursive::IsAllowed(cvn::StringView path) {
   using Outcome = WholeTextPattern::Outcome;
-  // Nobody knows what a filter lets through once its match was given up: nothing more is copied.
+  // A match that was given up says nothing of what the filter lets through: copy nothing more.
   if (gaveUpMatching) {
     return false;
   }

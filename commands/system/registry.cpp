@@ -232,7 +232,7 @@ Code KeyNameAt(const Key& key, std::uint32_t index, cvn::String* name) {
   return registry::EnumerateKey(key, index, kNameCapacity, name);
 }
 
-// A name that just doesn't fit gets a second chance, with room for one character more.
+// A name that just doesn't fit is asked for again, with room for one character more.
 Code ValueNameAt(const Key& key, std::uint32_t index, cvn::String* name) {
   const Code code = registry::EnumerateValue(key, index, kNameCapacity, name);
   return code == platform::kMoreData ? registry::EnumerateValue(key, index, kNameCapacity + 1, name)
