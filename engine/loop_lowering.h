@@ -30,9 +30,9 @@ LoopKind LoopKindOf(const std::string& elementName);
 // What a loop is to those who write scripts; null for None.
 const CommandDescription* DescriptionOf(LoopKind kind);
 
-// Puts generated commands and copies of the body's elements in the place of `element`, a child of
+// Puts generated commands and copies of the body's elements in the place of `loop`, a child of
 // `parent`, and gives the first of them. Null, and no change, when the loop lacks an attribute that
 // it needs.
-TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* element);
+TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* loop);
 
 }  // namespace tessel
