@@ -186,8 +186,8 @@ def _regex(pattern):
                 for part in parts), re.DOTALL)
 
 
-def _numbered(title, lines):
-    return [f'  {title}:'] + [f'    {line}' for line in lines]
+def _told(fault, lines):
+    return '\n'.join([fault, '  it has:', *(f'    {line}' for line in lines)])
 
 
 def differ(expected, actual, what):
@@ -205,7 +205,7 @@ def differ(expected, actual, what):
         if len(actual) == len(expected):
             return None
         fault = f'line {len(expected) + 1} is one too many: {actual[len(expected)]!r}'
-    return '\n'.join([f'{what}: {fault}'] + _numbered('it has', actual))
+    return _told(f'{what}: {fault}', actual)
 
 
 def lack(expected, actual, what):
@@ -214,8 +214,7 @@ def lack(expected, actual, what):
     for pattern in expected:
         regex = _regex(pattern)
         if not any(regex.fullmatch(line) for line in rest):
-            return '\n'.join([f'{what}: there is no {pattern!r} in its place'] +
-                             _numbered('it has', actual))
+            return _told(f'{what}: there is no {pattern!r} in its place', actual)
     return None
 
 

@@ -317,7 +317,7 @@ class Judge:
         if call.endswith('/err'):
             codes = list(_REFUSALS)  # what it says was lost
         expect(seen.code in [code & 0xFF for code in codes],
-                f'the exit code {seen.code} is not that of what it says: {words!r}')
+               f'the exit code {seen.code} is not that of what it says: {words!r}')
 
     @staticmethod
     def _look_at_events(seen):
@@ -348,24 +348,9 @@ class Judge:
         return sorted(path for path in {*one, *other} if one.get(path) != other.get(path))
 
 
-def _work(bench, judge, own_processes, case):
-    """One run. Returns what failed, and what is wrong with it."""
-    seen = bench.run(own_processes, *case)
-    call = seen.ended.calls[0] if seen.ended.calls else _NO_CALL
-    for host, token in seen.hosts:
-        call = call.replace(host, token)
-    try:
-        judge.look_at(seen)
-        return case, call, None
-    except Fault as fault:
-        return case, call, str(fault)
-
-
 class _Worker:
     """What a process of the pool works with."""
-    own_processes = False
-    bench = None
-    judge = None
+    bench = judge = own_processes = None
 
     @classmethod
     def begin(cls, bench, judge):
@@ -373,12 +358,21 @@ class _Worker:
         cls.own_processes = failing_calls.use_own_processes()
 
     @classmethod
-    def work(cls, case):
-        return _work(cls.bench, cls.judge, cls.own_processes, case)
-
-    @classmethod
     def good_run(cls, _):
         return cls.bench.run(cls.own_processes)
+
+    @classmethod
+    def work(cls, case):
+        """One run. Returns what failed, and what is wrong with it."""
+        seen = cls.bench.run(cls.own_processes, *case)
+        call = seen.ended.calls[0] if seen.ended.calls else _NO_CALL
+        for host, token in seen.hosts:
+            call = call.replace(host, token)
+        try:
+            cls.judge.look_at(seen)
+            return case, call, None
+        except Fault as fault:
+            return case, call, str(fault)
 
 
 def _pool(count, bench, judge=None):

@@ -1,5 +1,6 @@
 """A web server on the loopback address, for the cases that download: '@HTTP@' is its address."""
 
+import functools
 import http.server
 import threading
 
@@ -9,6 +10,7 @@ _ANSWERS = {
     '/moved': (302, {'Location': '/file'}, b''),
     '/broken': (500, {}, b'an error page\n'),
 }
+_LOCK = threading.Lock()
 
 
 class _Handler(http.server.BaseHTTPRequestHandler):
@@ -29,23 +31,14 @@ class _HttpServer(http.server.ThreadingHTTPServer):
         pass  # a client went away
 
 
-class _Server:
-    def __init__(self):
-        self.lock = threading.Lock()
-        self.address = None
-
-    def start(self):
-        server = _HttpServer(('127.0.0.1', 0), _Handler)
-        threading.Thread(target=server.serve_forever, daemon=True).start()
-        self.address = f'http://127.0.0.1:{server.server_port}'
-
-
-_server = _Server()
+@functools.lru_cache
+def _start():
+    server = _HttpServer(('127.0.0.1', 0), _Handler)
+    threading.Thread(target=server.serve_forever, daemon=True).start()
+    return f'http://127.0.0.1:{server.server_port}'
 
 
 def address():
     """The server's address; the first call starts it, and it ends with the process."""
-    with _server.lock:
-        if _server.address is None:
-            _server.start()
-        return _server.address
+    with _LOCK:
+        return _start()

@@ -242,30 +242,30 @@ def fill_in(text, folder, case):
 
 
 def lint(script, tools):
-    """What tlx lint tells of a script, as its exit code and its lines; None for one whose bytes it
+    """What tlx lint tells of a script, as its exit code and its text; None for one whose bytes it
     refuses though the runner makes something of them."""
     content = script.read_bytes()
     if b'\0' in content or '\ufffd' in content.decode('utf-8', 'replace'):
         return None
     told = subprocess.run([tools.tlx, 'lint', script], capture_output=True, text=True, check=False)
-    return told.returncode, told.stderr.splitlines()
+    return told.returncode, told.stderr
 
 
 def differ_from_lint(case, told, seen):
-    """Where a run and what lint told of its script don't agree: a list of texts. Of the scripts that
-    authors start from, there is nothing to tell."""
+    """Where a run and what lint told of its script don't agree. Of the scripts that authors start
+    from, there is nothing to tell."""
     if told is None or expectations.part_of_trace(seen.trace, 'load') is None:
-        return []
-    code, lines = told
-    is_told = any(re.search(': warning: the patch (has expired|is refused)', line) for line in lines)
+        return None
+    code, words = told
+    is_told = re.search(': warning: the patch (has expired|is refused)', words)
     if 'Patch is no longer valid.' in seen.stderr:
         agrees = is_told
     elif 'Failed to load patch.' in seen.stderr:
         agrees = code == 1
     else:
         is_model = case.name.startswith('examples/') or 'sample' in case.name
-        agrees = code == 0 and not (lines if is_model else is_told)
-    return [] if agrees else ['\n'.join(['lint does not say what the load says:', *lines])]
+        agrees = code == 0 and not (words if is_model else is_told)
+    return None if agrees else f'lint does not say what the load says:\n{words}'
 
 
 def make_patch(case, folder, tools, is_linted):
@@ -307,7 +307,7 @@ def differ_in_hive(file, key, expected, folder):
 
 
 def check(case, platform, seen, folder):
-    """What is wrong with a run: a list of texts."""
+    """What is wrong with a run: a list of texts, among which some are empty or None."""
     wanted = case.expectations
     faults = []
     if seen.exit_code != platform.expected_code(wanted.exit_code):
@@ -333,8 +333,7 @@ def check(case, platform, seen, folder):
         faults.append(expectations.differ(sorted(lines), trees.tell(folder, path), path))
     if platform.name == 'linux':
         faults += [differ_in_hive(*hive, folder) for hive in wanted.hives]
-    faults += [differ_in_file(*file, folder, case) for file in wanted.files]
-    return [fault for fault in faults if fault]
+    return faults + [differ_in_file(*file, folder, case) for file in wanted.files]
 
 
 class Session:
@@ -366,8 +365,8 @@ class Session:
             told = make_patch(case, folder, self.tools, platform.name == 'linux')
             trees.make(folder, wanted.make)
             seen = platform.observe(case, folder)
-            fault = '\n'.join(check(case, platform, seen, folder) +
-                              differ_from_lint(case, told, seen))
+            faults = [*check(case, platform, seen, folder), differ_from_lint(case, told, seen)]
+            fault = '\n'.join(filter(None, faults))
         except (Fault, spooled_events.BrokenEvent) as told:
             fault = str(told)
         except Exception:  # pylint: disable=broad-except

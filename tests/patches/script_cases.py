@@ -2,13 +2,16 @@
 
 A case begins with a line '== NAME'. Its entries are those of expectations.py, and the commands:
 
+    each: COMMAND           what a row of values stands for, with {0}, {1} and so on in it
     script:
       COMMAND [=> RESULT] [=> VARIABLE=VALUE]...
+      + TRACE
       | TRACE
+      - VALUE ; VALUE ...
 
 A command is a line of the script, or several, of which all but the last end without '>'. With its RESULT
-('success', an error, 'True' or 'False') it leaves the lines that commands.txt gives for it, and then those
-behind '|'. One without a result leaves only the latter, where there are some. Each VARIABLE is traced, and
+('success', an error, 'True' or 'False', and for 'trace' its text) it leaves the lines that commands.txt gives for it, with
+those behind '+' before its end and those behind '|' after it. One without a result leaves only the latter, where there are some. Each VARIABLE is traced, and
 has the VALUE. A case without an exit code ends with a command that exits with 0.
 
 When a case has an entry 'trace run' or 'trace some', the script is nothing but the script.
@@ -67,7 +70,9 @@ class _Trace:
         name = start[1]
         attributes = {key: xml.sax.saxutils.unescape(value, _ENTITIES)
                       for key, value in re.findall(r'(\w+)="([^"]*)"', start[2])}
-        if result or not own['|']:
+        if name == 'trace' and result is not None:
+            self.lines.append(f'Trace: {result}')
+        elif result or not own['|']:
             begin = _BEGINS[name]
             if begin:
                 self.lines += self._fill_in(begin, attributes).split('\n')
