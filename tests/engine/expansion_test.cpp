@@ -32,14 +32,11 @@ TEST_F(ExpansionTest, ReplacesReferencesAndNothingElse) {
   Set(u"nested", u"%a%");
   Set(u"[ab]", u"ordinary");
   Set(u"a[b", u"open");
+  Set(u"big[2147483648]", u"saturated");
   EXPECT_EQ(platform::environment::Set(u"TESSEL_TEST_VALUE", u"from outside"), platform::kSuccess);
   EXPECT_EQ(platform::environment::Set(u"empty", u"not looked at"), platform::kSuccess);
-  const struct {
-    const char16_t* text;
-    const char* expected;
-  } kCases[] = {
+  const std::pair<const char16_t*, const char*> kCases[] = {
       {u"", ""},
-      {u"plain", "plain"},
       {u"100%%", "100%"},
       {u"%%a%%", "%a%"},
       {u"%", "%"},
@@ -48,28 +45,25 @@ TEST_F(ExpansionTest, ReplacesReferencesAndNothingElse) {
       {u"x%a%y%a%z", "x1y1z"},
       {u"%A%", "%A%"},
       {u"%empty%", ""},
-      {u"%missing%", "%missing%"},
       {u"%missing%a%", "%missing%a%"},
       {u"%nested%", "%a%"},
       {u"%list[3]%", "three"},
       {u"%list[%i%]%", "three"},
-      {u"%list[0003]%", "three"},
       {u"%list[0000000003]%", "three"},
       {u"%list[00]%", "zero"},
       {u"%list[abc]%", "letters"},
       {u"%list[4]%", "%list[4]%"},
+      {u"%big[99999999999]%", "saturated"},
       {u"%[ab]%", "ordinary"},
       {u"%a[b%", "%a[b%"},  // the open bracket keeps the sign from closing
       {u"%a]b%", "%a]b%"},  // and so does a closed one
       {u"%a]%a[%", "%a]%a[%"},
+      {u"%x[ %a% %i%", "%x[ 1 3"},  // and doesn't spoil what follows
       {u"%tessel_test_VALUE%", "from outside"},
   };
-  for (const auto& testCase : kCases) {
-    EXPECT_EQ(Expand(testCase.text), testCase.expected) << cvn::WideToUtf8(testCase.text);
+  for (const auto& [text, expected] : kCases) {
+    EXPECT_EQ(Expand(text), expected) << cvn::WideToUtf8(text);
   }
-  bool found = false;
-  EXPECT_EQ(GetVariable(u"a[b", &variables_, &found), u"open");
-  EXPECT_TRUE(found);
 }
 
 TEST_F(ExpansionTest, DrawsANewRandomNumberForEachReference) {
@@ -98,23 +92,24 @@ TEST_F(ExpansionTest, KeepsHandlesAndArraysApart) {
   SetObject(u"doc", nullptr, ObjectType::XmlDocument, &objects_);
   Set(u"doc[1]", u"kept");
   EXPECT_EQ(Expand(u"%doc[1]%"), "kept");
-  Set(u"doc[2147483648]", u"saturated");
-  EXPECT_EQ(Expand(u"%doc[99999999999]%"), "saturated");
-}
-
-std::u16string NestedReference(int levels) {
-  std::u16string text = u"%x%";
-  for (int i = 0; i < levels; ++i) {
-    text = u"%a[" + text + u"]%";
-  }
-  return text;
 }
 
 TEST_F(ExpansionTest, BearsDeepAndUnclosedReferences) {
   Set(u"x", u"1");
   Set(u"a[1]", u"1");
-  EXPECT_EQ(Expand(NestedReference(1000)), "1");
-  EXPECT_NE(Expand(NestedReference(5000)), "1") << "too deep to be followed, and no crash";
+  const auto nested = [](int levels) {
+    std::u16string text;
+    for (int i = 0; i < levels; ++i) {
+      text += u"%a[";
+    }
+    text += u"%x%";
+    for (int i = 0; i < levels; ++i) {
+      text += u"]%";
+    }
+    return text;
+  };
+  EXPECT_EQ(Expand(nested(1000)), "1");
+  EXPECT_NE(Expand(nested(5000)), "1") << "too deep to be followed, and no crash";
   std::u16string unclosed;
   for (int i = 0; i < 200'000; ++i) {
     unclosed += u"%[";

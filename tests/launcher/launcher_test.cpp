@@ -45,23 +45,13 @@ TEST(PatchContainer, ChangesNothingWhenItFails) {
             kBadPatchBlock);
 }
 
-TEST(PatchMetaData, ReadsTheHeader) {
+TEST(PatchMetaData, ReadsTheFirstHeader) {
   PatchMetaData meta;
   meta.content =
-      u"<patch><header><property name='id' value='1'/><property name='ID' value='2'/><other/>"
-      u"<property name='tags' value='a b'/><property name='id' value='3'/><property/>"
-      u"<property name='tags' value='c'/><property name='patchType'/></header>"
-      u"<header><property name='id' value='4'/></header></patch>";
+      u"<patch><header><property name='tags' value='a b'/><other/><property/><property name='tags' "
+      u"value='c'/></header><header><property name='tags' value='d'/></header></patch>";
   ExtractPatchMetaData(&meta);
-  EXPECT_EQ(meta.id, u"3");
-  EXPECT_EQ(meta.patchType, u"");
   EXPECT_EQ(Joined(meta.tags), "a b|c|");
-  for (const char16_t* content : {u"", u"<patch", u"<!-- no root -->", u"<patch/>"}) {
-    PatchMetaData empty;
-    empty.content = content;
-    ExtractPatchMetaData(&empty);
-    EXPECT_EQ(empty.id, u"");
-  }
 }
 
 TEST(ProcessEnvironment, KeepsTheFirstPathOfAChain) {
