@@ -49,7 +49,8 @@ Machine::Machine(const std::string& folder) {
   if (!error && !std::filesystem::is_directory(root_, error) && !error) {
     error = std::make_error_code(std::errc::not_a_directory);
   }
-  state_ = CodeOf(error.value());
+  // 3 and not 2: every path on the drive lacks a folder on its way.
+  state_ = error == std::errc::no_such_file_or_directory ? kPathNotFound : CodeOf(error.value());
   if (root_ == "/") {
     root_.clear();
   }
