@@ -1,4 +1,4 @@
-#include "platform/offline/registry/key_ways.h"
+#include "platform/offline/registry/key_lookup.h"
 
 #include <algorithm>
 
@@ -20,31 +20,31 @@ std::size_t DepthOf(const KeyNode* key) {
 
 }  // namespace
 
-Way WayFrom(const KeyPtr& from, const Names& names) {
-  Way way;
+Lookup LookUp(const KeyPtr& from, const Names& names) {
+  Lookup lookup;
   if (from != nullptr) {
-    way.code = RegistrySpace::Get().Walk(from, names, &way.end, &way.count);
+    lookup.code = RegistrySpace::Get().Walk(from, names, &lookup.end, &lookup.count);
   }
-  return way;
+  return lookup;
 }
 
-Code CreateBehind(const Way& way, const Names& names, bool isVolatile, KeyPtr* created) {
+Code CreateMissing(const Lookup& lookup, const Names& names, bool isVolatile, KeyPtr* created) {
   const auto isTooLong = [](cvn::StringView name) { return name.size() > kLongestKeyName; };
-  const auto begin = names.begin() + static_cast<std::ptrdiff_t>(way.count);
-  if (RegistrySpace::Get().IsFrame(way.end) || std::any_of(begin, names.end(), isTooLong) ||
-      DepthOf(way.end.get()) + names.size() - way.count > kDeepestKey) {
+  const auto begin = names.begin() + static_cast<std::ptrdiff_t>(lookup.count);
+  if (RegistrySpace::Get().IsFrame(lookup.end) || std::any_of(begin, names.end(), isTooLong) ||
+      DepthOf(lookup.end.get()) + names.size() - lookup.count > kDeepestKey) {
     return kInvalidParameter;
   }
-  Hive& hive = *way.end->hive;
+  Hive& hive = *lookup.end->hive;
   SubKeyTable* subKeys = nullptr;
-  Code code = hive.SubKeys(*way.end, &subKeys);
+  Code code = hive.SubKeys(*lookup.end, &subKeys);
   if (code == kSuccess && subKeys->find(Folded(*begin)) != subKeys->end()) {
     return kFileNotFound;  // a link that leads nowhere
   }
-  if (code == kSuccess && way.end->isVolatile && !isVolatile) {
+  if (code == kSuccess && lookup.end->isVolatile && !isVolatile) {
     return kChildMustBeVolatile;
   }
-  *created = way.end;
+  *created = lookup.end;
   for (auto name = begin; code == kSuccess && name != names.end(); ++name) {
     code = hive.Add(**created, *name, isVolatile, created);
   }
@@ -56,9 +56,10 @@ Code DeleteBelow(const KeyPtr& from, Names names) {
   if (!names.empty()) {
     const std::u16string name = Folded(names.back());
     names.pop_back();
-    const Way way = WayFrom(from, names);
+    const Lookup lookup = LookUp(from, names);
     SubKeyTable* siblings = nullptr;
-    const Code code = way.code == kSuccess ? way.end->hive->SubKeys(*way.end, &siblings) : way.code;
+    const Code code =
+        lookup.code == kSuccess ? lookup.end->hive->SubKeys(*lookup.end, &siblings) : lookup.code;
     if (code != kSuccess) {
       return code;
     }

@@ -1,4 +1,4 @@
-// Ways along the names of a path, and what is made or deleted at their ends.
+// Looking up the names of a path, and making or deleting the keys at its end.
 #pragma once
 
 #include <cstddef>
@@ -13,26 +13,25 @@ namespace platform::posix {
 
 using Names = std::vector<cvn::StringView>;
 
-// Where one way along the names ends.
-struct Way {
+// What a path leads to: on 2, the last key that there is, and how many names lead to it.
+struct Lookup {
   Code code = kFileNotFound;
   KeyPtr end;
   std::size_t count = 0;
 };
 
-// 2 without a key to start from.
-Way WayFrom(const KeyPtr& from, const Names& names);
+// Gives 2 without a key to start from.
+Lookup LookUp(const KeyPtr& from, const Names& names);
 
-// Both ways of a merged view, or the one of another key.
-struct Ways {
-  Way first;
-  Way second;
-
+// Both lookups of a merged view, or the one of another key.
+struct Lookups {
+  Lookup first;
+  Lookup second;
   bool hasSecond = false;
 
-  Ways(const OpenedKey& from, const Names& names)
-      : first(WayFrom(from.keys.first, names)),
-        second(WayFrom(from.keys.second, names)),
+  Lookups(const OpenedKey& from, const Names& names)
+      : first(LookUp(from.keys.first, names)),
+        second(LookUp(from.keys.second, names)),
         hasSecond(from.keys.second != nullptr) {}
 
   bool IsFound() const { return first.code == kSuccess || second.code == kSuccess; }
@@ -43,8 +42,8 @@ struct Ways {
   }
 };
 
-// Makes the keys that are missing after the end of a way that ended with 2.
-Code CreateBehind(const Way& way, const Names& names, bool isVolatile, KeyPtr* created);
+// Makes the keys that are missing at the end of a lookup that gave 2.
+Code CreateMissing(const Lookup& lookup, const Names& names, bool isVolatile, KeyPtr* created);
 
 // Deletes the key itself and not what a link at the end of the path leads to.
 Code DeleteBelow(const KeyPtr& from, Names names);

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "platform/formats/names.h"
-#include "platform/offline/registry/key_ways.h"
+#include "platform/offline/registry/key_lookup.h"
 #include "platform/offline/registry/opened_key.h"
 #include "platform/offline/registry/registry_space.h"
 #include "platform/offline/registry/registry_values.h"
@@ -18,6 +18,7 @@ using posix::Folded;
 using posix::KeyNode;
 using posix::KeyPair;
 using posix::KeyPtr;
+using posix::Lookups;
 using posix::Names;
 using posix::NamesOf;
 using posix::OpenedKey;
@@ -25,7 +26,6 @@ using posix::RegistrySpace;
 using posix::SubKeyTable;
 using posix::UpToZero;
 using posix::ValueTable;
-using posix::Ways;
 
 // Windows sets no limit but that of the hive, which is 2 GiB.
 constexpr std::size_t kLargestData = std::size_t{1} << 30;
@@ -92,8 +92,9 @@ Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key*
     if (found != kSuccess) {
       return found;
     }
-    const Ways ways(*from, NamesOf(path));
-    return ways.IsFound() ? Publish(ways.Found(), from->isMerged, access, &handle) : ways.Failure();
+    const Lookups lookups(*from, NamesOf(path));
+    return lookups.IsFound() ? Publish(lookups.Found(), from->isMerged, access, &handle)
+                             : lookups.Failure();
   });
   if (code == kSuccess) {
     key->Close();
@@ -115,20 +116,20 @@ Code CreateKey(const Key& parent, cvn::StringView path, bool isVolatile, std::ui
       return found;
     }
     const Names names = NamesOf(path);
-    const Ways ways(*from, names);
-    if (ways.IsFound()) {
-      return Publish(ways.Found(), from->isMerged, access, &handle);
+    const Lookups lookups(*from, names);
+    if (lookups.IsFound()) {
+      return Publish(lookups.Found(), from->isMerged, access, &handle);
     }
-    if (ways.Failure() != kFileNotFound) {
-      return ways.Failure();
+    if (lookups.Failure() != kFileNotFound) {
+      return lookups.Failure();
     }
     // A new key of the merged view is the machine's, unless only the user has its parent.
-    const bool isUsers = !ways.hasSecond || (ways.first.code == kFileNotFound &&
-                                             ways.first.count + 1 == names.size() &&
-                                             ways.second.count + 1 < names.size());
+    const bool isUsers = !lookups.hasSecond || (lookups.first.code == kFileNotFound &&
+                                                lookups.first.count + 1 == names.size() &&
+                                                lookups.second.count + 1 < names.size());
     KeyPair made;
     KeyPtr& end = isUsers ? made.first : made.second;
-    found = CreateBehind(isUsers ? ways.first : ways.second, names, isVolatile, &end);
+    found = CreateMissing(isUsers ? lookups.first : lookups.second, names, isVolatile, &end);
     return found == kSuccess ? Publish(made, from->isMerged, access, &handle) : found;
   });
   if (code == kSuccess) {
@@ -151,7 +152,7 @@ Code DeleteKey(const Key& parent, cvn::StringView path) {
     const Names names = NamesOf(path);
     const bool isFirst =
         from->keys.first != nullptr &&
-        (from->keys.second == nullptr || WayFrom(from->keys.first, names).code == kSuccess);
+        (from->keys.second == nullptr || LookUp(from->keys.first, names).code == kSuccess);
     return DeleteBelow(isFirst ? from->keys.first : from->keys.second, names);
   });
 }
