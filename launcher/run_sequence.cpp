@@ -63,7 +63,7 @@ void OpenMachine() {
   platform::machine::Description description;
   description.product = product::InstalledIn(product::kInstallFolder);
   // A failure shows in all that follows: everything on drive C: fails with its code.
-  static_cast<void>(platform::machine::UseOrCreateDefault(description));
+  platform::IgnoreError(platform::machine::UseOrCreateDefault(description));
 }
 
 // Hardens the process and opens the trace, before anything from outside is looked at.

@@ -229,7 +229,7 @@ Code Hive::Write() {
   }
   // The new file is in its place; where the folder can't be written through, the old one may come
   // back when the power fails, and is whole, too.
-  static_cast<void>(FlushFolder(FolderOf(path_)));
+  IgnoreError(FlushFolder(FolderOf(path_)));
   loaded_ = entry;
   isNew_ = false;
   isUnwritten_ = false;
