@@ -322,12 +322,15 @@ class Judge:
     """Runs for each mutant the groups that reach it until one fails. Of all mutants the cheapest run
     is next, so that a run that is cut short has settled most."""
 
-    def __init__(self, tests, sample, save):
+    def __init__(self, tests, sample, killers, save):
         self.tests, self.sample, self.save = tests, sample, save
         self.results, self.lock, self.next = {}, threading.Lock(), []
-        self.reaching = {number: [group for group in tests.groups if number in group.usual.reached]
-                         for number in sample}
+        self.reaching = {}
         for number in sample:
+            reaching = [group for group in tests.groups if number in group.usual.reached]
+            # A stable sort: all but the one that is known stay in the order of their costs.
+            self.reaching[number] = sorted(
+                reaching, key=lambda group: group.name != killers.get(str(number)))
             self.go_on(number, 0)
 
     def go_on(self, number, at):
@@ -369,7 +372,7 @@ class Judge:
         return self.results
 
 
-def report(results):
+def report(results, killers):
     verdicts = ("killed", "survived", "not covered")
     counts = collections.Counter((result["layer"], result["verdict"])
                                  for result in results.values())
@@ -380,7 +383,9 @@ def report(results):
         print(f"{layer or 'all':24}" + "".join(f"{count:13}" for count in (*row, sum(row))))
     for number, result in sorted(results.items()):
         if result["verdict"] != "killed":
-            print("{} {path}:{line}: {operator} {nth} {verdict}: {text}".format(number, **result))
+            killer = killers.get(str(number))
+            print("{} {path}:{line}: {operator} {nth} {verdict}: {text}".format(number, **result),
+                  f"(was killed by {killer})" if killer else "")
 
 
 def main():
@@ -391,11 +396,16 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--write", type=Path)
     parser.add_argument("--sites", type=Path)
+    parser.add_argument("--known", type=Path)
     parser.add_argument("--json", type=Path)
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     options = parser.parse_args()
     if (options.sample is None) == (options.sites is None):
         parser.error("either --sample or --sites is needed")
+    killers = {}
+    if options.known:
+        known = json.loads(options.known.read_text(encoding="utf-8"))["mutants"]
+        killers = {number: result["by"] for number, result in known.items()}
     start = time.monotonic()
     work = options.work.resolve()
     work.mkdir(parents=True, exist_ok=True)
@@ -413,8 +423,8 @@ def main():
                 told = {"left_out": tests.broken, "mutants": results}
                 options.json.write_text(json.dumps(told, indent=1) + "\n", encoding="utf-8")
 
-        results = Judge(tests, sample, save).run()
-    report(results)
+        results = Judge(tests, sample, killers, save).run()
+    report(results, killers)
     print(f"{time.monotonic() - start:.0f} s")
 
 
