@@ -6,7 +6,7 @@
 #include "platform/streams.h"
 #include "support/format.h"
 #include "trace/trace.h"
-#include "trust/catalog.h"
+#include "trust/catalog_check.h"
 #include "trust/locations.h"
 #include "trust/product.h"
 

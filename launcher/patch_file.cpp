@@ -18,13 +18,10 @@ platform::Code ReadPatchFile(cvn::StringView path, std::string* bytes) {
 cvn::String PatchContentHash(std::string_view bytes) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int size = 0;
-  cvn::String text;
-  if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, EVP_sha256(), nullptr) == 1) {
-    for (const unsigned char byte : std::span(digest).first(size)) {
-      text.Append(cvn::Format(u"%02x", byte));
-    }
+  if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
+    return {};
   }
-  return text;
+  return cvn::HexText(std::as_bytes(std::span(digest).first(size)));
 }
 
 }  // namespace tessel

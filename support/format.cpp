@@ -203,4 +203,15 @@ void AppendFormat(String* out, StringView format, std::span<const FormatArgument
   }
 }
 
+String HexText(std::span<const std::byte> bytes) {
+  constexpr StringView kDigits = u"0123456789abcdef";
+  String text;
+  text.Reserve(2 * bytes.size());
+  for (const std::byte byte : bytes) {
+    text.Append(kDigits[std::to_integer<std::size_t>(byte >> 4)]);
+    text.Append(kDigits[std::to_integer<std::size_t>(byte & std::byte{0xF})]);
+  }
+  return text;
+}
+
 }  // namespace cvn

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <type_traits>
@@ -66,5 +67,8 @@ String Format(StringView format, const Args&... args) {
   AppendFormat(&out, format, std::array<FormatArgument, sizeof...(Args)>{FormatArgument(args)...});
   return out;
 }
+
+// The bytes as lower-case hexadecimal digits, two each.
+String HexText(std::span<const std::byte> bytes);
 
 }  // namespace cvn

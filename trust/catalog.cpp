@@ -6,13 +6,9 @@
 
 #include "files/path_text.h"
 #include "platform/files.h"
-#include "platform/held_file.h"
 #include "platform/paths.h"
 #include "support/format.h"
-#include "trace/trace.h"
-#include "trust/digital_signature.h"
 #include "trust/path_key.h"
-#include "trust/protected_folder.h"
 
 namespace tessel {
 namespace {
@@ -20,78 +16,11 @@ namespace {
 namespace files = platform::files;
 namespace paths = platform::paths;
 
-constexpr cvn::StringView kCatalogName = u"patch.cat";
 constexpr std::size_t kHashLength = 64;
 
 constexpr platform::Code kFunctionFailed = 1627;
 
-cvn::String HexText(const std::vector<std::byte>& bytes) {
-  constexpr cvn::StringView kDigits = u"0123456789abcdef";
-  cvn::String text;
-  text.Reserve(2 * bytes.size());
-  for (const std::byte byte : bytes) {
-    text.Append(kDigits[std::to_integer<std::size_t>(byte >> 4)]);
-    text.Append(kDigits[std::to_integer<std::size_t>(byte & std::byte{0xF})]);
-  }
-  return text;
-}
-
-// Reads the catalog while nobody can change it, so that what was signed is what is walked.
-std::int32_t LoadSignedCatalog(cvn::StringView catalog, cvn::StringView folder,
-                               cvn::List<CatalogEntry>* entries, cvn::String* reasonText) {
-  files::HeldFile held;
-  // A catalog that can't be held is judged by its path, where the backend gives one.
-  platform::IgnoreError(held.Hold(catalog));
-  if (!VerifyPublisherSignature(catalog, held.Path(), true)) {
-    *reasonText = u"invalid digital signature";
-    TraceLine(u"Can't verify digital signature of catalog file: %s", catalog);
-    return kSignatureRefused;
-  }
-  const platform::Code code = ReadCatalogEntries(entries, held.Path(), folder, PathFilter());
-  if (code != platform::kSuccess) {
-    TraceLine(u"error loading catalog file: %d", code);
-    *reasonText = u"failed to load catalog";
-    return kInvalidCatalog;
-  }
-  return kCatalogPassed;
-}
-
 }  // namespace
-
-std::int32_t CheckCatalog(cvn::StringView patchPath, cvn::StringView contentHash,
-                          cvn::String* reasonText) {
-  const cvn::String folder = GetParentFolder(patchPath);
-  TraceLine(u"Current folder %s", folder);
-  const cvn::String catalog = JoinPath(folder, kCatalogName);
-  if (!paths::Exists(catalog)) {
-    TraceLine(u"Can't find catalog file: %s", catalog);
-    *reasonText = u"catalog not found";
-    return kCatalogNotFound;
-  }
-  cvn::List<CatalogEntry> entries;
-  const std::int32_t loaded = LoadSignedCatalog(catalog, folder, &entries, reasonText);
-  if (loaded != kCatalogPassed) {
-    return loaded;
-  }
-  const platform::Code listed = CheckPatchFileInCatalog(patchPath, contentHash, entries);
-  if (listed != platform::kSuccess) {
-    TraceLine(u"error comparing current file (%s): %d", patchPath, listed);
-    *reasonText = u"file hash mismatch";
-    return kPatchFileMismatch;
-  }
-  const std::int32_t copied = CopyToProtectedFolder(entries, patchPath);
-  if (copied != kFilesCopied) {
-    CleanupProtectedFolder();
-  }
-  // Files that could not be copied don't make the patch a bad one: its script then works on those
-  // beside it.
-  if (copied == kInvolvedFileMismatch) {
-    TraceLine(u"Integrity check of the catalog files failed: %d", copied);
-    *reasonText = u"file hash mismatch";
-    return kInvolvedFileMismatch;
-  }
-  return kCatalogPassed;
-}
 
 void BindCatalogFunctions(CatalogFunctions* functions) { functions->Bind(); }
 
@@ -105,7 +34,7 @@ platform::Code CalcFileHash(const CatalogFunctions& functions, cvn::StringView p
     code = functions.Hash(&file, &digest);
   }
   if (code == platform::kSuccess) {
-    *hashText = HexText(digest);
+    *hashText = cvn::HexText(digest);
   }
   return code;
 }
@@ -123,7 +52,7 @@ platform::Code ReadCatalogEntries(cvn::List<CatalogEntry>* entries, cvn::StringV
   const cvn::String base = baseFolder.empty() ? GetExeFolder() : cvn::String(baseFolder);
   cvn::Map<cvn::String, CatalogEntry> byPath;
   for (const platform::catalogs::Member& member : members) {
-    cvn::String hash = HexText(member.digest);
+    cvn::String hash = cvn::HexText(member.digest);
     if (hash.Length() != kHashLength || !member.file) {
       continue;
     }

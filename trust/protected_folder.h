@@ -9,10 +9,10 @@
 
 namespace tessel {
 
-// Answers of the two operations, numbered as the system errors that they resemble. A file that
-// isn't what the catalog says gives kInvolvedFileMismatch.
+// Answers of the two operations, numbered as the system errors that they resemble.
 inline constexpr std::int32_t kFilesCopied = 0;
 inline constexpr std::int32_t kNoInstallFolder = 2;
+inline constexpr std::int32_t kInvolvedFileMismatch = 13;  // a file isn't what the catalog says
 inline constexpr std::int32_t kNotAllCopied = 1627;
 
 // The folder of this run; empty while there is none.

@@ -34,17 +34,6 @@ void StoreNumber(Int number, RegistryBytes* data) {
   std::memcpy(data->data(), &number, sizeof(number));
 }
 
-cvn::String HexText(std::span<const std::byte> data) {
-  constexpr cvn::StringView kDigits = u"0123456789abcdef";
-  cvn::String text;
-  text.Reserve(2 * data.size());
-  for (const std::byte byte : data) {
-    text.Append(kDigits[std::to_integer<std::size_t>(byte >> 4)]);
-    text.Append(kDigits[std::to_integer<std::size_t>(byte & std::byte{0xF})]);
-  }
-  return text;
-}
-
 std::optional<std::byte> HexDigit(char16_t c) {
   if (c >= u'0' && c <= u'9') {
     return static_cast<std::byte>(c - u'0');
@@ -122,7 +111,7 @@ Code TextOfValue(std::uint32_t type, RegistryBytes data, std::optional<cvn::Stri
       *text = JoinedStrings(characters);
       return kSuccess;
     case registry::kTypeBinary:
-      *text = HexText(std::span(data).first(size));
+      *text = cvn::HexText(std::span(data).first(size));
       return platform::kUnsupportedType;
     default:
       return platform::kUnsupportedType;

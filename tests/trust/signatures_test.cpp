@@ -14,6 +14,7 @@
 #include "tests/platform/signing.h"
 #include "trace/trace.h"
 #include "trust/catalog.h"
+#include "trust/catalog_check.h"
 #include "trust/digital_signature.h"
 #include "trust/locations.h"
 #include "trust/path_key.h"

@@ -1,0 +1,29 @@
+// The check of the catalog beside an external patch.
+#pragma once
+
+#include <cstdint>
+
+#include "support/string.h"
+#include "trust/protected_folder.h"
+
+namespace tessel {
+
+// Answers of CheckCatalog besides kInvolvedFileMismatch, numbered as the system errors that they
+// resemble.
+inline constexpr std::int32_t kCatalogPassed = 0;
+inline constexpr std::int32_t kCatalogNotFound = 2;
+inline constexpr std::int32_t kPatchFileMismatch = 323;
+inline constexpr std::int32_t kInvalidCatalog = 1006;
+inline constexpr std::int32_t kSignatureRefused = 1643;
+
+// Proves that "patch.cat" beside the patch is the publisher's, that it lists the patch file with
+// its hash, and that the other files that it lists are there with theirs. On the way those are
+// copied to the protected folder; where that can't be done, the patch passes all the same.
+//
+// `contentHash` is the SHA-256 digest, in lower-case hexadecimal digits, of the patch's bytes as
+// they were read to be run: a file that was replaced since then isn't the one that is proved.
+// `reasonText` tells why a patch was refused.
+std::int32_t CheckCatalog(cvn::StringView patchPath, cvn::StringView contentHash,
+                          cvn::String* reasonText);
+
+}  // namespace tessel
