@@ -10,10 +10,13 @@
 #include <sstream>
 
 #include "bench/bench_support.h"
-#include "launcher/patch_container.h"
+#include "launcher/patch_file.h"
+#include "platform/formats/patch_container.h"
 
 namespace tessel::bench {
 namespace {
+
+using platform::kPatchBlockSize;
 
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -52,7 +55,7 @@ void DecryptPatchFile(benchmark::State& state) {
   const std::string patch = PatchBytes();
   std::string text;
   for (auto _ : state) {
-    if (patch.empty() || DecryptPatch(std::as_bytes(std::span(patch)), &text) != kPatchDecrypted) {
+    if (patch.empty() || DecryptPatch(patch, &text) != kPatchDecrypted) {
       state.SkipWithError("the patch doesn't decrypt");
       return;
     }

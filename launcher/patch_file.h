@@ -1,6 +1,7 @@
-// Reading the patch file.
+// The patch file: reading it, its digest, and the script in it.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -18,5 +19,19 @@ platform::Code ReadPatchFile(cvn::StringView path, std::string* bytes);
 
 // The SHA-256 digest of a patch file's bytes in lower-case hexadecimal digits.
 cvn::String PatchContentHash(std::string_view bytes);
+
+// Codes of the two operations below.
+inline constexpr std::int32_t kPatchDecrypted = 0;
+inline constexpr std::int32_t kBadPatchBlock = 87;
+inline constexpr std::int32_t kBadPatch = 1627;
+
+// Reverses one RSA block with the public key in the zero-ended PEM text `keyText`, and appends what
+// it held to `plain`. kPatchDecrypted, or kBadPatchBlock on any failure.
+std::int32_t RsaPublicDecryptBlock(std::string_view block, const char* keyText, std::string* plain);
+
+// Decrypts the blocks of a patch file one after the other with the program's own key, which stands
+// in the clear only while a block is worked on. `plainText` is written on full success only.
+// kPatchDecrypted or kBadPatch.
+std::int32_t DecryptPatch(std::string_view bytes, std::string* plainText);
 
 }  // namespace tessel

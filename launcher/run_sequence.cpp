@@ -1,7 +1,6 @@
 #include "launcher/run_sequence.h"
 
 #include <optional>
-#include <span>
 #include <string>
 #include <utility>
 
@@ -9,7 +8,6 @@
 #include "files/path_text.h"
 #include "launcher/command_line.h"
 #include "launcher/gates.h"
-#include "launcher/patch_container.h"
 #include "launcher/patch_file.h"
 #include "launcher/patch_metadata.h"
 #include "launcher/process_environment.h"
@@ -203,7 +201,7 @@ std::int32_t PatchRun::ReadScript() {
     if (code != 0) {
       return code;
     }
-    if (DecryptPatch(std::as_bytes(std::span(bytes)), &plainText) != kPatchDecrypted) {
+    if (DecryptPatch(bytes, &plainText) != kPatchDecrypted) {
       TraceLine(u"Error decrypting patch content");
       return gates_.RefuseUndecryptable();
     }

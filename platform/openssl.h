@@ -2,6 +2,8 @@
 #pragma once
 
 #include <openssl/asn1.h>
+#include <openssl/bio.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
@@ -14,14 +16,19 @@ namespace platform {
 
 struct FreeOpenSsl {
   void operator()(ASN1_TIME* it) const { ASN1_STRING_free(it); }
+  void operator()(BIO* it) const { BIO_free(it); }
   void operator()(EVP_MD_CTX* it) const { EVP_MD_CTX_free(it); }
+  void operator()(EVP_PKEY* it) const { EVP_PKEY_free(it); }
   void operator()(EVP_PKEY_CTX* it) const { EVP_PKEY_CTX_free(it); }
+  void operator()(RSA* it) const;
   void operator()(X509* it) const { X509_free(it); }
   void operator()(X509_ALGOR* it) const { X509_ALGOR_free(it); }
   void operator()(X509_CRL* it) const { X509_CRL_free(it); }
   void operator()(X509_NAME* it) const { X509_NAME_free(it); }
   void operator()(X509_STORE* it) const { X509_STORE_free(it); }
   void operator()(X509_STORE_CTX* it) const { X509_STORE_CTX_free(it); }
+  // An encoding that a function i2d_... has made.
+  void operator()(unsigned char* it) const { OPENSSL_free(it); }
   // The stack alone; what is on it belongs to somebody else.
   void operator()(STACK_OF(X509) * it) const { sk_X509_free(it); }
 };

@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "launcher/command_line.h"
-#include "launcher/patch_container.h"
+#include "launcher/patch_file.h"
 #include "launcher/patch_metadata.h"
 #include "launcher/process_environment.h"
 #include "platform/environment.h"
@@ -38,11 +37,10 @@ TEST(CommandLine, KeepsWhatItWasToldInOrder) {
 
 TEST(PatchContainer, ChangesNothingWhenItFails) {
   std::string text = "kept";
-  EXPECT_EQ(DecryptPatch(std::vector<std::byte>(512, std::byte{0x5A}), &text), kBadPatch);
+  EXPECT_EQ(DecryptPatch(std::string(512, 'Z'), &text), kBadPatch);
   EXPECT_EQ(text, "kept");
-  std::vector<unsigned char> plain;
-  EXPECT_EQ(RsaPublicDecryptBlock(std::vector<std::byte>(kPatchBlockSize), "no key", &plain),
-            kBadPatchBlock);
+  std::string plain;
+  EXPECT_EQ(RsaPublicDecryptBlock(std::string(256, 0), "no key", &plain), kBadPatchBlock);
 }
 
 TEST(PatchMetaData, ReadsTheFirstHeader) {

@@ -154,7 +154,7 @@ int ListFiles(cvn::StringView folder, bool isChecked, std::vector<ListedFile>* f
 
 struct Signer {
   cvn::List<std::vector<std::byte>> certificates;  // the publisher's first
-  PkeyOwner key;
+  platform::OpenSsl<EVP_PKEY> key;
 };
 
 int CheckSigner(const Options& options, const Signer& signer) {

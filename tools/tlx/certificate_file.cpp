@@ -5,10 +5,10 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "platform/openssl.h"
 #include "platform/whole_file.h"
 #include "tools/tlx/messages.h"
 
@@ -18,18 +18,10 @@ namespace {
 constexpr std::string_view kBegin = "-----BEGIN CERTIFICATE-----";
 constexpr std::string_view kEnd = "-----END CERTIFICATE-----";
 
-struct BioDeleter {
-  void operator()(BIO* bio) const { BIO_free(bio); }
-};
-struct CertificateDeleter {
-  void operator()(X509* certificate) const { X509_free(certificate); }
-};
-
 // The DER form of a certificate in PEM form; empty when it is none.
 std::vector<std::byte> DerOf(std::string_view pem) {
-  const std::unique_ptr<BIO, BioDeleter> bio(
-      BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-  const std::unique_ptr<X509, CertificateDeleter> certificate(
+  const platform::OpenSsl<BIO> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  const platform::OpenSsl<X509> certificate(
       bio == nullptr ? nullptr : PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
   const int size = certificate == nullptr ? 0 : i2d_X509(certificate.get(), nullptr);
   std::vector<std::byte> der(static_cast<std::size_t>(std::max(size, 0)));

@@ -1,6 +1,5 @@
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include "tools/tlx/key_file.h"
-#include "platform/whole_file.h"
 
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
@@ -8,23 +7,17 @@
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
+#include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/messages.h"
 
 namespace tlx {
 
-void RsaDeleter::operator()(RSA* key) const { RSA_free(key); }
-
-void PkeyDeleter::operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-
 SecretBytes::~SecretBytes() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
 
 namespace {
 
-struct BioDeleter {
-  void operator()(BIO* bio) const { BIO_free(bio); }
-};
-using BioOwner = std::unique_ptr<BIO, BioDeleter>;
+using platform::OpenSsl;
 
 // Stands in for OpenSSL's own prompt: a build must not stop to ask for a passphrase.
 int NoteThatKeyIsLocked(char*, int, int, void* wasAsked) {
@@ -32,13 +25,13 @@ int NoteThatKeyIsLocked(char*, int, int, void* wasAsked) {
   return -1;
 }
 
-PkeyOwner ParsePem(const std::string& pem, KeyHalf half, bool* isLocked) {
-  const BioOwner bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+OpenSsl<EVP_PKEY> ParsePem(const std::string& pem, KeyHalf half, bool* isLocked) {
+  const OpenSsl<BIO> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
   if (bio == nullptr) {
     return nullptr;
   }
   const auto read = half == KeyHalf::Private ? PEM_read_bio_PrivateKey : PEM_read_bio_PUBKEY;
-  return PkeyOwner(read(bio.get(), nullptr, NoteThatKeyIsLocked, isLocked));
+  return OpenSsl<EVP_PKEY>(read(bio.get(), nullptr, NoteThatKeyIsLocked, isLocked));
 }
 
 bool TakeText(BIO* bio, std::string* text) {
@@ -52,7 +45,7 @@ bool TakeText(BIO* bio, std::string* text) {
 }
 
 // A key of any kind.
-PkeyOwner ReadAnyKey(cvn::StringView path, KeyHalf half, cvn::String* problem) {
+OpenSsl<EVP_PKEY> ReadAnyKey(cvn::StringView path, KeyHalf half, cvn::String* problem) {
   SecretBytes pem;
   const platform::Code code = platform::ReadWholeFile(path, &pem.bytes);
   if (code != platform::kSuccess) {
@@ -60,7 +53,7 @@ PkeyOwner ReadAnyKey(cvn::StringView path, KeyHalf half, cvn::String* problem) {
     return nullptr;
   }
   bool isLocked = false;
-  PkeyOwner key = ParsePem(pem.bytes, half, &isLocked);
+  OpenSsl<EVP_PKEY> key = ParsePem(pem.bytes, half, &isLocked);
   if (key == nullptr) {
     if (isLocked) {
       *problem = u"the key is locked with a passphrase; tlx takes a key without one";
@@ -74,8 +67,8 @@ PkeyOwner ReadAnyKey(cvn::StringView path, KeyHalf half, cvn::String* problem) {
 
 }  // namespace
 
-PkeyOwner ReadSigningKey(cvn::StringView path, cvn::String* problem) {
-  PkeyOwner key = ReadAnyKey(path, KeyHalf::Private, problem);
+OpenSsl<EVP_PKEY> ReadSigningKey(cvn::StringView path, cvn::String* problem) {
+  OpenSsl<EVP_PKEY> key = ReadAnyKey(path, KeyHalf::Private, problem);
   if (key != nullptr && (EVP_PKEY_get_base_id(key.get()) != EVP_PKEY_RSA ||
                          EVP_PKEY_get_bits(key.get()) < kKeyBits)) {
     *problem = cvn::Format(u"the key must be an RSA key of %d bits or more", kKeyBits);
@@ -84,12 +77,12 @@ PkeyOwner ReadSigningKey(cvn::StringView path, cvn::String* problem) {
   return key;
 }
 
-RsaKey ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
-  const PkeyOwner key = ReadAnyKey(path, half, problem);
+OpenSsl<RSA> ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
+  const OpenSsl<EVP_PKEY> key = ReadAnyKey(path, half, problem);
   if (key == nullptr) {
     return nullptr;
   }
-  RsaKey rsa;
+  OpenSsl<RSA> rsa;
   if (EVP_PKEY_get_base_id(key.get()) == EVP_PKEY_RSA) {
     rsa.reset(EVP_PKEY_get1_RSA(key.get()));
   }
@@ -105,9 +98,9 @@ RsaKey ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
 }
 
 bool MakeKeyPair(SecretBytes* privatePem, std::string* publicPem) {
-  const PkeyOwner key(EVP_RSA_gen(kKeyBits));
-  const BioOwner privateBio(BIO_new(BIO_s_mem()));
-  const BioOwner publicBio(BIO_new(BIO_s_mem()));
+  const OpenSsl<EVP_PKEY> key(EVP_RSA_gen(kKeyBits));
+  const OpenSsl<BIO> privateBio(BIO_new(BIO_s_mem()));
+  const OpenSsl<BIO> publicBio(BIO_new(BIO_s_mem()));
   return key != nullptr && privateBio != nullptr && publicBio != nullptr &&
          PEM_write_bio_PrivateKey(privateBio.get(), key.get(), nullptr, nullptr, 0, nullptr,
                                   nullptr) == 1 &&

@@ -1,10 +1,10 @@
+#include "platform/formats/patch_container.h"
 #include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
 #include "tools/tlx/key_file.h"
 #include "tools/tlx/messages.h"
-#include "tools/tlx/patch_container.h"
 #include "tools/tlx/script_check.h"
 #include "tools/tlx/script_lint.h"
 
@@ -43,12 +43,13 @@ int Pack(const Options& options) {
     WarnOfCommands(scriptPath, document);
   }
   cvn::String problem;
-  const RsaKey key = ReadKeyFile(options.Value(u"--key"), KeyHalf::Private, &problem);
+  const platform::OpenSsl<RSA> key =
+      ReadKeyFile(options.Value(u"--key"), KeyHalf::Private, &problem);
   if (key == nullptr) {
     return FailOnFile(options.Value(u"--key"), problem);
   }
   std::string patch;
-  if (!EncipherPatch(key.get(), script, &patch)) {
+  if (!platform::EncipherPatch(key.get(), script, &patch)) {
     return FailOnFile(options.Value(u"--key"),
                       u"the key does not encipher; its parts don't belong together");
   }

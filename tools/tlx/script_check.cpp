@@ -2,17 +2,18 @@
 
 #include <string_view>
 
+#include "platform/formats/patch_container.h"
 #include "platform/whole_file.h"
 #include "support/format.h"
 #include "support/numbers.h"
 #include "support/utf.h"
 #include "support/xml_nesting.h"
-#include "tools/tlx/patch_container.h"
 
 namespace tlx {
 namespace {
 
-constexpr std::size_t kLongestScript = platform::kLargestWholeFile / kBlockSize * kPieceSize;
+constexpr std::size_t kLongestScript =
+    platform::kLargestWholeFile / platform::kPatchBlockSize * platform::kPatchPieceSize;
 
 bool StartsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }
 

@@ -1,10 +1,10 @@
+#include "platform/formats/patch_container.h"
 #include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
 #include "tools/tlx/key_file.h"
 #include "tools/tlx/messages.h"
-#include "tools/tlx/patch_container.h"
 
 namespace tlx {
 namespace {
@@ -25,19 +25,20 @@ int Unpack(const Options& options) {
   if (patch.empty()) {
     return FailOnFile(patchPath, u"the file is empty");
   }
-  if (patch.size() % kBlockSize != 0) {
+  if (patch.size() % platform::kPatchBlockSize != 0) {
     return FailOnFile(
         patchPath, cvn::Format(u"no patch, or a part of one: its %u bytes are not a multiple of %u",
-                               patch.size(), kBlockSize));
+                               patch.size(), platform::kPatchBlockSize));
   }
   cvn::String problem;
-  const RsaKey key = ReadKeyFile(options.Value(u"--key"), KeyHalf::Public, &problem);
+  const platform::OpenSsl<RSA> key =
+      ReadKeyFile(options.Value(u"--key"), KeyHalf::Public, &problem);
   if (key == nullptr) {
     return FailOnFile(options.Value(u"--key"), problem);
   }
   std::string script;
   std::size_t badOffset = 0;
-  if (!DecipherPatch(key.get(), patch, &script, &badOffset)) {
+  if (!platform::DecipherPatch(key.get(), patch, &script, &badOffset)) {
     return FailOnFile(
         patchPath,
         cvn::Format(u"the block at offset %u was not made with this pair of keys", badOffset));
