@@ -33,7 +33,6 @@ constexpr OptionSpec kOptions[] = {
 };
 
 // --- The files
-// -------------------------------------------------------------------------------------
 
 int DigestFile(cvn::StringView path, ListedFile* listed) {
   platform::files::File file;
@@ -150,7 +149,6 @@ int ListFiles(cvn::StringView folder, bool isChecked, std::vector<ListedFile>* f
 }
 
 // --- The signer
-// ------------------------------------------------------------------------------------
 
 struct Signer {
   cvn::List<std::vector<std::byte>> certificates;  // the publisher's first
@@ -158,9 +156,7 @@ struct Signer {
 };
 
 int CheckSigner(const Options& options, const Signer& signer) {
-  const std::vector<std::byte>& der = signer.certificates.front();
-  const unsigned char* at = platform::AsUnsigned(der);
-  const OpenSsl<X509> certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+  const auto certificate = platform::Decoded<d2i_X509>(signer.certificates.front());
   if (certificate == nullptr || X509_check_private_key(certificate.get(), signer.key.get()) != 1) {
     return FailOnFile(
         options.Value(u"--key"),

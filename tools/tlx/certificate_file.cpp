@@ -23,13 +23,8 @@ std::vector<std::byte> DerOf(std::string_view pem) {
   const platform::OpenSsl<BIO> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
   const platform::OpenSsl<X509> certificate(
       bio == nullptr ? nullptr : PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
-  const int size = certificate == nullptr ? 0 : i2d_X509(certificate.get(), nullptr);
-  std::vector<std::byte> der(static_cast<std::size_t>(std::max(size, 0)));
-  if (!der.empty()) {
-    auto* out = reinterpret_cast<unsigned char*>(der.data());
-    i2d_X509(certificate.get(), &out);
-  }
-  return der;
+  return certificate == nullptr ? platform::Bytes()
+                                : platform::Encoded<i2d_X509>(certificate.get());
 }
 
 TextPosition LineAt(std::string_view text, std::size_t offset) {

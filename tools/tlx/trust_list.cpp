@@ -22,6 +22,9 @@ using der::Sequence;
 using der::SetOf;
 using der::Tag;
 using platform::AsUnsigned;
+using platform::Bytes;
+using platform::Decoded;
+using platform::Encoded;
 using platform::OpenSsl;
 
 constexpr char kTrustList[] = "1.3.6.1.4.1.311.10.1";
@@ -36,7 +39,6 @@ std::string Attribute(std::string_view type, std::string_view value) {
 }
 
 // --- The list
-// --------------------------------------------------------------------------------------
 
 // What stands where a link to the file could.
 std::string ObsoleteLink() {
@@ -105,12 +107,7 @@ std::string Now() {
   if (time == nullptr) {
     return {};
   }
-  unsigned char* encoded = nullptr;
-  const int size = i2d_ASN1_TIME(time.get(), &encoded);
-  std::string bytes(reinterpret_cast<char*>(encoded),
-                    size > 0 ? static_cast<std::size_t>(size) : 0);
-  OPENSSL_free(encoded);
-  return bytes;
+  return std::string(View(Encoded<i2d_ASN1_TIME>(time.get())));
 }
 
 }  // namespace
@@ -132,7 +129,6 @@ std::string BuildTrustList(std::span<const ListedFile> files) {
 }
 
 // --- The signature
-// ---------------------------------------------------------------------------------
 
 namespace {
 
@@ -175,23 +171,13 @@ std::string SignatureOver(std::string_view bytes, EVP_PKEY* key) {
 
 // The issuer and the serial number that name a certificate. Empty when it can't be read.
 std::string NameOfCertificate(std::span<const std::byte> der) {
-  const unsigned char* at = AsUnsigned(der);
-  const OpenSsl<X509> certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
-  unsigned char* issuer = nullptr;
-  unsigned char* serial = nullptr;
+  const auto certificate = Decoded<d2i_X509>(der);
   if (certificate == nullptr) {
     return {};
   }
-  const int issuerSize = i2d_X509_NAME(X509_get_issuer_name(certificate.get()), &issuer);
-  const int serialSize = i2d_ASN1_INTEGER(X509_get0_serialNumber(certificate.get()), &serial);
-  std::string name;
-  if (issuerSize > 0 && serialSize > 0) {
-    name = Sequence({{reinterpret_cast<char*>(issuer), static_cast<std::size_t>(issuerSize)},
-                     {reinterpret_cast<char*>(serial), static_cast<std::size_t>(serialSize)}});
-  }
-  OPENSSL_free(issuer);
-  OPENSSL_free(serial);
-  return name;
+  const Bytes issuer = Encoded<i2d_X509_NAME>(X509_get_issuer_name(certificate.get()));
+  const Bytes serial = Encoded<i2d_ASN1_INTEGER>(X509_get0_serialNumber(certificate.get()));
+  return issuer.empty() || serial.empty() ? std::string() : Sequence({View(issuer), View(serial)});
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ using signatures::kTrusted;
 using signatures::Timestamp;
 using signatures::TrustStatus;
 
-constexpr ObjectId kIndirectData(1, 3, 6, 1, 4, 1, 311, 2, 1, 4);
+// SPC_PE_IMAGE_DATA_OBJID, and szOID_NESTED_SIGNATURE: an unsigned attribute with more signatures.
 constexpr ObjectId kImageData(1, 3, 6, 1, 4, 1, 311, 2, 1, 15);
 constexpr ObjectId kNestedSignature(1, 3, 6, 1, 4, 1, 311, 2, 4, 1);
 constexpr std::size_t kMostSignatures = 32;
@@ -62,10 +62,10 @@ TrustStatus SignedFile::CheckForm() const {
 }
 
 void SignedFile::ReadImage() {
-  // An entry of the table: its size, a revision, a type, then the signature up to the next multiple
-  // of eight.
+  // WIN_CERTIFICATE of the PE format: the entry's size, a revision, a type, then the signature up
+  // to the next multiple of eight.
   constexpr std::size_t kHeader = 8;
-  constexpr std::uint16_t kSignedDataType = 2;
+  constexpr std::uint16_t kSignedDataType = 2;  // WIN_CERT_TYPE_PKCS_SIGNED_DATA
   constexpr std::uint64_t kLargestTable = 64 << 20;
   bytes_.resize(image_->certificates.size <= kLargestTable ? image_->certificates.size : 0);
   if (!source_.Read(image_->certificates.offset, bytes_)) {

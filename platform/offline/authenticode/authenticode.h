@@ -1,4 +1,5 @@
-// Authenticode: the signatures of PE images and catalogs.
+// Authenticode: the signatures of PE images and catalogs. The layers above see this part through
+// platform/signatures.h and platform/catalogs.h; its other headers are its own.
 //
 // Checked of each signature:
 // - it is strict DER, with exactly one signer, whose signed attributes are sorted as a SET OF;

@@ -9,12 +9,11 @@
 namespace platform::posix {
 namespace {
 
-constexpr ObjectId kTrustList(1, 3, 6, 1, 4, 1, 311, 10, 1);
-constexpr ObjectId kCatalogList(1, 3, 6, 1, 4, 1, 311, 12, 1, 1);
-constexpr ObjectId kSecondForm(1, 3, 6, 1, 4, 1, 311, 12, 1, 3);
-constexpr ObjectId kNameValue(1, 3, 6, 1, 4, 1, 311, 12, 2, 1);
-constexpr ObjectId kIndirectData(1, 3, 6, 1, 4, 1, 311, 2, 1, 4);
-constexpr Code kInvalidData = 13;
+constexpr ObjectId kTrustList(1, 3, 6, 1, 4, 1, 311, 10, 1);       // szOID_CTL
+constexpr ObjectId kCatalogList(1, 3, 6, 1, 4, 1, 311, 12, 1, 1);  // szOID_CATALOG_LIST
+constexpr ObjectId kSecondForm(1, 3, 6, 1, 4, 1, 311, 12, 1, 3);   // szOID_CATALOG_LIST_MEMBER2
+constexpr ObjectId kNameValue(1, 3, 6, 1, 4, 1, 311, 12, 2, 1);    // CAT_NAMEVALUE_OBJID
+constexpr Code kInvalidData = 13;                                  // ERROR_INVALID_DATA
 
 struct TrustList {
   bool isCatalog = false;

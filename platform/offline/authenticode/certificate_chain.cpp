@@ -14,6 +14,7 @@ namespace {
 
 using namespace signatures;  // NOLINT(google-build-using-namespace): its statuses
 
+// Extended key usages: of RFC 5280, 4.2.1.12, and Microsoft's szOID_KP_LIFETIME_SIGNING.
 constexpr ObjectId kCodeSigning(1, 3, 6, 1, 5, 5, 7, 3, 3);
 constexpr ObjectId kTimestamping(1, 3, 6, 1, 5, 5, 7, 3, 8);
 constexpr ObjectId kAnyUsage(2, 5, 29, 37, 0);

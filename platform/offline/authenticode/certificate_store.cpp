@@ -12,12 +12,13 @@ namespace {
 using registry::Key;
 using View = std::span<const std::byte>;
 
-constexpr std::uint32_t kUsageProperty = 9;
-constexpr std::uint32_t kCertificateProperty = 32;
-constexpr std::uint32_t kRevocationListProperty = 33;
-constexpr std::uint32_t kDisallowedSinceProperty = 104;
+// Identifiers of a certificate context's properties, as wincrypt.h numbers them.
+constexpr std::uint32_t kUsageProperty = 9;              // CERT_ENHKEY_USAGE_PROP_ID
+constexpr std::uint32_t kCertificateProperty = 32;       // CERT_CERT_PROP_ID
+constexpr std::uint32_t kRevocationListProperty = 33;    // CERT_CRL_PROP_ID
+constexpr std::uint32_t kDisallowedSinceProperty = 104;  // CERT_DISALLOWED_FILETIME_PROP_ID
 
-// What Windows puts together as one store.
+// The places that Windows reads as one store.
 constexpr cvn::StringView kRootPlaces[] = {
     u"SOFTWARE\\Microsoft\\SystemCertificates\\ROOT",
     u"SOFTWARE\\Microsoft\\SystemCertificates\\AuthRoot",
@@ -59,17 +60,14 @@ void ForEach(cvn::StringView store, cvn::StringView kind, const Visit& visit) {
 }
 
 OpenSsl<X509> CertificateIn(View list) {
-  const View encoded = FindProperty(list, kCertificateProperty).value_or(View());
-  const unsigned char* at = AsUnsigned(encoded);
-  return OpenSsl<X509>(d2i_X509(nullptr, &at, static_cast<long>(encoded.size())));
+  return Decoded<d2i_X509>(FindProperty(list, kCertificateProperty).value_or(View()));
 }
 
 void ReadRevocationLists(cvn::StringView store, CertificateStore* out) {
   ForEach(store, u"\\CRLs", [out](cvn::StringView, View list) {
     const View encoded = FindProperty(list, kRevocationListProperty).value_or(View());
-    const unsigned char* at = AsUnsigned(encoded);
-    if (X509_CRL* crl = d2i_X509_CRL(nullptr, &at, static_cast<long>(encoded.size()))) {
-      out->revocationLists.emplace_back(crl);
+    if (auto read = Decoded<d2i_X509_CRL>(encoded)) {
+      out->revocationLists.push_back(std::move(read));
     }
   });
 }
@@ -114,7 +112,7 @@ CertificateStore ReadMachineStore() {
   for (const cvn::StringView place : kRootPlaces) {
     ForEach(place, u"\\Certificates", [&store](cvn::StringView, View list) {
       auto certificate = CertificateIn(list);
-      // A root with a date of distrust is on its way out, and none any more here.
+      // A root with a date of distrust counts as distrusted, whatever the date.
       if (certificate && !FindProperty(list, kDisallowedSinceProperty)) {
         const View usages = FindProperty(list, kUsageProperty).value_or(View());
         store.roots.push_back({std::move(certificate), {usages.begin(), usages.end()}});

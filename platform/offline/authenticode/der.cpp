@@ -37,6 +37,7 @@ std::optional<Header> ReadHeader(Der bytes) {
       header.length = header.length << 8 | std::to_integer<std::size_t>(byte);
     }
     header.size += count;
+    // Only the shortest form counts (X.690, 10.1).
     if (header.length < kLongLength || header.length >> (8 * (count - 1)) == 0) {
       return std::nullopt;
     }

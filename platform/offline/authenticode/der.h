@@ -1,4 +1,4 @@
-// Reading of DER, the encoding that signatures, certificates' names and catalogs have.
+// Reading of DER (X.690), the encoding that signatures, certificates' names and catalogs have.
 //
 // Nothing is copied, and nothing is taken that DER does not allow: lengths are definite and as
 // short as can be, and no element reaches beyond the one around it. Tag numbers above 30 do not
@@ -67,7 +67,8 @@ std::optional<std::uint64_t> SequenceSize(Der beginning);
 // DER allows. More than 64 levels are refused.
 bool IsDer(Der bytes);
 
-// Whether the elements stand in the order that DER has for a SET OF: that of their encodings.
+// Whether the elements stand in the order that DER has for a SET OF: that of their encodings
+// (X.690, 11.6).
 bool IsSorted(Der elements);
 
 bool AreEqual(Der left, Der right);

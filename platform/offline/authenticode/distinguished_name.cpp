@@ -6,6 +6,7 @@
 #include <array>
 #include <string_view>
 
+#include "platform/openssl.h"
 #include "support/format.h"
 #include "support/utf.h"
 
@@ -15,7 +16,7 @@ namespace {
 constexpr Code kNameUnparseable = 8350;  // ERROR_DS_NAME_UNPARSEABLE
 constexpr cvn::StringView kSpace = u" \t\r\n";
 
-// The keys of X.500 that Microsoft documents.
+// The keys that CertNameToStrW documents for CERT_X500_NAME_STR.
 constexpr struct {
   int attribute;
   cvn::StringView key;
@@ -75,13 +76,11 @@ bool IsText(const ASN1_STRING* value) {
 cvn::String TextOf(const ASN1_STRING* value) {
   unsigned char* utf8 = nullptr;
   const int size = IsText(value) ? ASN1_STRING_to_UTF8(&utf8, value) : -1;
-  cvn::String text;
   if (size >= 0) {
-    text = cvn::Utf8ToWide({reinterpret_cast<char*>(utf8), static_cast<std::size_t>(size)});
-    OPENSSL_free(utf8);
-    return text;
+    const OpenSsl<unsigned char> owner(utf8);
+    return cvn::Utf8ToWide({reinterpret_cast<char*>(utf8), static_cast<std::size_t>(size)});
   }
-  text.Append(u'#');
+  cvn::String text = u"#";
   for (int i = 0; i < ASN1_STRING_length(value); ++i) {
     text.Append(cvn::Format(u"%02X", ASN1_STRING_get0_data(value)[i]));
   }
@@ -162,15 +161,14 @@ cvn::String SimpleDisplayName(X509* certificate) {
     }
   }
   cvn::String name;
-  auto* alternatives = static_cast<GENERAL_NAMES*>(
-      X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr));
-  for (int i = 0; name.Empty() && i < sk_GENERAL_NAME_num(alternatives); ++i) {
-    const GENERAL_NAME* alternative = sk_GENERAL_NAME_value(alternatives, i);
+  const OpenSsl<GENERAL_NAMES> alternatives(static_cast<GENERAL_NAMES*>(
+      X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)));
+  for (int i = 0; name.Empty() && i < sk_GENERAL_NAME_num(alternatives.get()); ++i) {
+    const GENERAL_NAME* alternative = sk_GENERAL_NAME_value(alternatives.get(), i);
     if (alternative->type == GEN_EMAIL) {
       name = TextOf(alternative->d.rfc822Name);
     }
   }
-  GENERAL_NAMES_free(alternatives);
   if (name.Empty() && X509_NAME_entry_count(subject) > 0) {
     name = TextOf(X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, 0)));
   }

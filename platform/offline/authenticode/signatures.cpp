@@ -21,20 +21,6 @@ Code OpenFile(cvn::StringView path, files::File* file) {
                      files::Disposition::OpenExisting, file);
 }
 
-std::vector<std::byte> SerialOf(const X509* certificate) {
-  const ASN1_INTEGER* serial = X509_get0_serialNumber(certificate);
-  unsigned char* encoded = nullptr;
-  const int size = i2d_ASN1_INTEGER(serial, &encoded);
-  std::vector<std::byte> bytes;
-  if (size > 0) {
-    posix::DerReader reader(std::as_bytes(std::span(encoded, static_cast<std::size_t>(size))));
-    const posix::Der value = reader.Take(posix::DerTag::Integer).value;
-    bytes.assign(value.rbegin(), value.rend());
-  }
-  OPENSSL_free(encoded);
-  return bytes;
-}
-
 }  // namespace
 
 struct Verifier::State {
@@ -81,7 +67,9 @@ bool Verifier::SignerCertificate(Certificate* certificate) const {
   const X509* signer = state_->verdict->signer.get();
   certificate->issuer = posix::X500Text(X509_get_issuer_name(signer));
   certificate->subject = posix::X500Text(X509_get_subject_name(signer));
-  certificate->serial = SerialOf(signer);
+  // The interface has the lowest byte first, as Windows has.
+  certificate->serial = posix::SerialOf(signer);
+  std::ranges::reverse(certificate->serial);
   return true;
 }
 

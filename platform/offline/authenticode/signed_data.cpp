@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "platform/file_digest.h"
 
@@ -16,15 +17,11 @@ using signatures::kBadDigest;
 using signatures::kTrusted;
 using signatures::TrustStatus;
 
+// id-signedData, id-contentType and id-messageDigest of RFC 5652, 5.1, 11.1 and 11.2.
 constexpr ObjectId kSignedData(1, 2, 840, 113549, 1, 7, 2);
 constexpr ObjectId kContentType(1, 2, 840, 113549, 1, 9, 3);
 constexpr ObjectId kMessageDigest(1, 2, 840, 113549, 1, 9, 4);
 constexpr std::size_t kMostCertificates = 256;
-
-OpenSsl<X509_ALGOR> ReadAlgorithm(Der whole) {
-  const unsigned char* at = AsUnsigned(whole);
-  return OpenSsl<X509_ALGOR>(d2i_X509_ALGOR(nullptr, &at, static_cast<long>(whole.size())));
-}
 
 int NumberOf(const X509_ALGOR& algorithm) {
   const ASN1_OBJECT* object = nullptr;
@@ -35,7 +32,7 @@ int NumberOf(const X509_ALGOR& algorithm) {
 // Whether a signature by this algorithm is one of the key, over a digest by `digest`. The algorithm
 // may be named together with the digest, or be the key's alone.
 bool Fits(Der signatureAlgorithm, const EVP_MD* digest, const EVP_PKEY* key) {
-  const auto algorithm = ReadAlgorithm(signatureAlgorithm);
+  const auto algorithm = Decoded<d2i_X509_ALGOR>(signatureAlgorithm);
   if (!algorithm) {
     return false;
   }
@@ -73,20 +70,11 @@ bool IsSigner(X509* certificate, const SignerInfo& signer) {
                                             static_cast<std::size_t>(ASN1_STRING_length(id)))),
                     signer.keyId);
   }
-  unsigned char* encoded = nullptr;
-  const int size = i2d_ASN1_INTEGER(X509_get0_serialNumber(certificate), &encoded);
-  if (size <= 0) {
+  const Bytes serial = SerialOf(certificate);
+  if (serial.empty() || !AreEqual(serial, signer.serial)) {
     return false;
   }
-  DerReader serial(std::as_bytes(std::span(encoded, static_cast<std::size_t>(size))));
-  const bool same = AreEqual(serial.Take(DerTag::Integer).value, signer.serial);
-  OPENSSL_free(encoded);
-  if (!same) {
-    return false;
-  }
-  const unsigned char* at = AsUnsigned(signer.issuer);
-  const OpenSsl<X509_NAME> issuer(
-      d2i_X509_NAME(nullptr, &at, static_cast<long>(signer.issuer.size())));
+  const auto issuer = Decoded<d2i_X509_NAME>(signer.issuer);
   return issuer && X509_NAME_cmp(issuer.get(), X509_get_issuer_name(certificate)) == 0;
 }
 
@@ -104,6 +92,7 @@ std::optional<SignerInfo> ParseSignerInfo(Der bytes) {
   DerReader reader(outer.Take(DerTag::Sequence).value);
   SignerInfo signer;
   reader.Take(DerTag::Integer);
+  // The issuer and serial number, or [0] and the key's identifier.
   const DerElement who = reader.Take();
   if (who.tag != DerTag::Sequence && who.tag != DerTag::Context0Primitive) {
     return std::nullopt;
@@ -184,7 +173,7 @@ Der FindAttribute(Der attributes, const ObjectId& type) {
 }
 
 const EVP_MD* DigestNamed(Der algorithm) {
-  const auto named = ReadAlgorithm(algorithm);
+  const auto named = Decoded<d2i_X509_ALGOR>(algorithm);
   switch (named ? NumberOf(*named) : NID_undef) {
     case NID_sha1:
       return EVP_sha1();
@@ -203,10 +192,8 @@ std::vector<OpenSsl<X509>> ReadCertificates(const SignedData& data) {
   std::vector<OpenSsl<X509>> certificates;
   for (DerReader reader(data.certificates);
        !reader.AtEnd() && certificates.size() < kMostCertificates;) {
-    const Der whole = reader.Take().whole;
-    const unsigned char* at = AsUnsigned(whole);
-    if (X509* certificate = d2i_X509(nullptr, &at, static_cast<long>(whole.size()))) {
-      certificates.emplace_back(certificate);
+    if (auto certificate = Decoded<d2i_X509>(reader.Take().whole)) {
+      certificates.push_back(std::move(certificate));
     }
   }
   return certificates;
@@ -216,13 +203,17 @@ std::vector<OpenSsl<X509_CRL>> ReadRevocationLists(const SignedData& data) {
   std::vector<OpenSsl<X509_CRL>> lists;
   for (DerReader reader(data.revocationLists);
        !reader.AtEnd() && lists.size() < kMostCertificates;) {
-    const Der whole = reader.Take().whole;
-    const unsigned char* at = AsUnsigned(whole);
-    if (X509_CRL* list = d2i_X509_CRL(nullptr, &at, static_cast<long>(whole.size()))) {
-      lists.emplace_back(list);
+    if (auto list = Decoded<d2i_X509_CRL>(reader.Take().whole)) {
+      lists.push_back(std::move(list));
     }
   }
   return lists;
+}
+
+Bytes SerialOf(const X509* certificate) {
+  const Bytes encoded = Encoded<i2d_ASN1_INTEGER>(X509_get0_serialNumber(certificate));
+  const Der value = DerReader(encoded).Take(DerTag::Integer).value;
+  return {value.begin(), value.end()};
 }
 
 X509* FindSigner(std::span<const OpenSsl<X509>> certificates, const SignerInfo& signer) {
@@ -250,7 +241,8 @@ TrustStatus CheckSignature(const SignerInfo& signer, X509* certificate) {
   if (algorithm == nullptr || key == nullptr || !Fits(signer.signatureAlgorithm, algorithm, key)) {
     return kBadCertificateSignature;
   }
-  // Inside the signer's record the attributes have a tag of their own; what is signed has a SET's.
+  // In the signer's record the attributes are tagged [0]; what is signed has a SET's tag (RFC 5652,
+  // 5.4).
   Bytes attributes(signer.signedAttributes.whole.begin(), signer.signedAttributes.whole.end());
   attributes.front() = static_cast<std::byte>(DerTag::Set);
   const OpenSsl<EVP_MD_CTX> context(EVP_MD_CTX_new());

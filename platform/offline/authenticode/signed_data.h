@@ -1,5 +1,5 @@
-// Signed data as PKCS #7 and CMS define it: some content, certificates, and a signature over both
-// the content's digest and attributes.
+// Signed data as PKCS #7 (RFC 2315) and CMS (RFC 5652) define it: some content, certificates, and a
+// signature over both the content's digest and attributes.
 //
 // What is read must be strict DER. A signer has signed attributes, and these are sorted as DER
 // demands of a SET OF, for the signature is made over that form.
@@ -43,6 +43,9 @@ struct SignedData {
 std::optional<SignedData> ParseSignedData(Der bytes);
 std::optional<SignerInfo> ParseSignerInfo(Der bytes);
 
+// SPC_INDIRECT_DATA_OBJID: content that says what was digested, and its digest.
+inline constexpr ObjectId kIndirectData(1, 3, 6, 1, 4, 1, 311, 2, 1, 4);
+
 // What a signature says of a file: what kind of thing it is, and its digest.
 struct IndirectData {
   Der type;
@@ -63,6 +66,9 @@ const EVP_MD* DigestNamed(Der algorithm);
 // Those certificates of signed data that can be read.
 std::vector<OpenSsl<X509>> ReadCertificates(const SignedData& data);
 std::vector<OpenSsl<X509_CRL>> ReadRevocationLists(const SignedData& data);
+
+// The bytes of the certificate's serial number, the highest first.
+Bytes SerialOf(const X509* certificate);
 
 // The signer's own certificate; null when it isn't there.
 X509* FindSigner(std::span<const OpenSsl<X509>> certificates, const SignerInfo& signer);

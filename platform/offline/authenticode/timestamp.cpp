@@ -8,10 +8,10 @@ namespace {
 using signatures::kTrusted;
 using signatures::Timestamp;
 
-constexpr ObjectId kToken(1, 3, 6, 1, 4, 1, 311, 3, 3, 1);
-constexpr ObjectId kTokenInfo(1, 2, 840, 113549, 1, 9, 16, 1, 4);
-constexpr ObjectId kCounterSignature(1, 2, 840, 113549, 1, 9, 6);
-constexpr ObjectId kSigningTime(1, 2, 840, 113549, 1, 9, 5);
+constexpr ObjectId kToken(1, 3, 6, 1, 4, 1, 311, 3, 3, 1);         // szOID_RFC3161_counterSign
+constexpr ObjectId kTokenInfo(1, 2, 840, 113549, 1, 9, 16, 1, 4);  // RFC 3161, 2.4.2: TSTInfo
+constexpr ObjectId kCounterSignature(1, 2, 840, 113549, 1, 9, 6);  // RFC 5652, 11.4
+constexpr ObjectId kSigningTime(1, 2, 840, 113549, 1, 9, 5);       // RFC 5652, 11.3
 
 // Who made a timestamp, and with what.
 struct Maker {
