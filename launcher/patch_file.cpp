@@ -1,4 +1,4 @@
-// The key is an RSA key by the format of the patch file.
+// The format of the patch file has RSA keys, and this kind of object is deprecated.
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include "launcher/patch_file.h"
 

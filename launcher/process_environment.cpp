@@ -11,7 +11,7 @@ namespace {
 constexpr cvn::StringView kOldPath = u"CVN_AMS_OLD_PATH";
 constexpr cvn::StringView kPath = u"PATH";
 
-// A program path of this length was cut by the classic limit, and must not be searched.
+// A program path of this length was cut at MAX_PATH, and must not be searched.
 constexpr std::size_t kCutPath = 260;
 
 constexpr cvn::StringView kPrivileges[] = {

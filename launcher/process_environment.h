@@ -1,4 +1,4 @@
-// What the process pins down before it does anything else.
+// What the process sets up before it does anything else.
 #pragma once
 
 namespace tessel {

@@ -72,7 +72,7 @@ void PrepareProcess() {
   platform::streams::SetTextModes();
   EnablePrivileges();
   const cvn::String path = MakeTraceFilePath();
-  // Nobody hears this one, since no trace is open; it stands here as before every opening.
+  // Goes nowhere, since no trace is open yet; every opening is announced like this.
   TraceLine(u"set trace file: %s\n", path);
   OpenTraceFile(path);
 }
@@ -93,8 +93,8 @@ void FlushRegistry() {
   }
 }
 
-// One run, whose steps hand on what they found. Each step gives 0, or the exit code that ends the
-// run.
+// One run. Its steps leave their results in members. Each step gives 0, or the exit code that ends
+// the run.
 class PatchRun {
  public:
   std::int32_t Run(const cvn::List<cvn::String>& arguments);
@@ -128,7 +128,7 @@ std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
     engine_->Reset();
     engine_.reset();
   }
-  // What is left of a refusal is what its gate has tried to remove already.
+  // After a refusal there is nothing to remove: the gate has tried that already.
   if (passedGates_) {
     CleanupProtectedFolder();
   }

@@ -5,8 +5,7 @@
 #include <array>
 #include <exception>
 
-// The form of the files is that of the library's oldest writer, which it keeps beside its newer
-// ones.
+// The library's oldest writer gives the form that the product's reader of events knows.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace tessel {

@@ -40,7 +40,7 @@ cvn::String MakeEventName() {
   if (status != platform::kUuidCreated && status != platform::kUuidLocalOnly) {
     return {};
   }
-  std::uint64_t last = 0;  // the bytes as a number of this kind of machine, the first one lowest
+  std::uint64_t last = 0;  // the bytes as a little-endian number
   for (std::size_t i = 0; i < uuid.data4.size(); ++i) {
     last |= std::uint64_t{uuid.data4[i]} << (8 * i);
   }
@@ -65,7 +65,7 @@ std::int32_t WriteText(cvn::StringView path, const std::string& text) {
   return 0;
 }
 
-// Stamps the file with the present and brings it to the disk.
+// Sets the write time to now and flushes the file to the disk.
 std::int32_t Settle(cvn::StringView path) {
   files::File file;
   platform::Code code = files::Open(path, files::Access::Write, files::Share::Read,

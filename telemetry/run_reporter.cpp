@@ -17,8 +17,8 @@ namespace {
 constexpr std::int32_t kNoReceiver = 87;  // ERROR_INVALID_PARAMETER
 constexpr const char* kIssue = "Tessel.RunPatchFailed";
 
-// The date of a moment, in the form 2026-11-12: the universal one, so that the same patch has the
-// same date on every machine. Empty for a moment that no calendar of the platform's reaches.
+// The date of a moment, in the form 2026-11-12 and in UTC, so that the same patch has the same date
+// on every machine. Empty for a moment beyond the range of the platform's calendar.
 std::string DateOf(std::int64_t seconds) {
   constexpr std::int64_t kLastSecond = 32'535'215'999;  // of the year 3000, as the runtimes count
   if (seconds < 0 || seconds > kLastSecond) {

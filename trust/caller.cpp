@@ -64,7 +64,7 @@ using ProcessUtils::ProcessTool;
 constexpr cvn::StringView kSystemSid = u"S-1-5-18";
 constexpr cvn::StringView kUnknown = u"<n/a>";
 
-// The starters of everything, which tell nothing about who started a run.
+// Every process descends from these, so they tell nothing about who started a run.
 bool EndsChain(cvn::StringView name) {
   return name.empty() || cvn::EqualNoCase(name, u"explorer.exe") ||
          cvn::EqualNoCase(name, u"services.exe");
@@ -113,7 +113,7 @@ cvn::List<ParentProcess> CollectParentProcesses() {
   cvn::List<ParentProcess> parents;
   std::set<std::uint32_t> seen = {process::CurrentId()};
   std::uint32_t id = ProcessTool::GetParentPid(0);
-  // Numbers of ended processes are given again, so that a chain of them can lead back to itself.
+  // Process numbers are used again, so the chain of parents can lead back to itself.
   while (id != 0 && seen.insert(id).second) {
     cvn::String path;
     if (ProcessTool::GetPathFromPid(id, &path) != platform::kSuccess) {

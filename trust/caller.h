@@ -1,4 +1,4 @@
-// Who started the program, and whether an update patch may be run for him.
+// Who started the program, and whether an update patch may be run for them.
 #pragma once
 
 #include <cstdint>

@@ -11,7 +11,7 @@ struct InstanceGuard {
   platform::InstanceEvent handle;  // held for as long as the patch runs
 };
 
-// Takes hold of the guard's mark. False when another instance held it already, and the guard does
+// Opens the guard's event. False when another instance held it already, and the guard does
 // too from now on; true otherwise, also when that can't be found out.
 bool IsInstanceFirst(InstanceGuard* guard);
 

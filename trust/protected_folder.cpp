@@ -28,8 +28,7 @@ constexpr cvn::StringView kSeparators = u"\\/";
 // What lies outside the base has no path below it.
 constexpr platform::Code kNoRelativePath = platform::kBadPathName;
 
-// Both begin with the base folder of one patch, so the names behind that are what tells them apart.
-// Nothing when they lead out of it again.
+// What `path` has behind `base`, with "." and ".." worked in; nothing when it lies outside.
 std::optional<cvn::String> RelativePath(cvn::StringView path, cvn::StringView base) {
   if (!path.starts_with(base)) {
     return std::nullopt;

@@ -25,8 +25,8 @@ Function As(libraries::Address address) {
   return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
 }
 
-// The digest that `call(&size, buffer)` writes, asked for its size first. Of that first call's
-// outcome `isSizeTold(result)` thinks.
+// The digest that `call(&size, buffer)` writes. The first call asks for the size only, and
+// `isSizeTold(result)` says whether it got that.
 template <typename Call, typename Judge>
 Code ReadDigest(Call call, Judge isSizeTold, std::vector<std::byte>* digest) {
   windows::LastErrorKeeper lastError;
@@ -43,7 +43,6 @@ Code ReadDigest(Call call, Judge isSizeTold, std::vector<std::byte>* digest) {
 bool IsBufferTooSmall() { return ::GetLastError() == ERROR_INSUFFICIENT_BUFFER; }
 
 // --- The system's catalogs
-// -------------------------------------------------------------------------
 
 cvn::StringView PathOf(const CATALOG_INFO& info) {
   return windows::ViewOf(info.wszCatalogFile, ::wcsnlen(info.wszCatalogFile, MAX_PATH));
@@ -96,7 +95,6 @@ bool VerifiesInCatalog(cvn::StringView catalog, cvn::StringView path, HANDLE fil
 }
 
 // --- Members
-// ---------------------------------------------------------------------------------------
 
 std::optional<cvn::String> FileAttribute(const WintrustFunctions& wintrust, HANDLE catalog,
                                          CRYPTCATMEMBER* member) {

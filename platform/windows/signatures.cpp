@@ -14,7 +14,7 @@ constexpr DWORD kEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 constexpr DWORD kVerifySpecific = 1;     // WSS_VERIFY_SPECIFIC
 constexpr DWORD kGetSecondaryCount = 2;  // WSS_GET_SECONDARY_SIG_COUNT
 
-// What CertNameToStrW and its like give, which count the zero at the end and never fail.
+// The text of CertNameToStrW and similar functions, which count the closing zero and never fail.
 template <typename Call>
 cvn::String TextOf(Call call) {
   std::vector<wchar_t> buffer(call(nullptr, 0));
@@ -31,7 +31,6 @@ cvn::String NameText(CERT_NAME_BLOB* name) {
 }  // namespace
 
 // --- Verifier
-// --------------------------------------------------------------------------------------
 
 struct Verifier::State {
   State(cvn::StringView filePath, const files::File& file) : path(windows::PathForCall(filePath)) {
@@ -72,7 +71,7 @@ TrustStatus Verifier::Verify(std::uint32_t index, bool online) {
   state_->settings.dwIndex = index;
   state_->data.base.dwStateAction = WTD_STATEACTION_VERIFY;
   state_->data.base.dwProvFlags = online ? 0 : WTD_CACHE_ONLY_URL_RETRIEVAL;
-  // The window that stands for nobody being there, once the network may be used.
+  // INVALID_HANDLE_VALUE says that there is no interactive user (WinVerifyTrust's documentation).
   HWND window = online ? static_cast<HWND>(INVALID_HANDLE_VALUE) : nullptr;
   return windows::VerifyTrust(window, &state_->data);
 }
@@ -120,7 +119,6 @@ Timestamp Verifier::SigningTime(std::uint64_t* time) const {
 }
 
 // --- Without a chain of trust
-// ----------------------------------------------------------------------
 
 TrustStatus VerifyDigestOnly(cvn::StringView path) {
   const cvn::PathString text = windows::PathForCall(path);
@@ -198,7 +196,6 @@ cvn::String SignerName(cvn::StringView path) {
 }
 
 // --- Distinguished names
-// ---------------------------------------------------------------------------
 
 RdnReader::RdnReader() {
   windows::LastErrorKeeper lastError;

@@ -66,8 +66,8 @@ void SetTextModes() {
   SetMode(stderr, _O_U8TEXT);
 }
 
-// Past the runtime, whose UTF-8 mode converts a long text in pieces and loses each surrogate pair
-// that two pieces share. Nothing else writes to its streams, so that no order is upset.
+// Bypasses the runtime, whose UTF-8 mode converts a long text in pieces and loses a surrogate pair
+// that falls on their border. Nothing else writes to its streams, so the order holds.
 void WriteLine(Output stream, cvn::StringView text) {
   windows::LastErrorKeeper lastError;
   cvn::String line = WithCarriageReturns(text);

@@ -3,8 +3,8 @@
 namespace platform::windows {
 namespace {
 
-// CreateDirectoryW stops 12 characters before the others do, for a name of 8.3 form must fit behind
-// it.
+// CreateDirectoryW stops 12 characters before the others do: a name of 8.3 form must fit behind its
+// path.
 constexpr std::size_t kClassicLimit = MAX_PATH - 12;
 
 constexpr cvn::StringView kPrefix = u"\\\\?\\";

@@ -1,9 +1,9 @@
-// Between the texts of this system and those of Windows: the only place that includes <windows.h>
-// and that knows wchar_t.
+// Converts between the texts of this system and those of Windows: the only place that includes
+// <windows.h> and casts to wchar_t.
 #pragma once
 
 #include <windows.h>
-// Operations of ours have these names.
+// Macros that would rename operations of ours.
 #undef CreateDirectory
 #undef RemoveDirectory
 

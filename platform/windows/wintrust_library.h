@@ -1,5 +1,5 @@
-// Wintrust.dll, bound at run time: the program starts without it, and where a platform's has not
-// all that is needed, whatever asks for a signature is told that there is nobody to judge it.
+// Wintrust.dll, bound at run time: the program starts without it. Where it is missing, or lacks a
+// function, every verification gives TRUST_E_PROVIDER_UNKNOWN.
 #pragma once
 
 // clang-format off

@@ -27,7 +27,7 @@ using platform::Decoded;
 using platform::Encoded;
 using platform::OpenSsl;
 
-constexpr char kTrustList[] = "1.3.6.1.4.1.311.10.1";
+constexpr char kTrustList[] = "1.3.6.1.4.1.311.10.1";  // szOID_CTL
 constexpr char kSha256[] = "2.16.840.1.101.3.4.2.1";
 
 std::string_view View(std::span<const std::byte> bytes) {
@@ -40,7 +40,7 @@ std::string Attribute(std::string_view type, std::string_view value) {
 
 // --- The list
 
-// What stands where a link to the file could.
+// The placeholder of SpcLink in Microsoft's published description of Authenticode.
 std::string ObsoleteLink() {
   return Element(Tag::Context2, BmpText(Tag::Primitive0, u"<<<Obsolete>>>"));
 }
@@ -57,7 +57,7 @@ std::string IndirectData(const ListedFile& file) {
   return Attribute("1.3.6.1.4.1.311.2.1.4", Sequence({what, digest}));
 }
 
-// The kind of file, by the identifier of the provider that knows it.
+// CAT_MEMBERINFO: the kind of file, by the identifier of its subject interface package.
 std::string MemberInfo(const ListedFile& file) {
   constexpr std::uint32_t kVersion = 0x200;
   constexpr cvn::StringView kImage = u"{C689AAB8-8E78-11D0-8C47-00C04FC295EE}";
@@ -67,7 +67,7 @@ std::string MemberInfo(const ListedFile& file) {
       Sequence({BmpText(Tag::BmpString, file.isImage ? kImage : kFlat), Integer(kVersion)}));
 }
 
-// A reader counts the characters by the value's size, so a zero at the end would be one of them.
+// CAT_NAMEVALUE. Readers take the value's size for its length, so no closing zero is written.
 std::string FileName(const ListedFile& file) {
   constexpr std::uint32_t kSignedText = 0x10010001;  // authenticated; name and value are text
   return Attribute("1.3.6.1.4.1.311.12.2.1",
@@ -101,7 +101,7 @@ std::string Subject(const ListedFile& file, const cvn::String& tag) {
                    SetOf(Tag::Set, {IndirectData(file), MemberInfo(file), FileName(file)})});
 }
 
-// Now, in the form that its year asks for.
+// Now, as UTCTime up to 2049 and GeneralizedTime from then on.
 std::string Now() {
   const OpenSsl<ASN1_TIME> time(ASN1_TIME_set(nullptr, std::time(nullptr)));
   if (time == nullptr) {
@@ -145,9 +145,9 @@ std::vector<std::string> SignedAttributes(std::string_view list) {
   return {Attribute("1.2.840.113549.1.9.3", ObjectId(kTrustList)),
           Attribute("1.2.840.113549.1.9.4",
                     Element(Tag::OctetString, View(std::as_bytes(std::span(digest))))),
-          // A program's name and address could stand here.
+          // SPC_SP_OPUS_INFO: the program's name and address, neither of which is given.
           Attribute("1.3.6.1.4.1.311.2.1.12", Sequence({})),
-          // What publishers of every size are called.
+          // SPC_STATEMENT_TYPE: an individual publisher, which signing tools write for all.
           Attribute("1.3.6.1.4.1.311.2.1.11", Sequence({ObjectId("1.3.6.1.4.1.311.2.1.21")}))};
 }
 
