@@ -7,17 +7,24 @@ import threading
 # Path to status, headers beside the length, and body.
 _ANSWERS = {
     '/file': (200, {}, b'content\n'),
+    '/a%20b': (200, {}, b'content\n'),
+    '/%c3%a4': (200, {}, b'content\n'),
     '/moved': (302, {'Location': '/file'}, b''),
+    '/loop': (302, {'Location': '/loop'}, b''),
+    '/to-a-file': (302, {'Location': 'file:///C:/Windows/win.ini'}, b''),
+    '/secret': (401, {}, b'an error page\n'),
     '/broken': (500, {}, b'an error page\n'),
+    '/short': (200, {'Content-Length': '100'}, b'half of it'),
 }
 _LOCK = threading.Lock()
 
 
 class _Handler(http.server.BaseHTTPRequestHandler):
     def do_GET(self):
-        status, headers, body = _ANSWERS.get(self.path, (404, {}, b'an error page\n'))
+        path = self.path.replace('%C3%A4', '%c3%a4')
+        status, headers, body = _ANSWERS.get(path, (404, {}, b'an error page\n'))
         self.send_response(status)
-        for name, value in {**headers, 'Content-Length': str(len(body))}.items():
+        for name, value in {'Content-Length': str(len(body)), **headers}.items():
             self.send_header(name, value)
         self.end_headers()
         self.wfile.write(body)
