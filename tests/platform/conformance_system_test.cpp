@@ -16,24 +16,16 @@ namespace {
 TEST(ErrorConformance, EachThreadHasItsOwn) {
   SetLastError(kUntouched);
   Code first = kUntouched;
-  Code second = kUntouched;
   std::thread([&] {
     first = LastError();
     SetLastError(0xFFFFFFFF);
-    second = LastError();
   }).join();
   EXPECT_EQ(first, kSuccess);
-  EXPECT_EQ(second, 0xFFFFFFFFU);
-  EXPECT_NE(LastError(), 0xFFFFFFFFU);
+  EXPECT_EQ(LastError(), kUntouched);
 }
 
 TEST(StreamsConformance, WritesLinesAsUtf8) {
-  cvn::String longText;
-  std::string longBytes;
-  for (int i = 0; i < 50'000; ++i) {
-    longText.Append(u"a\U0001F600");
-    longBytes += "a\xF0\x9F\x98\x80";
-  }
+  const cvn::String longText = Repeated(u"a\U0001F600", 50'000);
   const std::string end(kStreamLineEnd);
   for (const streams::Output stream : {streams::Output::Out, streams::Output::Error}) {
     const auto write = [&] {
@@ -44,7 +36,7 @@ TEST(StreamsConformance, WritesLinesAsUtf8) {
       EXPECT_EQ(LastError(), kUntouched);
     };
     const std::string expected =
-        end + "\xC3\xA9 \xE6\x97\xA5 \xEF\xBF\xBD." + end + "b" + end + longBytes + end;
+        end + "\xC3\xA9 \xE6\x97\xA5 \xEF\xBF\xBD." + end + "b" + end + Utf8(longText) + end;
     // What is swallowed must not turn up later.
     EXPECT_EQ(Capture(stream, Sink::Closed, write), "");
     EXPECT_EQ(Capture(stream, Sink::Failing, write), "");
@@ -68,27 +60,21 @@ TEST_F(StreamsConformanceDeathTest, TextModesChangeNoByte) {
       testing::ExitedWithCode(7), "err \xC3\xA9\xF0\x9F\x98\x80\\.");
 }
 
-TEST(ClockConformance, CountsFrom1970) {
+TEST(ClockConformance, CountsFrom1970AndGivesLocalTime) {
   // Within a day: the system's other clocks may be set meanwhile.
   const std::int64_t seconds = clock::NowTicks() / clock::kTicksPerSecond;
   EXPECT_NEAR(static_cast<double>(seconds), static_cast<double>(std::time(nullptr)), 86'400);
   const std::uint32_t before = clock::TickCount();
-  const std::uint32_t elapsed = clock::TickCount() - before;
-  EXPECT_LT(elapsed, 0x8000'0000U) << "it ran backwards";
-}
-
-TEST(ClockConformance, GivesLocalTime) {
-  for (const std::time_t moment :
-       {std::time_t{100'000}, std::time_t{951'782'400}, std::time_t{1'709'208'000},
-        std::time_t{1'721'000'059}, std::time_t{4'102'444'799}}) {
+  EXPECT_LT(clock::TickCount() - before, 0x8000'0000U) << "it ran backwards";
+  for (const std::time_t moment : {std::time_t{951'782'400}, std::time_t{1'721'000'059}}) {
     const clock::LocalTime time = clock::ToLocalTime(moment);
     const std::tm* expected = std::localtime(&moment);
-    EXPECT_EQ(time.year, expected->tm_year + 1900) << moment;
-    EXPECT_EQ(time.month, expected->tm_mon + 1) << moment;
-    EXPECT_EQ(time.day, expected->tm_mday) << moment;
-    EXPECT_EQ(time.hour, expected->tm_hour) << moment;
-    EXPECT_EQ(time.minute, expected->tm_min) << moment;
-    EXPECT_EQ(time.second, expected->tm_sec) << moment;
+    EXPECT_EQ(time.year, expected->tm_year + 1900);
+    EXPECT_EQ(time.month, expected->tm_mon + 1);
+    EXPECT_EQ(time.day, expected->tm_mday);
+    EXPECT_EQ(time.hour, expected->tm_hour);
+    EXPECT_EQ(time.minute, expected->tm_min);
+    EXPECT_EQ(time.second, expected->tm_sec);
   }
 }
 
@@ -100,16 +86,13 @@ TEST(RandomConformance, EveryBitVaries) {
     ones |= value;
     zeros |= ~value;
   }
-  EXPECT_EQ(ones, 0xFFFFFFFFU);
-  EXPECT_EQ(zeros, 0xFFFFFFFFU);
+  EXPECT_EQ(ones & zeros, 0xFFFFFFFFU);
 }
 
 TEST(ProcessConformance, EnablesThePrivilegesItHolds) {
   constexpr cvn::StringView kNames[] = {u"SeNoSuchPrivilege", u"SeShutdownPrivilege",
                                         u"SeTcbPrivilege", u"SeDebugPrivilege"};
-  SetLastError(kUntouched);
-  process::EnablePrivileges(kNames);
-  EXPECT_EQ(LastError(), kUntouched);
+  EXPECT_CODE(kSuccess, (process::EnablePrivileges(kNames), kSuccess));
   for (const cvn::StringView name : kNames) {
     EXPECT_NE(IsPrivilegeEnabled(name), std::optional(false)) << Utf8(name);
   }
@@ -120,7 +103,6 @@ TEST(VersionConformance, IsSomeWindows) {
   const std::optional<version::WindowsVersion> version = version::Get();
   ASSERT_TRUE(version);
   EXPECT_GE(version->major, 6U);
-  EXPECT_TRUE(version::IsBuildAtLeast(0));
   EXPECT_TRUE(version::IsBuildAtLeast(6000));
   EXPECT_FALSE(version::IsBuildAtLeast(0xFFFFFFFF));
   const std::uint16_t machine = version::NativeMachine().value_or(version::kMachineAmd64);

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "platform/environment.h"
+#include "platform/file_search.h"
 #include "platform/paths.h"
 #include "platform/random.h"
 #include "support/format.h"
@@ -11,13 +12,14 @@
 namespace platform::test {
 namespace {
 
-class Home : public testing::Environment {
+class Surroundings : public testing::Environment {
  public:
-  void SetUp() override { PrepareHome(); }
-  void TearDown() override { CleanHome(); }
+  void SetUp() override { PreparePlatform(); }
+  void TearDown() override { CleanPlatform(); }
 };
 
-[[maybe_unused]] const auto* const home = testing::AddGlobalTestEnvironment(new Home);
+[[maybe_unused]] const auto* const kSurroundings =
+    testing::AddGlobalTestEnvironment(new Surroundings);
 
 }  // namespace
 
@@ -32,6 +34,14 @@ cvn::String Joined(cvn::StringView left, cvn::StringView right) {
   cvn::String joined(left);
   joined.Append(right);
   return joined;
+}
+
+cvn::String Repeated(cvn::StringView text, std::size_t times) {
+  cvn::String repeated;
+  while (repeated.Length() < text.size() * times) {
+    repeated.Append(text);
+  }
+  return repeated;
 }
 
 std::optional<std::string> ContentOf(cvn::StringView path) {
@@ -72,6 +82,23 @@ files::Attributes Comparable(files::Attributes attributes) {
   return attributes & ~(files::kArchive | files::kNormal | (isFolder ? files::kReadOnly : 0));
 }
 
+std::string Found(cvn::StringView pattern) {
+  files::Search search;
+  files::SearchEntry entry;
+  Outcome step = Observe([&] { return search.First(pattern, &entry); });
+  EXPECT_EQ(step, Expected(step.code)) << Utf8(pattern);
+  if (step.code != kSuccess) {
+    return std::to_string(step.code);
+  }
+  std::string names;
+  do {
+    names += (names.empty() ? "" : ", ") + Utf8(entry.Name());
+    step = Observe([&] { return search.Next(&entry); });
+  } while (step == Expected(kSuccess));
+  EXPECT_EQ(step, Expected(kNoMoreFiles)) << Utf8(pattern);
+  return names;
+}
+
 FolderTest::FolderTest()
     : folder_(cvn::Format(u"%s\\tessel-%08x%08x", environment::Get(u"TEMP").value_or(u"C:"),
                           SecureRandom32(), SecureRandom32())) {
@@ -82,18 +109,26 @@ FolderTest::FolderTest()
 
 FolderTest::~FolderTest() { RemoveTree(folder_); }
 
+cvn::String FolderTest::Path(cvn::StringView name) const {
+  const bool isWhole = name.empty() || (name.size() > 1 && name[1] == u':');
+  return isWhole ? cvn::String(name) : Joined(Joined(folder_, u"\\"), name);
+}
+
 cvn::String FolderTest::PathOfLength(std::size_t length) const {
   constexpr cvn::StringView kPart = u"\\twenty characters..x";
-  cvn::String path = folder_;
-  while (path.Length() + 2 * kPart.size() < length) {
-    path.Append(kPart);
-  }
-  EXPECT_EQ(files::CreateDirectoryRecursive(path), kSuccess) << Utf8(path);
-  path.Append(u'\\');
-  while (path.Length() < length) {
-    path.Append(u'n');
-  }
-  return path;
+  const cvn::String way =
+      Joined(folder_, Repeated(kPart, (length - folder_.Length()) / kPart.size() - 1));
+  EXPECT_EQ(files::CreateDirectoryRecursive(way), kSuccess) << Utf8(way);
+  return Joined(Joined(way, u"\\"), Repeated(u"n", length - way.Length() - 1));
+}
+
+files::File FolderTest::Held(cvn::StringView name, files::Share share) const {
+  files::File file;
+  EXPECT_EQ(
+      files::Open(Path(name), files::Access::Read, share, files::Disposition::OpenExisting, &file),
+      kSuccess)
+      << Utf8(name);
+  return file;
 }
 
 }  // namespace platform::test

@@ -1,4 +1,5 @@
-// What the conformance suite needs of the home that it runs in, beyond the platform's own headers.
+// What the platform's tests need of the backend that they run on, beyond the platform's own
+// headers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,11 +16,11 @@
 
 namespace platform::test {
 
-// Each home has its own of these.
+// Each backend has its own of these.
 
 // Called before the platform's first use, and after its last.
-void PrepareHome();
-void CleanHome();
+void PreparePlatform();
+void CleanPlatform();
 // Removes a folder with all that it holds.
 void RemoveTree(cvn::StringView folder);
 void MakeReadOnly(cvn::StringView file);
@@ -37,7 +38,7 @@ enum class Sink { File, Pipe, Failing, Closed };
 // The bytes that reach a standard stream while `action` runs, with the stream led into `sink`.
 std::string Capture(streams::Output stream, Sink sink, const std::function<void()>& action);
 
-// Both homes share what follows.
+// All backends share what follows.
 
 // A code, and the last error after it. gtest shows both.
 struct Outcome {
@@ -58,16 +59,23 @@ Outcome Observe(Call call) {
   return {code, LastError()};
 }
 
+// Expects a code of a call, and the last error that belongs to it.
+#define EXPECT_CODE(code, ...) \
+  EXPECT_EQ(Observe([&] { return __VA_ARGS__; }), ::platform::test::Expected(code))
+
 std::string Utf8(cvn::StringView text);
 cvn::String Joined(cvn::StringView left, cvn::StringView right);
+cvn::String Repeated(cvn::StringView text, std::size_t times);
 
 // The whole file; nothing when it can't be read.
 std::optional<std::string> ContentOf(cvn::StringView path);
 void WriteContent(cvn::StringView path, std::string_view content);
 std::span<const std::byte> BytesOf(std::string_view text);
 
-// Attributes without what the home can't keep.
+// Attributes without what the backend can't keep.
 files::Attributes Comparable(files::Attributes attributes);
+// The names that a search finds, or the code of its failure.
+std::string Found(cvn::StringView pattern);
 
 // A test with a fresh folder of its own.
 class FolderTest : public testing::Test {
@@ -76,9 +84,12 @@ class FolderTest : public testing::Test {
   ~FolderTest() override;
 
   const cvn::String& Folder() const { return folder_; }
-  cvn::String Path(cvn::StringView name) const { return Joined(Joined(folder_, u"\\"), name); }
+  // A name in the folder; a path with a drive, and an empty one, stay as they are.
+  cvn::String Path(cvn::StringView name) const;
   // A path in the folder that is `length` characters long; its parents are made.
   cvn::String PathOfLength(std::size_t length) const;
+  // Keeps a file open for reading.
+  files::File Held(cvn::StringView name, files::Share share) const;
 
  private:
   cvn::String folder_;

@@ -35,8 +35,8 @@ HANDLE OpenTemporaryFile(DWORD access) {
 
 const std::string_view kStreamLineEnd = "\r\n";
 
-void PrepareHome() {}
-void CleanHome() {}
+void PreparePlatform() {}
+void CleanPlatform() {}
 
 void RemoveTree(cvn::StringView folder) {
   const cvn::String prefix = Joined(folder, u"\\");

@@ -5,7 +5,11 @@
 #include <openssl/x509v3.h>
 
 #include <algorithm>
-#include <cstring>
+
+#include "platform/registry.h"
+#include "support/format.h"
+#include "support/utf.h"
+#include "tests/platform/fixture.h"
 
 namespace platform::test {
 namespace {
@@ -316,14 +320,16 @@ std::string MakeImage(std::string_view company) {
   return image + "data behind the last section" + std::string(4, 'x');
 }
 
+std::string CoveredPart(std::string image) {
+  return image.erase(kImageSecurityEntry, 8).erase(kImageChecksum, 4);
+}
+
 std::string SignImage(const std::string& image, const Identity& signer, const Signing& how) {
-  std::string covered = image;
-  covered.erase(kImageSecurityEntry, 8);
-  covered.erase(kImageChecksum, 4);
   const std::string what =
       Sequence({Oid("1.3.6.1.4.1.311.2.1.15"),
                 Sequence({Tlv(3, std::string(1, '\0')), Tlv(0xA0, Tlv(0xA2, Tlv(0x80, "")))})});
-  return Sign(signer, kIndirectData, IndirectDataOf(what, DigestOf(covered, how.digest)), how);
+  return Sign(signer, kIndirectData, IndirectDataOf(what, DigestOf(CoveredPart(image), how.digest)),
+              how);
 }
 
 std::string WithSignatures(std::string image, const std::vector<std::string>& signatures) {
@@ -355,6 +361,19 @@ std::string MakeTrustList(const std::vector<Listed>& members) {
   return Sequence({Sequence({Oid("1.3.6.1.4.1.311.12.1.1")}), Tlv(4, "identifier"),
                    Tlv(23, "260101000000Z"), Sequence({Oid("1.3.6.1.4.1.311.12.1.2"), Tlv(5, "")}),
                    Tlv(0x30, subjects)});
+}
+
+void AddToStore(const char* place, std::uint32_t property, const std::string& encoded) {
+  constexpr cvn::StringView kStores = u"SOFTWARE\\Microsoft\\SystemCertificates\\";
+  const std::uint32_t header[] = {property, 1, static_cast<std::uint32_t>(encoded.size())};
+  const std::string blob = std::string(reinterpret_cast<const char*>(header), 12) + encoded;
+  const cvn::String path = cvn::Format(u"%s%s\\%s", kStores, cvn::Utf8ToWide(place),
+                                       cvn::Utf8ToWide(Hex(DigestOf(encoded, EVP_sha1()))));
+  registry::Key key;
+  ASSERT_EQ(registry::CreateKey(registry::Key(registry::Root::LocalMachine), path, false,
+                                registry::kSetValue, &key),
+            kSuccess);
+  ASSERT_EQ(registry::SetValue(key, u"Blob", registry::kTypeBinary, BytesOf(blob)), kSuccess);
 }
 
 }  // namespace platform::test

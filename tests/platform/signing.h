@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/string.h"
+
 namespace platform::test {
 
 struct Identity {
@@ -66,6 +68,8 @@ std::string WithNested(const std::string& signedData, const std::string& nested)
 std::string MakeImage(std::string_view company);
 inline constexpr std::size_t kImageChecksum = 0x80 + 24 + 64;
 inline constexpr std::size_t kImageSecurityEntry = 0x80 + 24 + 112 + 4 * 8;
+// What a digest covers of an image without signatures.
+std::string CoveredPart(std::string image);
 std::string SignImage(const std::string& image, const Identity& signer, const Signing& how = {});
 std::string WithSignatures(std::string image, const std::vector<std::string>& signatures);
 
@@ -76,5 +80,12 @@ struct Listed {
 };
 std::string MakeTrustList(const std::vector<Listed>& members);
 inline constexpr char kTrustListType[] = "1.3.6.1.4.1.311.10.1";
+
+// Where the system has its catalogs.
+inline constexpr cvn::StringView kSystemCatalogs =
+    u"C:\\Windows\\System32\\CatRoot\\{F750E6C3-38EE-11D1-85E5-00C04FC295EE}";
+// Puts what is encoded into the system's stores, by way of the registry: a certificate (property
+// 32) or a revocation list (33), at a place such as "ROOT\\Certificates".
+void AddToStore(const char* place, std::uint32_t property, const std::string& encoded);
 
 }  // namespace platform::test

@@ -12,7 +12,6 @@
 #include "platform/catalogs.h"
 #include "platform/signatures.h"
 #include "support/utf.h"
-#include "tests/platform/certificate_store.h"
 #include "tests/platform/fixture.h"
 #include "tests/platform/signing.h"
 #include "tests/tlx/run_tool.h"

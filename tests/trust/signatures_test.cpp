@@ -1,5 +1,5 @@
-// Catalogs and programs with real signatures, on a machine that knows one root.
-#include <filesystem>
+// Catalogs and programs with real signatures, and what is copied of a patch, on a machine that
+// knows one root and has the product's install folder.
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,7 +9,6 @@
 #include "platform/paths.h"
 #include "support/utf.h"
 #include "tests/libraries/fixture.h"
-#include "tests/platform/certificate_store.h"
 #include "tests/platform/fixture.h"
 #include "tests/platform/signing.h"
 #include "trace/trace.h"
@@ -18,16 +17,20 @@
 #include "trust/digital_signature.h"
 #include "trust/locations.h"
 #include "trust/path_key.h"
+#include "trust/protected_folder.h"
 
 namespace tessel {
 namespace {
 
 namespace files = platform::files;
+using platform::kSuccess;
+using platform::test::ContentOf;
 using platform::test::Identity;
-using platform::test::kTrustListType;
+using platform::test::Joined;
 using platform::test::Listed;
 using platform::test::MakeIdentity;
 using platform::test::Utf8;
+using platform::test::WriteContent;
 
 Identity Issue(const char* name, const char* organisation, const Identity& issuer) {
   return MakeIdentity({.name = name, .issuer = &issuer, .organisation = organisation});
@@ -49,7 +52,8 @@ const World& W() {
 }
 
 std::string Catalog(const Identity& signer, const std::vector<Listed>& members = {}) {
-  return platform::test::Sign(signer, kTrustListType, platform::test::MakeTrustList(members));
+  return platform::test::Sign(signer, platform::test::kTrustListType,
+                              platform::test::MakeTrustList(members));
 }
 
 Listed Member(cvn::StringView name, const std::string& content, const EVP_MD* algorithm) {
@@ -59,58 +63,53 @@ Listed Member(cvn::StringView name, const std::string& content, const EVP_MD* al
           {reinterpret_cast<const char*>(name.data()), name.size() * sizeof(char16_t)}};
 }
 
-// In lower-case digits, as serials are told.
-std::string SerialOf(const Identity& identity) {
-  const ASN1_INTEGER* number = X509_get0_serialNumber(identity.certificate.get());
-  cvn::String digits = cvn::Utf8ToWide(
-      platform::test::Hex({reinterpret_cast<const char*>(ASN1_STRING_get0_data(number)),
-                           static_cast<std::size_t>(ASN1_STRING_length(number))}));
-  LowerCase(&digits);
-  return Utf8(digits);
-}
-
 class Signatures : public platform::test::FolderTest {
  protected:
-  cvn::String HashOf(cvn::StringView name) const {
-    CatalogFunctions functions;
-    BindCatalogFunctions(&functions);
-    cvn::String hash;
-    EXPECT_EQ(CalcFileHash(functions, Path(name), &hash), platform::kSuccess);
-    return hash;
+  Signatures() {
+    EXPECT_EQ(files::CreateDirectoryRecursive(GetInstallPath()), kSuccess);
+    EXPECT_EQ(files::CreateDirectory(Path(u"patch")), kSuccess);
   }
 
-  // What is traced while `action` runs.
-  template <typename Action>
-  std::string Traced(Action action) const {
+  CatalogEntry Entry(cvn::StringView name) const {
+    CatalogFunctions functions;
+    BindCatalogFunctions(&functions);
+    CatalogEntry entry{Path(name), {}, {}};
+    EXPECT_EQ(CalcFileHash(functions, entry.path, &entry.hash), kSuccess);
+    LowerCase(&entry.path);
+    return entry;
+  }
+
+  // What is traced while the catalog of a patch is checked, which gives `result`.
+  std::string CheckedAs(std::int32_t result) const {
+    cvn::String reason;
+    const cvn::String patch = Path(u"patch\\fix.tlx");
     OpenTraceFile(Path(u"trace.txt"));
-    action();
+    EXPECT_EQ(CheckCatalog(patch, Entry(u"patch\\fix.tlx").hash, &reason), result);
+    EXPECT_EQ(Utf8(reason), result == kCatalogPassed ? "" : "file hash mismatch");
     CloseTraceFile();
-    return platform::test::ContentOf(Path(u"trace.txt")).value_or("no trace");
+    return ContentOf(Path(u"trace.txt")).value_or("no trace");
   }
 };
 
-TEST_F(Signatures, AnySignatureOfAFileMayBeThePublishers) {
+TEST_F(Signatures, AnyOfAFileMayBeThePublishers) {
   using platform::test::WithNested;
   const std::string own = Catalog(W().publisher);
   const std::string others = Catalog(W().another);
   const std::string impostors = Catalog(W().impostor);
-  const struct {
-    const char* what;
-    std::string file;
-    bool passes;
-  } kCases[] = {
-      {"own", own, true},
-      {"another's", others, false},
-      {"impostor's", impostors, false},
-      {"another's, own", WithNested(others, own), true},
-      {"impostor's, own", WithNested(impostors, own), true},
-      {"own, impostor's", WithNested(own, impostors), true},
-      {"another's, impostor's", WithNested(others, impostors), false},
+  const std::pair<std::string, bool> kCases[] = {
+      {own, true},
+      {others, false},
+      {impostors, false},
+      {WithNested(others, own), true},
+      {WithNested(impostors, own), true},
+      {WithNested(own, impostors), true},
+      {WithNested(others, impostors), false},
   };
   const cvn::String path = Path(u"patch.cat");
-  for (const auto& signedFile : kCases) {
-    platform::test::WriteContent(path, signedFile.file);
-    EXPECT_EQ(VerifyPublisherSignature(path, path, false), signedFile.passes) << signedFile.what;
+  for (const auto& [file, passes] : kCases) {
+    WriteContent(path, file);
+    EXPECT_EQ(VerifyPublisherSignature(path, path, false), passes)
+        << "row " << &passes - &kCases[0].second;
   }
 }
 
@@ -118,46 +117,61 @@ TEST_F(Signatures, ThePatchIsListedByItsSha256) {
   const std::string patch = "the patch";
   const Listed old = Member(u"fix.tlx", patch, EVP_sha1());
   const Listed good = Member(u"fix.tlx", patch, EVP_sha256());
-  const struct {
-    const char* what;
-    std::vector<Listed> members;
-    std::int32_t result;
-  } kCases[] = {
-      {"SHA-1", {old}, kPatchFileMismatch},
-      {"both", {old, good}, kCatalogPassed},
-      {"under another name", {Member(u"fox.tlx", patch, EVP_sha256())}, kPatchFileMismatch},
-      {"without a name", {{good.tag, good.digest, ""}}, kPatchFileMismatch},
-      {"nothing", {}, kPatchFileMismatch},
+  const std::pair<std::vector<Listed>, std::int32_t> kCases[] = {
+      {{old}, kPatchFileMismatch},
+      {{old, good}, kCatalogPassed},
+      {{Member(u"fox.tlx", patch, EVP_sha256())}, kPatchFileMismatch},
+      {{{good.tag, good.digest, ""}}, kPatchFileMismatch},
+      {{}, kPatchFileMismatch},
   };
-  platform::test::WriteContent(Path(u"fix.tlx"), patch);
-  const cvn::String contentHash = HashOf(u"fix.tlx");
-  for (const auto& listed : kCases) {
-    platform::test::WriteContent(Path(u"patch.cat"), Catalog(W().publisher, listed.members));
-    cvn::String reason;
-    EXPECT_EQ(CheckCatalog(Path(u"fix.tlx"), contentHash, &reason), listed.result) << listed.what;
-    EXPECT_EQ(Utf8(reason), listed.result == kCatalogPassed ? "" : "file hash mismatch");
+  WriteContent(Path(u"patch\\fix.tlx"), patch);
+  for (const auto& [members, result] : kCases) {
+    WriteContent(Path(u"patch\\patch.cat"), Catalog(W().publisher, members));
+    CheckedAs(result);
   }
 }
 
 TEST_F(Signatures, AFileThatACatalogFindsOutsideIsNotCopied) {
-  ASSERT_EQ(files::CreateDirectoryRecursive(GetInstallPath()), platform::kSuccess);
-  ASSERT_EQ(files::CreateDirectory(Path(u"patch")), platform::kSuccess);
-  platform::test::WriteContent(Path(u"patch\\fix.tlx"), "the patch");
-  platform::test::WriteContent(Path(u"out.txt"), "outside");
-  platform::test::WriteContent(
-      Path(u"patch\\patch.cat"),
-      Catalog(W().publisher, {Member(u"fix.tlx", "the patch", EVP_sha256()),
-                              Member(u"..\\out.txt", "outside", EVP_sha256())}));
-  const std::string trace = Traced([this] {
-    cvn::String reason;
-    EXPECT_EQ(CheckCatalog(Path(u"patch\\fix.tlx"), HashOf(u"patch\\fix.tlx"), &reason),
-              kCatalogPassed);
-  });
+  WriteContent(Path(u"patch\\fix.tlx"), "the patch");
+  WriteContent(Path(u"out.txt"), "outside");
+  WriteContent(Path(u"patch\\patch.cat"),
+               Catalog(W().publisher, {Member(u"fix.tlx", "the patch", EVP_sha256()),
+                                       Member(u"..\\out.txt", "outside", EVP_sha256())}));
+  const std::string trace = CheckedAs(kCatalogPassed);
   EXPECT_NE(trace.find("Could not extract file relative path: ["), std::string::npos) << trace;
   EXPECT_NE(trace.find("Could not copy all patch files to protected folder!"), std::string::npos);
   EXPECT_EQ(trace.find("Copying file to protected folder:"), std::string::npos) << trace;
-  EXPECT_FALSE(
-      platform::paths::Exists(JoinPath(JoinPath(GetInstallPath(), u"customPatches"), u"out.txt")));
+  EXPECT_FALSE(platform::paths::Exists(JoinPath(GetInstallPath(), u"customPatches\\out.txt")));
+}
+
+TEST_F(Signatures, NothingIsWrittenOutsideTheProtectedFolder) {
+  for (const cvn::StringView name : {u"patch\\fix.tlx", u"patch\\in.txt", u"out.txt"}) {
+    WriteContent(Path(name), Utf8(name));
+  }
+  for (const cvn::StringView name :
+       {u"patch\\..\\out.txt", u"patch\\.\\..\\out.txt", u"patch\\sub\\..\\..\\out.txt",
+        u"patch\\..\\patch\\..\\out.txt"}) {
+    const cvn::List<CatalogEntry> entries = {Entry(u"patch\\fix.tlx"), Entry(u"patch\\in.txt"),
+                                             Entry(name)};
+    EXPECT_EQ(CopyToProtectedFolder(entries, Path(u"patch\\fix.tlx")), kNotAllCopied) << Utf8(name);
+    const cvn::String folder = ProtectedFolderPath();
+    EXPECT_EQ(ContentOf(JoinPath(folder, u"in.txt")), "patch\\in.txt");
+    EXPECT_FALSE(platform::paths::Exists(JoinPath(folder, u"out.txt")));
+    EXPECT_FALSE(platform::paths::Exists(JoinPath(folder, u"..\\out.txt")));
+    CleanupProtectedFolder();
+    EXPECT_FALSE(platform::paths::Exists(folder));
+    EXPECT_TRUE(ProtectedFolderPath().Empty());
+  }
+}
+
+TEST_F(Signatures, ADifferentFileIsNotLeftInTheProtectedFolder) {
+  WriteContent(Path(u"fix.tlx"), "patch");
+  WriteContent(Path(u"a.txt"), "signed");
+  const cvn::List<CatalogEntry> entries = {Entry(u"a.txt"), Entry(u"fix.tlx")};
+  WriteContent(Path(u"a.txt"), "other!");
+  EXPECT_EQ(CopyToProtectedFolder(entries, Path(u"fix.tlx")), kInvolvedFileMismatch);
+  EXPECT_FALSE(platform::paths::Exists(JoinPath(ProtectedFolderPath(), u"a.txt")));
+  CleanupProtectedFolder();
 }
 
 TEST_F(Signatures, AProgramIsSignedByItselfOrByASystemCatalog) {
@@ -170,99 +184,68 @@ TEST_F(Signatures, AProgramIsSignedByItselfOrByASystemCatalog) {
   };
   const std::string listed = platform::test::MakeImage("Listed");
   const std::string image = platform::test::MakeImage("Unlisted");
-  std::string covered = listed;
-  covered.erase(platform::test::kImageSecurityEntry, 8).erase(platform::test::kImageChecksum, 4);
-  constexpr cvn::StringView kCatalogs =
-      u"C:\\Windows\\System32\\CatRoot\\{F750E6C3-38EE-11D1-85E5-00C04FC295EE}";
-  ASSERT_EQ(files::CreateDirectoryRecursive(kCatalogs), platform::kSuccess);
-  platform::test::WriteContent(JoinPath(kCatalogs, u"a.cat"),
-                               Catalog(W().another, {Member(u"", covered, EVP_sha1())}));
-  const struct {
-    const char* what;
-    std::string content;
-    bool isSigned;
-  } kCases[] = {
-      {"unsigned", image, false},
-      {"signed", signedBy(image, W().another), true},
-      {"signed by whomever", signedBy(image, W().impostor), true},
-      {"signed, then changed", changed(signedBy(image, W().another)), false},
-      {"listed", listed, true},
-      {"listed, then changed", changed(listed), false},
-      {"text", "text", false},
+  ASSERT_EQ(files::CreateDirectoryRecursive(platform::test::kSystemCatalogs), kSuccess);
+  WriteContent(
+      JoinPath(platform::test::kSystemCatalogs, u"a.cat"),
+      Catalog(W().another, {Member(u"", platform::test::CoveredPart(listed), EVP_sha1())}));
+  const std::pair<std::string, bool> kCases[] = {
+      {image, false},
+      {signedBy(image, W().another), true},
+      {signedBy(image, W().impostor), true},
+      {changed(signedBy(image, W().another)), false},
+      {listed, true},
+      {changed(listed), false},
+      {"text", false},
   };
-  for (const auto& program : kCases) {
-    platform::test::WriteContent(Path(u"a.exe"), program.content);
-    EXPECT_EQ(IsFileSigned(Path(u"a.exe")), program.isSigned) << program.what;
+  for (const auto& [content, isSigned] : kCases) {
+    WriteContent(Path(u"a.exe"), content);
+    EXPECT_EQ(IsFileSigned(Path(u"a.exe")), isSigned) << "row " << &isSigned - &kCases[0].second;
   }
 }
 
 class SignatureLog : public test_libraries::RecordingTest {
  protected:
-  static cvn::String PathOf(const char* name) {
-    return cvn::Utf8ToWide((std::filesystem::current_path() / name).string());
-  }
-
-  // What is logged while a reader looks at the file: without the class's name, and without the
-  // times behind the ends of routines.
-  static test_libraries::Lines LinesOfReading(const char* name) {
+  // What is logged while a reader looks at a file with this content, but the beginnings and ends of
+  // routines.
+  static std::string LinesOfReading(const std::string& content) {
+    const cvn::String path = Joined(platform::paths::CurrentDirectory(), u"\\a.cat");
+    if (!content.empty()) {
+      WriteContent(path, content);
+    }
     Crypt::DigitalSignatureObjectImplementation reader;
     Recorded();
-    platform::IgnoreError(reader.GetDigitalSignature(PathOf(name), true));
-    test_libraries::Lines lines = Recorded();
-    for (std::string& line : lines) {
-      for (const std::string_view known :
-           {"program ", "Crypt::DigitalSignatureObjectImplementation::"}) {
-        for (std::size_t at = 0; (at = line.find(known)) != std::string::npos;) {
-          line.erase(at, known.size());
-        }
-      }
-      if (line.starts_with("-1 ")) {
-        line.resize(line.rfind(" ["));
-      }
+    platform::IgnoreError(reader.GetDigitalSignature(path, true));
+    std::string lines;
+    for (const std::string& line : Recorded()) {
+      const std::size_t name = line.rfind("::");
+      lines += line.starts_with("+0")
+                   ? line.substr(3, line.find(' ', 3) - 2) + line.substr(name + 2) + '\n'
+                   : "";
     }
     return lines;
   }
 };
 
 TEST_F(SignatureLog, TellsWhatTheReaderDoes) {
-  cvn::String journal = test_libraries::ProgramFolder();
-  journal.Append(u"\\journal.dll");
-  Put(u"journal.dll", journal);
-  platform::test::WriteContent(PathOf("good.cat"), Catalog(W().publisher));
-  platform::test::WriteContent(PathOf("junk.cat"), "junk");
-  EXPECT_EQ(LinesOfReading("missing.cat"),
-            (test_libraries::Lines{"+1 32 GetDigitalSignature: -> GetDigitalSignature()",
-                                   "+1 32 OpenFileHandle: -> OpenFileHandle()",
-                                   "+0 4 OpenFileHandle: Failed to open file with error 2.",
-                                   "-1 32 OpenFileHandle: <- OpenFileHandle()",
-                                   "-1 32 GetDigitalSignature: <- GetDigitalSignature()"}));
-  EXPECT_EQ(
-      LinesOfReading("junk.cat"),
-      (test_libraries::Lines{
-          "+1 32 GetDigitalSignature: -> GetDigitalSignature()",
-          "+1 32 OpenFileHandle: -> OpenFileHandle()", "-1 32 OpenFileHandle: <- OpenFileHandle()",
-          "+1 32 EnumCertificates: -> EnumCertificates()",
-          "+0 4 EnumCertificates: WinVerifyTrust failed with error 0x800B0003\\u000a",
-          "+0 16 EnumCertificates: WinVerifyTrust try again online check",
-          "+0 4 EnumCertificates: WinVerifyTrust failed online with error 0x800B0003",
-          "+0 4 EnumCertificates: Failed to get crypt provider signer. Index 0 from 0 "
-          "certificates.",
-          "-1 32 EnumCertificates: <- EnumCertificates()",
-          "-1 32 GetDigitalSignature: <- GetDigitalSignature()"}));
-  EXPECT_EQ(
-      LinesOfReading("good.cat"),
-      (test_libraries::Lines{
-          "+1 32 GetDigitalSignature: -> GetDigitalSignature()",
-          "+1 32 OpenFileHandle: -> OpenFileHandle()", "-1 32 OpenFileHandle: <- OpenFileHandle()",
-          "+1 32 EnumCertificates: -> EnumCertificates()", "+1 32 GetIssuer: -> GetIssuer()",
-          "+0 32 GetIssuer: Issuer: C=RO, O=\"Example, SRL\", CN=Root",
-          "-1 32 GetIssuer: <- GetIssuer()", "+1 32 GetSubject: -> GetSubject()",
-          "+0 32 GetSubject: Subject: C=RO, O=Corvane SRL, CN=Corvane SRL",
-          "-1 32 GetSubject: <- GetSubject()", "+1 32 GetSerial: -> GetSerial()",
-          "+0 32 GetSerial: Serial: " + SerialOf(W().publisher), "-1 32 GetSerial: <- GetSerial()",
-          "+1 32 GetTimestamp: -> GetTimestamp()", "+0 4 GetTimestamp: No counter signer found.",
-          "-1 32 GetTimestamp: <- GetTimestamp()", "-1 32 EnumCertificates: <- EnumCertificates()",
-          "-1 32 GetDigitalSignature: <- GetDigitalSignature()"}));
+  Put(u"journal.dll", Joined(test_libraries::ProgramFolder(), u"\\journal.dll"));
+  EXPECT_EQ(LinesOfReading(""), "4 OpenFileHandle: Failed to open file with error 2.\n");
+  EXPECT_EQ(LinesOfReading("junk"),
+            "4 EnumCertificates: WinVerifyTrust failed with error 0x800B0003\\u000a\n"
+            "16 EnumCertificates: WinVerifyTrust try again online check\n"
+            "4 EnumCertificates: WinVerifyTrust failed online with error 0x800B0003\n"
+            "4 EnumCertificates: Failed to get crypt provider signer. Index 0 from 0 "
+            "certificates.\n");
+  // Serials are told in lower-case digits.
+  const ASN1_INTEGER* number = X509_get0_serialNumber(W().publisher.certificate.get());
+  cvn::String serial = cvn::Utf8ToWide(
+      platform::test::Hex({reinterpret_cast<const char*>(ASN1_STRING_get0_data(number)),
+                           static_cast<std::size_t>(ASN1_STRING_length(number))}));
+  LowerCase(&serial);
+  EXPECT_EQ(LinesOfReading(Catalog(W().publisher)),
+            "32 GetIssuer: Issuer: C=RO, O=\"Example, SRL\", CN=Root\n"
+            "32 GetSubject: Subject: C=RO, O=Corvane SRL, CN=Corvane SRL\n"
+            "32 GetSerial: Serial: " +
+                Utf8(serial) + "\n4 GetTimestamp: No counter signer found.\n");
 }
 
 }  // namespace

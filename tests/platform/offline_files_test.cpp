@@ -1,0 +1,506 @@
+// Files of the offline volume: how the host keeps attributes, links and names, full disks, and what
+// becomes of a file when its writer is stopped.
+
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "platform/file_search.h"
+#include "platform/formats/names.h"
+#include "platform/formats/wildcards.h"
+#include "platform/profile.h"
+#include "tests/platform/host_folder.h"
+#include "tests/platform/private_mount.h"
+
+namespace platform::test {
+namespace {
+
+using namespace std::string_view_literals;
+using namespace steps;  // NOLINT(google-build-using-namespace): the columns of the tables
+using files::Attributes;
+using files::kArchive;
+using files::kHidden;
+using files::kMoveCopyAllowed;
+using files::kMoveReplaceExisting;
+using files::kNormal;
+using files::kReadOnly;
+using files::kSystem;
+using files::Search;
+using files::SearchEntry;
+
+constexpr const char* kDosName = "user.DOSATTRIB";
+
+class OfflineFiles : public HostFolderTest {
+ protected:
+  Attributes AttributesOf(cvn::StringView name) const {
+    Attributes attributes = 0;
+    EXPECT_EQ(files::GetAttributes(Path(name), &attributes), kSuccess) << Utf8(name);
+    return attributes;
+  }
+
+  // Runs the table as an ordinary user, to whom the test's folder has these permissions.
+  void RunAsOrdinaryUser(mode_t permissions, std::span<const Step> table) const {
+    const std::filesystem::path top = posix::Machine::Get().Root();
+    for (std::filesystem::path way = Host(); way != top.parent_path().parent_path();
+         way = way.parent_path()) {
+      ASSERT_EQ(chmod(way.c_str(), way == Host() ? permissions : 0711), 0) << way;
+    }
+    EXPECT_EQ(AsOrdinaryUser([&] {
+                Run(table);
+                return HasFailure() ? 1 : 0;
+              }),
+              0);
+  }
+};
+
+TEST(Wildcards, FollowTheRulesOfWindows) {
+  constexpr cvn::StringView kNames[] = {u".",    u"..",   u"A",     u"AB",      u"A.B",
+                                        u"A.BC", u"AB.C", u"A.B.C", u".HIDDEN", u"A.TAR.GZ"};
+  constexpr std::string_view kAll = ". .. A AB A.B A.BC AB.C A.B.C .HIDDEN A.TAR.GZ";
+  constexpr std::pair<cvn::StringView, std::string_view> kCases[] = {
+      {u"*", kAll},
+      {u"*.*", kAll},
+      {u"*.*.", kAll},
+      {u"*.*.*", kAll},
+      {u"* .", ". .. A AB"},
+      {u"*.", ". .. A AB"},
+      {u"a*.", "A AB"},
+      {u"*.c", "AB.C A.B.C"},
+      {u"*.tar.gz", "A.TAR.GZ"},
+      {u"a?", "A AB"},
+      {u"a?.?", "A AB A.B AB.C"},
+      {u"a.?", "A A.B"},
+      {u"a.*", "A A.B A.BC A.B.C A.TAR.GZ"},
+      {u"?", ". A"},
+      {u".*", ". .. .HIDDEN"},
+      {u"?.b?", "A.B A.BC"},
+      {u"*b*", "AB A.B A.BC AB.C A.B.C"},
+      {u"*a*a*", "A.TAR.GZ"},
+      {u"a**c", "A.BC AB.C A.B.C"},
+      {u"*bc", "A.BC"},
+      {u"*x", ""},
+  };
+  for (const auto& [text, expected] : kCases) {
+    posix::Pattern pattern(text);
+    std::string matching;
+    for (const cvn::StringView name : kNames) {
+      if (pattern.Matches(name)) {
+        matching += (matching.empty() ? "" : " ") + Utf8(name);
+      }
+    }
+    EXPECT_EQ(matching, expected) << Utf8(text);
+  }
+  // No pattern may take more than its length for each unit of the name.
+  posix::Pattern hard(Joined(Repeated(u"*a", 100), u"?b"));
+  EXPECT_FALSE(hard.Matches(std::u16string(255, u'A')));
+}
+
+TEST_F(OfflineFiles, ReadsEveryFormOfStoredAttributes) {
+  constexpr std::pair<std::string_view, Attributes> kCases[] = {
+      {"0x2"sv, kHidden},
+      {"0x26"sv, kHidden | kSystem | kArchive},
+      {"0x0"sv, kNormal},
+      {"0X24\0"sv, kSystem | kArchive},
+      {"0x1"sv, kNormal},  // the permission alone makes READONLY
+      // Samba, version 3 with a text, versions 4 and 5 without one.
+      {"0x22\0\0\3\0\3\0\0\0\x11\0\0\0\x22\0\0\0\0\0\0\0"sv, kHidden | kArchive},
+      {"\0\0\4\0\4\0\0\0\x11\0\0\0\x06\0\0\0\0\0\0\0\0\0\0\0"sv, kHidden | kSystem},
+      {"\0\0\5\0\5\0\0\0\x11\0\0\0\x04\0\0\0\0\0\0\0\0\0\0\0"sv, kSystem},
+      // No attributes in it, an unknown version, cut short, nonsense: as if there were none.
+      {"\0\0\5\0\5\0\0\0\x10\0\0\0\x04\0\0\0\0\0\0\0\0\0\0\0"sv, kArchive},
+      {"\0\0\7\0\7\0\0\0\x11\0\0\0\x04\0\0\0"sv, kArchive},
+      {"\0\0\5\0\5\0\0\0\x11\0\0\0\x04\0"sv, kArchive},
+      {"\0"sv, kArchive},
+      {"0x"sv, kArchive},
+      {"0x2z"sv, kArchive},
+      {"0x222222222"sv, kArchive},
+      {"hidden"sv, kArchive},
+  };
+  const std::string file = Host("file");
+  Touch(file);
+  if (setxattr(file.c_str(), kDosName, "0x2", 3, 0) != 0) {
+    GTEST_SKIP() << "the file system has no extended attributes";
+  }
+  for (const auto& [value, attributes] : kCases) {
+    ASSERT_EQ(setxattr(file.c_str(), kDosName, value.data(), value.size(), 0), 0);
+    EXPECT_EQ(AttributesOf(u"file"), attributes) << testing::PrintToString(value);
+  }
+  ASSERT_EQ(files::SetAttributes(Path(u"file"), kHidden | kReadOnly), kSuccess);
+  char text[16] = {};
+  EXPECT_EQ(getxattr(file.c_str(), kDosName, text, sizeof(text)), 3);
+  EXPECT_STREQ(text, "0x2");
+  EXPECT_EQ(std::filesystem::status(file).permissions() & std::filesystem::perms(0222),
+            std::filesystem::perms::none);
+  // What a new file has need not be stored.
+  ASSERT_EQ(files::SetAttributes(Path(u"file"), kArchive), kSuccess);
+  EXPECT_EQ(getxattr(file.c_str(), kDosName, text, sizeof(text)), -1);
+  // A file that is hidden can't be emptied as one that is not.
+  constexpr Step kSteps[] = {{Mark<kHidden>, u"file"}, {Empty, u"file", {}, kAccessDenied}};
+  Run(kSteps);
+}
+
+TEST_F(OfflineFiles, AnotherVolumeHasItsOwnRules) {
+  const PrivateMount mount(Host("mount"), "ramfs", "");  // without extended attributes
+  if (!mount.IsMounted()) {
+    GTEST_SKIP() << "file systems can't be mounted here";
+  }
+  constexpr Step kSteps[] = {
+      {Create, u"mount\\file"},
+      {Mark<kHidden | kArchive>, u"mount\\file", {}, kNotSupported},
+      {Mark<kNormal>, u"mount\\file", {}, kNotSupported},
+      {Mark<kReadOnly | kHidden>, u"mount\\file", {}, kNotSupported},
+      {Mark<kArchive>, u"mount\\file"},
+      {Mark<kReadOnly | kArchive>, u"mount\\file"},
+      {Create, u"file"},
+      {Make, u"folder"},
+      {Mark<kHidden>, u"file"},
+      {CopyNew, u"file", u"mount\\copy"},  // a copy counts for its content
+      {Move<0>, u"file", u"mount\\moved", kNotSameDevice},
+      {Move<kMoveCopyAllowed>, u"folder", u"mount\\moved", kNotSameDevice},
+      {Move<kMoveCopyAllowed>, u"file", u"mount\\moved"},
+      {Has, u"mount\\moved", u"new"},
+      {Exists, u"file", {}, kFileNotFound},
+      {Remove, u"mount", {}, kBusy},
+  };
+  Run(kSteps);
+  EXPECT_EQ(AttributesOf(u"mount\\file"), kReadOnly | kArchive);
+}
+
+TEST_F(OfflineFiles, AnNtfsVolumeKeepsItsOwnAttributes) {
+  Touch(Host("image"));
+  std::filesystem::resize_file(Host("image"), 8 << 20);
+  std::filesystem::create_directory(Host("mount"));
+  const std::string make = "mkfs.ntfs -q -F '" + Host("image") + "' > /dev/null 2>&1";
+  const std::string mount = "ntfs-3g '" + Host("image") + "' '" + Host("mount") + "' 2> /dev/null";
+  if (std::system(make.c_str()) != 0 || std::system(mount.c_str()) != 0) {
+    GTEST_SKIP() << "ntfs-3g is not installed, or may not mount";
+  }
+  for (const Attributes word : {kHidden | kReadOnly, kSystem | kArchive, kReadOnly, kNormal}) {
+    WriteContent(Path(u"mount\\file"), "content");
+    EXPECT_EQ(files::SetAttributes(Path(u"mount\\file"), word), kSuccess);
+    EXPECT_EQ(AttributesOf(u"mount\\file"), word);
+    EXPECT_LT(getxattr(Host("mount/file").c_str(), kDosName, nullptr, 0), 0);
+    const bool isReadOnly = (word & kReadOnly) != 0;
+    const Step kSteps[] = {
+        {Move<0>, u"mount\\file", u"mount\\moved"},
+        {Delete, u"mount\\moved", {}, isReadOnly ? kAccessDenied : kSuccess},
+        {Mark<kNormal>, u"mount\\moved", {}, isReadOnly ? kSuccess : kFileNotFound},
+        {Delete, u"mount\\moved", {}, isReadOnly ? kSuccess : kFileNotFound},
+    };
+    Run(kSteps);
+  }
+  umount2(Host("mount").c_str(), MNT_DETACH);
+}
+
+TEST_F(OfflineFiles, PermissionsBindAsOnWindows) {
+  constexpr Step kReadOnlySteps[] = {
+      {Create, u"file"},
+      {Mark<kReadOnly | kSystem>, u"file"},
+      {Mark<kReadOnly | kHidden>, u"file"},
+      {Write, u"file", {}, kAccessDenied},
+      {Delete, u"file", {}, kAccessDenied},
+      {Mark<kHidden>, u"file"},
+      {Delete, u"file"},
+      // A read-only folder is kept itself, and denies nothing of what is in it.
+      {Make, u"folder"},
+      {Create, u"folder\\file"},
+      {Mark<kReadOnly>, u"folder"},
+      {Create, u"folder\\new"},
+      {Make, u"folder\\sub"},
+      {CopyNew, u"folder\\file", u"folder\\copy"},
+      {Copy, u"folder\\file", u"folder\\copy"},
+      {Move<0>, u"folder\\copy", u"folder\\moved"},
+      {Move<0>, u"folder\\file", u"out"},
+      {Delete, u"folder\\moved"},
+      {Remove, u"folder\\sub"},
+      {Remove, u"folder", {}, kAccessDenied},
+      {Mark<kNormal>, u"folder"},
+      {Delete, u"folder\\new"},
+      {Delete, u"out"},
+      {Remove, u"folder"},
+  };
+  constexpr Step kForeignSteps[] = {
+      {Delete, u"root's", {}, kAccessDenied},
+      {CopyNew, u"root's", u"new", kAccessDenied},
+      {Move<0>, u"root's", u"new", kAccessDenied},
+      {Mark<kReadOnly>, u"root's", {}, kAccessDenied},
+      {Mark<kHidden>, u"root's", {}, kAccessDenied},
+      {Has, u"root's", u"x"},
+  };
+  Run(kReadOnlySteps);
+  RunAsOrdinaryUser(0777, kReadOnlySteps);
+  Touch(Host("root's"));
+  ASSERT_EQ(chmod(Host("root's").c_str(), 0644), 0);
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can be another user";
+  }
+  RunAsOrdinaryUser(0755, kForeignSteps);
+}
+
+TEST_F(OfflineFiles, LinksAreThemselvesAndLeadElsewhere) {
+  for (const auto& [target, link] :
+       {std::pair{"file", "link"}, {"nowhere", "dangling"}, {"pipe", "pipe link"}}) {
+    std::filesystem::create_symlink(target, Host(link));
+  }
+  ASSERT_EQ(mkfifo(Host("pipe").c_str(), 0600), 0);
+  Touch(Host("file"));
+  ASSERT_EQ(chmod(Host("file").c_str(), 0640), 0);
+  std::filesystem::create_hard_link(Host("file"), Host("second"));
+  EXPECT_EQ(AttributesOf(u"link"), files::kReparsePoint | kArchive);
+  EXPECT_EQ(AttributesOf(u"dangling"), files::kReparsePoint | kArchive);
+  constexpr Step kSteps[] = {
+      {Mark<kHidden>, u"link", {}, kNotSupported},
+      {Mark<kArchive>, u"link"},
+      {CopyNew, u"link", u"copy"},
+      {Create, u"other"},
+      {CopyNew, u"other", u"link", kFileExists},
+      {Copy, u"other", u"link"},
+      {Has, u"file", u"new"},
+      {Copy, u"file", u"link", kSharingViolation},
+      {Copy, u"dangling", u"none", kFileNotFound},
+      // A new version goes where a link leads, and takes the place of files only.
+      {TakePlace, u"copy", u"link"},
+      {Has, u"file", u"x"},
+      {TakePlace, u"other", u"dangling", kFileNotFound},
+      {TakePlace, u"other", u"pipe", kAccessDenied},
+      {TakePlace, u"other", u"pipe link", kAccessDenied},
+      {Replace, u"other", u"pipe", kAccessDenied},
+      {Move<kMoveReplaceExisting | kMoveCopyAllowed>, u"other", u"pipe", kAccessDenied},
+      {Has, u"other", u"new"},
+  };
+  Run(kSteps);
+  EXPECT_TRUE(std::filesystem::is_symlink(Host("link")));
+  EXPECT_TRUE(std::filesystem::is_fifo(Host("pipe")));
+  EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(Host("file")).permissions()), 0640U);
+  // Of two names of one file, a move over the other leaves one.
+  std::filesystem::create_hard_link(Host("file"), Host("third"));
+  constexpr Step kNames[] = {
+      {Move<0>, u"file", u"third", kAlreadyExists},
+      {Move<kMoveReplaceExisting>, u"file", u"third"},
+      {Exists, u"file", {}, kFileNotFound},
+      {Delete, u"link"},
+      {Has, u"third", u"x"},
+  };
+  Run(kNames);
+}
+
+TEST_F(OfflineFiles, CirclesEndWhereTheHostEndsThem) {
+  std::filesystem::create_directories(Host("a/b"));
+  std::filesystem::create_symlink("../..", Host("a/b/up"));
+  const auto find = [this](std::size_t rounds) {
+    return Found(Path(Joined(Joined(u"a", Repeated(u"\\b\\up\\a", rounds)), u"\\*")));
+  };
+  EXPECT_EQ(find(20), "., .., b");
+  EXPECT_EQ(find(100), std::to_string(kCantResolveFilename));
+  EXPECT_EQ(find(1000), std::to_string(kFilenameExceedsRange));
+}
+
+TEST_F(OfflineFiles, DrivesAndCurrentDirectoriesStay) {
+  // Drives are volumes, whatever the host makes of them.
+  const cvn::String outside = posix::ToMachinePath(posix::Machine::Get().Root() + "-outside");
+  const Step kSteps[] = {
+      {Make, u"folder"},
+      {Create, u"file"},
+      {Move<0>, u"folder", u"folder\\deep", kSharingViolation},
+      {Move<0>, u"C:\\", u"new", kAccessDenied},
+      {Remove, u"C:\\", {}, kAccessDenied},
+      {Remove, u"Z:\\", {}, kAccessDenied},
+      {Move<kMoveCopyAllowed>, u"folder", outside, kNotSameDevice},
+      {Move<0>, u"file", outside, kNotSameDevice},
+      {Move<kMoveCopyAllowed>, u"file", outside},
+      {Has, outside, u"new"},
+      {Delete, outside},
+  };
+  Run(kSteps);
+  {
+    const CurrentDirectory inside(Host("folder"));
+    EXPECT_EQ(files::RemoveDirectory(Path(u"folder")), kSharingViolation);
+  }
+  EXPECT_EQ(files::RemoveDirectory(Path(u"folder")), kSuccess);
+}
+
+TEST_F(OfflineFiles, SearchesTakeNamesAsTheHostHasThem) {
+  for (const char* name : {"b", "B", "a", "\xFF", "\xC3\xA9", "\xC3\x89", "\xF0\x9F\x98\x80",
+                           "\xEF\xBF\xBD", "dots...", "a:b"}) {
+    Touch(Host(name));
+  }
+  std::string found;
+  Search search;
+  SearchEntry entry;
+  for (Code code = search.First(Path(u"*"), &entry); code == kSuccess; code = search.Next(&entry)) {
+    std::string name;
+    posix::AppendHostText(entry.Name(), &name);
+    found += name + " ";
+    struct stat status {};
+    ASSERT_EQ(stat(Host(name).c_str(), &status), 0) << name;
+    EXPECT_EQ(entry.LastWriteTime() / 10'000'000 - 11'644'473'600,
+              static_cast<std::uint64_t>(status.st_mtime));
+  }
+  // In the order of UTF-16 units, where a surrogate comes before U+FFFD.
+  EXPECT_EQ(found, ". .. a a:b B b dots... \xC3\x89 \xC3\xA9 \xF0\x9F\x98\x80 \xFF \xEF\xBF\xBD ");
+  EXPECT_EQ(Found(Path(u"B")), "B");
+  EXPECT_EQ(Found(Path(u"b")), "b");
+  EXPECT_EQ(Found(Path(u"b*")), "B, b");
+  EXPECT_EQ(Found(Path(u"\u00C9*")), "\xC3\x89, \xC3\xA9");
+}
+
+TEST_F(OfflineFiles, ASearchOutlivesItsFolder) {
+  std::filesystem::create_directory(Host("folder"));
+  Touch(Host("folder/a"));
+  Touch(Host("folder/b"));
+  Search search;
+  SearchEntry entry;
+  ASSERT_EQ(search.First(Path(u"folder\\*"), &entry), kSuccess);
+  std::filesystem::remove_all(Host("folder"));
+  std::string names;
+  do {
+    names += Utf8(entry.Name());
+    EXPECT_EQ(entry.GetAttributes(), entry.IsDirectory() ? files::kDirectory : kArchive);
+    EXPECT_EQ(entry.LastWriteTime(), 116'444'736'000'000'000U);  // 1970
+  } while (search.Next(&entry) == kSuccess);
+  EXPECT_EQ(names, "...ab");
+}
+
+TEST_F(OfflineFiles, AFullDiskLeavesNoHalfFile) {
+  const PrivateMount mount(Host("mount"), "tmpfs", "size=256k");
+  if (!mount.IsMounted()) {
+    GTEST_SKIP() << "file systems can't be mounted here";
+  }
+  WriteContent(Path(u"large"), std::string(1 << 20, 'x'));
+  constexpr Step kSteps[] = {
+      {Create, u"mount\\old"},
+      {Copy, u"large", u"mount\\new", kDiskFull},
+      {Copy, u"large", u"mount\\old", kDiskFull},
+      {Move<kMoveCopyAllowed>, u"large", u"mount\\new", kDiskFull},
+      {Exists, u"large"},
+      {Has, u"mount\\old", u"new"},
+  };
+  Run(kSteps);
+  EXPECT_EQ(Found(Path(u"mount\\*")), "., .., old");
+}
+
+TEST_F(OfflineFiles, CopiesHolesAsHoles) {
+  const off_t size = 64 << 20;
+  Touch(Host("sparse"));
+  std::ofstream(Host("sparse"), std::ios::in | std::ios::out).seekp(8 << 20).put('m');
+  std::filesystem::resize_file(Host("sparse"), size);
+  ASSERT_EQ(files::Copy(Path(u"sparse"), Path(u"copy"), true), kSuccess);
+  struct stat status {};
+  ASSERT_EQ(stat(Host("copy").c_str(), &status), 0);
+  EXPECT_EQ(status.st_size, size);
+  EXPECT_LT(status.st_blocks * 512, 4 << 20);
+  EXPECT_TRUE(HostContentOf(Host("copy")) == HostContentOf(Host("sparse")));
+}
+
+TEST_F(OfflineFiles, ACopyOfAGrowingFileEnds) {
+  Touch(Host("log"));
+  std::atomic<bool> done = false;
+  std::thread writer([&] {
+    std::ofstream log(Host("log"), std::ios::app);
+    const std::string block(1 << 16, 'x');
+    for (int i = 0; i < 2000 && !done; ++i) {
+      log << block << std::flush;
+    }
+  });
+  for (int i = 0; i < 5; ++i) {
+    const auto before = std::filesystem::file_size(Host("log"));
+    EXPECT_EQ(files::Copy(Path(u"log"), Path(u"copy"), false), kSuccess);
+    EXPECT_GE(std::filesystem::file_size(Host("copy")), before);
+  }
+  done = true;
+  writer.join();
+  EXPECT_EQ(files::Copy(u"Z:\\dev\\zero", Path(u"copy"), false), kAccessDenied);
+}
+
+// Under its name, a file is there whole or as it was before, whenever its writer is killed.
+TEST_F(OfflineFiles, AKilledCopyLeavesNoHalfFile) {
+  const std::string older(3 << 20, 'o');
+  const std::string newer(3 << 20, 'n');
+  WriteContent(Path(u"older"), older);
+  WriteContent(Path(u"newer"), newer);
+  WriteContent(Path(u"target"), older);
+  const auto copyBoth = [this] {
+    EXPECT_EQ(files::Copy(Path(u"newer"), Path(u"target"), false), kSuccess);
+    EXPECT_EQ(files::Copy(Path(u"older"), Path(u"target"), false), kSuccess);
+  };
+  KillInTheMiddle(30, copyBoth, [&] {
+    const std::string content = HostContentOf(Host("target"));
+    ASSERT_TRUE(content == older || content == newer) << content.size() << " bytes";
+  });
+  // What the killed ones left has a name that tells.
+  for (const auto& entry : std::filesystem::directory_iterator(Host())) {
+    const std::string name = entry.path().filename();
+    const bool isLeft = name.starts_with("tessel-") && name.ends_with(".tmp");
+    EXPECT_TRUE(isLeft || name == "older" || name == "newer" || name == "target") << name;
+  }
+}
+
+TEST_F(OfflineFiles, AKilledProfileWriterLeavesNoHalfFile) {
+  const std::string start = "[a]\r\nk=" + std::string(1'000'000, 'x') + "\r\n[last]\r\nk=";
+  const cvn::String path = Path(u"settings.ini");
+  std::ofstream(Host("settings.ini")) << start << "first\r\n";
+  const auto writeBoth = [&path] {
+    EXPECT_EQ(profile::WriteString(u"last", u"k", u"other", path), kSuccess);
+    EXPECT_EQ(profile::WriteString(u"last", u"k", u"first", path), kSuccess);
+  };
+  KillInTheMiddle(30, writeBoth, [&] {
+    const std::string content = HostContentOf(Host("settings.ini"));
+    ASSERT_TRUE(content == start + "first\r\n" || content == start + "other\r\n")
+        << content.size() << " bytes";
+  });
+}
+
+TEST_F(OfflineFiles, AProfileKeepsWhatTheFileHasBesideItsContent) {
+  WriteContent(Path(u"file"), "[a]\r\nk=1\r\n");
+  ASSERT_EQ(chmod(Host("file").c_str(), 0640), 0);
+  ASSERT_EQ(files::SetAttributes(Path(u"file"), kHidden | kArchive), kSuccess);
+  std::filesystem::create_symlink(Host("file"), Host("link"));
+  EXPECT_EQ(profile::WriteString(u"a", u"k", u"v", Path(u"link")), kSuccess);
+  {
+    const files::File held = Held(u"file", files::Share::ReadWrite);
+    EXPECT_EQ(profile::WriteString(u"a", u"k", u"w", Path(u"file")), kSharingViolation);
+  }
+  EXPECT_EQ(ContentOf(Path(u"file")), "[a]\r\nk=v\r\n");
+  EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(Host("file")).permissions()), 0640U);
+  EXPECT_EQ(AttributesOf(u"file"), kHidden | kArchive);
+  EXPECT_TRUE(std::filesystem::is_symlink(Host("link")));
+  EXPECT_EQ(Found(Path(u"*")), "., .., file, link");
+}
+
+TEST_F(OfflineFiles, AReplacedTargetKeepsItsPermissions) {
+  Touch(Host("file"));
+  Touch(Host("target"));
+  ASSERT_EQ(chmod(Host("file").c_str(), 0755), 0);
+  ASSERT_EQ(chmod(Host("target").c_str(), 0660), 0);
+  const bool isRoot = geteuid() == 0;
+  ASSERT_EQ(chown(Host("target").c_str(), isRoot ? 12 : geteuid(), isRoot ? 34 : getegid()), 0);
+  for (const auto& [name, mode, owner] :
+       {std::tuple{"target", 0660U, isRoot ? 12 : geteuid()}, {"new", 0755U, geteuid()}}) {
+    ASSERT_EQ(files::Copy(Path(u"file"), Path(posix::ToWide(name)), false), kSuccess);
+    struct stat status {};
+    ASSERT_EQ(stat(Host(name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, mode) << name;
+    EXPECT_EQ(status.st_uid, owner) << name;
+  }
+}
+
+TEST_F(OfflineFiles, ProcessesAgreeOnSharing) {
+  Touch(Host("file"));
+  constexpr Step kHeld[] = {{CopyNew, u"file", u"copy"},
+                            {Write, u"file", {}, kSharingViolation},
+                            {Delete, u"file", {}, kSharingViolation}};
+  constexpr Step kFree[] = {{Write, u"file"}};
+  const auto runElsewhere = [this](std::span<const Step> table) {
+    return InChild([&] { return Run(table), HasFailure() ? 1 : 0; });
+  };
+  files::File reader = Held(u"file", files::Share::Read);
+  EXPECT_EQ(runElsewhere(kHeld), 0);
+  reader.Close();
+  EXPECT_EQ(runElsewhere(kFree), 0);
+}
+
+}  // namespace
+}  // namespace platform::test

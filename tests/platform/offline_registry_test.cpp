@@ -1,0 +1,573 @@
+// Hive files, and what becomes of them. They are checked with hivex, which knows nothing of how
+// they were written. A program of its own: each test has machines of its own.
+
+#include <hivex.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+
+#include "fuzz/scratch_machine.h"
+#include "platform/formats/names.h"
+#include "platform/machine.h"
+#include "platform/offline/registry/hive.h"
+#include "platform/registry.h"
+#include "platform/services.h"
+#include "platform/version.h"
+#include "support/format.h"
+#include "support/utf.h"
+#include "tests/platform/host_folder.h"
+
+extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments);
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace platform::test {
+namespace {
+
+using posix::Hive;
+using posix::KeyPtr;
+using registry::CreateKey;
+using registry::DeleteKey;
+using registry::Key;
+using registry::kQueryValue;
+using registry::kSetValue;
+using registry::OpenKey;
+using registry::Root;
+using Data = std::vector<std::byte>;
+using Path = std::vector<const char*>;
+using View = cvn::StringView;
+
+constexpr std::uint32_t kAll = kQueryValue | kSetValue | registry::kEnumerateSubKeys;
+
+Data Bytes(View text) {
+  const auto bytes = std::as_bytes(std::span(text));
+  return {bytes.begin(), bytes.end()};
+}
+
+std::string TextOf(const void* data, std::size_t size) {
+  std::u16string text(size / 2, u'\0');
+  std::memcpy(text.data(), data, text.size() * 2);
+  return cvn::WideToUtf8(posix::UpToZero(text));
+}
+
+std::string SubKeysOf(const Key& key) {
+  std::string names;
+  cvn::String name;
+  for (std::uint32_t i = 0; registry::EnumerateKey(key, i, 256, &name) == kSuccess; ++i) {
+    names += cvn::WideToUtf8(name) + "; ";
+  }
+  return names;
+}
+
+Code Make(const Key& root, View path) {
+  Key key;
+  return CreateKey(root, path, false, 0, &key);
+}
+
+Code Set(const Key& root, View path, View name, View text) {
+  Key key;
+  const Code code = OpenKey(root, path, kSetValue, &key);
+  return code == kSuccess ? SetValue(key, name, registry::kTypeString, Bytes(text)) : code;
+}
+
+// The text of a value, or the code that there is instead.
+std::string Get(const Key& root, View path, View name) {
+  Key key;
+  std::uint32_t type = 0;
+  Data data;
+  Code code = OpenKey(root, path, kQueryValue, &key);
+  code = code == kSuccess ? QueryValue(key, name, &type, &data) : code;
+  return code == kSuccess ? TextOf(data.data(), data.size()) : std::to_string(code);
+}
+
+// A hive file, as hivex reads it.
+class Witness {
+ public:
+  explicit Witness(const std::string& path) : hive_(hivex_open(path.c_str(), 0), &hivex_close) {
+    EXPECT_NE(hive_, nullptr) << path;
+  }
+
+  hive_node_h Node(const Path& names) const {
+    hive_node_h node = hivex_root(hive_.get());
+    for (const char* name : names) {
+      node = node == 0 ? 0 : hivex_node_get_child(hive_.get(), node, name);
+    }
+    return node;
+  }
+  std::string Value(const Path& names, const char* name) const {
+    const hive_node_h node = Node(names);
+    const hive_value_h value = node == 0 ? 0 : hivex_node_get_value(hive_.get(), node, name);
+    hive_type type = hive_t_REG_NONE;
+    std::size_t size = 0;
+    const std::unique_ptr<char, decltype(&std::free)> data(
+        value == 0 ? nullptr : hivex_value_value(hive_.get(), value, &type, &size), &std::free);
+    return data == nullptr ? "none" : std::string(data.get(), size);
+  }
+  std::string Text(const Path& names, const char* name) const {
+    const std::string data = Value(names, name);
+    return data == "none" ? data : TextOf(data.data(), data.size());
+  }
+  std::size_t SubKeys(const Path& names) const {
+    return hivex_node_nr_children(hive_.get(), Node(names));
+  }
+  std::size_t Values(const Path& names) const {
+    return hivex_node_nr_values(hive_.get(), Node(names));
+  }
+
+ private:
+  std::unique_ptr<hive_h, decltype(&hivex_close)> hive_;
+};
+
+class Hives : public testing::Test {
+ protected:
+  Hives() {
+    folder_ = (std::filesystem::temp_directory_path() / "tessel-registry-XXXXXX").string();
+    EXPECT_NE(mkdtemp(folder_.data()), nullptr);
+  }
+  ~Hives() override { std::filesystem::remove_all(folder_); }
+
+  std::string Machine() const { return folder_ + "/C"; }
+  std::string File(const std::string& name) const {
+    return Machine() + "/Windows/System32/config/" + name;
+  }
+  // Makes the machine, and gives the hive that the tests damage.
+  std::string MakeMachine(machine::Description description = {}) const {
+    description.product = {.name = u"Ambry Shield",
+                           .publisher = u"Ambry",
+                           .installFolder = u"C:\\Program Files\\Ambry Shield",
+                           .services = {{u"AmUpdateService", u"Update Service"}}};
+    EXPECT_EQ(machine::Create(posix::ToWide(Machine()), description), kSuccess);
+    return File("DEFAULT");
+  }
+  // One run of the program: `action` has the machine's registry to itself, from the beginning.
+  void Run(const std::function<void()>& action) const {
+    EXPECT_EQ(InChild([&] {
+                EXPECT_EQ(machine::Use(posix::ToWide(Machine())), kSuccess);
+                action();
+                return HasFailure() ? 1 : 0;
+              }),
+              0);
+  }
+
+  const Key machine_{Root::LocalMachine};
+  const Key users_{Root::Users};
+  const Key user_{Root::CurrentUser};
+  const Key classes_{Root::ClassesRoot};
+  std::string folder_;
+};
+
+TEST_F(Hives, OfANewMachineTellWhatItIs) {
+  machine::Description description;
+  description.trustedRoots = {Data(3, std::byte{'x'})};  // SHA-1 of "xxx"
+  description.majorVersion = 6;
+  description.minorVersion = 1;
+  description.build = 7601;
+  description.server = true;
+  description.architecture = u"x86";
+  MakeMachine(description);
+  const Witness software(File("SOFTWARE"));
+  EXPECT_EQ(software.Text({"Microsoft", "Windows NT", "CurrentVersion"}, "ProductName"),
+            "Windows 10 Pro");
+  EXPECT_EQ(software.Text({"Microsoft", "Windows", "CurrentVersion", "Uninstall", "Ambry Shield"},
+                          "InstallLocation"),
+            "C:\\Program Files\\Ambry Shield");
+  EXPECT_EQ(
+      Witness(File("SYSTEM")).Text({"ControlSet001", "Services", "AmUpdateService"}, "ImagePath"),
+      "\"C:\\Program Files\\Ambry Shield\\AmUpdateService.exe\"");
+  const std::string blob =
+      software.Value({"Microsoft", "SystemCertificates", "ROOT", "Certificates",
+                      "B60D121B438A380C343D5EC3C2037564B82FFEF3"},
+                     "Blob");
+  EXPECT_EQ(blob.size(), 12U + 20 + 12 + 3);
+  EXPECT_EQ(blob.substr(44), "xxx");
+  for (const char* name : {"SAM", "SECURITY", "DEFAULT"}) {
+    EXPECT_NE(Witness(File(name)).Node({}), 0U);
+  }
+  EXPECT_EQ(machine::Create(posix::ToWide(Machine()), description), kDirNotEmpty);
+  Run([] {
+    const auto version = version::Get();
+    ASSERT_TRUE(version);
+    EXPECT_TRUE(version->major == 6 && version->minor == 1 && !version->workstation);
+    EXPECT_TRUE(version::IsBuildAtLeast(7601) && !version::IsBuildAtLeast(7602));
+    EXPECT_EQ(version::NativeMachine(), version::kMachineI386);
+  });
+}
+
+TEST_F(Hives, GiveNamesAndDataBack) {
+  MakeMachine();
+  const std::u16string longest(255, u'n');
+  const View kNames[] = {u"\u00E9t\u00E9", u"\u0416\u4E2D", u"\xDFFF alone", u"a/b", longest};
+  const std::uint32_t kSizes[] = {0, 1, 4, 5, 16344, 16345, 3 * 16344, 3000000};
+  // Goes through all values, with each one's data.
+  const auto forEach = [&](const auto& action) {
+    Run([&] {
+      for (const View name : kNames) {
+        Key key;
+        const cvn::String path = cvn::Format(u"SOFTWARE\\T\\%s", posix::Folded(name));
+        ASSERT_EQ(CreateKey(machine_, path, false, kAll, &key), kSuccess);
+        for (const std::uint32_t size : kSizes) {
+          const Data data(size, static_cast<std::byte>(size % 251));
+          action(key, cvn::Format(u"%s%u", name, size), size | 0x40000000, data);
+        }
+      }
+      EXPECT_EQ(registry::Flush(), kSuccess);
+    });
+  };
+  forEach([](const Key& key, View name, std::uint32_t type, const Data& data) {
+    ASSERT_EQ(SetValue(key, name, type, data), kSuccess);
+  });
+  forEach([](const Key& key, View name, std::uint32_t type, const Data& data) {
+    std::uint32_t foundType = 0;
+    Data found;
+    EXPECT_EQ(QueryValue(key, name, &foundType, &found), kSuccess);
+    EXPECT_EQ(foundType, type);
+    EXPECT_TRUE(found == data) << data.size();
+  });
+  const Witness software(File("SOFTWARE"));
+  EXPECT_EQ(software.SubKeys({"T"}), std::size(kNames));
+  EXPECT_EQ(software.Values({"T", "A/B"}), std::size(kSizes));
+  EXPECT_EQ(software.Value({"T", "A/B"}, "a/b5"), std::string(5, '\5'));
+}
+
+TEST_F(Hives, OfOthersAreReadAndChanged) {
+  const std::string file = MakeMachine();
+  hive_h* other = hivex_open(file.c_str(), HIVEX_OPEN_WRITE);
+  ASSERT_NE(other, nullptr);
+  const hive_node_h key = hivex_node_add_child(other, hivex_root(other), "\xD0\x96 other");
+  std::string big(20000, 'x');
+  std::string number = "1234";
+  char names[2][4] = {"Big", "No"};
+  const hive_set_value values[] = {{names[0], hive_t_REG_BINARY, big.size(), big.data()},
+                                   {names[1], hive_t_REG_DWORD, number.size(), number.data()}};
+  EXPECT_EQ(hivex_node_set_values(other, key, 2, values, 0), 0);
+  for (int i = 0; i < 300; ++i) {
+    EXPECT_NE(hivex_node_add_child(other, key, std::to_string(i).c_str()), 0U);
+  }
+  EXPECT_EQ(hivex_commit(other, nullptr, 0), 0);
+  hivex_close(other);
+  Run([&] {
+    Key opened;
+    ASSERT_EQ(OpenKey(users_, u".DEFAULT\\\u0436 OTHER", kAll, &opened), kSuccess);
+    std::uint32_t count = 0;
+    std::uint32_t type = 0;
+    Data data;
+    EXPECT_EQ(registry::QueryInfo(opened, &count, &type), kSuccess);
+    EXPECT_EQ(count, 300U);
+    for (const std::string& content : {big, number}) {
+      EXPECT_EQ(QueryValue(opened, content == big ? u"big" : u"no", &type, &data), kSuccess);
+      EXPECT_TRUE(std::ranges::equal(data, std::as_bytes(std::span(content)))) << content.size();
+    }
+    EXPECT_EQ(SetValue(opened, u"big", registry::kTypeBinary, Data(7)), kSuccess);
+    EXPECT_EQ(DeleteKey(opened, u"150"), kSuccess);
+    EXPECT_EQ(registry::Flush(), kSuccess);
+  });
+  const Witness witness(file);
+  EXPECT_EQ(witness.Value({"\xD0\x96 other"}, "Big").size(), 7U);
+  EXPECT_EQ(witness.SubKeys({"\xD0\x96 other"}), 299U);
+}
+
+TEST_F(Hives, KeepManyKeysAndValuesApart) {
+  constexpr std::uint32_t kMany = 20000;
+  MakeMachine();
+  Run([&] {
+    Key key;
+    ASSERT_EQ(CreateKey(machine_, u"SOFTWARE\\T", false, kAll, &key), kSuccess);
+    const auto makeEach = [&key](std::uint32_t step) {
+      for (std::uint32_t i = 0; i < kMany; i += step) {
+        ASSERT_EQ(Make(key, cvn::Format(u"%05u", i)), kSuccess);
+        ASSERT_EQ(SetValue(key, cvn::Format(u"%u", i), 3, Data(8)), kSuccess);
+      }
+      EXPECT_EQ(registry::Flush(), kSuccess);
+    };
+    makeEach(1);
+    for (std::uint32_t i = 0; i < kMany; i += 2) {
+      ASSERT_EQ(DeleteKey(key, cvn::Format(u"%05u", i)), kSuccess);
+      ASSERT_EQ(DeleteValue(key, cvn::Format(u"%u", i)), kSuccess);
+    }
+    EXPECT_EQ(registry::Flush(), kSuccess);
+    const auto size = std::filesystem::file_size(File("SOFTWARE"));
+    makeEach(2);
+    EXPECT_LT(std::filesystem::file_size(File("SOFTWARE")), size + size / 10);  // took the gaps
+  });
+  Run([&] {
+    Key key;
+    cvn::String name;
+    ASSERT_EQ(OpenKey(machine_, u"SOFTWARE\\T", kAll, &key), kSuccess);
+    EXPECT_EQ(registry::EnumerateKey(key, 777, 99, &name), kSuccess);
+    EXPECT_EQ(name, u"00777");
+    EXPECT_EQ(registry::EnumerateValue(key, kMany / 2, 99, &name), kSuccess);
+    EXPECT_EQ(name, u"0");
+  });
+  const Witness software(File("SOFTWARE"));
+  EXPECT_EQ(software.SubKeys({"T"}), kMany);
+  EXPECT_EQ(software.Values({"T"}), kMany);
+}
+
+TEST_F(Hives, StandWhereTheRunningSystemHasThem) {
+  const std::string defaultHive = MakeMachine();
+  const std::string ann = Machine() + "/Users/Ann/";
+  const std::string annsClasses = ann + "AppData/Local/Microsoft/Windows/USRCLASS.DAT";
+  std::filesystem::create_directories(ann + "AppData/Local/Microsoft/Windows");
+  std::filesystem::copy(defaultHive, ann + "ntuser.dat");
+  std::filesystem::copy(defaultHive, annsClasses);
+  Run([&] {
+    constexpr View kProfile =
+        u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\S-1-5-21-7";
+    EXPECT_EQ(Make(machine_, kProfile), kSuccess);
+    EXPECT_EQ(Set(machine_, kProfile, u"ProfileImagePath", u"%SystemDrive%\\Users\\Ann"), kSuccess);
+    EXPECT_EQ(SubKeysOf(users_), ".DEFAULT; S-1-5-18; S-1-5-21-7; S-1-5-21-7_Classes; ");
+    EXPECT_EQ(SubKeysOf(machine_), "HARDWARE; SAM; SECURITY; SOFTWARE; SYSTEM; ");
+    Key system;
+    ASSERT_EQ(OpenKey(machine_, u"SYSTEM", kAll, &system), kSuccess);
+    EXPECT_EQ(SubKeysOf(system), "ControlSet001; CurrentControlSet; Select; Setup; ");
+    cvn::String tooDeep = u"SOFTWARE";
+    while (tooDeep.Length() < 3000) {
+      tooDeep.Append(u"\\deep");
+    }
+    const Key config(Root::CurrentConfig);
+    const struct {
+      const Key& root;
+      View path;
+      Code code;
+    } kMade[] = {
+        {users_, u"S-1-5-21-7\\New", kSuccess},
+        {users_, u"s-1-5-18\\New", kSuccess},
+        {machine_, u"SYSTEM\\CurrentControlSet\\Services\\New", kSuccess},
+        {config, u"System\\New", kSuccess},
+        {machine_, u"NEW", kInvalidParameter},
+        {users_, u"NEW", kInvalidParameter},
+        {machine_, tooDeep, kInvalidParameter},
+        {machine_, u"HARDWARE\\New", kChildMustBeVolatile},
+    };
+    for (const auto& made : kMade) {
+      EXPECT_EQ(Make(made.root, made.path), made.code) << cvn::WideToUtf8(made.path);
+    }
+    EXPECT_EQ(DeleteKey(users_, u"S-1-5-21-7\\Software\\Classes"), kSuccess);
+    EXPECT_EQ(DeleteKey(system, u"CurrentControlSet"), kAccessDenied);
+    EXPECT_EQ(DeleteKey(machine_, u"SOFTWARE"), kAccessDenied);
+    EXPECT_EQ(registry::Flush(), kSuccess);
+  });
+  Run([&] {
+    EXPECT_EQ(Make(users_, u"S-1-5-21-7\\Software\\Classes\\Linked"), kSuccess);
+    EXPECT_EQ(registry::Flush(), kSuccess);
+  });
+  const struct {
+    std::string file;
+    Path key;
+    bool isThere = true;
+  } kFound[] = {
+      {ann + "ntuser.dat", {"New"}},
+      {ann + "ntuser.dat", {"Software", "Classes"}, false},
+      {annsClasses, {"Linked"}},
+      {defaultHive, {"New"}},
+      {File("SYSTEM"), {"ControlSet001", "Services", "New"}},
+      {File("SYSTEM"), {"ControlSet001", "Hardware Profiles", "0001", "System", "New"}},
+      {File("SYSTEM"), {"CurrentControlSet"}, false},
+  };
+  for (const auto& [file, key, isThere] : kFound) {
+    EXPECT_EQ(Witness(file).Node(key) != 0, isThere) << file << ", " << key.back();
+  }
+}
+
+TEST_F(Hives, ClassesAreTheUsersOverTheMachines) {
+  MakeMachine();
+  Run([&] {
+    Key user;
+    Key machine;
+    ASSERT_EQ(OpenKey(user_, u"Software\\Classes", kAll, &user), kSuccess);
+    ASSERT_EQ(OpenKey(machine_, u"SOFTWARE\\Classes", kAll, &machine), kSuccess);
+    for (const View name : {u"both", u"user\\sub"}) {
+      ASSERT_EQ(Make(user, name), kSuccess);
+    }
+    for (const View name : {u"BOTH", u"machine"}) {
+      ASSERT_EQ(Make(machine, name), kSuccess);
+    }
+    ASSERT_EQ(Set(machine, u"both", u"m", u"machine"), kSuccess);
+    ASSERT_EQ(Set(machine, u"both", u"x", u"machine"), kSuccess);
+    ASSERT_EQ(Set(user, u"both", u"x", u"user"), kSuccess);
+    EXPECT_EQ(Get(classes_, u"both", u"x"), "user");
+    EXPECT_EQ(Get(classes_, u"both", u"m"), "machine");
+    Key both;
+    cvn::String name;
+    ASSERT_EQ(OpenKey(classes_, u"both", kAll, &both), kSuccess);
+    EXPECT_EQ(registry::EnumerateValue(both, 1, 9, &name), kSuccess);
+    EXPECT_EQ(name, u"m");
+    EXPECT_EQ(registry::EnumerateValue(both, 2, 9, &name), kNoMoreItems);
+    EXPECT_EQ(SubKeysOf(classes_), ".exe; .txt; both; CLSID; exefile; machine; txtfile; user; ");
+
+    // What is new comes to the machine, unless the user has the key.
+    EXPECT_EQ(Make(classes_, u"new\\deep"), kSuccess);
+    EXPECT_EQ(Make(classes_, u"user\\new"), kSuccess);
+    EXPECT_EQ(Set(classes_, u"both", u"w", u"user"), kSuccess);
+    EXPECT_EQ(SubKeysOf(machine), ".exe; .txt; BOTH; CLSID; exefile; machine; new; txtfile; ");
+    EXPECT_EQ(Get(user, u"user\\new", u""), std::to_string(kFileNotFound));
+    EXPECT_EQ(Get(user, u"both", u"w"), "user");
+    EXPECT_EQ(DeleteKey(classes_, u"both"), kSuccess);
+    EXPECT_EQ(Get(both, u"", u"x"), "machine");
+    EXPECT_EQ(DeleteKey(classes_, u"both"), kSuccess);
+    EXPECT_EQ(Get(both, u"", u"x"), std::to_string(kKeyDeleted));
+  });
+}
+
+TEST_F(Hives, ThatAreNotWholeOrReadOnlyHaveTheirCode) {
+  MakeMachine();
+  std::filesystem::resize_file(File("SOFTWARE"), 5000);
+  std::filesystem::remove(File("SAM"));
+  chmod(File("SYSTEM").c_str(), 0444);
+  Run([&] {
+    Key key;
+    EXPECT_EQ(OpenKey(machine_, u"SOFTWARE", kQueryValue, &key), kBadDatabase);
+    EXPECT_EQ(Make(machine_, u"SOFTWARE\\New"), kBadDatabase);
+    EXPECT_EQ(OpenKey(machine_, u"SAM", kQueryValue, &key), kFileNotFound);
+    EXPECT_EQ(OpenKey(machine_, u"SYSTEM\\Select", kQueryValue, &key), kSuccess);
+    EXPECT_EQ(OpenKey(machine_, u"SYSTEM\\Select", kSetValue, &key), kAccessDenied);
+    EXPECT_EQ(Make(machine_, u"SYSTEM\\New"), kAccessDenied);
+    EXPECT_EQ(DeleteKey(machine_, u"SYSTEM\\CurrentControlSet\\Services"), kAccessDenied);
+    EXPECT_EQ(Make(user_, u"New"), kSuccess);
+    EXPECT_EQ(registry::Flush(), kSuccess);
+    // Services may be asked, but not changed.
+    services::Handle manager;
+    EXPECT_EQ(services::OpenManager(services::kManagerCreateService, &manager), kAccessDenied);
+    ASSERT_EQ(services::OpenManager(services::kManagerEnumerateService, &manager), kSuccess);
+    for (const std::uint32_t access :
+         {services::kQueryConfig, services::kStart, services::kStop, services::kDelete}) {
+      services::Handle service;
+      EXPECT_EQ(
+          services::Open(manager, u"AmUpdateService", services::kQueryStatus + access, &service),
+          access == services::kQueryConfig ? kSuccess : kAccessDenied)
+          << access;
+    }
+  });
+}
+
+// Opens the file's root and gives it the value `name`.
+Code Change(Hive* hive, View name, View text) {
+  KeyPtr root;
+  const Code code = hive->Root(&root);
+  return code == kSuccess ? hive->SetValue(*root, name, registry::kTypeString, Bytes(text)) : code;
+}
+
+// The values "a" and "b" of a hive's root.
+std::string Both(const std::string& file) {
+  const Witness witness(file);
+  return witness.Text({}, "a") + " " + witness.Text({}, "b");
+}
+
+TEST_F(Hives, LoseNoChange) {
+  const std::string file = MakeMachine();
+  chmod(file.c_str(), 0640);
+  Hive first(file);
+  Hive second(file);
+  KeyPtr root;
+  ASSERT_EQ(second.Root(&root), kSuccess);
+  EXPECT_EQ(Change(&first, u"a", u"1"), kSuccess);
+  EXPECT_EQ(Change(&second, u"b", u"2"), kSharingViolation);  // in use
+  EXPECT_EQ(first.Flush(), kSuccess);
+  EXPECT_EQ(Change(&second, u"b", u"2"), kSharingViolation);  // out of date
+  Hive third(file);
+  EXPECT_EQ(Change(&third, u"b", u"2"), kSuccess);
+  EXPECT_EQ(third.Flush(), kSuccess);
+  EXPECT_EQ(Both(file), "1 2");
+  EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(file).permissions()), 0640U);
+
+  EXPECT_EQ(Change(&third, u"b", u"3"), kSuccess);
+  std::filesystem::last_write_time(file, std::filesystem::file_time_type());  // somebody's work
+  EXPECT_EQ(third.Flush(), kSharingViolation);
+  EXPECT_EQ(Both(file), "1 2");
+}
+
+TEST_F(Hives, RepeatAFailedFlush) {
+  const std::string file = MakeMachine();
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit small = {4096, before.rlim_max};
+  Hive hive(file);
+  EXPECT_EQ(Change(&hive, u"a", u"1"), kSuccess);
+  setrlimit(RLIMIT_FSIZE, &small);
+  const Code code = hive.Flush();
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_EQ(code, kFileTooLarge);
+  EXPECT_EQ(Both(file), "none none");
+  EXPECT_EQ(Change(&hive, u"b", u"2"), kSuccess);
+  EXPECT_EQ(hive.Flush(), kSuccess);
+  EXPECT_EQ(Both(file), "1 2");
+}
+
+TEST_F(Hives, AreOldOrNewAfterAKill) {
+  const std::string file = MakeMachine();
+  std::unique_ptr<Hive> hive;
+  int number = 0;
+  const auto write = [&] {
+    hive = hive == nullptr ? std::make_unique<Hive>(file) : std::move(hive);
+    const cvn::String text = cvn::Format(u"%d-%d", getpid(), ++number);
+    const bool ok = Change(hive.get(), u"a", text) == kSuccess &&
+                    Change(hive.get(), text, u"x") == kSuccess &&
+                    Change(hive.get(), u"b", text) == kSuccess && hive->Flush() == kSuccess;
+    ok ? void() : std::_Exit(1);
+  };
+  KillInTheMiddle(40, write, [&] {
+    const Witness witness(file);
+    const std::string value = witness.Text({}, "a");
+    EXPECT_EQ(value, witness.Text({}, "b"));
+    EXPECT_EQ(witness.Text({}, value.c_str()), "x");
+  });
+}
+
+// The fuzzer of hives reads through each, changes it at many places and writes it.
+TEST_F(Hives, TellOfDamageAndNothingMore) {
+  std::string input(2 + 40 * 4, '\1');  // a whole file, and how it is changed
+  input[1] = 40;
+  std::mt19937 random(11);
+  std::generate(input.begin() + 2, input.end(), [&random] { return static_cast<char>(random()); });
+  const std::string file = MakeMachine();
+  Hive hive(file);
+  KeyPtr root;
+  KeyPtr added;
+  ASSERT_EQ(Change(&hive, u"big", std::u16string(40000, u'x')), kSuccess);
+  ASSERT_EQ(hive.Root(&root), kSuccess);
+  for (int i = 0; i < 600; ++i) {
+    ASSERT_EQ(hive.Add(*root, cvn::Format(u"%d", i), false, &added), kSuccess);
+  }
+  ASSERT_EQ(hive.Flush(), kSuccess);
+  const std::string whole = HostContentOf(file);
+  const auto exercise = [&input](const std::string& content) {
+    const std::string all = input + content;
+    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(all.data()), all.size());
+  };
+  const auto exerciseAll = [&] {
+    LLVMFuzzerInitialize(nullptr, nullptr);
+    for (std::size_t size = 0; size < whole.size(); size += 1021) {
+      exercise(whole.substr(0, size));
+    }
+    for (int round = 0; round < 150; ++round) {
+      std::string damaged = whole;
+      for (int i = 0; i < 1 + round % 20; ++i) {
+        // Spares the first block, of which the file's length is told.
+        damaged[4096 + random() % (damaged.size() - 4096)] = static_cast<char>(random());
+      }
+      exercise(damaged);
+    }
+    std::filesystem::remove_all(std::filesystem::path(tessel::fuzz::ScratchFolder()) / "../..");
+    return 0;
+  };
+  EXPECT_EQ(InChild(exerciseAll), 0);
+}
+
+TEST_F(Hives, WithTheirLastChangesInALogAreOnlyRead) {
+  const std::string file = MakeMachine();
+  std::string content = HostContentOf(file);
+  ++content[4];  // the first of two sequence numbers
+  content[508] = static_cast<char>(content[508] ^ (content[4] ^ (content[4] - 1)));  // the checksum
+  std::ofstream(file, std::ios::binary) << content;
+  for (const bool hasLog : {true, false}) {
+    std::ofstream(file + ".LOG1") << (hasLog ? "x" : "");
+    Hive hive(file);
+    EXPECT_EQ(Change(&hive, u"a", u"1"), hasLog ? kAccessDenied : kSuccess);
+  }
+}
+
+}  // namespace
+}  // namespace platform::test

@@ -1,0 +1,444 @@
+// Where the offline volume is, its drives, and how its names and those of the host go together.
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <random>
+#include <vector>
+
+#include "platform/environment.h"
+#include "platform/formats/names.h"
+#include "platform/linux/arguments.h"
+#include "platform/offline/environment/environment.h"
+#include "platform/offline/machine/new_machine.h"
+#include "platform/offline/volume/directory_index.h"
+#include "support/format.h"
+#include "tests/platform/host_folder.h"
+
+namespace platform::test {
+namespace {
+
+using namespace std::chrono_literals;
+using posix::DirectoryIndex;
+using posix::HostPath;
+using posix::Machine;
+
+std::string HostNameOf(cvn::StringView text) {
+  std::string host;
+  posix::AppendHostText(text, &host);
+  return host;
+}
+
+struct ResolverCase {
+  cvn::StringView path;
+  Code code;
+  std::string host = "-";  // which does not matter
+};
+
+class Resolver : public HostFolderTest {
+ protected:
+  Resolver() {
+    std::filesystem::create_directories(Host("Dir/Sub"));
+    std::filesystem::create_symlink("Dir", Host("Link"));
+    std::filesystem::create_symlink("nowhere", Host("Dangling"));
+    std::filesystem::create_symlink("Circle", Host("Circle"));
+    for (const char* name : {"File.txt", "Dir/Sub/File.txt", "Dir/dots...", "Dir/blank "}) {
+      Touch(Host(name));
+    }
+  }
+
+  // Each path stands behind `before`, and the places behind `place`.
+  static void Check(cvn::StringView before, const std::string& place,
+                    std::span<const ResolverCase> cases) {
+    for (const ResolverCase& test : cases) {
+      const cvn::String path = Joined(before, test.path);
+      HostPath host;
+      EXPECT_EQ(Observe([&] { return posix::Resolve(path, &host); }),
+                (Outcome{test.code, kUntouched}))
+          << Utf8(path);
+      EXPECT_EQ(host.path, test.host == "-" ? host.path : place + test.host) << Utf8(path);
+    }
+  }
+};
+
+TEST_F(Resolver, FindsNamesBelowTheMachine) {
+  const ResolverCase kCases[] = {
+      {u"", kSuccess, ""},
+      {u"\\", kSuccess, ""},
+      {u"\\File.txt", kSuccess, "/File.txt"},
+      {u"/dir/SUB\\fILE.TXT", kSuccess, "/Dir/Sub/File.txt"},
+      {u"\\\\dir\\\\\\sub\\", kSuccess, "/Dir/Sub"},
+      {u"\\link\\sub\\file.txt", kSuccess, "/Link/Sub/File.txt"},
+      {u"\\DANGLING", kSuccess, "/Dangling"},
+      {u"\\circle", kSuccess, "/Circle"},
+      // What is missing, and where.
+      {u"\\DIR\\SUB\\New.txt", kFileNotFound, "/Dir/Sub/New.txt"},
+      {u"\\DIR\\New\\", kFileNotFound, "/Dir/New"},
+      {u"\\dir\\new\\file.txt", kPathNotFound},
+      {u"\\file.txt\\below", kPathNotFound},
+      {u"\\File.txt\\below", kPathNotFound},
+      {u"\\Dangling\\below", kPathNotFound},
+      {u"\\Circle\\below", kCantResolveFilename},
+      {u"\\file.txt\\", kInvalidName},
+      // What is cut.
+      {u"\\.\\dir\\.\\sub\\..\\.\\..\\file.txt", kSuccess, "/File.txt"},
+      {u"\\new\\..\\file.txt", kSuccess, "/File.txt"},
+      {u"\\file.txt. . .", kSuccess, "/File.txt"},
+      {u"\\dir. ..", kSuccess, "/Dir"},
+      {u"\\dir.\\sub.\\", kSuccess, "/Dir/Sub"},
+      {u"\\dir..\\sub", kPathNotFound},
+      {u"\\dir \\sub", kPathNotFound},
+      {u"\\dir\\blank ", kFileNotFound, "/Dir/blank"},
+      {u"\\dir\\ ... .", kSuccess, "/Dir"},
+      {cvn::StringView(u"\\dir\0\\new\\file", 14), kSuccess, "/Dir"},
+      // What is refused, even where nothing could be.
+      {u"\\a:b", kInvalidName},
+      {u"\\new\\a*b\\file", kInvalidName},
+      {u"\\tab\there", kInvalidName},
+  };
+  Check(Folder(), Host(), kCases);
+}
+
+TEST_F(Resolver, TakesLiteralPathsAsTheyStand) {
+  const ResolverCase kCases[] = {
+      {u"\\DIR\\sub\\file.txt", kSuccess, "/Dir/Sub/File.txt"},
+      {u"\\dir\\", kSuccess, "/Dir"},
+      {u"\\dir\\DOTS...", kSuccess, "/Dir/dots..."},
+      {u"\\dir\\Blank ", kSuccess, "/Dir/blank "},
+      {u"\\dir\\new.", kFileNotFound, "/Dir/new."},
+      {u"\\dir/sub", kInvalidName},
+      {u"\\dir\\\\sub", kInvalidName},
+      {u"\\dir\\.\\sub", kInvalidName},
+      {u"\\dir\\..\\file.txt", kInvalidName},
+      {u"\\a?b", kInvalidName},
+  };
+  Check(Joined(u"\\\\?\\", Folder()), Host(), kCases);
+  Check(Joined(u"\\??\\", Folder()), Host(), kCases);
+}
+
+TEST_F(Resolver, KnowsTwoDrives) {
+  const std::string& machine = Machine::Get().Root();
+  const ResolverCase kCases[] = {
+      {u"C:\\", kSuccess, machine},
+      {u"c:/..\\..\\.", kSuccess, machine},
+      {u"C:", kSuccess, machine},
+      {u"C:new", kFileNotFound, machine + "/new"},
+      {u"\\\\.\\C:\\new.", kFileNotFound, machine + "/new"},
+      {u"//?/C:/new.", kFileNotFound, machine + "/new"},
+      {u"\\\\?\\C:", kSuccess, machine},
+      {u"Z:\\", kSuccess, "/"},
+      {u"z:/new", kFileNotFound, "/new"},
+      {u"Z:\\..\\..\\DEV\\null", kSuccess, "/dev/null"},
+      {u"Z:\\a<b>:c|\u0001 .", kFileNotFound, "/a<b>:c|\u0001 ."},
+      {u"", kPathNotFound, ""},
+      {cvn::StringView(u"\0C:\\", 4), kPathNotFound, ""},
+      {u"Q:\\", kPathNotFound, ""},
+      {u"\\\\?\\Q:\\a", kPathNotFound, ""},
+      {u"\\\\?\\C:new", kPathNotFound, ""},
+      {u"\\\\.\\PhysicalDrive0", kPathNotFound, ""},
+      {u"\\\\server\\share\\file", kBadNetPath, ""},
+      {u"//server/share", kBadNetPath, ""},
+      {u"\\\\?\\UNC\\server\\share", kBadNetPath, ""},
+  };
+  Check(u"", "", kCases);
+}
+
+TEST_F(Resolver, StartsAtTheCurrentDirectory) {
+  const std::string& machine = Machine::Get().Root();
+  constexpr cvn::StringView kUp = u"..\\..\\..\\..\\..\\..\\..\\..\\new";
+  const ResolverCase kInside[] = {
+      {u"new", kFileNotFound, Host("Dir/new")},   {u".", kSuccess, Host("Dir")},
+      {kUp, kFileNotFound, machine + "/new"},     {u"\\new", kFileNotFound, machine + "/new"},
+      {u"/new", kFileNotFound, machine + "/new"}, {u"C:new", kFileNotFound, Host("Dir/new")},
+      {u"Z:new", kFileNotFound, "/new"},
+  };
+  const ResolverCase kOutside[] = {
+      {u"new", kFileNotFound, "/dev/new"},   {u".", kSuccess, "/dev"},
+      {kUp, kFileNotFound, "/new"},          {u"\\new", kFileNotFound, "/new"},
+      {u"/new", kFileNotFound, "/new"},      {u"C:new", kFileNotFound, machine + "/new"},
+      {u"Z:new", kFileNotFound, "/dev/new"},
+  };
+  {
+    const CurrentDirectory directory(Host("Dir"));
+    Check(u"", "", kInside);
+    EXPECT_EQ(Utf8(paths::CurrentDirectory()), Utf8(Path(u"Dir")));
+  }
+  const CurrentDirectory directory("/dev");
+  Check(u"", "", kOutside);
+  EXPECT_EQ(Utf8(paths::CurrentDirectory()), "Z:\\dev");
+}
+
+TEST_F(Resolver, LongNameKeepsTheFormOfThePath) {
+  const CurrentDirectory directory(Host());
+  const std::pair<cvn::String, std::string> kCases[] = {
+      {u"DIR\\SUB\\FILE.TXT", "Dir\\Sub\\File.txt"},
+      {u"dir/sub/", "Dir/Sub/"},
+      {u".\\dir\\..\\LINK\\sub", ".\\Dir\\..\\Link\\Sub"},
+      {u"dir\\...", "Dir\\..."},
+      {u"z:\\DEV\\NULL", "z:\\dev\\null"},
+      {u"c:\\", "c:\\"},
+      {Joined(u"\\\\?\\", Path(u"FILE.TXT")), "\\\\?\\" + Utf8(Path(u"File.txt"))},
+  };
+  for (const auto& [path, longName] : kCases) {
+    EXPECT_EQ(Utf8(paths::LongName(path)), longName);
+  }
+}
+
+TEST(HostPaths, HaveAFormForScripts) {
+  const std::string& machine = Machine::Get().Root();
+  std::string beside = "Z:" + machine + "2/x";
+  std::ranges::replace(beside, '/', '\\');
+  const std::pair<std::string, std::string> kCases[] = {
+      {"/", "Z:\\"},
+      {"/home/me/fix.tlx", "Z:\\home\\me\\fix.tlx"},
+      {machine, "C:\\"},
+      {machine + "/Windows/Temp", "C:\\Windows\\Temp"},
+      {machine + "2/x", beside},
+  };
+  for (const auto& [host, path] : kCases) {
+    EXPECT_EQ(Utf8(posix::ToMachinePath(host)), path);
+  }
+}
+
+// Rows of the pieces that could be taken for one another, both ways: surrogates and the escapes of
+// single bytes; UTF-8 that is cut, overlong, beyond Unicode or spells surrogates.
+TEST(Names, LoseNothingInEitherDirection) {
+  EXPECT_EQ(posix::ToWide("a\xE9z"), u"a\xDCE9z");
+  EXPECT_EQ(posix::ToWide("\xED\xA0\x80"), u"\xD800");
+  const char16_t kUnits[] = {u'a',   0xE9,   0xD800, 0xDBFF, 0xDC00, 0xDC80, 0xDC83,
+                             0xDCA9, 0xDCB2, 0xDCC3, 0xDCED, 0xDFFF, u'/'};
+  const char kBytes[] = {'a',    '/',    '\x80', '\x83', '\x90', '\x9F', '\xA0', '\xA9',
+                         '\xB2', '\xBF', '\xC0', '\xC3', '\xED', '\xF0', '\xF4', '\xFF'};
+  std::minstd_rand random(1);
+  const auto pick = [&random](const auto& from) { return from[random() % std::size(from)]; };
+  for (int i = 0; i < 60'000; ++i) {
+    std::u16string text;
+    std::string host;
+    for (auto length = random() % 12; text.size() <= length;) {
+      text.push_back(pick(kUnits));
+      host.push_back(pick(kBytes));
+    }
+    ASSERT_EQ(posix::ToWide(HostNameOf(text)), text) << testing::PrintToString(HostNameOf(text));
+    ASSERT_EQ(HostNameOf(posix::ToWide(host)), host) << testing::PrintToString(host);
+  }
+}
+
+TEST(Names, FoldUnitForUnitInNoLanguage) {
+  const std::pair<cvn::StringView, cvn::StringView> kCases[] = {
+      {u"azAZ09_[{", u"AZAZ09_[{"},
+      {u"\u00E9\u00FF\u0101\u03C9\u0451\u0561", u"\u00C9\u0178\u0100\u03A9\u0401\u0531"},
+      {u"\u00DF\u0131\u017F\u00B5\u0149", u"\u00DF\u0131\u017F\u00B5\u0149"},
+      {u"\xD801\xDC28", u"\xD801\xDC28"},  // a small letter beyond the units
+      {u"\xDC41\xD841", u"\xDC41\xD841"},
+  };
+  for (const auto& [name, folded] : kCases) {
+    EXPECT_EQ(posix::Folded(name), folded) << Utf8(name);
+  }
+}
+
+using Index = HostFolderTest;
+
+TEST_F(Index, OpensWhateverTheCommandLineNames) {
+  std::string argument = Host("odd \xE9\xED\xA0\x80\xF0\x9F\x98\x80?*. ");
+  Touch(argument);
+  std::string program = "tessel";
+  std::array<char*, 3> argv = {program.data(), argument.data(), nullptr};
+  const cvn::List<cvn::String> arguments = posix::ArgumentsOf(2, argv.data());
+  ASSERT_EQ(arguments.size(), 2U);
+  EXPECT_EQ(Utf8(arguments[0]), "tessel");
+  EXPECT_EQ(ContentOf(Joined(u"Z:", arguments[1])), "x");
+}
+
+TEST_F(Index, PrefersTheExactNameThenAlwaysTheSame) {
+  for (const char* name : {"name", "nAME", "Name", "naME"}) {
+    Touch(Host(name));
+  }
+  HostPath host;
+  EXPECT_EQ(posix::Resolve(Path(u"naME"), &host), kSuccess);
+  EXPECT_EQ(host.path, Host("naME"));
+  for (const char* first : {"Name", "nAME"}) {
+    EXPECT_EQ(posix::Resolve(Path(u"NAME"), &host), kSuccess);
+    EXPECT_EQ(host.path, Host(first));
+    EXPECT_EQ(files::Delete(Path(u"NAME")), kSuccess);
+  }
+  EXPECT_EQ(files::Replace(Path(u"NAME"), Path(u"NamE")), kSuccess);
+  EXPECT_EQ(Found(Path(u"*")), "., .., NamE, name");
+}
+
+// With the kernel's reports, and where there are none to be had.
+class IndexChanges : public HostFolderTest, public testing::WithParamInterface<bool> {
+ protected:
+  IndexChanges() {
+    std::vector<int> instances;
+    while (!GetParam() && (instances.empty() || instances.back() >= 0)) {
+      instances.push_back(inotify_init1(IN_CLOEXEC));
+    }
+    index_.emplace();
+    for (const int instance : instances) {
+      close(instance);
+    }
+  }
+
+  std::string Find(const std::string& folder, std::string_view name) {
+    std::string spelled;
+    const Code code = index_->Find(folder, name, &spelled);
+    return code == kSuccess ? spelled : std::to_string(code);
+  }
+
+  std::optional<DirectoryIndex> index_;
+};
+
+INSTANTIATE_TEST_SUITE_P(, IndexChanges, testing::Bool(),
+                         [](const auto& kind) { return kind.param ? "Reported" : "NotReported"; });
+
+TEST_P(IndexChanges, ShowAtOnce) {
+  const std::string folder = Host("folder");
+  EXPECT_EQ(Find(folder, "a"), "3");
+  std::filesystem::create_directory(folder);
+  EXPECT_EQ(Find(folder, "FILE"), "2");
+  Touch(folder + "/File");
+  EXPECT_EQ(Find(folder, "FILE"), "File");
+  EXPECT_EQ(Find(folder + "/File", "FILE"), "3");
+  std::filesystem::create_directory(folder + "/Sub");
+  EXPECT_EQ(Find(folder, "SUB"), "Sub");
+  std::filesystem::rename(folder + "/File", folder + "/Other");
+  EXPECT_EQ(Find(folder, "FILE"), "2");
+  EXPECT_EQ(Find(folder, "OTHER"), "Other");
+  std::filesystem::remove(folder + "/Other");
+  EXPECT_EQ(Find(folder, "OTHER"), "2");
+  std::filesystem::create_symlink("/", folder + "/Link");
+  EXPECT_EQ(Find(folder, "LINK"), "Link");
+  // Nothing happened for long, and then something does.
+  std::filesystem::last_write_time(folder, std::filesystem::file_time_type::clock::now() - 1h);
+  EXPECT_EQ(Find(folder, "LATE"), "2");
+  EXPECT_EQ(Find(folder, "LINK"), "Link");
+  Touch(folder + "/Late");
+  EXPECT_EQ(Find(folder, "LATE"), "Late");
+  // The folder itself gives way to another.
+  std::filesystem::rename(folder, Host("before"));
+  EXPECT_EQ(Find(folder, "SUB"), "3");
+  std::filesystem::create_directory(folder);
+  Touch(folder + "/New");
+  EXPECT_EQ(Find(folder, "SUB"), "2");
+  EXPECT_EQ(Find(folder, "NEW"), "New");
+  EXPECT_EQ(Find(Host("before"), "SUB"), "Sub");
+  std::filesystem::remove_all(folder);
+  EXPECT_EQ(Find(folder, "NEW"), "3");
+}
+
+TEST_P(IndexChanges, ShowInManyFolders) {
+  constexpr int kFolders = 300;  // more than are kept
+  for (const char* name : {"One", "Two"}) {
+    for (int i = 0; i < kFolders; ++i) {
+      const std::string folder = Host("folder " + std::to_string(i));
+      std::filesystem::create_directories(folder);
+      EXPECT_EQ(Find(folder, name), "2");
+      Touch(folder + "/" + name);
+      EXPECT_EQ(Find(folder, "one"), "One");
+      EXPECT_EQ(Find(folder, "TWO"), name[0] == 'T' ? "Two" : "2");
+    }
+  }
+}
+
+// More changes than the kernel keeps reports of.
+TEST_P(IndexChanges, SurviveAFlood) {
+  EXPECT_EQ(Find(Host(), "last"), "2");
+  for (int i = 0; i < 20'000; ++i) {
+    Touch(Host("flood"));
+    unlink(Host("flood").c_str());
+  }
+  Touch(Host("Last"));
+  EXPECT_EQ(Find(Host(), "LAST"), "Last");
+  EXPECT_EQ(Find(Host(), "FLOOD"), "2");
+}
+
+// Quadratic work would take minutes here.
+TEST_F(Index, LargeFolderIsWorkedThroughInAnyCase) {
+  for (int i = 0; i < 20'000; ++i) {
+    ASSERT_EQ(steps::Create(Path(cvn::Format(u"File %d", i)), {}), kSuccess);
+  }
+  for (int i = 0; i < 20'000; ++i) {
+    ASSERT_EQ(files::Delete(Path(cvn::Format(u"FILE %d", i))), kSuccess);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(Host()));
+}
+
+using Skeleton = HostFolderTest;
+
+TEST_F(Skeleton, IsMadeWhereAMachineIsMissing) {
+  std::filesystem::create_directory(Host("there"));
+  Touch(Host("file"));
+  struct Case {
+    const char* what;
+    std::string machine;
+    std::string dataHome;
+    Code state;
+    std::string root;
+    bool hasSkeleton;
+  };
+  const Case kCases[] = {
+      {"named", Host("new/named/"), "", kSuccess, Host("new/named"), true},
+      {"relative", std::filesystem::relative(Host("a/b")), "", kSuccess, Host("a/b"), true},
+      {"existing", Host("there"), "", kSuccess, Host("there"), false},
+      {"default", "", Host("data"), kSuccess, Host("data/tessel/machine"), true},
+      {"home", "", "not/absolute", kSuccess, Host(".local/share/tessel/machine"), true},
+      {"a file", Host("file"), "", kPathNotFound, Host("file"), false},
+      {"below a file", Host("file/new"), "", kPathNotFound, "", false},
+      {"the host", "/", "", kSuccess, "", false},
+  };
+  const auto findEach = [&] {
+    setenv("HOME", Host().c_str(), 1);
+    for (const Case& test : kCases) {
+      SCOPED_TRACE(test.what);
+      setenv("TESSEL_MACHINE", test.machine.c_str(), 1);
+      setenv("XDG_DATA_HOME", test.dataHome.c_str(), 1);
+      for (int i = 0; i < 2; ++i) {  // made, then found
+        const Machine machine = posix::DefaultMachine({});
+        EXPECT_EQ(machine.State(), test.state);
+        EXPECT_EQ(machine.Root(), test.root);
+      }
+      for (const char* name :
+           {"/Windows/System32/config", "/Program Files (x86)", "/Users/Public"}) {
+        EXPECT_EQ(std::filesystem::is_directory(test.root + name), test.hasSkeleton) << name;
+      }
+    }
+    return HasFailure() ? 1 : 0;
+  };
+  EXPECT_EQ(InChild(findEach), 0);  // whose environment is its own
+}
+
+// Variables that the process finds when it first asks for one.
+class HostEnvironment : public testing::Environment {
+ public:
+  void SetUp() override {
+    setenv("Tessel_Host", "\xED\x95\x9C=x", 1);
+    setenv("TESSEL_EMPTY", "", 1);
+    setenv("TEMP", "/tmp", 1);
+  }
+};
+[[maybe_unused]] const auto* const kHostEnvironment =
+    testing::AddGlobalTestEnvironment(new HostEnvironment);
+
+TEST(OfflineEnvironment, ComesFromTheMachineThenFromTheHost) {
+  const bool isRoot = geteuid() == 0;
+  const std::string profile = isRoot ? "C:\\Windows\\system32\\config\\systemprofile"
+                                     : "C:\\Users\\" + Utf8(posix::UserName());
+  const std::pair<cvn::StringView, std::string> kCases[] = {
+      {u"SYSTEMROOT", "C:\\Windows"},
+      {u"ProgramFiles(x86)", "C:\\Program Files (x86)"},
+      {u"temp", isRoot ? "C:\\Windows\\Temp" : profile + "\\AppData\\Local\\Temp"},
+      {u"appdata", profile + "\\AppData\\Roaming"},
+      {u"tessel_host", "\xED\x95\x9C=x"},
+      {u"TESSEL_EMPTY", ""},
+      {u"TESSEL_NONE", "(none)"},
+  };
+  for (const auto& [name, value] : kCases) {
+    EXPECT_EQ(Utf8(environment::Get(name).value_or(u"(none)")), value) << Utf8(name);
+  }
+}
+
+}  // namespace
+}  // namespace platform::test
