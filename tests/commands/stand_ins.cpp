@@ -12,8 +12,6 @@ namespace {
 constexpr std::uint32_t kFirstId = 0x100;
 
 ScriptedSystem scripted;
-std::map<std::uintptr_t, int> keyLevels;  // of open keys, by handle; a root's is 0
-std::uintptr_t lastHandle = 0;
 std::map<std::string, int> counts;  // of calls, by their first words
 
 // Takes down a call. Its code, which is the last error too when it is a failure.
@@ -56,107 +54,12 @@ std::vector<std::string> ScriptedSystem::Called(const std::string& word) const {
 ScriptedSystem& ResetSystem() {
   scripted = ScriptedSystem();
   counts.clear();
-  keyLevels.clear();
   return scripted;
 }
 
 }  // namespace tessel::testing
 
 using namespace tessel::testing;  // NOLINT(google-build-using-namespace)
-
-namespace platform::registry {
-namespace {
-
-int LevelOf(const Key& key) {
-  const auto found = keyLevels.find(key.Handle());
-  return found == keyLevels.end() ? 0 : found->second;
-}
-
-std::vector<cvn::String> SubKeysOf(const Key& key) {
-  return LevelOf(key) < scripted.deepest ? scripted.subKeys : std::vector<cvn::String>();
-}
-
-Code NameAt(const std::vector<cvn::String>& names, std::uint32_t index, std::size_t capacity,
-            cvn::String* name) {
-  if (index >= names.size()) {
-    return kNoMoreItems;
-  }
-  *name = names[index];
-  return name->Length() < capacity ? Call("name", *name) : kMoreData;
-}
-
-}  // namespace
-
-Key::Key(Root root)
-    : handle_(static_cast<std::uintptr_t>(
-          static_cast<std::intptr_t>(static_cast<std::int32_t>(root)))) {}
-
-void Key::Close() {
-  scripted.openHandles -= static_cast<int>(keyLevels.erase(handle_));
-  handle_ = 0;
-}
-
-Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key* key) {
-  // Variables are made of longer paths, and are none of the test's.
-  const bool isThere = path.find(u'\\') == cvn::StringView::npos;
-  const Code code = isThere ? Call("key", u"%s %x", path, access) : kFileNotFound;
-  if (code == kSuccess) {
-    key->handle_ = ++lastHandle;
-    keyLevels[key->handle_] = LevelOf(parent) + 1;
-    ++scripted.openHandles;
-  }
-  return code;
-}
-
-Code CreateKey(const Key& parent, cvn::StringView path, bool isVolatile, std::uint32_t access,
-               Key* key) {
-  const Code code = Call("create", isVolatile ? u"volatile" : u"lasting");
-  return code == kSuccess ? OpenKey(parent, path, access, key) : code;
-}
-
-Code DeleteKey(const Key& /*parent*/, cvn::StringView path) { return Call("delete", path); }
-
-Code QueryValue(const Key& /*key*/, cvn::StringView name, std::uint32_t* type,
-                std::vector<std::byte>* data) {
-  const auto bytes = std::as_bytes(std::span(scripted.valueData));
-  *type = scripted.valueType;
-  data->assign(bytes.begin(), bytes.end());
-  return Call("value", name);
-}
-
-Code SetValue(const Key& /*key*/, cvn::StringView name, std::uint32_t type,
-              std::span<const std::byte> data) {
-  cvn::String bytes;
-  for (const std::byte byte : data) {
-    bytes.Append(cvn::Format(u"%02x", std::to_integer<int>(byte)));
-  }
-  return Call("set", u"%s %x %s", name, type, bytes);
-}
-
-Code DeleteValue(const Key& /*key*/, cvn::StringView name) { return Call("unset", name); }
-
-Code EnumerateKey(const Key& key, std::uint32_t index, std::size_t capacity, cvn::String* name) {
-  return NameAt(SubKeysOf(key), index, capacity, name);
-}
-
-Code EnumerateValue(const Key& /*key*/, std::uint32_t index, std::size_t capacity,
-                    cvn::String* name) {
-  return NameAt(scripted.valueNames, index, capacity, name);
-}
-
-Code QueryInfo(const Key& key, std::uint32_t* subKeys, std::uint32_t* longestName) {
-  const std::vector<cvn::String> names = SubKeysOf(key);
-  *subKeys = static_cast<std::uint32_t>(names.size());
-  *longestName = 0;
-  for (const cvn::String& name : names) {
-    *longestName = std::max(*longestName, static_cast<std::uint32_t>(name.Length()));
-  }
-  return Call("info");
-}
-
-Code Flush() { return kSuccess; }
-
-}  // namespace platform::registry
 
 namespace platform::process {
 namespace {
@@ -172,8 +75,8 @@ void Handle::Close() {
 
 std::uint32_t CurrentId() { return 1; }
 
-Code Start(cvn::StringView commandLine, cvn::StringView directory, Handle* process) {
-  return Give(Call("run", u"[%s] [%s]", commandLine, directory), 1, process);
+Code Start(cvn::StringView /*commandLine*/, cvn::StringView /*directory*/, Handle* /*process*/) {
+  return kNotSupported;
 }
 
 Code Open(std::uint32_t id, std::uint32_t access, Handle* process) {
@@ -204,12 +107,6 @@ Code MainModulePath(std::uint32_t id, cvn::String* path) {
   *path = ProcessOf(id).modulePath;
   return path->Empty() ? kAccessDenied : kSuccess;
 }
-
-Code ImagePath(std::uint32_t /*id*/, cvn::String* /*path*/, ImageStep* /*failedStep*/) {
-  return kNotSupported;
-}
-
-cvn::String UserSid(std::uint32_t /*id*/) { return {}; }
 
 Code Impersonate(cvn::StringView user, cvn::StringView domain, cvn::StringView password) {
   return Call("impersonate", u"%s\\%s with %s", domain, user, password);
@@ -245,11 +142,6 @@ Code QueryState(const Handle& /*service*/, std::uint32_t* state) {
   return code;
 }
 
-Code QueryConfig(const Handle& /*service*/, Config* config) {
-  *config = scripted.created;
-  return kSuccess;
-}
-
 Code Start(const Handle& /*service*/) { return Call("start"); }
 
 Code Stop(const Handle& /*service*/, std::uint32_t* state) {
@@ -260,10 +152,7 @@ Code Stop(const Handle& /*service*/, std::uint32_t* state) {
   return code;
 }
 
-Code Create(const Handle& /*manager*/, const Config& config) {
-  scripted.created = config;
-  return Call("create");
-}
+Code Create(const Handle& /*manager*/, const Config& /*config*/) { return Call("create"); }
 
 Code Delete(const Handle& /*service*/) { return Call("remove"); }
 

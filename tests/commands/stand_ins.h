@@ -1,13 +1,11 @@
-// Registry, processes and services of a system in the test's hands, linked in place of the
-// platform's: they hold what a real one doesn't let in, and fail where they are told to.
+// Processes and services that a test describes, linked in place of the platform's: they are in
+// states that a real system can't be brought into, and fail where they are told to.
 #pragma once
 
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "platform/registry.h"
 #include "platform/services.h"
 
 namespace tessel::testing {
@@ -25,21 +23,12 @@ struct ScriptedSystem {
   std::vector<std::string> calls;
   int openHandles = 0;
 
-  // Every key has these subkeys, down to `deepest` levels below a root, and these values, with the
-  // same data.
-  std::vector<cvn::String> subKeys;
-  int deepest = 2;
-  std::vector<cvn::String> valueNames;
-  std::uint32_t valueType = 1;
-  std::string_view valueData;
-
   std::vector<ScriptedProcess> processes;  // by their ids, from 0x100 on
 
   // The one service's state at the first query, then at each one; the last stays.
   std::vector<std::uint32_t> states = {platform::services::kStateStopped};
   // What a stop tells of the state.
   std::uint32_t stateToldByStop = platform::services::kStateStopPending;
-  platform::services::Config created;
 
   // The calls that begin with `word`.
   std::vector<std::string> Called(const std::string& word) const;

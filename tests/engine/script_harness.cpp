@@ -28,15 +28,6 @@ Lines ReadTrace(const std::filesystem::path& path) {
 
 }  // namespace
 
-bool ScriptOutcome::Traced(const std::string& line) const {
-  return std::ranges::find(trace, line) != trace.end();
-}
-
-int ScriptOutcome::Count(const std::string& start) const {
-  return static_cast<int>(std::ranges::count_if(
-      trace, [&](const std::string& line) { return line.starts_with(start); }));
-}
-
 Lines ScriptOutcome::Ran() const {
   const auto from = std::ranges::find(trace, "Start executing");
   const auto to = std::find_if(from, trace.end(), [](const std::string& line) {

@@ -17,9 +17,6 @@ struct ScriptOutcome {
   std::int32_t result = 0;     // of Run, when the load succeeded
   Lines trace;                 // without stamps
 
-  bool Traced(const std::string& line) const;
-  // How many lines begin with `start`.
-  int Count(const std::string& start) const;
   // The lines of the commands that ran, without an exit's.
   Lines Ran() const;
   // The values that trace commands wrote, each with a '|' behind it.
