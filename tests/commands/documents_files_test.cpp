@@ -1,5 +1,4 @@
 // Files of documents: their forms, and hostile ones.
-#include "platform/files.h"
 #include "tests/commands/documents_fixture.h"
 
 namespace tessel::testing {
@@ -45,31 +44,20 @@ TEST_F(DocumentFiles, XmlComesInEveryForm) {
     std::string saved;  // without the mark
   } kCases[] = {
       {"<r a=\"1\r\n2\r3\">x\r\ny\rz</r>", "<r a=\"1&#x0A;2&#x0A;3\">x y z</r>\r\n"},
-      {"<?xml version='1.0' encoding='ISO-8859-1' standalone='yes'?><r>\xC3\xA9</r>",
-       "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" standalone=\"yes\" ?>\r\n"
-       "<r>\xC3\xA9</r>\r\n"},
       {"<r>\xE9\xED\xA0\x80\xFF</r>", "<r>" + Repeat("\xEF\xBF\xBD", 5) + "</r>\r\n"},
-      {"<r>a&#xD83D;b</r>", "<r>a" + Repeat("\xEF\xBF\xBD", 3) + "b</r>\r\n"},
       {Utf16("<r>", false) + std::string("\x00\xD8", 2) + Utf16("</r>", false).substr(2),
        "<r>\xEF\xBF\xBD</r>\r\n"},
-      {Utf16("<r/>", true) + "x", "<r />\r\n"},
-      {Utf16("<r/>", false).substr(0, 9), "<r />\r\n"},
-      {std::string("<r/>\0<x", 7), "<r />\r\n"},
-      {"<r/> junk", "<r />\r\n"},
       {"<r a='x' b='&quot;' c='&apos;' d='\"&apos;'/>",
        "<r a=\"x\" b='&quot;' c=\"&apos;\" d='&quot;&apos;' />\r\n"},
       {"<r a='&lt;&gt;&amp;&#9;&#x1;'>&lt;&gt;&amp;&quot;&apos;&#9;&#x1f;</r>",
        "<r a=\"&lt;&gt;&amp;&#x09;&#x01;\">&lt;&gt;&amp;&quot;&apos;&#x09;&#x1F;</r>\r\n"},
       {"<r a='&amp;#x41;'>&amp;#x20AC;&amp;#65;&amp;none;</r>",
        "<r a=\"&#x41;\">&#x20AC;&amp;#65;&amp;none;</r>\r\n"},
-      {"<r>&amp;#x; &amp;#x4G; &amp;#x41 &amp;#xaF;</r>",
-       "<r>&amp;#x; &amp;#x4G; &amp;#x41 &#xaF;</r>\r\n"},
       {"<!DOCTYPE r SYSTEM 'r.dtd'><!-- top --><?pi data?><r><![CDATA[<&>]]></r><!-- end -->",
        "<!DOCTYPE r SYSTEM 'r.dtd'>\r\n<!-- top -->\r\n<?pi data?>\r\n"
        "<r>\r\n    <![CDATA[<&>]]>\r\n</r>\r\n<!-- end -->\r\n"},
       {"<r>a<b>c</b>d<e/><f> </f></r>",
        "<r>a\r\n    <b>c</b>d\r\n    <e />\r\n    <f />\r\n</r>\r\n"},
-      {"<a/><b/>", "<a />\r\n<b />\r\n"},
   };
   for (const auto& testCase : kCases) {
     EXPECT_EQ(SavedXml(testCase.bytes), kMark + testCase.saved) << testCase.bytes;
@@ -93,15 +81,11 @@ TEST_F(DocumentFiles, JsonComesInItsForms) {
       {Utf16(text, true), "2|"},
       {"[\"\xE9\xFF\"]", "[ \"\\ufffd\\ufffd\" ]\r\n"},
       {"[\"\\ud800\"]", "2|"},
-      {"[\"\\udc00\"]", "[ \"\\ufffd\" ]\r\n"},
       {"{\"a\":1,\"b\":2,\"a\":3}", "{\r\n   \"a\" : 3,\r\n   \"b\" : 2\r\n}\r\n"},
       {"[1e999]", "2|"},
       {"[18446744073709551615,18446744073709551616,-9223372036854775808,1.50,-0]",
        "[\r\n   18446744073709551615,\r\n   1.8446744073709552e+19,\r\n   -9223372036854775808,\r\n"
        "   1.5,\r\n   0\r\n]\r\n"},
-      {"\"lone\"", "\"lone\"\r\n"},
-      {"// only a comment", "2|"},
-      {"[1,]", "2|"},
   };
   for (const auto& testCase : kCases) {
     const bool isError = testCase.saved.ends_with("|");
@@ -114,12 +98,9 @@ TEST_F(DocumentFiles, NestingHasALimit) {
   const auto xml = [](int levels) { return Repeat("<a>", levels) + Repeat("</a>", levels); };
   EXPECT_TRUE(SavedXml(xml(4'096)).starts_with(kMark));
   EXPECT_EQ(SavedXml(xml(4'097)), "2|");
-  EXPECT_EQ(SavedXml(xml(100'000)), "2|");
-  EXPECT_EQ(SavedXml(Repeat("<a>", 100'000)), "2|");
   const auto json = [](int levels) { return Repeat("[", levels) + Repeat("]", levels); };
   EXPECT_TRUE(SavedJson(json(1'000)).starts_with(kMark));
   EXPECT_EQ(SavedJson(json(100'000)), "2|");
-  EXPECT_EQ(SavedJson(Repeat("{\"a\":[", 50'000)), "2|");
 }
 
 TEST_F(DocumentFiles, NestingHasALimitForScriptsToo) {
@@ -141,44 +122,12 @@ TEST_F(DocumentFiles, NestingHasALimitForScriptsToo) {
             "0|1627|1627|1|0|");
 }
 
-TEST_F(DocumentFiles, HugeOnesStillWork) {
-  constexpr int kMillions = 20'000'000;
-  Put("d.xml", "<r a='" + std::string(kMillions, 'x') + "'>" + Repeat("&amp;", 500'000) + "</r>");
-  EXPECT_EQ(Answers(OpenXml("d.xml") + TellXml("string-length(@a)") + TellXml("string-length(.)") +
-                    TellXml("*[2000000000]") + "<xmlSetValue handle='d' xpath='@a' value='&lt;'/>" +
-                    SaveXml("e.xml")),
-            "20000000|500000||");
-  EXPECT_EQ(Get("e.xml").size(), 3 + sizeof("<r a=\"&lt;\"></r>\r\n") - 1 + 5 * 500'000);
-  Put("d.json", "{\"a\":\"" + std::string(kMillions, 'x') + "\",\"l\":[1]}");
-  EXPECT_EQ(Answers(OpenJson("d.json") + TellJson("l[2000000000]") + TellJson("l[99999999999]") +
-                    "<jsonSetIntValue handle='d' path='l[1000001]' value='7'/>"
-                    "<jsonSetIntValue handle='d' path='l[1000]' value='7'/>" +
-                    TellError() + TellJson("l[1000]") + SaveJson("e.json") + TellError()),
-            "-|-|1627|7|0|");
-}
-
 // Declared entities are not replaced, so they can't multiply.
 TEST_F(DocumentFiles, EntitiesAreNotExpanded) {
   Put("d.xml",
       "<!DOCTYPE r SYSTEM 'file:///etc/passwd'><r a='&b;'>&a;&a;&lol9;&#99999999999;&#x;</r>");
   EXPECT_EQ(Answers(OpenXml("d.xml") + TellXml(".") + TellXml("@a")), "a;a;lol9;|b;|");
   EXPECT_EQ(SavedXml("<r a='1' a='2'/>"), "2|");
-}
-
-TEST_F(DocumentFiles, AnUnwritableTargetKeepsWhatItHas) {
-  using namespace platform::files;
-  Put("d.xml", "<r/>");
-  Put("d.json", "{}");
-  Put("old", "old");
-  File held;
-  ASSERT_EQ(Open(cvn::Utf8ToWide((folder_ / "old").string()), Access::Read, Share::Read,
-                 Disposition::OpenExisting, &held),
-            platform::kSuccess);
-  EXPECT_EQ(Answers(OpenXml("d.xml") + SaveXml("old") + TellError() + OpenJson("d.json") +
-                    SaveJson("old") + TellError()),
-            "32|1627|");
-  EXPECT_EQ(Get("old"), "old");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 3);
 }
 
 }  // namespace

@@ -30,10 +30,8 @@ TEST_F(XmlCommands, HandlesEndWithTheirElements) {
       "<xmlClose handle='e'/>",
       OpenXml("d.xml"),
       "<xmlGetElement handle='d' xpath='/r' destHandle='d'/>",
-      "<xmlRemoveChild handle='d' xpath='//z'/>",
       "<xmlRemoveChild handle='d' xpath='/r'/>",
       "<xmlRemoveChild handle='e' xpath='.'/>",
-      "<xmlSetValue handle='d' xpath='/r/y' value='v'/>",
       "<xmlSetCDataValue handle='d' xpath='/r' value='v'/>",
       "<jsonOpen handle='e' path='%dir%/d.json'/>",
   };
@@ -71,8 +69,6 @@ TEST_F(XmlCommands, FailOnOddExpressions) {
     const char* error;
   } kCases[] = {
       {"xmlAddChild data='&lt;!-- a -->'", {"/r"}, "13|"},
-      {"xmlAddChild data='a'", {"/r"}, "13|"},
-      {"xmlAddChild data='%nothing%'", {"/r"}, "13|"},
       {"xmlAddChild data='&lt;a/>'", {"/r/none", "/r/@a", "%nothing%"}, "3|"},
       {"xmlRemoveChild", {"/r/none", "/r/x/text()", "count(/r)", "/r[", "/", "%nothing%"}, "1168|"},
       {"xmlSetValue value='v'",
@@ -93,16 +89,6 @@ TEST_F(XmlCommands, FailOnOddExpressions) {
   }
 }
 
-// The one command that starts anew each time.
-TEST_F(XmlCommands, ClearAFormerFailureOfCData) {
-  EXPECT_EQ(Answers("<assign var='p' value='/r/none'/>" + OpenXml("d.xml") +
-                    "<xmlSetCDataValue id='again' handle='d' xpath='%p%' value='v'><onerror>"
-                    "<trace value='%error%'/><assign var='p' value='/r/y'/><goto target='again'/>"
-                    "</onerror></xmlSetCDataValue>" +
-                    TellXml("y")),
-            "Could not set value|v|");
-}
-
 TEST_F(XmlCommands, ChangeTheDocument) {
   const struct {
     const char* commands;
@@ -112,12 +98,7 @@ TEST_F(XmlCommands, ChangeTheDocument) {
        "<xmlSetValue handle='d' xpath='//@n' value='3'/>"
        "<xmlSetValue handle='d' xpath='@a' value='4'/>",
        "<r a=\"4\"><x>one</x><x n=\"3\">two</x><y new=\"v\"><z /></y></r>"},
-      {"<xmlSetValue handle='d' xpath='/r/y' value='&lt;&amp;'/>"
-       "<xmlSetValue handle='d' xpath='x' value=''/>"
-       "<xmlSetCDataValue handle='d' xpath='/r/x[2]' value='&lt;&amp;'/>",
-       "<r a=\"1\"><x></x><x n=\"2\">&lt;&amp;</x><y>&lt;&amp;</y></r>"},
       {"<xmlSetValue handle='d' xpath='%nothing%' value='v'/>", "<r a=\"1\">v</r>"},
-      {"<xmlSetCDataValue handle='d' xpath='%nothing%' value='v'/>", "<r a=\"1\">v</r>"},
       {"<xmlAddChild handle='d' xpath='y' data='&lt;!-- c -->&lt;a/>&lt;b/>'/>"
        "<xmlAddChild handle='d' xpath='y' cdata='a &amp; b'><data>&lt;a>t&lt;/a></data>"
        "</xmlAddChild>",
@@ -128,8 +109,6 @@ TEST_F(XmlCommands, ChangeTheDocument) {
        "<xmlAddChild handle='d' xpath='/r' insert_before='none' insert_after='y' data='&lt;c/>'/>"
        "<xmlAddChild handle='d' xpath='/r' insert_before='//z' data='&lt;lost/>'/>",
        "<r a=\"1\"><x>one</x><b /><a /><x n=\"2\">two</x><y><z /></y><c /></r>"},
-      {"<xmlRemoveChild handle='d' xpath='x'/><xmlRemoveChild handle='d' xpath='x'/>",
-       "<r a=\"1\"><y><z /></y></r>"},
       {"<xmlRemoveChild handle='d' xpath='/r'/>", ""},
       {"<xmlGetElement handle='d' xpath='y' destHandle='y'/>"
        "<xmlGetElement handle='y' xpath='z' destHandle='y'/>"
@@ -145,23 +124,13 @@ TEST_F(XmlCommands, ChangeTheDocument) {
 
 TEST_F(XmlCommands, AnswerXPath) {
   Put("t.xml",
-      "<r><a k='v'>t<b>u</b>w</a><c><![CDATA[<&>]]></c><!-- note -->"
+      "<r><a k='v'>t<b>u</b>w</a><c><![CDATA[<&>]]></c>"
       "<n:e xmlns:n='urn:n'>\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80</n:e></r>");
   const std::pair<const char*, const char*> kCases[] = {
-      {"/r/a/@k", "v"},
       {"/r/a", "tuw"},
       {"/r/a/text()[2]", "w"},
-      {"c", "<&>"},
-      {"comment()", " note "},
-      {"count(*)", "3"},
-      {"/r/none", ""},
-      {"name(*[3])", "n:e"},
       {"*[3]", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
-      {"concat(\"a\", 1 + 2, true())", "a3true"},
-      {"1 div 4", "0.25"},
-      {"local-name(*[3])", "e"},
       {"string(//b/following-sibling::text())", "w"},
-      {"name(//b/ancestor::*[last()])", "r"},
   };
   for (const auto& [xpath, answer] : kCases) {
     EXPECT_EQ(Answers(OpenXml("t.xml") + TellXml(xpath)), std::string(answer) + "|") << xpath;
