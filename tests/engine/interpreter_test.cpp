@@ -5,52 +5,7 @@
 namespace tessel::testing {
 namespace {
 
-// Saving what isn't open fails with 6.
-TEST(Interpreter, TracesEachStep) {
-  const std::string fail = "<xmlSave handle='x' path='p'>";
-  const std::string end = "</xmlSave>";
-  EXPECT_EQ(
-      RunScript("<goto target='in'/><nothing/>" + fail + "<onerrorspec err='6'><nothing id='in'/>" +
-                "</onerrorspec><onerrorspec err='6'><trace value='a'/></onerrorspec>" + end + fail +
-                "<onerrorspec err='6'>" + fail + "<onerror><trace value='b'/></onerror>" + end +
-                "</onerrorspec><onerrorspec err='60'/><onTrue><nosuch/></onTrue>" + end +
-                "<traceSetFile><onsuccess><trace value='c'/></onsuccess></traceSetFile>"
-                "<onErrorGoTo target='out'/>" +
-                fail + end + "<nothing/>" +
-                "<test id='out' left='a' right='A' operator='==' type='string'><onTrue>"
-                "<test left='a' right='b' operator='==' type='string'><onFalse><trace value='d'/>"
-                "</onFalse></test></onTrue></test><exit code='4'/>")
-          .trace,
-      (Lines{"set trace file: (null)",
-             "Start executing",
-             "GoTo label 'in'",
-             "Executing 'nothing' function",
-             "xmlSave in 'p'.handle: x",
-             "xmlSave function end with error. err:'6'",
-             "Entering onerrorspec handler err='6'",
-             "xmlSave in 'p'.handle: x",
-             "xmlSave function end with error. err:'6'",
-             "Entering onerror handler. err='6'",
-             "Trace: b",
-             "TraceSetFile skipped.",
-             "Entering onsuccess handler.",
-             "Trace: c",
-             "xmlSave in 'p'.handle: x",
-             "xmlSave function end with error. err:'6'",
-             "Entering onErrorGoTo handler. err='6'",
-             "test function called ('a' 1 'A'). type: 0",
-             "test function end with True.",
-             "Entering onTrue handler.",
-             "test function called ('a' 1 'b'). type: 0",
-             "test function end with False.",
-             "Entering onFalse handler.",
-             "Trace: d",
-             "Exit function called with exitcode 4",
-             "Stop executing",
-             "set trace file: (null)"}));
-}
-
-// What a run leaves for the next: no target, no variables.
+// What a run leaves for the next: no target, no variables. Saving what isn't open fails.
 TEST(Interpreter, ForgetsItsRun) {
   RunScript("<onErrorGoTo target='l'/><assign id='l' var='v' value='1'/>");
   const ScriptOutcome next = RunScript("<xmlSave handle='x' path='p'/><trace value='%v%'/>");
