@@ -24,7 +24,6 @@ TEST(ExportedObject, LooksInTheProgramsFolderAndThenInItsOwn) {
       {u"x.dll", second, {first, second}},
       {u"x.dll", u"", {first, second}},
       {u"C:\\y\\x.dll", u"", {u"C:\\y\\x.dll"}},
-      {u"\\y\\x.dll", u"", {u"\\y\\x.dll"}},
   };
   for (const bool canNarrow : {true, false}) {
     for (const auto& example : kCases) {
