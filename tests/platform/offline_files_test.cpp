@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
-#include <atomic>
-#include <thread>
 #include <vector>
 
 #include "platform/file_search.h"
@@ -169,32 +167,6 @@ TEST_F(OfflineFiles, AnotherVolumeHasItsOwnRules) {
   EXPECT_EQ(AttributesOf(u"mount\\file"), kReadOnly | kArchive);
 }
 
-TEST_F(OfflineFiles, AnNtfsVolumeKeepsItsOwnAttributes) {
-  Touch(Host("image"));
-  std::filesystem::resize_file(Host("image"), 8 << 20);
-  std::filesystem::create_directory(Host("mount"));
-  const std::string make = "mkfs.ntfs -q -F '" + Host("image") + "' > /dev/null 2>&1";
-  const std::string mount = "ntfs-3g '" + Host("image") + "' '" + Host("mount") + "' 2> /dev/null";
-  if (std::system(make.c_str()) != 0 || std::system(mount.c_str()) != 0) {
-    GTEST_SKIP() << "ntfs-3g is not installed, or may not mount";
-  }
-  for (const Attributes word : {kHidden | kReadOnly, kSystem | kArchive, kReadOnly, kNormal}) {
-    WriteContent(Path(u"mount\\file"), "content");
-    EXPECT_EQ(files::SetAttributes(Path(u"mount\\file"), word), kSuccess);
-    EXPECT_EQ(AttributesOf(u"mount\\file"), word);
-    EXPECT_LT(getxattr(Host("mount/file").c_str(), kDosName, nullptr, 0), 0);
-    const bool isReadOnly = (word & kReadOnly) != 0;
-    const Step kSteps[] = {
-        {Move<0>, u"mount\\file", u"mount\\moved"},
-        {Delete, u"mount\\moved", {}, isReadOnly ? kAccessDenied : kSuccess},
-        {Mark<kNormal>, u"mount\\moved", {}, isReadOnly ? kSuccess : kFileNotFound},
-        {Delete, u"mount\\moved", {}, isReadOnly ? kSuccess : kFileNotFound},
-    };
-    Run(kSteps);
-  }
-  umount2(Host("mount").c_str(), MNT_DETACH);
-}
-
 TEST_F(OfflineFiles, PermissionsBindAsOnWindows) {
   constexpr Step kReadOnlySteps[] = {
       {Create, u"file"},
@@ -287,17 +259,6 @@ TEST_F(OfflineFiles, LinksAreThemselvesAndLeadElsewhere) {
   Run(kNames);
 }
 
-TEST_F(OfflineFiles, CirclesEndWhereTheHostEndsThem) {
-  std::filesystem::create_directories(Host("a/b"));
-  std::filesystem::create_symlink("../..", Host("a/b/up"));
-  const auto find = [this](std::size_t rounds) {
-    return Found(Path(Joined(Joined(u"a", Repeated(u"\\b\\up\\a", rounds)), u"\\*")));
-  };
-  EXPECT_EQ(find(20), "., .., b");
-  EXPECT_EQ(find(100), std::to_string(kCantResolveFilename));
-  EXPECT_EQ(find(1000), std::to_string(kFilenameExceedsRange));
-}
-
 TEST_F(OfflineFiles, DrivesAndCurrentDirectoriesStay) {
   // Drives are volumes, whatever the host makes of them.
   const cvn::String outside = posix::ToMachinePath(posix::Machine::Get().Root() + "-outside");
@@ -347,23 +308,6 @@ TEST_F(OfflineFiles, SearchesTakeNamesAsTheHostHasThem) {
   EXPECT_EQ(Found(Path(u"\u00C9*")), "\xC3\x89, \xC3\xA9");
 }
 
-TEST_F(OfflineFiles, ASearchOutlivesItsFolder) {
-  std::filesystem::create_directory(Host("folder"));
-  Touch(Host("folder/a"));
-  Touch(Host("folder/b"));
-  Search search;
-  SearchEntry entry;
-  ASSERT_EQ(search.First(Path(u"folder\\*"), &entry), kSuccess);
-  std::filesystem::remove_all(Host("folder"));
-  std::string names;
-  do {
-    names += Utf8(entry.Name());
-    EXPECT_EQ(entry.GetAttributes(), entry.IsDirectory() ? files::kDirectory : kArchive);
-    EXPECT_EQ(entry.LastWriteTime(), 116'444'736'000'000'000U);  // 1970
-  } while (search.Next(&entry) == kSuccess);
-  EXPECT_EQ(names, "...ab");
-}
-
 TEST_F(OfflineFiles, AFullDiskLeavesNoHalfFile) {
   const PrivateMount mount(Host("mount"), "tmpfs", "size=256k");
   if (!mount.IsMounted()) {
@@ -380,39 +324,6 @@ TEST_F(OfflineFiles, AFullDiskLeavesNoHalfFile) {
   };
   Run(kSteps);
   EXPECT_EQ(Found(Path(u"mount\\*")), "., .., old");
-}
-
-TEST_F(OfflineFiles, CopiesHolesAsHoles) {
-  const off_t size = 64 << 20;
-  Touch(Host("sparse"));
-  std::ofstream(Host("sparse"), std::ios::in | std::ios::out).seekp(8 << 20).put('m');
-  std::filesystem::resize_file(Host("sparse"), size);
-  ASSERT_EQ(files::Copy(Path(u"sparse"), Path(u"copy"), true), kSuccess);
-  struct stat status {};
-  ASSERT_EQ(stat(Host("copy").c_str(), &status), 0);
-  EXPECT_EQ(status.st_size, size);
-  EXPECT_LT(status.st_blocks * 512, 4 << 20);
-  EXPECT_TRUE(HostContentOf(Host("copy")) == HostContentOf(Host("sparse")));
-}
-
-TEST_F(OfflineFiles, ACopyOfAGrowingFileEnds) {
-  Touch(Host("log"));
-  std::atomic<bool> done = false;
-  std::thread writer([&] {
-    std::ofstream log(Host("log"), std::ios::app);
-    const std::string block(1 << 16, 'x');
-    for (int i = 0; i < 2000 && !done; ++i) {
-      log << block << std::flush;
-    }
-  });
-  for (int i = 0; i < 5; ++i) {
-    const auto before = std::filesystem::file_size(Host("log"));
-    EXPECT_EQ(files::Copy(Path(u"log"), Path(u"copy"), false), kSuccess);
-    EXPECT_GE(std::filesystem::file_size(Host("copy")), before);
-  }
-  done = true;
-  writer.join();
-  EXPECT_EQ(files::Copy(u"Z:\\dev\\zero", Path(u"copy"), false), kAccessDenied);
 }
 
 // Under its name, a file is there whole or as it was before, whenever its writer is killed.
@@ -438,21 +349,6 @@ TEST_F(OfflineFiles, AKilledCopyLeavesNoHalfFile) {
   }
 }
 
-TEST_F(OfflineFiles, AKilledProfileWriterLeavesNoHalfFile) {
-  const std::string start = "[a]\r\nk=" + std::string(1'000'000, 'x') + "\r\n[last]\r\nk=";
-  const cvn::String path = Path(u"settings.ini");
-  std::ofstream(Host("settings.ini")) << start << "first\r\n";
-  const auto writeBoth = [&path] {
-    EXPECT_EQ(profile::WriteString(u"last", u"k", u"other", path), kSuccess);
-    EXPECT_EQ(profile::WriteString(u"last", u"k", u"first", path), kSuccess);
-  };
-  KillInTheMiddle(30, writeBoth, [&] {
-    const std::string content = HostContentOf(Host("settings.ini"));
-    ASSERT_TRUE(content == start + "first\r\n" || content == start + "other\r\n")
-        << content.size() << " bytes";
-  });
-}
-
 TEST_F(OfflineFiles, AProfileKeepsWhatTheFileHasBesideItsContent) {
   WriteContent(Path(u"file"), "[a]\r\nk=1\r\n");
   ASSERT_EQ(chmod(Host("file").c_str(), 0640), 0);
@@ -468,23 +364,6 @@ TEST_F(OfflineFiles, AProfileKeepsWhatTheFileHasBesideItsContent) {
   EXPECT_EQ(AttributesOf(u"file"), kHidden | kArchive);
   EXPECT_TRUE(std::filesystem::is_symlink(Host("link")));
   EXPECT_EQ(Found(Path(u"*")), "., .., file, link");
-}
-
-TEST_F(OfflineFiles, AReplacedTargetKeepsItsPermissions) {
-  Touch(Host("file"));
-  Touch(Host("target"));
-  ASSERT_EQ(chmod(Host("file").c_str(), 0755), 0);
-  ASSERT_EQ(chmod(Host("target").c_str(), 0660), 0);
-  const bool isRoot = geteuid() == 0;
-  ASSERT_EQ(chown(Host("target").c_str(), isRoot ? 12 : geteuid(), isRoot ? 34 : getegid()), 0);
-  for (const auto& [name, mode, owner] :
-       {std::tuple{"target", 0660U, isRoot ? 12 : geteuid()}, {"new", 0755U, geteuid()}}) {
-    ASSERT_EQ(files::Copy(Path(u"file"), Path(posix::ToWide(name)), false), kSuccess);
-    struct stat status {};
-    ASSERT_EQ(stat(Host(name).c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, mode) << name;
-    EXPECT_EQ(status.st_uid, owner) << name;
-  }
 }
 
 TEST_F(OfflineFiles, ProcessesAgreeOnSharing) {

@@ -80,16 +80,6 @@ TEST_F(HostProcesses, GetTheHostsEnvironmentAndWhatTheRunSet) {
   EXPECT_EQ(OutputOf(u"echo $tessel_outer,$TESSEL_OUTER"), ",of the run\n");
 }
 
-TEST_F(HostProcesses, AreFoundByTheRunsPath) {
-  MakeScript("tool", "#!/bin/sh\necho \"$0 $1\" >out\n");
-  ASSERT_EQ(environment::Set(u"PATH", Joined(u"Z:\\missing;;", Folder())), kSuccess);
-  for (const cvn::StringView line : {u"tool \"a b\"", u"\"TOOL\" \"a b\""}) {
-    Run(line);
-    EXPECT_EQ(ContentOf(Path(u"out")), Host("tool") + " a b\n");
-    EXPECT_EQ(files::Delete(Path(u"out")), kSuccess);
-  }
-}
-
 TEST_F(HostProcesses, AreProgramsOfTheHost) {
   Touch(Host("plain"));
   MakeScript("marked", "no program");
@@ -117,32 +107,6 @@ TEST_F(HostProcesses, AreProgramsOfTheHost) {
   EXPECT_EQ(step, process::ImageStep::Query);
 }
 
-TEST_F(HostProcesses, KeepTheNameOfADeletedImage) {
-  const cvn::String image = Path(u"sleeper (deleted)");
-  std::filesystem::copy_file("/bin/sleep", Host("sleeper (deleted)"));
-  Handle sleeper;
-  ASSERT_EQ(process::Start(cvn::Format(u"\"%s\" 600", image), u"", &sleeper), kSuccess);
-  const auto imageOfChild = [] {
-    cvn::List<process::Entry> entries;
-    process::ListStep step;
-    cvn::String path;
-    EXPECT_EQ(process::List(&entries, &step), kSuccess);
-    for (const process::Entry& entry : entries) {
-      if (entry.parentId == process::CurrentId() &&
-          process::MainModulePath(entry.id, &path) == kSuccess) {
-        EXPECT_EQ(Utf8(entry.executable), Utf8(paths::FindFileName(path)));
-        return Utf8(path);
-      }
-    }
-    return std::string("(none)");
-  };
-  EXPECT_EQ(imageOfChild(), Utf8(image));
-  std::filesystem::remove(Host("sleeper (deleted)"));
-  EXPECT_EQ(imageOfChild(), Utf8(image));
-  EXPECT_EQ(process::Terminate(sleeper, 0), kSuccess);
-  EXPECT_EQ(process::Wait(sleeper, process::kInfinite), kSuccess);
-}
-
 // Whether the host keeps a child for us, running or ended.
 bool HasChildren() {
   siginfo_t info{};
@@ -162,21 +126,6 @@ TEST_F(HostProcesses, LeaveNothingBehind) {
   while (HasChildren() || OpenHandles() > before + 1) {
     std::this_thread::yield();
   }
-}
-
-TEST(HostStreams, OutliveTheirReader) {
-  EXPECT_EQ(InChild([] {
-              int ends[2] = {-1, -1};
-              if (pipe2(ends, O_CLOEXEC) != 0) {
-                return 1;
-              }
-              dup2(ends[1], STDOUT_FILENO);
-              close(ends[0]);
-              streams::SetTextModes();
-              streams::WriteLine(streams::Output::Out, u"nobody reads this");
-              return 7;
-            }),
-            7);
 }
 
 Code Open(cvn::StringView name, services::Config* config = nullptr) {

@@ -2,26 +2,19 @@
 // they were written. A program of its own: each test has machines of its own.
 
 #include <hivex.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cstring>
 #include <memory>
-#include <random>
 
-#include "fuzz/scratch_machine.h"
 #include "platform/formats/names.h"
 #include "platform/machine.h"
 #include "platform/offline/registry/hive.h"
 #include "platform/registry.h"
 #include "platform/services.h"
-#include "platform/version.h"
 #include "support/format.h"
 #include "support/utf.h"
 #include "tests/platform/host_folder.h"
-
-extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments);
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace platform::test {
 namespace {
@@ -157,43 +150,6 @@ class Hives : public testing::Test {
   const Key classes_{Root::ClassesRoot};
   std::string folder_;
 };
-
-TEST_F(Hives, OfANewMachineTellWhatItIs) {
-  machine::Description description;
-  description.trustedRoots = {Data(3, std::byte{'x'})};  // SHA-1 of "xxx"
-  description.majorVersion = 6;
-  description.minorVersion = 1;
-  description.build = 7601;
-  description.server = true;
-  description.architecture = u"x86";
-  MakeMachine(description);
-  const Witness software(File("SOFTWARE"));
-  EXPECT_EQ(software.Text({"Microsoft", "Windows NT", "CurrentVersion"}, "ProductName"),
-            "Windows 10 Pro");
-  EXPECT_EQ(software.Text({"Microsoft", "Windows", "CurrentVersion", "Uninstall", "Ambry Shield"},
-                          "InstallLocation"),
-            "C:\\Program Files\\Ambry Shield");
-  EXPECT_EQ(
-      Witness(File("SYSTEM")).Text({"ControlSet001", "Services", "AmUpdateService"}, "ImagePath"),
-      "\"C:\\Program Files\\Ambry Shield\\AmUpdateService.exe\"");
-  const std::string blob =
-      software.Value({"Microsoft", "SystemCertificates", "ROOT", "Certificates",
-                      "B60D121B438A380C343D5EC3C2037564B82FFEF3"},
-                     "Blob");
-  EXPECT_EQ(blob.size(), 12U + 20 + 12 + 3);
-  EXPECT_EQ(blob.substr(44), "xxx");
-  for (const char* name : {"SAM", "SECURITY", "DEFAULT"}) {
-    EXPECT_NE(Witness(File(name)).Node({}), 0U);
-  }
-  EXPECT_EQ(machine::Create(posix::ToWide(Machine()), description), kDirNotEmpty);
-  Run([] {
-    const auto version = version::Get();
-    ASSERT_TRUE(version);
-    EXPECT_TRUE(version->major == 6 && version->minor == 1 && !version->workstation);
-    EXPECT_TRUE(version::IsBuildAtLeast(7601) && !version::IsBuildAtLeast(7602));
-    EXPECT_EQ(version::NativeMachine(), version::kMachineI386);
-  });
-}
 
 TEST_F(Hives, GiveNamesAndDataBack) {
   MakeMachine();
@@ -478,24 +434,6 @@ TEST_F(Hives, LoseNoChange) {
   EXPECT_EQ(Both(file), "1 2");
 }
 
-TEST_F(Hives, RepeatAFailedFlush) {
-  const std::string file = MakeMachine();
-  signal(SIGXFSZ, SIG_IGN);
-  rlimit before{};
-  getrlimit(RLIMIT_FSIZE, &before);
-  const rlimit small = {4096, before.rlim_max};
-  Hive hive(file);
-  EXPECT_EQ(Change(&hive, u"a", u"1"), kSuccess);
-  setrlimit(RLIMIT_FSIZE, &small);
-  const Code code = hive.Flush();
-  setrlimit(RLIMIT_FSIZE, &before);
-  EXPECT_EQ(code, kFileTooLarge);
-  EXPECT_EQ(Both(file), "none none");
-  EXPECT_EQ(Change(&hive, u"b", u"2"), kSuccess);
-  EXPECT_EQ(hive.Flush(), kSuccess);
-  EXPECT_EQ(Both(file), "1 2");
-}
-
 TEST_F(Hives, AreOldOrNewAfterAKill) {
   const std::string file = MakeMachine();
   std::unique_ptr<Hive> hive;
@@ -514,46 +452,6 @@ TEST_F(Hives, AreOldOrNewAfterAKill) {
     EXPECT_EQ(value, witness.Text({}, "b"));
     EXPECT_EQ(witness.Text({}, value.c_str()), "x");
   });
-}
-
-// The fuzzer of hives reads through each, changes it at many places and writes it.
-TEST_F(Hives, TellOfDamageAndNothingMore) {
-  std::string input(2 + 40 * 4, '\1');  // a whole file, and how it is changed
-  input[1] = 40;
-  std::mt19937 random(11);
-  std::generate(input.begin() + 2, input.end(), [&random] { return static_cast<char>(random()); });
-  const std::string file = MakeMachine();
-  Hive hive(file);
-  KeyPtr root;
-  KeyPtr added;
-  ASSERT_EQ(Change(&hive, u"big", std::u16string(40000, u'x')), kSuccess);
-  ASSERT_EQ(hive.Root(&root), kSuccess);
-  for (int i = 0; i < 600; ++i) {
-    ASSERT_EQ(hive.Add(*root, cvn::Format(u"%d", i), false, &added), kSuccess);
-  }
-  ASSERT_EQ(hive.Flush(), kSuccess);
-  const std::string whole = HostContentOf(file);
-  const auto exercise = [&input](const std::string& content) {
-    const std::string all = input + content;
-    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(all.data()), all.size());
-  };
-  const auto exerciseAll = [&] {
-    LLVMFuzzerInitialize(nullptr, nullptr);
-    for (std::size_t size = 0; size < whole.size(); size += 1021) {
-      exercise(whole.substr(0, size));
-    }
-    for (int round = 0; round < 150; ++round) {
-      std::string damaged = whole;
-      for (int i = 0; i < 1 + round % 20; ++i) {
-        // Spares the first block, of which the file's length is told.
-        damaged[4096 + random() % (damaged.size() - 4096)] = static_cast<char>(random());
-      }
-      exercise(damaged);
-    }
-    std::filesystem::remove_all(std::filesystem::path(tessel::fuzz::ScratchFolder()) / "../..");
-    return 0;
-  };
-  EXPECT_EQ(InChild(exerciseAll), 0);
 }
 
 TEST_F(Hives, WithTheirLastChangesInALogAreOnlyRead) {

@@ -219,20 +219,6 @@ TEST_F(Authenticode, TellsTheSigner) {
   EXPECT_EQ(Utf8(SignerName(path)), "Publisher");
 }
 
-TEST_F(Authenticode, DigestAloneAsksNobody) {
-  const std::string image = MakeImage("Example");
-  const std::string signature = SignImage(image, W().foreign);
-  std::string changed = WithSignatures(image, {signature});
-  const std::string whole = changed;
-  changed[0x250] ^= 1;
-  const std::pair<std::string, TrustStatus> kCases[] = {
-      {whole, kTrusted}, {changed, kBadDigest}, {image, kNoSignature}, {"", kSubjectFormUnknown}};
-  for (const auto& [content, expected] : kCases) {
-    EXPECT_EQ(VerifyDigestOnly(Write(u"a.exe", content)), expected);
-  }
-  EXPECT_NE(VerifyDigestOnly(Path(u"missing")), kTrusted);
-}
-
 // Every byte of an image counts but those that signing itself changes.
 TEST_F(Authenticode, NoticesEachChangedByte) {
   const std::string image = MakeImage("Example");
@@ -467,35 +453,6 @@ TEST_F(Authenticode, FindsFilesInTheSystemsCatalogs) {
               listed.catalog.empty() ? cvn::String() : Joined(kFolder, listed.catalog));
   }
   EXPECT_EQ(Utf8(SignerName(Joined(kFolder, u"\\3.cat"))), "Publisher");
-}
-
-TEST_F(Authenticode, HashesAsCatalogsDo) {
-  const std::string image = MakeImage("Example");
-  const std::string covered = CoveredPart(image);
-  std::string broken = WithSignatures(image, {"not much of a signature"});
-  broken.pop_back();
-  const std::string large(5'000'000, 'l');
-  const std::pair<std::string, std::string> kCases[] = {
-      {"", ""},
-      {"MZ, no image", "MZ, no image"},
-      {image + "x", covered + "x" + std::string(7, '\0')},
-      {WithSignatures(image, {"any"}), covered},
-      {large, large},
-  };
-  catalogs::Functions functions;
-  std::vector<std::byte> digest;
-  files::File none;
-  EXPECT_EQ(functions.Hash(&none, &digest), kProcNotFound);
-  functions.Bind();
-  for (const auto& [content, digested] : kCases) {
-    Write(u"hashed", content);
-    files::File file = Held(u"hashed", files::Share::Read);
-    ASSERT_EQ(functions.Hash(&file, &digest), kSuccess);
-    EXPECT_TRUE(std::ranges::equal(digest, BytesOf(DigestOf(digested, EVP_sha256()))));
-  }
-  Write(u"broken", broken);
-  files::File file = Held(u"broken", files::Share::Read);
-  EXPECT_EQ(functions.Hash(&file, &digest), kBadExeFormat);
 }
 
 // --- Names

@@ -4,15 +4,11 @@
 #include <sys/inotify.h>
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <random>
 #include <vector>
 
-#include "platform/environment.h"
 #include "platform/formats/names.h"
-#include "platform/linux/arguments.h"
-#include "platform/offline/environment/environment.h"
 #include "platform/offline/machine/new_machine.h"
 #include "platform/offline/volume/directory_index.h"
 #include "support/format.h"
@@ -171,38 +167,6 @@ TEST_F(Resolver, StartsAtTheCurrentDirectory) {
   EXPECT_EQ(Utf8(paths::CurrentDirectory()), "Z:\\dev");
 }
 
-TEST_F(Resolver, LongNameKeepsTheFormOfThePath) {
-  const CurrentDirectory directory(Host());
-  const std::pair<cvn::String, std::string> kCases[] = {
-      {u"DIR\\SUB\\FILE.TXT", "Dir\\Sub\\File.txt"},
-      {u"dir/sub/", "Dir/Sub/"},
-      {u".\\dir\\..\\LINK\\sub", ".\\Dir\\..\\Link\\Sub"},
-      {u"dir\\...", "Dir\\..."},
-      {u"z:\\DEV\\NULL", "z:\\dev\\null"},
-      {u"c:\\", "c:\\"},
-      {Joined(u"\\\\?\\", Path(u"FILE.TXT")), "\\\\?\\" + Utf8(Path(u"File.txt"))},
-  };
-  for (const auto& [path, longName] : kCases) {
-    EXPECT_EQ(Utf8(paths::LongName(path)), longName);
-  }
-}
-
-TEST(HostPaths, HaveAFormForScripts) {
-  const std::string& machine = Machine::Get().Root();
-  std::string beside = "Z:" + machine + "2/x";
-  std::ranges::replace(beside, '/', '\\');
-  const std::pair<std::string, std::string> kCases[] = {
-      {"/", "Z:\\"},
-      {"/home/me/fix.tlx", "Z:\\home\\me\\fix.tlx"},
-      {machine, "C:\\"},
-      {machine + "/Windows/Temp", "C:\\Windows\\Temp"},
-      {machine + "2/x", beside},
-  };
-  for (const auto& [host, path] : kCases) {
-    EXPECT_EQ(Utf8(posix::ToMachinePath(host)), path);
-  }
-}
-
 // Rows of the pieces that could be taken for one another, both ways: surrogates and the escapes of
 // single bytes; UTF-8 that is cut, overlong, beyond Unicode or spells surrogates.
 TEST(Names, LoseNothingInEitherDirection) {
@@ -240,17 +204,6 @@ TEST(Names, FoldUnitForUnitInNoLanguage) {
 }
 
 using Index = HostFolderTest;
-
-TEST_F(Index, OpensWhateverTheCommandLineNames) {
-  std::string argument = Host("odd \xE9\xED\xA0\x80\xF0\x9F\x98\x80?*. ");
-  Touch(argument);
-  std::string program = "tessel";
-  std::array<char*, 3> argv = {program.data(), argument.data(), nullptr};
-  const cvn::List<cvn::String> arguments = posix::ArgumentsOf(2, argv.data());
-  ASSERT_EQ(arguments.size(), 2U);
-  EXPECT_EQ(Utf8(arguments[0]), "tessel");
-  EXPECT_EQ(ContentOf(Joined(u"Z:", arguments[1])), "x");
-}
 
 TEST_F(Index, PrefersTheExactNameThenAlwaysTheSame) {
   for (const char* name : {"name", "nAME", "Name", "naME"}) {
@@ -329,20 +282,6 @@ TEST_P(IndexChanges, ShowAtOnce) {
   EXPECT_EQ(Find(folder, "NEW"), "3");
 }
 
-TEST_P(IndexChanges, ShowInManyFolders) {
-  constexpr int kFolders = 300;  // more than are kept
-  for (const char* name : {"One", "Two"}) {
-    for (int i = 0; i < kFolders; ++i) {
-      const std::string folder = Host("folder " + std::to_string(i));
-      std::filesystem::create_directories(folder);
-      EXPECT_EQ(Find(folder, name), "2");
-      Touch(folder + "/" + name);
-      EXPECT_EQ(Find(folder, "one"), "One");
-      EXPECT_EQ(Find(folder, "TWO"), name[0] == 'T' ? "Two" : "2");
-    }
-  }
-}
-
 // More changes than the kernel keeps reports of.
 TEST_P(IndexChanges, SurviveAFlood) {
   EXPECT_EQ(Find(Host(), "last"), "2");
@@ -353,17 +292,6 @@ TEST_P(IndexChanges, SurviveAFlood) {
   Touch(Host("Last"));
   EXPECT_EQ(Find(Host(), "LAST"), "Last");
   EXPECT_EQ(Find(Host(), "FLOOD"), "2");
-}
-
-// Quadratic work would take minutes here.
-TEST_F(Index, LargeFolderIsWorkedThroughInAnyCase) {
-  for (int i = 0; i < 20'000; ++i) {
-    ASSERT_EQ(steps::Create(Path(cvn::Format(u"File %d", i)), {}), kSuccess);
-  }
-  for (int i = 0; i < 20'000; ++i) {
-    ASSERT_EQ(files::Delete(Path(cvn::Format(u"FILE %d", i))), kSuccess);
-  }
-  EXPECT_TRUE(std::filesystem::is_empty(Host()));
 }
 
 using Skeleton = HostFolderTest;
@@ -408,36 +336,6 @@ TEST_F(Skeleton, IsMadeWhereAMachineIsMissing) {
     return HasFailure() ? 1 : 0;
   };
   EXPECT_EQ(InChild(findEach), 0);  // whose environment is its own
-}
-
-// Variables that the process finds when it first asks for one.
-class HostEnvironment : public testing::Environment {
- public:
-  void SetUp() override {
-    setenv("Tessel_Host", "\xED\x95\x9C=x", 1);
-    setenv("TESSEL_EMPTY", "", 1);
-    setenv("TEMP", "/tmp", 1);
-  }
-};
-[[maybe_unused]] const auto* const kHostEnvironment =
-    testing::AddGlobalTestEnvironment(new HostEnvironment);
-
-TEST(OfflineEnvironment, ComesFromTheMachineThenFromTheHost) {
-  const bool isRoot = geteuid() == 0;
-  const std::string profile = isRoot ? "C:\\Windows\\system32\\config\\systemprofile"
-                                     : "C:\\Users\\" + Utf8(posix::UserName());
-  const std::pair<cvn::StringView, std::string> kCases[] = {
-      {u"SYSTEMROOT", "C:\\Windows"},
-      {u"ProgramFiles(x86)", "C:\\Program Files (x86)"},
-      {u"temp", isRoot ? "C:\\Windows\\Temp" : profile + "\\AppData\\Local\\Temp"},
-      {u"appdata", profile + "\\AppData\\Roaming"},
-      {u"tessel_host", "\xED\x95\x9C=x"},
-      {u"TESSEL_EMPTY", ""},
-      {u"TESSEL_NONE", "(none)"},
-  };
-  for (const auto& [name, value] : kCases) {
-    EXPECT_EQ(Utf8(environment::Get(name).value_or(u"(none)")), value) << Utf8(name);
-  }
 }
 
 }  // namespace

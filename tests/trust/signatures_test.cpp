@@ -164,45 +164,6 @@ TEST_F(Signatures, NothingIsWrittenOutsideTheProtectedFolder) {
   }
 }
 
-TEST_F(Signatures, ADifferentFileIsNotLeftInTheProtectedFolder) {
-  WriteContent(Path(u"fix.tlx"), "patch");
-  WriteContent(Path(u"a.txt"), "signed");
-  const cvn::List<CatalogEntry> entries = {Entry(u"a.txt"), Entry(u"fix.tlx")};
-  WriteContent(Path(u"a.txt"), "other!");
-  EXPECT_EQ(CopyToProtectedFolder(entries, Path(u"fix.tlx")), kInvolvedFileMismatch);
-  EXPECT_FALSE(platform::paths::Exists(JoinPath(ProtectedFolderPath(), u"a.txt")));
-  CleanupProtectedFolder();
-}
-
-TEST_F(Signatures, AProgramIsSignedByItselfOrByASystemCatalog) {
-  const auto signedBy = [](const std::string& image, const Identity& signer) {
-    return platform::test::WithSignatures(image, {platform::test::SignImage(image, signer)});
-  };
-  const auto changed = [](std::string image) {
-    image[platform::test::kImageSecurityEntry + 0x100] ^= 1;
-    return image;
-  };
-  const std::string listed = platform::test::MakeImage("Listed");
-  const std::string image = platform::test::MakeImage("Unlisted");
-  ASSERT_EQ(files::CreateDirectoryRecursive(platform::test::kSystemCatalogs), kSuccess);
-  WriteContent(
-      JoinPath(platform::test::kSystemCatalogs, u"a.cat"),
-      Catalog(W().another, {Member(u"", platform::test::CoveredPart(listed), EVP_sha1())}));
-  const std::pair<std::string, bool> kCases[] = {
-      {image, false},
-      {signedBy(image, W().another), true},
-      {signedBy(image, W().impostor), true},
-      {changed(signedBy(image, W().another)), false},
-      {listed, true},
-      {changed(listed), false},
-      {"text", false},
-  };
-  for (const auto& [content, isSigned] : kCases) {
-    WriteContent(Path(u"a.exe"), content);
-    EXPECT_EQ(IsFileSigned(Path(u"a.exe")), isSigned) << "row " << &isSigned - &kCases[0].second;
-  }
-}
-
 class SignatureLog : public test_libraries::RecordingTest {
  protected:
   // What is logged while a reader looks at a file with this content, but the beginnings and ends of
