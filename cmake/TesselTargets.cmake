@@ -20,7 +20,7 @@
 # tessel_bench(<name> SOURCES... [LINUX_SOURCES...] [WINDOWS_SOURCES...] [DEPENDS...])
 #   makes <build>/bench/<name> with Google Benchmark and its main(), only when asked for.
 #
-# tessel_test_library(<name> FILE <path> SOURCES... [DEFINES...] [LINKS...])
+# tessel_test_library(<name> FILE <path> SOURCES... [LINKS...])
 #   makes <build>/tests/libraries/<path>, a shared library of the platform's own kind under that very
 #   name. It exports its functions with C names, and needs no library but those in LINKS.
 #
@@ -119,14 +119,13 @@ function(tessel_test name)
 endfunction()
 
 function(tessel_test_library name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "FILE" "SOURCES;DEFINES;LINKS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "FILE" "SOURCES;LINKS")
   get_filename_component(file_name "${arg_FILE}" NAME)
   get_filename_component(folder "${arg_FILE}" DIRECTORY)
   set(folder "${PROJECT_BINARY_DIR}/tests/libraries/${folder}")
   add_library(${name} SHARED ${arg_SOURCES})
   target_compile_options(${name} PRIVATE ${tessel_warnings} -fno-exceptions -fno-rtti
     -fno-sanitize=vptr)
-  target_compile_definitions(${name} PRIVATE ${arg_DEFINES})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE ${arg_LINKS})
   target_link_options(${name} PRIVATE $<$<PLATFORM_ID:Windows>:-static>)

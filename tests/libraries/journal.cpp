@@ -1,79 +1,44 @@
-// A logging library. Script: nothing but its presence. JOURNAL_WRITES and JOURNAL_HAS_MORE tell
-// whether it exports LogWrite, and whether it exports others.
+// A logging library. Script: nothing but its presence.
 #include "tests/libraries/recorder.h"
 
-namespace {
+extern "C" {
 
-struct Text {
-  void Add(const char* more) {
-    const std::size_t room = sizeof(text) - length - 1;
-    const std::size_t count = std::strlen(more) < room ? std::strlen(more) : room;
-    std::memcpy(text + length, more, count);
-    length += count;
-    text[length] = '\0';
-  }
-  char text[1024] = {};
-  std::size_t length = 0;
-};
-
-// What a printf of wide texts makes of %s and of 32-bit numbers.
-[[maybe_unused]] void Fill(const char* format, std::va_list arguments, Text* out) {
-  while (*format != '\0') {
-    char piece[64] = {};
-    const std::size_t plain = std::strcspn(format, "%");
-    const std::size_t conversion =
-        format[plain] == '\0' ? 0 : std::strcspn(format + plain, "sduxX");
-    if (plain != 0 || conversion == 0) {
-      const std::size_t count = plain < sizeof(piece) ? plain : sizeof(piece) - 1;
-      std::memcpy(piece, format, count);
-      out->Add(piece);
-      format += count;
-      continue;
-    }
-    std::memcpy(piece, format, conversion + 1);
-    format += conversion + 1;
-    if (piece[conversion] == 's') {
-      out->Add(recorder::Narrow(va_arg(arguments, const char16_t*)).text);
-    } else {
-      char number[64];
-      std::snprintf(number, sizeof(number), piece, va_arg(arguments, std::uint32_t));
-      out->Add(number);
-    }
-  }
-}
-
-// What the first bytes of the module that writes are: a program's image has a mark there.
-[[maybe_unused]] const char* KindOf(const void* module) {
-  const bool isImage = std::memcmp(module,
-                                   "\x7F"
-                                   "ELF",
-                                   4) == 0 ||
-                       std::memcmp(module, "MZ", 2) == 0;
-  return isImage ? "program" : "?";
-}
-
-}  // namespace
-
-#ifdef JOURNAL_WRITES
-extern "C" std::int32_t LogWrite(std::int16_t step, const std::uint32_t* level, const void* module,
-                                 const char16_t* function, const char16_t* format, ...) {
-  Text line;
+// A printf of wide texts, for %s and for 32-bit numbers.
+std::int32_t LogWrite(std::int16_t step, const std::uint32_t* level, const void* module,
+                      const char16_t* function, const char16_t* format, ...) {
+  char line[1024] = {};
+  const recorder::Narrow narrow(format);
   std::va_list arguments;
   va_start(arguments, format);
-  Fill(recorder::Narrow(format).text, arguments, &line);
+  for (const char* at = narrow.text; *at != '\0';) {
+    char piece[64] = {};
+    const std::size_t size = *at == '%' ? std::strcspn(at, "sduxX") + 1 : std::strcspn(at, "%");
+    std::snprintf(piece, sizeof(piece), "%.*s", static_cast<int>(size), at);
+    char* const end = line + std::strlen(line);
+    const auto room = static_cast<std::size_t>(line + sizeof(line) - end);
+    if (*at != '%') {
+      std::snprintf(end, room, "%.*s", static_cast<int>(size), at);
+    } else if (at[size - 1] == 's') {
+      const recorder::Narrow text(va_arg(arguments, const char16_t*));
+      std::snprintf(end, room, "%s", text.text);
+    } else {
+      std::snprintf(end, room, piece, va_arg(arguments, std::uint32_t));
+    }
+    at += size;
+  }
   va_end(arguments);
+  // An image has one of these marks at its start.
+  const bool isImage = std::memcmp(module, "\177ELF", 4) == 0 || std::memcmp(module, "MZ", 2) == 0;
   recorder::Record("%+d %u %s %s: %s", static_cast<int>(step), static_cast<unsigned>(*level),
-                   KindOf(module), recorder::Narrow(function).text, line.text);
+                   isImage ? "program" : "?", recorder::Narrow(function).text, line);
   return 0;
 }
-#endif
 
-#ifdef JOURNAL_HAS_MORE
-extern "C" void LogInit() { recorder::Record("LogInit"); }
-extern "C" void LogDeinit() { recorder::Record("LogDeinit"); }
-extern "C" void LogUninitDeskMetrics() { recorder::Record("LogUninitDeskMetrics"); }
-extern "C" void LogRemoveModule(const char* who) { recorder::Record("LogRemoveModule %s", who); }
-#endif
+void LogInit() { recorder::Record("LogInit"); }
+void LogDeinit() { recorder::Record("LogDeinit"); }
+void LogUninitDeskMetrics() { recorder::Record("LogUninitDeskMetrics"); }
+void LogRemoveModule(const char* who) { recorder::Record("LogRemoveModule %s", who); }
+}
 
 __attribute__((constructor)) static void Loaded() { recorder::Record("loaded"); }
 __attribute__((destructor)) static void Unloaded() { recorder::Record("unloaded"); }

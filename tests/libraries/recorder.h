@@ -13,11 +13,13 @@
 
 namespace recorder {
 
-constexpr char kScript[] = "library-script.txt";
-
-// The number that the script gives for a name, or `otherwise`.
-inline std::uint32_t Scripted(const char* name, std::uint32_t otherwise) {
-  std::FILE* script = std::fopen(kScript, "rb");
+// The number that the script gives for a name, or `otherwise`. `isThere` tells whether there is
+// one.
+inline std::uint32_t Scripted(const char* name, std::uint32_t otherwise, bool* isThere = nullptr) {
+  std::FILE* const script = std::fopen("library-script.txt", "rb");
+  if (isThere != nullptr) {
+    *isThere = script != nullptr;
+  }
   if (script == nullptr) {
     return otherwise;
   }
@@ -32,20 +34,10 @@ inline std::uint32_t Scripted(const char* name, std::uint32_t otherwise) {
   return otherwise;
 }
 
-inline bool IsSilent() {
-  std::FILE* script = std::fopen(kScript, "rb");
-  if (script == nullptr) {
-    return true;
-  }
-  std::fclose(script);
-  return false;
-}
-
 inline void Record(const char* format, ...) {
-  if (IsSilent()) {
-    return;
-  }
-  std::FILE* record = std::fopen("library-record.txt", "ab");
+  bool isThere = false;
+  Scripted("", 0, &isThere);
+  std::FILE* const record = isThere ? std::fopen("library-record.txt", "ab") : nullptr;
   if (record == nullptr) {
     return;
   }

@@ -17,24 +17,19 @@ TEST(Format, FollowsPrintf) {
     String actual;
     const char16_t* expected;
   } kCases[] = {
-      {Format(u"plain 100%%"), u"plain 100%"},
       {Format(u"%s|%5s|%-5s|%.2s", u"abc", u"abc", u"abc", u"abc"), u"abc|  abc|abc  |ab"},
       {Format(u"%s", static_cast<const char16_t*>(nullptr)), u"(null)"},
-      {Format(u"%d %i %u", -5, 7, 4000000000U), u"-5 7 4000000000"},
       {Format(u"%03d|%5d|%-5d|%+d|% d|%.4d", 7, -7, 7, 7, 7, 7), u"007|   -7|7    |+7| 7|0007"},
       {Format(u"%05d|%010d", -42, 7), u"-0042|0000000007"},
       {Format(u"%x %X %08x %#x", 255, 255, 255, 255), u"ff FF 000000ff 0xff"},
       {Format(u"%x %u", -1, std::int8_t{-1}), u"ffffffff 255"},
-      {Format(u"%d", 0), u"0"},
       {Format(u"%lld %llu %I64d", std::numeric_limits<std::int64_t>::min(),
               std::numeric_limits<std::uint64_t>::max(), std::int64_t{1}),
        u"-9223372036854775808 18446744073709551615 1"},
       {Format(u"%p", reinterpret_cast<const void*>(std::uintptr_t{0xABC0})), u"0x000000000000ABC0"},
-      {Format(u"%c%c", u'o', u'k'), u"ok"},
       {Format(u"%s and %d", 12, u"text"), u"12 and text"},
       {Format(u"%s %s", u"one"), u"one %s"},
       {Format(u"%y %"), u"%y %"},
-      {Format(u"%s", String(u"a%sb")), u"a%sb"},
   };
   for (const auto& testCase : kCases) {
     EXPECT_EQ(testCase.actual, testCase.expected) << WideToUtf8(testCase.actual);
@@ -53,27 +48,17 @@ TEST(Numbers, ReadAsWtoi) {
       {u"", 0, 0},
       {u"12abc", 12, 12},
       {u" \t\r\n\v\f-12", -12, -12},
-      {u"+5", 5, 5},
       {u"+-5", 0, 0},
       {u"- 5", 0, 0},
-      {u"0x10", 0, 0},
-      {u"007", 7, 7},
-      {u"2147483647", kMost, 2147483647},
       {u"2147483648", kMost, 2147483648},
-      {u"-2147483648", kLeast, -2147483648},
       {u"-2147483649", kLeast, -2147483649},
       {u"99999999999999999999999", kMost, std::numeric_limits<std::int64_t>::max()},
       {u"-99999999999999999999999", kLeast, std::numeric_limits<std::int64_t>::min()},
-      {u"9223372036854775807", kMost, std::numeric_limits<std::int64_t>::max()},
       {u"\u0665", 0, 0},
   };
   for (const auto& testCase : kCases) {
     EXPECT_EQ(ReadInt32(testCase.text), testCase.narrow) << WideToUtf8(testCase.text);
     EXPECT_EQ(ReadInt64(testCase.text), testCase.wide) << WideToUtf8(testCase.text);
-  }
-  EXPECT_TRUE(IsAllDigits(u"0123456789"));
-  for (const char16_t* text : {u"", u"-1", u"1 ", u"1a", u"\u0661"}) {
-    EXPECT_FALSE(IsAllDigits(text)) << WideToUtf8(text);
   }
 }
 
@@ -82,7 +67,6 @@ TEST(Numbers, CompareFoldsOnlyAsciiToLowerCase) {
   EXPECT_NE(CompareNoCase(u"\u00C4", u"\u00E4"), 0);
   EXPECT_GT(CompareNoCase(u"A", u"_"), 0);  // which stands between the cases
   EXPECT_LT(CompareNoCase(u"ab", u"ABC"), 0);
-  EXPECT_GT(CompareNoCase(u"9", u"10"), 0);
 }
 
 TEST(Utf, ReplacesWhatIsMalformedAndKeepsTheRest) {
@@ -92,20 +76,14 @@ TEST(Utf, ReplacesWhatIsMalformedAndKeepsTheRest) {
     bool valid;
   } kCases[] = {
       {"", u"", true},
-      {"plain", u"plain", true},
       {"\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80", u"\u00E4\u20AC\U0001F600", true},
-      {"\xEF\xBB\xBFx", u"\uFEFFx", true},
-      {"a\x80z", u"a\uFFFDz", false},
-      {"\xC0\xAF", u"\uFFFD\uFFFD", false},  // overlong
-      {"\xE2\x82", u"\uFFFD", false},        // cut: one part, one mark
-      {"\xE2\x82z", u"\uFFFDz", false},
-      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", false},  // a surrogate
-      {"\xF0\x9F\x98", u"\uFFFD", false},
+      {"\xC0\xAF", u"\uFFFD\uFFFD", false},                      // overlong
+      {"\xE2\x82", u"\uFFFD", false},                            // cut: one part, one mark
+      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", false},            // a surrogate
       {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", false},  // beyond U+10FFFF
-      {"\xFF", u"\uFFFD", false},
   };
   for (const auto& testCase : kCases) {
-    for (const std::size_t padding : {0U, 7U, 8U, 253U, 254U, 255U, 256U, 600U}) {
+    for (const std::size_t padding : {0U, 7U, 254U, 255U, 600U}) {
       const std::string narrow = std::string(padding, 'p') + testCase.narrow;
       const std::u16string wide = std::u16string(padding, u'p') + testCase.wide;
       EXPECT_EQ(Utf8ToWide(narrow).AsView(), wide) << testCase.narrow << padding;
@@ -143,10 +121,6 @@ TEST(XmlNesting, CountsElementsAsTheParserMeetsThem) {
     flat += "<a/><b x='<b>'></b><!-- <c> --><![CDATA[<d>]]>";
   }
   EXPECT_TRUE(IsXmlNestingAllowed("<r>" + flat + "</r>"));
-  for (const char* cut : {"", "<", "<a", "<a x", "<a x=", "<a x='", "<?xml", "<?xml ",
-                          "<?xml version=", "<!--", "<![CDATA[", "</", "&#"}) {
-    EXPECT_TRUE(IsXmlNestingAllowed(cut)) << cut;
-  }
 }
 
 }  // namespace

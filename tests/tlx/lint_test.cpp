@@ -53,15 +53,12 @@ struct Row {
 TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
   const Row rows[] = {
       // What refuses the load.
-      {"<Exit/>\n<trase/>\n<zzz/><exit/>",
-       {"2:1: error: there is no command 'Exit'; did you mean 'exit'?",
-        "3:1: error: there is no command 'trase'; did you mean 'trace'?",
-        "4:1: error: there is no command 'zzz'"}},
-      {"<goto target='nowhere'/>\n<nothing id='there'/><onErrorGoTo target='There'/>\n"
-       "<goto target='%x%'/><exit/>",
-       {"2:7: error: there is no label 'nowhere'",
-        "3:35: error: there is no label 'There'; did you mean 'there'?",
-        "4:7: error: there is no label '%x%'; it is used as written"}},
+      {"<trase/>\n<zzz/><exit/>",
+       {"2:1: error: there is no command 'trase'; did you mean 'trace'?",
+        "3:1: error: there is no command 'zzz'"}},
+      {"<nothing id='there'/><onErrorGoTo target='There'/>\n<goto target='%x%'/><exit/>",
+       {"2:35: error: there is no label 'There'; did you mean 'there'?",
+        "3:7: error: there is no label '%x%'; it is used as written"}},
       {"<for id='a' var='v' value='x' delim=';'><onerror/></for><goto target='a'/>",
        {"2:6: warning: the label 'a' is lost: a loop keeps none",
         "2:41: error: there is no command 'onerror'; a loop such as 'for' has no handlers",
@@ -69,19 +66,10 @@ TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
       {"<fileExists path='x' id='a'><onTrue><trace id='a'/></onTrue></fileExists>\n<exit id='a'/>",
        {"2:44: error: the label 'a' is taken, in line 2",
         "3:7: error: the label 'a' is taken, in line 2"}},
-      {"<traceSetFile><onerrorspec/>\n<onerrorspec "
-       "err=''><nope/></onerrorspec></traceSetFile><exit/>",
-       {"2:15: error: 'onerrorspec': attribute 'err' is missing or empty",
-        "2:15: warning: an empty 'onerrorspec' takes no error",
-        "3:14: error: 'onerrorspec': attribute 'err' is missing or empty",
-        "3:21: error: there is no command 'nope'"}},
-      {"<exit/><unknown><onTrue><goto target='x'/></onTrue></unknown>",
-       {"2:8: error: there is no command 'unknown'", "2:31: error: there is no label 'x'"}},
+      {"<traceSetFile><onerrorspec err=''><nope/></onerrorspec></traceSetFile><exit/>",
+       {"2:28: error: 'onerrorspec': attribute 'err' is missing or empty",
+        "2:35: error: there is no command 'nope'"}},
       // What is ignored.
-      {"<trace><onerror/><data>x</data>y</trace><exit>z</exit>",
-       {"2:8: warning: 'onerror' is ignored: 'trace' has no handlers",
-        "2:18: warning: 'trace' has no 'data'", "2:32: warning: a text in 'trace' is ignored",
-        "2:47: warning: a text in 'exit' is ignored"}},
       {"<fileExists path='x'><onerror><zzz/></onerror><ontrue/><onTrue/>\n<onTrue/><data/>"
        "</fileExists>oops<exit/>",
        {"2:22: warning: 'onerror' is ignored: 'fileExists' has the handlers 'onTrue', 'onFalse'",
@@ -105,13 +93,11 @@ TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
         "4:35: error: 'xmlAddChild': attribute 'data' is empty",
         "4:35: warning: 'data' counts as empty, since it doesn't begin with a text"}},
       // Attributes.
-      {"<sleep Milisec='1'/><assign var=''/><addInt/>\n<exit/>",
+      {"<sleep Milisec='1'/><assign var=''/><exit/>",
        {"2:1: error: 'sleep': attribute 'milisec' is missing",
         "2:8: warning: 'sleep' has no attribute 'Milisec'; did you mean 'milisec'?",
         "2:21: error: 'assign': attribute 'value' is missing",
-        "2:29: error: 'assign': attribute 'var' is empty",
-        "2:37: error: 'addInt': attribute 'var' is missing",
-        "2:37: error: 'addInt': attribute 'value' is missing"}},
+        "2:29: error: 'assign': attribute 'var' is empty"}},
       {"<test left='' right='' operator='&gt;' type='%t%'/><exit/>",
        {"2:24: error: 'test': attribute 'operator' is '>', and must be one of '==', '<', '<='",
         "2:40: error: 'test': attribute 'type' is '%t%', and must be one of 'string', 'number'"}},
@@ -120,18 +106,14 @@ TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
        {"2:32: error: 'assignToken': attribute 'regexp' is no valid pattern: '('",
         "3:32: warning: '%p%' is not replaced: attribute 'regexp' is used as written"}},
       {"<assign id='%l%' var='a[%i%]' value='%x%'/><assign var='a%i%' value=''/>\n"
-       "<xmlOpen path='%p%' handle='%h%'/><stringTrim var='v' chars='100%% %; %'/>\n"
        "<fileCreate path='x'><onerrorspec err='%e%'><exit/></onerrorspec></fileCreate><exit/>",
        {"2:9: warning: '%l%' is not replaced: a label is used as written",
         "2:52: warning: '%i%' is not replaced: attribute 'var' is used as written",
-        "3:21: warning: '%h%' is not replaced: attribute 'handle' is used as written",
-        "4:35: warning: '%e%' is not replaced: attribute 'err' is used as written"}},
-      {"<exit code='%c%'/><exit id='a' code=' +7 '/><exit id='b' code='7x'/>"
-       "<exit id='c' code='4294967296'/>",
+        "3:35: warning: '%e%' is not replaced: attribute 'err' is used as written"}},
+      {"<exit code='%c%'/><exit id='a' code=' +7 '/><exit id='b' code='7x'/>",
        {"2:7: warning: '%c%' is not replaced: attribute 'code' is used as written; it counts as 0",
         "2:19: warning: no run comes to this 'exit'",
-        "2:58: warning: 'code' is '7x', which counts as 7",
-        "2:82: warning: 'code' is '4294967296', which counts as 2147483647"}},
+        "2:58: warning: 'code' is '7x', which counts as 7"}},
       {"<fileCopySingle src='a' dest='b' failIfExists='0' diffLWTOnly='yes'/><trace std='Out'/>"
        "\n<jsonGetElement handle='h' path='p' destHandle='e' enumStep='Next'/>"
        "<exit xml:space='default'/>",
@@ -141,19 +123,14 @@ TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
         "3:52: warning: attribute 'enumStep' is 'Next', none of 'begin', 'next'; it counts as "
         "'next'"}},
       {"<jsonForEach handle='h' path='p' destHandle='e'><for var='v' value='x' delim='%d%'>"
-       "<jsonForEach handle='%h%' path='%p%' destHandle='f' step='x'/></for></jsonForEach>\n"
-       "<for var='v' value=''><xmlForEach handle='h' step='s' destHandle='e'/></for><exit/>",
+       "<jsonForEach handle='h' path='p' destHandle='f' step='x'/></for></jsonForEach>\n"
+       "<for var='v' value=''/><exit/>",
        {"2:72: warning: '%d%' is not replaced: attribute 'delim' is used as written",
         "2:84: warning: a 'jsonForEach' in another takes its place in the array away: the outer "
         "one doesn't go on where it was",
-        "2:97: warning: '%h%' is not replaced: attribute 'handle' is used as written",
-        "2:136: warning: 'jsonForEach' has no attribute 'step'",
+        "2:132: warning: 'jsonForEach' has no attribute 'step'",
         "3:1: error: 'for': attribute 'delim' is missing",
-        "3:14: error: 'for': attribute 'value' is empty",
-        "3:23: error: 'xmlForEach': attribute 'xpath' is missing",
-        "3:23: warning: a run may come to this 'xmlForEach' again when it has ended: its fetch "
-        "stays "
-        "failed, so that it doesn't go beyond one element"}},
+        "3:14: error: 'for': attribute 'value' is empty"}},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(Lint(row.body), row.expected) << row.body;
@@ -164,9 +141,6 @@ TEST(LintTest, TellsWhetherTheHeaderLetsThePatchRun) {
   const Row rows[] = {
       {"",
        {"1:1: warning: the patch has expired, and no gate lets it through: there is no 'header'"}},
-      {"<header><property name='patchType' value='update'/></header>", {}},
-      {"<header><property name='patchType' value='external'/></header>",
-       {"1:18: warning: the patch has expired: 'created' is missing and counts as 1970"}},
       {"<header><property name='PatchType' value='update'/>"
        "<property name='created' value='907200'/><property name='expires' value='2d'/></header>",
        {"1:18: warning: the patch's type is '', neither 'external' nor 'update': no gate lets it "
@@ -195,17 +169,8 @@ TEST(LintTest, FollowsTheFlow) {
   const std::string end = "</xmlForEach>";
   const std::pair<std::string, Lines> rows[] = {
       // Straight on, and a list that ends behind its owner.
-      {"<exit/><trace/><trace/>", {"2:8: no run"}},
-      {"<goto target='a'/><traceSetFile><onerror><nothing/></onerror></traceSetFile><exit id='a'/>",
-       {"2:19: no run"}},
       {"<trace/>", {"2:1: end"}},
-      {"<fileExists path='x'><onTrue><trace/></onTrue></fileExists>", {"2:1: end"}},
-      {"<fileExists path='x'><onTrue><exit/></onTrue><onFalse><exit/></onFalse></fileExists>", {}},
-      {"<fileExists "
-       "path='x'><onTrue><exit/></onTrue><onFalse><exit/></onFalse></fileExists><exit/>",
-       {"2:85: no run"}},
       // A failure that nobody takes goes on, a success that somebody takes doesn't.
-      {"<fileCreate path='x'><onsuccess><exit/></onsuccess></fileCreate><exit/>", {}},
       {"<fileCreate path='x'><onsuccess><exit/></onsuccess><onerror><exit/></onerror></fileCreate>"
        "<exit/>",
        {"2:91: no run"}},
@@ -215,16 +180,9 @@ TEST(LintTest, FollowsTheFlow) {
       {"<onErrorGoTo target='f'/><fileCreate path='x'><onsuccess><exit/></onsuccess></fileCreate>"
        "<exit/><trace id='f'/><exit/>",
        {"2:90: no run"}},
-      {"<onErrorGoTo target='f'/><onErrorGoTo target=''/><fileCreate path='x'>"
-       "<onsuccess><exit/></onsuccess></fileCreate><exit/><trace id='f'/><exit/>",
-       {"2:121: no run"}},
       {"<test type='string' operator='==' left='a' right='%a%'><onTrue><onErrorGoTo target='f'/>"
        "</onTrue></test><fileCreate path='x'><onsuccess><exit/></onsuccess></fileCreate><exit/>"
        "<trace id='f'/><exit/>",
-       {}},
-      {"<test type='string' operator='==' left='a' right='%a%'><onTrue><onErrorGoTo target='f'/>"
-       "</onTrue><onFalse><onErrorGoTo target='g'/></onFalse></test><fileCreate path='x'/><exit/>"
-       "<exit id='f'/><exit id='g'/>",
        {}},
       // Into a handler that nothing enters, and behind its owner.
       {"<goto target='in'/><trace/><traceSetFile><onerror><trace/><trace id='in'/></onerror>"
@@ -232,23 +190,16 @@ TEST(LintTest, FollowsTheFlow) {
        {"2:20: no run"}},
       // Loops end, also those whose body doesn't.
       {"<for var='v' value='%x%' delim=';'><exit/><trace/></for>", {"2:1: end", "2:43: no run"}},
-      {"<for var='v' value='%x%' delim=';'><goto target='o'/></for><exit/><exit id='o'/>", {}},
-      {"<goto target='in'/><for var='v' value='x' delim=';'><nothing id='in'/></for><exit/>", {}},
       // Those over documents run in full once.
-      {loop + "<trace/>" + end + loop + end + "<exit/>", {}},
       {loop + loop + "<trace/>" + end + end + "<exit/>", {"2:58: again"}},
-      {loop + loop + end + "<exit/>" + end + "<exit/>", {}},
       {"<trace id='a'/>" + loop + "<trace/>" + end +
            "<fileExists path='x'><onTrue><goto target='a'/></onTrue></fileExists><exit/>",
        {"2:16: again"}},
-      {"<trace id='a'/>" + loop + "<goto target='a'/>" + end + "<exit/>", {}},
       {"<onErrorGoTo target='a'/><nothing id='a'/>" + loop + end + "<fileCreate path='x'/><exit/>",
        {"2:43: again"}},
       // Nothing is told of the flow while a jump leads nowhere.
       {"<goto target=''/><goto target='typo'/><trace id='a'/>",
        {"2:7: a 'goto' without a target ends the run with -1", "2:24: there is no label 'typo'"}},
-      {"<goto target=''/><exit/>",
-       {"2:7: a 'goto' without a target ends the run with -1", "2:18: no run"}},
       {"", {"1:78: there is no command: the run ends with -1"}},
   };
   for (const auto& [body, expected] : rows) {
@@ -280,19 +231,12 @@ Lines Statements(const std::string& dot, const std::string& part) {
 TEST(GraphTest, HasAnEdgeForEachWayThatARunMayTake) {
   const Row rows[] = {
       {"", {"start -> end"}},
-      {"<trace/>", {"start -> c0", "c0 -> end"}},
       {"<goto target='a'/><exit/><nothing id='a'/><goto target='b'/>",
        {"start -> c0", "c0 -> c2", "c2 -> c3", "c3 -> end [label=\"no such label\", color=red]"}},
       {"<fileCreate path='x'><onerrorspec err='&quot;\\'><exit/></onerrorspec>"
        "<onerror><trace/></onerror><onsuccess><exit/></onsuccess></fileCreate><exit/>",
        {"start -> c0", "c0 -> c1 [label=\"onerrorspec \\\"\\\\\"]", "c0 -> c2 [label=\"onerror\"]",
         "c0 -> c3 [label=\"onsuccess\"]", "c2 -> c4"}},
-      {"<for var='v' value='x' delim=';'><fileExists path='x'><onTrue><nothing/></onTrue>"
-       "</fileExists></for><exit/>",
-       {"start -> c0", "c0 -> c1", "c0 -> c3", "c1 -> c2 [label=\"onTrue\"]", "c1 -> c0",
-        "c2 -> c0"}},
-      {"<onErrorGoTo target='f'/><fileCreate path='x'/><exit id='f'/>",
-       {"start -> c0", "c0 -> c1", "c1 -> c2 [label=\"onErrorGoTo\", style=dashed]", "c1 -> c2"}},
       {"<onErrorGoTo target='f'/><traceSetFile><onsuccess><onErrorGoTo target='g'/></onsuccess>"
        "</traceSetFile><fileCreate id='f' path='x'/><exit id='g'/>",
        {"start -> c0", "c0 -> c1", "c1 -> c2 [label=\"onsuccess\"]",
@@ -313,18 +257,11 @@ TEST(GraphTest, HasAnEdgeForEachWayThatARunMayTake) {
 }
 
 TEST(GraphTest, LabelsTellOfCommandsInAnyCharacters) {
-  const std::pair<const char*, std::string> rows[] = {
-      {"<exit code='5x'/>", "c0 [label=\"exit 5\", shape=doublecircle];"},
-      {"<trace id='a b' value='&quot;\\n\\&quot;&#10;]; &lt;ä&gt;'/>",
-       "c0 [label=\"a b:\\ntrace\\n\\\"\\\\n\\\\\\\"\\n]; <ä>\"];"},
-      {"<exit/><test left='%a%' operator='&lt;' right='1' type='number'/>",
-       "c1 [label=\"test\\n%a% < 1\", shape=diamond, color=gray, fontcolor=gray];"},
-      {"<trace value='aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaä'/>",
-       "c0 [label=\"trace\\naaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa...\"];"},
-  };
-  for (const auto& [body, expected] : rows) {
-    EXPECT_EQ(Statements(Dot(body), expected), Lines{expected}) << Dot(body);
-  }
+  EXPECT_EQ(Statements(Dot("<trace id='a b' value='&quot;\\n\\&quot;&#10;]; &lt;ä&gt;'/>"), "c0 ["),
+            Lines{"c0 [label=\"a b:\\ntrace\\n\\\"\\\\n\\\\\\\"\\n]; <ä>\"];"});
+  EXPECT_EQ(
+      Statements(Dot("<exit/><test left='%a%' operator='&lt;' right='1' type='number'/>"), "c1 ["),
+      Lines{"c1 [label=\"test\\n%a% < 1\", shape=diamond, color=gray, fontcolor=gray];"});
 }
 
 TEST(GraphTest, ManyAndDeepCommandsAreNoTrouble) {
