@@ -87,28 +87,6 @@ TEST_F(LoggingTest, WritesAsLongAsAnyThreadHoldsIt) {
   }
 }
 
-TEST_F(LoggingTest, TracesTheScopesOfRoutines) {
-  PutBesideProgram(u"journal.dll");
-  const cvn::String longName(std::u16string(300, u'n'));
-  LogRef log;
-  log.Attach();
-  Recorded();
-  {
-    const ScopeTrace outer(kRoutine);
-    const ScopeTrace inner(longName);
-  }
-  const Lines lines = Recorded();
-  ASSERT_EQ(lines.size(), 4u);
-  EXPECT_EQ(lines[0], "+1 32 program Some::Routine: -> Some::Routine()");
-  const std::string function(259, 'n');
-  const std::string display(257, 'n');
-  EXPECT_EQ(lines[1], "+1 32 program " + function + ": -> " + display + "()");
-  EXPECT_TRUE(lines[2].starts_with("-1 32 program " + function + ": <- " + display + "() ["));
-  constexpr std::string_view kExit = "-1 32 program Some::Routine: <- Some::Routine() [";
-  ASSERT_TRUE(lines[3].starts_with(kExit) && lines[3].ends_with("]")) << lines[3];
-  EXPECT_EQ(lines[3].find_first_not_of("0123456789", kExit.size()), lines[3].size() - 1);
-}
-
 TEST_F(LoggingTest, TakesTheCopyThatIsInTheProcess) {
   PutBesideProgram(u"hollow.dll");
   libraries::Library another;

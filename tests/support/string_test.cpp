@@ -56,18 +56,6 @@ TEST(String, WipesTheMemoryOfItsOwn) {
   EXPECT_EQ(owner.AsView(), Letters(100));
 }
 
-TEST(String, SharesLongTextsAndCopiesOnlyOnChange) {
-  String text(Letters(1000));
-  PathString copy(text);
-  EXPECT_EQ(copy.CStr(), text.CStr()) << "another capacity shares the buffer as well";
-  copy.RemovePrefix(400);
-  EXPECT_EQ(copy.CStr(), text.CStr() + 400) << "a prefix goes without moving the rest";
-  copy.Append(u'x');
-  EXPECT_EQ(copy.AsView(), Letters(1000).substr(400) + u"x");
-  text.Assign(text.AsView().substr(990));  // a part of itself
-  EXPECT_EQ(text.AsView(), Letters(1000).substr(990));
-}
-
 TEST(String, SurvivesItsOwnAssignmentAndMoves) {
   String text(Letters(100));
   String& same = text;
