@@ -87,6 +87,22 @@ TEST_F(LoggingTest, WritesAsLongAsAnyThreadHoldsIt) {
   }
 }
 
+TEST_F(LoggingTest, TracesTheScopesOfRoutines) {
+  PutBesideProgram(u"journal.dll");
+  LogRef log;
+  log.Attach();
+  Recorded();
+  { const ScopeTrace scope(cvn::String(std::u16string(300, u'n'))); }
+  const Lines lines = Recorded();
+  ASSERT_EQ(lines.size(), 2u);
+  const std::string function(259, 'n');
+  const std::string display(257, 'n');
+  EXPECT_EQ(lines[0], "+1 32 program " + function + ": -> " + display + "()");
+  const std::string exit = "-1 32 program " + function + ": <- " + display + "() [";
+  EXPECT_TRUE(lines[1].starts_with(exit)) << lines[1];
+  EXPECT_EQ(lines[1].find_first_not_of("0123456789", exit.size()), lines[1].size() - 1);
+}
+
 TEST_F(LoggingTest, TakesTheCopyThatIsInTheProcess) {
   PutBesideProgram(u"hollow.dll");
   libraries::Library another;
