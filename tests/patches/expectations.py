@@ -21,19 +21,16 @@ be the first of several lines.
                             the program's folder, a blank, and which one
     env: NAME=VALUE         one more environment variable; may be repeated
     script: PATH            the script, from the source folder, of a case that has none of its own
-    log: PATH               the script's attribute of that name
     only: PLATFORM - REASON run the case on this platform only: linux or windows
     differs: REASON         the traces of the two platforms are not compared with each other
     exit: CODE              the exit code as a signed 32-bit number; 0 when there is no such line
     trace PART:             the lines of that part of the trace, each one and in this order:
                                 all     the whole trace
-                                header  from behind 'Decrypting' to the check of the platform
                                 load    from behind 'Prepare' to 'Execute' or the end, without the
                                         question whether the patch lies in a trusted location
                                 run     from behind 'Execute' to 'End execution'
                                 end     from behind 'End execution'
                                 some    the whole trace, but other lines may stand between these
-                                log     the whole of the file log.txt in the case's folder
     stdout: / stderr:       the stream's lines, each one; no lines when there is no such key
     tree PATH:              what a folder in the case's folder holds, see trees.py
     hive FILE KEY:          on Linux, what hivexget tells of a key of a hive file below
@@ -56,7 +53,7 @@ import dataclasses
 import re
 import shlex
 
-TRACE_PARTS = ('all', 'header', 'load', 'run', 'end', 'some')
+TRACE_PARTS = ('all', 'load', 'run', 'end', 'some')
 PLATFORMS = ('linux', 'windows')
 _SPLIT = ('file', 'hive', 'make', 'stderr', 'stdout', 'trace', 'tree')
 
@@ -68,13 +65,11 @@ class Expectations:
     libraries: list = None
     script: list = None
     each: list = dataclasses.field(default_factory=list)
-    log: str = None
     environment: dict = dataclasses.field(default_factory=dict)
     only: str = None
     differs: str = None
     exit_code: int = None
     traces: list = dataclasses.field(default_factory=list)  # of (part, lines)
-    log_trace: list = None
     stdout: list = dataclasses.field(default_factory=list)
     stderr: list = dataclasses.field(default_factory=list)
     trees: list = dataclasses.field(default_factory=list)  # of (path, lines)
@@ -128,12 +123,10 @@ def _add(expectations, key, value, lines):
             return 'only needs a platform and a reason'
     elif key == 'exit':
         expectations.exit_code = int(value)
-    elif key in ('differs', 'log'):
-        setattr(expectations, key, value)
+    elif key == 'differs':
+        expectations.differs = value
     elif key in ('each', 'libraries', 'make', 'script', 'stdout', 'stderr'):
         setattr(expectations, key, lines)
-    elif key == 'trace log':
-        expectations.log_trace = lines
     elif word == 'trace' and rest in TRACE_PARTS:
         expectations.traces.append((rest, lines))
     elif word == 'tree':
@@ -222,8 +215,7 @@ def part_of_trace(lines, part):
     """The lines of one part of a trace; None when the run did not get there."""
     if part in ('all', 'some'):
         return lines
-    start, stop = {'header': ('Decrypting', 'Cannot find cat operation functions!'),
-                   'load': ('Prepare', 'Execute'), 'run': ('Execute', 'End execution'),
+    start, stop = {'load': ('Prepare', 'Execute'), 'run': ('Execute', 'End execution'),
                    'end': ('End execution', None)}[part]
     if start not in lines:
         return None

@@ -28,45 +28,35 @@ _LOCKS = {5, 6, 7, 36, 37, 38}  # of fcntl; its other commands don't fail
 # How each call can fail, which argument tells what it is about, and the calls by their numbers.
 _TABLE = """
 ENOMEM EINTR - 0: 7 poll, 271 ppoll
-EMFILE EACCES - 0: 41 socket
-EMFILE ENFILE - 0: 53 socketpair, 290 eventfd2
+EMFILE ENOMEM - 0: 41 socket, 53 socketpair, 290 eventfd2, 319 memfd_create
 EAGAIN ENOMEM - 0: 56 clone, 57 fork, 58 vfork, 435 clone3
 ECHILD EINTR - 0: 61 wait4, 247 waitid
 EPERM ESRCH - 0: 62 kill
 ENOENT EACCES - 0: 79 getcwd
-EMFILE ENOMEM - 0: 319 memfd_create
 EMFILE ESRCH - 0: 434 pidfd_open
 EIO EISDIR file 0: 0 read, 17 pread, 19 readv
-ENOSPC EIO file 0: 1 write, 18 pwrite, 20 writev, 40 sendfile, 285 fallocate
-EIO ENOMEM file 0: 5 fstat
+ENOSPC EIO file 0: 1 write, 18 pwrite, 20 writev, 40 sendfile, 74 fsync, 75 fdatasync,
+  77 ftruncate, 285 fallocate
+EIO ENOMEM file 0: 5 fstat, 138 fstatfs, 193 fgetxattr, 217 getdents64
 ECONNREFUSED ENETUNREACH file 0: 42 connect
-ECONNRESET EPIPE file 0: 44 sendto
-ECONNRESET EIO file 0: 45 recvfrom
+ECONNRESET EIO file 0: 44 sendto, 45 recvfrom
 ENOLCK EAGAIN file 0: 72 fcntl, 73 flock
-EIO ENOSPC file 0: 74 fsync, 75 fdatasync, 77 ftruncate
-EPERM EROFS file 0: 91 fchmod, 93 fchown, 280 utimensat
-EIO ENOSYS file 0: 138 fstatfs
-ENOSPC EPERM file 0: 190 fsetxattr
-EIO EACCES file 0: 193 fgetxattr, 217 getdents64
+EPERM ENOSPC file 0: 91 fchmod, 93 fchown, 190 fsetxattr, 280 utimensat
 EPERM ESRCH file 0: 424 pidfd_send_signal
 EIO ENOSPC file 2: 326 copy_file_range
 ENOMEM ENODEV file 4: 9 mmap
-EACCES EIO path 0: 4 stat, 6 lstat, 21 access, 80 chdir, 87 unlink, 89 readlink, 137 statfs
+EACCES EIO path 0: 4 stat, 6 lstat, 21 access, 76 truncate, 80 chdir, 87 unlink, 89 readlink,
+  137 statfs, 191 getxattr, 192 lgetxattr
 EACCES ENOMEM path 0: 59 execve
-EIO EACCES path 0: 76 truncate, 191 getxattr, 192 lgetxattr
 ENOSPC EACCES path 0: 83 mkdir
 EACCES EBUSY path 0: 84 rmdir
-EPERM EROFS path 0: 90 chmod, 92 chown
-ENOSPC EPERM path 0: 188 setxattr, 189 lsetxattr
-EACCES ENOSPC path 1: 82 rename
-EMLINK ENOSPC path 1: 86 link
-ENOSPC EACCES path 1: 88 symlink, 258 mkdirat
+EPERM ENOSPC path 0: 90 chmod, 92 chown, 188 setxattr, 189 lsetxattr
+EACCES ENOSPC path 1: 82 rename, 86 link, 88 symlink, 258 mkdirat
 EACCES EMFILE path 1: 257 openat
 EACCES EIO path 1: 262 newfstatat, 263 unlinkat, 267 readlinkat, 269 faccessat, 332 statx,
   439 faccessat2
 EPERM EROFS path 1: 268 fchmodat
-EACCES ENOSPC path 3: 264 renameat, 316 renameat2
-EMLINK ENOSPC path 3: 265 linkat
+EACCES ENOSPC path 3: 264 renameat, 265 linkat, 316 renameat2
 """
 
 

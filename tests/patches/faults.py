@@ -1,14 +1,13 @@
 #!/usr/bin/python3
 """Makes each call of a run fail in turn, and looks at what the run leaves.
 
-    faults.py --tessel TESSEL --tlx TLX --key PEM [--json OUT] [--runs N | --every [--begin N] |
-              --only N[.ERROR]] [--jobs N] [-v]
+    faults.py --tessel TESSEL --tlx TLX --key PEM [--json OUT] [--runs N | --only N[.ERROR]]
+              [--jobs N] [-v]
 
 For the native program. The script in faults.xml touches every family, behind all gates and with a
 payload. A first run counts the calls that it makes of the system; then, on a machine of its own for
-each, one run for each call has just that call fail, by either of two errors. That takes half an
-hour, so without --every, which goes from call --begin on, only --runs of them are made, a fixed
-stride apart. --only makes one, and -v tells of all calls and runs. --json gets
+each, a run has just one call fail, by either of two errors. All of them take half an hour, so --runs
+of them are made, a fixed stride apart. --only makes one, and -v tells of all calls and runs. --json gets
 {"passed": n, "failed": n, "skipped": n, "failures": [...]}, counted per run.
 """
 
@@ -241,17 +240,13 @@ def _digest(place):
 
 
 _hives = {}  # the values by the hive's digest: most runs leave most hives alone
-_KEPT_HIVES = 32
 
 
 def _values_of(path, digest, place):
     if digest not in _hives:
-        if len(_hives) == _KEPT_HIVES:
-            _hives.clear()
         document = subprocess.run(['hivexml', place], check=True, capture_output=True).stdout
-        values = {}
-        _add_values(ElementTree.fromstring(document), str(path), values)
-        _hives[digest] = values
+        _hives[digest] = {}
+        _add_values(ElementTree.fromstring(document), str(path), _hives[digest])
     return _hives[digest]
 
 
@@ -400,8 +395,8 @@ def _cases(options, count):
     # First each call by the one error or the other, then by the one that is left.
     everything = [(number, (number + turn) % failing_calls.ERRORS)
                   for turn in range(failing_calls.ERRORS)
-                  for number in range(options.begin, count + 1)]
-    return everything if options.every else everything[::-(-len(everything) // options.runs) | 1]
+                  for number in range(1, count + 1)]
+    return everything[::-(-len(everything) // options.runs) | 1]
 
 
 def _run_all(options, outcomes):
@@ -430,8 +425,6 @@ def main():
     parser.add_argument('--tlx', required=True)
     parser.add_argument('--key', required=True, metavar='PEM')
     parser.add_argument('--json', metavar='OUT')
-    parser.add_argument('--every', action='store_true')
-    parser.add_argument('--begin', type=int, default=1, metavar='N')
     parser.add_argument('--only', metavar='N[.ERROR]')
     parser.add_argument('--runs', type=int, default=_RUNS, metavar='N')
     parser.add_argument('--jobs', type=int, default=os.cpu_count(), metavar='N')

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the patch cases over one or both platforms and compares what they do with what they should.
 
-    run.py --linux TESSEL --windows TESSEL_EXE --tlx TLX --key PEM --json OUT
+    run.py --linux TESSEL --tlx TLX --key PEM [--json OUT] [--windows TESSEL_EXE]
            [--wine wine] [--system-library DLL]... [--filter GLOB] [-v]
 
 A case is described in expectations.py. Each run has a folder of its own. On Linux it has a machine
@@ -14,6 +14,7 @@ The exit code is 1 when something failed.
 """
 
 import argparse
+import concurrent.futures
 import contextlib
 import dataclasses
 import fnmatch
@@ -24,9 +25,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import threading
 import time
-import traceback
 
 import container_cases
 import example_cases
@@ -319,10 +318,6 @@ def check(case, platform, seen, folder):
         else:
             compare = expectations.lack if part == 'some' else expectations.differ
             faults.append(compare(lines, actual, f'trace {part}'))
-    if wanted.log_trace is not None:
-        lines, _ = spooled_events.part(world.read_trace(folder / 'log.txt'))
-        lines = [platform.normalise(line, folder, seen.program) for line in lines]
-        faults.append(expectations.differ(wanted.log_trace, lines, 'log.txt'))
     faults.append(expectations.differ(wanted.stdout, seen.stdout, 'standard output'))
     faults.append(expectations.differ(wanted.stderr, seen.stderr, 'standard error'))
     is_expired = 'Patch is no longer valid.' in seen.stderr
@@ -346,61 +341,38 @@ class Session:
         tools.strangers_key = self.root / 'stranger.pem'
         subprocess.run([tools.tlx, 'keygen', '--private', tools.strangers_key,
                         '--public', self.root / 'stranger.pub.pem'], check=True)
-        self.lock = threading.Lock()
         self.observations = {}  # (case name, platform name) to Observation
         self.outcomes = {}  # (case name, platform name) to '' or the fault
         self.skipped = 0
 
     def run_one(self, case, platform):
         key = (case.name, platform.name)
-        wanted = case.expectations
-        if wanted.only not in (None, platform.name):
-            self.skipped += 1
-            return
         folder = self.root / platform.name / case.name.replace('/', '.')
         folder.mkdir(parents=True)
-        seen = None
-        try:
+
+        def act():
             platform.prepare(folder)
             told = make_patch(case, folder, self.tools, platform.name == 'linux')
-            trees.make(folder, wanted.make)
-            seen = platform.observe(case, folder)
+            trees.make(folder, case.expectations.make)
+            seen = self.observations[key] = platform.observe(case, folder)
             faults = [*check(case, platform, seen, folder), differ_from_lint(case, told, seen)]
-            fault = '\n'.join(filter(None, faults))
-        except (Fault, spooled_events.BrokenEvent) as told:
-            fault = str(told)
-        except Exception:  # pylint: disable=broad-except
-            # A case that the runner can't cope with must fail, and not vanish with its thread.
-            fault = traceback.format_exc()
-        # It may be deeper than rmtree can recurse.
-        subprocess.run(['rm', '-rf', '--one-file-system', '--', folder], check=False)
-        with self.lock:
-            self.outcomes[key] = fault
-            if seen is not None:
-                self.observations[key] = seen
-            if self.tools.v and not fault:
-                print(f'ok      {platform.name:8} {case.name}', flush=True)
+            world.expect(not any(faults), '\n'.join(filter(None, faults)))
+
+        self.outcomes[key] = world.fault_of(act)
+        shutil.rmtree(folder, ignore_errors=True)
+        if self.tools.v and not self.outcomes[key]:
+            print(f'ok      {platform.name:8} {case.name}', flush=True)
 
     def run_all(self, cases):
-        queues = {platform.name: list(reversed(cases)) for platform in self.platforms}
-
-        def work(platforms):
-            for platform in platforms:
-                while True:
-                    with self.lock:
-                        if not queues[platform.name]:
-                            break
-                        case = queues[platform.name].pop()
-                    self.run_one(case, platform)
-
-        # One worker has Wine to itself, for its runs share a prefix; both share the rest.
-        linux = [platform for platform in self.platforms if platform.name == 'linux']
-        workers = [threading.Thread(target=work, args=(platforms,))
-                   for platforms in (list(reversed(self.platforms)), linux)]
-        for worker in workers:
-            worker.start()
-        for worker in workers:
-            worker.join()
+        # Wine's runs share a prefix, so that they go one by one.
+        pools = {platform.name: concurrent.futures.ThreadPoolExecutor(
+            1 if platform.name == 'windows' else 2) for platform in self.platforms}
+        runs = [pools[platform.name].submit(self.run_one, case, platform)
+                for platform in self.platforms for case in cases
+                if case.expectations.only in (None, platform.name)]
+        self.skipped = len(cases) * len(self.platforms) - len(runs)
+        for run in runs:
+            run.result()
         for case in cases:
             self.compare_platforms(case)
 
@@ -418,7 +390,7 @@ class Session:
 
 def main():
     parser = argparse.ArgumentParser(description='Runs the patch cases.')
-    parser.add_argument('--linux', metavar='TESSEL')
+    parser.add_argument('--linux', required=True, metavar='TESSEL')
     parser.add_argument('--windows', metavar='TESSEL_EXE')
     parser.add_argument('--tlx', required=True)
     parser.add_argument('--key', required=True, metavar='PEM')
@@ -433,15 +405,11 @@ def main():
              if fnmatch.fnmatchcase(case.name, options.filter)]
     if not cases:
         parser.error(f'no case is named {options.filter}')
-    if not options.linux and not options.windows:
-        parser.error('neither --linux nor --windows is given')
     with contextlib.ExitStack() as stack:
         name = stack.enter_context(tempfile.TemporaryDirectory(prefix='tessel-patches.',
                                                                ignore_cleanup_errors=True))
         root = pathlib.Path(name).resolve()
-        platforms = []
-        if options.linux:
-            platforms.append(Linux(options.linux, options.tlx, root))
+        platforms = [Linux(options.linux, options.tlx, root)]
         if options.windows:
             platforms.append(Windows(options.windows, options.wine, options.system_library))
             stack.enter_context(platforms[-1].system_libraries())

@@ -183,11 +183,10 @@ def _case(name, text, source):
         commands.append('<exit/>')
     if commands[0].endswith('.xml'):
         return expectations.Case(name, wanted, script=(HERE.parents[1] / commands[0]).read_bytes())
-    if not wanted.log_trace and all(part == 'end' for part, _ in wanted.traces):
+    if all(part == 'end' for part, _ in wanted.traces):
         commands, lines = _body(commands)
         wanted.traces.append(('run', lines))
-    log = f' log="{wanted.log}"' if wanted.log else ''
-    script = HEADER.format(name=name) + f'<script{log}>\n' + '\n'.join(commands) + '</script></patch>\n'
+    script = HEADER.format(name=name) + '<script>\n' + '\n'.join(commands) + '</script></patch>\n'
     return expectations.Case(name, wanted, script=script.encode())
 
 

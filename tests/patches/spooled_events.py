@@ -6,6 +6,8 @@ import re
 
 import jsonschema
 
+import world
+
 _SCHEMA = pathlib.Path(__file__).resolve().parents[2] / 'docs' / 'event.schema.json'
 _VALIDATOR = jsonschema.Draft7Validator(json.loads(_SCHEMA.read_text(encoding='utf-8')))
 _NAME = re.compile(r'[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}')
@@ -29,7 +31,7 @@ _CRITICAL_REASONS = {
     127: 'PatchInvalidParent', 1637: 'PatchDeleted'}
 
 
-class BrokenEvent(Exception):
+class BrokenEvent(world.Fault):
     """What is wrong with a file of the spool."""
 
 

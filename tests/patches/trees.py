@@ -14,7 +14,6 @@ def make(folder, lines):
 
         folder PATH             file PATH TEXT              link PATH TARGET
         read-only PATH          time PATH SECONDS (since 1970)
-        deep PATH COUNT (nested folders 'd', each with a file 'f')
     """
     for line in lines:
         # Only blanks and quotation marks have a meaning: '\\' separates.
@@ -33,12 +32,6 @@ def make(folder, lines):
             os.utime(place, (int(rest[0]),) * 2)
         elif what == 'read-only':
             place.chmod(0o444 if place.is_file() else 0o555)
-        elif what == 'deep':
-            place.mkdir()
-            for _ in range(int(rest[0])):
-                place = place / 'd'
-                place.mkdir()
-                (place / 'f').write_text('x', encoding='utf-8')
         else:
             raise ValueError(f'make: what is {line!r}?')
 

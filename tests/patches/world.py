@@ -7,6 +7,7 @@ import re
 import shutil
 import subprocess
 import time
+import traceback
 
 TIME_LIMIT = 120  # seconds, for a run that does not end
 INSTALL = pathlib.PurePath('Program Files', 'Ambry Shield')
@@ -27,6 +28,17 @@ class Fault(Exception):
 def expect(condition, words):
     if not condition:
         raise Fault(words)
+
+
+def fault_of(action):
+    """What is wrong with what it does, as text. What the runner can't cope with is a fault too."""
+    try:
+        action()
+        return ''
+    except Fault as fault:
+        return str(fault)
+    except Exception:  # pylint: disable=broad-except
+        return traceback.format_exc()
 
 
 def host_to_drive(path):
