@@ -128,16 +128,12 @@ class Run:
         environment = {**os.environ, 'TESSEL_MACHINE': str(self.machine)}
         return self.spawn(command or self.command(), environment, **how)
 
-    def spawn(self, command, environment, stderr=subprocess.PIPE, **how):
+    def spawn(self, command, environment, **how):
         return subprocess.Popen(command, env=environment, cwd=self.folder, stdin=subprocess.DEVNULL,
-                                stdout=subprocess.PIPE, stderr=stderr, **how)
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, **how)
 
     def traces(self):
         return (self.machine / world.TRACES).glob('ts-*.txt')
-
-    def is_traced(self, text):
-        """Whether some trace, of a run that may go on, has the text."""
-        return any(text.encode('ascii') in path.read_bytes() for path in self.traces())
 
     def exit_code(self, process, _):
         return process.returncode
@@ -148,7 +144,7 @@ class Run:
         return spooled_events.load(self.machine / world.SPOOL)
 
     def finish(self, process):
-        out, err = (data or b'' for data in process.communicate(timeout=world.TIME_LIMIT))
+        out, err = process.communicate(timeout=world.TIME_LIMIT)
         traces = [world.read_trace(path) for path in self.traces()]
         return Ended(self.exit_code(process, err), out.decode().splitlines(),
                      err.decode().splitlines(), traces[0] if len(traces) == 1 else [],
@@ -445,37 +441,8 @@ def many_starts(this, count=50):
     expect(codes == wanted, f'exactly one should have been first: {codes}')
 
 
-def held_to_the_last_word(this):
-    """One that was refused holds the guard until it has said so: here to whom nobody listens."""
-    this.external(is_signed=False)
-    reading, writing = os.pipe()
-    os.set_blocking(writing, False)
-    with contextlib.suppress(BlockingIOError):
-        while True:
-            os.write(writing, b' ' * 4096)
-    os.set_blocking(writing, True)
-    first = this.start(stderr=writing)
-    os.close(writing)
-    with open(reading, 'rb') as pipe:
-        wait_until(lambda: this.is_traced('CheckCatalog FAILED!'), 'the first was not refused')
-        second = this.ended()
-        expect(not this.is_traced("error : 'PatchCatalogFileNotFound'"),
-               'the reports of the first did not wait for its words')
-        words = pipe.read().split()
-    expect_busy(this, second, 'the second')
-    expect(this.is_traced('Another instance is running. Aborting...'), 'the second went another way')
-    first = this.finish(first)
-    expect((first.exit_code, words[-3:]) == (this.expected_code(323), b'catalog not found.'.split()),
-           f'the first: {first}, {words}')
-    fault = expectations.differ(
-        sorted(spooled_events.expected(323, 2) + spooled_events.expected(1618, 1618)),
-        sorted(spooled_events.tell(event) for event in first.events), 'events')
-    expect(fault is None, fault)
-
-
 def guard_rows():
     yield 'guard/held-by-who-runs', guard
-    yield 'guard/held-to-the-last-word', held_to_the_last_word
     yield 'guard/many-starts', many_starts
 
 
@@ -551,8 +518,8 @@ def spool_rows():
 
 # Those whose end Wine 8 doesn't change. Its user is never the system's account, it takes each signature
 # that it can read for a good one, and it can't hash as catalogs do.
-SAME_UNDER_WINE = ('undecryptable/*', 'type/*', 'guard/held-to-the-last-word', 'catalog/missing',
-                   'catalog/empty', 'catalog/junk', 'catalog/other-*', 'catalog/refused-serial')
+SAME_UNDER_WINE = ('undecryptable/*', 'type/*', 'catalog/missing', 'catalog/empty', 'catalog/junk',
+                   'catalog/other-*', 'catalog/refused-serial')
 
 
 def update_under_wine(this):
@@ -566,7 +533,7 @@ def update_under_wine(this):
 
 
 def wine_rows():
-    for rows in (location_rows, catalog_rows, guard_rows):
+    for rows in (location_rows, catalog_rows):
         for name, action, *_ in rows():
             if any(fnmatch.fnmatchcase(name, pattern) for pattern in SAME_UNDER_WINE):
                 yield name, action
