@@ -9,7 +9,6 @@
 #include "platform/file_search.h"
 #include "platform/formats/names.h"
 #include "platform/formats/wildcards.h"
-#include "platform/profile.h"
 #include "tests/platform/host_folder.h"
 #include "tests/platform/private_mount.h"
 
@@ -347,23 +346,6 @@ TEST_F(OfflineFiles, AKilledCopyLeavesNoHalfFile) {
     const bool isLeft = name.starts_with("tessel-") && name.ends_with(".tmp");
     EXPECT_TRUE(isLeft || name == "older" || name == "newer" || name == "target") << name;
   }
-}
-
-TEST_F(OfflineFiles, AProfileKeepsWhatTheFileHasBesideItsContent) {
-  WriteContent(Path(u"file"), "[a]\r\nk=1\r\n");
-  ASSERT_EQ(chmod(Host("file").c_str(), 0640), 0);
-  ASSERT_EQ(files::SetAttributes(Path(u"file"), kHidden | kArchive), kSuccess);
-  std::filesystem::create_symlink(Host("file"), Host("link"));
-  EXPECT_EQ(profile::WriteString(u"a", u"k", u"v", Path(u"link")), kSuccess);
-  {
-    const files::File held = Held(u"file", files::Share::ReadWrite);
-    EXPECT_EQ(profile::WriteString(u"a", u"k", u"w", Path(u"file")), kSharingViolation);
-  }
-  EXPECT_EQ(ContentOf(Path(u"file")), "[a]\r\nk=v\r\n");
-  EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(Host("file")).permissions()), 0640U);
-  EXPECT_EQ(AttributesOf(u"file"), kHidden | kArchive);
-  EXPECT_TRUE(std::filesystem::is_symlink(Host("link")));
-  EXPECT_EQ(Found(Path(u"*")), "., .., file, link");
 }
 
 TEST_F(OfflineFiles, ProcessesAgreeOnSharing) {

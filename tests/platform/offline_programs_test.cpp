@@ -107,27 +107,6 @@ TEST_F(HostProcesses, AreProgramsOfTheHost) {
   EXPECT_EQ(step, process::ImageStep::Query);
 }
 
-// Whether the host keeps a child for us, running or ended.
-bool HasChildren() {
-  siginfo_t info{};
-  return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
-}
-
-TEST_F(HostProcesses, LeaveNothingBehind) {
-  const std::size_t before = OpenHandles();
-  for (int i = 0; i < 1000; ++i) {
-    Handle child;
-    ASSERT_EQ(process::Start(u"/bin/true", u"", &child), kSuccess);
-    if (i % 2 == 0) {
-      ASSERT_EQ(process::Wait(child, process::kInfinite), kSuccess);
-    }
-  }
-  // What takes the children that nobody waits for has a descriptor of its own.
-  while (HasChildren() || OpenHandles() > before + 1) {
-    std::this_thread::yield();
-  }
-}
-
 Code Open(cvn::StringView name, services::Config* config = nullptr) {
   services::Handle manager;
   services::Handle service;

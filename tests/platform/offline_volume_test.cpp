@@ -282,18 +282,6 @@ TEST_P(IndexChanges, ShowAtOnce) {
   EXPECT_EQ(Find(folder, "NEW"), "3");
 }
 
-// More changes than the kernel keeps reports of.
-TEST_P(IndexChanges, SurviveAFlood) {
-  EXPECT_EQ(Find(Host(), "last"), "2");
-  for (int i = 0; i < 20'000; ++i) {
-    Touch(Host("flood"));
-    unlink(Host("flood").c_str());
-  }
-  Touch(Host("Last"));
-  EXPECT_EQ(Find(Host(), "LAST"), "Last");
-  EXPECT_EQ(Find(Host(), "FLOOD"), "2");
-}
-
 using Skeleton = HostFolderTest;
 
 TEST_F(Skeleton, IsMadeWhereAMachineIsMissing) {
