@@ -1,14 +1,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/held_file.h"
-#include "platform/paths.h"
 #include "platform/process.h"
 #include "platform/services.h"
 #include "refused_serials.h"
 #include "support/format.h"
 #include "tests/platform/fixture.h"
-#include "trust/caller.h"
 #include "trust/digital_signature.h"
 #include "trust/instance_guard.h"
 #include "trust/locations.h"
@@ -174,32 +171,6 @@ TEST_F(Trust, OnlyProgramsAndCatalogsNeedASignature) {
     platform::test::WriteContent(Path(name), "no signature");
     EXPECT_EQ(VerifyPublisherSignature(Path(name), Path(name), false), passes) << Utf8(name);
   }
-}
-
-TEST_F(Trust, AHeldFileStaysAsItWas) {
-  platform::test::WriteContent(Path(u"a"), "before");
-  platform::files::HeldFile held;
-  ASSERT_EQ(held.Hold(Path(u"a")), platform::kSuccess);
-  for (const cvn::String& path : {cvn::String(held.Path()), Path(u"a")}) {
-    platform::files::File writer;
-    if (platform::files::Open(
-            path, platform::files::Access::ReadWrite, platform::files::Share::ReadWrite,
-            platform::files::Disposition::OpenExisting, &writer) == platform::kSuccess) {
-      platform::IgnoreError(writer.Write(platform::test::BytesOf("after!")));  // it may be sealed
-    }
-  }
-  EXPECT_EQ(platform::test::ContentOf(held.Path()), "before");
-}
-
-TEST(Caller, ThisProcessHasAParentAndAUser) {
-  EXPECT_TRUE(GetProcessUserSid(platform::process::CurrentId()).AsView().starts_with(u"S-1-"));
-  EXPECT_EQ(ProcessUtils::ProcessTool::GetParentPid(0),
-            ProcessUtils::ProcessTool::GetParentPid(platform::process::CurrentId()));
-  EXPECT_EQ(ProcessUtils::ProcessTool::GetParentPid(0xFFFFFFF0), 0U);
-  cvn::String path;
-  EXPECT_EQ(ProcessUtils::ProcessTool::GetPathFromPid(platform::process::CurrentId(), &path),
-            platform::kSuccess);
-  EXPECT_EQ(NormalizePathKey(path), NormalizePathKey(platform::paths::ModuleFileName()));
 }
 
 }  // namespace
