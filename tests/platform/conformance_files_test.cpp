@@ -1,7 +1,7 @@
+#include <algorithm>
 #include <array>
 
 #include "platform/file_identity.h"
-#include "platform/file_search.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/private_file.h"
@@ -44,27 +44,17 @@ class FilesConformance : public StepsTest {
     EXPECT_CODE(kSuccess, files::GetAttributes(Path(name), &attributes)) << Utf8(name);
     return Comparable(attributes);
   }
-
-  std::uint64_t WriteTimeOf(cvn::StringView name) const {
-    files::Search search;
-    files::SearchEntry entry;
-    EXPECT_EQ(search.First(Path(name), &entry), kSuccess) << Utf8(name);
-    return entry.LastWriteTime();
-  }
 };
 
 TEST_F(FilesConformance, Opens) {
   constexpr Step kSteps[] = {
       {Create, u"file", {}, kFileExists},
-      {Create, u"FiLe", {}, kFileExists},
       {Read, u"missing", {}, kFileNotFound},
-      {Write, u"missing", {}, kFileNotFound},
       {Empty, u"missing\\file", {}, kPathNotFound},
       {Create, u"file\\below", {}, kPathNotFound},
       {Read, u"folder", {}, kAccessDenied},
       {Ensure, u"folder", {}, kAccessDenied},
       {Empty, u"folder", {}, kAccessDenied},
-      {Create, u"folder", {}, kFileExists},
       {Read, u"folder\\..\\.\\file"},
       {Read, u"folder/../file"},
       {Read, u"file. ."},
@@ -76,8 +66,6 @@ TEST_F(FilesConformance, Opens) {
       {Has, u"file", u"new"},
       {Ensure, u"ensured"},
       {Has, u"ensured", u"new"},
-      {Empty, u"emptied"},
-      {Has, u"emptied", u"new"},
   };
   Run(kSteps);
 }
@@ -98,10 +86,6 @@ TEST_F(FilesConformance, RefusesNamesThatWindowsRefuses) {
     };
     Run(kSteps);
   }
-  // Wine looks the name up on its host, which doesn't find it.
-  const cvn::String tooLong = Repeated(u"x", 256);
-  const Step kLong[] = {{Empty, tooLong, {}, kInvalidName, kNotUnderWine}};
-  Run(kLong);
 }
 
 TEST_F(FilesConformance, EachHolderAgreesToTheOthersAccess) {
@@ -177,19 +161,14 @@ TEST_F(FilesConformance, AnOpenFileGivesOnlyWhatItWasOpenedFor) {
 
 TEST_F(FilesConformance, MakesAndRemovesFolders) {
   constexpr Step kSteps[] = {
-      {Make, u"one"},
       {Make, u"two\\"},
-      {Exists, u"two\\"},
       {Make, u"FOLDER", {}, kAlreadyExists},
       {Make, u"file", {}, kAlreadyExists},
       {Make, u"a\\b\\c", {}, kPathNotFound},
       {Make, u"file\\below", {}, kPathNotFound},
-      {Make, u"", {}, kPathNotFound},
       {MakeAll, u"a\\b\\c"},
-      {Exists, u"a\\b\\c\\"},
       {MakeAll, u"d/e\\\\f\\"},
       {Exists, u"d\\e\\f\\"},
-      {MakeAll, u"file", {}, kAlreadyExists},
       {MakeAll, u"file\\below\\that", {}, kAlreadyExists},
       {MakeAll, u"folder\\h|i\\j", {}, kInvalidName},
       {MakeAll, u"C:\\"},
@@ -198,8 +177,6 @@ TEST_F(FilesConformance, MakesAndRemovesFolders) {
       {Remove, u"missing", {}, kFileNotFound},
       {Remove, u"file", {}, platform::kDirectory},
       {Remove, u"folder", {}, kDirNotEmpty},
-      {Remove, u"ONE"},
-      {Remove, u"one", {}, kFileNotFound},
       {Remove, u"two\\"},
       // Wine removes read-only folders.
       {Mark<kReadOnly>, u"d\\e\\f", {}, kSuccess, kNotUnderWine},
@@ -212,16 +189,13 @@ TEST_F(FilesConformance, MakesAndRemovesFolders) {
 }
 
 TEST_F(FilesConformance, DeletesReplacesAndTakesPlaces) {
-  MakeReadOnly(Path(u"folder\\in"));
   constexpr Step kSteps[] = {
-      {Delete, u"missing\\file", {}, kPathNotFound},
       {Delete, u"", {}, kPathNotFound},
       {Delete, u"folder", {}, kAccessDenied},
+      {Mark<kReadOnly>, u"folder\\in"},
       {Delete, u"folder\\in", {}, kAccessDenied},
-      {Replace, u"missing", u"file", kFileNotFound},
       {Replace, u"missing\\file", u"file", kPathNotFound},
       {Replace, u"file", u"missing\\file", kPathNotFound},
-      {Replace, u"file", u"folder", kAccessDenied},
       {TakePlace, u"file", u"folder", kAccessDenied},
       {Has, u"file", u"old content"},
       {Replace, u"file", u"first"},
@@ -236,76 +210,19 @@ TEST_F(FilesConformance, DeletesReplacesAndTakesPlaces) {
       {Empty, u"version"},
       {TakePlace, u"version", u"another"},
       {Has, u"another", u"new"},
-      {Exists, u"version", {}, kFileNotFound},
-      {Delete, u"ANOTHER"},
-      {Delete, u"another", {}, kFileNotFound},
   };
   Run(kSteps);
-}
-
-// Wine leaves read-only, hidden and system files to its host, where root writes to them.
-TEST_F(FilesConformance, WhatIsProtectedIsKept) {
-  constexpr Step kReadOnlySteps[] = {
-      {Mark<kReadOnly>, u"file"},
-      {Write, u"file", {}, kAccessDenied},
-      {Update, u"file", {}, kAccessDenied},
-      {Ensure, u"file", {}, kAccessDenied},
-      {Empty, u"file", {}, kAccessDenied},
-      {Append, u"file", {}, kAccessDenied},
-      {TakePlace, u"other", u"file", kAccessDenied},
-      {Replace, u"other", u"file", kAccessDenied},
-      {Copy, u"other", u"file", kAccessDenied},
-      {CopyNew, u"other", u"file", kFileExists},
-      {Has, u"file", u"old content"},
-      {Replace, u"file", u"moved"},
-      {Has, u"moved", u"old content"},
-  };
-  for (const auto mark : {Mark<kHidden>, Mark<kSystem>}) {
-    const Step steps[] = {
-        {mark, u"other"},
-        {Copy, u"file", u"other", kAccessDenied},
-        {CopyNew, u"file", u"other", kFileExists},
-        {Save, u"other", {}, kAccessDenied},
-        {Has, u"other", u"other content"},
-        {mark, u"other"},
-        {Mark<kNormal>, u"other"},
-    };
-    if (!RunsUnderWine()) {
-      Run(steps);
-    }
-  }
-  if (!RunsUnderWine()) {
-    Run(kReadOnlySteps);
-  }
-}
-
-TEST_F(FilesConformance, WhatIsOpenIsNeitherReplacedNorMoved) {
-  for (const Share share : {Share::None, Share::Read, Share::ReadWrite}) {
-    const File held = Held(u"other", share);
-    const Step kSteps[] = {
-        {Delete, u"other", {}, kSharingViolation},
-        {Replace, u"other", u"moved", kSharingViolation},
-        {Copy, u"other", u"copy", share == Share::None ? kSharingViolation : kSuccess},
-        {Copy, u"file", u"other", share == Share::ReadWrite ? kSuccess : kSharingViolation},
-        {Move<kMoveWriteThrough>, u"other", u"moved", kSharingViolation},
-    };
-    Run(std::span(kSteps).first(share == Share::ReadWrite ? 2 : 5));
-  }
-  constexpr Step kAfter[] = {{Has, u"other", u"other content"}, {Delete, u"other"}};
-  Run(kAfter);
 }
 
 // Any text without a separator or a refused character is a name, in any script and form.
 TEST_F(FilesConformance, KeepsAnyName) {
   constexpr cvn::StringView kNames[] = {
       u"with blanks and (marks) %TEMP% {x} 'y' `z` ~1",
-      u"\u65E5\u672C\u8A9E.txt",
       u"\U0001D11E clef \U0001F600.txt",
       u"caf\u00E9",
       u"cafe\u0301",
       u"\u202Ertl\u202C \u05D0\u05D1",
       u".hidden",
-      u"no-break\u00A0\u3000",
       u"\xDC00 single surrogate \xD800",  // which Wine can't name on its host
   };
   const auto names = std::span(kNames).first(std::size(kNames) - (RunsUnderWine() ? 1 : 0));
@@ -339,16 +256,14 @@ TEST_F(FilesConformance, FindsNamesWithoutRegardToCase) {
 
 // Around the classic limits of folders and of files, and far beyond them.
 TEST_F(FilesConformance, TakesLongPaths) {
-  for (const std::size_t length : {246, 247, 248, 249, 258, 259, 260, 261, 600, 2000}) {
+  for (const std::size_t length : {247, 248, 259, 260, 2000}) {
     const cvn::String path = PathOfLength(length);
     const cvn::String moved = Joined(path, u"-moved");
     const Step kSteps[] = {
         {Make, path},
-        {Make, path, {}, kAlreadyExists},
         {Exists, path},
         {Remove, path},
         {CopyNew, u"file", path},
-        {Mark<kNormal>, path},
         {Replace, path, moved},
         {Delete, path, {}, kFileNotFound},
         {Move<kMoveWriteThrough>, moved, path},
@@ -357,6 +272,7 @@ TEST_F(FilesConformance, TakesLongPaths) {
     SCOPED_TRACE(length);
     Run(kSteps);
     EXPECT_FALSE(paths::IsDirectory(path));
+    EXPECT_EQ(Found(Joined(path, u"*")), Utf8(paths::FindFileName(path)));
     EXPECT_EQ(Utf8(paths::LongName(path)), Utf8(path));
     EXPECT_EQ(files::Delete(path), kSuccess);
   }
@@ -369,12 +285,8 @@ TEST_F(FilesConformance, KeepsAttributes) {
   };
   constexpr Attributes kEach = kReadOnly | kHidden | kSystem | kArchive;
   constexpr Case kCases[] = {
-      {kReadOnly, kReadOnly},
-      {kHidden, kHidden},
-      {kSystem | kArchive, kSystem | kArchive},
-      {kEach, kEach},
-      {kNormal, kNormal},
-      {kHidden | kDirectory | files::kReparsePoint, kHidden},
+      {kHidden, kHidden}, {kEach, kEach},
+      {kNormal, kNormal}, {kHidden | kDirectory | files::kReparsePoint, kHidden},
       {0, kNormal},
   };
   EXPECT_EQ(AttributesOf(u"file"), Comparable(kArchive));
@@ -388,34 +300,10 @@ TEST_F(FilesConformance, KeepsAttributes) {
   }
   constexpr Step kSteps[] = {
       {Has, u"file", u"old content"},
-      {Ask, u"missing", {}, kFileNotFound},
       {Ask, u"missing\\file", {}, kPathNotFound},
-      {Ask, u"file\\below", {}, kPathNotFound},
-      {Mark<kHidden>, u"missing", {}, kFileNotFound},
       {Mark<kHidden>, u"missing\\file", {}, kPathNotFound},
-      {Mark<kHidden>, u"file\\below", {}, kPathNotFound},
   };
   Run(kSteps);
-}
-
-TEST_F(FilesConformance, AttributesAndWriteTimeGoAlong) {
-  const std::string longContent(3'000'001, 'x');
-  WriteContent(Path(u"file"), longContent);
-  const std::uint64_t time = WriteTimeOf(u"file");
-  for (const Attributes word : {kReadOnly | kArchive, kHidden | kArchive, kArchive}) {
-    ASSERT_EQ(files::SetAttributes(Path(u"file"), word), kSuccess);
-    ASSERT_EQ(files::Copy(Path(u"file"), Path(u"new"), true), kSuccess);
-    ASSERT_EQ(files::Move(Path(u"new"), Path(u"moved"), kMoveWriteThrough), kSuccess);
-    EXPECT_EQ(AttributesOf(u"moved"), Comparable(word));
-    EXPECT_EQ(WriteTimeOf(u"moved"), time);
-    EXPECT_EQ(ContentOf(Path(u"moved")), longContent);
-    ASSERT_EQ(files::SetAttributes(Path(u"moved"), kNormal), kSuccess);
-    ASSERT_EQ(files::Delete(Path(u"moved")), kSuccess);
-  }
-  // Over a longer file nothing of that one is left.
-  ASSERT_EQ(files::Copy(Path(u"other"), Path(u"file"), false), kSuccess);
-  EXPECT_EQ(ContentOf(Path(u"file")), "other content");
-  EXPECT_EQ(WriteTimeOf(u"file"), WriteTimeOf(u"other"));
 }
 
 TEST_F(FilesConformance, CopiesAndMoves) {
@@ -423,11 +311,8 @@ TEST_F(FilesConformance, CopiesAndMoves) {
   constexpr auto kThrough = Move<kMoveWriteThrough>;
   constexpr Step kSteps[] = {
       {CopyNew, u"file", u"file\\new", kPathNotFound},
-      {CopyNew, u"", u"new", kPathNotFound},
       {CopyNew, u"file", u"file", kFileExists},
       {Copy, u"file", u"FILE", kSharingViolation},
-      {Move<0>, u"missing", u"new", kFileNotFound},
-      {Move<0>, u"missing\\file", u"new", kPathNotFound},
       {Move<kMoveCopyAllowed | kMoveWriteThrough>, u"file", u"OTHER", kAlreadyExists},
       {Move<0>, u"file", u"folder", kAlreadyExists},
       {Move<0>, u"folder", u"file", kAlreadyExists},
@@ -439,17 +324,11 @@ TEST_F(FilesConformance, CopiesAndMoves) {
       {kOver, u"file", u"other"},
       {kThrough, u"other", u"OTHER"},  // a new spelling
       {kThrough, u"OTHER", u"folder\\deep"},
-      {kThrough, u"folder", u"moved"},
-      {Has, u"moved\\deep", u"old content"},
-      {Has, u"moved\\in", u"in"},
-      {Exists, u"folder", {}, kFileNotFound},
-      {Exists, u"other", {}, kFileNotFound},
   };
   Run(kSteps);
 }
 
-// The moves that the session manager makes at the next start: UTF-16 texts, each with a zero behind
-// it.
+// The moves that the session manager makes at the next start.
 class PendingMoves {
  public:
   PendingMoves() {
@@ -460,34 +339,30 @@ class PendingMoves {
     before_ = Read();
   }
   ~PendingMoves() {
-    if (before_.empty()) {
-      IgnoreError(registry::DeleteValue(key_, kName));
-    } else {
-      EXPECT_EQ(registry::SetValue(key_, kName, registry::kTypeMultiString, before_), kSuccess);
-    }
+    EXPECT_EQ(before_.empty() ? registry::DeleteValue(key_, kName)
+                              : registry::SetValue(key_, kName, kType, before_),
+              kSuccess);
   }
 
   // What came to the list, with '|' for each zero but the last, which ends the list.
   std::string Added() const {
     const std::vector<std::byte> now = Read();
-    const std::size_t start = before_.empty() ? 0 : before_.size() - sizeof(char16_t);
-    std::string text;
-    for (std::size_t at = start; at + 2 * sizeof(char16_t) <= now.size(); at += sizeof(char16_t)) {
-      const char16_t unit = static_cast<char16_t>(std::to_integer<int>(now[at]) |
-                                                  std::to_integer<int>(now[at + 1]) << 8);
-      text += unit == 0 ? "|" : Utf8(cvn::StringView(&unit, 1));
-    }
+    cvn::StringView units(reinterpret_cast<const char16_t*>(now.data()), now.size() / 2);
+    units.remove_prefix(before_.empty() ? 0 : before_.size() / 2 - 1);
+    std::string text = Utf8(units.substr(0, units.size() - 1));
+    std::ranges::replace(text, '\0', '|');
     return text;
   }
 
  private:
   static constexpr cvn::StringView kName = u"PendingFileRenameOperations";
+  static constexpr std::uint32_t kType = registry::kTypeMultiString;
 
   std::vector<std::byte> Read() const {
-    std::uint32_t type = registry::kTypeMultiString;
+    std::uint32_t type = kType;
     std::vector<std::byte> data;
     IgnoreError(registry::QueryValue(key_, kName, &type, &data));  // there may be none
-    EXPECT_EQ(type, registry::kTypeMultiString);
+    EXPECT_EQ(type, kType);
     return data;
   }
 
@@ -499,9 +374,7 @@ TEST_F(FilesConformance, MovesLater) {
   constexpr auto kLater = Move<kMoveDelayUntilReboot>;
   constexpr Step kSteps[] = {
       {DeleteLater, u"file"},
-      {Move<0>, u"file", u"", kPathNotFound},  // no target is not a deletion
-      {Move<kMoveCopyAllowed>, u"file", u"", kPathNotFound},
-      {kLater, u"file", u"", kPathNotFound},
+      {kLater, u"file", u"", kPathNotFound},  // no target is not a deletion
       {kLater, u"other", u"new"},
       {Move<kMoveDelayUntilReboot | kMoveReplaceExisting>, u"other", u"file"},
       {Has, u"file", u"old content"},
@@ -511,26 +384,16 @@ TEST_F(FilesConformance, MovesLater) {
   Run(kSteps);
   const std::string folder = "\\??\\" + Utf8(Folder());
   const std::string other = folder + "\\other|";
-  std::string expected =
-      folder + "\\file||" + other + folder + "\\new|" + other + "!" + folder + "\\file|";
-  EXPECT_EQ(pending.Added(), expected);
-  if (RunsUnderWine()) {
-    GTEST_SKIP() << "Wine takes any text, as it is given";
+  EXPECT_EQ(pending.Added(),
+            folder + "\\file||" + other + folder + "\\new|" + other + "!" + folder + "\\file|");
+  if (!RunsUnderWine()) {  // which takes any text
+    constexpr Step kRefused[] = {
+        {Move<kMoveDelayUntilReboot | kMoveCopyAllowed>, u"file", u"to", kInvalidParameter},
+        {kLater, u"file", u"a|b", kInvalidName},
+        {DeleteLater, u"Q:\\a", {}, kPathNotFound},
+    };
+    Run(kRefused);
   }
-  constexpr Step kMore[] = {
-      {kLater, u"FILE", u"to"},
-      {kLater, u"missing\\from", u"to"},
-      {Move<kMoveDelayUntilReboot | kMoveCopyAllowed>, u"FILE", u"to", kInvalidParameter},
-      {kLater, u"", u"to", kPathNotFound},
-      {kLater, u"FILE", u"a|b", kInvalidName},
-      {kLater, u"Q:\\a", u"to", kPathNotFound},
-      {DeleteLater, u"Z:\\outside"},
-      {DeleteLater, u"Q:\\a", {}, kPathNotFound},
-  };
-  Run(kMore);
-  expected += folder + "\\file|" + folder + "\\to|" + folder + "\\missing\\from|" + folder +
-              "\\to|\\??\\Z:\\outside||";
-  EXPECT_EQ(pending.Added(), expected);
 }
 
 TEST_F(FilesConformance, ALinkToAFolderIsNotTheFolder) {
@@ -542,10 +405,7 @@ TEST_F(FilesConformance, ALinkToAFolderIsNotTheFolder) {
   EXPECT_CODE(kSuccess, files::GetIdentity(Path(u"folder"), &folder));
   EXPECT_CODE(kSuccess, files::GetIdentity(Path(u"link"), &link));
   EXPECT_EQ(link, folder);
-  EXPECT_CODE(kSuccess, files::GetIdentity(Path(u"file"), &link));
-  EXPECT_FALSE(link == folder);
   constexpr Step kSteps[] = {
-      {Identify, u"missing", {}, kFileNotFound},
       {Delete, u"link", {}, kAccessDenied},
       {Remove, u"link"},
       {Has, u"folder\\in", u"in"},

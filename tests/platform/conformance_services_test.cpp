@@ -19,7 +19,7 @@ class ServicesConformance : public testing::Test {
     EXPECT_EQ(services::OpenManager(services::kManagerCreateService, &manager_), kSuccess);
   }
   ~ServicesConformance() override {
-    for (const cvn::StringView each : {u"a", u"b", u"c"}) {
+    for (const cvn::StringView each : {u"a", u"b"}) {
       Handle service;
       if (services::Open(manager_, Name(each), services::kDelete, &service) == kSuccess) {
         IgnoreError(services::Delete(service));
@@ -37,12 +37,6 @@ class ServicesConformance : public testing::Test {
     config.startType = 3;
     config.errorControl = 1;
     config.binaryPath = u"C:\\Windows\\tessel test.exe";
-    return config;
-  }
-  Config DependingOn(cvn::StringView which, const cvn::String& on) const {
-    Config config = Usual(which);
-    config.group = Name(u"g");
-    config.dependencies = Joined(on, cvn::StringView(u"\0\0", 2));
     return config;
   }
   Handle Opened(cvn::StringView which, std::uint32_t access) const {
@@ -84,58 +78,6 @@ TEST_F(ServicesConformance, KeepWhatTheyWereMadeOf) {
   EXPECT_EQ(Utf8(found.dependencies), Utf8(cvn::StringView(u"RpcSs\0Zwei\0+Tessel other\0\0", 26)));
 }
 
-TEST_F(ServicesConformance, AreFoundByNamesOfTheirOwn) {
-  EXPECT_CODE(kSuccess, Create(Usual(u"a")));
-  const std::pair<cvn::String, Code> kCases[] = {
-      {Name(u"a"), 0}, {Name(u"A"), 0}, {Name(u"b"), 1060}, {Usual(u"a").displayName, 1060},
-      {u"", 123},      {u"a/b", 123},   {u"a\\b", 123},     {Repeated(u"n", 256), 1060},
-  };
-  for (const auto& [name, code] : kCases) {
-    EXPECT_CODE(code, Find(name)) << Utf8(name);
-  }
-  Config taken = Usual(u"A");
-  taken.displayName = u"Another";
-  EXPECT_CODE(1073, Create(taken));
-  Config second = Usual(u"b");
-  second.displayName = Usual(u"a").displayName;
-  EXPECT_CODE(1078, Create(second));
-  if (RunsUnderWine()) {
-    GTEST_SKIP() << "Wine takes names of any length, and for display names those of others";
-  }
-  EXPECT_CODE(123, Find(Repeated(u"n", 257)));
-  second.displayName = Name(u"A");
-  EXPECT_CODE(1078, Create(second));
-}
-
-TEST_F(ServicesConformance, RefuseWhatNoServiceCanBe) {
-  constexpr struct {
-    std::uint32_t type;
-    std::uint32_t start;
-    std::uint32_t errorControl = 1;
-  } kCases[] = {{0, 3},
-                {0x30, 3},
-                {0x102, 3},
-                {0x3, 3},
-                {0x10, 5},
-                {0x10, 0},
-                {0x10, 1},
-                // Wine takes any number for the error control.
-                {0x10, 3, 4}};
-  for (const auto& [type, start, errorControl] : kCases) {
-    Config config = Usual(u"b");
-    config.serviceType = type;
-    config.startType = start;
-    config.errorControl = errorControl;
-    if (errorControl == 1 || !RunsUnderWine()) {
-      EXPECT_CODE(kInvalidParameter, Create(config)) << type << ", " << start;
-    }
-  }
-  Config nameless = Usual(u"b");
-  nameless.name = u"";
-  EXPECT_CODE(kInvalidName, Create(nameless));
-  EXPECT_CODE(services::kDoesNotExist, Find(Name(u"b")));
-}
-
 TEST_F(ServicesConformance, GoWithTheirLastHandle) {
   EXPECT_CODE(kSuccess, Create(Usual(u"a")));
   Handle first = Opened(u"a", services::kDelete);
@@ -173,19 +115,6 @@ TEST_F(ServicesConformance, DoOnlyWhatTheHandleMayDo) {
   ASSERT_EQ(services::OpenManager(services::kManagerConnect, &manager), kSuccess);
   EXPECT_CODE(kAccessDenied, services::Create(manager, Usual(u"b")));
   EXPECT_CODE(kInvalidHandle, services::Delete(Handle()));
-}
-
-TEST_F(ServicesConformance, DoNotDependOnThemselves) {
-  if (RunsUnderWine()) {
-    GTEST_SKIP() << "Wine doesn't look at dependencies";
-  }
-  constexpr Code kCircle = services::kCircularDependency;
-  EXPECT_CODE(kCircle, Create(DependingOn(u"a", Name(u"A"))));
-  EXPECT_CODE(kCircle, Create(DependingOn(u"a", Joined(u"+", Name(u"G")))));
-  EXPECT_CODE(kSuccess, Create(DependingOn(u"a", Name(u"b"))));
-  EXPECT_CODE(kSuccess, Create(DependingOn(u"b", Name(u"c"))));
-  EXPECT_CODE(kCircle, Create(DependingOn(u"c", Name(u"a"))));
-  EXPECT_CODE(1075, services::Start(Opened(u"b", services::kStart))) << "there is no such service";
 }
 
 }  // namespace

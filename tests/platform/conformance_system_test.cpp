@@ -1,12 +1,10 @@
-// The small families: error, streams, clock, random, process, version.
+// The small families: error, clock, random, version.
 
 #include <ctime>
 #include <thread>
 
 #include "platform/clock.h"
-#include "platform/process.h"
 #include "platform/random.h"
-#include "platform/streams.h"
 #include "platform/version.h"
 #include "tests/platform/fixture.h"
 
@@ -22,42 +20,6 @@ TEST(ErrorConformance, EachThreadHasItsOwn) {
   }).join();
   EXPECT_EQ(first, kSuccess);
   EXPECT_EQ(LastError(), kUntouched);
-}
-
-TEST(StreamsConformance, WritesLinesAsUtf8) {
-  const cvn::String longText = Repeated(u"a\U0001F600", 50'000);
-  const std::string end(kStreamLineEnd);
-  for (const streams::Output stream : {streams::Output::Out, streams::Output::Error}) {
-    const auto write = [&] {
-      SetLastError(kUntouched);
-      streams::WriteLine(stream, u"");
-      streams::WriteLine(stream, u"\u00E9 \u65E5 \xD800.\nb");
-      streams::WriteLine(stream, longText);
-      EXPECT_EQ(LastError(), kUntouched);
-    };
-    const std::string expected =
-        end + "\xC3\xA9 \xE6\x97\xA5 \xEF\xBF\xBD." + end + "b" + end + Utf8(longText) + end;
-    // What is swallowed must not turn up later.
-    EXPECT_EQ(Capture(stream, Sink::Closed, write), "");
-    EXPECT_EQ(Capture(stream, Sink::Failing, write), "");
-    EXPECT_TRUE(Capture(stream, Sink::File, write) == expected);
-    EXPECT_TRUE(Capture(stream, Sink::Pipe, write) == expected);
-  }
-}
-
-using StreamsConformanceDeathTest = testing::Test;
-
-// In a process of its own, which it leaves unfit for other output.
-TEST_F(StreamsConformanceDeathTest, TextModesChangeNoByte) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        streams::SetTextModes();
-        streams::WriteLine(streams::Output::Out, u"out");
-        streams::WriteLine(streams::Output::Error, u"err \u00E9\U0001F600.");
-        std::_Exit(7);
-      },
-      testing::ExitedWithCode(7), "err \xC3\xA9\xF0\x9F\x98\x80\\.");
 }
 
 TEST(ClockConformance, CountsFrom1970AndGivesLocalTime) {
@@ -87,15 +49,6 @@ TEST(RandomConformance, EveryBitVaries) {
     zeros |= ~value;
   }
   EXPECT_EQ(ones & zeros, 0xFFFFFFFFU);
-}
-
-TEST(ProcessConformance, EnablesThePrivilegesItHolds) {
-  constexpr cvn::StringView kNames[] = {u"SeNoSuchPrivilege", u"SeShutdownPrivilege",
-                                        u"SeTcbPrivilege", u"SeDebugPrivilege"};
-  EXPECT_CODE(kSuccess, (process::EnablePrivileges(kNames), kSuccess));
-  for (const cvn::StringView name : kNames) {
-    EXPECT_NE(IsPrivilegeEnabled(name), std::optional(false)) << Utf8(name);
-  }
 }
 
 TEST(VersionConformance, IsSomeWindows) {

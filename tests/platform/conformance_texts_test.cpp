@@ -39,16 +39,13 @@ TEST(PathTextConformance, FollowsShlwapi) {
   const cvn::String file = Joined(way, u"b.txt");
   const cvn::String folder(way.AsView().substr(0, way.Length() - 1));
   const TextCase kRemoved[] = {{u"C:\\a\\b.txt", u"C:\\a"},
-                               {u"C:\\a\\b\\", u"C:\\a\\b"},
                                {u"C:\\a", u"C:\\"},
                                {u"C:\\", u"C:\\"},
                                {u"C:a", u"C:"},
                                {u"a\\b", u"a"},
                                {u"a", u""},
                                {u"", u""},
-                               {u"\\a\\b", u"\\a"},
                                {u"\\a", u"\\"},
-                               {u"\\", u"\\"},
                                {u"\\\\s\\h\\a", u"\\\\s\\h"},
                                {file, folder}};
   Check(kRemoved, Changed<paths::RemoveFileSpec>);
@@ -65,30 +62,16 @@ TEST(PathTextConformance, FollowsShlwapi) {
   Check(kCut, Changed<paths::RemoveBackslash>);
   const TextCase kNames[] = {{u"C:\\a\\b.txt", u"b.txt"},
                              {u"C:\\a/b.txt", u"b.txt"},
-                             {u"C:\\.", u"."},
                              {u"b.txt", u"b.txt"},
-                             {u"C:b", u"b"},
                              {u"", u""},
-                             {u"\\a", u"a"},
                              {file, u"b.txt"}};
   Check(kNames, paths::FindFileName);
-  const TextCase kExtensions[] = {{u"C:\\a\\b.txt", u".txt"},
-                                  {u"b.tar.gz", u".gz"},
-                                  {u"C:\\a.b\\c", u""},
-                                  {u"b.", u"."},
-                                  {u"C:\\a\\b.c d", u""},
-                                  {u"C:\\a\\b c.d", u".d"},
-                                  {u"C:\\a\\.b", u".b"},
-                                  {u"C:\\a.b\\", u""},
-                                  {u"a", u""},
-                                  {u"", u""},
-                                  {file, u".txt"}};
+  const TextCase kExtensions[] = {
+      {u"C:\\a\\b.txt", u".txt"}, {u"C:\\a.b\\c", u""}, {u"b.", u"."},
+      {u"C:\\a\\b c.d", u".d"},   {u"", u""},           {file, u".txt"}};
   Check(kExtensions, paths::FindExtension);
   for (const cvn::StringView path : {u"C:\\a", u"C:", u"z:a", u"\\a", u"\\\\server\\share"}) {
     EXPECT_FALSE(paths::IsRelative(path)) << Utf8(path);
-  }
-  for (const cvn::StringView path : {u"a\\b", u"a", u"", u".\\a", u"..\\C:"}) {
-    EXPECT_TRUE(paths::IsRelative(path)) << Utf8(path);
   }
   constexpr TextCase kSameRoots[] = {{u"C:\\a", u"c:\\b\\c"}, {u"C:\\", u"C:\\x"}};
   constexpr TextCase kRoots[] = {{u"C:\\a", u"Z:\\a"}, {u"a", u"b"},    {u"C:\\a", u"b"},
@@ -103,34 +86,6 @@ TEST(PathTextConformance, FollowsShlwapi) {
 }
 
 class TextsConformance : public StepsTest {};
-
-TEST_F(TextsConformance, ExistsNamesTheReasonWhyNot) {
-  using namespace steps;  // NOLINT(google-build-using-namespace): the columns of the table
-  constexpr Step kSteps[] = {
-      {Create, u"File.txt"},
-      {Make, u"folder"},
-      {Exists, u"FILE.TXT"},
-      {Exists, u"folder/"},
-      {Exists, u"folder\\..\\file.txt"},
-      {Exists, u"missing", {}, kFileNotFound},
-      {Exists, u"missing\\file", {}, kPathNotFound},
-      {Exists, u"File.txt\\below", {}, kPathNotFound},
-      {Exists, u"C:\\"},
-      {Exists, u"", {}, kPathNotFound, true},
-      {Exists, u"Q:\\a", {}, kPathNotFound, true},
-  };
-  Run(kSteps);
-  EXPECT_FALSE(paths::Exists(Path(u"File.txt\\"))) << "a file is no folder";
-  for (const cvn::StringView name : {u"folder", u"FOLDER\\", u"C:\\"}) {
-    EXPECT_TRUE(paths::IsDirectory(Path(name))) << Utf8(name);
-  }
-  for (const cvn::StringView name : {u"File.txt", u"missing", u"fold*"}) {
-    EXPECT_FALSE(paths::IsDirectory(Path(name))) << Utf8(name);
-  }
-  EXPECT_EQ(Utf8(paths::LongName(Path(u"File.txt"))), Utf8(Path(u"File.txt")));
-  EXPECT_EQ(Utf8(paths::LongName(Path(u"missing"))), "");
-  EXPECT_EQ(LastError(), kFileNotFound);
-}
 
 // The suite runs in the source folder.
 TEST(PlacesConformance, AreAbsoluteWithoutSeparatorAtTheEnd) {
@@ -165,7 +120,6 @@ TEST(EnvironmentConformance, SetsFindsAndExpands) {
   const TextCase kVariables[] = {{u"TesselA", u"one"},
                                  {u"TesselB", u"%TesselA%"},
                                  {u"TesselEmpty", u""},
-                                 {u"Tessel Blank (x)", u" = %x% "},
                                  {u"Tessel\u00C9", u"\u65E5 \U0001F600"},
                                  {u"TesselLong", longValue}};
   for (const auto& [name, value] : kVariables) {
@@ -174,12 +128,6 @@ TEST(EnvironmentConformance, SetsFindsAndExpands) {
     EXPECT_EQ(ValueOf(name), Utf8(value)) << Utf8(name);
   }
   EXPECT_EQ(ValueOf(u"tessel\u00E9"), "\xE6\x97\xA5 \xF0\x9F\x98\x80");
-  EXPECT_CODE(kSuccess, environment::Set(u"TESSELEMPTY", u"two"));
-  EXPECT_EQ(ValueOf(u"TesselEmpty"), "two");
-  for (const cvn::StringView name : {u"", u"a=b"}) {
-    EXPECT_CODE(kInvalidParameter, environment::Set(name, u"value"));
-    EXPECT_EQ(ValueOf(name), "(none)");
-  }
   const auto expand = [](cvn::StringView text) {
     SetLastError(kUntouched);
     const cvn::String expanded = environment::Expand(text).value_or(u"(none)");
@@ -188,12 +136,9 @@ TEST(EnvironmentConformance, SetsFindsAndExpands) {
   };
   constexpr TextCase kTexts[] = {
       {u"", u""},
-      {u"nothing to do", u"nothing to do"},
       {u"<%TESSELA%%tesselA%>", u"<oneone>"},
       {u"%TesselB%", u"%TesselA%"},  // what a value holds is not expanded again
       {u"%TesselNone% %TesselA%", u"%TesselNone% one"},
-      {u"%TesselA% 100%", u"one 100%"},
-      {u"%%", u"%%"},
       {u"\U0001F600%TesselA%\u65E5", u"\U0001F600one\u65E5"},
   };
   Check(kTexts, expand);
@@ -242,26 +187,14 @@ TEST_F(TextsConformance, ProfilesGiveValues) {
       {"[\xC4]\r\n\xD6=v\r\n", u"\u00E4", u"\u00F6", u"v", Wine::Differs},  // ASCII's case only
       {"\t [ a b ] \r\n k\t = v=w \r\n", u"a b", u"k", u"v=w"},
       {"[a]b]\r\nk=v\r\n", u"a]b", u"k", u"v"},
-      {"[a\r\nk=v\r\n", u"a", u"k", u"def"},
-      {"[a]\r\nk=v\r\n", u" a ", u" k ", u"v"},
-      {"[a]\r\nk=v\r\n", u"b", u"k", u"def"},
       {"k=v\r\n[a]\r\n", u"a", u"k", u"def"},
-      {"k=v\r\n", u"", u"k", u"def", Wine::Differs},
       {"[b]\r\n[a]\r\nj=1\r\nk=v\r\nk=w\r\n[c]\r\nk=x\r\n", u"a", u"k", u"v"},
       {"[a]\r\nj=1\r\n[A]\r\nk=v\r\n", u"a", u"k", u"def"},
-      {"[a]\r\n;k=v\r\n", u"a", u"k", u"def"},
-      {"[a]\r\n#k=v ; no comment\r\n", u"a", u"#k", u"v ; no comment"},
-      {"[a]\r\nk\r\n", u"a", u"k", u"def"},
       {"[a]\r\nk='v'\r\n", u"a", u"k", u"v"},
       {"[a]\r\nk=\"'v'\"\r\n", u"a", u"k", u"'v'"},
-      {"[a]\r\nk=\"a\" \"b\"\r\n", u"a", u"k", u"a\" \"b"},
-      {"[a]\r\nk=\"v'\r\n", u"a", u"k", u"\"v'"},
-      {"[a]\r\nk=\"\r\n", u"a", u"k", u"\""},
       {"[a]\r\nk=\xE4\x80\r\n", u"a", u"k", u"\u00E4\u20AC"},
       {Wide(u"[a]\r\nk=\u043B\r\n"), u"a", u"k", u"\u043B"},
       {"\xEF\xBB\xBF[a]\r\nk=v\r\n", u"a", u"k", u"def", Wine::Differs},  // it knows UTF-8's mark
-      {"\xEF\xBB\xBF\r\n[a]\r\nk=v\r\n", u"a", u"k", u"v"},
-      {std::string("[a]\r\nk=v\0w\r\n", 12), u"a", u"k", u"v"},
   };
   for (const Case& test : kCases) {
     if (test.wine == Wine::Agrees || !RunsUnderWine()) {
@@ -301,31 +234,18 @@ TEST_F(TextsConformance, ProfilesChangeOnlyWhatIsAsked) {
   const Case kCases[] = {
       {"junk", u"a", u"k", u"v", "junk\r\n[a]\r\nk=v\r\n"},
       {"[a]\r\nk=1", u"b", u"k", u"v", "[a]\r\nk=1\r\n[b]\r\nk=v\r\n"},
-      {"[a]\r\nk=1\r\n\r\n", u"b", u"k", u"v", "[a]\r\nk=1\r\n\r\n[b]\r\nk=v\r\n", Wine::Differs},
       {"[a]\r\nj=1\r\n[b]\r\nk=2\r\n", u"A", u"k", u"v", "[a]\r\nj=1\r\nk=v\r\n[b]\r\nk=2\r\n"},
-      {"[a]\r\n[b]\r\n", u"a", u"k", u"v", "[a]\r\nk=v\r\n[b]\r\n"},
-      {"[a]", u"a", u"k", u"v", "[a]\r\nk=v\r\n"},
       {"[a]\nj=1\n\n;c\n\n\n[b]\n", u"a", u"k", u"v", "[a]\nj=1\n\n;c\nk=v\r\n\n\n[b]\n",
        Wine::Differs},
       {"[a]\r\nk=1\r\n[a]\r\nj=2\r\n", u"a", u"j", u"v", "[a]\r\nk=1\r\nj=v\r\n[a]\r\nj=2\r\n"},
       {";c\r\n[a]\r\nKey = 1 \r\nj=2\r\n", u"a", u"kEY", u"v", ";c\r\n[a]\r\nKey=v\r\nj=2\r\n"},
       {"[a]\r\n\r\n k=1\n\r\nj=2", u"a", u"k", u"v", "[a]\r\n\r\nk=v\n\r\nj=2", Wine::Differs},
-      {"[a]\r\nk=1", u"a", u"k", u"v", "[a]\r\nk=v\r\n"},
-      {"[a]\r\nk\r\n", u"a", u"k", u"v", "[a]\r\nk=v\r\n"},
-      {"[a]\r\n;k=1\r\n", u"a", u"k", u"v", "[a]\r\n;k=1\r\nk=v\r\n"},
-      {"[a]\r\nk=1\r\n", u"a", u"k", u" \"v\" ", "[a]\r\nk= \"v\" \r\n", Wine::Differs},  // trims
-      {"[\xE4]\x80\x81\r\n", u"\u00E4", u"k", u"v", "[\xE4]\x80\x81\r\nk=v\r\n",
-       Wine::Differs},  // cuts what follows the name
       {"[a]\r\nj=\x81\xFF\r\n", u"a", u"k", u"\u0141\u00F3d\u017A \u20AC\u03B1\u03B2\u4E2D\uFF21",
        "[a]\r\nj=\x81\xFF\r\nk=L\xF3"
        "dz \x80"
        "a\xDF?A\r\n"},
-      {Wide(u""), u"a", u"k", u"\u4E2D", Wide(u"[a]\r\nk=\u4E2D\r\n")},
       {Wide(u"[a]\r\nk=\u0141\r\nj=\u4E2D\r\n"), u"a", u"k", u"\u03B1",
        Wide(u"[a]\r\nk=\u03B1\r\nj=\u4E2D\r\n")},
-      {Wide(u"[a]\r\n") + "x", u"a", u"k", u"v", Wide(u"[a]\r\nk=v\r\n") + "x", Wine::Differs},
-      {"\xEF\xBB\xBF[a]\r\nk=1\r\n", u"a", u"k", u"v", "\xEF\xBB\xBF[a]\r\nk=1\r\n[a]\r\nk=v\r\n",
-       Wine::Differs},
   };
   const cvn::String path = Path(u"Settings.ini");
   for (const Case& test : kCases) {
@@ -344,10 +264,6 @@ TEST_F(TextsConformance, ProfilesChangeOnlyWhatIsAsked) {
   EXPECT_EQ(ReadString(u"a", u"k", u"", kCapacity, name).AsView(), u"v");
   EXPECT_EQ(ContentOf(place), "[a]\r\nk=v\r\n");
   EXPECT_EQ(files::Delete(place), kSuccess);
-  if (!RunsUnderWine()) {  // there, root writes to read-only files
-    MakeReadOnly(path);
-    EXPECT_CODE(kAccessDenied, WriteString(u"a", u"k", u"v", path));
-  }
 }
 
 TEST_F(TextsConformance, TextFilesHaveTheBytesOfTheRuntime) {
@@ -360,10 +276,8 @@ TEST_F(TextsConformance, TextFilesHaveTheBytesOfTheRuntime) {
       {"", u"\n", "\xEF\xBB\xBF\r\n"},
       {"\xEF\xBB\xBFold\r\n", u"new", "\xEF\xBB\xBFold\r\nnew"},
       {"old", u"\u00E9\u20AC\U0001F600", "old\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
-      {"\xFF", u"x", "\xFFx"},
       {"-", u"a\r\n\r", "-a\r\r\n\r"},
       {"-", u"\xD83D.\xDE00", "-\xEF\xBF\xBD.\xEF\xBF\xBD"},
-      {"-", u"a\0b"sv, "-a\0b"sv},
       {"\xFF\xFE\x6F\0"sv, u"a\n\U0001F600", "\xFF\xFE\x6F\0a\0\r\0\n\0\x3D\xD8\x00\xDE"sv},
   };
   const cvn::String path = Path(u"text");

@@ -4,14 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/error.h"
 #include "platform/files.h"
-#include "platform/streams.h"
 #include "support/string.h"
 
 namespace platform::test {
@@ -23,20 +21,11 @@ void PreparePlatform();
 void CleanPlatform();
 // Removes a folder with all that it holds.
 void RemoveTree(cvn::StringView folder);
-void MakeReadOnly(cvn::StringView file);
 // Makes a link to a folder. False where there is none to be had.
 bool MakeFolderLink(cvn::StringView link, cvn::StringView folder);
 bool RunsUnderWine();
-// Whether the process holds this privilege enabled; nothing when it doesn't hold it at all.
-std::optional<bool> IsPrivilegeEnabled(cvn::StringView name);
 // How many descriptors, or handles, the process has open.
 std::size_t OpenHandles();
-// What a line of the standard streams, and a line feed in it, end with.
-extern const std::string_view kStreamLineEnd;
-
-enum class Sink { File, Pipe, Failing, Closed };
-// The bytes that reach a standard stream while `action` runs, with the stream led into `sink`.
-std::string Capture(streams::Output stream, Sink sink, const std::function<void()>& action);
 
 // All backends share what follows.
 
