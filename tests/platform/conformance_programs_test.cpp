@@ -143,18 +143,6 @@ TEST_F(ProcessesConformance, WaitsEndsAndTellsOfProcesses) {
   EXPECT_EQ(waitForAll(process::kInfinite), Expected(kSuccess));
 }
 
-TEST_F(ProcessesConformance, RefusesWhatItCannotWaitForOrOpen) {
-  const std::vector<Handle> tooMany(process::kMostWaitHandles + 1);
-  constexpr Outcome kRefused{process::kWaitFailed, kInvalidParameter};
-  EXPECT_EQ(Observe([&] { return process::WaitForAll(tooMany, 0); }), kRefused);
-  EXPECT_EQ(Observe([&] { return process::WaitForAll({}, 0); }), kRefused);
-  Handle opened;
-  for (const std::uint32_t id : {0U, 0x7FFFFFFCU, 0xFFFFFFFCU}) {
-    EXPECT_CODE(kInvalidParameter, process::Open(id, process::kSynchronize, &opened)) << id;
-    EXPECT_FALSE(opened.IsOpen());
-  }
-}
-
 TEST_F(ProcessesConformance, LeavesNothingOpen) {
   std::size_t before = 0;
   for (int i = 0; i < 40; ++i) {

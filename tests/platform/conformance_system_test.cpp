@@ -1,11 +1,9 @@
-// The small families: error, clock, random, version.
+// The small families: error, clock.
 
 #include <ctime>
 #include <thread>
 
 #include "platform/clock.h"
-#include "platform/random.h"
-#include "platform/version.h"
 #include "tests/platform/fixture.h"
 
 namespace platform::test {
@@ -38,29 +36,6 @@ TEST(ClockConformance, CountsFrom1970AndGivesLocalTime) {
     EXPECT_EQ(time.minute, expected->tm_min);
     EXPECT_EQ(time.second, expected->tm_sec);
   }
-}
-
-TEST(RandomConformance, EveryBitVaries) {
-  std::uint32_t ones = 0;
-  std::uint32_t zeros = 0;
-  for (int i = 0; i < 256; ++i) {
-    const std::uint32_t value = SecureRandom32();
-    ones |= value;
-    zeros |= ~value;
-  }
-  EXPECT_EQ(ones & zeros, 0xFFFFFFFFU);
-}
-
-TEST(VersionConformance, IsSomeWindows) {
-  SetLastError(kUntouched);
-  const std::optional<version::WindowsVersion> version = version::Get();
-  ASSERT_TRUE(version);
-  EXPECT_GE(version->major, 6U);
-  EXPECT_TRUE(version::IsBuildAtLeast(6000));
-  EXPECT_FALSE(version::IsBuildAtLeast(0xFFFFFFFF));
-  const std::uint16_t machine = version::NativeMachine().value_or(version::kMachineAmd64);
-  EXPECT_TRUE(machine == version::kMachineAmd64 || machine == version::kMachineArm64) << machine;
-  EXPECT_EQ(LastError(), kUntouched);
 }
 
 }  // namespace

@@ -73,16 +73,6 @@ TEST(PathTextConformance, FollowsShlwapi) {
   for (const cvn::StringView path : {u"C:\\a", u"C:", u"z:a", u"\\a", u"\\\\server\\share"}) {
     EXPECT_FALSE(paths::IsRelative(path)) << Utf8(path);
   }
-  constexpr TextCase kSameRoots[] = {{u"C:\\a", u"c:\\b\\c"}, {u"C:\\", u"C:\\x"}};
-  constexpr TextCase kRoots[] = {{u"C:\\a", u"Z:\\a"}, {u"a", u"b"},    {u"C:\\a", u"b"},
-                                 {u"", u""},           {u"C:\\a", u""}, {u"C:/a", u"C:/b"},
-                                 {u"C:\\a", u"C:/b"}};
-  for (const auto& [left, right] : kSameRoots) {
-    EXPECT_TRUE(paths::IsSameRoot(left, right)) << Utf8(left);
-  }
-  for (const auto& [left, right] : kRoots) {
-    EXPECT_FALSE(paths::IsSameRoot(left, right)) << Utf8(left) << ", " << Utf8(right);
-  }
 }
 
 class TextsConformance : public StepsTest {};
@@ -149,17 +139,6 @@ TEST(EnvironmentConformance, SetsFindsAndExpands) {
   }
 }
 
-TEST(EnvironmentConformance, HasTheVariablesOfWindows) {
-  for (const cvn::StringView name :
-       {u"SystemRoot", u"windir", u"ProgramData", u"ALLUSERSPROFILE", u"ProgramFiles",
-        u"ProgramFiles(x86)", u"CommonProgramFiles", u"ProgramW6432", u"PUBLIC", u"USERPROFILE",
-        u"TEMP", u"TMP", u"ComSpec"}) {
-    EXPECT_FALSE(paths::IsRelative(environment::Get(name).value_or(u""))) << Utf8(name);
-  }
-  EXPECT_EQ(ValueOf(u"OS"), "Windows_NT");
-  EXPECT_EQ(ValueOf(u"SystemDrive"), "C:");
-}
-
 constexpr std::size_t kCapacity = 100;
 
 // What Wine does otherwise than Windows, where it does.
@@ -188,7 +167,6 @@ TEST_F(TextsConformance, ProfilesGiveValues) {
       {"\t [ a b ] \r\n k\t = v=w \r\n", u"a b", u"k", u"v=w"},
       {"[a]b]\r\nk=v\r\n", u"a]b", u"k", u"v"},
       {"k=v\r\n[a]\r\n", u"a", u"k", u"def"},
-      {"[b]\r\n[a]\r\nj=1\r\nk=v\r\nk=w\r\n[c]\r\nk=x\r\n", u"a", u"k", u"v"},
       {"[a]\r\nj=1\r\n[A]\r\nk=v\r\n", u"a", u"k", u"def"},
       {"[a]\r\nk='v'\r\n", u"a", u"k", u"v"},
       {"[a]\r\nk=\"'v'\"\r\n", u"a", u"k", u"'v'"},
@@ -233,7 +211,6 @@ TEST_F(TextsConformance, ProfilesChangeOnlyWhatIsAsked) {
   // Wine writes the whole file anew: without blank lines, with CR LF everywhere.
   const Case kCases[] = {
       {"junk", u"a", u"k", u"v", "junk\r\n[a]\r\nk=v\r\n"},
-      {"[a]\r\nk=1", u"b", u"k", u"v", "[a]\r\nk=1\r\n[b]\r\nk=v\r\n"},
       {"[a]\r\nj=1\r\n[b]\r\nk=2\r\n", u"A", u"k", u"v", "[a]\r\nj=1\r\nk=v\r\n[b]\r\nk=2\r\n"},
       {"[a]\nj=1\n\n;c\n\n\n[b]\n", u"a", u"k", u"v", "[a]\nj=1\n\n;c\nk=v\r\n\n\n[b]\n",
        Wine::Differs},

@@ -3,7 +3,6 @@
 
 #include <span>
 
-#include "platform/file_identity.h"
 #include "platform/paths.h"
 #include "platform/text_file.h"
 #include "tests/platform/fixture.h"
@@ -51,7 +50,6 @@ inline Code Append(View name, View) {
   EXPECT_EQ(file.IsOpen(), code == kSuccess);
   return code;
 }
-inline Code Save(View name, View) { return SaveTextFile(name, "new"); }
 inline Code Make(View name, View) { return files::CreateDirectory(name); }
 inline Code MakeAll(View name, View) { return files::CreateDirectoryRecursive(name); }
 inline Code Remove(View name, View) { return files::RemoveDirectory(name); }
@@ -68,14 +66,6 @@ Code Move(View name, View other) {
 template <files::Attributes attributes>
 Code Mark(View name, View) {
   return files::SetAttributes(name, attributes);
-}
-inline Code Ask(View name, View) {
-  files::Attributes attributes = 0;
-  return files::GetAttributes(name, &attributes);
-}
-inline Code Identify(View name, View) {
-  files::Identity identity;
-  return files::GetIdentity(name, &identity);
 }
 inline Code Exists(View name, View) { return paths::Exists(name) ? kSuccess : LastError(); }
 // Whether the file's content is `other`.
