@@ -120,7 +120,7 @@ TEST(EnvironmentConformance, SetsFindsAndExpands) {
   EXPECT_EQ(ValueOf(u"tessel\u00E9"), "\xE6\x97\xA5 \xF0\x9F\x98\x80");
   const auto expand = [](cvn::StringView text) {
     SetLastError(kUntouched);
-    const cvn::String expanded = environment::Expand(text).value_or(u"(none)");
+    cvn::String expanded = environment::Expand(text).value_or(u"(none)");
     EXPECT_EQ(LastError(), kUntouched) << Utf8(text);
     return expanded;
   };

@@ -41,16 +41,20 @@ inline constexpr Code kUntouched = 0x2BAD;  // no operation sets it
 // A success leaves the last error alone; a failure's code is the last error.
 constexpr Outcome Expected(Code code) { return {code, code == kSuccess ? kUntouched : code}; }
 
+inline Outcome WithLastError(Code code) { return {code, LastError()}; }
+
 template <typename Call>
 Outcome Observe(Call call) {
   SetLastError(kUntouched);
-  const Code code = call();
-  return {code, LastError()};
+  return WithLastError(call());
 }
 
-// Expects a code of a call, and the last error that belongs to it.
-#define EXPECT_CODE(code, ...) \
-  EXPECT_EQ(Observe([&] { return __VA_ARGS__; }), ::platform::test::Expected(code))
+// Expects a code of a call, and the last error that belongs to it. Not by Observe, since Clang 14
+// lets no lambda capture a structured binding.
+#define EXPECT_CODE(code, ...)                                       \
+  EXPECT_EQ((::platform::SetLastError(::platform::test::kUntouched), \
+             ::platform::test::WithLastError(__VA_ARGS__)),          \
+            ::platform::test::Expected(code))
 
 std::string Utf8(cvn::StringView text);
 cvn::String Joined(cvn::StringView left, cvn::StringView right);

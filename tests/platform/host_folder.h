@@ -1,11 +1,11 @@
 // A test's folder as the Linux host sees it, and processes beside the test's own.
 #pragma once
 
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>

@@ -24,7 +24,7 @@ namespace {
 using namespace signatures;  // NOLINT(google-build-using-namespace): its statuses
 using Statuses = std::vector<TrustStatus>;
 
-constexpr std::time_t kDay = 24 * 60 * 60;
+constexpr std::time_t kDay = 86'400;
 
 // Who there is, and what the machine knows of them.
 struct World {
@@ -106,6 +106,7 @@ struct ImageCase {
   std::optional<bool> opinion;
 };
 
+// NOLINTNEXTLINE(readability-function-size): a table
 std::vector<ImageCase> Images(const World& w) {
   const std::string image = MakeImage("Example");
   const auto one = [&image](const std::string& signature) {

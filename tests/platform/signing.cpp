@@ -14,7 +14,7 @@
 namespace platform::test {
 namespace {
 
-constexpr std::time_t kDay = 24 * 60 * 60;
+constexpr std::time_t kDay = 86'400;
 constexpr char kIndirectData[] = "1.3.6.1.4.1.311.2.1.4";
 
 template <typename T>
