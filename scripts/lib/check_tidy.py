@@ -33,8 +33,7 @@ class Tidy:
         self.root = root
         self.build = build
         self.cache = cache
-        version = subprocess.run([TIDY, "--version"], capture_output=True, check=True).stdout
-        self.settings = version + (root / ".clang-tidy").read_bytes()
+        self.version = subprocess.run([TIDY, "--version"], capture_output=True, check=True).stdout
         self.texts = {}
         entries = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
         # A source of several targets is checked once.
@@ -66,7 +65,11 @@ class Tidy:
     def key(self, file):
         # Relative paths, so that other checkouts with the same code find it too.
         command = self.commands[file].replace(str(self.root), "")
-        digest = hashlib.sha256(self.settings + command.encode())
+        digest = hashlib.sha256(self.version)
+        for folder in file.relative_to(self.root).parents:
+            settings = self.root / folder / ".clang-tidy"
+            digest.update(settings.read_bytes() if settings.is_file() else b"")
+        digest.update(command.encode())
         for path in sorted(self.with_headers(file)):
             digest.update(f"\n{path.relative_to(self.root)} {len(self.code(path))}\n".encode())
             digest.update(self.code(path))
