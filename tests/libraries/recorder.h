@@ -68,7 +68,7 @@ struct Narrow {
 // The 16 bytes of an identifier, in the order of memory.
 struct Hex {
   explicit Hex(const void* bytes) {
-    for (int i = 0; i < 16; ++i) {
+    for (std::size_t i = 0; i < 16; ++i) {
       std::snprintf(text + 2 * i, 3, "%02x", static_cast<const unsigned char*>(bytes)[i]);
     }
   }

@@ -68,7 +68,7 @@ class CatalogTest : public FolderTest {
                                           "--key",    In(key),   "--dir",
                                           In(folder), "--chain", In("root.pem")};
     if (force != nullptr) {
-      arguments.push_back(force);
+      arguments.emplace_back(force);
     }
     const ToolResult result = Tlx(arguments);
     return std::to_string(result.exitCode) + ' ' +

@@ -126,8 +126,8 @@ TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
        "<jsonForEach handle='h' path='p' destHandle='f' step='x'/></for></jsonForEach>\n"
        "<for var='v' value=''/><exit/>",
        {"2:72: warning: '%d%' is not replaced: attribute 'delim' is used as written",
-        "2:84: warning: a 'jsonForEach' in another takes its place in the array away: the outer "
-        "one doesn't go on where it was",
+        ("2:84: warning: a 'jsonForEach' in another takes its place in the array away: the outer "
+         "one doesn't go on where it was"),
         "2:132: warning: 'jsonForEach' has no attribute 'step'",
         "3:1: error: 'for': attribute 'delim' is missing",
         "3:14: error: 'for': attribute 'value' is empty"}},

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 #include "support/containers.h"
@@ -34,6 +35,15 @@ std::string ReadFile(const std::filesystem::path& path) {
 
 void WriteFile(const std::filesystem::path& path, std::string_view bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::filesystem::path MakeFolder() {
+  std::random_device random;
+  std::filesystem::path folder;
+  do {
+    folder = std::filesystem::temp_directory_path() / ("tlx_test_" + std::to_string(random()));
+  } while (!std::filesystem::create_directory(folder));
+  return folder;
 }
 
 }  // namespace tlx::test

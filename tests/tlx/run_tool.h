@@ -21,17 +21,16 @@ ToolResult Tlx(const std::vector<std::string>& arguments);
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, std::string_view bytes);
 
+// Makes a folder under a name that no other has.
+std::filesystem::path MakeFolder();
+
 class FolderTest : public testing::Test {
  protected:
-  FolderTest() {
-    std::filesystem::remove_all(folder_);
-    std::filesystem::create_directories(folder_);
-  }
   ~FolderTest() override { std::filesystem::remove_all(folder_); }
 
   std::string In(const std::string& name) const { return (folder_ / name).string(); }
 
-  const std::filesystem::path folder_ = std::filesystem::temp_directory_path() / "tlx_test";
+  const std::filesystem::path folder_ = MakeFolder();
 };
 
 }  // namespace tlx::test

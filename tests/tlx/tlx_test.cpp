@@ -31,16 +31,15 @@ Lines NamesIn(const fs::path& folder) {
 class TlxTest : public FolderTest {
  protected:
   static void SetUpTestSuite() {
-    fs::create_directories(keys_);
     for (const char* name : {"one", "two"}) {
       const ToolResult made = Tlx({"keygen", "--private", Key(name), "--public", PublicKey(name)});
       ASSERT_EQ(made.exitCode, 0) << made.err;
     }
   }
-  static void TearDownTestSuite() { fs::remove_all(keys_); }
+  static void TearDownTestSuite() { fs::remove_all(kKeys); }
 
-  static std::string Key(const std::string& name) { return keys_ / (name + ".pem"); }
-  static std::string PublicKey(const std::string& name) { return keys_ / (name + ".pub.pem"); }
+  static std::string Key(const std::string& name) { return kKeys / (name + ".pem"); }
+  static std::string PublicKey(const std::string& name) { return kKeys / (name + ".pub.pem"); }
 
   ToolResult Pack(std::string_view script, std::vector<std::string> more = {}) const {
     WriteFile(In("s.xml"), script);
@@ -53,7 +52,7 @@ class TlxTest : public FolderTest {
     return Tlx({"unpack", "--key", publicKey, "--in", In("p.tlx"), "--out", In("back.xml")});
   }
 
-  static inline const fs::path keys_ = fs::temp_directory_path() / "tlx_test_keys";
+  static inline const fs::path kKeys = MakeFolder();
 };
 
 constexpr char kScript[] = "<patch version='1.0'><script/></patch>";
