@@ -121,9 +121,14 @@ need_windows_packages() {
   need_packages build-essential cmake ninja-build ccache openssl g++-mingw-w64-x86-64-posix
 }
 
+need_tidy_packages() {
+  need_packages python3 clang-tidy-14
+}
+
 need_test_packages() {
-  need_packages python3 python3-jsonschema clang-format-14 libhivex-bin libxml2-utils osslsigncode \
-    wine wine64
+  need_tidy_packages
+  need_packages python3 python3-jsonschema git clang-format-14 libhivex-bin libxml2-utils \
+    osslsigncode wine wine64
 }
 
 need_fuzz_packages() {
