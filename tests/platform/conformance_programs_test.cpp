@@ -180,7 +180,6 @@ TEST_F(LibrariesConformance, LoadsWhatIsALibrary) {
       {FileWith(u"empty.dll", ""), kBadExeFormat},
       {FileWith(u"text.dll", "Not a library, whatever its name may be."), kBadExeFormat},
       {FileWith(u"machine.dll", otherMachine), kBadExeFormat},
-      {u"absent.dll", kModNotFound},
   };
   for (const std::uint32_t flags : {kDefaultSearch, libraries::kAlteredSearchPath,
                                     libraries::kSearchLibraryFolderAndDefaults}) {
