@@ -202,6 +202,20 @@ TEST_F(FilesConformance, DeletesReplacesAndTakesPlaces) {
   Run(kSteps);
 }
 
+TEST_F(FilesConformance, WhatIsOpenIsNeitherReplacedNorMoved) {
+  for (const Share share : {Share::None, Share::Read, Share::ReadWrite}) {
+    const File held = Held(u"other", share);
+    const Step kSteps[] = {
+        {Delete, u"other", {}, kSharingViolation},
+        {Replace, u"other", u"moved", kSharingViolation},
+        {Copy, u"other", u"copy", share == Share::None ? kSharingViolation : kSuccess},
+        {Copy, u"file", u"other", share == Share::ReadWrite ? kSuccess : kSharingViolation},
+    };
+    Run(std::span(kSteps).first(share == Share::ReadWrite ? 2 : 4));
+  }
+  EXPECT_EQ(ContentOf(Path(u"other")), "other content");
+}
+
 // Any text without a separator or a refused character is a name, in any script and form.
 TEST_F(FilesConformance, KeepsAnyName) {
   constexpr cvn::StringView kNames[] = {

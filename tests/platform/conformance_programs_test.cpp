@@ -99,11 +99,14 @@ TEST_F(ProcessesConformance, FindsProgramsAsWindowsDoes) {
       cvn::Format(u"%s\texit 0", Path(u"a b\\c d.exe")),
       cvn::Format(u"\"%s\"", Path(u"a b\\C D.EXE")),
   };
+  Handle child;
   for (const cvn::String& commandLine : commandLines) {
-    Handle child;
     EXPECT_CODE(kSuccess, process::Start(commandLine, u"", &child)) << Utf8(commandLine);
     EXPECT_EQ(process::Wait(child, process::kInfinite), kSuccess);
   }
+  const cvn::String line = Quoted(child_);
+  const cvn::String tooLong = Joined(line, Repeated(u"x", 32'767 - line.Length()));
+  EXPECT_CODE(kFilenameExceedsRange, process::Start(tooLong, u"", &child));
 }
 
 TEST_F(ProcessesConformance, WaitsEndsAndTellsOfProcesses) {
@@ -152,6 +155,14 @@ TEST_F(ProcessesConformance, LeavesNothingOpen) {
   }
   EXPECT_EQ(OpenHandles(), before);
   EXPECT_TRUE(IdsOf(child_).empty());
+}
+
+TEST(IdentityConformance, ImpersonatesNobodyUnknown) {
+  const Outcome outcome =
+      Observe([] { return process::Impersonate(u"tessel-nobody", u"tessel-nowhere", u"wrong"); });
+  EXPECT_NE(outcome.code, kSuccess);
+  EXPECT_EQ(outcome.lastError, outcome.code);
+  EXPECT_CODE(kSuccess, process::Revert());
 }
 
 class LibrariesConformance : public FolderTest {

@@ -33,7 +33,7 @@ std::string NamesOf(decltype(registry::EnumerateKey)* enumerate, const Key& key)
   EXPECT_EQ(code, kNoMoreItems);
   std::string text;
   for (const std::string& each : names) {
-    text += (text.empty() ? "" : "; ") + each;
+    text += (each == *names.begin() ? "" : "; ") + each;
   }
   return text;
 }
@@ -183,6 +183,21 @@ TEST_P(RegistryConformance, KeepsTypeAndBytesOfValues) {
       EXPECT_TRUE(std::ranges::equal(stored, data)) << Utf8(name);
     }
   }
+}
+
+TEST_P(RegistryConformance, FindsValuesByName) {
+  constexpr Step kSteps[] = {
+      {Unset, u"Name", {}, kFileNotFound},
+      {Set, u"", u"default"},
+      {Set, u"Name", u"first"},
+      {Set, u"NAME", u"second"},
+      {Get, u"", u"default"},
+      {Get, View(u"name\0more", 9), u"second"},
+      {Values, u"", u"; Name"},
+      {Unset, u"nAME"},
+      {Values, u"", u""},
+  };
+  Run(kSteps);
 }
 
 TEST_P(RegistryConformance, EnumerationNeedsRoomForTheNameAndItsEnd) {
