@@ -6,8 +6,6 @@
 
 #include <vector>
 
-#include "platform/file_search.h"
-#include "platform/formats/names.h"
 #include "platform/formats/wildcards.h"
 #include "tests/platform/host_folder.h"
 #include "tests/platform/private_mount.h"
@@ -25,8 +23,6 @@ using files::kMoveReplaceExisting;
 using files::kNormal;
 using files::kReadOnly;
 using files::kSystem;
-using files::Search;
-using files::SearchEntry;
 
 constexpr const char* kDosName = "user.DOSATTRIB";
 
@@ -280,31 +276,6 @@ TEST_F(OfflineFiles, DrivesAndCurrentDirectoriesStay) {
     EXPECT_EQ(files::RemoveDirectory(Path(u"folder")), kSharingViolation);
   }
   EXPECT_EQ(files::RemoveDirectory(Path(u"folder")), kSuccess);
-}
-
-TEST_F(OfflineFiles, SearchesTakeNamesAsTheHostHasThem) {
-  for (const char* name : {"b", "B", "a", "\xFF", "\xC3\xA9", "\xC3\x89", "\xF0\x9F\x98\x80",
-                           "\xEF\xBF\xBD", "dots...", "a:b"}) {
-    Touch(Host(name));
-  }
-  std::string found;
-  Search search;
-  SearchEntry entry;
-  for (Code code = search.First(Path(u"*"), &entry); code == kSuccess; code = search.Next(&entry)) {
-    std::string name;
-    posix::AppendHostText(entry.Name(), &name);
-    found += name + " ";
-    struct stat status {};
-    ASSERT_EQ(stat(Host(name).c_str(), &status), 0) << name;
-    EXPECT_EQ(entry.LastWriteTime() / 10'000'000 - 11'644'473'600,
-              static_cast<std::uint64_t>(status.st_mtime));
-  }
-  // In the order of UTF-16 units, where a surrogate comes before U+FFFD.
-  EXPECT_EQ(found, ". .. a a:b B b dots... \xC3\x89 \xC3\xA9 \xF0\x9F\x98\x80 \xFF \xEF\xBF\xBD ");
-  EXPECT_EQ(Found(Path(u"B")), "B");
-  EXPECT_EQ(Found(Path(u"b")), "b");
-  EXPECT_EQ(Found(Path(u"b*")), "B, b");
-  EXPECT_EQ(Found(Path(u"\u00C9*")), "\xC3\x89, \xC3\xA9");
 }
 
 TEST_F(OfflineFiles, AFullDiskLeavesNoHalfFile) {

@@ -169,16 +169,5 @@ TEST_F(ServiceKeys, AreServicesWhenTheyAreWhole) {
   EXPECT_TRUE(config.dependencies.Empty()) << "a list without anything in it";
 }
 
-TEST_F(ServiceKeys, ThatAreMarkedForDeletionAreForgotten) {
-  ASSERT_EQ(Create(u"Left", u"Left display"), kSuccess);
-  StoreNumber(u"Left", u"DeleteFlag", 1);
-  StoreNumber(u"Left\\Parameters", u"Port", 1);
-  EXPECT_EQ(Open(u"Left"), services::kDoesNotExist);
-  EXPECT_EQ(Create(u"Other", u"Left display"), kSuccess);
-  EXPECT_EQ(Create(u"Left", u"New display"), kSuccess);
-  EXPECT_FALSE(HasKey(u"Left\\Parameters"));
-  EXPECT_EQ(Open(u"Left"), kSuccess);
-}
-
 }  // namespace
 }  // namespace platform::test

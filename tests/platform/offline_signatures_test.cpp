@@ -12,7 +12,6 @@
 #include "platform/offline/authenticode/catalog_file.h"
 #include "platform/offline/authenticode/distinguished_name.h"
 #include "platform/signatures.h"
-#include "platform/version_resource.h"
 #include "support/format.h"
 #include "support/utf.h"
 #include "tests/platform/host_folder.h"
@@ -387,19 +386,6 @@ TEST_F(Authenticode, JudgesCatalogs) {
   }
 }
 
-TEST_F(Authenticode, RefusesWhatIsNoDer) {
-  // Lengths that DER does not know, and more levels than there can be.
-  std::string deep;
-  for (int i = 0; i < 1000; ++i) {
-    deep = Tlv(0x30, deep);
-  }
-  for (const std::string& bytes :
-       {deep, std::string("\x30\x80\0\0", 4), std::string("\x30\x81\1x", 4),
-        std::string("\x30\x84\xFF\xFF\xFF\xFF", 6), std::string("\x3F\x81\1\0", 4)}) {
-    EXPECT_FALSE(posix::IsDer(BytesOf(bytes)));
-  }
-}
-
 // The system's catalogs are read once, so everything about them stands in one test.
 TEST_F(Authenticode, FindsFilesInTheSystemsCatalogs) {
   constexpr cvn::StringView kFolder = kSystemCatalogs;
@@ -497,15 +483,6 @@ TEST_F(Authenticode, WritesNamesAsX500DoesAndReadsThemBack) {
     EXPECT_NE(reader.Next(&rest, &key, &value), kSuccess) << Utf8(bad);
     EXPECT_EQ(rest, bad);
   }
-}
-
-TEST_F(Authenticode, TellsTheCompany) {
-  const std::string image = MakeImage("Example Company");
-  const cvn::String path = Write(u"a.dll", image);
-  cvn::String name;
-  ASSERT_TRUE(QueryCompanyName(path, &name));
-  EXPECT_EQ(Utf8(name), "Example Company");
-  EXPECT_FALSE(QueryCompanyName(Write(u"b.dll", "MZ"), &name));
 }
 
 }  // namespace
