@@ -79,7 +79,7 @@ class Verifier {
 };
 
 // As WinVerifyTrust with WTD_REVOKE_NONE, no state and WTD_HASH_ONLY_FLAG: whether the file's
-// content is what its own signature says, whoever made that.
+// content is what its own signature says, no matter who made that.
 TrustStatus VerifyDigestOnly(cvn::StringView path);
 
 // The simple display name (CERT_NAME_SIMPLE_DISPLAY_TYPE) of the one who signed the file itself,

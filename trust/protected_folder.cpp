@@ -56,8 +56,8 @@ std::optional<cvn::String> RelativePath(cvn::StringView path, cvn::StringView ba
 }
 
 // Takes the files of one catalog over. A file is opened once and copied from there, and then the
-// copy is verified: what the script gets is what was hashed, whoever writes to the original, or
-// puts another in its place, meanwhile.
+// copy is verified: what the script gets is what was hashed, even when another account writes to
+// the original meanwhile, or puts another file in its place.
 class Transfer {
  public:
   Transfer(cvn::StringView base, bool copies) : base_(base), copies_(copies) {

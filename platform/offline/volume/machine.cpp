@@ -21,7 +21,7 @@ std::string VariableOr(const char* name, const std::string& otherwise) {
 std::filesystem::path FolderInDataHome() {
   const std::filesystem::path home = VariableOr("HOME", HostAccount().home);
   std::filesystem::path data = VariableOr("XDG_DATA_HOME", std::string());
-  // The base directory specification has relative paths ignored.
+  // XDG_DATA_HOME counts only when it is absolute.
   if (!data.is_absolute()) {
     data = home / ".local/share";
   }
