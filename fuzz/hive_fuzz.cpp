@@ -215,7 +215,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   namespace fuzz = tessel::fuzz;
   fuzz::Input input(data, size);
   const std::uint8_t kind = input.Byte();
-  const std::size_t count = input.Byte() % 64 * 4;
+  const std::size_t count = std::size_t{input.Byte()} % 64 * 4;
   const std::string_view rest = input.Rest();
   const std::string_view changes = rest.substr(0, count);
   const std::string_view bytes = rest.substr(changes.size());

@@ -10,7 +10,7 @@
 
 // Replaces the C library's: the folder needs no protection from a power failure, and waiting for
 // the disk would take most of a fuzzer's time.
-extern "C" int fsync(int /*descriptor*/) { return 0; }
+extern "C" int fsync(int /*descriptor*/) { return 0; }  // NOLINT(readability-identifier-naming)
 
 namespace tessel::fuzz {
 namespace {

@@ -100,7 +100,7 @@ char EncodeUnit(char16_t unit) {
     return '?';
   }
   const BestFits& fits = *std::prev(next);
-  const std::size_t place = static_cast<std::size_t>(unit - fits.first);
+  const auto place = static_cast<std::size_t>(unit - fits.first);
   return place < fits.bytes.size() && fits.bytes[place] != '.' ? fits.bytes[place] : '?';
 }
 

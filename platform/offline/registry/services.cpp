@@ -58,7 +58,7 @@ Code Guarded(Action action) {
 template <typename Action>
 Code WithHandle(const Handle& handle, bool isManager, std::uint32_t access, Action action) {
   return Guarded([&]() -> Code {
-    Opened* opened = reinterpret_cast<Opened*>(handle.Value());
+    auto* opened = reinterpret_cast<Opened*>(handle.Value());
     if (opened == nullptr || (opened->service == nullptr) != isManager) {
       return kInvalidHandle;
     }

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <utility>
+
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/share_locks.h"
 
@@ -30,7 +32,7 @@ Code CheckUnused(const HostPath& host) {
   return S_ISREG(host.entry.st_mode) && IsInUse(host.path) ? kSharingViolation : kSuccess;
 }
 
-WritableFolder::WritableFolder(const std::string& path) : path_(path) {
+WritableFolder::WritableFolder(std::string path) : path_(std::move(path)) {
   struct stat entry {};
   if (stat(path_.c_str(), &entry) == 0 && (entry.st_mode & S_IWUSR) == 0 &&
       chmod(path_.c_str(), (entry.st_mode & 07777) | S_IWUSR) == 0) {

@@ -24,7 +24,7 @@ Code CheckUnused(const HostPath& host);
 // life the folder is as it was.
 class WritableFolder {
  public:
-  explicit WritableFolder(const std::string& path);
+  explicit WritableFolder(std::string path);
   WritableFolder(const WritableFolder&) = delete;
   WritableFolder& operator=(const WritableFolder&) = delete;
   ~WritableFolder();
