@@ -22,6 +22,7 @@ class ExpansionTest : public testing::Test {
 
 TEST_F(ExpansionTest, ReplacesReferencesAndNothingElse) {
   Set(u"a", u"1");
+  Set(u"ab", u"2");
   Set(u"empty", u"");
   Set(u"nested", u"%a%");
   Set(u"a[b", u"open");
@@ -29,16 +30,12 @@ TEST_F(ExpansionTest, ReplacesReferencesAndNothingElse) {
   EXPECT_EQ(platform::environment::Set(u"TESSEL_TEST_VALUE", u"from outside"), platform::kSuccess);
   EXPECT_EQ(platform::environment::Set(u"empty", u"not looked at"), platform::kSuccess);
   const std::pair<const char16_t*, const char*> kCases[] = {
-      {u"%%a%%", "%a%"},
-      {u"a%", "a%"},
-      {u"%A%", "%A%"},
-      {u"%empty%", ""},
-      {u"%missing%a%", "%missing%a%"},
-      {u"%nested%", "%a%"},
-      {u"%big[99999999999]%", "saturated"},
+      {u"%%a%%", "%a%"},       {u"a%", "a%"},
+      {u"%A%", "%A%"},         {u"%ab%", "2"},
+      {u"%empty%", ""},        {u"%missing%a%", "%missing%a%"},
+      {u"%nested%", "%a%"},    {u"%big[99999999999]%", "saturated"},
       {u"%a[b%", "%a[b%"},  // the open bracket keeps the sign from closing
-      {u"%a]%a[%", "%a]%a[%"},
-      {u"%tessel_test_VALUE%", "from outside"},
+      {u"%a]%a[%", "%a]%a[%"}, {u"%tessel_test_VALUE%", "from outside"},
   };
   for (const auto& [text, expected] : kCases) {
     EXPECT_EQ(Expand(text), expected) << cvn::WideToUtf8(text);

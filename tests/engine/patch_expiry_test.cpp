@@ -41,6 +41,9 @@ TEST(PatchExpiry, TellsTheMomentAndEndsBehindIt) {
     EXPECT_EQ(result.valid, example.isValid) << example.expires;
     EXPECT_EQ(result.expiresAt, example.expiresAt) << example.expires;
   }
+  TiXmlDocument update;
+  update.Parse("<header><property name='patchType' value='update'/></header>");
+  EXPECT_EQ(CheckPatchExpiry(update.RootElement(), 0).expiresAt, 0);
   // Products that leave their range are defined: the sanitizers watch this one.
   Check(std::numeric_limits<std::int64_t>::min(), "2147483647");
 }

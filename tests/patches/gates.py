@@ -12,6 +12,7 @@ Each run has a machine and a patch folder of its own; the certificates are made 
 import argparse
 import contextlib
 import dataclasses
+import fcntl
 import fnmatch
 import os
 import pathlib
@@ -130,7 +131,7 @@ class Run:
 
     def spawn(self, command, environment, **how):
         return subprocess.Popen(command, env=environment, cwd=self.folder, stdin=subprocess.DEVNULL,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, **how)
+                                stdout=subprocess.PIPE, **{'stderr': subprocess.PIPE, **how})
 
     def traces(self):
         return (self.machine / world.TRACES).glob('ts-*.txt')
@@ -430,6 +431,23 @@ def guard(this):
     expect(fourth.exit_code == -3 & 0xFF, f'nobody holds the guard: {fourth}')
 
 
+def held_to_the_last_word(this):
+    """A refused run holds the guard until its words and then its reports are out."""
+    this.external(is_signed=False)
+    reading, writing = os.pipe()
+    fcntl.fcntl(writing, fcntl.F_SETPIPE_SZ, 4096)
+    os.write(writing, bytes(4096))
+    first = this.start(stderr=writing)
+    os.close(writing)
+    with open(reading, 'rb') as words:
+        wait_until(lambda: any(b'CheckCatalog FAILED!' in path.read_bytes()
+                               for path in this.traces()), 'the first was not refused')
+        expect_busy(this, this.ended(), 'the second')
+        expect('PatchCatalogFileNotFound' not in str(this.events()), 'it reports before it speaks')
+        expect(words.read().endswith(b'Reason: catalog not found.\n'), 'the words')
+    expect(first.wait() == 323 & 0xFF, 'the first')
+
+
 def many_starts(this, count=50):
     this.external(body=WAIT)
     processes = [this.start() for _ in range(count)]
@@ -443,6 +461,7 @@ def many_starts(this, count=50):
 
 def guard_rows():
     yield 'guard/held-by-who-runs', guard
+    yield 'guard/held-to-the-last-word', held_to_the_last_word
     yield 'guard/many-starts', many_starts
 
 

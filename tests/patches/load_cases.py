@@ -82,6 +82,8 @@ def _commands():
     for body, reason in (
             ('<for var="p" value="a"/>', 'For function is invalid'),
             ('<xmlForEach xpath="x" step="." destHandle="e"/>', 'xmlForEach function is invalid'),
+            ('<xmlForEach handle="h" xpath="x" destHandle="e"/>', 'xmlForEach function is invalid'),
+            ('<xmlForEach handle="h" xpath="x" step="."/>', 'xmlForEach function is invalid'),
             # The command that the loop becomes is refused.
             ('<jsonForEach handle="j" destHandle="e"/>', _INVALID.format('jsonGetElement'))):
         yield body, _script(body), _refused(13, f'  {reason}')

@@ -77,6 +77,7 @@ TEST(Utf, ReplacesWhatIsMalformedAndKeepsTheRest) {
   } kCases[] = {
       {"", u"", true},
       {"\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80", u"\u00E4\u20AC\U0001F600", true},
+      {"\xC2\x80\xDF\xBF\xE0\xA0\x80\xF4\x8F\xBF\xBF", u"\u0080\u07FF\u0800\U0010FFFF", true},
       {"\xC0\xAF", u"\uFFFD\uFFFD", false},                      // overlong
       {"\xE2\x82", u"\uFFFD", false},                            // cut: one part, one mark
       {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", false},            // a surrogate

@@ -139,6 +139,7 @@ TEST_F(CatalogTest, RefusesWhatCannotBeSigned) {
       {{"expired.pem", "expired.key", "dir"},
        "expired.pem",
        ": error: the certificate has expired (--force signs all the same)"},
+      {{"good.pem", "good.key", "none"}, "none", ": error: there is no such folder"},
       {{"good.pem", "good.key", "hollow"},
        "hollow",
        ": error: there is no file in it for a catalog to list"},

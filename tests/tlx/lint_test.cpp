@@ -110,6 +110,8 @@ TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
        {"2:9: warning: '%l%' is not replaced: a label is used as written",
         "2:52: warning: '%i%' is not replaced: attribute 'var' is used as written",
         "3:35: warning: '%e%' is not replaced: attribute 'err' is used as written"}},
+      {"<sleep milisec='2147483648'/><exit/>",
+       {"2:8: warning: 'milisec' is '2147483648', which counts as 2147483647"}},
       {"<exit code='%c%'/><exit id='a' code=' +7 '/><exit id='b' code='7x'/>",
        {"2:7: warning: '%c%' is not replaced: attribute 'code' is used as written; it counts as 0",
         "2:19: warning: no run comes to this 'exit'",
@@ -250,7 +252,11 @@ TEST(GraphTest, HasAnEdgeForEachWayThatARunMayTake) {
     }
     std::ranges::sort(expected);
     EXPECT_EQ(edges, expected) << row.body;
+    const std::string dot = Dot(row.body);
+    EXPECT_EQ(dot.find("end [label=\"-1\"") == dot.npos, dot.find("> end") == dot.npos) << row.body;
   }
+  const std::string cut = "\\n" + std::string(48, 'x') + "...\"";
+  EXPECT_EQ(Statements(Dot("<trace value='" + std::string(99, 'x') + "'/>"), cut).size(), 1u);
 }
 
 TEST(GraphTest, ManyAndDeepCommandsAreNoTrouble) {

@@ -122,6 +122,7 @@ TEST_F(MachineTest, ShowListsAKey) {
       {u"number", 4, "\xFE\xFF\xFF\xFF"sv},
       {u"big", 11, "\x01\0\0\0\0\0\0\x80"sv},
       {u"list", 7, "a\0\0\0\0\0b\0c\0\0\0\0\0"sv},
+      {u"byte", 3, "\x7F"},
       {u"bytes", 3, "0123456789abcdef0123456789abcdef!"sv},
   };
   for (const auto& value : kValues) {
@@ -137,6 +138,7 @@ TEST_F(MachineTest, ShowListsAKey) {
               "  number: REG_DWORD 0xFFFFFFFE (4294967294)\n"
               "  big: REG_QWORD 0x8000000000000001 (9223372036854775809)\n"
               "  list: REG_MULTI_SZ of 3 strings\n    \"a\"\n    \"\"\n    \"bc\"\n"
+              "  byte: REG_BINARY 7f (1 byte)\n"
               "  bytes: REG_BINARY 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 30 31 32 33 34 "
               "35 36 37 38 39 61 62 63 64 65 66 ... (33 bytes)\n");
   }

@@ -128,21 +128,24 @@ TEST_F(TlxTest, APatchIsBoundToItsKeyAndItsBytes) {
   expect(Key("one"), patch, Key("one") + ": error: there is no public key in PEM form in it");
 }
 
-void WritePrivatePem(const std::string& path, EVP_PKEY* key) {
+void WritePrivatePem(const std::string& path, EVP_PKEY* key, const EVP_CIPHER* cipher = nullptr) {
   const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> owner(key, EVP_PKEY_free);
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "wb"),
                                                              std::fclose);
-  ASSERT_EQ(PEM_write_PrivateKey(file.get(), key, nullptr, nullptr, 0, nullptr, nullptr), 1);
+  char words[] = "pass phrase";
+  ASSERT_EQ(PEM_write_PrivateKey(file.get(), key, cipher, nullptr, 0, nullptr, words), 1);
 }
 
 TEST_F(TlxTest, ABadFileGetsAClearLine) {
   WritePrivatePem(In("short.pem"), EVP_RSA_gen(1024));
   WritePrivatePem(In("ec.pem"), EVP_EC_gen("P-256"));
+  WritePrivatePem(In("locked.pem"), EVP_EC_gen("P-256"), EVP_aes_128_cbc());
   WriteFile(In("s.xml"), kScript);
   WriteFile(In("old.pem"), "old");
   const std::pair<std::string, std::string> keys[] = {
       {In("short.pem"), "the key must be an RSA key of 2048 bits; it has 1024"},
       {In("ec.pem"), "the key must be an RSA key of 2048 bits; it is of another kind"},
+      {In("locked.pem"), "the key is locked with a passphrase; tlx takes a key without one"},
       {PublicKey("one"), "there is no private key in PEM form in it"},
       {In("none.pem"), "cannot be read: there is no such file"},
       {folder_, "cannot be read: access is denied, or it is a folder"},
