@@ -20,6 +20,8 @@ class SearchEntry {
   // True for what only leads elsewhere: a symbolic link, or a folder that another one is mounted
   // on. Other reparse points, such as the folders of a cloud store, hold what they show.
   bool IsLink() const { return isLink_; }
+  // False for a folder, a link, and what only hosts have: pipes, sockets and devices.
+  bool IsRegular() const { return isRegular_; }
   // True for "." and "..".
   bool IsSelfOrParent() const { return name_ == u"." || name_ == u".."; }
   // The attribute word, as GetAttributes would give it. Never 0: a file without attributes has
@@ -34,6 +36,7 @@ class SearchEntry {
   cvn::String name_;
   bool isDirectory_ = false;
   bool isLink_ = false;
+  bool isRegular_ = false;
   mutable std::shared_ptr<Details> details_;
 };
 

@@ -3,6 +3,7 @@
 
 #include <openssl/asn1.h>
 #include <openssl/bio.h>
+#include <openssl/bn.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
@@ -18,6 +19,7 @@ namespace platform {
 
 struct FreeOpenSsl {
   void operator()(ASN1_TIME* it) const { ASN1_STRING_free(it); }
+  void operator()(BIGNUM* it) const { BN_free(it); }
   void operator()(BIO* it) const { BIO_free(it); }
   void operator()(EVP_MD_CTX* it) const { EVP_MD_CTX_free(it); }
   void operator()(EVP_PKEY* it) const { EVP_PKEY_free(it); }

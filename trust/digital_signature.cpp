@@ -9,6 +9,7 @@
 #include "refused_serials.h"
 #include "support/format.h"
 #include "trust/path_key.h"
+#include "trust/product.h"
 
 namespace files = platform::files;
 namespace signatures = platform::signatures;
@@ -238,7 +239,6 @@ void DigitalSignatureObjectImplementation::GetCertificate(const Verifier& verifi
 namespace tessel {
 namespace {
 
-constexpr cvn::StringView kPublisher = u"Corvane SRL";
 constexpr cvn::StringView kSignedKinds[] = {u"exe", u"dll", u"sys", u"cat"};
 
 bool HasPart(const cvn::NameParts& parts, const cvn::String& key, cvn::StringView value) {
@@ -277,16 +277,23 @@ bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath,
   return std::any_of(certificates.begin(), certificates.end(), IsPublishersChain);
 }
 
-bool IsPublishersChain(const Crypt::Chain& chain) {
+PublisherFault FaultOfChain(const Crypt::Chain& chain) {
   const auto publishers =
       std::find_if(chain.certificates.begin(), chain.certificates.end(),
                    [](const Crypt::Chain::Certificate& certificate) {
-                     return HasPart(certificate.subjectParts, u"CN", kPublisher) &&
-                            HasPart(certificate.subjectParts, u"O", kPublisher);
+                     return HasPart(certificate.subjectParts, u"CN", product::kPublisher) &&
+                            HasPart(certificate.subjectParts, u"O", product::kPublisher);
                    });
-  return publishers != chain.certificates.end() &&
-         std::find(kRefusedSerials.begin(), kRefusedSerials.end(), publishers->serial.AsView()) ==
-             kRefusedSerials.end();
+  if (publishers == chain.certificates.end()) {
+    return PublisherFault::OtherName;
+  }
+  const bool isRefused = std::find(kRefusedSerials.begin(), kRefusedSerials.end(),
+                                   publishers->serial.AsView()) != kRefusedSerials.end();
+  return isRefused ? PublisherFault::RefusedSerial : PublisherFault::None;
+}
+
+bool IsPublishersChain(const Crypt::Chain& chain) {
+  return FaultOfChain(chain) == PublisherFault::None;
 }
 
 bool IsFileSignedByCatalog(cvn::StringView path) {

@@ -79,6 +79,10 @@ namespace tessel {
 // is the same path, or that of what the caller holds in its place.
 bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath, bool online);
 
+// What there is against a chain, however good its signatures are.
+enum class PublisherFault { None, OtherName, RefusedSerial };
+PublisherFault FaultOfChain(const Crypt::Chain& chain);
+
 // Whether one of the chain's certificates is the publisher's, and not refused.
 bool IsPublishersChain(const Crypt::Chain& chain);
 

@@ -13,6 +13,9 @@ inline constexpr cvn::StringView kInstallFolder = u"C:\\Program Files\\Ambry Shi
 inline constexpr cvn::StringView kUninstallKey =
     u"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Ambry Shield";
 
+// Who signs patches: both the common name and the organisation of the certificate.
+inline constexpr cvn::StringView kPublisher = u"Corvane SRL";
+
 inline constexpr cvn::StringView kMainService = u"AMSecurityService";
 // The service whose folder is a trusted location besides the install folder.
 inline constexpr cvn::StringView kUpdateService = u"AmUpdateService";

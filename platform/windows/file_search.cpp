@@ -40,6 +40,7 @@ SearchEntry Search::State::EntryOf(const WIN32_FIND_DATAW& data) {
   entry.isDirectory_ = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   entry.isLink_ =
       (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsLinkTag(data.dwReserved0);
+  entry.isRegular_ = !entry.isDirectory_ && !entry.isLink_;
   entry.details_ = std::make_shared<SearchEntry::Details>();
   entry.details_->attributes =
       data.dwFileAttributes == 0 ? FILE_ATTRIBUTE_NORMAL : data.dwFileAttributes;

@@ -26,6 +26,7 @@ using platform::test::Identity;
 using platform::test::MakeIdentity;
 
 constexpr unsigned kBits = 2048;
+constexpr char kName[] = "Corvane SRL";
 
 std::string_view ViewOf(const std::vector<std::byte>& bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -34,8 +35,8 @@ std::string_view ViewOf(const std::vector<std::byte>& bytes) {
 // All with one authority.
 struct Publishers {
   Identity root = MakeIdentity({"Catalog root", nullptr, true, "", -900, 900, kBits});
-  Identity good = MakeIdentity({"Publisher", &root, false, "codeSigning", -10, 100, kBits});
-  Identity expired = MakeIdentity({"Expired", &root, false, "codeSigning", -100, -5, kBits});
+  Identity good = MakeIdentity({kName, &root, false, "codeSigning", -10, 100, kBits, kName});
+  Identity expired = MakeIdentity({kName, &root, false, "codeSigning", -100, -5, kBits, kName});
   Identity curve = MakeIdentity({"Curve", &root});
 };
 
@@ -149,7 +150,7 @@ TEST_F(CatalogTest, RefusesWhatCannotBeSigned) {
     EXPECT_EQ(Catalog(certificate, key, folder), "1 " + In(example.bad) + example.error);
     EXPECT_FALSE(fs::exists(In(folder + "/patch.cat"))) << example.error;
   }
-  EXPECT_EQ(Catalog("expired.pem", "expired.key", "dir", "--force"), "0 ");
+  EXPECT_TRUE(Catalog("expired.pem", "expired.key", "dir", "--force").starts_with("0 "));
 }
 
 }  // namespace

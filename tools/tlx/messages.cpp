@@ -1,10 +1,21 @@
 #include "tools/tlx/messages.h"
 
+#include <algorithm>
+#include <string>
+
 #include "platform/streams.h"
 #include "support/format.h"
 
 namespace tlx {
 namespace {
+
+// One line, whatever characters a host lets a name have.
+cvn::String Line(cvn::StringView file, cvn::StringView kind, cvn::StringView text) {
+  std::u16string line(cvn::Format(u"%s: %s: %s", file, kind, text).AsView());
+  std::ranges::replace_if(
+      line, [](char16_t unit) { return unit < 0x20 || unit == 0x7F; }, u'?');
+  return cvn::String(line);
+}
 
 cvn::String PlaceIn(cvn::StringView file, TextPosition position) {
   cvn::String place = cvn::Format(u"%s:%u", file, position.line);
@@ -17,14 +28,12 @@ cvn::String PlaceIn(cvn::StringView file, TextPosition position) {
 }  // namespace
 
 int FailOnFile(cvn::StringView file, cvn::StringView text) {
-  platform::streams::WriteLine(platform::streams::Output::Error,
-                               cvn::Format(u"%s: error: %s", file, text));
+  platform::streams::WriteLine(platform::streams::Output::Error, Line(file, u"error", text));
   return kExitBadInput;
 }
 
 void WarnOfFile(cvn::StringView file, cvn::StringView text) {
-  platform::streams::WriteLine(platform::streams::Output::Error,
-                               cvn::Format(u"%s: warning: %s", file, text));
+  platform::streams::WriteLine(platform::streams::Output::Error, Line(file, u"warning", text));
 }
 
 int FailAt(cvn::StringView file, TextPosition position, cvn::StringView text) {

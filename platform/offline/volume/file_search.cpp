@@ -266,6 +266,7 @@ struct Search::State {
     struct stat target {};
     SetWide(name, &entry->name_);
     entry->isLink_ = type == DT_LNK;
+    entry->isRegular_ = type == DT_REG;
     entry->isDirectory_ =
         type == DT_DIR || (type == DT_LNK && stat(Below(*folder, name).c_str(), &target) == 0 &&
                            S_ISDIR(target.st_mode));

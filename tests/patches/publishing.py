@@ -1,0 +1,142 @@
+#!/usr/bin/env python3
+"""What a publisher does with tlx on a Linux host, and what the gates then say to the outcome.
+
+    publishing.py --linux TESSEL --tlx TLX --key PEM --json OUT [--filter GLOB] [-v]
+
+--json gets what that of run.py does.
+"""
+
+import argparse
+import fnmatch
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+
+import gates
+import world
+from world import expect
+
+REFUSED = 'a run will end with 323 ("Integrity check failed. Reason: invalid digital signature.")'
+
+
+class Publisher(world.World):
+    """Certificates and a machine, for all rows; each row has a folder of its own."""
+
+    def __init__(self, options, folder):
+        super().__init__(options.linux, options.tlx, options.key, folder)
+        self.machine = self.make_machine(folder / 'machine')
+
+    def tell(self, *words, **how):
+        """What a call of tlx ends with and says, one call after the other."""
+        done = subprocess.run([self.tlx, *words], capture_output=True, timeout=world.TIME_LIMIT,
+                              stdin=subprocess.DEVNULL, check=False, **how)
+        expect(not done.stdout, f'tlx wrote to standard output: {done.stdout}')
+        return done.returncode, done.stderr.decode().splitlines()
+
+    def catalog(self, folder, *more, signer=None, **how):
+        certificate, key = signer or self.publisher
+        return self.tell('catalog', '--cert', certificate, '--key', key, '--chain',
+                         self.root.certificate, '--dir', folder, *more, **how)
+
+    def patch_folder(self, folder):
+        place = folder / 'patch'
+        place.mkdir()
+        self.pack(place / 'fix.tlx', gates.BODY)
+        (place / 'Sub').mkdir()
+        (place / 'Sub' / 'Deep.bin').write_bytes(bytes(range(256)))
+        return place
+
+    def expect_run(self, folder, place, code=-3):
+        """A run of the patch on a machine of its own ends with this code."""
+        machine = shutil.copytree(self.machine, folder / 'machine', dirs_exist_ok=True)
+        (machine / world.INSTALL).mkdir(parents=True, exist_ok=True)
+        done = subprocess.run([self.tessel, '/encfile', place / 'fix.tlx'], capture_output=True,
+                              env={**os.environ, 'TESSEL_MACHINE': str(machine)}, check=False,
+                              timeout=world.TIME_LIMIT)
+        expect(done.returncode == code & 0xFF, f'the run ended with {done}')
+
+
+def names(this, folder):
+    """Every name that no Windows can have is told, and nothing is signed."""
+    place = this.patch_folder(folder)
+    characters, device = "no file of Windows has a '{}' in its name", "the name is that of a device"
+    faults = {b'a:b': characters.format(':'), b'a\\b': characters.format('\\'),
+              b'Sub/q?': characters.format('?'), b'a\tb': 'a control character (9)',
+              b'dot.': 'a dot or a blank at the end', b'blank ': 'a dot or a blank at the end',
+              b'Con': device, b'Sub/nul .x': device, b'COM1.log': device, 'LPT³'.encode(): device,
+              b'not\xffUTF': "isn't a text in UTF-8", 'é.x'.encode(): 'has the same name to Windows',
+              b'sub': 'has the same name to Windows', b'PATCH.CAT': None}
+    for name in [*faults, 'É.x'.encode(), b'Console', b'COM10', b'patch.cat']:
+        pathlib.Path(os.fsdecode(os.path.join(os.fsencode(place), name))).touch()
+    code, lines = this.catalog(place)
+    missing = [name for name, words in faults.items() if words and not any(
+        ': error: ' in line and words in line for line in lines)]
+    expect(code == 1 and not missing and len(lines) == len(faults), f'{missing} of {lines}')
+    expect(not (place / 'patch.cat').stat().st_size, 'the catalog was written')
+
+
+def not_files(this, folder):
+    """What is no regular file is told, without waiting for anybody, and --force doesn't help."""
+    place = this.patch_folder(folder)
+    os.mkfifo(place / 'pipe')
+    for name, target in (('file', 'fix.tlx'), ('folder', 'Sub'), ('patch.cat', 'nowhere')):
+        (place / name).symlink_to(target)
+    for more in ((), ('--force',)):
+        code, lines = this.catalog(place, *more)
+        expect(code == 1 and [line.rpartition('\\')[2] for line in lines] == [
+            f'{name}: error: {words}' for name, words in (
+                ('file', 'it is a link; a run takes only files themselves'),
+                ('folder', 'it is a link; a run takes only files themselves'),
+                ('patch.cat', 'it is a link; a run takes only files themselves'),
+                ('pipe', 'it is no regular file, and no run takes it'))], f'{code} {lines}')
+
+
+def signers(this, folder):
+    """A certificate that no run accepts is told of, and the run does what the warning says."""
+    place = this.patch_folder(folder)
+    for name, words, how in (
+            ('stranger', "isn't the publisher's", {'subject': '/O=Corvane SRL/CN=Corvane'}),
+            ('lost', 'counts as lost', {'serial': gates.refused_serial(this.tessel)}),
+            ('server', "isn't one for code signing", {'purpose': 'serverAuth'}),
+            ('old', 'has expired', {'days': '-1'})):
+        signer = this.root.issue(f'publishing-{name}', **how)
+        code, lines = this.catalog(place, '--force', signer=signer)
+        expect(code == 0 and len(lines) == 1 and words in lines[0] and lines[0].endswith(REFUSED),
+               f'{name}: {lines}')
+        this.expect_run(folder, place, 323)
+    code, lines = this.catalog(place, signer=this.root.issue('publishing-short', days='3'))
+    expect(code == 0 and len(lines) == 1 and 'expires on' in lines[0], f'{code} {lines}')
+    this.expect_run(folder, place)
+
+
+ROWS = {'catalog/names': names, 'catalog/not-files': not_files, 'catalog/signers': signers}
+
+
+def main():
+    parser = argparse.ArgumentParser(description='Publishes patches.')
+    parser.add_argument('--linux', required=True, metavar='TESSEL')
+    parser.add_argument('--tlx', required=True)
+    parser.add_argument('--key', required=True, metavar='PEM')
+    parser.add_argument('--json', metavar='OUT')
+    parser.add_argument('--filter', default='*', metavar='GLOB')
+    parser.add_argument('-v', action='store_true')
+    options = parser.parse_args()
+    outcomes = {}
+    with tempfile.TemporaryDirectory(prefix='tessel-publishing.') as name:
+        root = pathlib.Path(name).resolve()
+        publisher = Publisher(options, root)
+        for row, action in ROWS.items():
+            if fnmatch.fnmatchcase(row, options.filter):
+                folder = root / row.replace('/', '.')
+                folder.mkdir()
+                outcomes[row] = world.fault_of(lambda: action(publisher, folder))
+                if options.v:
+                    print(f'{"FAILED" if outcomes[row] else "ok":8}{row}', flush=True)
+    return world.report(outcomes, 0, options.json)
+
+
+if __name__ == '__main__':
+    sys.exit(main())
