@@ -432,6 +432,11 @@ TEST_F(Hives, LoseNoChange) {
   std::filesystem::last_write_time(file, std::filesystem::file_time_type());  // somebody's work
   EXPECT_EQ(third.Flush(), kSharingViolation);
   EXPECT_EQ(Both(file), "1 2");
+
+  Hive gone(file);
+  ASSERT_EQ(gone.Root(&root), kSuccess);
+  std::filesystem::remove(file);
+  EXPECT_EQ(Change(&gone, u"b", u"4"), kFileNotFound);
 }
 
 TEST_F(Hives, AreOldOrNewAfterAKill) {
