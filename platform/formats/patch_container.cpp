@@ -1,10 +1,13 @@
-// The format is bare RSA with padding of PKCS #1, which only these older functions of OpenSSL do.
+// The format is bare RSA with padding of PKCS #1. To undo it without a copy of the key for each
+// block takes these older functions of OpenSSL.
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include "platform/formats/patch_container.h"
 
 #include <openssl/rsa.h>
 
 #include <utility>
+
+#include "platform/openssl.h"
 
 namespace platform {
 namespace {
@@ -15,15 +18,21 @@ const unsigned char* BytesOf(std::string_view text) {
 
 }  // namespace
 
-bool EncipherPatch(RSA* privateKey, std::string_view text, std::string* patch) {
+bool EncipherPatch(EVP_PKEY* privateKey, std::string_view text, std::string* patch) {
+  // A signature without a digest is the bare operation; one by EVP works for keys on tokens too.
+  const OpenSsl<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(privateKey, nullptr));
+  if (context == nullptr || EVP_PKEY_sign_init(context.get()) != 1 ||
+      EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_PADDING) != 1) {
+    return false;
+  }
   unsigned char block[kPatchBlockSize];
   patch->clear();
   patch->reserve((text.size() + kPatchPieceSize - 1) / kPatchPieceSize * kPatchBlockSize);
   for (std::size_t offset = 0; offset < text.size(); offset += kPatchPieceSize) {
     const std::string_view piece = text.substr(offset, kPatchPieceSize);
-    const int size = RSA_private_encrypt(static_cast<int>(piece.size()), BytesOf(piece), block,
-                                         privateKey, RSA_PKCS1_PADDING);
-    if (size != static_cast<int>(kPatchBlockSize)) {
+    std::size_t size = sizeof(block);
+    if (EVP_PKEY_sign(context.get(), block, &size, BytesOf(piece), piece.size()) != 1 ||
+        size != kPatchBlockSize) {
       return false;
     }
     patch->append(reinterpret_cast<const char*>(block), kPatchBlockSize);

@@ -14,8 +14,9 @@ namespace platform {
 inline constexpr std::size_t kPatchBlockSize = 256;
 inline constexpr std::size_t kPatchPieceSize = kPatchBlockSize - 11;
 
-// Enciphers `text`, which gives as many blocks as it has pieces. False when a block fails.
-bool EncipherPatch(RSA* privateKey, std::string_view text, std::string* patch);
+// Enciphers `text`, which gives as many blocks as it has pieces. The key is an RSA key of
+// 2048 bits. False when a block fails.
+bool EncipherPatch(EVP_PKEY* privateKey, std::string_view text, std::string* patch);
 
 // Appends what one block holds. False when it isn't a block of this pair of keys, or is cut short.
 bool DecipherPatchBlock(RSA* publicKey, std::string_view block, std::string* text);

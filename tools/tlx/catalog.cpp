@@ -17,7 +17,9 @@ using platform::OpenSsl;
 
 constexpr OptionSpec kOptions[] = {
     {u"--cert", u"CERT.pem", true, u"The publisher's certificate; others behind it go along"},
-    {u"--key", u"KEY.pem", true, u"The publisher's private key, RSA"},
+    {u"--key", u"KEY", true,
+     u"Its private key, RSA: a file in PEM form, or pkcs11:..., one on a token"},
+    {u"--pin-file", u"FILE", false, u"The token's PIN, in the first line"},
     {u"--chain", u"CA.pem", false, u"Certificates of authorities to go along"},
     {u"--dir", u"DIR", true, u"The folder with the patch and its files"},
     {u"--force", u"", false, u"Sign in spite of names and an expired certificate"},
@@ -30,11 +32,15 @@ struct Signer {
   platform::OpenSsl<EVP_PKEY> key;
 };
 
+KeyPlace KeyPlaceOf(const Options& options) {
+  return {options.Value(u"--key"), options.Value(u"--pin-file")};
+}
+
 int CheckSigner(const Options& options, const Signer& signer) {
   const auto certificate = platform::Decoded<d2i_X509>(signer.certificates.front());
   if (certificate == nullptr || X509_check_private_key(certificate.get(), signer.key.get()) != 1) {
     return FailOnFile(
-        options.Value(u"--key"),
+        ShownPlace(KeyPlaceOf(options)),
         cvn::Format(u"the key doesn't belong to the certificate in %s", options.Value(u"--cert")));
   }
   return CheckPublisher(certificate.get(),
@@ -50,9 +56,10 @@ int ReadSigner(const Options& options, Signer* signer) {
     return exitCode;
   }
   cvn::String problem;
-  signer->key = ReadSigningKey(options.Value(u"--key"), &problem);
+  const KeyPlace place = KeyPlaceOf(options);
+  signer->key = ReadPrivateKey(place, KeyLength::AtLeast, &problem);
   if (signer->key == nullptr) {
-    return FailOnFile(options.Value(u"--key"), problem);
+    return FailOnFile(ShownPlace(place), problem);
   }
   return CheckSigner(options, *signer);
 }

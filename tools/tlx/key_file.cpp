@@ -7,15 +7,20 @@
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
+#include <algorithm>
+
 #include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/messages.h"
+#include "tools/tlx/token_key.h"
 
 namespace tlx {
 
 SecretBytes::~SecretBytes() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
 
 namespace {
+
+enum class KeyHalf { Private, Public };
 
 using platform::OpenSsl;
 
@@ -65,36 +70,73 @@ OpenSsl<EVP_PKEY> ReadAnyKey(cvn::StringView path, KeyHalf half, cvn::String* pr
   return key;
 }
 
+// The first line of a file.
+bool ReadPin(cvn::StringView path, SecretBytes* pin, cvn::String* problem) {
+  const platform::Code code = platform::ReadWholeFile(path, &pin->bytes);
+  if (code != platform::kSuccess) {
+    *problem = cvn::Format(u"the PIN's file '%s' cannot be read: %s", path, DescribeCode(code));
+    return false;
+  }
+  const std::size_t end = std::min(pin->bytes.find_first_of("\r\n"), pin->bytes.size());
+  OPENSSL_cleanse(pin->bytes.data() + end, pin->bytes.size() - end);
+  pin->bytes.resize(end);
+  if (end == 0) {
+    *problem = cvn::Format(u"there is no PIN in the first line of '%s'", path);
+  }
+  return end != 0;
+}
+
+OpenSsl<EVP_PKEY> ReadTokenKey(const KeyPlace& place, cvn::String* problem) {
+  const std::optional<TokenUri> uri = ReadTokenUri(place.place, problem);
+  if (!uri) {
+    return nullptr;
+  }
+  const cvn::StringView pinFile = place.pinFile.empty() ? uri->pinFile.AsView() : place.pinFile;
+  SecretBytes pin;
+  if (!pinFile.empty() && !ReadPin(pinFile, &pin, problem)) {
+    return nullptr;
+  }
+  return LoadTokenKey(*uri, pin.bytes, problem);
+}
+
+// Whether it is an RSA key that is long enough.
+bool CheckKind(EVP_PKEY* key, KeyLength length, cvn::String* problem) {
+  const bool isRsa = EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA;
+  const int bits = EVP_PKEY_get_bits(key);
+  if (length == KeyLength::AtLeast) {
+    *problem = cvn::Format(u"the key must be an RSA key of %d bits or more", kKeyBits);
+    return isRsa && bits >= kKeyBits;
+  }
+  *problem = cvn::Format(u"the key must be an RSA key of %d bits; it %s", kKeyBits,
+                         isRsa ? cvn::Format(u"has %d", bits) : cvn::String(u"is of another kind"));
+  return isRsa && bits == kKeyBits;
+}
+
 }  // namespace
 
-OpenSsl<EVP_PKEY> ReadSigningKey(cvn::StringView path, cvn::String* problem) {
-  OpenSsl<EVP_PKEY> key = ReadAnyKey(path, KeyHalf::Private, problem);
-  if (key != nullptr && (EVP_PKEY_get_base_id(key.get()) != EVP_PKEY_RSA ||
-                         EVP_PKEY_get_bits(key.get()) < kKeyBits)) {
-    *problem = cvn::Format(u"the key must be an RSA key of %d bits or more", kKeyBits);
+cvn::String ShownPlace(const KeyPlace& place) {
+  return IsTokenUri(place.place) ? ShownTokenUri(place.place) : cvn::String(place.place);
+}
+
+OpenSsl<EVP_PKEY> ReadPrivateKey(const KeyPlace& place, KeyLength length, cvn::String* problem) {
+  const bool isOnToken = IsTokenUri(place.place);
+  if (!isOnToken && !place.pinFile.empty()) {
+    *problem = u"a key in a file has no PIN; --pin-file is for one on a token";
+    return nullptr;
+  }
+  OpenSsl<EVP_PKEY> key =
+      isOnToken ? ReadTokenKey(place, problem) : ReadAnyKey(place.place, KeyHalf::Private, problem);
+  if (key != nullptr && !CheckKind(key.get(), length, problem)) {
     key.reset();
   }
   return key;
 }
 
-OpenSsl<RSA> ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem) {
-  const OpenSsl<EVP_PKEY> key = ReadAnyKey(path, half, problem);
-  if (key == nullptr) {
-    return nullptr;
-  }
-  OpenSsl<RSA> rsa;
-  if (EVP_PKEY_get_base_id(key.get()) == EVP_PKEY_RSA) {
-    rsa.reset(EVP_PKEY_get1_RSA(key.get()));
-  }
-  if (rsa == nullptr) {
-    *problem =
-        cvn::Format(u"the key must be an RSA key of %d bits; it is of another kind", kKeyBits);
-  } else if (RSA_bits(rsa.get()) != kKeyBits) {
-    *problem = cvn::Format(u"the key must be an RSA key of %d bits; it has %d", kKeyBits,
-                           RSA_bits(rsa.get()));
-    rsa.reset();
-  }
-  return rsa;
+OpenSsl<RSA> ReadPublicKey(cvn::StringView path, cvn::String* problem) {
+  const OpenSsl<EVP_PKEY> key = ReadAnyKey(path, KeyHalf::Public, problem);
+  return OpenSsl<RSA>(key == nullptr || !CheckKind(key.get(), KeyLength::Exactly, problem)
+                          ? nullptr
+                          : EVP_PKEY_get1_RSA(key.get()));
 }
 
 bool MakeKeyPair(SecretBytes* privatePem, std::string* publicPem) {

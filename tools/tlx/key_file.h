@@ -1,4 +1,4 @@
-// RSA keys in PEM files.
+// RSA keys, in PEM files and on tokens.
 #pragma once
 
 #include <string>
@@ -9,8 +9,6 @@
 namespace tlx {
 
 inline constexpr int kKeyBits = 2048;
-
-enum class KeyHalf { Private, Public };
 
 // Bytes that leave no copy in memory when they go.
 class SecretBytes {
@@ -23,12 +21,25 @@ class SecretBytes {
   std::string bytes;
 };
 
-// Reads one half of a pair. Null on failure, with `*problem` saying why; no message holds key
-// material.
-platform::OpenSsl<RSA> ReadKeyFile(cvn::StringView path, KeyHalf half, cvn::String* problem);
+// Where a private key is.
+struct KeyPlace {
+  cvn::StringView
+      place;  // the path of a file in PEM form, or the "pkcs11:" URI of a key on a token
+  cvn::StringView pinFile;  // for a token; empty for the one that the URI names, or a prompt
+};
 
-// Reads a private RSA key of kKeyBits or more. Null on failure, as above.
-platform::OpenSsl<EVP_PKEY> ReadSigningKey(cvn::StringView path, cvn::String* problem);
+// The place as messages show it.
+cvn::String ShownPlace(const KeyPlace& place);
+
+enum class KeyLength { Exactly, AtLeast };
+
+// Reads a private RSA key of kKeyBits. Null on failure, with `*problem` saying why; no message
+// holds key material or a PIN.
+platform::OpenSsl<EVP_PKEY> ReadPrivateKey(const KeyPlace& place, KeyLength length,
+                                           cvn::String* problem);
+
+// Reads the public half of a pair of exactly kKeyBits. Null on failure, as above.
+platform::OpenSsl<RSA> ReadPublicKey(cvn::StringView path, cvn::String* problem);
 
 // Makes a pair as PEM texts; false when the platform gives no randomness.
 bool MakeKeyPair(SecretBytes* privatePem, std::string* publicPem);

@@ -12,7 +12,9 @@ namespace tlx {
 namespace {
 
 constexpr OptionSpec kOptions[] = {
-    {u"--key", u"KEY.pem", true, u"The private key"},
+    {u"--key", u"KEY", true,
+     u"The private key: a file in PEM form, or pkcs11:..., a key on a token"},
+    {u"--pin-file", u"FILE", false, u"The token's PIN, in the first line"},
     {u"--in", u"SCRIPT.xml", true, u"The script, in UTF-8"},
     {u"--out", u"PATCH.tlx", true, u"The patch to write"},
     {u"--force", u"", false, u"Pack the bytes as they are, without a check"},
@@ -43,15 +45,16 @@ int Pack(const Options& options) {
     WarnOfCommands(scriptPath, document);
   }
   cvn::String problem;
-  const platform::OpenSsl<RSA> key =
-      ReadKeyFile(options.Value(u"--key"), KeyHalf::Private, &problem);
+  const KeyPlace place = {options.Value(u"--key"), options.Value(u"--pin-file")};
+  const platform::OpenSsl<EVP_PKEY> key = ReadPrivateKey(place, KeyLength::Exactly, &problem);
   if (key == nullptr) {
-    return FailOnFile(options.Value(u"--key"), problem);
+    return FailOnFile(ShownPlace(place), problem);
   }
   std::string patch;
   if (!platform::EncipherPatch(key.get(), script, &patch)) {
-    return FailOnFile(options.Value(u"--key"),
-                      u"the key does not encipher; its parts don't belong together");
+    return FailOnFile(ShownPlace(place),
+                      u"the key does not encipher: its token refuses, or its "
+                      u"parts don't belong together");
   }
   return WriteWholeFile(options.Value(u"--out"), patch);
 }
@@ -65,7 +68,10 @@ const CommandSpec kPackCommand = {
     u"'script' under the\n"
     u"root element or of a version other than 1.x is refused, with the line in question. Of "
     u"commands that the\n"
-    u"runner would refuse there is only a warning; 'tlx lint' tells more.\n",
+    u"runner would refuse there is only a warning; 'tlx lint' tells more.\n"
+    u"The PIN of a token that needs one comes from --pin-file or the URI's pin-source, or is asked "
+    u"for on the\n"
+    u"terminal. The URI's module-path, or PKCS11_MODULE_PATH, names the token's library.\n",
     kOptions,
     Pack,
 };

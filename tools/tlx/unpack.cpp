@@ -31,8 +31,7 @@ int Unpack(const Options& options) {
                                patch.size(), platform::kPatchBlockSize));
   }
   cvn::String problem;
-  const platform::OpenSsl<RSA> key =
-      ReadKeyFile(options.Value(u"--key"), KeyHalf::Public, &problem);
+  const platform::OpenSsl<RSA> key = ReadPublicKey(options.Value(u"--key"), &problem);
   if (key == nullptr) {
     return FailOnFile(options.Value(u"--key"), problem);
   }
