@@ -40,6 +40,9 @@ TEST_F(ExpansionTest, ReplacesReferencesAndNothingElse) {
   for (const auto& [text, expected] : kCases) {
     EXPECT_EQ(Expand(text), expected) << cvn::WideToUtf8(text);
   }
+  Set(u"long", std::u16string(1000, u'x'));
+  EXPECT_EQ(ExpandVariables(u"%long%", &variables_).CStr(), variables_.Find(u"long")->CStr())
+      << "a large text is not copied";
 }
 
 TEST_F(ExpansionTest, BearsDeepAndUnclosedReferences) {
