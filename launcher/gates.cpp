@@ -1,5 +1,6 @@
 #include "launcher/gates.h"
 
+#include "launcher/machine_check.h"
 #include "platform/catalogs.h"
 #include "platform/files.h"
 #include "platform/paths.h"
@@ -40,7 +41,13 @@ std::int32_t Gates::RefuseUndecryptable() {
 }
 
 std::int32_t Gates::Pass(cvn::StringView contentHash) {
-  if (IsPlatformOld()) {
+  const std::optional<bool> isOld = IsPlatformOld();
+  if (!isOld) {
+    const MachineFault fault = UnknownVersionFault();
+    TraceLine(u"%s", fault.words);
+    return Refuse({.exitCode = fault.exitCode, .words = fault.words});
+  }
+  if (*isOld) {
     TraceLine(u"Old windows found, skip checks ...");
     facts_.tags.push_back(u"patch:skipCheck");
     return 0;
@@ -54,9 +61,12 @@ std::int32_t Gates::Pass(cvn::StringView contentHash) {
   return PassCustomPath(contentHash);
 }
 
-bool Gates::IsPlatformOld() const {
+std::optional<bool> Gates::IsPlatformOld() const {
   using platform::catalogs::Support;
-  const Support support = platform::catalogs::GetSupport();
+  const std::optional<Support> support = platform::catalogs::GetSupport();
+  if (!support) {
+    return std::nullopt;
+  }
   if (support == Support::NoLibrary) {
     TraceLine(u"Cannot find dependency dll.");
   } else if (support == Support::NoFunctions) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "launcher/command_line.h"
 #include "launcher/patch_metadata.h"
@@ -45,7 +46,8 @@ class Gates {
   };
 
   const cvn::String& Path() const { return *settings_.patchFilePath; }
-  bool IsPlatformOld() const;
+  // Nothing when the platform doesn't tell.
+  std::optional<bool> IsPlatformOld() const;
   std::int32_t PassCustomPath(cvn::StringView contentHash);
   std::int32_t PassInstallPath(cvn::StringView base);
   std::int32_t PassCatalog(cvn::StringView contentHash);

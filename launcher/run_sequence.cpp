@@ -8,6 +8,7 @@
 #include "files/path_text.h"
 #include "launcher/command_line.h"
 #include "launcher/gates.h"
+#include "launcher/machine_check.h"
 #include "launcher/patch_file.h"
 #include "launcher/patch_metadata.h"
 #include "launcher/process_environment.h"
@@ -57,17 +58,17 @@ cvn::String MakeTraceFilePath() {
 }
 
 // Opens the machine that is to be patched; the default one is made on first use.
-void OpenMachine() {
+platform::Code OpenMachine() {
   platform::machine::Description description;
   description.product = product::InstalledIn(product::kInstallFolder);
-  // A failure shows in all that follows: everything on drive C: fails with its code.
-  platform::IgnoreError(platform::machine::UseOrCreateDefault(description));
+  return platform::machine::UseOrCreateDefault(description);
 }
 
-// Hardens the process and opens the trace, before anything from outside is looked at.
-void PrepareProcess() {
+// Hardens the process and opens the trace, before anything from outside is looked at. Gives the
+// code of the machine's opening; after a failure everything on drive C: fails with it.
+platform::Code PrepareProcess() {
   platform::libraries::NarrowSearch();
-  OpenMachine();
+  const platform::Code opened = OpenMachine();
   ApplyProcessEnvironment();
   platform::streams::SetTextModes();
   EnablePrivileges();
@@ -75,6 +76,7 @@ void PrepareProcess() {
   // Goes nowhere, since no trace is open yet; every opening is announced like this.
   TraceLine(u"set trace file: %s\n", path);
   OpenTraceFile(path);
+  return opened;
 }
 
 void TraceUsage(const cvn::List<cvn::String>& arguments) {
@@ -97,10 +99,14 @@ void FlushRegistry() {
 // the run.
 class PatchRun {
  public:
+  // `machineOpened` is the code of the machine's opening.
+  explicit PatchRun(platform::Code machineOpened) : machineOpened_(machineOpened) {}
+
   std::int32_t Run(const cvn::List<cvn::String>& arguments);
 
  private:
   RunEnd GoThrough(const cvn::List<cvn::String>& arguments);
+  std::int32_t JudgeMachine() const;
   std::int32_t ReadOptions(const cvn::List<cvn::String>& arguments);
   std::int32_t ReadPatch(std::string* bytes) const;
   std::int32_t ReadScript();
@@ -109,6 +115,7 @@ class PatchRun {
 
   const cvn::String& Path() const { return *settings_.patchFilePath; }
 
+  const platform::Code machineOpened_;
   LaunchSettings settings_;
   RunFacts facts_;
   PatchMetaData meta_;
@@ -137,6 +144,9 @@ std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
 
 RunEnd PatchRun::GoThrough(const cvn::List<cvn::String>& arguments) {
   std::int32_t code = ReadOptions(arguments);
+  if (code == 0) {
+    code = JudgeMachine();
+  }
   if (code == 0) {
     code = ReadScript();
   }
@@ -175,6 +185,16 @@ std::int32_t PatchRun::ReadOptions(const cvn::List<cvn::String>& arguments) {
   TraceLine(u"Input file used: %s", Path());
   facts_.reporter.SetScriptPath(Path());
   return 0;
+}
+
+std::int32_t PatchRun::JudgeMachine() const {
+  const std::optional<MachineFault> fault = FindMachineFault(machineOpened_);
+  if (!fault) {
+    return 0;
+  }
+  TraceLine(u"%s", fault->words);
+  platform::streams::WriteLine(Output::Error, fault->words);
+  return fault->exitCode;
 }
 
 std::int32_t PatchRun::ReadPatch(std::string* bytes) const {
@@ -257,8 +277,8 @@ std::int32_t PatchRun::LoadScript() {
 }  // namespace
 
 std::int32_t RunPatch(const cvn::List<cvn::String>& arguments) {
-  PrepareProcess();
-  return PatchRun().Run(arguments);
+  const platform::Code machineOpened = PrepareProcess();
+  return PatchRun(machineOpened).Run(arguments);
 }
 
 }  // namespace tessel

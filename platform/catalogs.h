@@ -18,9 +18,10 @@ namespace platform::catalogs {
 
 // Whether the platform can hash files as catalogs with SHA-256 need it: whether Wintrust.dll of the
 // system folder loads, and has CryptCATAdminAcquireContext2. On Linux it depends on the machine's
-// version: that function came with Windows 8 (6.2).
+// version: that function came with Windows 8 (6.2). Nothing when that version can't be read, which
+// says neither: a machine that keeps it from being read must not pass for an old one.
 enum class Support { Full, NoLibrary, NoFunctions };
-Support GetSupport();
+std::optional<Support> GetSupport();
 
 // The functions that an older platform lacks, bound at run time. While they are not bound Hash
 // fails.

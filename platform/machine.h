@@ -46,16 +46,30 @@ struct Description {
 // empty. Everything or, after a failure, nothing is left. 50 on Windows.
 Code Create(cvn::StringView folder, const Description& description);
 
-// Opens the machine in a folder. 3 when there is no such folder, 170 when the process has opened
-// another. 50 on Windows.
+// ERROR_UNRECOGNIZED_VOLUME: a folder that is no Windows system volume, since it has no folder
+// Windows\System32\config. An empty one may be where a volume was to be mounted.
+inline constexpr Code kUnrecognizedVolume = 1005;
+
+// Opens the machine in a folder. 3 when there is no such folder, 267 when it is none,
+// kUnrecognizedVolume, 170 when the process has opened another. 50 on Windows.
 Code Use(cvn::StringView folder);
 
 // Opens the machine that the host's environment names: TESSEL_MACHINE, or without it tessel/machine
-// in the user's data folder. After a failure everything on drive C: fails with the same code. On
-// Windows nothing is to be done, and it succeeds.
+// in the user's data folder. 3 also when TESSEL_MACHINE is there and empty: what was to name the
+// folder has failed. After a failure everything on drive C: fails with the same code. On Windows
+// nothing is to be done, and it succeeds.
 Code UseDefault();
 
-// The same; a machine that is missing is made first.
+// The same; without TESSEL_MACHINE, a machine that is missing is made first.
 Code UseOrCreateDefault(const Description& description);
+
+// The folder of those two as the host names it, for messages; empty when it can't be told, and on
+// Windows.
+cvn::String DefaultFolder();
+
+// Whether the registry of the opened machine can be read, as far as a machine can't be serviced
+// without: the hives SOFTWARE and SYSTEM. 2 when one is missing, 1009 when it is damaged, or the
+// host's code. Always success on Windows.
+Code CheckRegistry();
 
 }  // namespace platform::machine

@@ -12,7 +12,8 @@ struct WindowsVersion {
   bool workstation;  // wProductType is VER_NT_WORKSTATION
 };
 
-// As GetVersionExW of kernel32.dll. Nothing when that function is missing or fails.
+// As GetVersionExW of kernel32.dll. Nothing when that function is missing or fails, and on Linux
+// when the machine's registry can't be read or has no version in its form.
 std::optional<WindowsVersion> Get();
 
 // True when the build number is `build` or greater, by VerifyVersionInfoW.

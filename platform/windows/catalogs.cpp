@@ -118,7 +118,7 @@ Member MemberOf(const WintrustFunctions& wintrust, HANDLE catalog, CRYPTCATMEMBE
 
 }  // namespace
 
-Support GetSupport() {
+std::optional<Support> GetSupport() {
   libraries::Library library;
   if (windows::LoadWintrust(&library) != kSuccess) {
     return Support::NoLibrary;

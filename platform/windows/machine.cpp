@@ -18,4 +18,8 @@ Code UseDefault() { return kSuccess; }
 
 Code UseOrCreateDefault(const Description& /*description*/) { return kSuccess; }
 
+cvn::String DefaultFolder() { return {}; }
+
+Code CheckRegistry() { return kSuccess; }
+
 }  // namespace platform::machine

@@ -290,6 +290,84 @@ def location_rows():
         yield row(f'undecryptable/{place}-{name}', undecryptable, place, name, is_removed)
 
 
+# --- Machines that can't be judged, and so are no old Windows, on which everything runs
+
+HIVE = pathlib.PurePath('Windows', 'System32', 'config', 'SOFTWARE')
+VERSION = r'root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Microsoft\Windows NT\CurrentVersion" value='
+
+
+def unjudged(this, arrange, code, problem, **user):
+    ran = this.folder / 'ran'
+    this.external(is_signed=False, body='<fileCreate path="@DIR@\\ran"/><exit code="3"/>')
+    os.chmod(this.folder, 0o777)
+    arrange(this)
+    before = sorted(this.machine.rglob('*')) if code == 1005 else None
+    program = shutil.copy2(this.gates.tessel, this.folder)
+    ended = this.finish(this.start([program, *this.command()[1:]], **user))
+    words = f"The machine '{this.machine}' is refused: *{problem}*. *"
+    expect(ended.exit_code == this.expected_code(code), f'it ended: {ended}')
+    expect(expectations.differ([words], ended.stderr, 'standard error') is None, f'{ended}')
+    expect(not ran.exists() and all(event['exit_code'] == code for event in ended.events), f'{ended}')
+    expect(code != 1005 or before == sorted(this.machine.rglob('*')), 'what is no machine was changed')
+
+
+def with_version(this, *changes):
+    """The machine becomes one whose version is what the changes of an old one leave."""
+    shutil.rmtree(this.machine)
+    this.gates.tool('machine', 'create', this.machine, '--windows', '7')
+    patch = this.folder / 'change.tlx'
+    this.gates.pack(patch, ''.join(f'<{name} {VERSION}{rest}/>' for name, rest in changes)
+                    + '<exit/>')
+    this.finish(this.start([this.gates.tessel, '/encfile', patch]))
+    for folder in (world.TRACES, world.SPOOL):
+        shutil.rmtree(this.machine / folder)
+
+
+def machine_rows():
+    def other(make):
+        def arrange(this):
+            this.machine = this.folder / 'other'
+            make(this.machine)
+        return arrange
+
+    def hive(change):
+        return lambda this: change(this.machine / HIVE)
+
+    def text(data):
+        return 'regWrite', f'"CurrentVersion" type="REG_SZ" data="{data}"'
+
+    folder, registry, version = (1005,), (1009, 'registry is damaged'), (1009, "registry doesn't tell")
+    rows = [
+        ('missing', other(lambda path: None), *folder, 'no such folder'),
+        ('file', other(pathlib.Path.touch), *folder, 'it is no folder'),
+        ('forgotten-mount', other(pathlib.Path.mkdir), *folder, 'no Windows volume'),
+        ('other-volume', other(lambda path: (path / 'Windows' / 'System32').mkdir(parents=True)),
+         *folder, 'no Windows volume'),
+        ('no-hive', hive(pathlib.Path.unlink), 1009, 'a hive of its registry is missing'),
+        ('no-system-hive', hive(lambda path: path.with_name('SYSTEM').unlink()), 1009,
+         'a hive of its registry is missing'),
+        ('empty-hive', hive(lambda path: os.truncate(path, 0)), *registry),
+        ('cut-hive', hive(lambda path: os.truncate(path, 5000)), *registry),
+        ('zeroed-hive', hive(lambda path: path.write_bytes(bytes(path.stat().st_size))), *registry),
+        ('byte-changed-in-hive', hive(lambda path: change_byte(path, b'regf')), *registry),
+        ('pipe-for-hive', hive(lambda path: (path.unlink(), os.mkfifo(path))), *registry),
+        ('folder-for-hive', hive(lambda path: (path.unlink(), path.mkdir())), *registry),
+        ('no-version', lambda this: with_version(this, ('regDeleteValue', '"CurrentVersion"')),
+         *version),
+        ('other-type', lambda this: with_version(
+            this, ('regWrite', '"CurrentVersion" type="REG_DWORD" data="6"')), *version),
+        ('number-of-other-type', lambda this: with_version(this, text('6.3'), (
+            'regWrite', '"CurrentMajorVersionNumber" type="REG_SZ" data="5"')), *version),
+    ]
+    rows += [(f'version-{data or "empty"}', lambda this, data=data: with_version(this, text(data)),
+              *version) for data in ('', '6', '6.x', 'abc', '.', '0.0', '-6.1', '9999999999.1')]
+    for name, *row in rows:
+        yield f'machine/{name}', lambda this, row=row: unjudged(this, *row)
+    yield 'machine/not-for-this-user', lambda this: unjudged(
+        this, hive(lambda path: path.chmod(0o600)), 1009, 'access is denied', user=NOBODY,
+        group=NOBODY, extra_groups=[])
+
+
 # --- The catalog
 
 def refused(reason):
@@ -562,7 +640,7 @@ def wine_rows():
 
 
 def all_rows(options):
-    for rows in (location_rows, catalog_rows, folder_rows, guard_rows, race_rows, spool_rows):
+    for rows in (location_rows, machine_rows, catalog_rows, folder_rows, guard_rows, race_rows, spool_rows):
         for name, action, *machine in rows():
             yield name, action, machine[0] if machine else 'machine'
     if options.windows:
@@ -572,7 +650,7 @@ def all_rows(options):
 
 def lacks_surroundings(row, options):
     """Whether the row needs root, or a program to sign, and there is none."""
-    return (row.startswith('update/') and os.geteuid() != 0) or (
+    return (row.startswith(('update/', 'machine/not-')) and os.geteuid() != 0) or (
         row.startswith('catalog/signed-') and not options.image)
 
 

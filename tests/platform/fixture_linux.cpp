@@ -5,6 +5,7 @@
 
 #include "platform/machine.h"
 #include "platform/offline/volume/volume.h"
+#include "support/utf.h"
 #include "tests/platform/fixture.h"
 
 namespace platform::test {
@@ -30,7 +31,8 @@ void PreparePlatform() {
                          .installFolder = u"C:\\Program Files\\Ambry Shield",
                          .services = {{u"AMSecurityService", u"Ambry Shield Security Service"},
                                       {u"AmUpdateService", u"Ambry Shield Update Service"}}};
-  ASSERT_EQ(machine::UseOrCreateDefault(description), kSuccess);
+  ASSERT_EQ(machine::Create(cvn::Utf8ToWide(getenv("TESSEL_MACHINE")), description), kSuccess);
+  ASSERT_EQ(machine::UseDefault(), kSuccess);
 }
 
 void CleanPlatform() { std::filesystem::remove_all(machineFolder); }

@@ -295,13 +295,14 @@ TEST_F(Skeleton, IsMadeWhereAMachineIsMissing) {
     std::string root;
     bool hasSkeleton;
   };
+  const std::string kNone = "(not set)";
   const Case kCases[] = {
-      {"named", Host("new/named/"), "", kSuccess, Host("new/named"), true},
-      {"relative", std::filesystem::relative(Host("a/b")), "", kSuccess, Host("a/b"), true},
-      {"existing", Host("there"), "", kSuccess, Host("there"), false},
-      {"default", "", Host("data"), kSuccess, Host("data/tessel/machine"), true},
-      {"home", "", "not/absolute", kSuccess, Host(".local/share/tessel/machine"), true},
-      {"a file", Host("file"), "", kPathNotFound, Host("file"), false},
+      {"missing", Host("new/named/"), "", kPathNotFound, "", false},
+      {"empty", "", "", kPathNotFound, "", false},
+      {"relative", std::filesystem::relative(Host("there")), "", kSuccess, Host("there"), false},
+      {"default", kNone, Host("data"), kSuccess, Host("data/tessel/machine"), true},
+      {"home", kNone, "not/absolute", kSuccess, Host(".local/share/tessel/machine"), true},
+      {"a file", Host("file"), "", kDirectory, Host("file"), false},
       {"below a file", Host("file/new"), "", kPathNotFound, "", false},
       {"the host", "/", "", kSuccess, "", false},
   };
@@ -310,6 +311,9 @@ TEST_F(Skeleton, IsMadeWhereAMachineIsMissing) {
     for (const Case& test : kCases) {
       SCOPED_TRACE(test.what);
       setenv("TESSEL_MACHINE", test.machine.c_str(), 1);
+      if (test.machine == kNone) {
+        unsetenv("TESSEL_MACHINE");
+      }
       setenv("XDG_DATA_HOME", test.dataHome.c_str(), 1);
       for (int i = 0; i < 2; ++i) {  // made, then found
         const Machine machine = posix::DefaultMachine({});

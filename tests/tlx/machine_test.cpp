@@ -97,7 +97,11 @@ TEST_F(MachineTest, TellsWhatItCannotDo) {
       {{"show", In("good"), "HKPD\\x"},
        "1 HKPD\\x: error: a key's name begins with HKLM, HKCU, HKU, HKCR or HKCC\n"},
       {{"show", In("empty")},
-       "1 " + In("empty") + ": error: no machine: its registry tells of no Windows\n"},
+       "1 " + In("empty") + ": error: cannot be read: it is no Windows volume"},
+      {{"show", In("damaged.pem")},
+       "1 " + In("damaged.pem") + ": error: cannot be read: it is no folder\n"},
+      {{"show", In("broken")},
+       "1 " + In("broken") + ": error: cannot be read: its registry is damaged\n"},
       {{"show", In("broken"), "HKLM\\SOFTWARE\\x"},
        "1 HKLM\\SOFTWARE\\x: error: its hive is damaged\n"},
   };

@@ -82,22 +82,33 @@ struct Spool {
 // at.
 platform::Code EnterMachine(cvn::StringView place, bool* isMachine) {
   const platform::Code code = platform::machine::Use(place);
-  *isMachine =
-      code == platform::kSuccess && platform::paths::IsDirectory(u"C:\\Windows\\System32\\config");
-  return code == platform::kNotSupported ? platform::kSuccess : code;
+  *isMachine = code == platform::kSuccess;
+  const bool isOther =
+      code == platform::kNotSupported || code == platform::machine::kUnrecognizedVolume;
+  return isOther ? platform::kSuccess : code;
+}
+
+// What messages call this process's machine.
+cvn::String NameOfMachine(cvn::StringView place) {
+  const cvn::String folder =
+      place.empty() ? platform::machine::DefaultFolder() : cvn::String(place);
+  return folder.Empty() ? cvn::String(kThisMachine) : folder;
 }
 
 // Finds the folder of the events; the exit code of a failure that it told.
 int FindSpool(cvn::StringView place, Spool* spool) {
   spool->isMachines = place.empty();
-  const platform::Code code =
+  platform::Code code =
       place.empty() ? platform::machine::UseDefault() : EnterMachine(place, &spool->isMachines);
+  if (code == platform::kSuccess && spool->isMachines) {
+    code = platform::machine::CheckRegistry();
+  }
   if (code != platform::kSuccess) {
-    return FailToRead(place.empty() ? kThisMachine : place, code);
+    return FailToRead(NameOfMachine(place), code);
   }
   spool->folder = spool->isMachines ? tessel::GetEventsFolder() : cvn::String(place);
   return spool->folder.Empty()
-             ? FailOnFile(place.empty() ? kThisMachine : place,
+             ? FailOnFile(NameOfMachine(place),
                           u"the product isn't installed there, and so has no events")
              : kExitDone;
 }

@@ -116,6 +116,9 @@ std::uint32_t CountTrustedRoots() {
 }
 
 int ShowSummary(cvn::StringView folder) {
+  if (const Code code = platform::machine::CheckRegistry(); code != kSuccess) {
+    return FailToRead(folder, code);
+  }
   Key key;
   const Code code =
       registry::OpenKey(Key(Root::LocalMachine), kVersionKey, registry::kQueryValue, &key);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "platform/machine.h"
 #include "platform/streams.h"
 #include "support/format.h"
 
@@ -62,6 +63,12 @@ cvn::String DescribeCode(platform::Code code) {
       return u"the name is not a valid one";
     case platform::kFileTooLarge:
       return u"it is larger than 2 GiB";
+    case platform::kDirectory:
+      return u"it is no folder";
+    case platform::machine::kUnrecognizedVolume:
+      return u"it is no Windows volume, for lack of a folder Windows\\System32\\config";
+    case platform::kBadDatabase:
+      return u"its registry is damaged";
     default:
       return cvn::Format(u"system error %u", code);
   }

@@ -157,11 +157,14 @@ void BuiltIn() {}
 
 }  // namespace
 
-Support GetSupport() {
+std::optional<Support> GetSupport() {
   constexpr std::pair<std::uint32_t, std::uint32_t> kWindows8{6, 2};
   const auto version = version::Get();
-  return version && std::pair(version->major, version->minor) >= kWindows8 ? Support::Full
-                                                                           : Support::NoFunctions;
+  if (!version) {
+    return std::nullopt;
+  }
+  return std::pair(version->major, version->minor) >= kWindows8 ? Support::Full
+                                                                : Support::NoFunctions;
 }
 
 void Functions::Bind() {

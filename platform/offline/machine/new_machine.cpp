@@ -92,9 +92,10 @@ Code MakeMachine(const std::string& folder, const Description& description) {
 
 Machine DefaultMachine(const Description& description) {
   std::string folder;
-  Code code = DefaultMachineFolder(&folder);
+  bool isNamed = false;
+  Code code = DefaultMachineFolder(&folder, &isNamed);
   std::error_code error;
-  if (code == kSuccess && !std::filesystem::exists(folder, error) && !error) {
+  if (code == kSuccess && !isNamed && !std::filesystem::exists(folder, error) && !error) {
     code = MakeMachine(folder, description);
     // Another process may have been faster with the same.
     code = code == kDirNotEmpty ? kSuccess : code;

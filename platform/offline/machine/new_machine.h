@@ -13,7 +13,7 @@ namespace platform::posix {
 // so that half of a machine is never to be found.
 Code MakeMachine(const std::string& folder, const machine::Description& description);
 
-// The machine that the environment names; one that is missing is made.
+// The machine that the environment names; without TESSEL_MACHINE, one that is missing is made.
 Machine DefaultMachine(const machine::Description& description);
 
 }  // namespace platform::posix

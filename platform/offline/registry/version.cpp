@@ -1,5 +1,9 @@
 #include "platform/version.h"
 
+#include <algorithm>
+#include <string>
+#include <utility>
+
 #include "platform/offline/registry/registry_values.h"
 #include "platform/registry.h"
 #include "support/numbers.h"
@@ -14,52 +18,80 @@ constexpr cvn::StringView kProduct = u"SYSTEM\\CurrentControlSet\\Control\\Produ
 constexpr cvn::StringView kEnvironment =
     u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
 
-// A value of the machine; one without a type when there is none.
-ValueData Read(cvn::StringView path, cvn::StringView name) {
-  ValueData value;
+using Numbers = std::pair<std::uint32_t, std::uint32_t>;  // major and minor
+
+// A value of the machine; one without a type after a failure.
+Code Read(cvn::StringView path, cvn::StringView name, ValueData* value) {
+  *value = {};
   registry::Key key;
   const registry::Key root(registry::Root::LocalMachine);
-  if (registry::OpenKey(root, path, registry::kQueryValue, &key) != kSuccess ||
-      registry::QueryValue(key, name, &value.type, &value.bytes) != kSuccess) {
-    return {};
-  }
-  return value;
+  const Code code = registry::OpenKey(root, path, registry::kQueryValue, &key);
+  return code == kSuccess ? registry::QueryValue(key, name, &value->type, &value->bytes) : code;
+}
+
+std::optional<std::u16string> ReadText(cvn::StringView path, cvn::StringView name) {
+  ValueData value;
+  return Read(path, name, &value) == kSuccess ? value.Text() : std::nullopt;
 }
 
 std::uint32_t ReadNumber(cvn::StringView digits) {
   return static_cast<std::uint32_t>(cvn::ReadInt32(digits));
 }
 
+// Nothing but digits, and few enough for the number to be one.
+bool IsNumber(cvn::StringView text) {
+  constexpr std::size_t kMostDigits = 9;
+  return !text.empty() && text.size() <= kMostDigits &&
+         text.find_first_not_of(u"0123456789") == cvn::StringView::npos;
+}
+
+// Of the text that every version has, such as "6.1".
+std::optional<Numbers> NumbersInText() {
+  const std::u16string text = ReadText(kWindows, u"CurrentVersion").value_or(std::u16string());
+  const cvn::StringView whole(text);
+  const std::size_t dot = std::min(whole.find(u'.'), whole.size());
+  const cvn::StringView minor = whole.substr(std::min(dot + 1, whole.size()));
+  if (!IsNumber(whole.substr(0, dot)) || !IsNumber(minor)) {
+    return std::nullopt;
+  }
+  return Numbers(ReadNumber(whole.substr(0, dot)), ReadNumber(minor));
+}
+
+// From Windows 10 on the text stays what it was before, and two numbers tell the version. A damaged
+// one must not pass for an older Windows, which has none.
+std::optional<Numbers> ReadNumbers() {
+  ValueData major;
+  ValueData minor;
+  const Code majorCode = Read(kWindows, u"CurrentMajorVersionNumber", &major);
+  const Code minorCode = Read(kWindows, u"CurrentMinorVersionNumber", &minor);
+  if (majorCode == kFileNotFound && minorCode == kFileNotFound) {
+    return NumbersInText();
+  }
+  const auto majorNumber = major.Number();
+  const auto minorNumber = minor.Number();
+  return majorNumber && minorNumber ? std::optional(Numbers(*majorNumber, *minorNumber))
+                                    : std::nullopt;
+}
+
 }  // namespace
 
 std::optional<WindowsVersion> Get() {
-  WindowsVersion version{};
-  version.workstation = Read(kProduct, u"ProductType").Text().value_or(u"WinNT") == u"WinNT";
-  const auto major = Read(kWindows, u"CurrentMajorVersionNumber").Number();
-  const auto minor = Read(kWindows, u"CurrentMinorVersionNumber").Number();
-  if (major && minor) {
-    version.major = *major;
-    version.minor = *minor;
-    return version;
-  }
-  // Before Windows 10 there is only a text, such as "6.1".
-  const auto text = Read(kWindows, u"CurrentVersion").Text();
-  const std::size_t dot = text ? text->find(u'.') : std::u16string::npos;
-  if (dot == std::u16string::npos) {
+  const std::optional<Numbers> numbers = ReadNumbers();
+  // Zeros are what is left of data, and no Windows.
+  if (!numbers || numbers->first == 0) {
     return std::nullopt;
   }
-  version.major = ReadNumber(cvn::StringView(*text).substr(0, dot));
-  version.minor = ReadNumber(cvn::StringView(*text).substr(dot + 1));
-  return version;
+  const auto type = ReadText(kProduct, u"ProductType");
+  return WindowsVersion{numbers->first, numbers->second, type.value_or(u"WinNT") == u"WinNT"};
 }
 
 bool IsBuildAtLeast(std::uint32_t build) {
-  const auto text = Read(kWindows, u"CurrentBuildNumber").Text();
+  const auto text = ReadText(kWindows, u"CurrentBuildNumber");
   return text && ReadNumber(*text) >= build;
 }
 
 std::optional<std::uint16_t> NativeMachine() {
-  const auto name = Read(kEnvironment, u"PROCESSOR_ARCHITECTURE").Text();
+  const auto name = ReadText(kEnvironment, u"PROCESSOR_ARCHITECTURE");
   if (!name) {
     return std::nullopt;
   }

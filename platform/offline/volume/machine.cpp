@@ -41,16 +41,22 @@ Machine& MachineOfProcess() {
   return machine;
 }
 
+// Whether the opened machine is a Windows system volume: that is where its registry lies.
+bool HasRegistryFolder() {
+  HostPath config;
+  return Resolve(u"C:\\Windows\\System32\\config", &config) == kSuccess && config.IsFolder();
+}
+
 }  // namespace
 
 Machine::Machine(const std::string& folder) {
   std::error_code error;
   root_ = std::filesystem::canonical(folder, error).string();
-  if (!error && !std::filesystem::is_directory(root_, error) && !error) {
-    error = std::make_error_code(std::errc::not_a_directory);
-  }
   // 3 and not 2: every path on the drive lacks a folder on its way.
   state_ = error == std::errc::no_such_file_or_directory ? kPathNotFound : CodeOf(error.value());
+  if (state_ == kSuccess && !std::filesystem::is_directory(root_, error)) {
+    state_ = error ? CodeOf(error.value()) : kDirectory;
+  }
   if (root_ == "/") {
     root_.clear();
   }
@@ -71,6 +77,9 @@ Code Machine::Open(const Machine& machine) {
     return kBusy;
   }
   own = machine;
+  if (own.state_ == kSuccess && !HasRegistryFolder()) {
+    own.state_ = machine::kUnrecognizedVolume;
+  }
   return own.state_;
 }
 
@@ -89,9 +98,13 @@ Code HostFolder(cvn::StringView folder, std::string* host) {
   return text.empty() ? kPathNotFound : Tidy(text, host);
 }
 
-Code DefaultMachineFolder(std::string* host) {
-  const std::string named = VariableOr("TESSEL_MACHINE", std::string());
-  return Tidy(named.empty() ? FolderInDataHome() : std::filesystem::path(named), host);
+Code DefaultMachineFolder(std::string* host, bool* isNamed) {
+  const char* named = std::getenv("TESSEL_MACHINE");
+  *isNamed = named != nullptr;
+  if (*isNamed && *named == '\0') {
+    return kPathNotFound;
+  }
+  return Tidy(*isNamed ? std::filesystem::path(named) : FolderInDataHome(), host);
 }
 
 }  // namespace platform::posix
@@ -104,13 +117,20 @@ Code Use(cvn::StringView folder) {
   if (code != kSuccess) {
     return code;
   }
-  const posix::Machine machine(host);
-  return machine.State() == kSuccess ? posix::Machine::Open(machine) : kPathNotFound;
+  return posix::Machine::Open(posix::Machine(host));
+}
+
+cvn::String DefaultFolder() {
+  std::string folder;
+  bool isNamed = false;
+  const Code code = posix::DefaultMachineFolder(&folder, &isNamed);
+  return code == kSuccess ? posix::ToWide(folder) : cvn::String();
 }
 
 Code UseDefault() {
   std::string folder;
-  const Code code = posix::DefaultMachineFolder(&folder);
+  bool isNamed = false;
+  const Code code = posix::DefaultMachineFolder(&folder, &isNamed);
   return posix::Machine::Open(code == kSuccess ? posix::Machine(folder)
                                                : posix::Machine::Failed(code));
 }

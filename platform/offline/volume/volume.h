@@ -21,7 +21,9 @@ class Machine {
   // not exist, and the host's paths are found without it.
   static const Machine& Get();
 
-  // Makes `machine` the one of this process and gives its state. 170 when another is open.
+  // Makes `machine` the one of this process and gives its state, which becomes
+  // machine::kUnrecognizedVolume for a folder that is no Windows system volume. 170 when another is
+  // open.
   static Code Open(const Machine& machine);
 
   Machine() = default;
@@ -46,8 +48,9 @@ class Machine {
 Code HostFolder(cvn::StringView folder, std::string* host);
 
 // The host's name, absolute, of the folder that the environment names: TESSEL_MACHINE, or without
-// it tessel/machine in the user's data folder ($XDG_DATA_HOME, or ~/.local/share).
-Code DefaultMachineFolder(std::string* host);
+// it tessel/machine in the user's data folder ($XDG_DATA_HOME, or ~/.local/share). `*isNamed` tells
+// which. 3 when TESSEL_MACHINE is empty.
+Code DefaultMachineFolder(std::string* host, bool* isNamed);
 
 // A path of the host that a script's path leads to.
 struct HostPath {

@@ -1,0 +1,19 @@
+#include "platform/linux/error_map.h"
+#include "platform/machine.h"
+#include "platform/registry.h"
+
+namespace platform::machine {
+
+Code CheckRegistry() {
+  const registry::Key root(registry::Root::LocalMachine);
+  for (const cvn::StringView hive : {u"SOFTWARE", u"SYSTEM"}) {
+    registry::Key key;
+    const Code code = registry::OpenKey(root, hive, registry::kQueryValue, &key);
+    if (code != kSuccess) {
+      return posix::Fail(code);
+    }
+  }
+  return kSuccess;
+}
+
+}  // namespace platform::machine
