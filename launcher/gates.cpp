@@ -1,6 +1,9 @@
 #include "launcher/gates.h"
 
+#include <string>
+
 #include "launcher/machine_check.h"
+#include "launcher/patch_file.h"
 #include "platform/catalogs.h"
 #include "platform/files.h"
 #include "platform/paths.h"
@@ -9,6 +12,7 @@
 #include "trace/trace.h"
 #include "trust/catalog_check.h"
 #include "trust/locations.h"
+#include "trust/path_key.h"
 #include "trust/product.h"
 
 namespace tessel {
@@ -23,12 +27,13 @@ constexpr std::int32_t kPatchDeleted = 1637;
 
 }  // namespace
 
-std::int32_t Gates::RefuseUndecryptable() {
+std::int32_t Gates::RefuseUndecryptable(cvn::StringView contentHash) {
   const cvn::StringView extension = platform::paths::FindExtension(Path());
   TraceLine(u"Extension of file %s", extension);
   Refusal refusal{.exitCode = kPatchDecryptionFailed, .words = u"Failed to decrypt the patch."};
   cvn::String base;
-  if (IsPathInTrustedLocation(Path(), &base) && extension == kPatchExtension) {
+  if (IsPathInTrustedLocation(Path(), &base) && extension == kPatchExtension &&
+      WasReadBelow(base, contentHash)) {
     TraceLine(u"Patch to be removed");
     facts_.reporter.SetScriptPath(MakeRelativeToBase(Path(), base));
     const platform::Code code = platform::files::Delete(Path());
@@ -50,15 +55,34 @@ std::int32_t Gates::Pass(cvn::StringView contentHash) {
   if (*isOld) {
     TraceLine(u"Old windows found, skip checks ...");
     facts_.tags.push_back(u"patch:skipCheck");
+    way_ = Way::Unchecked;
     return 0;
   }
   cvn::String base;
-  if (IsPathInTrustedLocation(Path(), &base)) {
+  if (IsPathInTrustedLocation(Path(), &base) && WasReadBelow(base, contentHash)) {
     TraceLine(u"Started from install path...");
+    way_ = Way::Install;
     return PassInstallPath(base);
   }
   TraceLine(u"Started from custom path...");
   return PassCustomPath(contentHash);
+}
+
+bool Gates::IsExemptFromExpiry() const {
+  cvn::String base;
+  const bool isTrusted = IsPathInTrustedLocation(Path(), &base);
+  return isTrusted && way_ != Way::External;
+}
+
+// Whether what was read is what a trusted folder has. The path may lead elsewhere when it is judged
+// than when it was read, so the file is read again by its final path, which has no links for others
+// to change.
+bool Gates::WasReadBelow(cvn::StringView base, cvn::StringView contentHash) const {
+  const cvn::String key = NormalizePathKey(Path());
+  const cvn::String baseKey = NormalizePathKey(base);
+  std::string bytes;
+  return !baseKey.Empty() && key.AsView().starts_with(baseKey.AsView()) &&
+         ReadPatchFile(key, &bytes) == platform::kSuccess && PatchContentHash(bytes) == contentHash;
 }
 
 std::optional<bool> Gates::IsPlatformOld() const {

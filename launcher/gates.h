@@ -28,12 +28,21 @@ class Gates {
       : settings_(settings), meta_(meta), facts_(*facts) {}
 
   // For a patch that can't be decrypted: removes it from a trusted location. Gives the exit code.
-  std::int32_t RefuseUndecryptable();
+  // Here and below, `contentHash` is that of the patch as it was read, as CheckCatalog takes it.
+  std::int32_t RefuseUndecryptable(cvn::StringView contentHash);
 
-  // 0, or the exit code of the gate that refused. `contentHash` is as CheckCatalog takes it.
+  // 0, or the exit code of the gate that refused.
   std::int32_t Pass(cvn::StringView contentHash);
 
+  // Whether the patch is valid whatever its dates say, as one in a trusted location is. Asks anew
+  // where it lies, but a patch that Pass has judged by its catalog stays an external one, wherever
+  // its path leads by now.
+  bool IsExemptFromExpiry() const;
+
  private:
+  // By what the patch was judged.
+  enum class Way { External, Install, Unchecked };
+
   // What a refusal tells, and to whom.
   struct Refusal {
     std::int32_t exitCode = 0;
@@ -51,6 +60,7 @@ class Gates {
   std::int32_t PassCustomPath(cvn::StringView contentHash);
   std::int32_t PassInstallPath(cvn::StringView base);
   std::int32_t PassCatalog(cvn::StringView contentHash);
+  bool WasReadBelow(cvn::StringView base, cvn::StringView contentHash) const;
   bool IsBusy();
   std::int32_t Refuse(const Refusal& refusal);
 
@@ -58,6 +68,7 @@ class Gates {
   const PatchMetaData& meta_;
   RunFacts& facts_;
   InstanceGuard guard_;
+  Way way_ = Way::External;
 };
 
 }  // namespace tessel

@@ -24,7 +24,6 @@
 #include "support/format.h"
 #include "support/utf.h"
 #include "trace/trace.h"
-#include "trust/locations.h"
 #include "trust/product.h"
 #include "trust/protected_folder.h"
 
@@ -221,11 +220,11 @@ std::int32_t PatchRun::ReadScript() {
     if (code != 0) {
       return code;
     }
+    contentHash_ = PatchContentHash(bytes);
     if (DecryptPatch(bytes, &plainText) != kPatchDecrypted) {
       TraceLine(u"Error decrypting patch content");
-      return gates_.RefuseUndecryptable();
+      return gates_.RefuseUndecryptable(contentHash_);
     }
-    contentHash_ = PatchContentHash(bytes);
   }
   // The text ends at its first zero byte.
   meta_.content = cvn::Utf8ToWide(plainText.c_str());
@@ -266,10 +265,8 @@ RunEnd PatchRun::RunScript() {
 
 std::int32_t PatchRun::LoadScript() {
   TraceLine(u"Prepare");
-  const std::int32_t loaded = engine_->Load(settings_.scriptVariables, [this] {
-    cvn::String base;
-    return IsPathInTrustedLocation(Path(), &base);
-  });
+  const std::int32_t loaded =
+      engine_->Load(settings_.scriptVariables, [this] { return gates_.IsExemptFromExpiry(); });
   facts_.reporter.SetExpires(engine_->ExpiresAt());
   return loaded;
 }

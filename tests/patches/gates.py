@@ -580,8 +580,27 @@ def swapped(this, rounds=15):
         swapper.join()
 
 
+def swapped_for_trusted(this):
+    """The patch is an old one, and gives way to a link into the install folder while its files are
+    copied."""
+    this.external(created=5)
+    trusted = shutil.copy2(this.patch, this.install / 'fix.tlx')
+    big = this.place / 'Sub' / 'Deep.bin'
+    with big.open('wb') as file:
+        file.truncate(400 << 20)
+    this.gates.sign(this.place)
+    process = this.start()
+    wait_until(this.protected, 'nothing is copied')
+    this.patch.unlink()
+    this.patch.symlink_to(trusted)
+    ended = this.finish(process)
+    check(ended, 1636, ['Patch is no longer valid.'],
+          ['CheckCatalog returned 0', 'compare with install path passed'], reason='PatchExpired')
+
+
 def race_rows():
     yield 'race/payload-swapped', swapped
+    yield 'race/patch-swapped-for-a-trusted-one', swapped_for_trusted
 
 
 # --- The spool folder of runs that are broken off
