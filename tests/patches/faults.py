@@ -64,7 +64,8 @@ _REFUSALS = {
     3: 'Patch not found.', 6001: 'Failed to decrypt the patch.',
     1618: 'Execution of another patch is in progress', 1169: 'Patch type for external',
     323: 'Integrity check failed. Reason: ', 13: 'Failed to load patch.', 1636: 'Failed to load',
-    1006: 'Failed to load the patch. Error: 1006.'}
+    1006: 'Failed to load the patch. Error: 1006.', 1005: 'let TESSEL_MACHINE name the folder',
+    1009: 'Repair or restore its hives'}
 _NO_CALL = 'no call'
 _UNREADABLE = re.compile(r'Failed to load the patch. Error: (\d+)\.')
 # The keys above one that can't be deleted stay open, as the language wants it.
