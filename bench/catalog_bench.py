@@ -10,14 +10,15 @@ import measure
 
 CERTIFICATES = pathlib.Path(__file__).resolve().parents[1] / "scripts" / "lib" / "certificates"
 FILES, SIZE = 2000, 250_000
+MANY, SMALL = (2000, 20_000), 5_000
 ROUNDS = 3
 
 
-def _check_copies(machine):
-    """A patch whose files can't be copied runs too, and faster, so the trace has to be looked at."""
+def _check_copies(machine, count):
+    """A patch whose files can't be copied may run too, and faster, so the trace has to be looked at."""
     trace, = machine.rglob("ts-*.txt")
     text = trace.read_text(encoding="utf-8-sig")
-    if text.count("Copying file to protected folder") != FILES or "Could not copy all" in text:
+    if text.count("Copying file to protected folder") != count or "Could not copy all" in text:
         sys.exit("the patch's files were not copied")
     trace.unlink()
 
@@ -31,6 +32,12 @@ def trust(tlx, work):
     return {**os.environ, "TESSEL_MACHINE": str(machine)}
 
 
+def sign(tlx, work, folder):
+    """The command that makes the catalog of `folder`."""
+    return [tlx, "catalog", "--cert", work / "publisher.pem", "--key", work / "publisher.key",
+            "--chain", work / "root.pem", "--dir", folder]
+
+
 def signed_patch(tlx, pack, work, folder, files):
     """A patch in `folder`, with files of the given names and sizes and their catalog."""
     folder.mkdir()
@@ -42,14 +49,31 @@ def signed_patch(tlx, pack, work, folder, files):
         with open(folder / name, "wb") as file:
             for start in range(0, size, len(block)):
                 file.write(block[:size - start])
-    subprocess.run([tlx, "catalog", "--cert", work / "publisher.pem", "--key",
-                    work / "publisher.key", "--chain", work / "root.pem", "--dir", folder],
-                   check=True)
+    subprocess.run(sign(tlx, work, folder), check=True)
     return patch
 
 
+def _growth(tessel, tlx, pack, work, environment):
+    """Rows on what ten times as many files cost."""
+    signing, taking = [], []
+    for count in MANY:
+        folder = work / f"signed-{count}"
+        patch = signed_patch(tlx, pack, work, folder, {
+            f"{number % 50:02}/file {number:05}.dat": SMALL + number % 100 for number in range(count)})
+        signing.append(min(measure.run(sign(tlx, work, folder), environment)
+                           for _ in range(ROUNDS)))
+        runs = []
+        for _ in range(ROUNDS):
+            runs.append(measure.run([tessel, "/encfile", str(patch)], environment))
+            _check_copies(pathlib.Path(environment["TESSEL_MACHINE"]), count)
+        taking.append(min(runs))
+        shutil.rmtree(folder)
+    return [measure.Row("sign 20,000 files", signing[1], "2,000 files", signing[0], 12),
+            measure.Row("check, copy 20,000 files", taking[1], "2,000 files", taking[0], 12)]
+
+
 def rows(tessel, tlx, pack, work, environment):
-    """The table's row; `pack(folder, name, body, kind)` makes a patch, and `environment` trusts its
+    """The table's rows; `pack(folder, name, body, kind)` makes a patch, and `environment` trusts its
     publisher."""
     folder, copy = work / "signed", work / "signed-copy"
     patch = signed_patch(tlx, pack, work, folder, {
@@ -58,9 +82,10 @@ def rows(tessel, tlx, pack, work, environment):
     ours, peer = [], []
     for _ in range(ROUNDS):
         ours.append(measure.run([tessel, "/encfile", str(patch)], environment))
-        _check_copies(pathlib.Path(environment["TESSEL_MACHINE"]))
+        _check_copies(pathlib.Path(environment["TESSEL_MACHINE"]), FILES)
         peer.append(measure.run(["sha256sum", *sums], environment) +
                     measure.run(["cp", "-r", folder, copy], environment))
         shutil.rmtree(copy)
     shutil.rmtree(folder)
-    return [measure.Row("check, copy 500 MB", min(ours), "sha256sum + cp -r", min(peer), 1.2)]
+    return [measure.Row("check, copy 500 MB", min(ours), "sha256sum + cp -r", min(peer), 1.2),
+            *_growth(tessel, tlx, pack, work, environment)]
