@@ -2,6 +2,7 @@
 
 #include <span>
 
+#include "platform/error.h"
 #include "platform/paths.h"
 #include "platform/private_file.h"
 #include "platform/random.h"
@@ -60,10 +61,19 @@ OutputFile::OutputFile(cvn::StringView path)
     : path_(path), temporaryPath_(TemporaryPathFor(path)) {}
 
 OutputFile::~OutputFile() {
-  if (hasTemporary_) {
-    // What failed before has been told; a temporary file that stays is only in the way.
-    IgnoreError(files::Delete(temporaryPath_));
+  if (!hasTemporary_) {
+    return;
   }
+  // What failed before has been told; a temporary file that stays is only in the way. It may have
+  // taken over that the file is read-only.
+  const Code lastError = LastError();
+  if (files::Delete(temporaryPath_) != kSuccess) {
+    IgnoreError(files::SetAttributes(temporaryPath_, files::kNormal));
+    if (files::Delete(temporaryPath_) != kSuccess) {
+      IgnoreError(files::DeleteAtReboot(temporaryPath_));  // another program has it open
+    }
+  }
+  SetLastError(lastError);
 }
 
 Code OutputFile::Write(std::string_view bytes, Readers readers) {

@@ -160,8 +160,14 @@ Code TakePlace(cvn::StringView from, cvn::StringView to) {
     ::SetLastError(ERROR_ACCESS_DENIED);
     return lastError.Outcome(false);
   }
-  return lastError.Outcome(::ReplaceFileW(Wide(PathForCall(to)), Wide(PathForCall(from)), nullptr,
-                                          REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0);
+  bool done = ::ReplaceFileW(Wide(PathForCall(to)), Wide(PathForCall(from)), nullptr,
+                             REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0;
+  // The old file is gone then, as documented, and the new one is all that there is.
+  if (!done && ::GetLastError() == ERROR_UNABLE_TO_MOVE_REPLACEMENT) {
+    done =
+        ::MoveFileExW(Wide(PathForCall(from)), Wide(PathForCall(to)), MOVEFILE_WRITE_THROUGH) != 0;
+  }
+  return lastError.Outcome(done);
 }
 
 Code FlushFolder(cvn::StringView /*path*/) { return kSuccess; }

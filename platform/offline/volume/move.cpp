@@ -152,6 +152,9 @@ Code TakePlace(cvn::StringView from, cvn::StringView to) {
     }
     place = posix::ToMachinePath(old.path);
   }
+  if (posix::IsReadOnly(old.path, old.entry)) {
+    return posix::Fail(kAccessDenied);  // before the new file is made read-only too
+  }
   if (S_ISREG(old.entry.st_mode)) {
     const posix::Descriptor target(open(fresh.path.c_str(), O_WRONLY | O_CLOEXEC));
     code = target.Get() < 0 ? posix::CodeOf(errno)
