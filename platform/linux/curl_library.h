@@ -18,6 +18,8 @@ struct CurlLibrary {
   decltype(&curl_easy_getinfo) easyGetinfo;
   decltype(&curl_easy_perform) easyPerform;
   decltype(&curl_free) free;
+  decltype(&curl_slist_append) slistAppend;
+  decltype(&curl_slist_free_all) slistFreeAll;
   decltype(&curl_url) url;
   decltype(&curl_url_cleanup) urlCleanup;
   decltype(&curl_url_get) urlGet;

@@ -7,7 +7,9 @@
 """
 
 import argparse
+import contextlib
 import fnmatch
+import http.server
 import os
 import pathlib
 import pty
@@ -16,6 +18,7 @@ import subprocess
 import sys
 import tempfile
 import termios
+import threading
 import time
 
 import gates
@@ -192,8 +195,221 @@ def token(this, folder):
     this.expect_run(folder, place)
 
 
+# --- Signatures made elsewhere
+
+def elsewhere(this, folder):
+    """What --unsigned writes is signed by other tools, and only what fits is attached."""
+    place = this.patch_folder(folder)
+    certificate, key = this.publisher
+    content, unsigned = folder / 'content', folder / 'unsigned.cat'
+    for more in ((content,), (unsigned, '--form', 'catalog')):
+        made = this.tell('catalog', '--dir', place, '--unsigned', *more)
+        expect(made == (0, []) and not (place / 'patch.cat').exists(), f'{more}: {made}')
+    as_catalog = ('-econtent_type', '1.3.6.1.4.1.311.10.1')
+
+    def sign(name, *how, signed=content):
+        openssl('cms', '-sign', '-binary', '-signer', certificate, '-inkey', key, '-in', signed,
+                '-out', folder / name, *how)
+        return folder / name
+
+    subprocess.run(['osslsigncode', 'sign', '-certs', certificate, '-key', key, '-ac',
+                    this.root.certificate, '-in', unsigned, '-out', folder / 'signed.cat'],
+                   check=True, capture_output=True)
+    other = folder / 'other'
+    other.write_bytes(content.read_bytes().replace(b'D', b'E', 1))
+    detached, chain = ('--list', content), ('--chain', this.root.certificate)
+    der = sign('detached.der', '-outform', 'DER', *as_catalog)
+    bare = sign('bare.pem', '-outform', 'PEM', '-nocerts', *as_catalog)
+    changed = folder / 'changed.der'
+    changed.write_bytes(der.read_bytes()[:-1] + bytes([der.read_bytes()[-1] ^ 1]))
+    for signature, more, words in (
+            (der, detached + chain, None),
+            (sign('whole.pem', '-outform', 'PEM', '-nodetach', '-md', 'sha384', *as_catalog), chain,
+             None),
+            (bare, detached + chain + ('--cert', certificate), None),
+            (folder / 'signed.cat', (), None),
+            (der, (), "doesn't bring along what it signs"),
+            (bare, detached + chain, "the signer's certificate is neither"),
+            (changed, detached, "isn't one by the key"),
+            (sign('data.der', '-outform', 'DER'), detached, 'its content type must be'),
+            (sign('sha1.der', '-outform', 'DER', '-md', 'sha1', *as_catalog), detached, 'SHA-256'),
+            (sign('other.der', '-outform', 'DER', *as_catalog, signed=other), detached,
+             'the signature of something else'),
+            (der, ('--list', folder / 'other'), 'is not as it was'),
+            (folder / 'signed.cat', ('--list', folder / 'other'), 'it brings another list'),
+            (unsigned, (), 'a catalog has one signer'),
+            (content, detached, 'there is no signed data in it')):
+        (place / 'patch.cat').unlink(missing_ok=True)
+        code, lines = this.tell('catalog', '--dir', place, '--attach', signature, *more)
+        expect((code, (place / 'patch.cat').exists()) == ((1, False) if words else (0, True)) and
+               (words in lines[-1] if words else not lines), f'{signature} {more}: {code} {lines}')
+        if not words:
+            this.expect_run(folder, place)
+            expect(accepted(this, place), f'{signature}: osslsigncode refuses the catalog')
+    (place / 'Sub' / 'Deep.bin').write_bytes(b'')
+    (place / 'new').touch()
+    code, lines = this.tell('catalog', '--dir', place, '--attach', der, *detached)
+    expect(code == 1 and [line.split(':')[0].rpartition('\\')[2] for line in lines] == [
+        'new', 'Deep.bin'], f'a changed folder: {lines}')
+
+
+# --- Time stamps
+
+def openssl(*words):
+    return subprocess.run(['openssl', *words], check=True, capture_output=True).stdout
+
+
+def accepted(this, place):
+    """osslsigncode's opinion on a catalog."""
+    return subprocess.run(['osslsigncode', 'verify', '-in', place / 'patch.cat', '-CAfile',
+                           this.root.certificate, '-TSA-CAfile', this.root.certificate],
+                          capture_output=True, check=False).returncode == 0
+
+
+class Authority(http.server.BaseHTTPRequestHandler):
+    """Stamps what it is asked to; the path of the URL names what is wrong with its answer."""
+
+    def do_POST(self):  # pylint: disable=invalid-name
+        folder, fault = self.server.folder, self.path.strip('/')
+        query, reply = folder / 'query', folder / 'reply'
+        question = self.rfile.read(int(self.headers['Content-Length']))
+        query.write_bytes(question)
+        imprint = question[question.index(b'\x04\x20') + 2:][:32]
+        digest = {'other-nonce': imprint, 'other-data': bytes(32)}.get(fault)
+        if digest:
+            openssl('ts', '-query', '-digest', digest.hex(), '-sha256', '-cert', '-out', query)
+        settings = folder / f'{fault}.conf'
+        openssl('ts', '-reply', '-config', settings if settings.exists() else folder / 'good.conf',
+                '-queryfile', query, '-out', reply)
+        body = reply.read_bytes()
+        if fault == 'byte-changed':
+            body = body[:-1] + bytes([body[-1] ^ 1])
+        elif fault == 'long':
+            body += bytes(2 << 20)
+        elif fault == 'not-for-stamps':
+            body = self.resigned(folder, reply)
+        self.send_response(503 if fault == 'busy' else 200)
+        self.end_headers()
+        self.wfile.write(body)
+
+    @staticmethod
+    def resigned(folder, reply):
+        """The same answer, signed by somebody whose certificate is for code."""
+        token, info = folder / 'stamp-token', folder / 'stamp-info'
+        openssl('ts', '-reply', '-in', reply, '-token_out', '-out', token)
+        openssl('cms', '-verify', '-noverify', '-inform', 'DER', '-in', token, '-out', info)
+        openssl('cms', '-sign', '-cades', '-binary', '-nodetach', '-outform', 'DER', '-econtent_type',
+                'id-smime-ct-TSTInfo', '-signer', folder / 'publisher.pem', '-inkey',
+                folder / 'publisher.key', '-in', info, '-out', token)
+        content = bytes.fromhex('3003020100') + token.read_bytes()
+        return b'\x30\x82' + len(content).to_bytes(2, 'big') + content
+
+    def log_message(self, *_):
+        pass
+
+
+@contextlib.contextmanager
+def authority(this):
+    """The address of an authority that the machine trusts."""
+    for name, days, digest in (('good', '20', 'sha256'), ('old', '-1', 'sha256'),
+                               ('refusing', '20', 'sha512')):
+        certificate, key = this.root.issue(f'stamper-{name}', '/O=Example/CN=Stamper',
+                                           'timeStamping', days=days)
+        (this.folder / f'{name}.conf').write_text(f"""[tsa]
+default_tsa = t
+[t]
+serial = {this.folder}/stamp-serial
+signer_cert = {certificate}
+signer_key = {key}
+certs = {this.root.certificate}
+signer_digest = sha256
+ess_cert_id_alg = sha256
+default_policy = 1.2.3.4
+digests = {digest}
+""")
+    with http.server.HTTPServer(('127.0.0.1', 0), Authority) as server:
+        server.folder = this.folder
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        try:
+            yield f'http://127.0.0.1:{server.server_port}/'
+        finally:
+            server.shutdown()
+            thread.join()
+
+
+def bad_stamps(this, folder):
+    """Whatever an authority answers but a good stamp leaves the old catalog in place."""
+    place = this.patch_folder(folder)
+    (place / 'patch.cat').write_text('old')
+    with authority(this) as address:
+        for fault, words in (
+                ('other-nonce', 'nonce mismatch'), ('other-data', 'message imprint mismatch'),
+                ('byte-changed', 'no good time stamp'), ('refusing', 'rejection'),
+                ('old', 'certificate has expired'), ('not-for-stamps', 'purpose'),
+                ('long', 'failed with 0x800C0008'), ('busy', 'failed with 0x800C0007')):
+            code, lines = this.catalog(place, '--timestamp', address + fault)
+            expect(code == 1 and len(lines) == 1 and words in lines[0], f'{fault}: {code} {lines}')
+    for url, words in ((address, 'takes no connection'), ('ftp://127.0.0.1/', 'no address of http'),
+                       ('http://', 'no address of http')):
+        code, lines = this.catalog(place, '--timestamp', url)
+        expect(code == 1 and len(lines) == 1 and words in lines[0], f'{url}: {code} {lines}')
+    expect((place / 'patch.cat').read_text() == 'old', 'the old catalog is gone')
+    expect(sorted(os.listdir(place)) == ['Sub', 'fix.tlx', 'patch.cat'], 'a draft is left')
+
+
+def short_lived(this, seconds):
+    """A certificate of the publisher's that expires soon, and when."""
+    end = int(time.time()) + seconds
+    (this.folder / 'ca.conf').write_text(f"""[ca]
+default_ca = d
+[d]
+database = {this.folder}/index.txt
+new_certs_dir = {this.folder}
+rand_serial = yes
+default_md = sha256
+policy = p
+unique_subject = no
+[p]
+countryName = optional
+organizationName = optional
+commonName = supplied
+[e]
+keyUsage = critical, digitalSignature
+extendedKeyUsage = codeSigning
+""")
+    (this.folder / 'index.txt').write_text('')
+    request, certificate = this.folder / 'short.csr', this.folder / 'short.pem'
+    openssl('req', '-new', '-key', this.publisher[1], '-subj', world.PUBLISHER, '-out', request)
+    openssl('ca', '-batch', '-notext', '-config', this.folder / 'ca.conf', '-extensions', 'e', '-cert',
+            this.root.certificate, '-keyfile', this.root.folder / 'root.key', '-enddate',
+            time.strftime('%Y%m%d%H%M%SZ', time.gmtime(end)), '-in', request, '-out', certificate)
+    return (certificate, this.publisher[1]), end
+
+
+def outlives(this, folder):
+    """A stamped catalog is good after its certificate's end; one without a stamp isn't."""
+    stamped = this.patch_folder(folder)
+    with authority(this) as address:
+        for seconds in (3, 12, 48):  # on a slow host it may be over before it has signed
+            signer, end = short_lived(this, seconds)
+            code, lines = this.catalog(stamped, '--timestamp', address, signer=signer)
+            late = shutil.copytree(stamped, folder / 'late', dirs_exist_ok=True)
+            if code == 0 and this.catalog(late, signer=signer)[0] == 0:
+                break
+        expect(code == 0 and not lines, f'{code} {lines}')
+        plain = shutil.copytree(late, folder / 'plain')
+        code, lines = this.tell('catalog', '--dir', late, '--attach', late / 'patch.cat',
+                                '--timestamp', address)
+    gates.wait_until(lambda: time.time() > end + 1, 'the certificate does not expire')
+    for place, is_good in ((stamped, True), (late, code == 0), (plain, False)):
+        this.expect_run(folder, place, -3 if is_good else 323)
+        expect(accepted(this, place) == is_good, f'osslsigncode thinks otherwise of {place}')
+
+
 ROWS = {'catalog/names': names, 'catalog/not-files': not_files, 'catalog/signers': signers,
-        'token': token}
+        'token': token,
+        'elsewhere': elsewhere, 'stamp/bad': bad_stamps, 'stamp/outlives': outlives}
 
 
 def main():

@@ -26,6 +26,10 @@ void AppendArc(std::string* content, std::uint32_t arc) {
 
 }  // namespace
 
+std::string_view View(std::span<const std::byte> bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
 std::string Element(Tag tag, std::string_view content) {
   std::string element(1, static_cast<char>(tag));
   std::string length = BigEndian(content.size());
@@ -54,6 +58,11 @@ std::string SetOf(Tag tag, std::vector<std::string> elements) {
   return Element(tag, content);
 }
 
+std::string_view ContentOf(std::string_view element) {
+  const auto length = static_cast<unsigned char>(element[1]);
+  return element.substr(length < 0x80 ? 2 : 2 + (length & 0x7F));
+}
+
 std::string Integer(std::uint32_t value) {
   std::string bytes = BigEndian(value);
   if ((bytes.front() & 0x80) != 0) {
@@ -77,6 +86,10 @@ std::string ObjectId(std::string_view dotted) {
 
 std::string Algorithm(std::string_view dotted) {
   return Sequence({ObjectId(dotted), Element(Tag::Null, {})});
+}
+
+std::string Attribute(std::string_view type, std::string_view value) {
+  return Sequence({ObjectId(type), Element(Tag::Set, value)});
 }
 
 std::string BmpText(Tag tag, cvn::StringView text) {

@@ -53,7 +53,10 @@ class OptionParser {
       }
       arguments = arguments.subspan(taken);
     }
-    return HasAllRequired() ? ParseOutcome::Run : ParseOutcome::BadUsage;
+    if (HasAllRequired() && command_.faultOf != nullptr) {
+      *problem_ = command_.faultOf(*options_);
+    }
+    return problem_->Empty() ? ParseOutcome::Run : ParseOutcome::BadUsage;
   }
 
  private:

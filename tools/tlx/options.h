@@ -51,6 +51,8 @@ struct CommandSpec {
   std::span<const OptionSpec> options;
   int (*run)(const Options& options);  // returns the exit code
   std::span<const OperandSpec> operands = {};
+  // What is wrong with the options together, for the user; empty for nothing.
+  cvn::String (*faultOf)(const Options& options) = nullptr;
 };
 
 enum class ParseOutcome { Run, Help, BadUsage };

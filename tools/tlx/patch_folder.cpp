@@ -9,6 +9,7 @@
 #include "platform/file_digest.h"
 #include "platform/name_fold.h"
 #include "platform/paths.h"
+#include "support/containers.h"
 #include "support/format.h"
 #include "support/numbers.h"
 #include "tools/tlx/messages.h"

@@ -1,12 +1,13 @@
 #include "tools/tlx/trust_list.h"
 
 #include <openssl/rand.h>
-#include <openssl/sha.h>
 
 #include <array>
 #include <ctime>
+#include <memory>
 
 #include "platform/openssl.h"
+#include "support/containers.h"
 #include "support/format.h"
 #include "tools/tlx/der_writer.h"
 
@@ -14,6 +15,7 @@ namespace tlx {
 namespace {
 
 using der::Algorithm;
+using der::Attribute;
 using der::BmpText;
 using der::Element;
 using der::Integer;
@@ -21,22 +23,9 @@ using der::ObjectId;
 using der::Sequence;
 using der::SetOf;
 using der::Tag;
-using platform::AsUnsigned;
-using platform::Bytes;
-using platform::Decoded;
+using der::View;
 using platform::Encoded;
 using platform::OpenSsl;
-
-constexpr char kTrustList[] = "1.3.6.1.4.1.311.10.1";  // szOID_CTL
-constexpr char kSha256[] = "2.16.840.1.101.3.4.2.1";
-
-std::string_view View(std::span<const std::byte> bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
-std::string Attribute(std::string_view type, std::string_view value) {
-  return Sequence({ObjectId(type), Element(Tag::Set, value)});
-}
 
 // --- The list
 
@@ -53,7 +42,7 @@ std::string IndirectData(const ListedFile& file) {
                                          Element(Tag::Context0, ObsoleteLink())})})
                    : Sequence({ObjectId("1.3.6.1.4.1.311.2.1.25"), ObsoleteLink()});
   const std::string digest =
-      Sequence({Algorithm(kSha256), Element(Tag::OctetString, View(file.digest))});
+      Sequence({Algorithm(der::kSha256), Element(Tag::OctetString, View(file.digest))});
   return Attribute("1.3.6.1.4.1.311.2.1.4", Sequence({what, digest}));
 }
 
@@ -104,105 +93,69 @@ std::string Subject(const ListedFile& file, const cvn::String& tag) {
 // Now, as UTCTime up to 2049 and GeneralizedTime from then on.
 std::string Now() {
   const OpenSsl<ASN1_TIME> time(ASN1_TIME_set(nullptr, std::time(nullptr)));
-  if (time == nullptr) {
-    return {};
+  return time == nullptr ? std::string() : std::string(View(Encoded<i2d_ASN1_TIME>(time.get())));
+}
+
+struct FreeElements {
+  void operator()(ASN1_SEQUENCE_ANY* it) const { sk_ASN1_TYPE_pop_free(it, ASN1_TYPE_free); }
+};
+
+// The elements in a SEQUENCE, which is the whole of `bytes`. Nothing when it is malformed.
+std::optional<std::vector<std::string>> ElementsIn(std::string_view bytes) {
+  const auto* at = reinterpret_cast<const unsigned char*>(bytes.data());
+  const auto* end = at + bytes.size();
+  const std::unique_ptr<ASN1_SEQUENCE_ANY, FreeElements> parsed(
+      d2i_ASN1_SEQUENCE_ANY(nullptr, &at, static_cast<long>(bytes.size())));
+  if (parsed == nullptr || at != end) {
+    return std::nullopt;
   }
-  return std::string(View(Encoded<i2d_ASN1_TIME>(time.get())));
+  std::vector<std::string> elements;
+  for (int i = 0; i < sk_ASN1_TYPE_num(parsed.get()); ++i) {
+    elements.emplace_back(View(Encoded<i2d_ASN1_TYPE>(sk_ASN1_TYPE_value(parsed.get(), i))));
+  }
+  return elements;
 }
 
 }  // namespace
 
-std::string BuildTrustList(std::span<const ListedFile> files) {
+std::optional<ListOrigin> MakeOrigin() {
   std::array<unsigned char, 16> identifier{};
-  const std::string now = Now();
-  if (now.empty() || RAND_bytes(identifier.data(), static_cast<int>(identifier.size())) != 1) {
-    return {};
+  ListOrigin origin;
+  origin.time = Now();
+  if (origin.time.empty() ||
+      RAND_bytes(identifier.data(), static_cast<int>(identifier.size())) != 1) {
+    return std::nullopt;
   }
+  origin.identifier = Element(Tag::OctetString, View(std::as_bytes(std::span(identifier))));
+  return origin;
+}
+
+std::vector<std::string> EncodeEntries(std::span<const ListedFile> files) {
   TagMaker tags;
-  std::string subjects;
+  std::vector<std::string> entries;
   for (const ListedFile& file : files) {
-    subjects.append(Subject(file, tags.Make(file.digest)));
+    entries.push_back(Subject(file, tags.Make(file.digest)));
   }
-  return Sequence({Sequence({ObjectId("1.3.6.1.4.1.311.12.1.1")}),
-                   Element(Tag::OctetString, View(std::as_bytes(std::span(identifier)))), now,
-                   Algorithm("1.3.6.1.4.1.311.12.1.2"), Element(Tag::Sequence, subjects)});
+  return entries;
 }
 
-// --- The signature
-
-namespace {
-
-// The content of an element: what is behind its tag and its length.
-std::string_view ContentOf(std::string_view element) {
-  const auto length = static_cast<unsigned char>(element[1]);
-  return element.substr(length < 0x80 ? 2 : 2 + (length & 0x7F));
+std::string BuildTrustList(const TrustList& list) {
+  std::string entries;
+  for (const std::string& entry : list.entries) {
+    entries.append(entry);
+  }
+  return Sequence({Sequence({ObjectId("1.3.6.1.4.1.311.12.1.1")}), list.origin.identifier,
+                   list.origin.time, Algorithm("1.3.6.1.4.1.311.12.1.2"),
+                   Element(Tag::Sequence, entries)});
 }
 
-std::vector<std::string> SignedAttributes(std::string_view list) {
-  std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
-  const std::string_view content = ContentOf(list);
-  SHA256(AsUnsigned(std::as_bytes(std::span(content))), content.size(), digest.data());
-  return {Attribute("1.2.840.113549.1.9.3", ObjectId(kTrustList)),
-          Attribute("1.2.840.113549.1.9.4",
-                    Element(Tag::OctetString, View(std::as_bytes(std::span(digest))))),
-          // SPC_SP_OPUS_INFO: the program's name and address, neither of which is given.
-          Attribute("1.3.6.1.4.1.311.2.1.12", Sequence({})),
-          // SPC_STATEMENT_TYPE: an individual publisher, which signing tools write for all.
-          Attribute("1.3.6.1.4.1.311.2.1.11", Sequence({ObjectId("1.3.6.1.4.1.311.2.1.21")}))};
-}
-
-std::string SignatureOver(std::string_view bytes, EVP_PKEY* key) {
-  const OpenSsl<EVP_MD_CTX> context(EVP_MD_CTX_new());
-  const auto* data = AsUnsigned(std::as_bytes(std::span(bytes)));
-  std::size_t size = 0;
-  if (context == nullptr ||
-      EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key) != 1 ||
-      EVP_DigestSign(context.get(), nullptr, &size, data, bytes.size()) != 1) {
-    return {};
+std::optional<TrustList> ParseTrustList(std::string_view content) {
+  auto parts = ElementsIn(Element(Tag::Sequence, content));
+  auto entries = parts && parts->size() == 5 ? ElementsIn(parts->back()) : std::nullopt;
+  if (!entries) {
+    return std::nullopt;
   }
-  std::string signature(size, '\0');
-  if (EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size, data,
-                     bytes.size()) != 1) {
-    return {};
-  }
-  signature.resize(size);
-  return signature;
-}
-
-// The issuer and the serial number that name a certificate. Empty when it can't be read.
-std::string NameOfCertificate(std::span<const std::byte> der) {
-  const auto certificate = Decoded<d2i_X509>(der);
-  if (certificate == nullptr) {
-    return {};
-  }
-  const Bytes issuer = Encoded<i2d_X509_NAME>(X509_get_issuer_name(certificate.get()));
-  const Bytes serial = Encoded<i2d_ASN1_INTEGER>(X509_get0_serialNumber(certificate.get()));
-  return issuer.empty() || serial.empty() ? std::string() : Sequence({View(issuer), View(serial)});
-}
-
-}  // namespace
-
-std::string SignTrustList(std::string_view list,
-                          const cvn::List<std::vector<std::byte>>& certificates, EVP_PKEY* key) {
-  const std::vector<std::string> attributes = SignedAttributes(list);
-  // What is signed has a SET's own tag.
-  const std::string signature = SignatureOver(SetOf(Tag::Set, attributes), key);
-  const std::string signerName = NameOfCertificate(certificates.front());
-  if (signature.empty() || signerName.empty()) {
-    return {};
-  }
-  std::vector<std::string> certificateSet;
-  for (const std::vector<std::byte>& certificate : certificates) {
-    certificateSet.emplace_back(View(certificate));
-  }
-  const std::string signer =
-      Sequence({Integer(1), signerName, Algorithm(kSha256), SetOf(Tag::Context0, attributes),
-                Algorithm("1.2.840.113549.1.1.1"), Element(Tag::OctetString, signature)});
-  const std::string signedData =
-      Sequence({Integer(1), Element(Tag::Set, Algorithm(kSha256)),
-                Sequence({ObjectId(kTrustList), Element(Tag::Context0, list)}),
-                SetOf(Tag::Context0, std::move(certificateSet)), Element(Tag::Set, signer)});
-  return Sequence({ObjectId("1.2.840.113549.1.7.2"), Element(Tag::Context0, signedData)});
+  return TrustList{{std::move((*parts)[1]), std::move((*parts)[2])}, std::move(*entries)};
 }
 
 }  // namespace tlx

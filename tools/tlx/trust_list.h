@@ -1,15 +1,14 @@
-// A catalog's content, the list of files, and the signature over it. The form is that of catalogs
-// which Windows itself makes: the first version's list, with SHA-256 digests.
+// A catalog's content, the list of files. The form is that of catalogs which Windows itself makes:
+// the first version's list, with SHA-256 digests.
 #pragma once
 
-#include <openssl/types.h>
-
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "support/containers.h"
 #include "support/string.h"
 
 namespace tlx {
@@ -20,11 +19,28 @@ struct ListedFile {
   bool isImage = false;           // a PE image
 };
 
-// The list of `files`, in their order. Empty when OpenSSL gives no random bytes or no time.
-std::string BuildTrustList(std::span<const ListedFile> files);
+// What a list has of its own, whatever it lists. Both are elements in DER.
+struct ListOrigin {
+  std::string identifier;
+  std::string time;  // when it was made
+};
 
-// The list, signed. `certificates` are in DER form, the signer's first. Empty when OpenSSL fails.
-std::string SignTrustList(std::string_view list,
-                          const cvn::List<std::vector<std::byte>>& certificates, EVP_PKEY* key);
+struct TrustList {
+  ListOrigin origin;
+  std::vector<std::string> entries;  // elements in DER, one a file
+};
+
+// A new identifier, and the present time. Nothing when OpenSSL gives no random bytes or no time.
+std::optional<ListOrigin> MakeOrigin();
+
+// The entries of `files`, in their order.
+std::vector<std::string> EncodeEntries(std::span<const ListedFile> files);
+
+// The list as one element in DER.
+std::string BuildTrustList(const TrustList& list);
+
+// Undoes BuildTrustList, of the element's content. What a list holds besides the above is lost, so
+// that only building it again tells whether it was the same. Nothing when the content is malformed.
+std::optional<TrustList> ParseTrustList(std::string_view content);
 
 }  // namespace tlx
