@@ -17,10 +17,9 @@ struct PostRequest {
   std::size_t largestReply;  // in bytes; a longer one is a failure
 };
 
-// Sends a body, and gives that of the reply. Takes no more than a minute, and follows no redirect.
-// Gives an HRESULT as DownloadToFile does: 0, or a negative number such as 0x800C0005 (no such
-// server), 0x800C0007 (another status than 200) or 0x800C0008 (the reply is too long).
-// 0x80070032 on Windows, which asks no servers yet.
+// Sends a body, and gives that of the reply. Takes no more than a minute or so, and follows no
+// redirect. Gives an HRESULT: 0, or a TransferResult, of which DataNotAvailable is another status
+// than 200, and DownloadFailure a reply that is too long.
 std::int32_t Post(const PostRequest& request, std::string* reply);
 
 }  // namespace platform

@@ -23,7 +23,8 @@ bool Load(CurlLibrary* curl) {
          Bind(library, "curl_easy_perform", &curl->easyPerform) &&
          Bind(library, "curl_free", &curl->free) &&
          Bind(library, "curl_slist_append", &curl->slistAppend) &&
-         Bind(library, "curl_slist_free_all", &curl->slistFreeAll) && Bind(library, "curl_url", &curl->url) &&
+         Bind(library, "curl_slist_free_all", &curl->slistFreeAll) &&
+         Bind(library, "curl_url", &curl->url) &&
          Bind(library, "curl_url_cleanup", &curl->urlCleanup) &&
          Bind(library, "curl_url_get", &curl->urlGet) &&
          Bind(library, "curl_url_set", &curl->urlSet) &&

@@ -14,37 +14,37 @@ constexpr long kSilentSeconds = 60;
 
 struct Meaning {
   CURLcode code;
-  Result result;
+  TransferResult result;
 };
 
 constexpr Meaning kMeanings[] = {
-    {CURLE_URL_MALFORMAT, Result::InvalidUrl},
-    {CURLE_UNSUPPORTED_PROTOCOL, Result::UnknownProtocol},
-    {CURLE_COULDNT_RESOLVE_HOST, Result::ResourceNotFound},
-    {CURLE_COULDNT_RESOLVE_PROXY, Result::ResourceNotFound},
-    {CURLE_COULDNT_CONNECT, Result::CannotConnect},
-    {CURLE_OPERATION_TIMEDOUT, Result::ConnectionTimeout},
-    {CURLE_TOO_MANY_REDIRECTS, Result::RedirectFailed},
-    {CURLE_LOGIN_DENIED, Result::AuthenticationRequired},
-    {CURLE_REMOTE_ACCESS_DENIED, Result::ObjectNotFound},
-    {CURLE_REMOTE_FILE_NOT_FOUND, Result::ObjectNotFound},
-    {CURLE_FTP_COULDNT_RETR_FILE, Result::ObjectNotFound},
-    {CURLE_SSL_CONNECT_ERROR, Result::SecurityProblem},
-    {CURLE_SSL_CACERT_BADFILE, Result::SecurityProblem},
-    {CURLE_PEER_FAILED_VERIFICATION, Result::InvalidCertificate},
-    {CURLE_OUT_OF_MEMORY, Result::OutOfMemory},
+    {CURLE_URL_MALFORMAT, TransferResult::InvalidUrl},
+    {CURLE_UNSUPPORTED_PROTOCOL, TransferResult::UnknownProtocol},
+    {CURLE_COULDNT_RESOLVE_HOST, TransferResult::ResourceNotFound},
+    {CURLE_COULDNT_RESOLVE_PROXY, TransferResult::ResourceNotFound},
+    {CURLE_COULDNT_CONNECT, TransferResult::CannotConnect},
+    {CURLE_OPERATION_TIMEDOUT, TransferResult::ConnectionTimeout},
+    {CURLE_TOO_MANY_REDIRECTS, TransferResult::RedirectFailed},
+    {CURLE_LOGIN_DENIED, TransferResult::AuthenticationRequired},
+    {CURLE_REMOTE_ACCESS_DENIED, TransferResult::ObjectNotFound},
+    {CURLE_REMOTE_FILE_NOT_FOUND, TransferResult::ObjectNotFound},
+    {CURLE_FTP_COULDNT_RETR_FILE, TransferResult::ObjectNotFound},
+    {CURLE_SSL_CONNECT_ERROR, TransferResult::SecurityProblem},
+    {CURLE_SSL_CACERT_BADFILE, TransferResult::SecurityProblem},
+    {CURLE_PEER_FAILED_VERIFICATION, TransferResult::InvalidCertificate},
+    {CURLE_OUT_OF_MEMORY, TransferResult::OutOfMemory},
 };
 
-Result ResultOfStatus(long status) {
+TransferResult ResultOfStatus(long status) {
   switch (status) {
     case 401:
     case 407:
-      return Result::AuthenticationRequired;
+      return TransferResult::AuthenticationRequired;
     case 404:
     case 410:
-      return Result::ObjectNotFound;
+      return TransferResult::ObjectNotFound;
     default:
-      return Result::DataNotAvailable;
+      return TransferResult::DataNotAvailable;
   }
 }
 
@@ -75,11 +75,11 @@ std::int32_t ReadUrl(cvn::StringView text, CURLU* url, bool* isSecure) {
   const CURLUcode code =
       Curl().urlSet(url, CURLUPART_URL, bytes.c_str(), CURLU_URLENCODE | CURLU_NON_SUPPORT_SCHEME);
   if (code == CURLUE_BAD_SCHEME || code == CURLUE_UNSUPPORTED_SCHEME) {
-    return NumberOf(Result::UnknownProtocol);
+    return NumberOf(TransferResult::UnknownProtocol);
   }
   char* scheme = nullptr;
   if (code != CURLUE_OK || Curl().urlGet(url, CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK) {
-    return NumberOf(Result::InvalidUrl);
+    return NumberOf(TransferResult::InvalidUrl);
   }
   const std::unique_ptr<char, FreeText> owner(scheme);
   *isSecure = std::string_view(scheme) == "https";
@@ -105,12 +105,12 @@ void CurlTransfer::Deleter::operator()(CURLU* url) const { Curl().urlCleanup(url
 
 std::int32_t CurlTransfer::Open(cvn::StringView url, const char* protocols) {
   if (CurlLibrary::Get() == nullptr) {
-    return NumberOf(Result::DownloadFailure);
+    return NumberOf(TransferResult::DownloadFailure);
   }
   url_.reset(Curl().url());
   transfer_.reset(Curl().easyInit());
   if (url_ == nullptr || transfer_ == nullptr) {
-    return NumberOf(Result::OutOfMemory);
+    return NumberOf(TransferResult::OutOfMemory);
   }
   const std::int32_t read = ReadUrl(url, url_.get(), &isSecure_);
   if (read != 0) {
@@ -150,7 +150,7 @@ std::int32_t CurlTransfer::ResultOfTransfer(CURLcode code) const {
   Curl().easyGetinfo(transfer_.get(), CURLINFO_REDIRECT_COUNT, &redirects);
   const bool isUrlBad = code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_URL_MALFORMAT;
   if (isUrlBad && redirects > 0) {
-    return NumberOf(Result::RedirectFailed);
+    return NumberOf(TransferResult::RedirectFailed);
   }
   if (code == CURLE_HTTP_RETURNED_ERROR) {
     return NumberOf(ResultOfStatus(Status()));
@@ -160,7 +160,7 @@ std::int32_t CurlTransfer::ResultOfTransfer(CURLcode code) const {
       return NumberOf(meaning.result);
     }
   }
-  return NumberOf(Result::DownloadFailure);
+  return NumberOf(TransferResult::DownloadFailure);
 }
 
 }  // namespace platform::posix

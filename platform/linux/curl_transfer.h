@@ -11,36 +11,18 @@
 #include <memory>
 #include <span>
 
+#include "platform/fetch.h"
 #include "platform/linux/curl_library.h"
 #include "support/string.h"
 
 namespace platform::posix {
-
-// What urlmon documents for a cause ("URL Moniker Error Codes").
-enum class Result : std::uint32_t {
-  InvalidUrl = 0x800C0002,
-  CannotConnect = 0x800C0004,
-  ResourceNotFound = 0x800C0005,
-  ObjectNotFound = 0x800C0006,
-  DataNotAvailable = 0x800C0007,
-  DownloadFailure = 0x800C0008,
-  AuthenticationRequired = 0x800C0009,
-  ConnectionTimeout = 0x800C000B,
-  UnknownProtocol = 0x800C000D,
-  SecurityProblem = 0x800C000E,
-  RedirectFailed = 0x800C0014,
-  InvalidCertificate = 0x800C0019,
-  OutOfMemory = 0x8007000E,
-};
-
-inline std::int32_t NumberOf(Result result) { return static_cast<std::int32_t>(result); }
 
 class CurlTransfer {
  public:
   // Takes what the server sends; gives 0, or the result that ends the transfer.
   using Sink = std::function<std::int32_t(std::span<const std::byte>)>;
 
-  // Prepares a transfer of `url` by one of the protocols, "http,https". 0, or a Result.
+  // Prepares a transfer of `url` by one of the protocols, "http,https". 0, or a TransferResult.
   std::int32_t Open(cvn::StringView url, const char* protocols);
   // The rest is for an open one.
   bool IsSecure() const { return isSecure_; }
@@ -48,7 +30,7 @@ class CurlTransfer {
   void Set(CURLoption option, Value value) {
     CurlLibrary::Get()->easySetopt(transfer_.get(), option, value);
   }
-  // 0, a Result, or what the sink gave.
+  // 0, a TransferResult, or what the sink gave.
   std::int32_t Perform(const Sink& sink);
   // The status of the server's answer.
   long Status() const;

@@ -17,9 +17,6 @@
 namespace platform {
 namespace {
 
-using posix::NumberOf;
-using posix::Result;
-
 constexpr long kMostRedirects = 10;
 
 std::int32_t FetchFromServer(cvn::StringView url, files::File* target) {
@@ -88,7 +85,7 @@ std::int32_t FetchFile(cvn::StringView path, files::File* target) {
   Code code = files::Open(path, files::Access::Read, files::Share::Read,
                           files::Disposition::OpenExisting, &source);
   if (code == kFileNotFound || code == kPathNotFound) {
-    return NumberOf(Result::ResourceNotFound);
+    return NumberOf(TransferResult::ResourceNotFound);
   }
   std::array<std::byte, 65536> buffer;
   std::size_t count = 1;

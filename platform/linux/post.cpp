@@ -5,9 +5,6 @@
 namespace platform {
 namespace {
 
-using posix::NumberOf;
-using posix::Result;
-
 constexpr long kMostSeconds = 60;
 constexpr long kStatusOk = 200;
 
@@ -27,7 +24,7 @@ std::int32_t Post(const PostRequest& request, std::string* reply) {
   const std::unique_ptr<curl_slist, FreeHeaders> headers(
       posix::CurlLibrary::Get()->slistAppend(nullptr, type.c_str()));
   if (headers == nullptr) {
-    return NumberOf(Result::OutOfMemory);
+    return NumberOf(TransferResult::OutOfMemory);
   }
   transfer.Set(CURLOPT_HTTPHEADER, headers.get());
   transfer.Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
@@ -36,9 +33,9 @@ std::int32_t Post(const PostRequest& request, std::string* reply) {
   reply->clear();
   const std::int32_t result = transfer.Perform([&](std::span<const std::byte> bytes) {
     reply->append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return reply->size() > request.largestReply ? NumberOf(Result::DownloadFailure) : 0;
+    return reply->size() > request.largestReply ? NumberOf(TransferResult::DownloadFailure) : 0;
   });
-  return result == 0 && transfer.Status() != kStatusOk ? NumberOf(Result::DataNotAvailable)
+  return result == 0 && transfer.Status() != kStatusOk ? NumberOf(TransferResult::DataNotAvailable)
                                                        : result;
 }
 

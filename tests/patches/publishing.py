@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
-"""What a publisher does with tlx on a Linux host, and what the gates then say to the outcome.
+"""What a publisher does with tlx, and what the gates then say to the outcome.
 
     publishing.py --linux TESSEL --tlx TLX --key PEM --json OUT [--filter GLOB] [-v]
+                  [--windows TLX_EXE [--wine wine]]
 
---json gets what that of run.py does.
+--json gets what that of run.py does. What the program of Windows does, it does under Wine.
 """
 
 import argparse
 import contextlib
+import copy
 import fnmatch
 import http.server
 import os
@@ -35,11 +37,12 @@ class Publisher(world.World):
     def __init__(self, options, folder):
         super().__init__(options.linux, options.tlx, options.key, folder)
         self.machine = self.make_machine(folder / 'machine')
+        self.program = [self.tlx]
 
     def tell(self, *words, **how):
         """What a call of tlx ends with and says, one call after the other."""
         # In a session of its own there is no terminal on which to ask.
-        done = subprocess.run([self.tlx, *words], capture_output=True, timeout=world.TIME_LIMIT,
+        done = subprocess.run([*self.program, *words], capture_output=True, timeout=world.TIME_LIMIT,
                               stdin=subprocess.DEVNULL, start_new_session=True, check=False, **how)
         expect(not done.stdout, f'tlx wrote to standard output: {done.stdout}')
         return done.returncode, done.stderr.decode().splitlines()
@@ -90,6 +93,7 @@ def not_files(this, folder):
     """What is no regular file is told, without waiting for anybody, and --force doesn't help."""
     place = this.patch_folder(folder)
     os.mkfifo(place / 'pipe')
+    (place / 'patch.cat.0123abcd.tmp').touch()
     for name, target in (('file', 'fix.tlx'), ('folder', 'Sub'), ('patch.cat', 'nowhere')):
         (place / name).symlink_to(target)
     for more in ((), ('--force',)):
@@ -99,6 +103,8 @@ def not_files(this, folder):
                 ('file', 'it is a link; a run takes only files themselves'),
                 ('folder', 'it is a link; a run takes only files themselves'),
                 ('patch.cat', 'it is a link; a run takes only files themselves'),
+                ('patch.cat.0123abcd.tmp', 'it is left of a catalog that was never finished; '
+                                           'remove it'),
                 ('pipe', 'it is no regular file, and no run takes it'))], f'{code} {lines}')
 
 
@@ -412,11 +418,27 @@ ROWS = {'catalog/names': names, 'catalog/not-files': not_files, 'catalog/signers
         'elsewhere': elsewhere, 'stamp/bad': bad_stamps, 'stamp/outlives': outlives}
 
 
+# Wine shows neither names that Windows can't have nor links, and the program reaches no token.
+WINDOWS_ROWS = ('elsewhere', 'stamp/bad')
+
+
+def all_rows(publisher, options):
+    for row, action in ROWS.items():
+        yield row, action, publisher
+    if options.windows:
+        under_wine = copy.copy(publisher)
+        under_wine.program = [options.wine, options.windows]
+        for row in WINDOWS_ROWS:
+            yield f'windows/{row}', ROWS[row], under_wine
+
+
 def main():
     parser = argparse.ArgumentParser(description='Publishes patches.')
     parser.add_argument('--linux', required=True, metavar='TESSEL')
     parser.add_argument('--tlx', required=True)
     parser.add_argument('--key', required=True, metavar='PEM')
+    parser.add_argument('--windows', metavar='TLX_EXE')
+    parser.add_argument('--wine', default='wine')
     parser.add_argument('--json', metavar='OUT')
     parser.add_argument('--filter', default='*', metavar='GLOB')
     parser.add_argument('-v', action='store_true')
@@ -426,17 +448,17 @@ def main():
     with tempfile.TemporaryDirectory(prefix='tessel-publishing.') as name:
         root = pathlib.Path(name).resolve()
         publisher = Publisher(options, root)
-        for row, action in ROWS.items():
+        for row, action, actor in all_rows(publisher, options):
             if not fnmatch.fnmatchcase(row, options.filter):
                 continue
             if row == 'token' and not os.path.exists(SOFTHSM):
                 skipped += 1
-            else:
-                folder = root / row.replace('/', '.')
-                folder.mkdir()
-                outcomes[row] = world.fault_of(lambda: action(publisher, folder))
-                if options.v:
-                    print(f'{"FAILED" if outcomes[row] else "ok":8}{row}', flush=True)
+                continue
+            folder = root / row.replace('/', '.')
+            folder.mkdir()
+            outcomes[row] = world.fault_of(lambda: action(actor, folder))
+            if options.v:
+                print(f'{"FAILED" if outcomes[row] else "ok":8}{row}', flush=True)
     return world.report(outcomes, skipped, options.json)
 
 

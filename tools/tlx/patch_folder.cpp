@@ -67,6 +67,13 @@ class FolderWalk {
     }
   }
 
+  // A catalog that was being written when its writer was killed.
+  static bool IsDraft(cvn::StringView name) {
+    return name.ends_with(u".tmp") && name.size() > kCatalogName.size() &&
+           name[kCatalogName.size()] == u'.' &&
+           cvn::EqualNoCase(name.substr(0, kCatalogName.size()), kCatalogName);
+  }
+
   void Take(const cvn::String& folder, const cvn::String& place, const SearchEntry& entry) {
     cvn::String name = folder;
     if (!name.Empty()) {
@@ -79,6 +86,8 @@ class FolderWalk {
       folders_.push_back(std::move(name));
     } else if (!entry.IsRegular()) {
       exitCode_ = FailOnFile(place, u"it is no regular file, and no run takes it");
+    } else if (IsDraft(name)) {
+      exitCode_ = FailOnFile(place, u"it is left of a catalog that was never finished; remove it");
     } else if (!cvn::EqualNoCase(name, kCatalogName)) {
       files_.emplace_back().name = std::move(name);
     }

@@ -84,20 +84,19 @@ Owned<TS_REQ> MakeRequest(std::string_view signature) {
 }
 
 cvn::String DescribeTransfer(std::int32_t result) {
-  switch (static_cast<std::uint32_t>(result)) {
-    case 0x800C0002:
-    case 0x800C000D:
+  using platform::TransferResult;
+  switch (static_cast<TransferResult>(result)) {
+    case TransferResult::InvalidUrl:
+    case TransferResult::UnknownProtocol:
       return u"it is no address of http or https";
-    case 0x800C0004:
+    case TransferResult::CannotConnect:
       return u"the server takes no connection";
-    case 0x800C0005:
+    case TransferResult::ResourceNotFound:
       return u"there is no such server";
-    case 0x800C0006:
+    case TransferResult::ObjectNotFound:
       return u"the server has nothing there";
-    case 0x800C000B:
+    case TransferResult::ConnectionTimeout:
       return u"the server doesn't answer in time";
-    case 0x80070032:
-      return u"tlx fetches time stamps on Linux only";
     default:
       return cvn::Format(u"it failed with 0x%08X", static_cast<std::uint32_t>(result));
   }
