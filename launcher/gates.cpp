@@ -7,6 +7,7 @@
 #include "platform/catalogs.h"
 #include "platform/files.h"
 #include "platform/paths.h"
+#include "platform/process.h"
 #include "platform/streams.h"
 #include "support/format.h"
 #include "trace/trace.h"
@@ -14,6 +15,7 @@
 #include "trust/locations.h"
 #include "trust/path_key.h"
 #include "trust/product.h"
+#include "trust/protected_folder.h"
 
 namespace tessel {
 namespace {
@@ -139,6 +141,8 @@ std::int32_t Gates::PassCatalog(cvn::StringView contentHash) {
   const std::int32_t result = CheckCatalog(Path(), contentHash, &reasonText);
   TraceLine(u"CheckCatalog returned %d", result);
   if (result == kCatalogPassed) {
+    // Where it fails, the programs of the patch don't start.
+    platform::IgnoreError(platform::process::TrustFolder(ProtectedFolderPath()));
     return 0;
   }
   TraceLine(u"CheckCatalog FAILED!");

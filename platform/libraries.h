@@ -54,7 +54,8 @@ bool CanNarrowSearch();
 
 // Loads a library, as LoadLibraryExW, or as LoadLibraryW when the flags are kDefaultSearch. On
 // Linux the path is resolved as any other, a bare name is looked for beside the program, and the
-// flags change nothing. What `library` held is given back. 126 when it, or a library that it
+// flags change nothing; what lies on the machine isn't loaded and gives 193, as for process::Start.
+// What `library` held is given back. 126 when it, or a library that it
 // needs, isn't there; 127 when one of those lacks what it needs of it; 193 when it is no library of
 // this platform.
 Code Load(cvn::StringView path, std::uint32_t flags, Library* library);

@@ -78,8 +78,17 @@ void EnablePrivileges(std::span<const cvn::StringView> names);
 // that it lives on when this process ends, its three streams lead nowhere, and it leaves no zombie
 // whether or not anybody waits. Its environment is the host's, with what environment::Set set over
 // it, but PATH stays the host's and TESSEL_MACHINE names this process's machine. A Windows program
-// gives 193, unless the host knows how to run it.
+// gives 193, unless the host knows how to run it, and so does what lies on the machine, whatever
+// path leads there, and a script whose interpreter does: see TrustFolder, and
+// TESSEL_RUN_VOLUME_PROGRAMS in docs/running-patches.md. One that can't be read gives 5.
 Code Start(cvn::StringView commandLine, cvn::StringView directory, Handle* process);
+
+// Names the folder whose programs and libraries may run though they lie on drive C:, in place of
+// the one named before: every file in it was verified, and no other account can write there. The
+// folder itself is meant, and not what its name leads to later. With an empty name, after a
+// failure, and before the first call there is none. On Windows nothing is to be done, and it
+// succeeds.
+Code TrustFolder(cvn::StringView folder);
 
 // As OpenProcess: 87 when there is no such process, 5 without permission. On Linux any process may
 // be waited for, and the first process and the threads of the kernel can't be ended.

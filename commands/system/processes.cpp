@@ -429,8 +429,10 @@ constinit const CommandFamily kProgramsFamily = {
     .introduction =
         uR"md(
 On Linux the processes are those of the host, and nothing of the machine's Windows runs. `processRun` starts programs of
-the host, also from `C:`, and gives `193` for a Windows program unless the host can run one; a patch that has to succeed
-there too handles `193`. A file needs its execute permission (`5`). `args` is split as Windows programs split it, and
+the host, and gives `193` for a Windows program unless the host can run one; a patch that has to succeed there too
+handles `193`. `193` is also what everything on `C:` gives, for `processEntrypoint` as well, except the files of the patch
+in `%scriptdir%`: the volume that is being serviced may be infected. A file needs its permissions to be executed and
+read (`5`). `args` is split as Windows programs split it, and
 passed on as it is: a program of the host doesn't know paths like `C:\x`, so set `wkdir` and use relative ones. It has
 the host's environment with its `PATH`, and in `TESSEL_MACHINE` the folder that is `C:`; a bare name in `path` is looked
 for as on Windows, so not in the host's `PATH`. A killed program ends by a signal, and so has no exit code. A script's

@@ -14,6 +14,10 @@
 
 namespace platform::posix {
 
+bool IsWithin(std::string_view path, std::string_view folder) {
+  return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 Code FlushFolder(const std::string& folder) {

@@ -2,10 +2,14 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/error.h"
 
 namespace platform::posix {
+
+// Whether a path is that of `folder`, or of something in it. An empty one is the host's root.
+bool IsWithin(std::string_view path, std::string_view folder);
 
 // The folder that `path` lies in, with its slash.
 std::string FolderOf(const std::string& path);

@@ -125,8 +125,8 @@ class Run:
         shutil.copy2('/bin/sh', program)
         return [str(program), '-c', '"$@"; exit $?', 'updater']
 
-    def start(self, command=None, **how):
-        environment = {**os.environ, 'TESSEL_MACHINE': str(self.machine)}
+    def start(self, command=None, environment=(), **how):
+        environment = {**os.environ, 'TESSEL_MACHINE': str(self.machine), **dict(environment)}
         return self.spawn(command or self.command(), environment, **how)
 
     def spawn(self, command, environment, **how):
@@ -469,6 +469,68 @@ def folder_rows():
         this, 'Patch is no longer valid.', 'PatchExpired', created=5)
 
 
+# --- Programs that lie on the machine's volume
+
+TOUCH = '#!/bin/sh\n: >"$1"\n'
+
+
+def make_script(path, text=TOUCH):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text, encoding='ascii')
+    path.chmod(0o755)
+
+
+def plant(this):
+    """What the volume has, and paths that lead there; all but the last few are the volume's."""
+    host, volume = this.folder, this.machine / 'tools'
+    make_script(volume / 'script')
+    shutil.copy2('/bin/touch', volume / 'program')
+    shutil.copy2('/bin/touch', this.machine / 'Windows' / 'System32' / 'regsvr32.exe')
+    (volume / 'out').symlink_to('/bin/touch')
+    (host / 'to-file').symlink_to(volume / 'program')
+    (host / 'to-folder').symlink_to(volume)
+    make_script(host / 'by-volume', f'#!{volume}/program\n')
+    make_script(host / 'by-link', f'#! {host}/to-folder/program -a\n')
+    make_script(host / 'by-script', f'#!{host}/by-volume\n')
+    make_script(host / 'script')
+    drive = world.host_to_drive
+    own = [r'C:\tools\script', r'C:\tools\program', r'C:\tools\out', 'regsvr32', r'%windir%\program',
+           r'machine\tools\script', drive(volume / 'program'), drive(host / 'to-file'),
+           drive(host / 'to-folder' / 'script'), drive(host / 'to-folder' / 'out'),
+           *(drive(host / name) for name in ('by-volume', 'by-link', 'by-script'))]
+    shutil.copy2('/bin/touch', this.machine / 'Windows' / 'program')
+    return own, [drive(host / 'script'), r'Z:\bin\touch', r'%scriptdir%\script', r'%scriptdir%\program']
+
+
+def volume_programs(this, is_allowed):
+    library = this.gates.tessel.parents[1] / 'tests' / 'libraries' / 'entry.dll'
+    own, others = plant(this)
+    shutil.copy2(library, this.machine / 'tools')
+    call = 'entrypoint="Succeed" dllTextArgument="x"'
+    body = ''.join(f'<processRun path="{path}" args="{this.folder}/{number}" waittime="-1"/>'
+                   for number, path in enumerate([*own, *others]))
+    for place in (r'C:\tools', '%scriptdir%'):
+        body += f'<processEntrypoint path="{place}\\entry.dll" {call}/>'
+    shutil.copy2(library, this.place)
+    make_script(this.place / 'script')
+    shutil.copy2('/bin/touch', this.place / 'program')
+    this.external(body=body + '<exit code="3"/>')
+    environment = {'TESSEL_RUN_VOLUME_PROGRAMS': '1'} if is_allowed else {}
+    ended = this.finish(this.start(environment=environment))
+    ends = [line.split(' function end with ')[1] for line in ended.trace if ' function end ' in line]
+    good = "success. err:''"
+    wanted = good if is_allowed else "error. err:'193'"
+    expect(ends == [wanted] * len(own) + [good] * len(others) + [wanted, good], f'{ended}')
+    ran = sorted(int(path.name) for path in this.folder.iterdir() if path.name.isdigit())
+    first = 0 if is_allowed else len(own)
+    expect(ran == list(range(first, len(own) + len(others))), f'these ran: {ran}')
+
+
+def program_rows():
+    yield 'programs/of-the-volume', lambda this: volume_programs(this, False)
+    yield 'programs/of-the-volume-allowed', lambda this: volume_programs(this, True)
+
+
 # --- The instance guard
 
 BUSY = ['Execution of another patch is in progress, could not apply current patch.']
@@ -659,7 +721,7 @@ def wine_rows():
 
 
 def all_rows(options):
-    for rows in (location_rows, machine_rows, catalog_rows, folder_rows, guard_rows, race_rows, spool_rows):
+    for rows in (location_rows, machine_rows, catalog_rows, folder_rows, program_rows, guard_rows, race_rows, spool_rows):
         for name, action, *machine in rows():
             yield name, action, machine[0] if machine else 'machine'
     if options.windows:

@@ -25,6 +25,7 @@ void PreparePlatform() {
   machineFolder = (std::filesystem::temp_directory_path() / "tessel-machine-XXXXXX").string();
   ASSERT_NE(mkdtemp(machineFolder.data()), nullptr);
   ASSERT_EQ(setenv("TESSEL_MACHINE", (machineFolder + "/C").c_str(), 1), 0);
+  ASSERT_EQ(setenv("TESSEL_RUN_VOLUME_PROGRAMS", "1", 1), 0);
   machine::Description description;
   description.product = {.name = u"Ambry Shield",
                          .publisher = u"Ambry",

@@ -140,24 +140,29 @@ bool IsHosts(const std::u16string& folded) {
   return folded == kPath || found == Variables().end() || found->second.setAs.Empty();
 }
 
+// Whether a variable, given by its folded name, is Tessel's own. Neither the script nor what
+// allowed this run something decides on those of a run inside it.
+bool IsTessels(const std::u16string& folded) {
+  return folded == u"TESSEL_MACHINE" || folded == u"TESSEL_RUN_VOLUME_PROGRAMS";
+}
+
 std::vector<std::string> EntriesForChildren() {
-  constexpr std::string_view kMachine = "TESSEL_MACHINE=";
   std::vector<std::string> entries;
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const std::string_view text(*entry);
-    const cvn::String name = posix::ToWide(text.substr(0, text.find('=')));
-    if (!text.starts_with(kMachine) && IsHosts(Folded(name))) {
+    const std::u16string name = Folded(posix::ToWide(text.substr(0, text.find('='))));
+    if (!IsTessels(name) && IsHosts(name)) {
       entries.emplace_back(text);
     }
   }
   for (const auto& [folded, variable] : Variables()) {
-    if (!IsHosts(folded)) {
+    if (!IsTessels(folded) && !IsHosts(folded)) {
       AddEntry(variable.setAs, variable.value, &entries);
     }
   }
   const posix::Machine& machine = posix::Machine::Get();
   if (machine.State() == kSuccess) {
-    entries.push_back(std::string(kMachine) + (machine.Root().empty() ? "/" : machine.Root()));
+    entries.push_back("TESSEL_MACHINE=" + (machine.Root().empty() ? "/" : machine.Root()));
   }
   return entries;
 }

@@ -2,18 +2,15 @@
 
 #include <dlfcn.h>
 #include <elf.h>
-#include <fcntl.h>
 #include <link.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 #include <string>
 #include <string_view>
 
 #include "platform/formats/names.h"
-#include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
+#include "platform/offline/process/program_file.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/paths.h"
 
@@ -54,15 +51,13 @@ cvn::String BesideProgram(cvn::StringView name) {
 }
 
 // Whether the file can be a library here: an ELF shared object for this kind of machine.
-Code CheckImage(const std::string& path) {
-  const posix::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (file.Get() < 0) {
-    return errno == EACCES ? kAccessDenied : kModNotFound;
-  }
+Code CheckImage(const posix::ProgramFile& file) {
   ElfW(Ehdr) header{};
-  if (read(file.Get(), &header, sizeof(header)) != ssize_t{sizeof(header)}) {
+  const std::string head = file.Head(sizeof(header));
+  if (head.size() != sizeof(header)) {
     return kBadExeFormat;
   }
+  std::memcpy(&header, head.data(), sizeof(header));
   const bool isLibrary = std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 &&
                          header.e_ident[EI_CLASS] == ELFCLASS64 &&
                          header.e_ident[EI_DATA] == ELFDATA2LSB && header.e_type == ET_DYN &&
@@ -88,8 +83,14 @@ Code FindFile(cvn::StringView path, std::string* file) {
       kSuccess) {
     return kModNotFound;
   }
-  *file = host.path;
-  return host.IsFolder() ? kAccessDenied : CheckImage(host.path);
+  posix::ProgramFile image;
+  const Code code = host.IsFolder() ? Code(kAccessDenied) : image.Open(host.path);
+  if (code != kSuccess) {
+    return code == kAccessDenied || code == kBadExeFormat ? code : Code(kModNotFound);
+  }
+  // The loader wants the name: beside it lie the libraries that this one needs.
+  *file = image.Path();
+  return CheckImage(image);
 }
 
 struct Search {

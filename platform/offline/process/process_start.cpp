@@ -10,10 +10,10 @@
 
 #include "platform/formats/command_line.h"
 #include "platform/formats/names.h"
-#include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/process_handle.h"
 #include "platform/offline/environment/environment.h"
+#include "platform/offline/process/executable.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/paths.h"
 #include "platform/process.h"
@@ -108,20 +108,13 @@ Code FindFolder(cvn::StringView directory, std::string* folder) {
   return isFolder && access(folder->c_str(), X_OK) == 0 ? kSuccess : kDirectory;
 }
 
-bool IsWindowsProgram(const std::string& program) {
-  char mark[2] = {};
-  const posix::Descriptor file(open(program.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  return file.Get() >= 0 && read(file.Get(), mark, sizeof(mark)) == sizeof(mark) &&
-         mark[0] == 'M' && mark[1] == 'Z';
-}
-
-Code CodeOfStart(int error, const std::string& program) {
+Code CodeOfStart(int error, const posix::Executable& program) {
   switch (error) {
     case ENOEXEC:
     case ELIBBAD:
       return kBadExeFormat;
     case EACCES:  // a Windows program has no need to be marked as one
-      return IsWindowsProgram(program) ? kBadExeFormat : kAccessDenied;
+      return program.IsWindowsProgram() ? kBadExeFormat : kAccessDenied;
     case E2BIG:
       return kFilenameExceedsRange;
     case EAGAIN:
@@ -131,16 +124,21 @@ Code CodeOfStart(int error, const std::string& program) {
   }
 }
 
-// A session of its own, no streams, no other descriptors, and every signal as a new program has it.
+// A session of its own, no streams, no other descriptors but `kept` until it executes, and every
+// signal as a new program has it.
 class Surroundings {
  public:
-  explicit Surroundings(const std::string& folder) {
+  // `kept` closes by itself when the child executes, or is negative.
+  Surroundings(const std::string& folder, int kept) {
     Keep(posix_spawn_file_actions_init(&actions_));
     Keep(posix_spawnattr_init(&attributes_));
     Keep(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
     Keep(posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
     Keep(posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO));
-    Keep(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
+    for (int descriptor = STDERR_FILENO + 1; descriptor < kept; ++descriptor) {
+      Keep(posix_spawn_file_actions_addclose(&actions_, descriptor));
+    }
+    Keep(posix_spawn_file_actions_addclosefrom_np(&actions_, std::max(kept, STDERR_FILENO) + 1));
     if (!folder.empty()) {
       Keep(posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str()));
     }
@@ -183,7 +181,8 @@ void KeepEndedChildren() {
   }
 }
 
-Code Spawn(std::vector<std::string>* arguments, const std::string& folder, Handle* process) {
+Code Spawn(const posix::Executable& program, std::vector<std::string>* arguments,
+           const std::string& folder, Handle* process) {
   KeepEndedChildren();
   std::vector<char*> pointers;
   pointers.reserve(arguments->size() + 1);
@@ -191,14 +190,13 @@ Code Spawn(std::vector<std::string>* arguments, const std::string& folder, Handl
     pointers.push_back(argument.data());
   }
   pointers.push_back(nullptr);
-  const Surroundings surroundings(folder);
+  const Surroundings surroundings(folder, program.Descriptor());
   if (surroundings.Error() != 0) {
     return posix::CodeOf(surroundings.Error());
   }
-  const std::string& program = arguments->front();
   pid_t child = 0;
   const int error =
-      posix_spawn(&child, program.c_str(), surroundings.Actions(), surroundings.Attributes(),
+      posix_spawn(&child, program.Path().c_str(), surroundings.Actions(), surroundings.Attributes(),
                   pointers.data(), posix::ChildEnvironment());
   if (error != 0) {
     return CodeOfStart(error, program);
@@ -214,9 +212,13 @@ Code Spawn(std::vector<std::string>* arguments, const std::string& folder, Handl
 Code TryStart(cvn::StringView commandLine, cvn::StringView directory, Handle* process) {
   std::vector<std::string> arguments(1);
   std::string folder;
+  posix::Executable program;
   Code code = TakeProgram(&commandLine, &arguments.front());
   if (code == kSuccess && !directory.empty()) {
     code = FindFolder(directory, &folder);
+  }
+  if (code == kSuccess) {
+    code = program.Open(&arguments);
   }
   if (code == kSuccess) {
     code = registry::Flush();
@@ -225,7 +227,7 @@ Code TryStart(cvn::StringView commandLine, cvn::StringView directory, Handle* pr
     return code;
   }
   posix::AppendArguments(commandLine, &arguments);
-  return Spawn(&arguments, folder, process);
+  return Spawn(program, &arguments, folder, process);
 }
 
 }  // namespace

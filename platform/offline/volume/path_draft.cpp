@@ -168,10 +168,6 @@ Code DraftPath(cvn::StringView path, PathDraft* draft) {
   return kSuccess;
 }
 
-bool IsWithin(std::string_view path, std::string_view folder) {
-  return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
-}
-
 std::string HostCurrentDirectory() {
   char buffer[PATH_MAX];
   const char* directory = getcwd(buffer, sizeof(buffer));

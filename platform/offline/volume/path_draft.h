@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/error.h"
+#include "platform/linux/file_names.h"
 #include "support/string.h"
 
 namespace platform::posix {
@@ -19,9 +20,6 @@ struct PathDraft {
 
 // Of a path that is not empty. The codes are those of Resolve.
 Code DraftPath(cvn::StringView path, PathDraft* draft);
-
-// True for the folder itself, too.
-bool IsWithin(std::string_view path, std::string_view folder);
 
 // The current directory as the host names it; empty when it was removed.
 std::string HostCurrentDirectory();
