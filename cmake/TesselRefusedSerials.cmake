@@ -5,7 +5,7 @@ include_guard(GLOBAL)
 
 set(TESSEL_REFUSED_SERIALS
   "0d7c41b2a95e6f3380c4d1e27ab95f06;3fa1886c0e5b47d29c713e84b6d02a5f;61e09b4d72cf3a185d86f7ab20c4931e"
-  CACHE STRING "Serial numbers of three refused certificates, each of 32 lower-case hex digits")
+  CACHE STRING "Serial numbers of three refused certificates, in hex digits")
 
 list(LENGTH TESSEL_REFUSED_SERIALS refused_count)
 if(NOT refused_count EQUAL 3)
@@ -13,10 +13,13 @@ if(NOT refused_count EQUAL 3)
 endif()
 foreach(index RANGE 2)
   list(GET TESSEL_REFUSED_SERIALS ${index} refused_serial_${index})
-  string(LENGTH "${refused_serial_${index}}" refused_length)
-  if(NOT refused_length EQUAL 32 OR NOT refused_serial_${index} MATCHES "^[0-9a-f]+$")
-    message(FATAL_ERROR
-      "TESSEL_REFUSED_SERIALS: '${refused_serial_${index}}' isn't 32 lower-case hex digits")
+  # Positive, and of 20 bytes at most (RFC 5280, 4.1.2.2).
+  string(TOLOWER "${refused_serial_${index}}" refused_serial_${index})
+  string(REGEX REPLACE "^0+" "" refused_number "${refused_serial_${index}}")
+  string(LENGTH "${refused_number}" refused_length)
+  if(refused_length GREATER 40 OR NOT refused_number MATCHES "^[0-9a-f]+$")
+    message(FATAL_ERROR "TESSEL_REFUSED_SERIALS: '${refused_serial_${index}}' is no serial number: "
+      "1 to 40 hex digits, and not zero")
   endif()
 endforeach()
 

@@ -255,6 +255,12 @@ bool NeedsSignature(cvn::StringView path) {
          std::end(kSignedKinds);
 }
 
+// The digits without leading zeros: a positive number whose highest bit is set has a zero byte
+// before it in a certificate.
+cvn::StringView NumberIn(cvn::StringView digits) {
+  return digits.substr(std::min(digits.find_first_not_of(u'0'), digits.size()));
+}
+
 }  // namespace
 
 bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath, bool online) {
@@ -287,8 +293,10 @@ PublisherFault FaultOfChain(const Crypt::Chain& chain) {
   if (publishers == chain.certificates.end()) {
     return PublisherFault::OtherName;
   }
-  const bool isRefused = std::find(kRefusedSerials.begin(), kRefusedSerials.end(),
-                                   publishers->serial.AsView()) != kRefusedSerials.end();
+  const bool isRefused =
+      std::ranges::any_of(kRefusedSerials, [&publishers](cvn::StringView refused) {
+        return NumberIn(refused) == NumberIn(publishers->serial);
+      });
   return isRefused ? PublisherFault::RefusedSerial : PublisherFault::None;
 }
 

@@ -148,6 +148,7 @@ TEST(Publisher, IsKnownByNameOrganisationAndSerial) {
   constexpr cvn::StringView kName = u"Corvane SRL";
   const Certificate good = Issued(kName, kName, u"01");
   const Certificate lost = Issued(kName, kName, kRefusedSerials[2]);
+  const Certificate padded = Issued(kName, kName, cvn::Format(u"00%s", kRefusedSerials[2]));
   const std::pair<cvn::List<Certificate>, bool> kCases[] = {
       {{}, false},
       {{good}, true},
@@ -155,6 +156,7 @@ TEST(Publisher, IsKnownByNameOrganisationAndSerial) {
       {{Issued(kName, u"Corvane", u"01")}, false},
       {{Issued(u"Corvane", kName, u"01"), good}, true},
       {{lost}, false},
+      {{padded}, false},
       {{lost, good}, false},
       {{good, lost}, true}};
   for (const auto& [certificates, passes] : kCases) {
