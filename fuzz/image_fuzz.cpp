@@ -21,9 +21,16 @@ void CheckLayout(std::span<const std::byte> bytes) {
     end = range.End();
     covered += range.size;
   }
-  Require(covered + image->checksum.size + image->securityEntry.size + image->certificates.size ==
-              source.Size(),
+  const std::uint64_t table =
+      image->certificates.size == 0 ? 0 : source.Size() - image->certificates.offset;
+  Require(table < image->certificates.size + 8 &&
+              covered + image->checksum.size + image->securityEntry.size + table == source.Size(),
           "a digest covers all but checksum, security entry and certificates");
+  for (const platform::Range& signedData : image->signedData) {
+    Require(signedData.offset >= image->certificates.offset &&
+                signedData.End() <= image->certificates.End(),
+            "signatures lie in the certificate table");
+  }
   for (const platform::PeSection& section : image->sections) {
     Require(source.Holds(section.data) && source.Holds(image->DataAt(section.address)),
             "a section's data lies in the file");

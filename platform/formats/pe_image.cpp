@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
+#include "platform/formats/certificate_table.h"
 #include "platform/formats/little_endian.h"
 
 namespace platform {
@@ -36,11 +38,6 @@ constexpr std::size_t kSectionAddress = 12;
 constexpr std::size_t kSectionSize = 16;
 constexpr std::size_t kSectionData = 20;
 
-bool Overlap(Range left, Range right) {
-  return left.size != 0 && right.size != 0 && left.offset < right.End() &&
-         right.offset < left.End();
-}
-
 // As many of the headers as the file has, up to the last directory that matters here. Empty when
 // there are none.
 std::vector<std::byte> ReadHeaders(const ByteSource& source, std::uint64_t* offset) {
@@ -70,20 +67,35 @@ bool ReadSections(const ByteSource& source, Range table, std::vector<PeSection>*
                       NumberAt<std::uint32_t>(entries, at + kSectionVirtualSize),
                       {NumberAt<std::uint32_t>(entries, at + kSectionData),
                        NumberAt<std::uint32_t>(entries, at + kSectionSize)}};
-    if (section.data.offset >= source.Size()) {
-      section.data = {};
+    if (section.data.offset == 0) {
+      section.data = {};  // it has none, whatever size is told
     }
-    section.data.size = std::min(section.data.size, source.Size() - section.data.offset);
     sections->push_back(section);
   }
   return true;
 }
 
-bool AreCertificatesInPlace(const ByteSource& source, const PeImage& image, Range headers) {
-  return source.Holds(image.certificates) && !Overlap(image.certificates, headers) &&
-         std::ranges::none_of(image.sections, [&image](const PeSection& section) {
-           return Overlap(image.certificates, section.data);
-         });
+// Whether headers, the data of the sections and the certificate table lie in the file one behind
+// the other, with the table at its end.
+bool HoldsTogether(const ByteSource& source, const PeImage& image, Range headers) {
+  std::vector<Range> parts = {headers};
+  for (const PeSection& section : image.sections) {
+    if (section.data.size != 0) {
+      parts.push_back(section.data);
+    }
+  }
+  std::ranges::sort(parts, {}, &Range::offset);
+  if (image.certificates.size != 0) {
+    parts.push_back(image.certificates);
+  }
+  std::uint64_t end = 0;
+  for (const Range& part : parts) {
+    if (part.offset < end || !source.Holds(part)) {
+      return false;
+    }
+    end = part.End();
+  }
+  return image.certificates.size == 0 || EndsFile(source, image.certificates);
 }
 
 }  // namespace
@@ -124,17 +136,23 @@ std::optional<PeImage> ReadPeImage(const ByteSource& source) {
     image.securityEntry = {offset + entry, kDirectoryEntry};
     image.certificates = {NumberAt<std::uint32_t>(headers, entry),
                           NumberAt<std::uint32_t>(headers, entry + 4)};
-    if (image.certificates.offset == 0 || image.certificates.size == 0) {
-      image.certificates = {};
+    if ((image.certificates.offset == 0) != (image.certificates.size == 0)) {
+      return std::nullopt;
     }
   }
   const Range table{offset + kOptional + NumberAt<std::uint16_t>(headers, kOptionalSize),
                     kSectionEntry * NumberAt<std::uint16_t>(headers, kSectionCount)};
-  const Range allHeaders{0, std::max(table.End(), image.securityEntry.End())};
-  if (!ReadSections(source, table, &image.sections) ||
-      !AreCertificatesInPlace(source, image, allHeaders)) {
+  // What a digest leaves out can't be a section's entry as well.
+  if (table.offset < std::max(image.checksum.End(), image.securityEntry.End()) ||
+      !ReadSections(source, table, &image.sections) ||
+      !HoldsTogether(source, image, {0, table.End()})) {
     return std::nullopt;
   }
+  auto signedData = ReadCertificateTable(source, image.certificates);
+  if (!signedData) {
+    return std::nullopt;
+  }
+  image.signedData = std::move(*signedData);
   return image;
 }
 
@@ -144,16 +162,17 @@ bool IsBrokenPeImage(const ByteSource& source) {
 }
 
 std::vector<Range> DigestedRanges(const PeImage& image, std::uint64_t fileSize) {
+  const std::uint64_t end = image.certificates.size != 0 ? image.certificates.offset : fileSize;
   std::vector<Range> ranges;
   std::uint64_t from = 0;
   // In this order they stand in the file.
-  for (const Range& left : {image.checksum, image.securityEntry, image.certificates}) {
+  for (const Range& left : {image.checksum, image.securityEntry}) {
     if (left.size != 0) {
       ranges.push_back({from, left.offset - from});
       from = left.End();
     }
   }
-  ranges.push_back({from, fileSize - from});
+  ranges.push_back({from, end - from});
   return ranges;
 }
 

@@ -144,6 +144,9 @@ Code Functions::Hash(files::File* file, std::vector<std::byte>* digest) const {
     return kProcNotFound;
   }
   windows::LastErrorKeeper lastError;
+  if (windows::IsBrokenImage(*file)) {
+    return kBadExeFormat;
+  }
   const GUID action = DRIVER_ACTION_VERIFY;
   HCATADMIN context = nullptr;
   Code code = lastError.Outcome(
@@ -186,7 +189,7 @@ Code ReadMembers(cvn::StringView catalogPath, cvn::List<Member>* members) {
 
 bool IsListedBySystem(cvn::StringView path, files::File* file) {
   const WintrustFunctions* wintrust = Wintrust();
-  if (wintrust == nullptr) {
+  if (wintrust == nullptr || windows::IsBrokenImage(*file)) {
     return false;
   }
   windows::LastErrorKeeper lastError;

@@ -33,7 +33,8 @@ cvn::String NameText(CERT_NAME_BLOB* name) {
 // --- Verifier
 
 struct Verifier::State {
-  State(cvn::StringView filePath, const files::File& file) : path(windows::PathForCall(filePath)) {
+  State(cvn::StringView filePath, const files::File& file)
+      : path(windows::PathForCall(filePath)), isBroken(windows::IsBrokenImage(file)) {
     fileInfo.cbStruct = sizeof fileInfo;
     fileInfo.pcwszFilePath = Wide(path);
     fileInfo.hFile = reinterpret_cast<HANDLE>(file.Handle());
@@ -56,6 +57,7 @@ struct Verifier::State {
   }
 
   cvn::PathString path;
+  bool isBroken;
   WINTRUST_FILE_INFO fileInfo{};
   windows::SignatureSettings settings{};
   windows::TrustData data = windows::SilentTrustData(WTD_CHOICE_FILE, WTD_REVOKE_WHOLECHAIN, 0);
@@ -68,6 +70,9 @@ Verifier::~Verifier() { Close(); }
 
 TrustStatus Verifier::Verify(std::uint32_t index, bool online) {
   Close();
+  if (state_->isBroken) {
+    return kBadImage;
+  }
   state_->settings.dwIndex = index;
   state_->data.base.dwStateAction = WTD_STATEACTION_VERIFY;
   state_->data.base.dwProvFlags = online ? 0 : WTD_CACHE_ONLY_URL_RETRIEVAL;
@@ -122,9 +127,18 @@ Timestamp Verifier::SigningTime(std::uint64_t* time) const {
 
 TrustStatus VerifyDigestOnly(cvn::StringView path) {
   const cvn::PathString text = windows::PathForCall(path);
+  files::File file;
+  if (files::Open(path, files::Access::Read, files::Share::ReadWrite,
+                  files::Disposition::OpenExisting, &file) == kSuccess &&
+      windows::IsBrokenImage(file)) {
+    return kBadImage;
+  }
   WINTRUST_FILE_INFO fileInfo{};
   fileInfo.cbStruct = sizeof fileInfo;
   fileInfo.pcwszFilePath = Wide(text);
+  if (file.IsOpen()) {
+    fileInfo.hFile = reinterpret_cast<HANDLE>(file.Handle());
+  }
   windows::TrustData data = windows::SilentTrustData(
       WTD_CHOICE_FILE, WTD_REVOKE_NONE, WTD_HASH_ONLY_FLAG | WTD_CACHE_ONLY_URL_RETRIEVAL);
   data.base.pFile = &fileInfo;

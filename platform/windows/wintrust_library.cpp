@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "platform/byte_source.h"
+#include "platform/formats/pe_image.h"
 #include "platform/paths.h"
 
 namespace platform::windows {
@@ -79,6 +81,17 @@ LONG VerifyTrust(HWND window, TrustData* data) {
   const LONG status = wintrust->winVerifyTrust(window, &action, data);
   lastError.Settle(status == ERROR_SUCCESS);
   return status;
+}
+
+bool IsBrokenImage(const files::File& file) {
+  LastErrorKeeper lastError;
+  const auto handle = reinterpret_cast<HANDLE>(file.Handle());
+  LARGE_INTEGER position{};
+  if (::SetFilePointerEx(handle, {}, &position, FILE_CURRENT) == 0) {
+    return false;  // no file on a disk, which nothing takes for an image
+  }
+  const bool isBroken = IsBrokenPeImage(ByteSource(file));
+  return ::SetFilePointerEx(handle, position, nullptr, FILE_BEGIN) == 0 || isBroken;
 }
 
 }  // namespace platform::windows

@@ -11,6 +11,7 @@
 #include <softpub.h>
 // clang-format on
 
+#include "platform/files.h"
 #include "platform/libraries.h"
 
 namespace platform::windows {
@@ -63,5 +64,9 @@ const WintrustFunctions* Wintrust();
 
 // WinVerifyTrust with the generic action; TRUST_E_PROVIDER_UNKNOWN where Wintrust() is null.
 LONG VerifyTrust(HWND window, TrustData* data);
+
+// Whether the file is an image that does not hold together (platform/formats/pe_image.h), which
+// Windows takes in part. Its position stays.
+bool IsBrokenImage(const files::File& file);
 
 }  // namespace platform::windows

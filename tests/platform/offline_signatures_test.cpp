@@ -4,10 +4,12 @@
 
 #include <openssl/pem.h>
 
+#include <array>
 #include <cstring>
 #include <optional>
 
 #include "platform/catalogs.h"
+#include "platform/file_digest.h"
 #include "platform/offline/authenticode/authenticode.h"
 #include "platform/offline/authenticode/catalog_file.h"
 #include "platform/offline/authenticode/distinguished_name.h"
@@ -170,7 +172,7 @@ std::vector<ImageCase> Images(const World& w) {
       {"distrusted", one(SignImage(image, w.distrusted)), {kDistrusted}, {}},
       {"certificate missing", one(nobodys), {kNoSignerCertificate}, false},
       {"of another image", one(SignImage(MakeImage("Other"), w.publisher)), {kBadDigest}, false},
-      {"appended", one(good) + std::string(8, 'a'), {kBadDigest}, false},
+      {"appended", one(good) + std::string(8, 'a'), {kBadImage}, false},
       {"cut", one(good).substr(0, one(good).size() - 9), {kBadImage}, false},
       {"no signature inside", one(Tlv(0x30, "nothing")), {kNoSignature}, false},
       {"text", "just text", {kSubjectFormUnknown}, false},
@@ -249,11 +251,11 @@ TEST_F(Authenticode, SurvivesDamagedSignatures) {
   ASSERT_EQ(judge(signature), kTrusted);
   const auto parsed = posix::ParseSignedData(BytesOf(signature));
   ASSERT_TRUE(parsed && parsed->signer);
-  const posix::Der kept[] = {parsed->content.whole, parsed->signer->signedAttributes.whole,
-                             parsed->signer->signature, parsed->signer->serial};
+  const Der kept[] = {parsed->content.whole, parsed->signer->signedAttributes.whole,
+                      parsed->signer->signature, parsed->signer->serial};
   const auto isKept = [&](std::size_t at) {
     const std::byte* place = BytesOf(signature).data() + at;
-    return std::ranges::any_of(kept, [place](posix::Der part) {
+    return std::ranges::any_of(kept, [place](Der part) {
       return place >= part.data() && place < part.data() + part.size();
     });
   };
@@ -293,11 +295,61 @@ TEST_F(Authenticode, RefusesImagesThatDoNotHoldTogether) {
     changed.replace(broken.offset, broken.bytes.size(), broken.bytes);
     EXPECT_EQ(Verdicts(changed), Statuses{broken.expected});
   }
-  // Entries of the table that lead nowhere.
-  for (const std::string& size : {std::string(4, '\0'), std::string("\xFF\xFF\xFF\xFF")}) {
-    std::string changed = whole;
-    changed.replace(image.size(), 4, size);
-    EXPECT_EQ(Verdicts(changed), Statuses{kNoSignature});
+}
+
+// Nothing is added to a signed image, nor moved in it, whether its own digest or a catalog's is
+// asked. osslsigncode takes, as Windows does where it isn't told otherwise, bytes that an entry counts
+// as its own, and looks at no section.
+TEST_F(Authenticode, AnImageIsWhatItsSignerSaw) {
+  const std::string image = MakeImage("Example");
+  const std::string signature = SignImage(image, W().publisher);
+  const std::string whole = WithSignatures(image, {signature});
+  const std::string table = whole.substr(image.size());
+  const auto with = [&](const std::string& newTable, const std::string& behind = "") {
+    std::string file = whole;
+    const auto size = static_cast<std::uint32_t>(newTable.size());
+    file.replace(kImageSecurityEntry + 4, 4, reinterpret_cast<const char*>(&size), 4);
+    return file.replace(image.size(), std::string::npos, newTable + behind);
+  };
+  const auto entry = [](char type, const std::string& content) {
+    return std::string({static_cast<char>(content.size() + 8), 0, 0, 0, 0, 2, type, 0}) + content;
+  };
+  std::string moved = image;
+  moved.insert(image.size() - 32, table)
+      .replace(kImageSecurityEntry, 8, whole, kImageSecurityEntry, 8);
+  moved[kImageSecurityEntry] -= 32;
+  std::string endless = table;
+  endless.replace(0, 4, 4, '\xFF');
+  const auto resigned = [&](std::size_t at, char value) {
+    std::string changed = image;
+    changed[at] = value;
+    return WithSignatures(changed, {SignImage(changed, W().publisher)});
+  };
+  const struct {
+    const char* what;
+    std::string file;
+    bool opinion;
+  } kCases[] = {
+      {"table moved before the last bytes", moved, false},
+      {"an entry of another kind first", with(entry(1, "evil evil evil e") + table), false},
+      {"an entry of another kind last", with(table + entry(1, "evil evil evil e")), false},
+      {"bytes for padding", with(table.substr(0, table.size() - 1) + "x"), true},
+      {"zeros as an entry", with(table + std::string(16, '\0')), false},
+      {"an entry without end", with(endless), false},
+      {"zeros behind the table", with(table, std::string(4, '\0')), false},
+      {"sections over each other", resigned(0x80 + 24 + 240 + 40 + 21, 3), true},
+      {"section beyond the file", resigned(0x80 + 24 + 240 + 40 + 17, 0x10), true},
+      {"section in the headers", resigned(0x80 + 24 + 240 + 21, 1), true},
+  };
+  const bool canAsk = Run("--version") != 127;
+  for (const auto& changed : kCases) {
+    SCOPED_TRACE(changed.what);
+    EXPECT_EQ(Verdicts(changed.file), Statuses{kBadImage});
+    if (canAsk) {
+      EXPECT_EQ(OtherOpinion(), changed.opinion) << Output();
+    }
+    const ByteSource source(BytesOf(changed.file));
+    EXPECT_FALSE(CatalogDigest(source, std::array{EVP_sha256()}));
   }
 }
 

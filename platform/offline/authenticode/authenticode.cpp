@@ -4,7 +4,6 @@
 
 #include "platform/clock.h"
 #include "platform/file_digest.h"
-#include "platform/formats/little_endian.h"
 #include "platform/offline/authenticode/catalog_file.h"
 
 namespace platform::posix {
@@ -62,24 +61,16 @@ TrustStatus SignedFile::CheckForm() const {
 }
 
 void SignedFile::ReadImage() {
-  // WIN_CERTIFICATE of the PE format: the entry's size, a revision, a type, then the signature up
-  // to the next multiple of eight.
-  constexpr std::size_t kHeader = 8;
-  constexpr std::uint16_t kSignedDataType = 2;  // WIN_CERT_TYPE_PKCS_SIGNED_DATA
   constexpr std::uint64_t kLargestTable = 64 << 20;
-  bytes_.resize(image_->certificates.size <= kLargestTable ? image_->certificates.size : 0);
-  if (!source_.Read(image_->certificates.offset, bytes_)) {
-    bytes_.clear();
+  const Range table = image_->certificates;
+  bytes_.resize(table.size <= kLargestTable ? table.size : 0);
+  if (bytes_.empty() || !source_.Read(table.offset, bytes_)) {
+    return;
   }
-  for (Der rest = bytes_; rest.size() > kHeader && signatures_.size() < kMostSignatures;) {
-    const std::size_t size = NumberAt<std::uint32_t>(rest, 0);
-    if (size <= kHeader || size > rest.size()) {
-      return;
+  for (const Range& entry : image_->signedData) {
+    if (signatures_.size() < kMostSignatures) {
+      Add(Der(bytes_).subspan(entry.offset - table.offset, entry.size));
     }
-    if (NumberAt<std::uint16_t>(rest, 6) == kSignedDataType) {
-      Add(rest.subspan(kHeader, size - kHeader));
-    }
-    rest = rest.subspan(std::min(rest.size(), (size + 7) & ~std::size_t{7}));
   }
 }
 

@@ -5,7 +5,7 @@
 
 #include "platform/byte_source.h"
 #include "platform/catalogs.h"
-#include "platform/offline/authenticode/der.h"
+#include "platform/formats/der.h"
 #include "platform/offline/authenticode/signed_data.h"
 #include "support/string.h"
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "platform/offline/authenticode/der.h"
+#include "platform/formats/der.h"
 
 namespace platform::posix {
 namespace {

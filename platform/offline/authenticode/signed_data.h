@@ -12,7 +12,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/offline/authenticode/der.h"
+#include "platform/formats/der.h"
 #include "platform/openssl.h"
 #include "platform/signatures.h"
 

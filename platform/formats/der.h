@@ -11,7 +11,7 @@
 #include <optional>
 #include <span>
 
-namespace platform::posix {
+namespace platform {
 
 using Der = std::span<const std::byte>;
 
@@ -98,4 +98,4 @@ class ObjectId {
   std::size_t size_ = 0;
 };
 
-}  // namespace platform::posix
+}  // namespace platform

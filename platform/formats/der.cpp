@@ -1,9 +1,9 @@
-#include "platform/offline/authenticode/der.h"
+#include "platform/formats/der.h"
 
 #include <algorithm>
 #include <vector>
 
-namespace platform::posix {
+namespace platform {
 namespace {
 
 constexpr std::uint8_t kConstructed = 0x20;
@@ -138,4 +138,4 @@ bool IsSorted(Der elements) {
 
 bool AreEqual(Der left, Der right) { return std::ranges::equal(left, right); }
 
-}  // namespace platform::posix
+}  // namespace platform
