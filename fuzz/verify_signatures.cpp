@@ -15,8 +15,7 @@ void VerifySignatures(std::span<const std::byte> bytes) {
       continue;
     }
     for (const auto& certificate : ReadCertificates(*file.At(at))) {
-      X509_up_ref(certificate.get());
-      store.roots.push_back({platform::OpenSsl<X509>(certificate.get()), {}});
+      store.roots.push_back({Shared(certificate.get()), {}});
     }
   }
   for (std::size_t at = 0; at <= file.Count(); ++at) {

@@ -35,11 +35,38 @@ inline constexpr TrustStatus kNoSignerCertificate = static_cast<TrustStatus>(0x8
 inline constexpr TrustStatus kBadTimestamp = static_cast<TrustStatus>(0x80096005);
 inline constexpr TrustStatus kBadCertificateSignature = static_cast<TrustStatus>(0x80096004);
 
+// What is wrong with a certificate, or with the way up from it, the gravest first.
+enum class Fault {
+  BadSignature,   // its issuer didn't sign it as it is
+  WeakKey,        // below what is accepted
+  WeakDigest,     // its signature is over one that is no longer accepted
+  Distrusted,     // the machine holds it for distrusted
+  NoAuthority,    // it may not issue certificates, and did
+  UntrustedRoot,  // it is self-signed, and no root that the machine trusts
+  IssuerMissing,  // none of those at hand issued it
+  Other,
+  Revoked,
+  NotYetValid,
+  Expired,
+  WrongPurpose,
+  None,
+};
+
 // What a caller wants to know of a certificate.
 struct Certificate {
   cvn::String issuer;   // as CertNameToStrW with CERT_X500_NAME_STR: "C=RO, O=Example, CN=Example"
   cvn::String subject;  // likewise
   std::vector<std::byte> serial;  // the number's bytes, the least significant first
+  // From when until when it is valid, in seconds since 1970 UTC.
+  std::int64_t validFrom = 0;
+  std::int64_t validUntil = 0;
+};
+
+// A way up, from a signer's certificate to a root, or as far as it is known.
+struct Chain {
+  std::vector<Certificate> certificates;
+  Fault fault = Fault::None;  // the gravest
+  std::size_t faulty = 0;     // the certificate that has it
 };
 
 enum class Timestamp { None, OtherCounterSigner, Found };
@@ -69,6 +96,11 @@ class Verifier {
   bool HasSigner() const;
   // The signer's own certificate; false when there is none.
   bool SignerCertificate(Certificate* certificate) const;
+  // The way up from the signer's certificate. Of several the first good one, else the one whose
+  // fault is the least. Empty when the signature was refused before anybody looked at it.
+  Chain SignerChain() const;
+  // The same of who made the timestamp, as far as a timestamp was looked at.
+  Chain StamperChain() const;
   // The time that a counter-signature of timestamp kind vouches for, in 100-nanosecond ticks since
   // 1601 UTC.
   Timestamp SigningTime(std::uint64_t* time) const;

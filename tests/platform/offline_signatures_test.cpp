@@ -41,9 +41,16 @@ struct World {
   Identity stamper = MakeIdentity({"Stamper", &root, false, "critical,timeStamping", -500, -1});
   Identity revoked = MakeIdentity({"Revoked", &known});
   Identity distrusted = MakeIdentity({"Distrusted", &root});
+  Identity twin = MakeIdentity({"Twin", nullptr, true});
+  Identity otherTwin = MakeIdentity({"Twin", nullptr, true});
+  Identity oldRoot =
+      MakeIdentity({.name = "Old", .isAuthority = true, .rsaBits = 1024, .digest = EVP_md5()});
 
   World() {
     AddToStore("ROOT\\Certificates", 32, root.Der());
+    for (const Identity& trusted : {twin, otherTwin, oldRoot}) {
+      AddToStore("ROOT\\Certificates", 32, trusted.Der());
+    }
     AddToStore("CA\\Certificates", 32, known.Der());
     AddToStore("CA\\CRLs", 33, MakeRevocationList(known, revoked, -1));
     AddToStore("Disallowed\\Certificates", 32, distrusted.Der());
@@ -125,6 +132,21 @@ std::vector<ImageCase> Images(const World& w) {
   const Identity fromKnown = MakeIdentity({"From known", &w.known});
   const Identity upstart = MakeIdentity({"Upstart", &w.publisher});
   const Identity future = MakeIdentity({"Future", &w.root, false, "codeSigning", 5, 9});
+  const auto weak = [](const Identity& issuer, bool isAuthority) {
+    return MakeIdentity({"Weak", &issuer, isAuthority, "codeSigning", -10, 100, 1016});
+  };
+  const Identity weakAuthority = weak(w.root, true);
+  const Identity fromWeak = MakeIdentity({"From weak", &weakAuthority});
+  const Identity weakStamper =
+      MakeIdentity({"Weak stamper", &w.root, false, "critical,timeStamping", -10, 100, 1016});
+  const Identity small = MakeIdentity({"Small", &w.root, false, "codeSigning", -10, 100, 1024});
+  const auto digested = [](const EVP_MD* digest, const Identity& issuer) {
+    return MakeIdentity({.name = "Digested", .issuer = &issuer, .digest = digest});
+  };
+  const Identity newRoot = MakeIdentity({"New root", nullptr, true});
+  const Identity cross = MakeIdentity(
+      {.name = "New root", .issuer = &w.root, .isAuthority = true, .key = newRoot.key});
+  const Identity crossed = MakeIdentity({"Crossed", &newRoot});
   const std::string lateList = MakeRevocationList(w.root, w.publisher, -2);
   const std::string foreignList = MakeRevocationList(w.foreignRoot, w.publisher, -2);
   const std::string listed = SignImage(image, w.publisher, {.lists = {lateList}});
@@ -170,6 +192,45 @@ std::vector<ImageCase> Images(const World& w) {
        {kTrusted},
        {}},
       {"distrusted", one(SignImage(image, w.distrusted)), {kDistrusted}, {}},
+      {"RSA of 1016 bits",
+       one(SignImage(image, weak(w.root, false))),
+       {kBadCertificateSignature},
+       {}},
+      {"authority of 1016 bits",
+       one(SignImage(image, fromWeak, {.others = {weakAuthority}})),
+       {kBadCertificateSignature},
+       {}},
+      {"stamper of 1016 bits",
+       one(WithToken(good, weakStamper, daysAgo(2), good)),
+       {kBadTimestamp},
+       {}},
+      {"RSA of 1024 bits", one(SignImage(image, small)), {kTrusted}, true},
+      {"certified over MD5",
+       one(SignImage(image, digested(EVP_md5(), w.oldRoot))),
+       {kBadCertificateSignature},
+       {}},
+      {"certified over SHA-1",
+       one(SignImage(image, digested(EVP_sha1(), w.root))),
+       {kTrusted},
+       true},
+      {"root with MD5", one(SignImage(image, digested(EVP_sha256(), w.oldRoot))), {kTrusted}, {}},
+      {"unknown root beside its cross-certificate",
+       one(SignImage(image, crossed, {.others = {newRoot, cross}})),
+       {kTrusted},
+       {}},
+      {"cross-certificate first",
+       one(SignImage(image, crossed, {.others = {cross, newRoot}})),
+       {kTrusted},
+       {}},
+      {"unknown root alone",
+       one(SignImage(image, crossed, {.others = {newRoot}})),
+       {kUntrustedRoot},
+       false},
+      {"roots of one name",
+       one(WithNested(SignImage(image, MakeIdentity({"Left", &w.twin})),
+                      SignImage(image, MakeIdentity({"Right", &w.otherTwin})))),
+       {kTrusted, kTrusted},
+       {}},
       {"certificate missing", one(nobodys), {kNoSignerCertificate}, false},
       {"of another image", one(SignImage(MakeImage("Other"), w.publisher)), {kBadDigest}, false},
       {"appended", one(good) + std::string(8, 'a'), {kBadImage}, false},
@@ -298,8 +359,8 @@ TEST_F(Authenticode, RefusesImagesThatDoNotHoldTogether) {
 }
 
 // Nothing is added to a signed image, nor moved in it, whether its own digest or a catalog's is
-// asked. osslsigncode takes, as Windows does where it isn't told otherwise, bytes that an entry counts
-// as its own, and looks at no section.
+// asked. osslsigncode takes, as Windows does where it isn't told otherwise, bytes that an entry
+// counts as its own, and looks at no section.
 TEST_F(Authenticode, AnImageIsWhatItsSignerSaw) {
   const std::string image = MakeImage("Example");
   const std::string signature = SignImage(image, W().publisher);

@@ -115,9 +115,11 @@ std::string Identity::Der() const { return Encoded(certificate.get(), &i2d_X509)
 
 Identity MakeIdentity(const Wish& wish) {
   static std::int64_t serial = 0x1234567890;
-  Identity made{
-      {wish.rsaBits == 0 ? EVP_EC_gen("P-256") : EVP_RSA_gen(wish.rsaBits), &EVP_PKEY_free},
-      {X509_new(), &X509_free}};
+  Identity made{wish.key, {X509_new(), &X509_free}};
+  if (!made.key) {
+    made.key = {wish.rsaBits == 0 ? EVP_EC_gen("P-256") : EVP_RSA_gen(wish.rsaBits),
+                &EVP_PKEY_free};
+  }
   X509* certificate = made.certificate.get();
   const Identity& issuer = wish.issuer == nullptr ? made : *wish.issuer;
   X509_set_version(certificate, 2);
@@ -142,7 +144,7 @@ Identity MakeIdentity(const Wish& wish) {
   if (!wish.usages.empty() && !wish.isAuthority) {
     AddExtension(certificate, issuer.certificate.get(), NID_ext_key_usage, wish.usages.c_str());
   }
-  EXPECT_GT(X509_sign(certificate, issuer.key.get(), EVP_sha256()), 0);
+  EXPECT_GT(X509_sign(certificate, issuer.key.get(), wish.digest), 0);
   return made;
 }
 

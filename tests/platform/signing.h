@@ -30,6 +30,8 @@ struct Wish {
   int toDay = 100;
   unsigned rsaBits = 0;  // of the key; 0 for one of an elliptic curve, which is made faster
   std::string organisation = "Example, SRL";
+  std::shared_ptr<EVP_PKEY> key = nullptr;  // made where there is none
+  const EVP_MD* digest = EVP_sha256();      // of the issuer's signature
 };
 Identity MakeIdentity(const Wish& wish);
 // A list of an authority that revokes one certificate, from some day on.

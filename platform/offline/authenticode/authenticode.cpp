@@ -148,9 +148,7 @@ Verdict VerifySignature(SignedFile* file, std::size_t index, const CertificateSt
   const auto certificates = ReadCertificates(*data);
   verdict.hasSigner = true;
   X509* certificate = FindSigner(certificates, *data->signer);
-  if (certificate != nullptr && X509_up_ref(certificate) == 1) {
-    verdict.signer.reset(certificate);
-  }
+  verdict.signer = Shared(certificate);
   verdict.status = CheckSigner(file, *data, certificate);
   if (verdict.status != kTrusted) {
     return verdict;
@@ -163,12 +161,13 @@ Verdict VerifySignature(SignedFile* file, std::size_t index, const CertificateSt
   const auto lists = ReadRevocationLists(*data);
   const bool isStamped = verdict.timestamp.isGood && !EndsWithCertificate(certificate);
   const auto now = static_cast<std::time_t>(clock::NowTicks() / clock::kTicksPerSecond);
-  verdict.status = VerifyChain(store, {.certificate = certificate,
-                                       .others = certificates,
-                                       .lists = lists,
-                                       .purpose = Purpose::CodeSigning,
-                                       .revocation = revocation,
-                                       .at = isStamped ? verdict.timestamp.time : now});
+  verdict.chain = VerifyChain(store, {.certificate = certificate,
+                                      .others = certificates,
+                                      .lists = lists,
+                                      .purpose = Purpose::CodeSigning,
+                                      .revocation = revocation,
+                                      .at = isStamped ? verdict.timestamp.time : now});
+  verdict.status = verdict.chain.status;
   return verdict;
 }
 

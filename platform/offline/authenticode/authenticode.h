@@ -68,6 +68,7 @@ struct Verdict {
   bool hasSigner = false;
   OpenSsl<X509> signer;  // null when the certificate isn't there
   TimestampFound timestamp;
+  ChainVerdict chain;  // when that much of the signature was good; else it has no certificates
 };
 
 Verdict VerifySignature(SignedFile* file, std::size_t index, const CertificateStore& store,

@@ -8,6 +8,8 @@
 #include <iterator>
 
 #include "platform/formats/der.h"
+#include "platform/offline/authenticode/certificate_ways.h"
+#include "platform/offline/authenticode/strength.h"
 
 namespace platform::posix {
 namespace {
@@ -20,55 +22,83 @@ constexpr ObjectId kTimestamping(1, 3, 6, 1, 5, 5, 7, 3, 8);
 constexpr ObjectId kAnyUsage(2, 5, 29, 37, 0);
 constexpr ObjectId kLifetimeSigning(1, 3, 6, 1, 4, 1, 311, 10, 3, 13);
 
-// From the gravest on; a chain gets the status of the first that it has.
-constexpr TrustStatus kBySeverity[] = {
-    kBadCertificateSignature,
-    kDistrusted,
-    kBasicConstraints,
-    kUntrustedRoot,
-    kBrokenChain,
-    kRevoked,
-    kExpired,
-    kWrongUsage,
+// The faults of one way; the gravest is kept.
+struct Faults {
+  Fault worst = Fault::None;
+  std::size_t at = 0;
+
+  void Add(Fault fault, std::size_t place) {
+    if (fault < worst) {
+      worst = fault;
+      at = place;
+    }
+  }
 };
 
-void Worsen(TrustStatus cause, TrustStatus* status) {
-  const auto rank = [](TrustStatus which) { return std::ranges::find(kBySeverity, which); };
-  if (cause != kTrusted && rank(cause) < rank(*status)) {
-    *status = cause;
+TrustStatus StatusOf(Fault fault) {
+  switch (fault) {
+    case Fault::BadSignature:
+    case Fault::WeakKey:
+    case Fault::WeakDigest:
+      return kBadCertificateSignature;
+    case Fault::Distrusted:
+      return kDistrusted;
+    case Fault::NoAuthority:
+      return kBasicConstraints;
+    case Fault::UntrustedRoot:
+      return kUntrustedRoot;
+    case Fault::IssuerMissing:
+    case Fault::Other:
+      return kBrokenChain;
+    case Fault::Revoked:
+      return kRevoked;
+    case Fault::NotYetValid:
+    case Fault::Expired:
+      return kExpired;
+    case Fault::WrongPurpose:
+      return kWrongUsage;
+    case Fault::None:
+      return kTrusted;
   }
+  return kBrokenChain;
 }
 
-TrustStatus StatusOf(int error) {
+Fault FaultOf(int error) {
   switch (error) {
     case X509_V_OK:
-      return kTrusted;
+      return Fault::None;
     case X509_V_ERR_CERT_SIGNATURE_FAILURE:
     case X509_V_ERR_UNABLE_TO_DECODE_ISSUER_PUBLIC_KEY:
     case X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE:
-      return kBadCertificateSignature;
+      return Fault::BadSignature;
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
     case X509_V_ERR_CERT_UNTRUSTED:
-      return kUntrustedRoot;
+      return Fault::UntrustedRoot;
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+      return Fault::IssuerMissing;
     case X509_V_ERR_CERT_NOT_YET_VALID:
+      return Fault::NotYetValid;
     case X509_V_ERR_CERT_HAS_EXPIRED:
-      return kExpired;
+      return Fault::Expired;
     case X509_V_ERR_INVALID_CA:
     case X509_V_ERR_INVALID_NON_CA:
     case X509_V_ERR_PATH_LENGTH_EXCEEDED:
     case X509_V_ERR_KEYUSAGE_NO_CERTSIGN:
-      return kBasicConstraints;
+      return Fault::NoAuthority;
     default:
-      return kBrokenChain;
+      return Fault::Other;
   }
 }
 
 // OpenSSL stops at the first error unless it is told to go on; all of them are wanted.
 int NoteError(int ok, X509_STORE_CTX* context) {
   if (ok == 0) {
-    Worsen(StatusOf(X509_STORE_CTX_get_error(context)),
-           static_cast<TrustStatus*>(X509_STORE_CTX_get_app_data(context)));
+    static_cast<Faults*>(X509_STORE_CTX_get_app_data(context))
+        ->Add(FaultOf(X509_STORE_CTX_get_error(context)),
+              static_cast<std::size_t>(std::max(X509_STORE_CTX_get_error_depth(context), 0)));
   }
   return 1;
 }
@@ -138,64 +168,81 @@ bool IsRevoked(X509* certificate, X509* issuer, std::span<const OpenSsl<X509_CRL
   });
 }
 
-// What OpenSSL doesn't know of: purposes as Windows sees them, and what the machine has against a
-// certificate.
-void Judge(const CertificateStore& store, const ChainRequest& request, std::span<X509* const> chain,
-           TrustStatus* status) {
+// What OpenSSL doesn't know of: what is strong enough, purposes as Windows sees them, and what the
+// machine has against a certificate.
+void Judge(const CertificateStore& store, const ChainRequest& request, const Way& way,
+           Faults* faults) {
+  const std::span<X509* const> chain = way.certificates;
   for (std::size_t i = 0; i < chain.size(); ++i) {
+    const bool isLast = i + 1 == chain.size();
+    faults->Add(WeaknessOf(chain[i], isLast && way.endsInTrustedRoot), i);
     if (store.disallowed.contains(ThumbprintOf(chain[i]))) {
-      Worsen(kDistrusted, status);
+      faults->Add(Fault::Distrusted, i);
     }
-    if (request.revocation == Revocation::OnHand && i + 1 < chain.size() &&
+    if (request.revocation == Revocation::OnHand && !isLast &&
         (IsRevoked(chain[i], chain[i + 1], store.revocationLists, request.at) ||
          IsRevoked(chain[i], chain[i + 1], request.lists, request.at))) {
-      Worsen(kRevoked, status);
+      faults->Add(Fault::Revoked, i);
     }
   }
   if (!ServesPurpose(store, chain, request.purpose)) {
-    Worsen(kWrongUsage, status);
+    faults->Add(Fault::WrongPurpose, 0);
   }
 }
 
-}  // namespace
-
-TrustStatus VerifyChain(const CertificateStore& store, const ChainRequest& request) {
+// Has OpenSSL go this way and no other.
+Faults VerifyWay(const CertificateStore& store, const ChainRequest& request, const Way& way) {
   const OpenSsl<X509_STORE> roots(X509_STORE_new());
   const OpenSsl<STACK_OF(X509)> others(sk_X509_new_null());
   const OpenSsl<X509_STORE_CTX> context(X509_STORE_CTX_new());
   bool ready = roots && others && context;
-  for (const TrustedRoot& root : store.roots) {
-    ready = ready && X509_STORE_add_cert(roots.get(), root.certificate.get()) == 1;
+  if (ready && way.endsInTrustedRoot) {
+    ready = X509_STORE_add_cert(roots.get(), way.certificates.back()) == 1;
   }
-  for (const auto& certificates : {request.others, std::span(store.authorities)}) {
-    for (const auto& certificate : certificates) {
-      ready = ready && sk_X509_push(others.get(), certificate.get()) > 0;
-    }
+  for (X509* certificate : std::span(way.certificates).subspan(1)) {
+    ready = ready && sk_X509_push(others.get(), certificate) > 0;
   }
   if (!ready ||
       X509_STORE_CTX_init(context.get(), roots.get(), request.certificate, others.get()) != 1) {
-    return kBrokenChain;
+    return {.worst = Fault::Other};
   }
-  TrustStatus status = kTrusted;
+  Faults faults;
   X509_STORE_CTX_set_time(context.get(), 0, request.at);
-  X509_STORE_CTX_set_app_data(context.get(), &status);
+  X509_STORE_CTX_set_app_data(context.get(), &faults);
   X509_STORE_CTX_set_verify_cb(context.get(), NoteError);
   if (X509_verify_cert(context.get()) != 1) {
-    Worsen(StatusOf(X509_STORE_CTX_get_error(context.get())), &status);
-    Worsen(kBrokenChain, &status);
+    faults.Add(FaultOf(X509_STORE_CTX_get_error(context.get())), 0);
+    faults.Add(Fault::Other, 0);
   }
-  std::vector<X509*> chain;
-  const STACK_OF(X509)* built = X509_STORE_CTX_get0_chain(context.get());
-  const int length = std::max(sk_X509_num(built), 0);  // negative when there is no chain
-  chain.reserve(static_cast<std::size_t>(length));
-  for (int i = 0; i < length; ++i) {
-    chain.push_back(sk_X509_value(built, i));
+  // Each certificate counts that was judged by its place in the way.
+  if (sk_X509_num(X509_STORE_CTX_get0_chain(context.get())) !=
+      static_cast<int>(way.certificates.size())) {
+    faults.Add(Fault::IssuerMissing, faults.at);
   }
-  if (chain.empty()) {
-    return kBrokenChain;
-  }
-  Judge(store, request, chain, &status);
-  return status;
+  Judge(store, request, way, &faults);
+  return faults;
+}
+
+}  // namespace
+
+ChainVerdict VerifyChain(const CertificateStore& store, const ChainRequest& request) {
+  ChainVerdict verdict;
+  bool isFirst = true;
+  VisitWays(store, request.certificate, request.others, [&](const Way& way) {
+    const Faults faults = VerifyWay(store, request, way);
+    if (isFirst || faults.worst > verdict.fault) {
+      verdict = {.status = StatusOf(faults.worst),
+                 .fault = faults.worst,
+                 .faulty = std::min(faults.at, way.certificates.size() - 1),
+                 .certificates = {}};
+      for (X509* certificate : way.certificates) {
+        verdict.certificates.push_back(Shared(certificate));
+      }
+    }
+    isFirst = false;
+    return verdict.fault == Fault::None;
+  });
+  return verdict;
 }
 
 bool IsForTimestamps(X509* certificate) { return HasUsage(UsagesOf(certificate), kTimestamping); }

@@ -29,10 +29,16 @@ struct ChainRequest {
   std::time_t at = 0;  // when all of the chain has to be valid, and not yet revoked
 };
 
-// kTrusted, or what is wrong. Of several causes the first of these counts: a bad signature, a
-// distrusted certificate, a certificate that may not issue others, an untrusted root (a self-signed
-// signer among these), a chain that reaches none, revocation, expiry, the wrong usage.
-signatures::TrustStatus VerifyChain(const CertificateStore& store, const ChainRequest& request);
+struct ChainVerdict {
+  signatures::TrustStatus status = signatures::kBrokenChain;
+  signatures::Fault fault = signatures::Fault::IssuerMissing;
+  std::size_t faulty = 0;                   // the certificate with that fault
+  std::vector<OpenSsl<X509>> certificates;  // of the way that was judged, the request's first
+};
+
+// Seeks a good one among all ways up. Without one the verdict is that on the way with the mildest
+// fault; of a way's faults the gravest counts (signatures::Fault).
+ChainVerdict VerifyChain(const CertificateStore& store, const ChainRequest& request);
 
 // Whether the certificate says of itself that it is for timestamps.
 bool IsForTimestamps(X509* certificate);

@@ -37,4 +37,10 @@ CertificateStore ReadMachineStore();
 // The SHA-1 digest that a store knows a certificate by.
 Bytes ThumbprintOf(const X509* certificate);
 
+// Another owner of the same certificate; null for none.
+inline OpenSsl<X509> Shared(X509* certificate) {
+  return OpenSsl<X509>(certificate != nullptr && X509_up_ref(certificate) == 1 ? certificate
+                                                                               : nullptr);
+}
+
 }  // namespace platform::posix

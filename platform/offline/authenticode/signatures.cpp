@@ -1,6 +1,7 @@
 #include "platform/signatures.h"
 
 #include <algorithm>
+#include <ctime>
 #include <memory>
 #include <optional>
 
@@ -19,6 +20,34 @@ using posix::SignedFile;
 Code OpenFile(cvn::StringView path, files::File* file) {
   return files::Open(path, files::Access::Read, files::Share::ReadWrite,
                      files::Disposition::OpenExisting, file);
+}
+
+std::int64_t SecondsOf(const ASN1_TIME* time) {
+  std::tm moment{};
+  return time != nullptr && ASN1_TIME_to_tm(time, &moment) == 1 ? timegm(&moment) : 0;
+}
+
+Certificate Read(const X509* from) {
+  Certificate certificate{.issuer = posix::X500Text(X509_get_issuer_name(from)),
+                          .subject = posix::X500Text(X509_get_subject_name(from)),
+                          .serial = posix::SerialOf(from),
+                          .validFrom = SecondsOf(X509_get0_notBefore(from)),
+                          .validUntil = SecondsOf(X509_get0_notAfter(from))};
+  // The interface has the lowest byte first, as Windows has.
+  std::ranges::reverse(certificate.serial);
+  return certificate;
+}
+
+Chain Read(const posix::ChainVerdict& verdict) {
+  Chain chain;
+  for (const auto& certificate : verdict.certificates) {
+    chain.certificates.push_back(Read(certificate.get()));
+  }
+  if (!chain.certificates.empty()) {
+    chain.fault = verdict.fault;
+    chain.faulty = verdict.faulty;
+  }
+  return chain;
 }
 
 }  // namespace
@@ -64,13 +93,16 @@ bool Verifier::SignerCertificate(Certificate* certificate) const {
   if (!HasSigner() || !state_->verdict->signer) {
     return false;
   }
-  const X509* signer = state_->verdict->signer.get();
-  certificate->issuer = posix::X500Text(X509_get_issuer_name(signer));
-  certificate->subject = posix::X500Text(X509_get_subject_name(signer));
-  // The interface has the lowest byte first, as Windows has.
-  certificate->serial = posix::SerialOf(signer);
-  std::ranges::reverse(certificate->serial);
+  *certificate = Read(state_->verdict->signer.get());
   return true;
+}
+
+Chain Verifier::SignerChain() const {
+  return HasProviderData() ? Read(state_->verdict->chain) : Chain();
+}
+
+Chain Verifier::StamperChain() const {
+  return HasProviderData() ? Read(state_->verdict->timestamp.chain) : Chain();
 }
 
 Timestamp Verifier::SigningTime(std::uint64_t* time) const {

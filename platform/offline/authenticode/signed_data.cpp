@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/file_digest.h"
+#include "platform/offline/authenticode/strength.h"
 
 namespace platform::posix {
 namespace {
@@ -174,18 +175,7 @@ Der FindAttribute(Der attributes, const ObjectId& type) {
 
 const EVP_MD* DigestNamed(Der algorithm) {
   const auto named = Decoded<d2i_X509_ALGOR>(algorithm);
-  switch (named ? NumberOf(*named) : NID_undef) {
-    case NID_sha1:
-      return EVP_sha1();
-    case NID_sha256:
-      return EVP_sha256();
-    case NID_sha384:
-      return EVP_sha384();
-    case NID_sha512:
-      return EVP_sha512();
-    default:
-      return nullptr;
-  }
+  return AcceptedDigest(named ? NumberOf(*named) : NID_undef);
 }
 
 std::vector<OpenSsl<X509>> ReadCertificates(const SignedData& data) {

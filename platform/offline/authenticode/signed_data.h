@@ -59,8 +59,8 @@ std::optional<IndirectData> ParseIndirectData(Der content);
 // none.
 Der FindAttribute(Der attributes, const ObjectId& type);
 
-// The algorithm of a digest that an AlgorithmIdentifier names; null unless it is one of the SHA
-// family.
+// The algorithm of a digest that an AlgorithmIdentifier names; null for one that is
+// refused (strength.h).
 const EVP_MD* DigestNamed(Der algorithm);
 
 // Those certificates of signed data that can be read.

@@ -1,5 +1,7 @@
 #include "platform/offline/authenticode/timestamp.h"
 
+#include <utility>
+
 #include "platform/file_digest.h"
 
 namespace platform::posix {
@@ -20,16 +22,20 @@ struct Maker {
   std::span<const OpenSsl<X509_CRL>> lists;
 };
 
-bool IsMadeBy(const CertificateStore& store, const Maker& maker, Revocation revocation,
-              std::time_t at) {
+// Judges who made it; what is left to say of a timestamp whose content is good.
+void JudgeMaker(const CertificateStore& store, const Maker& maker, Revocation revocation,
+                TimestampFound* found) {
   X509* certificate = FindSigner(maker.certificates, *maker.signer);
-  return certificate != nullptr && CheckSignature(*maker.signer, certificate) == kTrusted &&
-         VerifyChain(store, {.certificate = certificate,
-                             .others = maker.certificates,
-                             .lists = maker.lists,
-                             .purpose = Purpose::Timestamping,
-                             .revocation = revocation,
-                             .at = at}) == kTrusted;
+  if (certificate == nullptr || CheckSignature(*maker.signer, certificate) != kTrusted) {
+    return;
+  }
+  found->chain = VerifyChain(store, {.certificate = certificate,
+                                     .others = maker.certificates,
+                                     .lists = maker.lists,
+                                     .purpose = Purpose::Timestamping,
+                                     .revocation = revocation,
+                                     .at = found->time});
+  found->isGood = found->chain.status == kTrusted;
 }
 
 // Reads when, and whether it is a stamp on `signature`.
@@ -64,7 +70,7 @@ TimestampFound JudgeToken(const CertificateStore& store, Der bytes, Der signatur
       CheckMessageDigest(*token->signer, token->contentType, token->content.value) == kTrusted) {
     const auto certificates = ReadCertificates(*token);
     const auto lists = ReadRevocationLists(*token);
-    found.isGood = IsMadeBy(store, {&*token->signer, certificates, lists}, revocation, *time);
+    JudgeMaker(store, {&*token->signer, certificates, lists}, revocation, &found);
   }
   return found;
 }
@@ -84,17 +90,18 @@ TimestampFound JudgeCounterSignature(const CertificateStore& store, Der bytes, D
   if (time && times.IsDone()) {
     found.kind = Timestamp::Found;
     found.time = *time;
-    found.isGood = CheckMessageDigest(*signer, std::nullopt, signature) == kTrusted &&
-                   IsMadeBy(store, {&*signer, certificates, {}}, revocation, *time);
+    if (CheckMessageDigest(*signer, std::nullopt, signature) == kTrusted) {
+      JudgeMaker(store, {&*signer, certificates, {}}, revocation, &found);
+    }
   }
   return found;
 }
 
 // Keeps what is better: a good one, or the first of timestamp kind.
-void Keep(const TimestampFound& candidate, TimestampFound* best) {
+void Keep(TimestampFound candidate, TimestampFound* best) {
   if (!best->isGood &&
       (candidate.isGood || (best->kind != Timestamp::Found && candidate.kind != Timestamp::None))) {
-    *best = candidate;
+    *best = std::move(candidate);
   }
 }
 

@@ -17,6 +17,8 @@ struct TimestampFound {
   // time that it tells. That the certificate has expired since does not matter.
   bool isGood = false;
   std::time_t time = 0;
+  ChainVerdict chain =
+      {};  // of who made it, when that much of it was good; else it has no certificates
 };
 
 // The first good one among the signer's counter-signatures, else the first of timestamp kind.
