@@ -7,7 +7,7 @@
 #include "platform/catalogs.h"
 #include "platform/paths.h"
 #include "refused_serials.h"
-#include "support/format.h"
+#include "trace/trace.h"
 #include "trust/path_key.h"
 #include "trust/product.h"
 
@@ -78,10 +78,7 @@ cvn::String GetSubject(const signatures::Certificate& certificate) {
 
 cvn::String GetSerial(const signatures::Certificate& certificate) {
   const logging::ScopeTrace scope(kGetSerial);
-  cvn::String serial;
-  for (auto byte = certificate.serial.rbegin(); byte != certificate.serial.rend(); ++byte) {
-    serial.Append(cvn::Format(u"%02x", static_cast<unsigned>(*byte)));
-  }
+  cvn::String serial = tessel::SerialText(certificate);
   logging::WriteLine(logging::kDetail, kGetSerial, u"Serial: %s", serial);
   return serial;
 }
@@ -127,6 +124,7 @@ Code DigitalSignatureObjectImplementation::GetDigitalSignature(cvn::StringView p
                                                                bool online) {
   const logging::ScopeTrace scope(kGetDigitalSignature);
   path_ = path;
+  findings_.clear();
   const Code code = OpenFileHandle();
   if (code == platform::kSuccess) {
     EnumCertificates(certificates, online);
@@ -163,6 +161,8 @@ void DigitalSignatureObjectImplementation::EnumCertificates(cvn::List<Chain>* ce
     if (observer_ != nullptr) {
       observer_->OnStatus(status);
     }
+    findings_.push_back(
+        {.status = status, .signer = verifier.SignerChain(), .stamper = verifier.StamperChain()});
     ReadChain(verifier, index, status == signatures::kTrusted, certificates);
     verifier.Close();
     if (observer_ != nullptr) {
@@ -208,8 +208,11 @@ void DigitalSignatureObjectImplementation::ReadChain(const Verifier& verifier, s
   }
   Chain chain;
   GetCertificate(verifier, &chain);
+  tessel::SignatureFinding& finding = findings_.back();
+  finding.stampedAt = chain.certificates.empty() ? 0 : chain.certificates.front().timestamp;
   if (isTrusted) {
     certificates->push_back(chain);
+    finding.chain = chain;
     chains_.push_back(std::move(chain));
   }
 }
@@ -263,24 +266,40 @@ cvn::StringView NumberIn(cvn::StringView digits) {
 
 }  // namespace
 
+PublisherVerdict JudgePublisherSignature(cvn::StringView contentPath, bool online) {
+  PublisherVerdict verdict;
+  Crypt::DigitalSignatureObjectImplementation reader;
+  // Twice, and both have to find a good one.
+  for (int i = 0; i < 2; ++i) {
+    verdict.isOpen = reader.GetDigitalSignature(contentPath, online) == platform::kSuccess;
+    verdict.signatures = reader.Findings();
+    const bool anyGood = std::ranges::any_of(
+        verdict.signatures,
+        [](const SignatureFinding& finding) { return finding.chain.has_value(); });
+    if (!verdict.isOpen || !anyGood) {
+      return verdict;
+    }
+  }
+  for (SignatureFinding& finding : verdict.signatures) {
+    if (finding.chain) {
+      finding.publisher = FaultOfChain(*finding.chain);
+      verdict.passes = verdict.passes || finding.publisher == PublisherFault::None;
+    }
+  }
+  return verdict;
+}
+
 bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath, bool online) {
   if (!NeedsSignature(path)) {
     return true;
   }
-  Crypt::DigitalSignatureObjectImplementation reader;
-  std::vector<Crypt::Chain> chains;
-  if (reader.GetDigitalSignature(contentPath, online) != platform::kSuccess) {
-    return false;
+  const PublisherVerdict verdict = JudgePublisherSignature(contentPath, online);
+  for (const SignatureFinding& finding : verdict.signatures) {
+    if (!verdict.passes) {
+      TraceLine(u"Signature refused: %s", WhatIsWrong(finding));
+    }
   }
-  reader.GetChains(&chains);
-  if (chains.empty()) {
-    return false;
-  }
-  cvn::List<Crypt::Chain> certificates;
-  if (reader.GetDigitalSignature(contentPath, &certificates, online) != platform::kSuccess) {
-    return false;
-  }
-  return std::any_of(certificates.begin(), certificates.end(), IsPublishersChain);
+  return verdict.passes;
 }
 
 PublisherFault FaultOfChain(const Crypt::Chain& chain) {

@@ -10,6 +10,7 @@
 #include "platform/signatures.h"
 #include "support/string.h"
 #include "trust/signature_info.h"
+#include "trust/signature_words.h"
 
 namespace Crypt {
 
@@ -50,6 +51,8 @@ class DigitalSignatureObjectImplementation : public IDigitalSignature {
   platform::Code GetDigitalSignature(cvn::StringView path, bool online) override;
   void GetChains(std::vector<Chain>* out) const override { *out = chains_; }
   void SetObserver(ISignatureObserver* observer) override { observer_ = observer; }
+  // All signatures of the last call's file, good or not.
+  const std::vector<tessel::SignatureFinding>& Findings() const { return findings_; }
 
  private:
   using Verifier = platform::signatures::Verifier;
@@ -66,6 +69,7 @@ class DigitalSignatureObjectImplementation : public IDigitalSignature {
   cvn::PathString path_;
   platform::files::File file_;
   std::vector<Chain> chains_;
+  std::vector<tessel::SignatureFinding> findings_;
   ISignatureObserver* observer_ = nullptr;
   logging::LogRef log_;
 };
@@ -76,11 +80,19 @@ namespace tessel {
 
 // Whether the file at `path` needs no signature, being no program, library, driver or catalog by
 // its extension, or has a valid one of the publisher's. Its content is read at `contentPath`, which
-// is the same path, or that of what the caller holds in its place.
+// is the same path, or that of what the caller holds in its place. Traces what is wrong with each
+// of the signatures when none will do.
 bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath, bool online);
 
+// What a file's signatures are worth.
+struct PublisherVerdict {
+  bool isOpen = false;  // whether the file could be opened
+  bool passes = false;  // whether one of them is good, and the publisher's
+  std::vector<SignatureFinding> signatures;
+};
+PublisherVerdict JudgePublisherSignature(cvn::StringView contentPath, bool online);
+
 // What there is against a chain, however good its signatures are.
-enum class PublisherFault { None, OtherName, RefusedSerial };
 PublisherFault FaultOfChain(const Crypt::Chain& chain);
 
 // Whether one of the chain's certificates is the publisher's, and not refused.

@@ -1,5 +1,7 @@
 #include "platform/signatures.h"
 
+#include <utility>
+
 #include "platform/windows/wintrust_library.h"
 // <ntdsapi.h> needs <windows.h> before it.
 #include <ntdsapi.h>
@@ -28,6 +30,70 @@ cvn::String NameText(CERT_NAME_BLOB* name) {
   });
 }
 
+std::int64_t SecondsOf(const FILETIME& time) {
+  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+  constexpr std::uint64_t kTicksPerSecond = 10'000'000;
+  const std::uint64_t ticks = std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+  return static_cast<std::int64_t>(ticks / kTicksPerSecond) - kSecondsFrom1601To1970;
+}
+
+Certificate Read(const CERT_CONTEXT& context) {
+  CERT_INFO* info = context.pCertInfo;
+  const auto* serial = reinterpret_cast<const std::byte*>(info->SerialNumber.pbData);
+  return {.issuer = NameText(&info->Issuer),
+          .subject = NameText(&info->Subject),
+          .serial = {serial, serial + info->SerialNumber.cbData},
+          .validFrom = SecondsOf(info->NotBefore),
+          .validUntil = SecondsOf(info->NotAfter)};
+}
+
+// The gravest of what CERT_TRUST_STATUS has against a certificate.
+Fault FaultOf(DWORD errors, const CERT_CONTEXT& context) {
+  constexpr DWORD kWeakSignature = 0x00100000;     // CERT_TRUST_HAS_WEAK_SIGNATURE
+  constexpr DWORD kExplicitDistrust = 0x04000000;  // CERT_TRUST_IS_EXPLICIT_DISTRUST
+  constexpr std::pair<DWORD, Fault> kFaults[] = {
+      {CERT_TRUST_IS_NOT_SIGNATURE_VALID, Fault::BadSignature},
+      {kWeakSignature, Fault::WeakDigest},
+      {kExplicitDistrust, Fault::Distrusted},
+      {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, Fault::NoAuthority},
+      {CERT_TRUST_IS_UNTRUSTED_ROOT, Fault::UntrustedRoot},
+      {CERT_TRUST_IS_PARTIAL_CHAIN, Fault::IssuerMissing},
+      {CERT_TRUST_IS_REVOKED, Fault::Revoked},
+      {CERT_TRUST_IS_NOT_TIME_VALID, Fault::Expired},
+      {CERT_TRUST_IS_NOT_VALID_FOR_USAGE, Fault::WrongPurpose},
+  };
+  for (const auto& [error, fault] : kFaults) {
+    if ((errors & error) != 0) {
+      const bool isEarly =
+          fault == Fault::Expired && ::CertVerifyTimeValidity(nullptr, context.pCertInfo) < 0;
+      return isEarly ? Fault::NotYetValid : fault;
+    }
+  }
+  return Fault::None;
+}
+
+// The way up that Windows chose.
+Chain Read(const CRYPT_PROVIDER_SGNR& signer) {
+  Chain chain;
+  if (signer.pChainContext == nullptr || signer.pChainContext->cChain == 0) {
+    return chain;
+  }
+  const CERT_SIMPLE_CHAIN& way = *signer.pChainContext->rgpChain[0];
+  // That a chain is partial is told of the chain alone, and its last certificate makes it so.
+  const DWORD partial = way.TrustStatus.dwErrorStatus & CERT_TRUST_IS_PARTIAL_CHAIN;
+  for (DWORD i = 0; i < way.cElement; ++i) {
+    const CERT_CHAIN_ELEMENT& element = *way.rgpElement[i];
+    const DWORD errors = element.TrustStatus.dwErrorStatus | (i + 1 == way.cElement ? partial : 0);
+    const Fault fault = FaultOf(errors, *element.pCertContext);
+    if (fault < chain.fault) {
+      chain.fault = fault;
+      chain.faulty = i;
+    }
+    chain.certificates.push_back(Read(*element.pCertContext));
+  }
+  return chain;
+}
+
 }  // namespace
 
 // --- Verifier
@@ -54,6 +120,19 @@ struct Verifier::State {
     CRYPT_PROVIDER_DATA* provider = ProviderData();
     return provider == nullptr ? nullptr
                                : Wintrust()->getProvSignerFromChain(provider, 0, FALSE, 0);
+  }
+
+  // The first counter-signer of timestamp kind; null when there is none.
+  const CRYPT_PROVIDER_SGNR* Stamper() const {
+    const CRYPT_PROVIDER_SGNR* signer = Signer();
+    for (DWORD i = 0; signer != nullptr && i < signer->csCounterSigners; ++i) {
+      const CRYPT_PROVIDER_SGNR* counterSigner =
+          Wintrust()->getProvSignerFromChain(ProviderData(), 0, TRUE, i);
+      if (counterSigner != nullptr && counterSigner->dwSignerType == SGNR_TYPE_TIMESTAMP) {
+        return counterSigner;
+      }
+    }
+    return nullptr;
   }
 
   cvn::PathString path;
@@ -100,27 +179,27 @@ bool Verifier::SignerCertificate(Certificate* certificate) const {
   if (leaf == nullptr || leaf->pCert == nullptr) {
     return false;
   }
-  CERT_INFO* info = leaf->pCert->pCertInfo;
-  certificate->issuer = NameText(&info->Issuer);
-  certificate->subject = NameText(&info->Subject);
-  const auto* serial = reinterpret_cast<const std::byte*>(info->SerialNumber.pbData);
-  certificate->serial.assign(serial, serial + info->SerialNumber.cbData);
+  *certificate = Read(*leaf->pCert);
   return true;
 }
 
+Chain Verifier::SignerChain() const {
+  const CRYPT_PROVIDER_SGNR* signer = state_->Signer();
+  return signer == nullptr ? Chain() : Read(*signer);
+}
+
+Chain Verifier::StamperChain() const {
+  const CRYPT_PROVIDER_SGNR* stamper = state_->Stamper();
+  return stamper == nullptr ? Chain() : Read(*stamper);
+}
+
 Timestamp Verifier::SigningTime(std::uint64_t* time) const {
-  CRYPT_PROVIDER_DATA* provider = state_->ProviderData();
-  const DWORD count = state_->Signer()->csCounterSigners;
-  for (DWORD i = 0; i < count; ++i) {
-    const CRYPT_PROVIDER_SGNR* counterSigner =
-        Wintrust()->getProvSignerFromChain(provider, 0, TRUE, i);
-    if (counterSigner != nullptr && counterSigner->dwSignerType == SGNR_TYPE_TIMESTAMP) {
-      const FILETIME& when = counterSigner->sftVerifyAsOf;
-      *time = std::uint64_t{when.dwHighDateTime} << 32 | when.dwLowDateTime;
-      return Timestamp::Found;
-    }
+  if (const CRYPT_PROVIDER_SGNR* stamper = state_->Stamper()) {
+    const FILETIME& when = stamper->sftVerifyAsOf;
+    *time = std::uint64_t{when.dwHighDateTime} << 32 | when.dwLowDateTime;
+    return Timestamp::Found;
   }
-  return count == 0 ? Timestamp::None : Timestamp::OtherCounterSigner;
+  return state_->Signer()->csCounterSigners == 0 ? Timestamp::None : Timestamp::OtherCounterSigner;
 }
 
 // --- Without a chain of trust

@@ -1,5 +1,8 @@
 // Catalogs and programs with real signatures, and what is copied of a patch, on a machine that
 // knows one root and has the product's install folder.
+#include <gmock/gmock.h>
+
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -110,6 +113,33 @@ TEST_F(Signatures, AnyOfAFileMayBeThePublishers) {
     WriteContent(path, file);
     EXPECT_EQ(VerifyPublisherSignature(path, path, false), passes)
         << "row " << &passes - &kCases[0].second;
+  }
+}
+
+// In one line for each signature, so that a support engineer knows whom to ask.
+TEST_F(Signatures, TheTraceTellsWhichCertificateIsRefusedAndWhy) {
+  const Identity weak = MakeIdentity({.name = "Weak", .issuer = &W().root, .rsaBits = 1016});
+  const Identity late = MakeIdentity({.name = "Late", .issuer = &W().root, .toDay = -1});
+  const Identity stray = Issue("Stray", "Any", weak);
+  const std::string own = Catalog(W().publisher);
+  const std::pair<std::string, const char*> kCases[] = {
+      {Catalog(stray),
+       "CN=Stray .serial number .* was issued by an authority whose certificate is"},
+      {Catalog(weak), "of C=RO, O=\"Example, SRL\", CN=Weak .* has a key that is too short"},
+      {Catalog(late), "CN=Late .* has expired"},
+      {Catalog(W().another), "CN=Another .* isn't the publisher's"},
+      {platform::test::WithToken(own, W().another, std::time(nullptr), own),
+       "CN=Another .* another purpose"},
+      {"text", "the file is neither a sound program nor a sound catalog"},
+  };
+  const cvn::String path = Path(u"patch.cat");
+  for (const auto& [file, line] : kCases) {
+    WriteContent(path, file);
+    OpenTraceFile(Path(u"trace.txt"));
+    EXPECT_FALSE(VerifyPublisherSignature(path, path, false));
+    CloseTraceFile();
+    EXPECT_THAT(ContentOf(Path(u"trace.txt")).value_or(""),
+                testing::ContainsRegex(std::string("Signature refused: .*") + line));
   }
 }
 
