@@ -7,10 +7,13 @@
 namespace tessel {
 
 bool ParseXmlText(cvn::StringView text, TiXmlDocument* document) {
-  if (text.empty()) {
+  return ParseXmlUtf8(cvn::WideToUtf8(text), document);
+}
+
+bool ParseXmlUtf8(const std::string& utf8, TiXmlDocument* document) {
+  if (utf8.empty()) {
     return false;
   }
-  const std::string utf8 = cvn::WideToUtf8(text);
   if (!cvn::IsXmlNestingAllowed(utf8)) {
     TraceLine(u"Elements are nested more than %u levels deep.", cvn::kDeepestXml);
     return false;

@@ -12,6 +12,8 @@ namespace tessel {
 // Parses wide text into `document`. False when it is empty, not well-formed, or nests deeper than
 // TinyXML's recursive parser may be trusted with; in the last case the trace says so.
 bool ParseXmlText(cvn::StringView text, TiXmlDocument* document);
+// The same for text as TinyXML takes it.
+bool ParseXmlUtf8(const std::string& utf8, TiXmlDocument* document);
 
 // The value of an attribute as wide text, empty when it is missing.
 cvn::String XmlAttributeText(const TiXmlElement& element, const std::string& name);

@@ -51,7 +51,7 @@ void OpenChangeAndSave(Input* input) {
   Change(root, xpath, value, document.get());
   document->EvaluateText(root, question, &text);
   if (document->Save(kSaved)) {
-    std::make_shared<CCVNTinyXml>()->Load(kSaved);
+    Require(std::make_shared<CCVNTinyXml>()->Load(kSaved), "what was saved can be opened");
   }
 }
 

@@ -3,7 +3,12 @@
 #include <algorithm>
 #include <string_view>
 
+#include "commands/documents/xml_check.h"
+#include "commands/documents/xml_marks.h"
+#include "commands/documents/xml_name.h"
 #include "commands/documents/xml_printer.h"
+#include "commands/documents/xml_shield.h"
+#include "engine/xml_text.h"
 #include "platform/error.h"
 #include "platform/text_file.h"
 #include "platform/whole_file.h"
@@ -15,15 +20,44 @@ namespace {
 
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
-// Makes a file's bytes well-formed UTF-8, by its byte-order mark.
-void Decode(std::string* bytes) {
+// Whether each half of a surrogate pair in UTF-16 has the other.
+bool HasWholePairs(std::string_view bytes, bool bigEndian) {
+  bool isOpen = false;
+  for (std::size_t at = bigEndian ? 0 : 1; at < bytes.size(); at += 2) {
+    const int kind = static_cast<unsigned char>(bytes[at]) & 0xFC;
+    if (isOpen != (kind == 0xDC)) {
+      return false;
+    }
+    isOpen = kind == 0xD8;
+  }
+  return !isOpen;
+}
+
+// Makes a file's bytes well-formed UTF-8, by its byte-order mark. False when some had to be
+// replaced.
+bool Decode(std::string* bytes) {
   const bool bigEndian = bytes->starts_with("\xFE\xFF");
   if (bigEndian || bytes->starts_with("\xFF\xFE")) {
     bytes->resize((bytes->size() + 1) / 2 * 2);  // a file cut within a character ends in zeros
+    const bool isWhole = HasWholePairs(*bytes, bigEndian);
     *bytes = cvn::Utf16BytesToUtf8(*bytes, bigEndian);
-  } else {
-    cvn::RepairUtf8(bytes);
+    return isWhole;
   }
+  const bool isWhole = cvn::IsValidUtf8(*bytes);
+  cvn::RepairUtf8(bytes);
+  return isWhole;
+}
+
+// Takes the zeros at the end away, with which files are filled up. False when there are others: the
+// text would end there.
+bool TakeZerosOff(std::string* text) {
+  text->resize(text->find_last_not_of('\0') + 1);
+  return text->find('\0') == std::string::npos;
+}
+
+bool HasSameXmlButDeletes(std::string text, const TiXmlDocument& document) {
+  std::ranges::replace(text, '\x7F', kDeleteMark);
+  return HasSameXml(text, document);
 }
 
 // CR LF and a lone CR become LF.
@@ -85,22 +119,54 @@ bool CCVNTinyXml::Load(cvn::StringView path) {
   if (platform::ReadWholeFile(path, &text) != platform::kSuccess) {
     return false;
   }
-  Decode(&text);
+  isRepaired_ = !Decode(&text);
+  if (!TakeZerosOff(&text)) {
+    return false;
+  }
   NormaliseLineEnds(&text);
-  const char* start = text.c_str() + (text.starts_with(kUtf8Mark) ? kUtf8Mark.size() : 0);
-  if (*start == '\0' || !cvn::IsXmlNestingAllowed(start)) {
+  text.erase(0, text.starts_with(kUtf8Mark) ? kUtf8Mark.size() : 0);
+  ShieldedXml shielded;
+  if (text.empty() || !ShieldXml(std::move(text), XmlPart::Document, &shielded) ||
+      !cvn::IsXmlNestingAllowed(shielded.text)) {
     return false;
   }
   document_.SetTabSize(0);  // nobody asks for rows and columns
-  document_.Parse(start, nullptr, TIXML_ENCODING_UTF8);
-  return !document_.Error();
+  document_.Parse(shielded.text.c_str(), nullptr, TIXML_ENCODING_UTF8);
+  const bool isComplete = !document_.Error() && HasSameXmlButDeletes(shielded.text, document_);
+  RestoreKept(shielded, &document_);
+  return isComplete;
 }
 
 bool CCVNTinyXml::Save(cvn::StringView path) {
   platform::SetLastError(platform::kSuccess);
-  std::string text = PrintXml(document_);
-  cvn::RepairUtf8(&text);  // a reference may have named half a pair of surrogates
+  const std::string text = PrintXml(document_);
+  if (isRepaired_ || !IsWholeDocument(text)) {
+    platform::SetLastError(kInvalidData);
+    return false;
+  }
   return platform::SaveTextFile(path, text) == platform::kSuccess;
+}
+
+bool CCVNTinyXml::IsWholeDocument(const std::string& text) const {
+  const TiXmlElement* root = document_.RootElement();
+  ShieldedXml shielded;
+  return root != nullptr && root->NextSiblingElement() == nullptr &&
+         ShieldXml(text, XmlPart::Document, &shielded) && HasSameXml(text, document_);
+}
+
+TiXmlElement* CCVNTinyXml::ParseElement(cvn::StringView text, TiXmlDocument* document) {
+  ShieldedXml shielded;
+  if (!ShieldXml(cvn::WideToUtf8(text), XmlPart::Element, &shielded) ||
+      !ParseXmlUtf8(shielded.text, document)) {
+    return nullptr;
+  }
+  TiXmlElement* element = document->RootElement();
+  shielded.text.resize(shielded.size);
+  if (element == nullptr || !HasSameXml(shielded.text, *element)) {
+    return nullptr;
+  }
+  RestoreKept(shielded, document);
+  return element;
 }
 
 TiXmlElement* CCVNTinyXml::FindElement(TiXmlElement* context, const std::string& xpath) {
@@ -123,7 +189,8 @@ bool CCVNTinyXml::SetValue(TiXmlElement* context, const std::string& xpath,
     return true;
   }
   const std::size_t slash = xpath.rfind('/');
-  if (slash != std::string::npos && slash + 2 < xpath.size() && xpath[slash + 1] == '@') {
+  if (slash != std::string::npos && xpath.substr(slash + 1).starts_with('@') &&
+      IsXmlName(cvn::Utf8ToWide(xpath.substr(slash + 2)))) {
     TiXmlElement* owner = FindElement(context, xpath.substr(0, slash));
     if (owner != nullptr) {
       return SetAttribute(owner, xpath.substr(slash + 2), value);

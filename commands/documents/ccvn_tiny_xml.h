@@ -8,9 +8,12 @@
 #include <unordered_map>
 
 #include "commands/documents/xml_mirror.h"
+#include "platform/error.h"
 #include "support/string.h"
 
 namespace tessel {
+
+inline constexpr platform::Code kInvalidData = 13;  // ERROR_INVALID_DATA
 
 class CCVNTinyXml;
 
@@ -43,11 +46,13 @@ class CCVNTinyXml : public std::enable_shared_from_this<CCVNTinyXml> {
   virtual ~CCVNTinyXml() = default;
 
   // Reads a file in UTF-8 or, by its byte-order mark, in UTF-16 of either order. False with the
-  // platform's last error, or with none when the text isn't well-formed or nests deeper than
-  // cvn::kDeepestXml.
+  // platform's last error, or with none when the text isn't well-formed, nests deeper than
+  // cvn::kDeepestXml, or has what the tree can't hold. What isn't in that encoding becomes U+FFFD,
+  // and such a document can't be saved.
   virtual bool Load(cvn::StringView path);
   // Writes UTF-8 with a byte-order mark and CR LF; the old file stays whole until the new one is.
-  // False with the last error.
+  // False with the last error: kInvalidData when the new text wouldn't be well-formed, or wouldn't
+  // have all that is in the tree.
   virtual bool Save(cvn::StringView path);
 
   // Null when the document has none.
@@ -59,6 +64,10 @@ class CCVNTinyXml : public std::enable_shared_from_this<CCVNTinyXml> {
   bool EvaluateText(TiXmlElement* context, const std::string& xpath, std::string* result) {
     return mirror_.EvaluateText(context, xpath, result);
   }
+
+  // Parses one element in a text of a script; what stands behind it doesn't matter. Null when it is
+  // none, or has what the tree can't hold.
+  static TiXmlElement* ParseElement(cvn::StringView text, TiXmlDocument* document);
 
   // Sets what `xpath` selects: the only text of an element (all its children go), or an attribute,
   // which is made when its element is there. An empty path means the context itself. False when
@@ -83,12 +92,15 @@ class CCVNTinyXml : public std::enable_shared_from_this<CCVNTinyXml> {
  private:
   friend class XmlElementHandle;
 
+  // Whether `text`, in which the document was printed, has one root and all of the tree.
+  bool IsWholeDocument(const std::string& text) const;
   void SetText(TiXmlElement* element, const std::string& text);
   bool SetAttribute(TiXmlElement* element, const std::string& name, const std::string& value);
   // Makes the handles dead that lead to `node` or into it.
   void Forget(const TiXmlNode& node, bool itself);
 
   TiXmlDocument document_;
+  bool isRepaired_ = false;  // not all that the file had is in the text that was parsed
   XPathMirror mirror_{&document_};
   std::unordered_map<const TiXmlNode*, std::weak_ptr<XmlElementHandle>> handles_;
 };

@@ -4,16 +4,14 @@
 #include "commands/common/families.h"
 #include "commands/documents/ccvn_tiny_xml.h"
 #include "commands/documents/document_commands.h"
+#include "commands/documents/xml_shield.h"
 #include "engine/variable_store.h"
-#include "engine/xml_text.h"
 #include "platform/error.h"
 #include "support/utf.h"
 #include "trace/trace.h"
 
 namespace tessel {
 namespace {
-
-constexpr std::uint32_t kInvalidData = 13;
 
 // Where an expression starts: the root element of a document, or the element that a handle holds.
 struct XmlContext {
@@ -361,10 +359,10 @@ std::uint32_t FunctionXmlAddChild::AddChild(const cvn::String& xml, const std::s
                                             const std::string& before, const std::string& after,
                                             const std::string& section) {
   TiXmlDocument parsed;
-  if (!ParseXmlText(xml, &parsed) || parsed.RootElement() == nullptr) {
+  TiXmlElement* added = CCVNTinyXml::ParseElement(xml, &parsed);
+  if (added == nullptr) {
     return kInvalidData;
   }
-  TiXmlElement* added = parsed.RootElement();
   const XmlContext context = ResolveHandle(handle, *objects);
   if (context.code != platform::kSuccess) {
     return context.code;
@@ -379,7 +377,7 @@ std::uint32_t FunctionXmlAddChild::AddChild(const cvn::String& xml, const std::s
     return kInvalidData;
   }
   if (!section.empty()) {
-    auto* text = new TiXmlText(section);
+    auto* text = new TiXmlText(SplitIntoSections(section));
     text->SetCDATA(true);
     added->LinkEndChild(text);
   }

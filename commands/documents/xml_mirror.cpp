@@ -1,11 +1,13 @@
 #include "commands/documents/xml_mirror.h"
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <pugixml.hpp>
 #include <unordered_map>
 #include <vector>
 
+#include "commands/documents/xml_marks.h"
 #include "commands/documents/xml_printer.h"
 
 namespace tessel {
@@ -32,6 +34,13 @@ TiXmlElement* NextElement(TiXmlElement* element, const TiXmlNode* root) {
     }
   }
   return nullptr;
+}
+
+// A name in the text that the copy was parsed from gets back what no name should have.
+void RestoreName(const char* name) {
+  for (char* at = const_cast<char*>(name); (at = std::strchr(at, kDeleteMark)) != nullptr;) {
+    *at = '\x7F';
+  }
 }
 
 // Adds a text behind the children of `parent`; there are no empty ones.
@@ -103,6 +112,10 @@ struct XPathMirror::Copy {
     struct Pairing : pugi::xml_tree_walker {
       bool for_each(pugi::xml_node& node) override {
         if (node.type() == pugi::node_element) {
+          RestoreName(node.name());
+          for (const pugi::xml_attribute attribute : node.attributes()) {
+            RestoreName(attribute.name());
+          }
           if (next == nullptr || next->ValueStr() != node.name()) {
             return false;
           }
@@ -125,7 +138,7 @@ struct XPathMirror::Copy {
     original->SetUserData(node.internal_object());
     added[node.internal_object()] = original;
     for (const TiXmlAttribute* at = original->FirstAttribute(); at != nullptr; at = at->Next()) {
-      node.append_attribute(at->Name()).set_value(at->Value());
+      node.append_attribute(at->Name()).set_value(WithoutXmlMarks(at->ValueStr()).c_str());
     }
     CopyChildren(original, node);
   }
@@ -137,7 +150,7 @@ struct XPathMirror::Copy {
     for (; child != nullptr; child = child->NextSibling()) {
       TiXmlElement* element = child->ToElement();
       if (child->ToText() != nullptr) {
-        words += child->ValueStr();
+        words += WithoutXmlMarks(child->ValueStr());
       } else if (element != nullptr || child->ToComment() != nullptr) {
         AppendText(words, node);
         words.clear();

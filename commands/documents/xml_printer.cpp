@@ -1,7 +1,10 @@
 #include "commands/documents/xml_printer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <string_view>
+
+#include "commands/documents/xml_marks.h"
 
 namespace tessel {
 namespace {
@@ -50,11 +53,22 @@ void AppendEncoded(std::string_view text, std::string* out) {
       default:
         if (static_cast<unsigned char>(c) < 32) {
           AppendControl(static_cast<unsigned char>(c), out);
+        } else if (const XmlMark* mark = FindXmlMark(c)) {
+          out->append(mark->printed);
         } else {
           out->append(1, c);
         }
     }
   }
+}
+
+void AppendSections(std::string_view text, std::string* out) {
+  out->append("<![CDATA[");
+  for (const char c : text) {
+    const XmlMark* mark = FindXmlMark(c);
+    mark == nullptr ? out->append(1, c) : out->append(mark->printed);
+  }
+  out->append("]]>\n");
 }
 
 void AppendAttribute(const TiXmlAttribute& attribute, std::string* out) {
@@ -136,7 +150,7 @@ class Printer {
     if (text.CDATA()) {
       out_->append("\n");
       AppendIndent(depth, out_);
-      out_->append("<![CDATA[").append(text.ValueStr()).append("]]>\n");
+      AppendSections(text.ValueStr(), out_);
     } else {
       AppendEncoded(text.ValueStr(), out_);
     }
@@ -146,8 +160,12 @@ class Printer {
 };
 
 // Unlike TinyXML's own encoding, leaves nothing of the text to be read as a reference.
-void AppendPlain(const std::string& text, std::string* out) {
+void AppendPlain(std::string_view text, std::string* out) {
   for (const char c : text) {
+    if (const XmlMark* mark = FindXmlMark(c)) {
+      AppendPlain(mark->plain, out);
+      continue;
+    }
     if (static_cast<unsigned char>(c) < 32 || c == '&' || c == '<' || c == '>' || c == '"') {
       char digits[4];
       const auto end =
@@ -157,6 +175,12 @@ void AppendPlain(const std::string& text, std::string* out) {
       out->append(1, c);
     }
   }
+}
+
+void AppendBareName(const std::string& name, std::string* out) {
+  const std::size_t start = out->size();
+  out->append(name);
+  std::replace(out->begin() + static_cast<std::ptrdiff_t>(start), out->end(), '\x7F', kDeleteMark);
 }
 
 void AppendBare(const TiXmlNode& node, std::string* out) {
@@ -172,9 +196,12 @@ void AppendBare(const TiXmlNode& node, std::string* out) {
   if (element == nullptr) {
     return;
   }
-  out->append("<").append(element->ValueStr());
+  out->append("<");
+  AppendBareName(element->ValueStr(), out);
   for (const TiXmlAttribute* at = element->FirstAttribute(); at != nullptr; at = at->Next()) {
-    out->append(" ").append(at->NameTStr()).append("=\"");
+    out->append(" ");
+    AppendBareName(at->NameTStr(), out);
+    out->append("=\"");
     AppendPlain(at->ValueStr(), out);
     out->append("\"");
   }
@@ -183,7 +210,9 @@ void AppendBare(const TiXmlNode& node, std::string* out) {
        child = child->NextSibling()) {
     AppendBare(*child, out);
   }
-  out->append("</").append(element->ValueStr()).append(">");
+  out->append("</");
+  AppendBareName(element->ValueStr(), out);
+  out->append(">");
 }
 
 }  // namespace

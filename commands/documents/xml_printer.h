@@ -12,7 +12,7 @@ namespace tessel {
 std::string PrintXml(const TiXmlDocument& document);
 
 // The document without a character that isn't in its tree, for another parser to read into the same
-// tree.
+// tree. In names kDeleteMark stands for U+007F.
 std::string PrintXmlBare(const TiXmlDocument& document);
 
 }  // namespace tessel

@@ -69,6 +69,7 @@ TEST_F(XmlCommands, FailOnOddExpressions) {
     const char* error;
   } kCases[] = {
       {"xmlAddChild data='&lt;!-- a -->'", {"/r"}, "13|"},
+      {"xmlAddChild data='&lt;a>&amp;amp;&amp;e;&lt;/a>'", {"/r"}, "13|"},
       {"xmlAddChild data='&lt;a/>'", {"/r/none", "/r/@a", "%nothing%"}, "3|"},
       {"xmlRemoveChild", {"/r/none", "/r/x/text()", "count(/r)", "/r[", "/", "%nothing%"}, "1168|"},
       {"xmlSetValue value='v'",
@@ -109,7 +110,15 @@ TEST_F(XmlCommands, ChangeTheDocument) {
        "<xmlAddChild handle='d' xpath='/r' insert_before='none' insert_after='y' data='&lt;c/>'/>"
        "<xmlAddChild handle='d' xpath='/r' insert_before='//z' data='&lt;lost/>'/>",
        "<r a=\"1\"><x>one</x><b /><a /><x n=\"2\">two</x><y><z /></y><c /></r>"},
-      {"<xmlRemoveChild handle='d' xpath='/r'/>", ""},
+      {"<xmlSetValue handle='d' xpath=\"//x/@n[.='2']\" value='3'/>"
+       "<xmlSetValue handle='d' xpath=\"y/@k[.='0']\" value='4'/>"
+       "<xmlSetValue handle='d' xpath='y/@\xC3\x97' value='5'/>"
+       "<xmlSetValue handle='d' xpath='y/@\xC3\xA4' value='6'/>",
+       "<r a=\"1\"><x>one</x><x n=\"3\">two</x><y \xC3\xA4=\"6\"><z /></y></r>"},
+      {"<xmlAddChild handle='d' xpath='y/z' cdata='[[a]]>b]]>' data='&lt;a>&amp;#xA;&lt;?b >?>"
+       "&lt;/a>'/>",
+       "<r a=\"1\"><x>one</x><x n=\"2\">two</x><y><z><a>&#x0A;<?b >?>"
+       "<![CDATA[[[a]]]]><![CDATA[>b]]]]><![CDATA[>]]></a></z></y></r>"},
       {"<xmlGetElement handle='d' xpath='y' destHandle='y'/>"
        "<xmlGetElement handle='y' xpath='z' destHandle='y'/>"
        "<xmlSetValue handle='y' xpath='@k' value='none'/>"
@@ -120,6 +129,21 @@ TEST_F(XmlCommands, ChangeTheDocument) {
   for (const auto& testCase : kCases) {
     EXPECT_EQ(After(testCase.commands), testCase.after) << testCase.commands;
   }
+}
+
+// What no other reader takes isn't saved.
+TEST_F(XmlCommands, KeepTheOldFile) {
+  Put("t.xml",
+      "<r><a\x7F"
+      "b>1</a\x7F"
+      "b><b \x7F='2'>3</b></r>");
+  Put("old.xml", "old");
+  EXPECT_EQ(Answers(OpenXml("t.xml") + TellXml("b") + TellXml("name(*[1])") + TellXml("b/@*") +
+                    SaveXml("old.xml") + TellError() + OpenXml("d.xml") +
+                    "<xmlRemoveChild handle='d' xpath='/r'/>" + SaveXml("old.xml") + TellError()),
+            "3|a\x7F"
+            "b|2|13|13|");
+  EXPECT_EQ(Get("old.xml"), "old");
 }
 
 TEST_F(XmlCommands, AnswerXPath) {

@@ -85,6 +85,7 @@ class Case:
     expectations: Expectations
     script: bytes = None
     prepare: object = None
+    examine: object = None  # given the case's folder after a run, gives what is wrong in it
     is_strangers: bool = False  # packed with a key that is not the program's
 
     patch_name = 'patch.tlx'

@@ -28,6 +28,7 @@ import tempfile
 import time
 
 import container_cases
+import document_cases
 import example_cases
 import expectations
 import http_files
@@ -328,6 +329,8 @@ def check(case, platform, seen, folder):
         faults.append(expectations.differ(sorted(lines), trees.tell(folder, path), path))
     if platform.name == 'linux':
         faults += [differ_in_hive(*hive, folder) for hive in wanted.hives]
+    if case.examine is not None:
+        faults += case.examine(folder)
     return faults + [differ_in_file(*file, folder, case) for file in wanted.files]
 
 
@@ -400,7 +403,7 @@ def main():
     parser.add_argument('--filter', default='*', metavar='GLOB', help='which cases: family/name')
     parser.add_argument('-v', action='store_true', help='tell of each case')
     options = parser.parse_args()
-    families = (script_cases, container_cases, load_cases, example_cases)
+    families = (script_cases, document_cases, container_cases, load_cases, example_cases)
     cases = [case for family in families for case in family.all_cases()
              if fnmatch.fnmatchcase(case.name, options.filter)]
     if not cases:

@@ -175,7 +175,7 @@ def _filled_in(row, each):
     return lines
 
 
-def _case(name, text, source):
+def case(name, text, source):
     wanted = expectations.parse(text, f'{source} {name}')
     commands = [line for row in wanted.script or [] for line in _filled_in(row, wanted.each)]
     if wanted.exit_code is None:
@@ -194,4 +194,4 @@ def all_cases():
     for source in sorted(HERE.glob('*.cases')):
         parts = re.split(r'^== (.+)\n', source.read_text(encoding='utf-8'), flags=re.M)[1:]
         for name, text in zip(parts[::2], parts[1::2]):
-            yield _case(f'{source.stem}/{name}', text, source.name)
+            yield case(f'{source.stem}/{name}', text, source.name)

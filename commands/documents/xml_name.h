@@ -1,0 +1,16 @@
+// Names in XML.
+#pragma once
+
+#include "support/string.h"
+
+namespace tessel {
+
+// Whether a byte of UTF-8 may begin a name, or stand in one, for TinyXML: any beyond ASCII may, and
+// U+007F.
+bool StartsXmlName(char c);
+bool IsInXmlName(char c);
+
+// Whether `name` can be an attribute's for any reader, and TinyXML reads it: no ':' at the start.
+bool IsXmlName(cvn::StringView name);
+
+}  // namespace tessel
