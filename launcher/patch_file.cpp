@@ -13,6 +13,7 @@
 
 #include "patch_key.h"
 #include "platform/formats/patch_container.h"
+#include "platform/held_folder.h"
 #include "platform/openssl.h"
 #include "platform/whole_file.h"
 #include "support/format.h"
@@ -47,7 +48,11 @@ class ClearKey {
 }  // namespace
 
 platform::Code ReadPatchFile(cvn::StringView path, std::string* bytes) {
-  const platform::Code code = platform::ReadWholeFile(path, bytes);
+  platform::files::File file;
+  platform::Code code = platform::files::OpenRegular(path, &file);
+  if (code == platform::kSuccess) {
+    code = platform::ReadWholeFile(&file, bytes);
+  }
   return code == platform::kSuccess && bytes->empty() ? kInvalidScriptFile : code;
 }
 

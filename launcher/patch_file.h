@@ -14,7 +14,8 @@ namespace tessel {
 inline constexpr platform::Code kInvalidScriptFile = 1006;
 
 // Reads the whole file at `path`, which others can't write meanwhile. Success, the platform's code
-// for the failure, or kInvalidScriptFile.
+// for the failure (222 for a pipe, a socket or a device, none of which is opened), or
+// kInvalidScriptFile.
 platform::Code ReadPatchFile(cvn::StringView path, std::string* bytes);
 
 // The SHA-256 digest of a patch file's bytes in lower-case hexadecimal digits.

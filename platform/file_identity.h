@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "platform/error.h"
+#include "platform/files.h"
 #include "support/string.h"
 
 namespace platform::files {
@@ -18,5 +19,8 @@ struct Identity {
 // The identity of what `path` leads to; links are followed. Fails as Open does, but opens folders
 // too, and what another holds without sharing.
 Code GetIdentity(cvn::StringView path, Identity* identity);
+
+// The same of an open file.
+Code GetIdentity(const File& file, Identity* identity);
 
 }  // namespace platform::files

@@ -14,22 +14,16 @@ namespace platform::files {
 // no extension.
 class HeldFile {
  public:
-  // Fails as Open does; 223 for a file that is too large to be copied.
-  Code Hold(cvn::StringView path);
-  void Release();
+  // `original` was opened for reading at `path`, by OpenRegular or below a held folder. 223 for a
+  // file that is too large to be copied; otherwise the codes of Read and Write.
+  Code Hold(File original, cvn::StringView path);
 
-  // Where to read the content. On Windows the file's path, held or not; on Linux empty unless it is
-  // held.
+  // Where to read the content; empty unless it is held.
   cvn::StringView Path() const { return path_; }
 
  private:
   File file_;
   cvn::String path_;
 };
-
-// A path that leads to an open file even after its name is gone. On Windows, where a file that is
-// open keeps its name, that is `path`, by which it was opened; on Linux one that is good while the
-// file is open in this process.
-cvn::String PathOfOpenFile(const File& file, cvn::StringView path);
 
 }  // namespace platform::files

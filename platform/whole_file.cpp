@@ -23,12 +23,14 @@ cvn::String TemporaryPathFor(cvn::StringView path) {
 
 Code ReadWholeFile(cvn::StringView path, std::string* bytes) {
   files::File file;
-  Code code = files::Open(path, files::Access::Read, files::Share::Read,
-                          files::Disposition::OpenExisting, &file);
+  const Code code = files::Open(path, files::Access::Read, files::Share::Read,
+                                files::Disposition::OpenExisting, &file);
+  return code == kSuccess ? ReadWholeFile(&file, bytes) : code;
+}
+
+Code ReadWholeFile(files::File* file, std::string* bytes) {
   std::uint64_t size = 0;
-  if (code == kSuccess) {
-    code = file.Size(&size);
-  }
+  Code code = file->Size(&size);
   if (code == kSuccess && size > kLargestWholeFile) {
     code = kFileTooLarge;
   }
@@ -40,7 +42,7 @@ Code ReadWholeFile(cvn::StringView path, std::string* bytes) {
   std::size_t used = 0;
   for (;;) {
     std::size_t count = 0;
-    code = file.Read(std::as_writable_bytes(std::span(*bytes)).subspan(used), &count);
+    code = file->Read(std::as_writable_bytes(std::span(*bytes)).subspan(used), &count);
     if (code != kSuccess || count == 0) {
       break;
     }

@@ -16,6 +16,9 @@ inline constexpr std::size_t kLargestWholeFile = 0x7FFFFFFF;
 // kLargestWholeFile, else the codes of files::Open and Read.
 Code ReadWholeFile(cvn::StringView path, std::string* bytes);
 
+// The same of an open file, from its position on.
+Code ReadWholeFile(files::File* file, std::string* bytes);
+
 // A file that appears under its name complete or not at all: it is written beside that name and
 // moved over it by Commit. Without a Commit the name keeps what it had, and nothing is left.
 // An older file under the name hands on its permissions and attributes, unless only the owner may

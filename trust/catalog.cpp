@@ -1,11 +1,9 @@
 #include "trust/catalog.h"
 
-#include <algorithm>
 #include <utility>
 #include <vector>
 
 #include "files/path_text.h"
-#include "platform/files.h"
 #include "platform/paths.h"
 #include "support/format.h"
 #include "trust/path_key.h"
@@ -13,26 +11,16 @@
 namespace tessel {
 namespace {
 
-namespace files = platform::files;
-namespace paths = platform::paths;
-
 constexpr std::size_t kHashLength = 64;
-
-constexpr platform::Code kFunctionFailed = 1627;
 
 }  // namespace
 
 void BindCatalogFunctions(CatalogFunctions* functions) { functions->Bind(); }
 
-platform::Code CalcFileHash(const CatalogFunctions& functions, cvn::StringView path,
+platform::Code CalcFileHash(const CatalogFunctions& functions, platform::files::File* file,
                             cvn::String* hashText) {
-  files::File file;
   std::vector<std::byte> digest;
-  platform::Code code = files::Open(path, files::Access::Read, files::Share::Read,
-                                    files::Disposition::OpenExisting, &file);
-  if (code == platform::kSuccess) {
-    code = functions.Hash(&file, &digest);
-  }
+  const platform::Code code = functions.Hash(file, &digest);
   if (code == platform::kSuccess) {
     *hashText = cvn::HexText(digest);
   }
@@ -41,7 +29,7 @@ platform::Code CalcFileHash(const CatalogFunctions& functions, cvn::StringView p
 
 platform::Code ReadCatalogEntries(cvn::List<CatalogEntry>* entries, cvn::StringView catalogPath,
                                   cvn::StringView baseFolder, const PathFilter& filter) {
-  if (!paths::Exists(catalogPath)) {
+  if (!platform::paths::Exists(catalogPath)) {
     return platform::kNotFound;
   }
   cvn::List<platform::catalogs::Member> members;
@@ -57,35 +45,18 @@ platform::Code ReadCatalogEntries(cvn::List<CatalogEntry>* entries, cvn::StringV
       continue;
     }
     // Some tools count the zero at the text's end as a part of it.
-    const cvn::StringView name = *member.file;
-    cvn::String path = JoinPath(base, name.substr(0, name.find(u'\0')));
+    cvn::StringView name = *member.file;
+    name = name.substr(0, name.find(u'\0'));
+    cvn::String path = JoinPath(base, name);
     LowerCase(&path);
     if (!filter || filter(path)) {
-      byPath[path] = {path, std::move(hash), member.tag};
+      byPath[path] = {path, name, std::move(hash), member.tag};
     }
   }
   for (auto& [path, entry] : byPath) {
     entries->push_back(std::move(entry));
   }
   return platform::kSuccess;
-}
-
-platform::Code CheckPatchFileInCatalog(cvn::StringView patchPath, cvn::StringView contentHash,
-                                       const cvn::List<CatalogEntry>& entries) {
-  const cvn::String path =
-      paths::IsRelative(patchPath) ? JoinPath(GetExeFolder(), patchPath) : cvn::String(patchPath);
-  const cvn::String key = NormalizePathKey(path);
-  CatalogFunctions functions;
-  BindCatalogFunctions(&functions);
-  cvn::String hash;
-  if (CalcFileHash(functions, key, &hash) != platform::kSuccess) {
-    return kFunctionFailed;
-  }
-  const bool isListed = hash == contentHash && !key.Empty() &&
-                        std::any_of(entries.begin(), entries.end(), [&](const CatalogEntry& entry) {
-                          return entry.hash == hash && NormalizePathKey(entry.path) == key;
-                        });
-  return isListed ? platform::kSuccess : platform::kNotFound;
 }
 
 }  // namespace tessel

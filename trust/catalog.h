@@ -5,6 +5,7 @@
 
 #include "platform/catalogs.h"
 #include "platform/error.h"
+#include "platform/files.h"
 #include "support/containers.h"
 #include "support/string.h"
 
@@ -14,7 +15,9 @@ using CatalogFunctions = platform::catalogs::Functions;
 
 // A member of the catalog that names a file and has its SHA-256 digest.
 struct CatalogEntry {
-  cvn::String path;  // in lower case, as the catalog's base folder and the member's name give it
+  cvn::String
+      path;  // in lower case, for the trace: the catalog's base folder and the member's name
+  cvn::String name;  // the member's name, as the catalog spells it
   cvn::String hash;  // 64 lower-case hexadecimal digits
   cvn::String tag;   // the reference tag
 };
@@ -22,9 +25,9 @@ struct CatalogEntry {
 // Binds the functions that older platforms lack.
 void BindCatalogFunctions(CatalogFunctions* functions);
 
-// The SHA-256 digest of a file as a catalog has it, in lower-case hexadecimal digits. 0 or the
-// platform's code.
-platform::Code CalcFileHash(const CatalogFunctions& functions, cvn::StringView path,
+// The SHA-256 digest of an open file as a catalog has it, in lower-case hexadecimal digits. 0 or
+// the platform's code.
+platform::Code CalcFileHash(const CatalogFunctions& functions, platform::files::File* file,
                             cvn::String* hashText);
 
 // True for a path that is to be taken.
@@ -35,10 +38,5 @@ using PathFilter = std::function<bool(cvn::StringView path)>;
 // 1168 when there is no catalog, or the platform's code.
 platform::Code ReadCatalogEntries(cvn::List<CatalogEntry>* entries, cvn::StringView catalogPath,
                                   cvn::StringView baseFolder, const PathFilter& filter);
-
-// Whether one of the entries is the patch file, with the hash that it has. 0; 1627 when it can't be
-// hashed; 1168 when no entry fits, or the file isn't the one with `contentHash`.
-platform::Code CheckPatchFileInCatalog(cvn::StringView patchPath, cvn::StringView contentHash,
-                                       const cvn::List<CatalogEntry>& entries);
 
 }  // namespace tessel

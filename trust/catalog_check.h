@@ -18,7 +18,9 @@ inline constexpr std::int32_t kSignatureRefused = 1643;
 
 // Proves that "patch.cat" beside the patch is the publisher's, that it lists the patch file with
 // its hash, and that the other files that it lists are there with theirs. On the way those are
-// copied to the protected folder; where that can't be done, the patch passes all the same.
+// copied to the protected folder. Without an install folder, or when a file lies outside the
+// patch's folder, the patch passes all the same. When they can't be copied for another reason, it
+// passes on Windows; on Linux it is refused, with kInvolvedFileMismatch.
 //
 // `contentHash` is the SHA-256 digest, in lower-case hexadecimal digits, of the patch's bytes as
 // they were read to be run: a file that was replaced since then isn't the one that is proved.

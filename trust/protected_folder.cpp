@@ -1,20 +1,15 @@
 #include "trust/protected_folder.h"
 
-#include <algorithm>
-#include <optional>
-
 #include "files/delete_tree.h"
 #include "files/path_text.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "platform/held_file.h"
 #include "platform/paths.h"
-#include "platform/private_file.h"
+#include "platform/private_folder.h"
 #include "platform/process.h"
 #include "support/format.h"
 #include "trace/trace.h"
 #include "trust/locations.h"
-#include "trust/path_key.h"
 
 namespace tessel {
 namespace {
@@ -23,46 +18,36 @@ namespace files = platform::files;
 namespace paths = platform::paths;
 
 constexpr cvn::StringView kPatchesFolder = u"customPatches";
-constexpr cvn::StringView kSeparators = u"\\/";
 
 // What lies outside the base has no path below it.
 constexpr platform::Code kNoRelativePath = platform::kBadPathName;
 
-// What `path` has behind `base`, with "." and ".." worked in; nothing when it lies outside.
-std::optional<cvn::String> RelativePath(cvn::StringView path, cvn::StringView base) {
-  if (!path.starts_with(base)) {
-    return std::nullopt;
+// What stands in the way of the folder itself.
+cvn::String ObstacleOf(platform::Code code) {
+  switch (code) {
+    case files::kIsLink:
+      return u"the folder customPatches in the install folder is a link; remove it";
+    case files::kForeignPlace:
+      return u"the folder customPatches in the install folder belongs to another account; remove "
+             u"it";
+    case files::kNotPrivate:
+      return u"other accounts can change what lies in the install folder, and the host has no "
+             u"private folder; mount the volume with permissions, or let TMPDIR name a folder of "
+             u"this account";
+    default:
+      return cvn::Format(u"no folder for the files could be made in the install folder (error %d)",
+                         code);
   }
-  path.remove_prefix(base.size());
-  cvn::List<cvn::StringView> names;
-  while (!path.empty()) {
-    const std::size_t end = std::min(path.find_first_of(kSeparators), path.size());
-    const cvn::StringView name = path.substr(0, end);
-    path.remove_prefix(std::min(end + 1, path.size()));
-    if (name == u"..") {
-      if (names.empty()) {
-        return std::nullopt;
-      }
-      names.pop_back();
-    } else if (!name.empty() && name != u".") {
-      names.push_back(name);
-    }
-  }
-  cvn::String relative;
-  for (const cvn::StringView name : names) {
-    AppendName(&relative, name);
-  }
-  return relative.Empty() ? std::nullopt : std::optional(relative);
 }
 
 // Takes the files of one catalog over. A file is opened once and copied from there, and then the
-// copy is verified: what the script gets is what was hashed, even when another account writes to
-// the original meanwhile, or puts another file in its place.
+// very file that was written is verified: what the script gets is what was hashed, even when
+// another account writes to the original meanwhile, or puts another file in its place.
 class Transfer {
  public:
-  Transfer(cvn::StringView base, bool copies) : base_(base), copies_(copies) {
-    BindCatalogFunctions(&functions_);
-  }
+  // Without a target the files are verified, and stay where they are.
+  Transfer(PatchFolder* source, files::PrivateFolder* target, cvn::String* obstacle)
+      : source_(*source), target_(target), obstacle_(*obstacle) {}
 
   // False when the file isn't what the catalog says, and the patch is to be refused.
   bool Take(const CatalogEntry& entry);
@@ -71,112 +56,91 @@ class Transfer {
  private:
   // What became of the attempt to copy a file. Nothing is told of it before the file is verified.
   struct Copy {
-    platform::Code noRelativePath = platform::kSuccess;
+    cvn::String place;  // below the folder; empty when it has none there
     platform::Code noFolder = platform::kSuccess;
     platform::Code notCopied = platform::kSuccess;
-    cvn::String folder;
-    cvn::String target;  // empty when there is no copy
+    files::File file;
   };
 
-  Copy MakeCopy(const CatalogEntry& entry, const cvn::String& original);
-  platform::Code EnsureFolder(const cvn::String& folder);
-  bool IsGenuine(cvn::StringView path, const CatalogEntry& entry) const;
+  Copy MakeCopy(const CatalogEntry& entry, const files::File& original);
   void Tell(const Copy& copy);
+  void TellObstacle(cvn::StringView place, platform::Code code);
 
-  const cvn::StringView base_;
-  const bool copies_;
-  CatalogFunctions functions_;
-  cvn::String madeFolder_;  // the last one
+  PatchFolder& source_;
+  files::PrivateFolder* const target_;
+  cvn::String& obstacle_;
   std::size_t copied_ = 0;
 };
 
 bool Transfer::Take(const CatalogEntry& entry) {
   TraceLine(u"Checking file: [%s]", entry.path);
-  if (!paths::Exists(entry.path)) {
-    TraceLine(u"File not found!");
-    return false;
-  }
-  files::File hold;
-  if (files::Open(entry.path, files::Access::Read, files::Share::Read,
-                  files::Disposition::OpenExisting, &hold) != platform::kSuccess) {
-    TraceLine(u"Could not calculate hash on file!");
-    return false;
-  }
-  const cvn::String original = files::PathOfOpenFile(hold, entry.path);
-  const Copy copy = MakeCopy(entry, original);
-  if (!IsGenuine(copy.target.Empty() ? original : copy.target, entry)) {
-    if (!copy.target.Empty()) {
-      // The run is refused whether the copy goes or stays.
-      platform::IgnoreError(files::Delete(copy.target));
+  files::File original;
+  FileState state = source_.Open(entry, &original);
+  if (state == FileState::Genuine) {
+    Copy copy = MakeCopy(entry, original);
+    state = source_.Compare(copy.file.IsOpen() ? &copy.file : &original, entry);
+    if (state == FileState::Genuine) {
+      Tell(copy);
+      return true;
     }
-    return false;
   }
-  Tell(copy);
-  return true;
+  TraceLine(u"%s", WordsFor(state));
+  return false;
 }
 
-Transfer::Copy Transfer::MakeCopy(const CatalogEntry& entry, const cvn::String& original) {
+Transfer::Copy Transfer::MakeCopy(const CatalogEntry& entry, const files::File& original) {
   Copy copy;
-  const std::optional<cvn::String> relative = RelativePath(entry.path, base_);
-  if (!relative) {
-    copy.noRelativePath = kNoRelativePath;
+  copy.place = PlaceInFolder(entry);
+  if (copy.place.Empty() || target_ == nullptr) {
     return copy;
   }
-  if (!copies_) {
-    return copy;
-  }
-  const cvn::String target = JoinPath(ProtectedFolderPath(), *relative);
-  copy.folder = target;
-  paths::RemoveFileSpec(&copy.folder);
-  copy.noFolder = EnsureFolder(copy.folder);
+  copy.noFolder = target_->MakeFoldersFor(copy.place);
   if (copy.noFolder == platform::kSuccess) {
-    copy.notCopied = files::Copy(original, target, false);
-    copy.target = copy.notCopied == platform::kSuccess ? target : cvn::String();
+    copy.notCopied = target_->Copy(original, copy.place, &copy.file);
   }
   return copy;
 }
 
-platform::Code Transfer::EnsureFolder(const cvn::String& folder) {
-  if (folder == madeFolder_) {
-    return platform::kSuccess;
-  }
-  const platform::Code code = files::CreateDirectoryRecursive(folder);
-  if (code == platform::kSuccess) {
-    madeFolder_ = folder;
-  }
-  return code;
-}
-
-bool Transfer::IsGenuine(cvn::StringView path, const CatalogEntry& entry) const {
-  cvn::String hash;
-  if (CalcFileHash(functions_, path, &hash) != platform::kSuccess) {
-    TraceLine(u"Could not calculate hash on file!");
-    return false;
-  }
-  if (hash != entry.hash) {
-    TraceLine(u"Hash not matching!");
-    return false;
-  }
-  return true;
-}
-
 void Transfer::Tell(const Copy& copy) {
-  if (copy.noRelativePath != platform::kSuccess) {
-    TraceLine(u"Could not extract file relative path: [%d]", copy.noRelativePath);
+  if (copy.place.Empty()) {
+    TraceLine(u"Could not extract file relative path: [%d]", kNoRelativePath);
     return;
   }
-  if (!copies_) {
+  if (target_ == nullptr) {
     return;
   }
-  TraceLine(u"Copying file to protected folder: [%s]", copy.folder);
+  cvn::String folder = JoinPath(ProtectedFolderPath(), copy.place);
+  paths::RemoveFileSpec(&folder);
+  TraceLine(u"Copying file to protected folder: [%s]", folder);
   if (copy.noFolder != platform::kSuccess) {
     TraceLine(
         u"Aborting copy. Could not create recursive folder structure into protected folder: [%d]",
         copy.noFolder);
+    TellObstacle(copy.place, copy.noFolder);
   } else if (copy.notCopied != platform::kSuccess) {
     TraceLine(u"Aborting copy. Could not copy file to protected folder: [%d]", copy.notCopied);
+    TellObstacle(copy.place, copy.notCopied);
   } else {
     ++copied_;
+  }
+}
+
+void Transfer::TellObstacle(cvn::StringView place, platform::Code code) {
+  obstacle_ =
+      cvn::Format(u"'%s' could not be copied to the protected folder (error %d)", place, code);
+}
+
+// Held until the process ends, so that no other run takes it for one that was left behind.
+files::PrivateFolder& ThisRunsFolder() {
+  static files::PrivateFolder folder;
+  return folder;
+}
+
+void RemoveAbandoned(cvn::StringView patches) {
+  for (const cvn::String& folder : files::PrivateFolder::FindAbandoned(patches)) {
+    const platform::Code code = DeleteTree(folder, true, DeleteFallbacks());
+    TraceLine(u"Removed the protected folder of a run that was broken off: [%s] [%d]", folder,
+              code);
   }
 }
 
@@ -187,44 +151,45 @@ cvn::String& ProtectedFolderPath() {
   return path;
 }
 
-std::int32_t PrepareProtectedFolder() {
+std::int32_t PrepareProtectedFolder(files::PrivateFolder* folder, cvn::String* obstacle) {
   const cvn::String install = GetInstallPath();
   if (install.Empty()) {
     return kNoInstallFolder;
   }
   const cvn::String patches = JoinPath(install, kPatchesFolder);
-  platform::Code code = files::CreatePrivateDirectory(patches);
-  if (code != platform::kSuccess && code != platform::kAlreadyExists) {
+  platform::Code code = files::PrivateFolder::MakePlace(patches);
+  if (code != platform::kSuccess) {
     TraceLine(u"Failed creating protected folder: [%d]", code);
+    *obstacle = ObstacleOf(code);
     return kNotAllCopied;
   }
+  RemoveAbandoned(patches);
   const std::int64_t seconds = platform::clock::NowTicks() / platform::clock::kTicksPerSecond;
-  const cvn::String folder =
-      JoinPath(patches, cvn::Format(u"%d-%d", seconds, platform::process::CurrentId()));
-  code = files::CreatePrivateDirectory(folder);
+  const cvn::String name = cvn::Format(u"%d-%d", seconds, platform::process::CurrentId());
+  code = folder->Make(patches, name);
   if (code != platform::kSuccess) {
     TraceLine(u"Failed creating protected folder for custom patch: [%d]", code);
+    *obstacle = ObstacleOf(code);
     return kNotAllCopied;
   }
-  ProtectedFolderPath() = folder;
-  TraceLine(u"Protected folder for custom patch is ready for use: [%s]", folder);
+  ProtectedFolderPath() = JoinPath(patches, name);
+  TraceLine(u"Protected folder for custom patch is ready for use: [%s]", ProtectedFolderPath());
   return kFilesCopied;
 }
 
-std::int32_t CopyToProtectedFolder(const cvn::List<CatalogEntry>& entries,
-                                   cvn::StringView patchPath) {
-  cvn::String base = GetParentFolder(patchPath);
-  LowerCase(&base);
-  cvn::String patch = patchPath;
-  LowerCase(&patch);
+std::int32_t CopyToProtectedFolder(const cvn::List<CatalogEntry>& entries, std::size_t own,
+                                   PatchFolder* patchFolder, cvn::String* obstacle) {
+  obstacle->Clear();
+  ThisRunsFolder() = files::PrivateFolder();
   // Without the folder the files are still verified.
-  const bool isPrepared = PrepareProtectedFolder() == kFilesCopied;
+  const bool isPrepared = PrepareProtectedFolder(&ThisRunsFolder(), obstacle) == kFilesCopied;
   TraceLine(
       u"Checking and copying patch files (registered in the digital catalog) to protected "
       u"folder...");
-  Transfer transfer(base, isPrepared && ProtectedFolderPath() != GetInstallPath());
-  for (const CatalogEntry& entry : entries) {
-    if (entry.path != patch && !transfer.Take(entry)) {
+  const bool copies = isPrepared && ProtectedFolderPath() != GetInstallPath();
+  Transfer transfer(patchFolder, copies ? &ThisRunsFolder() : nullptr, obstacle);
+  for (std::size_t number = 0; number < entries.size(); ++number) {
+    if (number != own && !transfer.Take(entries[number])) {
       return kInvolvedFileMismatch;
     }
   }

@@ -1,14 +1,13 @@
 #include "platform/held_file.h"
 
+#include <utility>
+
 namespace platform::files {
 
-Code HeldFile::Hold(cvn::StringView path) {
+Code HeldFile::Hold(File original, cvn::StringView path) {
+  file_ = std::move(original);
   path_ = path;
-  return Open(path, Access::Read, Share::Read, Disposition::OpenExisting, &file_);
+  return kSuccess;
 }
-
-void HeldFile::Release() { file_.Close(); }
-
-cvn::String PathOfOpenFile(const File& /*file*/, cvn::StringView path) { return path; }
 
 }  // namespace platform::files

@@ -62,6 +62,4 @@ Code CreatePrivate(cvn::StringView path, File* file) {
   return code == kSuccess ? LimitToThisAccount(path) : code;
 }
 
-Code CreatePrivateDirectory(cvn::StringView path) { return CreateDirectory(path); }
-
 }  // namespace platform::files

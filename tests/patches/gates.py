@@ -380,6 +380,16 @@ def change_byte(path, near=b''):
     path.write_bytes(data)
 
 
+def put_pipe(path):
+    path.unlink()
+    os.mkfifo(path)
+
+
+def put_link(path, target):
+    path.unlink()
+    path.symlink_to(target)
+
+
 def catalog(this, arrange, reason='', critical=0):
     this.external()
     arrange(this)
@@ -412,6 +422,16 @@ def catalog_rows():
         ('payload-missing', lambda this: (this.place / 'Payload.txt').unlink(), bad_hash, 13),
         ('payload-is-folder', lambda this: ((this.place / 'Payload.txt').unlink(),
                                             (this.place / 'Payload.txt').mkdir()), bad_hash, 13),
+        ('payload-is-pipe', lambda this: put_pipe(this.place / 'Payload.txt'), bad_hash, 13),
+        ('payload-is-device', lambda this: put_link(this.place / 'Payload.txt', '/dev/null'),
+         bad_hash, 13),
+        ('payload-is-elsewhere', lambda this: put_link(
+            this.place / 'Payload.txt', shutil.copy2(this.place / 'Payload.txt', this.folder)),
+         bad_hash, 13),
+        ('payload-in-two-other-cases', lambda this: (
+            (this.place / 'Payload.txt').rename(this.place / 'PAYLOAD.txt'),
+            shutil.copy2(this.place / 'PAYLOAD.txt', this.place / 'PAYLOAD.TXT')), bad_hash, 13),
+        ('pipe', lambda this: put_pipe(this.place / 'patch.cat'), 'failed to load catalog', 1006),
     ]
     rows += [(signer, lambda this, signer=signer: this.gates.sign(
         this.place, this.gates.signers[signer]), *bad_signature)
@@ -433,7 +453,80 @@ def no_catalog(this):
           ['error loading catalog file: *', 'CheckCatalog returned 1006'], critical=1006)
 
 
+def patch_is_pipe(this):
+    this.external()
+    put_pipe(this.patch)
+    check(this.ended(), 222, ['Failed to load the patch. Error: 222.'])
+
+
 # --- The protected folder
+
+COPY_OUT = ('<fileCopySingle src="%scriptdir%\\payload.txt" dest="@DIR@\\seen"/>'
+            '<exit code="3"/>')
+
+
+def spelled(this):
+    """What others put beside the files, in another case, is neither verified nor used."""
+    this.external(body=COPY_OUT)
+    for name in ('PAYLOAD.TXT', 'payload.txt', 'Fix.tlx', 'PATCH.CAT'):
+        (this.place / name).write_text('evil', encoding='ascii')
+    (this.folder / 'Patch').mkdir()
+    (this.place / 'sub').mkdir()
+    check(this.ended(), -3)
+    expect((this.folder / 'seen').read_text() == 'payload', 'the script saw what nobody signed')
+
+
+def named(this, form):
+    """However the patch is named, its files are copied."""
+    this.external()
+    (this.place / 'latest.tlx').symlink_to('fix.tlx')
+    this.patch = form.replace('@', str(this.place))
+    check(this.ended(), -3, trace=['Trace: in C:*customPatches*'])
+
+
+def refused_folder(this, arrange, words):
+    this.external()
+    arrange(this.install / 'customPatches')
+    check(this.ended(), 323, refused(words), ['CheckCatalog returned 13'], critical=13)
+
+
+def open_volume(this):
+    """Where others can rename what is on the way, the copies lie on the host."""
+    os.chmod(this.install.parent, 0o777)
+    this.external(body=WAIT.replace('<exit', '<trace value="in %scriptdir%"/>' + COPY_OUT + '<exit'))
+    place = this.folder / 'tmp'
+    place.mkdir(0o700)
+    process = this.start(environment={'TMPDIR': str(place)})
+    wait_for(this.folder / 'started')
+    folders = list(place.iterdir())
+    expect(not this.protected() and len(folders) == 1 and
+           folders[0].stat().st_mode & 0o777 == 0o700, f'the copies lie elsewhere: {folders}')
+    (this.folder / 'go').touch()
+    check(this.finish(process), -3, trace=[
+        'Trace: in C:*customPatches*', 'Protected folder for custom patches removed'])
+    expect((this.folder / 'seen').read_text() == 'payload' and not list(place.iterdir()),
+           'it saw something else, or the folder stayed')
+
+
+def left_behind(this):
+    """What a killed run left goes with the next; what a living one uses stays."""
+    this.external(body=WAIT)
+    for round_ in range(2):
+        (this.folder / 'started').unlink(missing_ok=True)
+        process = this.start(this.command('/skipInstanceCheck'))
+        wait_for(this.folder / 'started')
+        if round_ == 0:
+            process.kill()
+            process.communicate()
+    living = this.protected()
+    expect(len(living) == 1, f'there should be one folder: {living}')
+    (this.folder / 'go').touch()
+    check_busy = this.start(this.command('/skipInstanceCheck'))
+    check_busy.communicate()
+    process.communicate()
+    expect((process.returncode, check_busy.returncode) == (-3 & 0xFF, -3 & 0xFF), 'one was disturbed')
+    expect(not this.protected(), 'a folder stayed')
+
 
 def in_folder(this):
     """While the script runs, the copies are there for the system's account alone."""
@@ -444,7 +537,7 @@ def in_folder(this):
     expect(len(folders) == 1, f'there should be one folder: {folders}')
     seen = {path.relative_to(folders[0]).as_posix(): path.read_bytes()
             for path in folders[0].rglob('*') if path.is_file()}
-    wanted = {'payload.txt': b'payload', 'sub/deep.bin': bytes(range(256)) * 1000}
+    wanted = {'Payload.txt': b'payload', 'Sub/Deep.bin': bytes(range(256)) * 1000}
     expect(seen == wanted, f'it holds {sorted(seen)}')
     for folder in (folders[0], folders[0].parent):
         expect(folder.stat().st_mode & 0o777 == 0o700, f'{folder} is open to others')
@@ -462,6 +555,23 @@ def loaded_in_vain(this, stderr, reason=None, **header):
 
 
 def folder_rows():
+    yield 'folder/other-spellings', spelled
+    yield 'folder/patch-is-pipe', patch_is_pipe
+    for name, form in (('doubled', '@//fix.tlx'), ('dotted', '@/./Sub/../fix.tlx'),
+                       ('mixed', '@\\fix.tlx'), ('drive', 'Z:@/fix.tlx'), ('link', '@/latest.tlx'),
+                       ('other-case', '@/FIX.tlx')):
+        yield f'folder/named-{name}', lambda this, form=form: named(this, form)
+    words = 'the folder customPatches in the install folder '
+    yield 'folder/place-is-link', lambda this: refused_folder(
+        this, lambda place: place.symlink_to(this.folder), words + 'is a link; remove it')
+    yield 'folder/place-is-file', lambda this: refused_folder(
+        this, lambda place: place.touch(),
+        'no folder for the files could be made in the install folder (error 267)')
+    yield 'update/place-of-another', lambda this: refused_folder(
+        this, lambda place: (place.mkdir(), os.chown(place, NOBODY, NOBODY)),
+        words + 'belongs to another account; remove it')
+    yield 'folder/open-volume', open_volume
+    yield 'folder/left-behind', left_behind
     yield 'folder/while-the-script-runs', in_folder
     yield 'folder/after-a-script-that-is-none', lambda this: loaded_in_vain(
         this, 'Failed to load patch.', body='<nope/>')
@@ -610,8 +720,7 @@ def guard_rows():
 def swapped(this, rounds=15):
     """The script copies its payload out; what it saw must be what was signed."""
     good, evil = b'good' * 50000, b'evil' * 50000
-    this.external(body='<fileCopySingle src="%scriptdir%\\payload.txt" dest="@DIR@\\seen"/>'
-                       '<exit code="3"/>')
+    this.external(body=COPY_OUT)
     payload, seen = this.place / 'Payload.txt', this.folder / 'seen'
     payload.write_bytes(good)
     this.gates.sign(this.place)

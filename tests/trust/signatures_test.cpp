@@ -76,8 +76,10 @@ class Signatures : public platform::test::FolderTest {
   CatalogEntry Entry(cvn::StringView name) const {
     CatalogFunctions functions;
     BindCatalogFunctions(&functions);
-    CatalogEntry entry{Path(name), {}, {}};
-    EXPECT_EQ(CalcFileHash(functions, entry.path, &entry.hash), kSuccess);
+    CatalogEntry entry{Path(name), name.substr(name.find(u'\\') + 1), {}, {}};
+    files::File file;
+    EXPECT_EQ(files::OpenRegular(entry.path, &file), kSuccess);
+    EXPECT_EQ(CalcFileHash(functions, &file, &entry.hash), kSuccess);
     LowerCase(&entry.path);
     return entry;
   }
@@ -183,7 +185,12 @@ TEST_F(Signatures, NothingIsWrittenOutsideTheProtectedFolder) {
         u"patch\\..\\patch\\..\\out.txt"}) {
     const cvn::List<CatalogEntry> entries = {Entry(u"patch\\fix.tlx"), Entry(u"patch\\in.txt"),
                                              Entry(name)};
-    EXPECT_EQ(CopyToProtectedFolder(entries, Path(u"patch\\fix.tlx")), kNotAllCopied) << Utf8(name);
+    PatchFolder folderOfPatch;
+    cvn::String obstacle;
+    EXPECT_EQ(folderOfPatch.Hold(Path(u"patch\\fix.tlx")), kSuccess);
+    EXPECT_EQ(CopyToProtectedFolder(entries, 0, &folderOfPatch, &obstacle), kNotAllCopied)
+        << Utf8(name);
+    EXPECT_TRUE(obstacle.Empty()) << Utf8(obstacle);
     const cvn::String folder = ProtectedFolderPath();
     EXPECT_EQ(ContentOf(JoinPath(folder, u"in.txt")), "patch\\in.txt");
     EXPECT_FALSE(platform::paths::Exists(JoinPath(folder, u"out.txt")));

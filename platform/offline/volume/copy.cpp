@@ -193,7 +193,7 @@ Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions option
   code = CodeOf(draft.Create(FolderOf(place.path), place.entry.st_mode == 0,
                              (entry.st_mode & 0777) | S_IWUSR));
   if (code == kSuccess) {
-    code = ContentCopier(from.Get(), draft.File()).Copy(entry);
+    code = CopyContent(from.Get(), entry, draft.File());
   }
   files::Attributes attributes = 0;
   if (code == kSuccess) {
@@ -212,6 +212,10 @@ Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions option
 }
 
 }  // namespace
+
+Code CopyContent(int from, const struct stat& entry, int to) {
+  return ContentCopier(from, to).Copy(entry);
+}
 
 Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options) {
   return ChangeFolder(target, [&] { return CopyOnce(source, target, options); });

@@ -18,4 +18,8 @@ struct CopyOptions {
 // that is replaced stay; its other names, if it has hard links, keep the old content.
 Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options);
 
+// Copies all that the open file `from` holds, whose status is `entry`, to the empty open file `to`.
+// Holes stay holes.
+Code CopyContent(int from, const struct stat& entry, int to);
+
 }  // namespace platform::posix

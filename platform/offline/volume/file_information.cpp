@@ -35,6 +35,15 @@ Code GetIdentity(cvn::StringView path, Identity* identity) {
   return kSuccess;
 }
 
+Code GetIdentity(const File& file, Identity* identity) {
+  struct stat entry {};
+  if (fstat(static_cast<int>(file.Handle()), &entry) != 0) {
+    return posix::Fail(posix::CodeOf(errno));
+  }
+  *identity = {entry.st_dev, entry.st_ino};
+  return kSuccess;
+}
+
 }  // namespace platform::files
 
 namespace platform::paths {

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/error_map.h"
@@ -36,13 +37,7 @@ Code CopyContent(File* from, File* to) {
 
 }  // namespace
 
-Code HeldFile::Hold(cvn::StringView path) {
-  Release();
-  File original;
-  const Code opened = Open(path, Access::Read, Share::Read, Disposition::OpenExisting, &original);
-  if (opened != kSuccess) {
-    return opened;
-  }
+Code HeldFile::Hold(File original, cvn::StringView /*path*/) {
   const int descriptor = memfd_create("tessel", MFD_CLOEXEC | MFD_ALLOW_SEALING);
   if (descriptor < 0) {
     return posix::Fail(posix::CodeOf(errno));
@@ -56,17 +51,8 @@ Code HeldFile::Hold(cvn::StringView path) {
     return posix::Fail(posix::CodeOf(errno));
   }
   file_ = std::move(copy);
-  path_ = PathOfOpenFile(file_, path);
+  path_ = posix::ToMachinePath("/proc/self/fd/" + std::to_string(descriptor));
   return kSuccess;
-}
-
-void HeldFile::Release() {
-  file_.Close();
-  path_.Clear();
-}
-
-cvn::String PathOfOpenFile(const File& file, cvn::StringView /*path*/) {
-  return posix::ToMachinePath("/proc/self/fd/" + std::to_string(file.Handle()));
 }
 
 }  // namespace platform::files

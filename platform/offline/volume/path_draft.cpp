@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <climits>
+#include <optional>
 #include <utility>
 
 #include "platform/formats/names.h"
 #include "platform/formats/windows_path.h"
+#include "platform/offline/volume/stand_in.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
@@ -37,6 +39,7 @@ Code StartAtCurrentDirectory(PathDraft* draft) {
   if (directory.empty()) {
     return kPathNotFound;
   }
+  directory = BackFromStandIn(directory).value_or(directory);
   const Machine& machine = Machine::Get();
   const bool onMachine = machine.State() == kSuccess && IsWithin(directory, machine.Root());
   if (directory == "/") {
@@ -164,6 +167,11 @@ Code DraftPath(cvn::StringView path, PathDraft* draft) {
       return appended;
     }
     path.remove_prefix(endsPath ? length : length + 1);
+  }
+  if (draft->onMachine) {
+    if (std::optional<std::string> through = ThroughStandIn(draft->path)) {
+      *draft = {std::move(*through), 0, false};
+    }
   }
   return kSuccess;
 }

@@ -1,11 +1,13 @@
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "platform/formats/names.h"
 #include "platform/formats/windows_path.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/directory_index.h"
 #include "platform/offline/volume/path_draft.h"
+#include "platform/offline/volume/stand_in.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
@@ -112,6 +114,8 @@ Code Resolve(cvn::StringView path, HostPath* host) {
 }
 
 cvn::String ToMachinePath(std::string_view hostPath) {
+  const std::optional<std::string> back = BackFromStandIn(hostPath);
+  hostPath = back ? std::string_view(*back) : hostPath;
   const Machine& machine = Machine::Get();
   const bool onMachine = machine.State() == kSuccess && IsWithin(hostPath, machine.Root());
   if (onMachine) {
