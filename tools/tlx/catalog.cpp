@@ -93,9 +93,11 @@ int ReadCertificateOptions(const Options& options, Certificates* certificates) {
   return kExitDone;
 }
 
-PublisherCheck CheckOf(const Options& options, cvn::StringView path) {
-  return {
-      .path = path, .isForced = options.Has(u"--force"), .isStamped = options.Has(u"--timestamp")};
+int CheckSigner(const Options& options, cvn::StringView path, const Draft& draft) {
+  return CheckPublisher(draft.signer.get(), {.path = path,
+                                             .isForced = options.Has(u"--force"),
+                                             .isStamped = options.Has(u"--timestamp") ||
+                                                          HasTimeStamp(draft.signature)});
 }
 
 // --- The list
@@ -166,7 +168,7 @@ int SignHere(const Options& options, Draft* draft) {
         ShownPlace(place),
         cvn::Format(u"the key doesn't belong to the certificate in %s", options.Value(u"--cert")));
   }
-  exitCode = CheckPublisher(draft->signer.get(), CheckOf(options, options.Value(u"--cert")));
+  exitCode = CheckSigner(options, options.Value(u"--cert"), *draft);
   if (exitCode == kExitDone) {
     exitCode = MakeList(options, &draft->list);
   }
@@ -231,7 +233,7 @@ int TakeSignature(const Options& options, Draft* draft) {
   }
   draft->list = der::Element(der::Tag::Sequence, content);
   draft->signature = std::move(foreign->signature);
-  return CheckPublisher(draft->signer.get(), CheckOf(options, path));
+  return CheckSigner(options, path, *draft);
 }
 
 int Stamp(const Options& options, Draft* draft) {

@@ -1,5 +1,7 @@
 #include "tools/tlx/catalog_signature.h"
 
+#include <algorithm>
+
 #include "platform/file_digest.h"
 #include "tools/tlx/der_writer.h"
 
@@ -25,6 +27,7 @@ constexpr char kSignedData[] = "1.2.840.113549.1.7.2";
 constexpr char kContentType[] = "1.2.840.113549.1.9.3";
 constexpr char kMessageDigest[] = "1.2.840.113549.1.9.4";
 constexpr char kRsa[] = "1.2.840.113549.1.1.1";
+constexpr char kCounterSignature[] = "1.2.840.113549.1.9.6";
 constexpr char kTimeStampToken[] = "1.3.6.1.4.1.311.3.3.1";  // szOID_RFC3161_counterSign
 
 std::string SignatureOver(std::string_view bytes, EVP_PKEY* key) {
@@ -90,6 +93,14 @@ std::optional<CatalogSignature> SignList(std::string_view list, const Bytes& cer
       Attribute("1.3.6.1.4.1.311.2.1.11", Sequence({ObjectId("1.3.6.1.4.1.311.2.1.21")})));
   made.signature = SignatureOver(SignedBytes(made), key);
   return made.signature.empty() || made.signerName.empty() ? std::nullopt : std::optional(made);
+}
+
+bool HasTimeStamp(const CatalogSignature& signature) {
+  return std::ranges::any_of(signature.unsignedAttributes, [](const std::string& attribute) {
+    const std::string_view content = der::ContentOf(attribute);
+    return content.starts_with(ObjectId(kTimeStampToken)) ||
+           content.starts_with(ObjectId(kCounterSignature));
+  });
 }
 
 void AddTimeStamp(std::string_view token, CatalogSignature* signature) {

@@ -42,6 +42,9 @@ std::string SignedBytes(const CatalogSignature& signature);
 std::optional<CatalogSignature> SignList(std::string_view list, const platform::Bytes& certificate,
                                          EVP_PKEY* key);
 
+// Whether somebody vouches for the time of the signature.
+bool HasTimeStamp(const CatalogSignature& signature);
+
 // Adds the token of a time stamp (RFC 3161) as Microsoft does.
 void AddTimeStamp(std::string_view token, CatalogSignature* signature);
 
