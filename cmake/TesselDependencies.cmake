@@ -1,10 +1,11 @@
 # Third-party libraries, as one target each: dep_<x>. Linux takes Debian's packages. Windows takes the
 # libraries that scripts/windows-libraries builds from the source packages of the same Debian release.
+# pugixml is compiled with the programs, since it is changed.
 # On both platforms a library is used with the same defines, and its headers count as system headers.
 #
 #   dep_openssl         libcrypto
 #   dep_tinyxml         TinyXML 2.6.2 with Debian's patches, TIXML_USE_STL
-#   dep_pugixml
+#   dep_pugixml         with XPath functions that count characters
 #   dep_pcre2           16-bit code units
 #   dep_jsoncpp         on Windows as AmsJson.dll
 #   dep_gtest           GoogleTest and GoogleMock; dep_gtest_main brings main() along
@@ -29,7 +30,7 @@ if(WIN32)
   endif()
   set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
     "${PROJECT_SOURCE_DIR}/scripts/windows-libraries"
-    "${PROJECT_SOURCE_DIR}/scripts/lib/windows-sources.txt")
+    "${PROJECT_SOURCE_DIR}/scripts/lib/library-sources.txt")
 endif()
 
 # tessel_dependency(<target> PACKAGE <Debian package> HEADER <header> LIBRARIES <name>...
@@ -84,7 +85,6 @@ tessel_dependency(dep_openssl PACKAGE libssl-dev HEADER openssl/evp.h LIBRARIES 
   WINDOWS_SYSTEM bcrypt advapi32 crypt32 user32 ws2_32 DEPENDS Threads::Threads)
 tessel_dependency(dep_tinyxml PACKAGE libtinyxml-dev HEADER tinyxml.h LIBRARIES tinyxml
   DEFINES TIXML_USE_STL)
-tessel_dependency(dep_pugixml PACKAGE libpugixml-dev HEADER pugixml.hpp LIBRARIES pugixml)
 tessel_dependency(dep_pcre2 PACKAGE libpcre2-dev HEADER pcre2.h LIBRARIES pcre2-16
   DEFINES PCRE2_CODE_UNIT_WIDTH=16 $<$<BOOL:${WIN32}>:PCRE2_STATIC>)
 tessel_dependency(dep_jsoncpp PACKAGE libjsoncpp-dev HEADER json/json.h INCLUDE_SUFFIX jsoncpp
@@ -104,6 +104,24 @@ if(NOT WIN32)
   tessel_dependency(dep_libxml2 OPTIONAL PACKAGE libxml2-dev HEADER libxml/parser.h
     INCLUDE_SUFFIX libxml2 LIBRARIES xml2)
 endif()
+
+# The script fetches the source when it isn't there yet.
+execute_process(
+  COMMAND "${PROJECT_SOURCE_DIR}/scripts/library-source"
+  OUTPUT_VARIABLE tessel_pugixml
+  OUTPUT_STRIP_TRAILING_WHITESPACE
+  RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "There is no source of pugixml: scripts/library-source says why")
+endif()
+set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+  "${PROJECT_SOURCE_DIR}/scripts/library-source"
+  "${PROJECT_SOURCE_DIR}/scripts/lib/library-sources.txt"
+  "${PROJECT_SOURCE_DIR}/scripts/lib/pugixml-characters.sed")
+add_library(dep_pugixml STATIC "${tessel_pugixml}/src/pugixml.cpp")
+target_include_directories(dep_pugixml SYSTEM PUBLIC "${tessel_pugixml}/src")
+target_include_directories(dep_pugixml PRIVATE "${PROJECT_SOURCE_DIR}")
+target_compile_options(dep_pugixml PRIVATE -w)
 
 # Copies the DLLs that a Windows program needs into its folder: AmsJson.dll, and the C++ runtime that
 # it shares with that library.

@@ -155,6 +155,18 @@ TEST_F(XmlCommands, AnswerXPath) {
       {"/r/a/text()[2]", "w"},
       {"*[3]", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
       {"string(//b/following-sibling::text())", "w"},
+      {"string-length(*[3])", "3"},
+      {"count(*[string-length()=3])", "3"},
+      {"substring(*[3], 2)", "\xE2\x82\xAC\xF0\x9F\x98\x80"},
+      {"substring(*[3], 1.5, 1)", "\xE2\x82\xAC"},
+      {"substring(*[3], -1 div 0, 3)", ""},
+      {"concat(substring(*[3], 3, 9), substring(\"\xC3\xA9\", 0), substring(*[3], 4))",
+       "\xF0\x9F\x98\x80\xC3\xA9"},
+      {"translate(*[3], \"\xF0\x9F\x98\x80\xC3\xA9\xE2\x82\xAC\", \"x\xE2\x82\xAC\")",
+       "\xE2\x82\xACx"},
+      {"translate(\"aba\xC3\xA8\", \"ab\", \"\xC3\xA9\xC3\xA8\")",
+       "\xC3\xA9\xC3\xA8\xC3\xA9\xC3\xA8"},
+      {"translate(*[3], \"a\", \"b\")", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
   };
   for (const auto& [xpath, answer] : kCases) {
     EXPECT_EQ(Answers(OpenXml("t.xml") + TellXml(xpath)), std::string(answer) + "|") << xpath;
