@@ -488,6 +488,16 @@ Handles are as for XML documents. Nothing is saved without `jsonSave`.
 A path has names between `/` or `\`, and indices in brackets, behind which the next name follows without a separator:
 `list[0]name`, and `list[0][1]`. A name can't hold one of these characters. Where a command makes what is missing, the
 elements of an array below a new one become nulls.
+
+What a save changes:
+
+- The layout, and the order of an object's members, which are sorted by name. Of two with one name the last one stays.
+- Numbers that aren't whole, or don't fit 64 bits. They keep 17 digits: `1.50` becomes `1.5`, `0.1` becomes
+  `0.10000000000000001`, `1e3` becomes `1000.0`.
+- Texts. Characters beyond ASCII become `\u` with their code, and `\/` becomes `/`.
+- Comments. They move along with the value in front of them on its line, or else with the one behind them; those that are
+  alone in `{}`, or belong to a member that goes, are lost, and one alone in `[]` makes `jsonOpen` fail.
+- The encoding, to UTF-8 with a byte-order mark and CR LF. Bytes that aren't UTF-8 become U+FFFD.
 )md",
     .commands = kCommands,
     .sample = u"settings.json",

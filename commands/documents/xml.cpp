@@ -77,7 +77,7 @@ constexpr CommandDescription kXmlOpen = {
     .failures = kOpenFailures,
     .notes =
         u"The file is in UTF-8, or in UTF-16 with a byte-order mark, whatever its declaration "
-        u"says.",
+        u"says. Bytes that aren't become U+FFFD, and such a document can be read but not saved.",
 };
 
 struct FunctionXmlSave : FunctionOnFile {
@@ -106,6 +106,8 @@ constexpr FailureDescription kSaveFailures[] = {
     {u"3", u"the file's folder is missing"},
     {u"5", u"access is denied"},
     {u"6", u"there is no such document"},
+    {u"13",
+     u"the new file would not be well-formed, or would lack something of the old one, which stays"},
     {u"29", u"the file can't be written, and the system doesn't tell why"},
     {u"112", u"the disk is full"},
     kOther,
@@ -482,8 +484,22 @@ A document is opened under a handle, a name that is used as written; handles and
 saved without `xmlSave`. A handle whose document or element is gone answers as an unknown one.
 
 XPath is version 1.0, seen from the root element, or from the element of the handle: `server/@port`, and not
-`settings/server/@port`. `string-length`, `substring` and `translate` work on the bytes of UTF-8, so they count a letter
-beyond ASCII more than once.
+`settings/server/@port`. `string-length`, `substring` and `translate` count characters: a letter beyond ASCII is one, and
+so is one that UTF-16 writes as a pair.
+
+A document type, instructions, comments and references to entities that the document type declares, or may, stay as they
+are; an expression sees `&name;`. Something that has no place in XML, such as a text behind the last element, a `&` that
+begins no reference or the name of an unknown entity, makes `xmlOpen` fail instead. What a save changes:
+
+- The layout. Elements, comments and instructions have lines of their own, indented by four blanks a level; only a single
+  text stands between its tags. An empty element becomes `<name />`, a value in `'` is put in `"` where it can be.
+- Blanks in texts, `xml:space` or not. Those at both ends go, and others in a row become one blank. In CDATA sections,
+  and as references (`&#10;`), they stay.
+- References. A character's becomes the character, and `"`, `'`, `>` become references. A line end or a tab in a value
+  becomes `&#x0A;` or `&#x09;`. What looks like a hexadecimal reference in a text is one when it is saved: `&amp;#x41;`
+  comes out as `&#x41;`.
+- The encoding, to UTF-8 with a byte-order mark and CR LF. The declaration still names the old one, which some readers
+  then refuse or take for true: let the script save only files whose declaration says UTF-8, or nothing.
 )md",
     .commands = kCommands,
     .sample = u"settings.xml",
