@@ -1,6 +1,6 @@
 #include "launcher/run_sequence.h"
-#include "platform/linux/arguments.h"
+#include "platform/linux/program_start.h"
 
 int main(int argc, char** argv) {
-  return tessel::RunPatch(platform::posix::ArgumentsOf(argc, argv));
+  return tessel::RunPatch(platform::posix::StartProgram(argc, argv));
 }

@@ -572,6 +572,7 @@ def folder_rows():
         words + 'belongs to another account; remove it')
     yield 'folder/open-volume', open_volume
     yield 'folder/left-behind', left_behind
+    yield 'folder/without-mask', without_mask
     yield 'folder/while-the-script-runs', in_folder
     yield 'folder/after-a-script-that-is-none', lambda this: loaded_in_vain(
         this, 'Failed to load patch.', body='<nope/>')
@@ -634,6 +635,39 @@ def volume_programs(this, is_allowed):
     ran = sorted(int(path.name) for path in this.folder.iterdir() if path.name.isdigit())
     first = 0 if is_allowed else len(own)
     expect(ran == list(range(first, len(own) + len(others))), f'these ran: {ran}')
+
+
+def open_to_others(place):
+    return [path for path in place.rglob('*')
+            if not path.is_symlink() and path.stat().st_mode & 0o022]
+
+
+def without_mask(this):
+    """What a run writes under a mask that keeps nobody out, while it runs and at its end."""
+    before = os.umask(0)
+    try:
+        this.machine = this.folder / 'open'
+        this.gates.make_machine(this.machine)
+        this.install = this.machine / INSTALL
+        make_script(this.place / 'script', '#!/bin/sh\nmkdir "$1"; : >"$1/file"\n')
+        (this.place / 'open.bin').write_bytes(bytes(9))
+        key = r'root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Other"'
+        this.external(f'<regCreateKey {key}/><dirCreate path="C:\\made"/>'
+                      r'<fileCopySingle src="%scriptdir%\open.bin" dest="C:\made\copy.bin"/>'
+                      fr'<processRun path="%scriptdir%\script" args="{this.machine}/child"'
+                      ' waittime="-1"/>' + WAIT)
+        process = this.start()
+        wait_for(this.folder / 'started')
+        expect(this.protected(), 'nothing is protected')
+        opened = open_to_others(this.machine)
+        (this.folder / 'go').touch()
+        check(this.finish(process), -3)
+    finally:
+        os.umask(before)
+    opened += open_to_others(this.machine)
+    expect(not opened, f'others can write {opened}')
+    for path in ('made/copy.bin', 'child/file', world.SPOOL, world.TRACES):
+        expect((this.machine / path).exists(), f'{path} is not there')
 
 
 def program_rows():
