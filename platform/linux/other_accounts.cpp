@@ -5,7 +5,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <string_view>
 #include <vector>
@@ -71,8 +71,14 @@ bool CanOthersRedirect(const std::string& path) {
     Descriptor next(openat(at.Get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat folder {};
     struct stat entry {};
-    if (next.Get() < 0 || fstat(at.Get(), &folder) != 0 || fstat(next.Get(), &entry) != 0 ||
-        (name != ".." && CanOthersReplace(folder, entry))) {
+    const bool isMissing = next.Get() < 0 && errno == ENOENT && names.empty();
+    if (fstat(at.Get(), &folder) != 0 || (fstat(next.Get(), &entry) != 0 && !isMissing)) {
+      return true;
+    }
+    if (isMissing) {
+      return !IsTrusted(folder.st_uid) || CanOthersWrite(folder);
+    }
+    if (name != ".." && CanOthersReplace(folder, entry)) {
       return true;
     }
     if (!S_ISLNK(entry.st_mode)) {

@@ -13,7 +13,7 @@ namespace platform::posix {
 bool CanOthersWrite(const struct stat& entry);
 
 // Whether they can make the absolute `path` lead elsewhere, now or later: by renaming or replacing
-// a folder or a link on the way. Also true when there is no such path.
+// a folder or a link on the way, or by making what is missing there.
 bool CanOthersRedirect(const std::string& path);
 
 }  // namespace platform::posix

@@ -3,6 +3,7 @@
 
 #include "platform/file_identity.h"
 #include "platform/files.h"
+#include "platform/held_folder.h"
 #include "platform/paths.h"
 #include "platform/private_file.h"
 #include "platform/registry.h"
@@ -406,6 +407,29 @@ TEST_F(FilesConformance, ALinkToAFolderIsNotTheFolder) {
       {Has, u"folder\\in", u"in"},
   };
   Run(kSteps);
+}
+
+TEST_F(FilesConformance, AHeldFolderIsLookedIntoItself) {
+  ASSERT_EQ(files::CreateDirectoryRecursive(Path(u"Held\\Sub")), kSuccess);
+  WriteContent(Path(u"Held\\Sub\\File.txt"), "genuine");
+  files::HeldFolder held;
+  EXPECT_CODE(kFileNotFound, held.Hold(Path(u"none")));
+  ASSERT_EQ(held.Hold(Path(u"Held")), kSuccess);
+  files::Identity wanted;
+  EXPECT_CODE(kSuccess, files::GetIdentity(Path(u"Held\\Sub\\File.txt"), &wanted));
+  constexpr std::pair<cvn::StringView, Code> kCases[] = {{u"Sub\\File.txt", kSuccess},
+                                                         {u"sub/FILE.TXT", kSuccess},
+                                                         {u"Sub", kAccessDenied},
+                                                         {u"Sub\\none", kFileNotFound},
+                                                         {u"none\\File.txt", kPathNotFound}};
+  for (const auto& [name, code] : kCases) {
+    File file;
+    files::Identity found;
+    EXPECT_EQ(held.OpenFile(name, &file), code) << Utf8(name);
+    EXPECT_TRUE(code != kSuccess ||
+                (files::GetIdentity(file, &found) == kSuccess && found == wanted))
+        << Utf8(name);
+  }
 }
 
 TEST_F(FilesConformance, APrivateFileIsNew) {

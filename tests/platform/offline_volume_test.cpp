@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/formats/names.h"
+#include "platform/linux/other_accounts.h"
 #include "platform/offline/machine/new_machine.h"
 #include "platform/offline/volume/directory_index.h"
 #include "support/format.h"
@@ -222,6 +223,37 @@ TEST_F(Index, PrefersTheExactNameThenAlwaysTheSame) {
 }
 
 // With the kernel's reports, and where there are none to be had.
+class OtherAccounts : public HostFolderTest {};
+
+TEST_F(OtherAccounts, CanRedirectWhatLeadsThroughTheirFolders) {
+  for (const char* name : {"own", "open", "open/in", "sticky", "sticky/in", "group"}) {
+    ASSERT_EQ(mkdir(Host(name).c_str(), 0755), 0) << name;
+  }
+  chmod(Host("open").c_str(), 0777);
+  chmod(Host("sticky").c_str(), 01777);
+  chmod(Host("group").c_str(), 0775);
+  ASSERT_EQ(chown(Host("group").c_str(), geteuid(), 65534), geteuid() == 0 ? 0 : -1);
+  ASSERT_EQ(symlink("../open/in", Host("own/relative").c_str()), 0);
+  ASSERT_EQ(symlink(Host("sticky/in").c_str(), Host("own/absolute").c_str()), 0);
+  ASSERT_EQ(symlink("circle", Host("own/circle").c_str()), 0);
+  const std::pair<const char*, bool> kCases[] = {{"own", false},
+                                                 {"own/new", false},
+                                                 {"own/none/new", true},
+                                                 {"open", false},
+                                                 {"open/in", true},
+                                                 {"open/new", true},
+                                                 {"sticky/in", false},
+                                                 {"sticky/new", true},
+                                                 {"own/relative", true},
+                                                 {"own/absolute", false},
+                                                 {"own/circle", true},
+                                                 {"own/absolute/../new", true},
+                                                 {"group/new", geteuid() == 0}};
+  for (const auto& [path, canThey] : kCases) {
+    EXPECT_EQ(posix::CanOthersRedirect(Host(path)), canThey) << path;
+  }
+}
+
 class IndexChanges : public HostFolderTest, public testing::WithParamInterface<bool> {
  protected:
   IndexChanges() {

@@ -119,7 +119,8 @@ Code HeldFolder::State::Spell(const std::vector<std::string>& names, std::string
     if (Descriptor(posix::FindBelow(folder.Get(), next)).Get() < 0) {
       const Code code = errno == ENOENT ? FindAlike(*spelled, name, &next) : CodeOf(errno);
       if (code != kSuccess) {
-        return code;
+        const bool isLast = &name == &names.back();
+        return code == kFileNotFound && !isLast ? kPathNotFound : code;
       }
     }
     *spelled = std::move(next);

@@ -1,15 +1,11 @@
 #include "platform/private_folder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <map>
 #include <set>
 #include <string>
@@ -23,6 +19,7 @@
 #include "platform/linux/other_accounts.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/copy.h"
+#include "platform/offline/volume/own_folder.h"
 #include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/stand_in.h"
 #include "platform/offline/volume/volume.h"
@@ -33,112 +30,12 @@ namespace {
 using posix::CodeOf;
 using posix::Descriptor;
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr mode_t kOwnersMode = S_IRWXU;
-// What begins the name of a folder on the host.
-constexpr std::string_view kHostPrefix = "tessel-private-";
 
 std::u16string Folded(const std::string& path) {
   std::u16string folded;
   posix::AppendFolded(path, &folded);
   return folded;
-}
-
-Code OpenFolder(int at, const std::string& path, Descriptor* folder) {
-  folder->Reset(openat(at, path.c_str(), kFolderFlags));
-  return folder->Get() < 0 ? CodeOf(errno) : kSuccess;
-}
-
-bool IsOursAlone(int descriptor) {
-  struct stat entry {};
-  return fstat(descriptor, &entry) == 0 && entry.st_uid == geteuid() &&
-         !posix::CanOthersWrite(entry);
-}
-
-// Whether files in a new folder can be kept from others: a file system that has no permissions says
-// yes to everything, so what came out is looked at, of the folder and of a file in it.
-bool KeepsOthersOut(const Descriptor& folder, const std::string& path) {
-  constexpr const char* kProbe = "probe";
-  if (!IsOursAlone(folder.Get()) || posix::CanOthersRedirect(path)) {
-    return false;
-  }
-  const Descriptor probe(
-      openat(folder.Get(), kProbe, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-  const bool isKept = probe.Get() >= 0 && IsOursAlone(probe.Get());
-  return unlinkat(folder.Get(), kProbe, 0) == 0 && isKept;
-}
-
-// Tells other runs that this process uses the folder. One that was removed meanwhile, because it
-// seemed to be abandoned, is none.
-bool Claim(const Descriptor& folder) {
-  struct stat entry {};
-  // A file system without locks has nobody that takes the folder for abandoned.
-  return (flock(folder.Get(), LOCK_SH | LOCK_NB) == 0 || errno != EWOULDBLOCK) &&
-         fstat(folder.Get(), &entry) == 0 && entry.st_nlink > 0;
-}
-
-// True for a folder of this account that no process has claimed, and that nobody could put in the
-// way of who walks through it.
-bool IsAbandoned(const std::string& path) {
-  Descriptor folder;
-  return OpenFolder(AT_FDCWD, path, &folder) == kSuccess && IsOursAlone(folder.Get()) &&
-         flock(folder.Get(), LOCK_EX | LOCK_NB) == 0 && !posix::CanOthersRedirect(path);
-}
-
-// The folders of the host that may hold private ones, best first.
-cvn::List<std::string> HostPlaces() {
-  cvn::List<std::string> places;
-  const char* chosen = getenv("TMPDIR");
-  if (chosen != nullptr && chosen[0] == '/') {
-    places.emplace_back(chosen);
-  }
-  places.emplace_back("/var/tmp");
-  places.emplace_back("/tmp");
-  return places;
-}
-
-// Makes a folder in the first such place that can be kept from others, and from which programs run.
-Code MakeOnHost(Descriptor* folder, std::string* path) {
-  for (const std::string& place : HostPlaces()) {
-    std::string made = place + '/' + std::string(kHostPrefix) + "XXXXXX";
-    struct statvfs volume {};
-    if (mkdtemp(made.data()) == nullptr) {
-      continue;
-    }
-    if (OpenFolder(AT_FDCWD, made, folder) == kSuccess && KeepsOthersOut(*folder, made) &&
-        fstatvfs(folder->Get(), &volume) == 0 && (volume.f_flag & ST_NOEXEC) == 0 &&
-        Claim(*folder)) {
-      *path = std::move(made);
-      return kSuccess;
-    }
-    rmdir(made.c_str());
-  }
-  return kNotPrivate;
-}
-
-bool IsRunsName(std::string_view name) {
-  const std::size_t dash = name.find('-');
-  return dash != std::string_view::npos && dash > 0 && dash + 1 < name.size() &&
-         name.find_first_not_of("0123456789-") == std::string_view::npos;
-}
-
-template <typename Filter>
-void AppendAbandoned(const std::string& place, Filter isCandidate, cvn::List<cvn::String>* paths) {
-  constexpr std::size_t kMost = 100;  // at a time; the next run goes on
-  Descriptor folder;
-  DIR* listing =
-      OpenFolder(AT_FDCWD, place, &folder) == kSuccess ? fdopendir(folder.Get()) : nullptr;
-  if (listing == nullptr) {
-    return;
-  }
-  folder.Release();
-  while (const dirent* entry = paths->size() < kMost ? readdir(listing) : nullptr) {
-    const std::string path = place + '/' + entry->d_name;
-    if (isCandidate(std::string_view(entry->d_name)) && IsAbandoned(path)) {
-      paths->push_back(posix::ToMachinePath(path));
-    }
-  }
-  closedir(listing);
 }
 
 // Gives the copy what it has besides content. Its permissions are for its owner alone.
@@ -183,8 +80,15 @@ Code PrivateFolder::MakePlace(cvn::StringView place) {
   if (code != kSuccess && code != kFileNotFound) {
     return posix::Fail(code);
   }
-  if (code == kFileNotFound && mkdir(host.path.c_str(), kOwnersMode) != 0 && errno != EEXIST) {
-    return posix::Fail(CodeOf(errno));
+  // Where others can put something else in the way nothing is made: Make finds another place.
+  const bool isOpenToOthers = posix::CanOthersRedirect(host.path);
+  if (code == kFileNotFound) {
+    if (isOpenToOthers) {
+      return kSuccess;
+    }
+    if (mkdir(host.path.c_str(), kOwnersMode) != 0 && errno != EEXIST) {
+      return posix::Fail(CodeOf(errno));
+    }
   }
   const Descriptor found(open(host.path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat entry {};
@@ -197,7 +101,8 @@ Code PrivateFolder::MakePlace(cvn::StringView place) {
   if (entry.st_uid != geteuid() && entry.st_uid != 0) {
     return posix::Fail(kForeignPlace);
   }
-  const Descriptor folder(posix::OpenFound(found.Get(), O_RDONLY | O_DIRECTORY));
+  const Descriptor folder(isOpenToOthers ? -1
+                                         : posix::OpenFound(found.Get(), O_RDONLY | O_DIRECTORY));
   if (folder.Get() >= 0 && entry.st_uid == geteuid()) {
     fchmod(folder.Get(), kOwnersMode);  // what came of it is looked at by Make
   }
@@ -205,14 +110,11 @@ Code PrivateFolder::MakePlace(cvn::StringView place) {
 }
 
 cvn::List<cvn::String> PrivateFolder::FindAbandoned(cvn::StringView place) {
-  cvn::List<cvn::String> paths;
   posix::HostPath host;
-  if (posix::Resolve(place, &host) == kSuccess) {
-    AppendAbandoned(host.path, IsRunsName, &paths);
-  }
-  for (const std::string& hostPlace : HostPlaces()) {
-    AppendAbandoned(
-        hostPlace, [](std::string_view name) { return name.starts_with(kHostPrefix); }, &paths);
+  cvn::List<cvn::String> paths;
+  for (const std::string& path : posix::FindAbandonedFolders(
+           posix::Resolve(place, &host) == kSuccess ? host.path : std::string())) {
+    paths.push_back(posix::ToMachinePath(path));
   }
   return paths;
 }
@@ -229,22 +131,20 @@ Code PrivateFolder::Make(cvn::StringView place, cvn::StringView name) {
   state->path.Append(u'\\');
   state->path.Append(name);
   posix::HostPath host;
-  const Code code = posix::Resolve(state->path, &host);
-  if (code != kFileNotFound) {
-    return posix::Fail(code == kSuccess ? kAlreadyExists : code);
+  Code code = posix::Resolve(place, &host);
+  if (code != kSuccess && code != kFileNotFound) {
+    return posix::Fail(code);
   }
-  if (mkdir(host.path.c_str(), kOwnersMode) != 0) {
-    return posix::Fail(errno == EEXIST ? kAlreadyExists : CodeOf(errno));
-  }
-  if (OpenFolder(AT_FDCWD, host.path, &state->folder) != kSuccess ||
-      !KeepsOthersOut(state->folder, host.path) || !Claim(state->folder)) {
-    rmdir(host.path.c_str());
+  std::string path = host.path + '/';
+  posix::AppendHostText(name, &path);
+  code = posix::MakeOwnFolder(path, &state->folder);
+  if (code == kNotPrivate) {
     std::string hostPath;
-    const Code made = MakeOnHost(&state->folder, &hostPath);
-    if (made != kSuccess) {
-      return posix::Fail(made);
-    }
-    posix::SetStandIn(host.path, std::move(hostPath));
+    code = posix::MakeOwnFolderOnHost(&state->folder, &hostPath);
+    posix::SetStandIn(std::move(path), std::move(hostPath));
+  }
+  if (code != kSuccess) {
+    return posix::Fail(code);
   }
   state_ = std::move(state);
   return kSuccess;

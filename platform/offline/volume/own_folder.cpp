@@ -1,0 +1,148 @@
+#include "platform/offline/volume/own_folder.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+#include "platform/linux/error_map.h"
+#include "platform/linux/other_accounts.h"
+#include "platform/private_folder.h"
+
+namespace platform::posix {
+namespace {
+
+constexpr mode_t kOwnersMode = S_IRWXU;
+// What begins the name of a folder on the host.
+constexpr std::string_view kHostPrefix = "tessel-private-";
+
+Code OpenFolder(const std::string& path, Descriptor* folder) {
+  folder->Reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return folder->Get() < 0 ? CodeOf(errno) : kSuccess;
+}
+
+bool IsOursAlone(int descriptor) {
+  struct stat entry {};
+  return fstat(descriptor, &entry) == 0 && entry.st_uid == geteuid() && !CanOthersWrite(entry);
+}
+
+// Whether files in a new folder can be kept from others: a file system that has no permissions says
+// yes to everything, so what came out is looked at, of the folder and of a file in it.
+bool KeepsOthersOut(const Descriptor& folder, const std::string& path) {
+  constexpr const char* kProbe = "probe";
+  if (!IsOursAlone(folder.Get()) || CanOthersRedirect(path)) {
+    return false;
+  }
+  const Descriptor probe(
+      openat(folder.Get(), kProbe, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  const bool isKept = probe.Get() >= 0 && IsOursAlone(probe.Get());
+  return unlinkat(folder.Get(), kProbe, 0) == 0 && isKept;
+}
+
+// Tells other runs that this process uses the folder. One that was removed meanwhile, because it
+// seemed to be abandoned, is none.
+bool Claim(const Descriptor& folder) {
+  struct stat entry {};
+  // A file system without locks has nobody that takes the folder for abandoned.
+  return (flock(folder.Get(), LOCK_SH | LOCK_NB) == 0 || errno != EWOULDBLOCK) &&
+         fstat(folder.Get(), &entry) == 0 && entry.st_nlink > 0;
+}
+
+// True for a folder of this account that no process has claimed, and that nobody could put in the
+// way of who walks through it.
+bool IsAbandoned(const std::string& path) {
+  Descriptor folder;
+  return OpenFolder(path, &folder) == kSuccess && IsOursAlone(folder.Get()) &&
+         flock(folder.Get(), LOCK_EX | LOCK_NB) == 0 && !CanOthersRedirect(path);
+}
+
+// The folders of the host that may hold private ones, best first.
+cvn::List<std::string> HostPlaces() {
+  cvn::List<std::string> places;
+  const char* chosen = getenv("TMPDIR");
+  if (chosen != nullptr && chosen[0] == '/') {
+    places.emplace_back(chosen);
+  }
+  places.emplace_back("/var/tmp");
+  places.emplace_back("/tmp");
+  return places;
+}
+
+bool IsRunsName(std::string_view name) {
+  const std::size_t dash = name.find('-');
+  return dash != std::string_view::npos && dash > 0 && dash + 1 < name.size() &&
+         name.find_first_not_of("0123456789-") == std::string_view::npos;
+}
+
+template <typename Filter>
+void AppendAbandoned(const std::string& place, Filter isCandidate, cvn::List<std::string>* paths) {
+  constexpr std::size_t kMost = 100;  // at a time; the next run goes on
+  Descriptor folder;
+  DIR* listing = OpenFolder(place, &folder) == kSuccess ? fdopendir(folder.Get()) : nullptr;
+  if (listing == nullptr) {
+    return;
+  }
+  folder.Release();
+  while (const dirent* entry = paths->size() < kMost ? readdir(listing) : nullptr) {
+    const std::string path = place + '/' + entry->d_name;
+    if (isCandidate(std::string_view(entry->d_name)) && IsAbandoned(path)) {
+      paths->push_back(path);
+    }
+  }
+  closedir(listing);
+}
+
+}  // namespace
+
+Code MakeOwnFolder(const std::string& path, Descriptor* folder) {
+  if (CanOthersRedirect(path)) {
+    return files::kNotPrivate;
+  }
+  if (mkdir(path.c_str(), kOwnersMode) != 0) {
+    return errno == EEXIST ? kAlreadyExists : CodeOf(errno);
+  }
+  if (OpenFolder(path, folder) == kSuccess && KeepsOthersOut(*folder, path) && Claim(*folder)) {
+    return kSuccess;
+  }
+  rmdir(path.c_str());
+  return files::kNotPrivate;
+}
+
+Code MakeOwnFolderOnHost(Descriptor* folder, std::string* path) {
+  for (const std::string& place : HostPlaces()) {
+    std::string made = place + '/' + std::string(kHostPrefix) + "XXXXXX";
+    struct statvfs volume {};
+    if (mkdtemp(made.data()) == nullptr) {
+      continue;
+    }
+    if (OpenFolder(made, folder) == kSuccess && KeepsOthersOut(*folder, made) &&
+        fstatvfs(folder->Get(), &volume) == 0 && (volume.f_flag & ST_NOEXEC) == 0 &&
+        Claim(*folder)) {
+      *path = std::move(made);
+      return kSuccess;
+    }
+    rmdir(made.c_str());
+  }
+  return files::kNotPrivate;
+}
+
+cvn::List<std::string> FindAbandonedFolders(const std::string& place) {
+  cvn::List<std::string> paths;
+  if (!place.empty()) {
+    AppendAbandoned(place, IsRunsName, &paths);
+  }
+  for (const std::string& hostPlace : HostPlaces()) {
+    AppendAbandoned(
+        hostPlace, [](std::string_view name) { return name.starts_with(kHostPrefix); }, &paths);
+  }
+  return paths;
+}
+
+}  // namespace platform::posix
