@@ -672,6 +672,8 @@ def without_mask(this):
 
 def program_rows():
     yield 'programs/of-the-volume', lambda this: volume_programs(this, False)
+    yield 'programs/of-an-open-volume', lambda this: (
+        os.chmod(this.install.parent, 0o777), volume_programs(this, False))
     yield 'programs/of-the-volume-allowed', lambda this: volume_programs(this, True)
 
 
