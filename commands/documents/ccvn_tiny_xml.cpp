@@ -55,9 +55,14 @@ bool TakeZerosOff(std::string* text) {
   return text->find('\0') == std::string::npos;
 }
 
-bool HasSameXmlButDeletes(std::string text, const TiXmlDocument& document) {
-  std::ranges::replace(text, '\x7F', kDeleteMark);
-  return HasSameXml(text, document);
+// Whether TinyXML made of a text what another parser makes of it, which takes no U+007F in a name.
+bool IsReadRight(const std::string& text, const TiXmlDocument& document) {
+  if (text.find('\x7F') == std::string::npos) {
+    return HasSameXml(text, document);
+  }
+  std::string marked = text;
+  std::ranges::replace(marked, '\x7F', kDeleteMark);
+  return HasSameXml(marked, document);
 }
 
 // CR LF and a lone CR become LF.
@@ -132,7 +137,7 @@ bool CCVNTinyXml::Load(cvn::StringView path) {
   }
   document_.SetTabSize(0);  // nobody asks for rows and columns
   document_.Parse(shielded.text.c_str(), nullptr, TIXML_ENCODING_UTF8);
-  const bool isComplete = !document_.Error() && HasSameXmlButDeletes(shielded.text, document_);
+  const bool isComplete = !document_.Error() && IsReadRight(shielded.text, document_);
   RestoreKept(shielded, &document_);
   return isComplete;
 }
@@ -155,6 +160,8 @@ bool CCVNTinyXml::IsWholeDocument(const std::string& text) const {
 }
 
 TiXmlElement* CCVNTinyXml::ParseElement(cvn::StringView text, TiXmlDocument* document) {
+  constexpr char16_t kMark = 0xFEFF;
+  text.remove_prefix(text.starts_with(kMark) ? 1 : 0);
   ShieldedXml shielded;
   if (!ShieldXml(cvn::WideToUtf8(text), XmlPart::Element, &shielded) ||
       !ParseXmlUtf8(shielded.text, document)) {

@@ -124,10 +124,9 @@ class Comparison {
 
   static bool Sections(const std::string& stored, pugi::xml_node read, pugi::xml_node* right) {
     std::string text = read.value();
-    for (auto more = std::ranges::count(stored, kSectionMark); more != 0; --more) {
-      if (text.find(kSectionMark) != text.npos) {
-        break;  // they are one in what TinyXML read
-      }
+    // In what TinyXML read too, several are one.
+    const bool isOne = text.find(kSectionMark) != text.npos;
+    for (auto more = isOne ? 0 : std::ranges::count(stored, kSectionMark); more != 0; --more) {
       if (right->type() != pugi::node_cdata) {
         return false;
       }

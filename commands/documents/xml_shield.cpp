@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <functional>
+#include <set>
 #include <utility>
 
 #include "commands/documents/xml_marks.h"
@@ -17,7 +19,7 @@ constexpr std::string_view kBlanks = " \t\n\r";
 constexpr std::string_view kSectionStart = "<![CDATA[";
 constexpr std::string_view kSectionEnd = "]]>";
 constexpr std::string_view kNoBreakSpace = "\xEF\xBB\xBF";
-constexpr char kNoBreakSpaceLead = '\xEF';
+constexpr char kSpecialLead = '\xEF';
 
 bool IsBlank(char c) { return kBlanks.find(c) != std::string_view::npos; }
 
@@ -48,9 +50,7 @@ class Entities {
     }
   }
 
-  bool MayHave(std::string_view name) const {
-    return isOpen_ || std::ranges::find(names_, name) != names_.end();
-  }
+  bool MayHave(std::string_view name) const { return isOpen_ || names_.contains(name); }
 
  private:
   std::size_t AddName(std::string_view type, std::size_t at) {
@@ -59,12 +59,12 @@ class Entities {
     while (end < type.size() && IsInXmlName(type[end])) {
       ++end;
     }
-    names_.emplace_back(type.substr(start, end - start));
+    names_.emplace(type.substr(start, end - start));
     return end;
   }
 
   bool isOpen_ = false;
-  std::vector<std::string> names_;
+  std::set<std::string, std::less<>> names_;
 };
 
 class Shielder {
@@ -219,16 +219,21 @@ class Shielder {
   // Moves to the next `end`. False when there is none, or at what can't be kept.
   bool Characters(char end, Where where) {
     for (; at_ < text_.size() && text_[at_] != end; ++at_) {
-      if (text_[at_] == '&') {
-        if (!Reference(where)) {
-          return false;
-        }
-      } else if (text_[at_] == kNoBreakSpaceLead && LooksAt(kNoBreakSpace)) {
-        Replace(at_, at_ + kNoBreakSpace.size(), {&kNoBreakSpaceMark, 1});
-        at_ += kNoBreakSpace.size() - 1;
+      const char c = text_[at_];
+      if ((c == '&' && !Reference(where)) || (c == kSpecialLead && !SpecialCharacter())) {
+        return false;
       }
     }
     return at_ < text_.size();
+  }
+
+  // Three characters begin with this byte that TinyXML takes for blanks; two of them aren't any.
+  bool SpecialCharacter() {
+    if (LooksAt(kNoBreakSpace)) {
+      Replace(at_, at_ + kNoBreakSpace.size(), {&kNoBreakSpaceMark, 1});
+      at_ += kNoBreakSpace.size() - 1;
+    }
+    return !LooksAt("\xEF\xBF\xBE") && !LooksAt("\xEF\xBF\xBF");
   }
 
   // From a '&' to its ';'.
@@ -277,7 +282,6 @@ class Shielder {
       }
       return true;
     }
-    // Two are noncharacters, which TinyXML takes for blanks.
     return code != 0 && code <= 0x10FFFF && !IsHighSurrogate(code) && !IsLowSurrogate(code) &&
            code != 0xFFFE && code != 0xFFFF;
   }
