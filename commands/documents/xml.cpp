@@ -493,8 +493,8 @@ begins no reference or the name of an unknown entity, makes `xmlOpen` fail inste
 
 - The layout. Elements, comments and instructions have lines of their own, indented by four blanks a level; only a single
   text stands between its tags. An empty element becomes `<name />`, a value in `'` is put in `"` where it can be.
-- Blanks in texts, `xml:space` or not. Those at both ends go, and others in a row become one blank. In CDATA sections,
-  and as references (`&#10;`), they stay.
+- Blanks in texts, `xml:space` or not. Those at both ends go, also beside an element: `<b>c</b> d` becomes `<b>c</b>d`.
+  Others in a row become one blank. In CDATA sections, and as references (`&#10;`), they stay.
 - References. A character's becomes the character, and `"`, `'`, `>` become references. A line end or a tab in a value
   becomes `&#x0A;` or `&#x09;`. What looks like a hexadecimal reference in a text is one when it is saved: `&amp;#x41;`
   comes out as `&#x41;`.

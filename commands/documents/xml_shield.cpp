@@ -137,7 +137,12 @@ class Shielder {
     std::ranges::transform(name, name.begin(), [](char c) {
       return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
     });
-    return name == "xml" ? start == text_.find_first_not_of(kBlanks) : Keep(start);
+    if (name != "xml") {
+      return Keep(start);
+    }
+    // It stands at the start, and the parser finds nothing to replace in it.
+    const std::string_view words = text_.substr(target, at_ - 2 - target);
+    return start == text_.find_first_not_of(kBlanks) && words.find_first_of("&<>?") == words.npos;
   }
 
   bool Keep(std::size_t start) {
