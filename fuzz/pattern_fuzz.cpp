@@ -11,11 +11,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!pattern.Compile(source)) {
     return 0;
   }
-  const auto whole = pattern.MatchGroup(text, 0);
-  tessel::fuzz::Require(!whole || *whole == text.AsView(), "a match covers the whole text");
+  using Outcome = tessel::WholeTextPattern::Outcome;
+  cvn::StringView part;
+  const Outcome whole = pattern.MatchGroup(text, 0, &part);
+  tessel::fuzz::Require(whole != Outcome::Match || part == text.AsView(),
+                        "a match covers the whole text");
   for (const std::uint32_t group : {1U, 2U, 0xFFFFFFFFU}) {
-    const auto part = pattern.MatchGroup(text, group);
-    tessel::fuzz::Require(!part || whole, "only what matches has groups");
+    const Outcome outcome = pattern.MatchGroup(text, group, &part);
+    tessel::fuzz::Require(outcome == whole || outcome == Outcome::NoMatch,
+                          "only what matches has groups");
   }
   return 0;
 }

@@ -133,18 +133,20 @@ WholeTextPattern::Outcome WholeTextPattern::Match(cvn::StringView text) {
   return matched < 0 ? Outcome::GivenUp : Outcome::Match;
 }
 
-std::optional<cvn::StringView> WholeTextPattern::MatchGroup(cvn::StringView text,
-                                                            std::uint32_t index) {
-  if (Match(text) != Outcome::Match || index >= compiled_->groups) {
-    return std::nullopt;
+WholeTextPattern::Outcome WholeTextPattern::MatchGroup(cvn::StringView text, std::uint32_t index,
+                                                       cvn::StringView* group) {
+  const Outcome outcome = Match(text);
+  if (outcome != Outcome::Match) {
+    return outcome;
+  }
+  if (index >= compiled_->groups) {
+    return Outcome::NoMatch;
   }
   const PCRE2_SIZE* bounds = pcre2_get_ovector_pointer(compiled_->data.get());
   const PCRE2_SIZE start = bounds[2 * std::size_t{index}];
   const PCRE2_SIZE end = bounds[2 * std::size_t{index} + 1];
-  if (start == PCRE2_UNSET) {
-    return cvn::StringView();
-  }
-  return text.substr(start, end - start);
+  *group = start == PCRE2_UNSET ? cvn::StringView() : text.substr(start, end - start);
+  return Outcome::Match;
 }
 
 }  // namespace tessel

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 
 #include "support/string.h"
 
@@ -41,10 +40,10 @@ class WholeTextPattern {
   // Whether `text` matches.
   Outcome Match(cvn::StringView text);
 
-  // Matches `text`, and gives the part that group `index` took (0 is the whole text; empty for a
-  // group without part in the match). Nothing when the text doesn't match or the match is given up,
-  // or the pattern has no such group. The view is into `text`.
-  std::optional<cvn::StringView> MatchGroup(cvn::StringView text, std::uint32_t index);
+  // Matches `text`, and sets `*group` to the part that group `index` took (0 is the whole text;
+  // empty for a group without part in the match). NoMatch when the pattern has no such group. The
+  // view is into `text`.
+  Outcome MatchGroup(cvn::StringView text, std::uint32_t index, cvn::StringView* group);
 
  private:
   struct Compiled;

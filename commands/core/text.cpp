@@ -1,5 +1,4 @@
 // Commands that compute with variables and text.
-#include <optional>
 #include <utility>
 
 #include "commands/common/families.h"
@@ -228,13 +227,19 @@ void FunctionAssignToken::Execute() {
   const std::int32_t group = cvn::ReadInt32(ExpandVariables(index, variables));
   TraceLine(u"assignToken value '%s', index %d, regexp %s to the variable %s", text, group,
             pattern.Source(), var);
-  const std::optional<cvn::StringView> token =
-      pattern.MatchGroup(text, static_cast<std::uint32_t>(group));
-  SetVariable(var, token.value_or(cvn::StringView()), variables);
-  if (token) {
-    TraceLine(u"found token %s", *token);
-  } else {
-    TraceLine(u"token not found");
+  cvn::StringView token;
+  const WholeTextPattern::Outcome outcome =
+      pattern.MatchGroup(text, static_cast<std::uint32_t>(group), &token);
+  SetVariable(var, token, variables);
+  switch (outcome) {
+    case WholeTextPattern::Outcome::Match:
+      TraceLine(u"found token %s", token);
+      break;
+    case WholeTextPattern::Outcome::NoMatch:
+      TraceLine(u"token not found");
+      break;
+    case WholeTextPattern::Outcome::GivenUp:
+      TraceLine(u"The match was given up: the pattern takes too many steps for this text.");
   }
 }
 
@@ -250,7 +255,10 @@ constexpr AttributeDescription kAssignTokenAttributes[] = {
 constexpr CommandDescription kAssignToken = {
     .purpose = u"Sets a variable to the part of a text that a group of a pattern matched.",
     .attributes = kAssignTokenAttributes,
-    .notes = u"The variable is emptied when the pattern doesn't match, or has no such group.",
+    .notes =
+        u"The variable is emptied when the pattern doesn't match, or has no such group, or when "
+        u"the "
+        u"match takes too many steps and is given up, which the trace says.",
 };
 
 // The condition of the language.

@@ -308,7 +308,11 @@ bool FunctionDirCopyRecursive::IsAllowed(cvn::StringView path) {
 WholeTextPattern::Outcome FunctionDirCopyRecursive::MatchFilter(WholeTextPattern* pattern,
                                                                 cvn::StringView path) {
   const WholeTextPattern::Outcome outcome = pattern->Match(path);
-  gaveUpMatching = gaveUpMatching || outcome == WholeTextPattern::Outcome::GivenUp;
+  if (outcome == WholeTextPattern::Outcome::GivenUp) {
+    gaveUpMatching = true;
+    TraceLine(u"The match was given up: the pattern %s takes too many steps for '%s'.",
+              pattern->Source(), path);
+  }
   return outcome;
 }
 
