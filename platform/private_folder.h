@@ -44,6 +44,9 @@ class PrivateFolder {
   // from others, not even on the host; otherwise the codes of CreateDirectory.
   Code Make(cvn::StringView place, cvn::StringView name);
 
+  // The path on Z: of a folder that Make has put on the host; empty for one in its place.
+  cvn::String PathOnHost() const;
+
   // Makes the folders that `name`, one or more names with separators between them, has before its
   // last name, as far as they are missing. 123 for a name that Windows refuses.
   Code MakeFoldersFor(cvn::StringView name);

@@ -173,6 +173,11 @@ std::int32_t PrepareProtectedFolder(files::PrivateFolder* folder, cvn::String* o
     return kNotAllCopied;
   }
   ProtectedFolderPath() = JoinPath(patches, name);
+  if (const cvn::String path = folder->PathOnHost(); !path.Empty()) {
+    TraceLine(
+        u"Other accounts can change what lies in the install folder, so it is on the host: [%s]",
+        path);
+  }
   TraceLine(u"Protected folder for custom patch is ready for use: [%s]", ProtectedFolderPath());
   return kFilesCopied;
 }

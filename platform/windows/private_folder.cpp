@@ -49,6 +49,8 @@ Code PrivateFolder::Make(cvn::StringView place, cvn::StringView name) {
   return code;
 }
 
+cvn::String PrivateFolder::PathOnHost() const { return {}; }
+
 Code PrivateFolder::MakeFoldersFor(cvn::StringView name) {
   if (state_ == nullptr) {
     ::SetLastError(kInvalidHandle);

@@ -503,7 +503,8 @@ def open_volume(this):
            folders[0].stat().st_mode & 0o777 == 0o700, f'the copies lie elsewhere: {folders}')
     (this.folder / 'go').touch()
     check(this.finish(process), -3, trace=[
-        'Trace: in C:*customPatches*', 'Protected folder for custom patches removed'])
+        'Other accounts can change what lies in the install folder, *', 'Trace: in C:*customPatches*',
+        'Protected folder for custom patches removed'])
     expect((this.folder / 'seen').read_text() == 'payload' and not list(place.iterdir()),
            'it saw something else, or the folder stayed')
 

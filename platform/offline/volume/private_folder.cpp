@@ -68,6 +68,7 @@ struct PrivateFolder::State {
 
   Descriptor folder;
   cvn::String path;                               // as scripts know it
+  std::string hostPath;                           // of a stand-in
   std::map<std::u16string, std::string> folders;  // those made in it, by their folded paths
   std::set<std::u16string> files;                 // folded
 };
@@ -139,9 +140,8 @@ Code PrivateFolder::Make(cvn::StringView place, cvn::StringView name) {
   posix::AppendHostText(name, &path);
   code = posix::MakeOwnFolder(path, &state->folder);
   if (code == kNotPrivate) {
-    std::string hostPath;
-    code = posix::MakeOwnFolderOnHost(&state->folder, &hostPath);
-    posix::SetStandIn(std::move(path), std::move(hostPath));
+    code = posix::MakeOwnFolderOnHost(&state->folder, &state->hostPath);
+    posix::SetStandIn(std::move(path), state->hostPath);
   }
   if (code != kSuccess) {
     return posix::Fail(code);
@@ -188,6 +188,12 @@ Code PrivateFolder::State::MakeFolders(const std::string& below, std::string* sp
     begin = end + 1;
   }
   return kSuccess;
+}
+
+cvn::String PrivateFolder::PathOnHost() const {
+  std::string path = state_ == nullptr || state_->hostPath.empty() ? "" : "Z:" + state_->hostPath;
+  std::replace(path.begin(), path.end(), '/', '\\');
+  return posix::ToWide(path);
 }
 
 Code PrivateFolder::MakeFoldersFor(cvn::StringView name) {
