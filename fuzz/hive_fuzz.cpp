@@ -22,6 +22,7 @@ using platform::Code;
 using platform::kSuccess;
 using platform::posix::Hive;
 using platform::posix::HiveFile;
+using platform::posix::HostPath;
 using platform::posix::KeyPtr;
 using platform::posix::SubKeyTable;
 using platform::posix::ValueTable;
@@ -169,27 +170,27 @@ bool ChangeAndFlush(Hive* hive, std::string_view changes) {
   return !walk.keys.empty() && hive->Flush() == kSuccess;
 }
 
-void ChangeHostile(const std::string& path, std::string file, std::string_view changes) {
+void ChangeHostile(const HostPath& place, std::string file, std::string_view changes) {
   if (file.size() >= kBase) {
     FixChecksum(&file);
   }
   WriteScratchFile("hive", file);
   {
-    Hive hive(path);
+    Hive hive(place);
     ChangeAndFlush(&hive, changes);
   }
-  Hive again(path);
+  Hive again(place);
   WalkAll(&again);
 }
 
-void ChangeSound(const std::string& path, std::string_view changes) {
+void ChangeSound(const HostPath& place, std::string_view changes) {
   const HiveFile empty = HiveFile::MakeEmpty(u"fuzz", HiveFile::Readers::All);
   WriteScratchFile("hive",
                    {reinterpret_cast<const char*>(empty.Bytes().data()), empty.Bytes().size()});
   // In two halves, so that the second one changes what was read from a file.
   const std::size_t half = changes.size() / 8 * 4;
   for (const std::string_view part : {changes.substr(0, half), changes.substr(half)}) {
-    Hive hive(path);
+    Hive hive(place);
     Require(ChangeAndFlush(&hive, part), "a sound hive can be written");
     std::vector<std::u16string> expected;
     const Walk walk = WalkAll(&hive);
@@ -198,7 +199,7 @@ void ChangeSound(const std::string& path, std::string_view changes) {
         expected.push_back(walk.texts[at]);
       }
     }
-    Hive again(path);
+    Hive again(place);
     Require(WalkAll(&again).texts == expected, "a hive that was written holds what it was given");
   }
 }
@@ -219,11 +220,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view rest = input.Rest();
   const std::string_view changes = rest.substr(0, count);
   const std::string_view bytes = rest.substr(changes.size());
-  const std::string path = fuzz::ScratchFolder() + "/hive";
+  const auto place = platform::posix::PlaceOnHost(fuzz::ScratchFolder() + "/hive");
   if (kind % 3 == 2) {
-    fuzz::ChangeSound(path, changes);
+    fuzz::ChangeSound(place, changes);
   } else {
-    fuzz::ChangeHostile(path, kind % 3 == 1 ? std::string(bytes) : fuzz::FileWithCells(bytes),
+    fuzz::ChangeHostile(place, kind % 3 == 1 ? std::string(bytes) : fuzz::FileWithCells(bytes),
                         changes);
   }
   return 0;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -18,10 +19,28 @@ bool IsWithin(std::string_view path, std::string_view folder) {
   return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
 }
 
-std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
+std::string PathThrough(FileAt file) {
+  std::string path = "/proc/self/fd/" + std::to_string(file.folder);
+  path += '/';
+  return path += file.name;
+}
 
-Code FlushFolder(const std::string& folder) {
-  const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+int PathOfOpen(int descriptor, std::string* path) {
+  char name[PATH_MAX];
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = readlink(link.c_str(), name, sizeof(name));
+  if (length < 0) {
+    return errno;
+  }
+  if (length == ssize_t{sizeof(name)}) {
+    return ENAMETOOLONG;
+  }
+  path->assign(name, static_cast<std::size_t>(length));
+  return 0;
+}
+
+Code FlushFolder(int folder) {
+  const Descriptor descriptor(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.Get() < 0) {
     return errno == EACCES ? kSuccess : CodeOf(errno);  // may be written, but not read
   }
@@ -29,8 +48,8 @@ Code FlushFolder(const std::string& folder) {
   return fsync(descriptor.Get()) == 0 || errno == EINVAL ? kSuccess : CodeOf(errno, kWriteFault);
 }
 
-int RenameToFree(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+int RenameToFree(FileAt from, FileAt to) {
+  if (renameat2(from.folder, from.name, to.folder, to.name, RENAME_NOREPLACE) == 0) {
     return 0;
   }
   if (errno != EINVAL && errno != ENOSYS) {
@@ -38,10 +57,10 @@ int RenameToFree(const std::string& from, const std::string& to) {
   }
   // A file system that can't do both at once.
   struct stat entry {};
-  if (lstat(to.c_str(), &entry) == 0) {
+  if (fstatat(to.folder, to.name, &entry, AT_SYMLINK_NOFOLLOW) == 0) {
     return EEXIST;
   }
-  return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+  return renameat(from.folder, from.name, to.folder, to.name) == 0 ? 0 : errno;
 }
 
 int RealPath(const std::string& path, std::string* real) {

@@ -599,6 +599,7 @@ def plant(this):
     shutil.copy2('/bin/touch', volume / 'program')
     shutil.copy2('/bin/touch', this.machine / 'Windows' / 'System32' / 'regsvr32.exe')
     (volume / 'out').symlink_to('/bin/touch')
+    (volume / 'in').symlink_to('/tools/program')  # C:'s, and no folder of the host
     (host / 'to-file').symlink_to(volume / 'program')
     (host / 'to-folder').symlink_to(volume)
     make_script(host / 'by-volume', f'#!{volume}/program\n')
@@ -606,7 +607,7 @@ def plant(this):
     make_script(host / 'by-script', f'#!{host}/by-volume\n')
     make_script(host / 'script')
     drive = world.host_to_drive
-    own = [r'C:\tools\script', r'C:\tools\program', r'C:\tools\out', 'regsvr32', r'%windir%\program',
+    own = [r'C:\tools\script', r'C:\tools\program', r'C:\tools\in', 'regsvr32', r'%windir%\program',
            r'machine\tools\script', drive(volume / 'program'), drive(host / 'to-file'),
            drive(host / 'to-folder' / 'script'), drive(host / 'to-folder' / 'out'),
            *(drive(host / name) for name in ('by-volume', 'by-link', 'by-script'))]

@@ -7,6 +7,7 @@
 #include "platform/offline/volume/volume.h"
 #include "support/utf.h"
 #include "tests/platform/fixture.h"
+#include "tests/platform/private_mount.h"
 
 namespace platform::test {
 namespace {
@@ -16,12 +17,13 @@ std::string machineFolder;
 std::string HostPathOf(cvn::StringView path) {
   posix::HostPath host;
   EXPECT_EQ(posix::Resolve(path, &host), kSuccess) << Utf8(path);
-  return host.path;
+  return host.spelling;
 }
 
 }  // namespace
 
 void PreparePlatform() {
+  PrivateMount::IsPrivate();
   machineFolder = (std::filesystem::temp_directory_path() / "tessel-machine-XXXXXX").string();
   ASSERT_NE(mkdtemp(machineFolder.data()), nullptr);
   ASSERT_EQ(setenv("TESSEL_MACHINE", (machineFolder + "/C").c_str(), 1), 0);
@@ -43,7 +45,7 @@ void RemoveTree(cvn::StringView folder) { std::filesystem::remove_all(HostPathOf
 bool MakeFolderLink(cvn::StringView link, cvn::StringView folder) {
   posix::HostPath place;
   EXPECT_EQ(posix::Resolve(link, &place), kFileNotFound);
-  return symlink(HostPathOf(folder).c_str(), place.path.c_str()) == 0;
+  return symlink(HostPathOf(folder).c_str(), place.spelling.c_str()) == 0;
 }
 
 bool RunsUnderWine() { return false; }

@@ -101,7 +101,7 @@ class HostFolderTest : public StepsTest {
   HostFolderTest() {
     posix::HostPath host;
     EXPECT_EQ(posix::Resolve(Folder(), &host), kSuccess);
-    host_ = host.path;
+    host_ = host.spelling;
   }
 
   // The test's folder, and a place in it, as the host names them.

@@ -414,15 +414,15 @@ std::string Both(const std::string& file) {
 TEST_F(Hives, LoseNoChange) {
   const std::string file = MakeMachine();
   chmod(file.c_str(), 0640);
-  Hive first(file);
-  Hive second(file);
+  Hive first(posix::PlaceOnHost(file));
+  Hive second(posix::PlaceOnHost(file));
   KeyPtr root;
   ASSERT_EQ(second.Root(&root), kSuccess);
   EXPECT_EQ(Change(&first, u"a", u"1"), kSuccess);
   EXPECT_EQ(Change(&second, u"b", u"2"), kSharingViolation);  // in use
   EXPECT_EQ(first.Flush(), kSuccess);
   EXPECT_EQ(Change(&second, u"b", u"2"), kSharingViolation);  // out of date
-  Hive third(file);
+  Hive third(posix::PlaceOnHost(file));
   EXPECT_EQ(Change(&third, u"b", u"2"), kSuccess);
   EXPECT_EQ(third.Flush(), kSuccess);
   EXPECT_EQ(Both(file), "1 2");
@@ -433,7 +433,7 @@ TEST_F(Hives, LoseNoChange) {
   EXPECT_EQ(third.Flush(), kSharingViolation);
   EXPECT_EQ(Both(file), "1 2");
 
-  Hive gone(file);
+  Hive gone(posix::PlaceOnHost(file));
   ASSERT_EQ(gone.Root(&root), kSuccess);
   std::filesystem::remove(file);
   EXPECT_EQ(Change(&gone, u"b", u"4"), kFileNotFound);
@@ -444,7 +444,7 @@ TEST_F(Hives, AreOldOrNewAfterAKill) {
   std::unique_ptr<Hive> hive;
   int number = 0;
   const auto write = [&] {
-    hive = hive == nullptr ? std::make_unique<Hive>(file) : std::move(hive);
+    hive = hive == nullptr ? std::make_unique<Hive>(posix::PlaceOnHost(file)) : std::move(hive);
     const cvn::String text = cvn::Format(u"%d-%d", getpid(), ++number);
     const bool ok = Change(hive.get(), u"a", text) == kSuccess &&
                     Change(hive.get(), text, u"x") == kSuccess &&
@@ -467,7 +467,7 @@ TEST_F(Hives, WithTheirLastChangesInALogAreOnlyRead) {
   std::ofstream(file, std::ios::binary) << content;
   for (const bool hasLog : {true, false}) {
     std::ofstream(file + ".LOG1") << (hasLog ? "x" : "");
-    Hive hive(file);
+    Hive hive(posix::PlaceOnHost(file));
     EXPECT_EQ(Change(&hive, u"a", u"1"), hasLog ? kAccessDenied : kSuccess);
   }
 }

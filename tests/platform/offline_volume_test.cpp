@@ -1,17 +1,26 @@
 // Where the offline volume is, its drives, and how its names and those of the host go together.
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/inotify.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <optional>
 #include <random>
 #include <vector>
 
+#include "platform/file_search.h"
 #include "platform/formats/names.h"
 #include "platform/linux/other_accounts.h"
 #include "platform/offline/machine/new_machine.h"
 #include "platform/offline/volume/directory_index.h"
+#include "platform/profile.h"
 #include "support/format.h"
 #include "tests/platform/host_folder.h"
 
@@ -35,6 +44,18 @@ struct ResolverCase {
   std::string host = "-";  // which does not matter
 };
 
+// Each path stands behind `before`, and the places behind `place`.
+void Check(cvn::StringView before, const std::string& place, std::span<const ResolverCase> cases) {
+  for (const ResolverCase& test : cases) {
+    const cvn::String path = Joined(before, test.path);
+    HostPath host;
+    EXPECT_EQ(Observe([&] { return posix::Resolve(path, &host); }),
+              (Outcome{test.code, kUntouched}))
+        << Utf8(path);
+    EXPECT_EQ(host.spelling, test.host == "-" ? host.spelling : place + test.host) << Utf8(path);
+  }
+}
+
 class Resolver : public HostFolderTest {
  protected:
   Resolver() {
@@ -46,19 +67,6 @@ class Resolver : public HostFolderTest {
       Touch(Host(name));
     }
   }
-
-  // Each path stands behind `before`, and the places behind `place`.
-  static void Check(cvn::StringView before, const std::string& place,
-                    std::span<const ResolverCase> cases) {
-    for (const ResolverCase& test : cases) {
-      const cvn::String path = Joined(before, test.path);
-      HostPath host;
-      EXPECT_EQ(Observe([&] { return posix::Resolve(path, &host); }),
-                (Outcome{test.code, kUntouched}))
-          << Utf8(path);
-      EXPECT_EQ(host.path, test.host == "-" ? host.path : place + test.host) << Utf8(path);
-    }
-  }
 };
 
 TEST_F(Resolver, FindsNamesBelowTheMachine) {
@@ -68,7 +76,8 @@ TEST_F(Resolver, FindsNamesBelowTheMachine) {
       {u"\\File.txt", kSuccess, "/File.txt"},
       {u"/dir/SUB\\fILE.TXT", kSuccess, "/Dir/Sub/File.txt"},
       {u"\\\\dir\\\\\\sub\\", kSuccess, "/Dir/Sub"},
-      {u"\\link\\sub\\file.txt", kSuccess, "/Link/Sub/File.txt"},
+      {u"\\Link\\Sub\\file.txt", kSuccess, "/Link/Sub/File.txt"},
+      {u"\\link\\sub\\file.txt", kSuccess, "/Dir/Sub/File.txt"},
       {u"\\DANGLING", kSuccess, "/Dangling"},
       {u"\\circle", kSuccess, "/Circle"},
       // What is missing, and where.
@@ -212,10 +221,10 @@ TEST_F(Index, PrefersTheExactNameThenAlwaysTheSame) {
   }
   HostPath host;
   EXPECT_EQ(posix::Resolve(Path(u"naME"), &host), kSuccess);
-  EXPECT_EQ(host.path, Host("naME"));
+  EXPECT_EQ(host.spelling, Host("naME"));
   for (const char* first : {"Name", "nAME"}) {
     EXPECT_EQ(posix::Resolve(Path(u"NAME"), &host), kSuccess);
-    EXPECT_EQ(host.path, Host(first));
+    EXPECT_EQ(host.spelling, Host(first));
     EXPECT_EQ(files::Delete(Path(u"NAME")), kSuccess);
   }
   EXPECT_EQ(files::Replace(Path(u"NAME"), Path(u"NamE")), kSuccess);
@@ -269,7 +278,8 @@ class IndexChanges : public HostFolderTest, public testing::WithParamInterface<b
 
   std::string Find(const std::string& folder, std::string_view name) {
     std::string spelled;
-    const Code code = index_->Find(folder, name, &spelled);
+    const posix::Descriptor held(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const Code code = held.Get() < 0 ? kPathNotFound : index_->Find(held.Get(), name, &spelled);
     return code == kSuccess ? spelled : std::to_string(code);
   }
 
@@ -312,6 +322,173 @@ TEST_P(IndexChanges, ShowAtOnce) {
   EXPECT_EQ(Find(Host("before"), "SUB"), "Sub");
   std::filesystem::remove_all(folder);
   EXPECT_EQ(Find(folder, "NEW"), "3");
+}
+
+// A folder of the host beside the machine, to which everything on the volume tries to lead.
+class HostileVolume : public HostFolderTest {
+ protected:
+  HostileVolume() : canary_(Machine::Get().Root() + "-canary") {
+    std::filesystem::create_directories(canary_ + "/folder");
+    for (const char* name : {"/file", "/copy", "/folder/file"}) {
+      Touch(canary_ + name);
+    }
+    std::filesystem::create_directory(Host("sub"));
+    Touch(Host("sub/file"));
+    const std::string up = "../../../../../../../../../../../../..";
+    const std::pair<const char*, std::string> kLinks[] = {
+        {"absolute", canary_},
+        {"upwards", up + canary_},
+        {"upwards in the volume", "sub/../" + up + canary_},
+        {"chain", "ABSOLUTE"},
+        {"of the kernel", "/proc/self/root" + canary_},
+        {"root", "/"},
+        {"to a file", canary_ + "/file"},
+        {"to no file", up + canary_ + "/new"},
+        {"inside", Host("SUB").substr(Machine::Get().Root().size())},
+        {"inside upwards", "/" + up + Host("sub/../SUB")},
+    };
+    for (const auto& [link, target] : kLinks) {
+      std::filesystem::create_symlink(target, Host(link));
+    }
+    for (int i = 0; i <= 41; ++i) {
+      std::filesystem::create_symlink(i == 0 ? "sub" : "link" + std::to_string(i - 1),
+                                      Host("link" + std::to_string(i)));
+    }
+  }
+  ~HostileVolume() override { std::filesystem::remove_all(canary_); }
+
+  // All that the host's folder has, and what is in its files.
+  std::string Canary() const {
+    std::vector<std::string> found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(canary_)) {
+      found.push_back(entry.path().string().substr(canary_.size()) +
+                      (entry.is_regular_file() ? HostContentOf(entry.path()) : ""));
+    }
+    std::sort(found.begin(), found.end());
+    std::string all;
+    for (const std::string& name : found) {
+      all += name + ' ';
+    }
+    return all;
+  }
+  static constexpr std::string_view kUntouchedCanary = "/copyx /filex /folder /folder/filex ";
+
+  // What writes, removes and finds in one folder of the volume.
+  void UseAll(cvn::StringView folder) const {
+    const cvn::String path = Path(folder);
+    const auto in = [&path](cvn::StringView name) { return Joined(Joined(path, u"\\"), name); };
+    files::File file;
+    const Code codes[] = {
+        files::Open(in(u"file"), files::Access::Write, files::Share::None,
+                    files::Disposition::CreateAlways, &file),
+        files::Copy(Path(u"own"), in(u"copy"), false),
+        files::Copy(Path(u"own"), in(u"new"), true),
+        files::Replace(in(u"copy"), in(u"file")),
+        files::CreateDirectory(in(u"made")),
+        files::SetAttributes(in(u"file"), files::kReadOnly | files::kHidden),
+        profile::WriteString(u"s", u"k", u"v", in(u"file")),
+        files::Move(in(u"new"), in(u"moved"), files::kMoveReplaceExisting),
+    };
+    static_cast<void>(codes);  // which depend on what the folder is at the moment
+    file.Close();
+    files::Search search;
+    files::SearchEntry entry;
+    Code code = search.First(in(u"*"), &entry);
+    for (; code == kSuccess; code = search.Next(&entry)) {
+      if (!entry.IsSelfOrParent()) {
+        const cvn::String found = in(entry.Name());
+        IgnoreError(files::SetAttributes(found, entry.GetAttributes() & ~files::kReadOnly));
+        IgnoreError(entry.IsDirectory() ? files::RemoveDirectory(found) : files::Delete(found));
+      }
+    }
+  }
+
+  const std::string canary_;
+};
+
+// As on a kernel that has no openat2.
+bool TakeAwayOpenat2() {
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog filter = {std::size(program), program};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+         syscall(SYS_openat2, AT_FDCWD, "/", nullptr, 0) < 0 && errno == ENOSYS;
+}
+
+TEST_F(HostileVolume, ItsLinksStayOnIt) {
+  Touch(Host("own"));
+  const ResolverCase kCases[] = {
+      {u"\\absolute\\file", kPathNotFound},
+      {u"\\root", kSuccess, "/root"},
+      {u"\\root\\windows", kSuccess},
+      {u"\\inside\\FILE", kSuccess},
+      {u"\\inside upwards\\file", kPathNotFound},
+      {u"\\link39\\file", kSuccess},
+      {u"\\link40\\file", kCantResolveFilename},
+      {u"\\link40\\FILE", kCantResolveFilename},
+  };
+  const auto attack = [&] {
+    Check(Folder(), Host(), kCases);
+    for (const cvn::StringView link :
+         {u"absolute", u"upwards", u"upwards in the volume", u"chain", u"of the kernel"}) {
+      UseAll(link);
+      EXPECT_FALSE(paths::Exists(Joined(Path(link), u"\\file"))) << Utf8(link);
+      EXPECT_EQ(Found(Joined(Path(link), u"\\*")), "267") << Utf8(link);
+    }
+    for (const cvn::StringView link : {u"to a file", u"to no file"}) {
+      files::File file;
+      EXPECT_NE(files::Open(Path(link), files::Access::Write, files::Share::None,
+                            files::Disposition::OpenAlways, &file),
+                kSuccess);
+      EXPECT_NE(files::Copy(Path(u"own"), Path(link), false), kSuccess);
+      EXPECT_NE(files::Copy(Path(link), Path(u"copy"), false), kSuccess);
+      EXPECT_NE(files::TakePlace(Path(u"own"), Path(link)), kSuccess);
+    }
+    EXPECT_EQ(Canary(), kUntouchedCanary);
+    return HasFailure() ? 1 : 0;
+  };
+  EXPECT_EQ(attack(), 0);
+  EXPECT_EQ(InChild([&] { return TakeAwayOpenat2() ? attack() : 2; }), 0);
+  EXPECT_EQ(files::Delete(Path(u"to a file")), kSuccess);
+  EXPECT_EQ(Canary(), kUntouchedCanary);
+}
+
+// Another account swaps a folder and a file of its own for links, all the time.
+TEST_F(HostileVolume, SwappedFoldersLeadNowhere) {
+  Touch(Host("own"));
+  Touch(Host("leaf"));
+  const std::pair<std::string, std::string> kSwapped[] = {{Host("sub"), Host("upwards")},
+                                                          {Host("leaf"), Host("to a file")}};
+  const pid_t swapper = fork();
+  while (swapper == 0) {
+    for (const auto& [own, link] : kSwapped) {
+      renameat2(AT_FDCWD, own.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+    }
+    if (getppid() == 1) {
+      _exit(0);
+    }
+  }
+  const auto attack = [&] {
+    for (int i = 0; i < 300; ++i) {
+      UseAll(u"sub");
+      UseAll(u"SUB");
+      files::File file;
+      IgnoreError(files::Open(Path(u"leaf"), files::Access::Write, files::Share::None,
+                              files::Disposition::CreateAlways, &file));
+      IgnoreError(files::Copy(Path(u"own"), Path(u"leaf"), false));
+    }
+    return 0;
+  };
+  EXPECT_EQ(attack(), 0);
+  EXPECT_EQ(InChild([&] { return TakeAwayOpenat2() ? attack() : 2; }), 0);
+  kill(swapper, SIGKILL);
+  waitpid(swapper, nullptr, 0);
+  EXPECT_EQ(Canary(), kUntouchedCanary);
 }
 
 using Skeleton = HostFolderTest;

@@ -9,8 +9,8 @@
 
 namespace platform::test {
 
-// Is there until the end of its life. The process first gets a view of its own of what is mounted,
-// so that nothing of this shows outside, and nothing is left of it, however the test ends.
+// Is there until the end of its life, where the process has a view of its own of what is mounted:
+// so nothing of this shows outside, and nothing is left of it, however the test ends.
 class PrivateMount {
  public:
   PrivateMount(const std::string& folder, const char* type, const char* options) : folder_(folder) {
@@ -26,13 +26,15 @@ class PrivateMount {
   }
   bool IsMounted() const { return isMounted_; }
 
- private:
+  // Gives the process its own view. False when it may not have one. The machine must not be open
+  // yet: a folder that is held stays in the view in which it was opened.
   static bool IsPrivate() {
     static const bool isPrivate = unshare(CLONE_NEWNS) == 0 &&
                                   mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     return isPrivate;
   }
 
+ private:
   std::string folder_;
   bool isMounted_ = false;
 };

@@ -37,7 +37,7 @@ Code OffsetOf(cvn::StringView name, off_t* offset) {
     return machine.State();
   }
   struct stat root {};
-  if (stat(machine.Root().empty() ? "/" : machine.Root().c_str(), &root) != 0) {
+  if (fstat(machine.Folder()->Get(), &root) != 0) {
     return posix::CodeOf(errno);
   }
   std::uint64_t hash = Hash(Hash(kHashStart, root.st_dev), root.st_ino);

@@ -84,7 +84,8 @@ Code FindFile(cvn::StringView path, std::string* file) {
     return kModNotFound;
   }
   posix::ProgramFile image;
-  const Code code = host.IsFolder() ? Code(kAccessDenied) : image.Open(host.path);
+  Code code = host.IsFolder() ? Code(kAccessDenied) : posix::PathForHost(host, file);
+  code = code == kSuccess ? image.Open(*file) : code;
   if (code != kSuccess) {
     return code == kAccessDenied || code == kBadExeFormat ? code : Code(kModNotFound);
   }

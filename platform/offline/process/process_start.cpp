@@ -31,8 +31,7 @@ Code FindFile(cvn::StringView path, std::string* program) {
   if (code != kSuccess) {
     return code;
   }
-  *program = host.path;
-  return host.IsFolder() ? kAccessDenied : kSuccess;
+  return host.IsFolder() ? kAccessDenied : posix::PathForHost(host, program);
 }
 
 // The file at `path`, else the one with ".exe" added when the name has no dot.
@@ -103,8 +102,8 @@ Code TakeProgram(cvn::StringView* commandLine, std::string* program) {
 
 Code FindFolder(cvn::StringView directory, std::string* folder) {
   posix::HostPath host;
-  const bool isFolder = posix::Resolve(directory, &host) == kSuccess && host.IsFolder();
-  *folder = host.path;
+  const bool isFolder = posix::Resolve(directory, &host) == kSuccess && host.IsFolder() &&
+                        posix::PathForHost(host, folder) == kSuccess;
   return isFolder && access(folder->c_str(), X_OK) == 0 ? kSuccess : kDirectory;
 }
 

@@ -115,10 +115,8 @@ bool IsOfVolume(const std::string& path, const FilePlace& place) {
   if (machine.State() != kSuccess) {
     return false;
   }
-  const Descriptor folder(
-      open(machine.Root().empty() ? "/" : machine.Root().c_str(), O_PATH | O_CLOEXEC));
   FilePlace root;
-  return !PlaceOf(folder.Get(), &root) || IsSameOrBelow(place, root) ||
+  return !PlaceOf(machine.Folder()->Get(), &root) || IsSameOrBelow(place, root) ||
          IsWithin(place.path, machine.Root()) || GoesThrough(path, machine.Root());
 }
 
@@ -169,8 +167,7 @@ Code TrustFolder(cvn::StringView folder) {
   if (code != kSuccess) {
     return posix::Fail(code);
   }
-  posix::TrustedFolder().Reset(
-      open(host.path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  posix::TrustedFolder().Reset(host.Open(O_PATH | O_DIRECTORY | O_NOFOLLOW));
   return posix::TrustedFolder().Get() < 0 ? posix::Fail(posix::CodeOf(errno)) : Code(kSuccess);
 }
 

@@ -4,7 +4,6 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <string>
 #include <utility>
 
@@ -12,7 +11,6 @@
 #include "platform/formats/ini_text.h"
 #include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
-#include "platform/linux/file_names.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/whole_file.h"
 
@@ -81,13 +79,7 @@ cvn::String PathOf(cvn::StringView path) {
 // Finds the file to be replaced: what a symbolic link leads to, and not the link.
 Code Locate(cvn::StringView path, HostPath* host) {
   const Code code = posix::Resolve(path, host);
-  if (code != kSuccess || !S_ISLNK(host->entry.st_mode)) {
-    return code;
-  }
-  if (const int error = posix::RealPath(host->path, &host->path); error != 0) {
-    return posix::CodeOf(error);
-  }
-  return stat(host->path.c_str(), &host->entry) == 0 ? kSuccess : posix::CodeOf(errno);
+  return code == kSuccess ? posix::FollowLink(host) : code;
 }
 
 // Reads the file that is to be replaced; one that is missing counts as empty.
@@ -95,7 +87,7 @@ Code ReadOld(const HostPath& host, cvn::StringView path, std::string* bytes) {
   if (host.entry.st_mode == 0) {
     return kSuccess;
   }
-  if (!host.IsFolder() && posix::IsReadOnly(host.path, host.entry)) {
+  if (!host.IsFolder() && posix::IsReadOnly(host)) {
     return posix::Fail(kAccessDenied);
   }
   return ReadWholeFile(path, bytes);
@@ -138,7 +130,7 @@ Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView v
   if (found != kSuccess && found != kFileNotFound) {
     return posix::Fail(found);
   }
-  const cvn::String place = posix::ToMachinePath(old.path);
+  const cvn::String place = posix::ToMachinePath(old.spelling);
   std::string bytes;
   Code code = ReadOld(old, place, &bytes);
   if (code != kSuccess) {

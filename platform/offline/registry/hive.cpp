@@ -26,8 +26,8 @@ std::u16string IndexOf(const std::u16string& name, std::size_t position, bool is
 
 Hive::Hive() : root_(MakeRoot()) { root_->isVolatile = true; }
 
-Hive::Hive(std::string path, HiveFile content)
-    : path_(std::move(path)), isNew_(true), file_(std::move(content)), isUnwritten_(true) {
+Hive::Hive(HostPath place, HiveFile content)
+    : place_(std::move(place)), isNew_(true), file_(std::move(content)), isUnwritten_(true) {
   root_ = MakeRoot();
   root_->cell = file_.Root();
 }
@@ -158,7 +158,7 @@ Code Hive::BeginChange(bool isVolatile) {
   if (isVolatile || isNew_ || lock_.IsHeld()) {
     return kSuccess;
   }
-  const Code code = lock_.Take(path_, loaded_);
+  const Code code = lock_.Take(place_, loaded_);
   return code == kSuccess ? file_.PrepareToChange() : code;
 }
 

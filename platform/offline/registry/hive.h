@@ -24,6 +24,7 @@
 
 #include "platform/error.h"
 #include "platform/formats/hive_file.h"
+#include "platform/offline/volume/volume.h"
 #include "support/string.h"
 
 namespace platform::posix {
@@ -75,10 +76,10 @@ class Hive {
  public:
   // A hive in memory.
   Hive();
-  // The hive in the file `path`, which is read when its root is first asked for.
-  explicit Hive(std::string path) : path_(std::move(path)) {}
-  // A hive for the file `path`, which Flush makes.
-  Hive(std::string path, HiveFile content);
+  // The hive in this file, which is read when its root is first asked for.
+  explicit Hive(HostPath place) : place_(std::move(place)) {}
+  // A hive for this file, which Flush makes.
+  Hive(HostPath place, HiveFile content);
   Hive(const Hive&) = delete;
   Hive& operator=(const Hive&) = delete;
   ~Hive();
@@ -116,7 +117,7 @@ class Hive {
     Lock& operator=(const Lock&) = delete;
     ~Lock() { Release(); }
 
-    Code Take(const std::string& path, const struct stat& expected);
+    Code Take(const HostPath& place, const struct stat& expected);
     void Release();
     bool IsHeld() const { return descriptor_ >= 0; }
     int Descriptor() const { return descriptor_; }
@@ -140,8 +141,8 @@ class Hive {
   Code ApplyValues(KeyNode& key);
   Code Write();
 
-  const std::string path_;  // empty in memory
-  bool isNew_ = false;      // there is no file yet
+  const HostPath place_;  // without a spelling in memory
+  bool isNew_ = false;    // there is no file yet
   bool isReadOnly_ = false;
   Code broken_ = kSuccess;  // what kept changes from being brought into file_
   struct stat loaded_ = {};

@@ -40,8 +40,8 @@ Code WriteAll(int to, std::span<const std::byte> bytes) {
 
 }  // namespace
 
-Code Hive::Lock::Take(const std::string& path, const struct stat& expected) {
-  descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+Code Hive::Lock::Take(const HostPath& place, const struct stat& expected) {
+  descriptor_ = place.Open(O_RDONLY | O_NONBLOCK);
   if (descriptor_ < 0) {
     return LastHostError();
   }
@@ -73,8 +73,9 @@ Code Hive::Load() {
   }
   // Even root is bound by what the file's mode says, as SYSTEM is by READONLY on Windows. Where a
   // log has changes that the hive lacks, Windows would write them over ours.
-  isReadOnly_ = (loaded_.st_mode & 0222) == 0 || access(path_.c_str(), W_OK) != 0 ||
-                access(FolderOf(path_).c_str(), W_OK) != 0 || (file_.IsInterrupted() && HasLog());
+  const auto [folder, name] = place_.At();
+  isReadOnly_ = (loaded_.st_mode & 0222) == 0 || faccessat(folder, name, W_OK, 0) != 0 ||
+                faccessat(folder, ".", W_OK, 0) != 0 || (file_.IsInterrupted() && HasLog());
   root_ = MakeRoot();
   root_->cell = file_.Root();
   return kSuccess;
@@ -82,7 +83,7 @@ Code Hive::Load() {
 
 Code Hive::ReadFile(std::vector<std::byte>* content) {
   // O_NONBLOCK: a pipe in the place of the file would let the run wait for ever.
-  const Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const Descriptor file(place_.Open(O_RDONLY | O_NONBLOCK));
   if (file.Get() < 0 || fstat(file.Get(), &loaded_) != 0) {
     return CodeOf(errno, kReadFault);
   }
@@ -108,7 +109,9 @@ Code Hive::ReadFile(std::vector<std::byte>* content) {
 bool Hive::HasLog() const {
   for (const char* ending : {".LOG", ".LOG1", ".LOG2"}) {
     struct stat entry {};
-    if (stat((path_ + ending).c_str(), &entry) == 0 && entry.st_size != 0) {
+    const auto [folder, name] = place_.At();
+    const std::string log = std::string(name) + ending;
+    if (fstatat(folder, log.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 && entry.st_size != 0) {
       return true;
     }
   }
@@ -200,8 +203,9 @@ Code Hive::ApplyValues(KeyNode& key) {
 // The lock, which is held, makes the other file's name ours.
 Code Hive::Write() {
   file_.Seal();
-  AtomicFile fresh;
-  if (const int error = fresh.CreateAs(path_ + ".tessel-new", 0600); error != 0) {
+  const auto [folder, name] = place_.At();
+  AtomicFile fresh(folder);
+  if (const int error = fresh.CreateAs(std::string(name) + ".tessel-new", 0600); error != 0) {
     return CodeOf(error, kWriteFault);
   }
   Code code = kSuccess;
@@ -215,21 +219,21 @@ Code Hive::Write() {
   }
   struct stat entry {};
   if (code == kSuccess && !isNew_ &&
-      (stat(path_.c_str(), &entry) != 0 || !IsSameFile(entry, loaded_))) {
+      (fstatat(folder, name, &entry, AT_SYMLINK_NOFOLLOW) != 0 || !IsSameFile(entry, loaded_))) {
     code = kSharingViolation;
   }
   if (code == kSuccess && fstat(fresh.File(), &entry) != 0) {
     code = LastHostError();
   }
   if (code == kSuccess) {
-    code = CodeOf(fresh.Name(path_, true), kWriteFault);
+    code = CodeOf(fresh.Name(name, true), kWriteFault);
   }
   if (code != kSuccess) {
     return code;
   }
   // The new file is in its place; where the folder can't be written through, the old one may come
   // back when the power fails, and is whole, too.
-  IgnoreError(FlushFolder(FolderOf(path_)));
+  IgnoreError(FlushFolder(folder));
   loaded_ = entry;
   isNew_ = false;
   isUnwritten_ = false;

@@ -10,10 +10,10 @@
 namespace platform::posix {
 namespace {
 
-std::string FileIn(const std::string& machineFolder, cvn::StringView name) {
+HostPath FileIn(const std::string& machineFolder, cvn::StringView name) {
   std::string path = machineFolder + "/Windows/System32/config/";
   AppendHostText(name, &path);
-  return path;
+  return PlaceOnHost(std::move(path));
 }
 
 // What the hive's base block says of its file.

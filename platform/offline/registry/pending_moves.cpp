@@ -32,11 +32,11 @@ Code NativePath(cvn::StringView path, cvn::String* native) {
   posix::HostPath host;
   const Code code = posix::Resolve(path, &host);
   const bool isPlace = code == kSuccess || code == kFileNotFound || code == kPathNotFound;
-  if (!isPlace || host.path.empty()) {
+  if (!isPlace || host.spelling.empty()) {
     return code;
   }
   *native = u"\\??\\";
-  native->Append(posix::ToMachinePath(host.path));
+  native->Append(posix::ToMachinePath(host.spelling));
   return kSuccess;
 }
 

@@ -8,7 +8,6 @@
 
 #include "platform/environment.h"
 #include "platform/formats/names.h"
-#include "platform/linux/file_names.h"
 #include "platform/offline/environment/environment.h"
 #include "platform/offline/registry/registry_values.h"
 #include "platform/offline/volume/volume.h"
@@ -47,14 +46,16 @@ ValueData Read(KeyNode& key, cvn::StringView name) {
 
 // Where a hive file is, with symbolic links resolved: its successor takes the place of the file.
 // Nothing when there is none.
-std::optional<std::string> HostFile(cvn::StringView machinePath) {
+std::optional<HostPath> FindHive(cvn::StringView machinePath) {
   HostPath host;
-  const Code code = Resolve(machinePath, &host);
+  Code code = Resolve(machinePath, &host);
   if (code == kFileNotFound || code == kPathNotFound) {
     return std::nullopt;
   }
-  RealPath(host.path, &host.path);
-  return host.path;
+  if (code == kSuccess) {
+    IgnoreError(FollowLink(&host));  // what can't be opened is told when the hive is read
+  }
+  return host;
 }
 
 }  // namespace
@@ -96,10 +97,10 @@ RegistrySpace::RegistrySpace() : state_(Machine::Get().State()) {
 
 KeyPtr RegistrySpace::AddHive(KeyNode& parent, cvn::StringView name, Mount::Kind kind,
                               cvn::StringView machinePath) {
-  const std::optional<std::string> path = HostFile(machinePath);
+  const std::optional<HostPath> file = FindHive(machinePath);
   KeyPtr key;
-  if (path && space_.AddSystemKey(parent, name, &key) == kSuccess) {
-    key->mount = &mounts_.emplace_back(*path, kind);
+  if (file && space_.AddSystemKey(parent, name, &key) == kSuccess) {
+    key->mount = &mounts_.emplace_back(*file, kind);
   }
   return key;
 }

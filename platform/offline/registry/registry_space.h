@@ -28,7 +28,7 @@ namespace platform::posix {
 struct Mount {
   enum class Kind { Plain, System };
 
-  Mount(std::string path, Kind itsKind) : hive(std::move(path)), kind(itsKind) {}
+  Mount(HostPath file, Kind itsKind) : hive(std::move(file)), kind(itsKind) {}
 
   Hive hive;
   Kind kind;

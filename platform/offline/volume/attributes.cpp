@@ -1,5 +1,6 @@
 #include "platform/offline/volume/attributes.h"
 
+#include <fcntl.h>
 #include <sys/xattr.h>
 
 #include <array>
@@ -29,21 +30,50 @@ bool IsFileOrFolder(const struct stat& entry) {
   return S_ISREG(entry.st_mode) || S_ISDIR(entry.st_mode);
 }
 
-ssize_t ReadExtended(const std::string& path, const char* name, std::span<char> value) {
-  return getxattr(path.c_str(), name, value.data(), value.size());
-}
+// A file under a name. What has taken the place of the name by then is used itself when it is a
+// link.
+class NamedFile {
+ public:
+  explicit NamedFile(FileAt file) : file_(file), path_(PathThrough(file)) {}
+  ssize_t Read(const char* name, std::span<char> value) const {
+    return lgetxattr(path_.c_str(), name, value.data(), value.size());
+  }
+  int Write(const char* name, std::span<const char> value) const {
+    return lsetxattr(path_.c_str(), name, value.data(), value.size(), 0);
+  }
+  int Remove(const char* name) const { return lremovexattr(path_.c_str(), name); }
+  int SetMode(mode_t mode) const {
+    return fchmodat(file_.folder, file_.name, mode, AT_SYMLINK_NOFOLLOW);
+  }
 
-ssize_t ReadExtended(int descriptor, const char* name, std::span<char> value) {
-  return fgetxattr(descriptor, name, value.data(), value.size());
-}
+ private:
+  FileAt file_;
+  std::string path_;
+};
+
+class OpenedFile {
+ public:
+  explicit OpenedFile(int descriptor) : descriptor_(descriptor) {}
+  ssize_t Read(const char* name, std::span<char> value) const {
+    return fgetxattr(descriptor_, name, value.data(), value.size());
+  }
+  int Write(const char* name, std::span<const char> value) const {
+    return fsetxattr(descriptor_, name, value.data(), value.size(), 0);
+  }
+  int Remove(const char* name) const { return fremovexattr(descriptor_, name); }
+  int SetMode(mode_t mode) const { return fchmod(descriptor_, mode); }
+
+ private:
+  int descriptor_;
+};
 
 // Nothing where the volume is not NTFS, with errno telling so. That is asked each time: a volume's
-// number may be that of another after a moment. `file` is a path or a descriptor, here and below.
+// number may be that of another after a moment.
 template <typename File>
 std::optional<NtfsWord> ReadNtfsWord(const File& file) {
   NtfsWord word{};
   errno = EOPNOTSUPP;
-  const ssize_t length = ReadExtended(file, kNtfsName, word);
+  const ssize_t length = file.Read(kNtfsName, word);
   return length == static_cast<ssize_t>(word.size()) ? std::optional(word) : std::nullopt;
 }
 
@@ -124,7 +154,7 @@ Code ReadStored(const File& file, const struct stat& entry, Attributes* stored) 
     return code;
   }
   std::array<char, 256> buffer;
-  const ssize_t length = ReadExtended(file, kDosName, buffer);
+  const ssize_t length = file.Read(kDosName, buffer);
   if (length < 0) {
     return CodeOfReading();
   }
@@ -134,22 +164,22 @@ Code ReadStored(const File& file, const struct stat& entry, Attributes* stored) 
   return kSuccess;
 }
 
-Code WriteNtfs(const std::string& path, NtfsWord word, Attributes wanted) {
+template <typename File>
+Code WriteNtfs(const File& file, NtfsWord word, Attributes wanted) {
   constexpr Attributes kChanged = kStored | files::kReadOnly;
   word[3] = static_cast<char>((ValueOf(word) & ~kChanged) | (wanted & kChanged));
-  return setxattr(path.c_str(), kNtfsName, word.data(), word.size(), 0) == 0 ? kSuccess
-                                                                             : CodeOf(errno);
+  return file.Write(kNtfsName, word) == 0 ? kSuccess : CodeOf(errno);
 }
 
-Code WriteDos(const std::string& path, const struct stat& entry, Attributes wanted) {
+template <typename File>
+Code WriteDos(const File& file, const struct stat& entry, Attributes wanted) {
   if ((wanted & kStored) == DefaultOf(entry)) {
-    return removexattr(path.c_str(), kDosName) == 0 || errno == ENODATA ? kSuccess : CodeOf(errno);
+    return file.Remove(kDosName) == 0 || errno == ENODATA ? kSuccess : CodeOf(errno);
   }
   std::array<char, 16> text;
   const int length = std::snprintf(text.data(), text.size(), "0x%x", wanted & kStored);
-  return setxattr(path.c_str(), kDosName, text.data(), static_cast<std::size_t>(length), 0) == 0
-             ? kSuccess
-             : CodeOf(errno);
+  const std::span<const char> written(text.data(), static_cast<std::size_t>(length));
+  return file.Write(kDosName, written) == 0 ? kSuccess : CodeOf(errno);
 }
 
 // What is no link.
@@ -163,34 +193,21 @@ Code ReadAttributesOfNode(const File& file, const struct stat& entry, bool isFol
   return code;
 }
 
-}  // namespace
-
-Code ReadAttributes(const std::string& path, const struct stat& entry, bool isFolder,
-                    Attributes* attributes) {
-  if (S_ISLNK(entry.st_mode)) {
-    *attributes = files::kReparsePoint | (isFolder ? files::kDirectory : files::kArchive);
-    return kSuccess;
-  }
-  return ReadAttributesOfNode(path, entry, isFolder, attributes);
-}
-
-Code ReadAttributes(int descriptor, const struct stat& entry, Attributes* attributes) {
-  return ReadAttributesOfNode(descriptor, entry, S_ISDIR(entry.st_mode), attributes);
-}
-
-Code StoreAttributes(const std::string& path, const struct stat& entry, Attributes wanted) {
+// Stores what differs from the attributes that the file has.
+template <typename File>
+Code StoreInNode(const File& file, const struct stat& entry, Attributes wanted) {
   constexpr Attributes kSettable = kStored | files::kReadOnly;
   Attributes held = 0;
-  Code code = ReadAttributes(path, entry, S_ISDIR(entry.st_mode), &held);
+  Code code = ReadAttributesOfNode(file, entry, S_ISDIR(entry.st_mode), &held);
   if (code != kSuccess || ((held ^ wanted) & kSettable) == 0) {
     return code;
   }
   if (!IsFileOrFolder(entry)) {
     return kNotSupported;
   }
-  const std::optional<NtfsWord> ntfs = ReadNtfsWord(path);
+  const std::optional<NtfsWord> ntfs = ReadNtfsWord(file);
   Attributes stored = 0;
-  code = ReadStored(path, entry, &stored);
+  code = ReadStored(file, entry, &stored);
   if (code != kSuccess) {
     return code;
   }
@@ -200,21 +217,48 @@ Code StoreAttributes(const std::string& path, const struct stat& entry, Attribut
   mode_t final = (wanted & files::kReadOnly) != 0 ? before & ~kAnyonesWrite : writable;
   if (((stored ^ wanted) & (ntfs ? kSettable : kStored)) != 0) {
     // Extended attributes of a file that can't be written can't be, either.
-    now = now != writable && chmod(path.c_str(), writable) == 0 ? writable : now;
-    code = ntfs ? WriteNtfs(path, *ntfs, wanted) : WriteDos(path, entry, wanted);
+    now = now != writable && file.SetMode(writable) == 0 ? writable : now;
+    code = ntfs ? WriteNtfs(file, *ntfs, wanted) : WriteDos(file, entry, wanted);
     final = code == kSuccess ? final : before;
   }
   // A driver for NTFS may have no permissions to change: the volume's own bit is set by now.
-  const bool changed = now == final || chmod(path.c_str(), final) == 0 || ntfs;
+  const bool changed = now == final || file.SetMode(final) == 0 || ntfs;
   return code == kSuccess && !changed ? CodeOf(errno) : code;
 }
 
-bool IsReadOnly(const std::string& path, const struct stat& entry) {
-  if (!IsFileOrFolder(entry)) {
+}  // namespace
+
+Code ReadAttributes(FileAt file, const struct stat& entry, bool isFolder, Attributes* attributes) {
+  if (S_ISLNK(entry.st_mode)) {
+    *attributes = files::kReparsePoint | (isFolder ? files::kDirectory : files::kArchive);
+    return kSuccess;
+  }
+  return ReadAttributesOfNode(NamedFile(file), entry, isFolder, attributes);
+}
+
+Code ReadAttributes(int descriptor, const struct stat& entry, Attributes* attributes) {
+  return ReadAttributesOfNode(OpenedFile(descriptor), entry, S_ISDIR(entry.st_mode), attributes);
+}
+
+Code StoreAttributes(FileAt file, const struct stat& entry, Attributes wanted) {
+  if (!S_ISLNK(entry.st_mode)) {
+    return StoreInNode(NamedFile(file), entry, wanted);
+  }
+  // A link always has ARCHIVE alone.
+  constexpr Attributes kSettable = kStored | files::kReadOnly;
+  return (wanted & kSettable) == files::kArchive ? kSuccess : kNotSupported;
+}
+
+Code StoreAttributes(int descriptor, const struct stat& entry, Attributes wanted) {
+  return StoreInNode(OpenedFile(descriptor), entry, wanted);
+}
+
+bool IsReadOnly(const HostPath& host) {
+  if (!IsFileOrFolder(host.entry)) {
     return false;
   }
-  const std::optional<NtfsWord> ntfs = ReadNtfsWord(path);
-  return (entry.st_mode & S_IWUSR) == 0 || (ntfs && (ValueOf(*ntfs) & files::kReadOnly) != 0);
+  const std::optional<NtfsWord> ntfs = ReadNtfsWord(NamedFile(host.At()));
+  return (host.entry.st_mode & S_IWUSR) == 0 || (ntfs && (ValueOf(*ntfs) & files::kReadOnly) != 0);
 }
 
 }  // namespace platform::posix

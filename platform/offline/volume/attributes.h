@@ -12,17 +12,16 @@
 
 #include <sys/stat.h>
 
-#include <string>
-
 #include "platform/error.h"
 #include "platform/files.h"
+#include "platform/linux/file_names.h"
 
 namespace platform::posix {
 
-// The attribute word of what `path` names; `entry` is its own status, and `isFolder` is true for a
+// The attribute word of what has this name; `entry` is its own status, and `isFolder` is true for a
 // folder and for a link to one. Never 0: NORMAL stands for none. When what is stored can't be read,
 // the word is still filled in, with what a new file has. 5 for a file that may not be read.
-Code ReadAttributes(const std::string& path, const struct stat& entry, bool isFolder,
+Code ReadAttributes(FileAt file, const struct stat& entry, bool isFolder,
                     files::Attributes* attributes);
 
 // The same of an open file.
@@ -30,6 +29,9 @@ Code ReadAttributes(int descriptor, const struct stat& entry, files::Attributes*
 
 // Sets READONLY, HIDDEN, SYSTEM and ARCHIVE to what `wanted` says. 50 when the file system has no
 // place for them and something would change.
-Code StoreAttributes(const std::string& path, const struct stat& entry, files::Attributes wanted);
+Code StoreAttributes(FileAt file, const struct stat& entry, files::Attributes wanted);
+
+// The same of an open file.
+Code StoreAttributes(int descriptor, const struct stat& entry, files::Attributes wanted);
 
 }  // namespace platform::posix

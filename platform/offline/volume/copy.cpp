@@ -109,16 +109,20 @@ class ContentCopier {
 
 Code OpenSource(const HostPath& source, Descriptor* file, struct stat* entry) {
   // What is no file may be a pipe, which opening would wait for.
-  *entry = source.entry;
-  if (S_ISLNK(entry->st_mode) && stat(source.path.c_str(), entry) != 0) {
+  HostPath place = source;
+  Code code = FollowToOpen(&place);
+  if (code == kSuccess) {
+    code = place.Target(entry);
+  }
+  if (code != kSuccess || !S_ISREG(entry->st_mode)) {
+    return code == kSuccess ? kAccessDenied : code;
+  }
+  file->Reset(place.Open(O_RDONLY | O_NONBLOCK));
+  if (file->Get() < 0 || fstat(file->Get(), entry) != 0) {
     return CodeOf(errno);
   }
   if (!S_ISREG(entry->st_mode)) {
     return kAccessDenied;
-  }
-  file->Reset(open(source.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (file->Get() < 0 || fstat(file->Get(), entry) != 0) {
-    return CodeOf(errno);
   }
   return TakeShare(file->Get(), files::Access::Read, files::Share::ReadWrite);
 }
@@ -127,13 +131,8 @@ Code OpenSource(const HostPath& source, Descriptor* file, struct stat* entry) {
 Code FindTarget(const HostPath& target, const struct stat& source, HostPath* place) {
   constexpr files::Attributes kKept = files::kReadOnly | files::kHidden | files::kSystem;
   *place = target;
-  if (S_ISLNK(target.entry.st_mode)) {
-    if (const int error = RealPath(target.path, &place->path); error != 0) {
-      return CodeOf(error);
-    }
-    if (lstat(place->path.c_str(), &place->entry) != 0) {
-      return CodeOf(errno);
-    }
+  if (const Code code = FollowLink(place); code != kSuccess) {
+    return code;
   }
   const struct stat& entry = place->entry;
   if (entry.st_dev == source.st_dev && entry.st_ino == source.st_ino) {
@@ -143,7 +142,7 @@ Code FindTarget(const HostPath& target, const struct stat& source, HostPath* pla
     return kSuccess;
   }
   files::Attributes attributes = 0;
-  const Code code = ReadAttributes(place->path, entry, false, &attributes);
+  const Code code = ReadAttributes(place->At(), entry, false, &attributes);
   if (code == kSuccess && (!S_ISREG(entry.st_mode) || (attributes & kKept) != 0)) {
     return kAccessDenied;
   }
@@ -156,7 +155,7 @@ Code Finish(const AtomicFile& draft, const struct stat& from, files::Attributes 
             const HostPath& place) {
   const bool replaces = place.entry.st_mode != 0;
   if (replaces) {
-    const Code code = CopyMetadata(place.path, place.entry, draft.File());
+    const Code code = CopyMetadata(place, draft.File());
     if (code != kSuccess) {
       return code;
     }
@@ -167,7 +166,7 @@ Code Finish(const AtomicFile& draft, const struct stat& from, files::Attributes 
     if (fstat(draft.File(), &made) != 0) {
       return CodeOf(errno);
     }
-    const Code code = StoreAttributes(draft.Path(), made, attributes | files::kArchive);
+    const Code code = StoreAttributes(draft.File(), made, attributes | files::kArchive);
     // Where there is no place for attributes, the content still counts.
     if (code != kSuccess && code != kNotSupported) {
       return code;
@@ -189,9 +188,8 @@ Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions option
   if (code != kSuccess) {
     return code;
   }
-  AtomicFile draft;
-  code = CodeOf(draft.Create(FolderOf(place.path), place.entry.st_mode == 0,
-                             (entry.st_mode & 0777) | S_IWUSR));
+  AtomicFile draft(place.At().folder);
+  code = CodeOf(draft.Create(place.entry.st_mode == 0, (entry.st_mode & 0777) | S_IWUSR));
   if (code == kSuccess) {
     code = CopyContent(from.Get(), entry, draft.File());
   }
@@ -206,7 +204,7 @@ Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions option
     code = CodeOf(errno, kWriteFault);
   }
   if (code == kSuccess) {
-    code = CodeOf(draft.Name(place.path, options.replace));
+    code = CodeOf(draft.Name(place.At().name, options.replace));
   }
   return code;
 }

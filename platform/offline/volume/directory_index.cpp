@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "platform/formats/names.h"
+#include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 
 namespace platform::posix {
@@ -35,10 +36,6 @@ std::u16string FoldedName(std::string_view hostName) {
   return folded;
 }
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-
 }  // namespace
 
 DirectoryIndex::DirectoryIndex() : events_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
@@ -57,41 +54,42 @@ DirectoryIndex::Names::value_type DirectoryIndex::KeyOf(std::string_view hostNam
   return {std::hash<std::u16string>()(FoldedName(hostName)), std::string(hostName)};
 }
 
-Code DirectoryIndex::Find(const std::string& directory, std::string_view name,
-                          std::string* spelled) {
+Code DirectoryIndex::Find(int directory, std::string_view name, std::string* spelled) {
   const std::lock_guard lock(mutex_);
-  const Code code = FindKnown(directory, name, spelled);
-  if (code != kFileNotFound) {
-    missedIn_.clear();
-  } else if (missedIn_ != directory) {
-    missedIn_ = directory;
-  }
+  Identity identity;
+  const Code code = FindKnown(directory, name, spelled, &identity);
+  missedIn_ = code == kFileNotFound ? std::optional(identity) : std::nullopt;
   return code;
 }
 
-bool DirectoryIndex::IsMissed(std::string_view directory, std::string_view name) {
+bool DirectoryIndex::IsMissed(int directory, std::string_view name) {
   const std::lock_guard lock(mutex_);
+  struct stat status {};
+  if (!missedIn_ || fstat(directory, &status) != 0 ||
+      *missedIn_ != Identity(status.st_dev, status.st_ino)) {
+    return false;
+  }
   std::string spelled;
-  return !missedIn_.empty() && missedIn_ == directory &&
-         FindKnown(missedIn_, name, &spelled) == kFileNotFound;
+  Identity identity;
+  return FindKnown(directory, name, &spelled, &identity) == kFileNotFound;
 }
 
-Code DirectoryIndex::FindKnown(const std::string& directory, std::string_view name,
-                               std::string* spelled) {
+Code DirectoryIndex::FindKnown(int directory, std::string_view name, std::string* spelled,
+                               Identity* identity) {
   struct stat status {};
-  if (stat(directory.c_str(), &status) != 0) {
-    return errno == ENOENT ? kPathNotFound : CodeOf(errno);
+  if (fstat(directory, &status) != 0) {
+    return CodeOf(errno);
   }
   ReadEvents();
-  Identity identity(status.st_dev, status.st_ino);
-  const auto known = directories_.find(identity);
+  *identity = {status.st_dev, status.st_ino};
+  const auto known = directories_.find(*identity);
   if (known == directories_.end() || !IsCurrent(&known->second, TimesOf(status))) {
-    const Code code = Read(directory, &identity);
+    const Code code = Read(directory, identity);
     if (code != kSuccess) {
       return code;
     }
   }
-  Directory& found = directories_[identity];
+  Directory& found = directories_[*identity];
   found.lastUse = ++uses_;
   const std::u16string folded = FoldedName(name);
   const std::size_t hash = std::hash<std::u16string>()(folded);
@@ -174,10 +172,10 @@ bool DirectoryIndex::IsCurrent(Directory* directory, const Times& times) {
   return directory->times == times && (directory->watch >= 0 || directory->settled);
 }
 
-Code DirectoryIndex::Read(const std::string& path, Identity* identity) {
+Code DirectoryIndex::Read(int folder, Identity* identity) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  const std::unique_ptr<DIR, CloseDirectory> stream(opendir(path.c_str()));
+  const DirectoryStream stream = OpenDirectory({folder, "."}, 0);
   struct stat status {};
   if (stream == nullptr || fstat(dirfd(stream.get()), &status) != 0) {
     const int error = errno;

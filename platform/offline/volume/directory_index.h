@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -27,13 +28,13 @@ class DirectoryIndex {
   DirectoryIndex(const DirectoryIndex&) = delete;
   DirectoryIndex& operator=(const DirectoryIndex&) = delete;
 
-  // Finds the name in `directory` that folds to the same as `name`. 2 when there is none, 3 when
-  // there is no such directory.
-  Code Find(const std::string& directory, std::string_view name, std::string* spelled);
+  // Finds the name that folds to the same as `name` in `directory`, which is a descriptor of any
+  // kind. 2 when there is none, 3 when the directory was removed.
+  Code Find(int directory, std::string_view name, std::string* spelled);
 
-  // Whether it is known without a look at the disk that no name in `directory` folds to the same
-  // as `name`. So it is where names are missed one after the other, as in a folder that is filled.
-  bool IsMissed(std::string_view directory, std::string_view name);
+  // Whether it is known without reading the directory that no name in it folds to the same as
+  // `name`. So it is where names are missed one after the other, as in a folder that is filled.
+  bool IsMissed(int directory, std::string_view name);
 
  private:
   // The names by the hash of what they fold to.
@@ -60,11 +61,11 @@ class DirectoryIndex {
   static void Add(Names::value_type name, Names* names);
   static void Remove(const Names::value_type& name, Names* names);
 
-  Code FindKnown(const std::string& directory, std::string_view name, std::string* spelled);
+  Code FindKnown(int directory, std::string_view name, std::string* spelled, Identity* identity);
   void ReadEvents();
   void Follow(int watch, std::uint32_t event, std::string_view name);
   static bool IsCurrent(Directory* directory, const Times& times);
-  Code Read(const std::string& path, Identity* identity);
+  Code Read(int folder, Identity* identity);
   void Watch(int descriptor, const Identity& identity, Directory* directory);
   void Forget(std::map<Identity, Directory>::iterator directory);
   void ForgetOldest();
@@ -72,7 +73,7 @@ class DirectoryIndex {
   std::mutex mutex_;
   int events_;  // of inotify; -1 when there is none to be had
   std::uint64_t uses_ = 0;
-  std::string missedIn_;  // where Find found nothing at last; empty when it has found something
+  std::optional<Identity> missedIn_;  // where Find found nothing at last, unless it has found since
   std::map<Identity, Directory> directories_;
   std::map<int, Identity> watches_;
 };

@@ -1,20 +1,14 @@
 // What can be asked of a file besides its content: its identity, its final path, and the company
 // that made it.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <climits>
 #include <string>
-#include <string_view>
 
 #include "platform/byte_source.h"
 #include "platform/file_identity.h"
 #include "platform/files.h"
 #include "platform/final_path.h"
 #include "platform/formats/version_resource.h"
-#include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/version_resource.h"
@@ -28,11 +22,11 @@ Code GetIdentity(cvn::StringView path, Identity* identity) {
     return posix::Fail(code);
   }
   struct stat target {};
-  if (stat(host.path.c_str(), &target) != 0) {
-    return posix::Fail(posix::CodeOf(errno));
+  const Code found = host.Target(&target);
+  if (found == kSuccess) {
+    *identity = {target.st_dev, target.st_ino};
   }
-  *identity = {target.st_dev, target.st_ino};
-  return kSuccess;
+  return posix::Report(found);
 }
 
 Code GetIdentity(const File& file, Identity* identity) {
@@ -47,28 +41,6 @@ Code GetIdentity(const File& file, Identity* identity) {
 }  // namespace platform::files
 
 namespace platform::paths {
-namespace {
-
-// The host's path of an open object. An object that was removed, or renamed just now, has none.
-Code PathOfOpen(int descriptor, std::string* path) {
-  char name[PATH_MAX];
-  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
-  const ssize_t length = readlink(link.c_str(), name, sizeof(name));
-  if (length < 0) {
-    return posix::CodeOf(errno);
-  }
-  if (length == ssize_t{sizeof(name)}) {
-    return kFilenameExceedsRange;
-  }
-  path->assign(name, static_cast<std::size_t>(length));
-  struct stat opened {};
-  struct stat named {};
-  const bool isThere = fstat(descriptor, &opened) == 0 && lstat(path->c_str(), &named) == 0 &&
-                       opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
-  return isThere ? kSuccess : kFileNotFound;
-}
-
-}  // namespace
 
 Code GetFinalPath(cvn::StringView path, cvn::String* finalPath, VolumeName* volume) {
   posix::HostPath host;
@@ -76,12 +48,8 @@ Code GetFinalPath(cvn::StringView path, cvn::String* finalPath, VolumeName* volu
   if (resolved != kSuccess) {
     return posix::Fail(resolved);
   }
-  const posix::Descriptor object(open(host.path.c_str(), O_PATH | O_CLOEXEC));
-  if (object.Get() < 0) {
-    return posix::Fail(posix::CodeOf(errno));
-  }
   std::string name;
-  const Code found = PathOfOpen(object.Get(), &name);
+  const Code found = posix::FinalHostPath(host, &name);
   if (found != kSuccess) {
     return posix::Fail(found);
   }

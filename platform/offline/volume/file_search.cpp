@@ -1,6 +1,7 @@
 #include "platform/file_search.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include "platform/formats/names.h"
 #include "platform/formats/wildcards.h"
 #include "platform/formats/windows_path.h"
+#include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/volume.h"
@@ -23,6 +25,7 @@ namespace {
 
 using posix::CodeOf;
 using posix::Fail;
+using posix::FileAt;
 using posix::HostPath;
 
 std::uint64_t FileTimeOf(const timespec& time) {
@@ -31,15 +34,7 @@ std::uint64_t FileTimeOf(const timespec& time) {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(ticks, 0));
 }
 
-std::string Below(const std::string& folder, std::string_view name) {
-  std::string path;
-  path.reserve(folder.size() + 1 + name.size());
-  path += folder;
-  if (path != "/") {
-    path += '/';
-  }
-  return path += name;
-}
+constexpr struct stat kUnknown {};
 
 // As ToWide, into memory that `*out` may have already.
 void SetWide(std::string_view name, cvn::String* out) {
@@ -82,10 +77,6 @@ Code FindFolder(cvn::StringView path, HostPath* host) {
   return code == kFileNotFound ? kPathNotFound : code;
 }
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-
 // The names in a folder that a pattern matches, in the order in which Windows has them. All text
 // stands in two buffers, so that a name costs no memory of its own.
 class Listing {
@@ -95,10 +86,10 @@ class Listing {
     unsigned char type = DT_UNKNOWN;
   };
 
-  Code Read(const std::string& folder, bool withDots, posix::Pattern pattern) {
-    const std::unique_ptr<DIR, CloseDirectory> stream(opendir(folder.c_str()));
+  Code Read(int folder, bool withDots, posix::Pattern pattern) {
+    const posix::DirectoryStream stream = posix::OpenDirectory({folder, "."}, 0);
     if (stream == nullptr) {
-      return errno == ENOTDIR ? platform::kDirectory : CodeOf(errno);
+      return CodeOf(errno);
     }
     for (const cvn::StringView dots : {u".", u".."}) {
       if (withDots && pattern.Matches(dots)) {
@@ -211,41 +202,59 @@ class Listing {
 
 }  // namespace
 
-// Where the entry is, and its status when that has been asked for.
-struct SearchEntry::Details {
-  std::shared_ptr<const std::string> folder;
-  std::string name;
-  std::optional<struct stat> status;
-
-  const struct stat& Status(bool isDirectory) {
-    if (!status) {
-      status.emplace();
-      if (lstat(Below(*folder, name).c_str(), &*status) != 0) {
-        // Gone by now: as it was listed, with nothing special.
-        *status = {};
-        status->st_mode = (isDirectory ? S_IFDIR : S_IFREG) | S_IWUSR;
-      }
+// The folder of a search, without a slash at the end. It is held open unless so many are that a
+// deep tree would use up what a process may have open: then it is found anew for each entry.
+struct SearchedFolder {
+  SearchedFolder(const HostPath& place, std::shared_ptr<const posix::Descriptor> folder)
+      : spelling(place.spelling == "/" ? "" : place.spelling), onMachine(place.onMachine) {
+    constexpr int kHighestHeld = 256;
+    if (folder->Get() <= kHighestHeld) {
+      held = std::move(folder);
     }
-    return *status;
+  }
+
+  std::string spelling;
+  bool onMachine;
+  std::shared_ptr<const posix::Descriptor> held;
+};
+
+// Where the entry is.
+struct SearchEntry::Details {
+  std::shared_ptr<const SearchedFolder> folder;
+  HostPath place;  // its entry, and a folder that isn't held, only when they have been asked for
+
+  const HostPath& Place(bool isDirectory) {
+    bool isThere = true;
+    if (place.folder == nullptr) {
+      isThere = posix::ResolveSpelling(&place) == kSuccess;
+    } else if (place.entry.st_mode == 0) {
+      const FileAt file = place.At();
+      isThere = fstatat(file.folder, file.name, &place.entry, AT_SYMLINK_NOFOLLOW) == 0;
+    }
+    if (!isThere) {
+      // Gone by now: as it was listed, with nothing special.
+      place.entry = {};
+      place.entry.st_mode = (isDirectory ? S_IFDIR : S_IFREG) | S_IWUSR;
+    }
+    return place;
   }
 };
 
 Attributes SearchEntry::GetAttributes() const {
-  const struct stat& status = details_->Status(isDirectory_);
+  const HostPath& place = details_->Place(isDirectory_);
   Attributes attributes = 0;
   // What can't be read is listed with the attributes of a new file.
-  IgnoreError(posix::ReadAttributes(Below(*details_->folder, details_->name), status, isDirectory_,
-                                    &attributes));
+  IgnoreError(posix::ReadAttributes(place.At(), place.entry, isDirectory_, &attributes));
   return attributes;
 }
 
 std::uint64_t SearchEntry::LastWriteTime() const {
-  return FileTimeOf(details_->Status(isDirectory_).st_mtim);
+  return FileTimeOf(details_->Place(isDirectory_).entry.st_mtim);
 }
 
 struct Search::State {
   Listing listing;
-  std::shared_ptr<const std::string> folder;
+  std::shared_ptr<const SearchedFolder> folder;
 
   // Gives what a folder's listing says; `status` when that is known already.
   void Give(std::string_view name, unsigned char type, const struct stat* status,
@@ -255,21 +264,17 @@ struct Search::State {
     }
     SearchEntry::Details& details = *entry->details_;
     details.folder = folder;
-    details.name = name;
-    details.status.reset();
-    if (status != nullptr) {
-      details.status = *status;
-    }
+    details.place.spelling.assign(folder->spelling).append(1, '/').append(name);
+    details.place.onMachine = folder->onMachine;
+    details.place.folder = folder->held;
+    details.place.entry = status == nullptr ? kUnknown : *status;
     if (type == DT_UNKNOWN) {
-      type = static_cast<unsigned char>(IFTODT(details.Status(false).st_mode));
+      type = static_cast<unsigned char>(IFTODT(details.Place(false).entry.st_mode));
     }
-    struct stat target {};
     SetWide(name, &entry->name_);
     entry->isLink_ = type == DT_LNK;
     entry->isRegular_ = type == DT_REG;
-    entry->isDirectory_ =
-        type == DT_DIR || (type == DT_LNK && stat(Below(*folder, name).c_str(), &target) == 0 &&
-                           S_ISDIR(target.st_mode));
+    entry->isDirectory_ = type == DT_DIR || (type == DT_LNK && details.Place(false).IsFolder());
   }
 
   Code FirstOfMany(const Place& place, SearchEntry* entry) {
@@ -280,9 +285,15 @@ struct Search::State {
         place.name.find_first_of(refused) != cvn::StringView::npos) {
       code = kInvalidName;
     }
+    const bool withDots = !host.isRoot;
     if (code == kSuccess) {
-      folder = std::make_shared<const std::string>(host.path);
-      code = listing.Read(host.path, !host.isRoot, posix::Pattern(place.name));
+      code = posix::FollowToOpen(&host);
+    }
+    if (code == kSuccess) {
+      auto held = std::make_shared<posix::Descriptor>(host.Open(O_PATH | O_DIRECTORY));
+      code = held->Get() < 0 ? CodeOf(errno)
+                             : listing.Read(held->Get(), withDots, posix::Pattern(place.name));
+      folder = std::make_shared<SearchedFolder>(host, std::move(held));
     }
     if (code != kSuccess) {
       return code;
@@ -298,7 +309,7 @@ struct Search::State {
   Code TheOne(cvn::StringView path, const Place& place, SearchEntry* entry) {
     HostPath host;
     const Code code = posix::Resolve(path, &host);
-    if (code == kPathNotFound && !host.path.empty()) {
+    if (code == kPathNotFound && !host.spelling.empty()) {
       return FindFolder(place.folder, &host) == platform::kDirectory ? platform::kDirectory
                                                                      : kPathNotFound;
     }
@@ -308,10 +319,12 @@ struct Search::State {
     if (host.isRoot) {
       return kFileNotFound;
     }
-    const std::size_t slash = host.path.rfind('/');
-    folder = std::make_shared<const std::string>(slash == 0 ? "/" : host.path.substr(0, slash));
-    Give(std::string_view(host.path).substr(slash + 1),
-         static_cast<unsigned char>(IFTODT(host.entry.st_mode)), &host.entry, entry);
+    const std::size_t slash = host.spelling.rfind('/');
+    const std::string name = host.spelling.substr(slash + 1);
+    const struct stat status = host.entry;
+    host.spelling.resize(slash);
+    folder = std::make_shared<SearchedFolder>(host, host.folder);
+    Give(name, static_cast<unsigned char>(IFTODT(status.st_mode)), &status, entry);
     return kSuccess;
   }
 };

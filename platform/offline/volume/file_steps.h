@@ -3,28 +3,28 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <optional>
-#include <string>
 
 #include "platform/error.h"
 #include "platform/files.h"
-#include "platform/linux/file_names.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 
-// Where the file to open is, or is to be made.
+// Where the file to open is, or is to be made. On C: no link: there it is the one that links lead
+// to.
 Code LocateFile(cvn::StringView path, files::Disposition disposition, HostPath* host);
 
 // 32 when the file is open. An open file can't be deleted or renamed by others: there is no share
 // mode for that here.
 Code CheckUnused(const HostPath& host);
 
-// Makes a folder writable that its owner, who is this user, may not write to. At the end of its
-// life the folder is as it was.
+// Makes the folder of a place writable that its owner, who is this user, may not write to. At the
+// end of its life the folder is as it was.
 class WritableFolder {
  public:
-  explicit WritableFolder(std::string path);
+  explicit WritableFolder(const HostPath& place);
   WritableFolder(const WritableFolder&) = delete;
   WritableFolder& operator=(const WritableFolder&) = delete;
   ~WritableFolder();
@@ -33,7 +33,7 @@ class WritableFolder {
   bool IsMade() const { return before_.has_value(); }
 
  private:
-  std::string path_;
+  std::shared_ptr<const Descriptor> folder_;
   std::optional<mode_t> before_;
 };
 
@@ -46,7 +46,7 @@ Code ChangeFolder(const HostPath& place, Step step) {
   if (code != kAccessDenied || !place.onMachine) {
     return code;
   }
-  const WritableFolder folder(FolderOf(place.path));
+  const WritableFolder folder(place);
   return folder.IsMade() ? step() : code;
 }
 

@@ -11,7 +11,6 @@
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
-#include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/volume.h"
 
@@ -28,7 +27,7 @@ constexpr mode_t kFileMode = 0666;
 constexpr mode_t kFolderMode = 0777;
 
 int FlagsOf(Access access, Disposition disposition) {
-  int flags = O_CLOEXEC | O_NOCTTY;
+  int flags = O_NOCTTY;
   flags |= access == Access::Read ? O_RDONLY : access == Access::Write ? O_WRONLY : O_RDWR;
   if (disposition != Disposition::OpenExisting) {
     flags |= O_CREAT;
@@ -41,33 +40,31 @@ int FlagsOf(Access access, Disposition disposition) {
 
 // The attributes that are stored apart from a file can't be read without the right to read it: it
 // counts as a file without them.
-Code KnownAttributes(const std::string& path, const struct stat& entry, bool isFolder,
-                     Attributes* attributes) {
-  const Code code = posix::ReadAttributes(path, entry, isFolder, attributes);
+Code KnownAttributes(const HostPath& host, Attributes* attributes) {
+  const Code code = posix::ReadAttributes(host.At(), host.entry, host.IsFolder(), attributes);
   return code == kAccessDenied ? kSuccess : code;
 }
 
 // Checks an open descriptor, and then empties the file where that is asked for: emptied earlier, it
-// would lose its content to an open that fails.
-Code Prepare(int descriptor, const std::string& path, Access access, Share share,
-             Disposition disposition) {
-  struct stat entry {};
+// would lose its content to an open that fails. The entry of `*host` becomes the open file's.
+Code Prepare(int descriptor, HostPath* host, Access access, Share share, Disposition disposition) {
+  struct stat& entry = host->entry;
   if (fstat(descriptor, &entry) != 0) {
     return CodeOf(errno);
   }
   const bool isFile = S_ISREG(entry.st_mode);
   const bool writes = access != Access::Read;
-  if (S_ISDIR(entry.st_mode) || (isFile && writes && posix::IsReadOnly(path, entry))) {
+  if (S_ISDIR(entry.st_mode) || (isFile && writes && posix::IsReadOnly(*host))) {
     return kAccessDenied;
   }
   if (!isFile) {
-    return kSuccess;
+    return host->onMachine ? kAccessDenied : kSuccess;
   }
   Code code = kSuccess;
   if (disposition == Disposition::CreateAlways) {
     // As on Windows, a file that is hidden can't be made anew as one that is not.
     Attributes attributes = 0;
-    code = KnownAttributes(path, entry, false, &attributes);
+    code = KnownAttributes(*host, &attributes);
     if (code != kSuccess || (attributes & (kHidden | kSystem)) != 0) {
       return code == kSuccess ? kAccessDenied : code;
     }
@@ -77,6 +74,10 @@ Code Prepare(int descriptor, const std::string& path, Access access, Share share
     return code;
   }
   return ftruncate(descriptor, 0) == 0 ? kSuccess : CodeOf(errno, kWriteFault);
+}
+
+Code Unlink(const HostPath& host, int flags = 0) {
+  return unlinkat(host.At().folder, host.At().name, flags) == 0 ? kSuccess : CodeOf(errno);
 }
 
 // A read or a write in a direction that the file was not opened for is EBADF to the host.
@@ -170,24 +171,27 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
   if (located != kSuccess) {
     return Fail(located);
   }
+  const bool isThere = host.entry.st_mode != 0;
+  // To open a device of the host is to use it, and to open a pipe is to wait: a volume has neither.
+  if (host.onMachine && isThere && !S_ISREG(host.entry.st_mode)) {
+    return Fail(kAccessDenied);
+  }
   int descriptor = -1;
   const auto openFile = [&] {
-    do {
-      descriptor = open(host.path.c_str(), FlagsOf(access, disposition), kFileMode);
-    } while (descriptor < 0 && errno == EINTR);
+    const int wait = host.onMachine ? O_NONBLOCK : 0;
+    descriptor = host.Open(FlagsOf(access, disposition) | wait, kFileMode);
     return descriptor < 0 ? CodeOf(errno) : kSuccess;
   };
-  const bool isThere = host.entry.st_mode != 0;
   const Code code = isThere ? openFile() : posix::ChangeFolder(host, openFile);
   if (code != kSuccess) {
     return Fail(code);
   }
   File opened;
   opened.handle_ = descriptor;
-  const Code prepared = Prepare(descriptor, host.path, access, share, disposition);
+  const Code prepared = Prepare(descriptor, &host, access, share, disposition);
   if (prepared != kSuccess) {
     if (disposition == Disposition::CreateNew) {
-      unlink(host.path.c_str());  // the caller gets no file, so none is left
+      IgnoreError(Unlink(host));  // the caller gets no file, so none is left
     }
     return Fail(prepared);
   }
@@ -205,7 +209,7 @@ Code CreateDirectory(cvn::StringView path) {
     return Fail(code);
   }
   return Report(posix::ChangeFolder(host, [&host] {
-    if (mkdir(host.path.c_str(), kFolderMode) == 0) {
+    if (mkdirat(host.At().folder, host.At().name, kFolderMode) == 0) {
       return kSuccess;
     }
     return errno == EEXIST ? kAlreadyExists : CodeOf(errno);
@@ -216,12 +220,11 @@ Code Delete(cvn::StringView path) {
   HostPath host;
   Code code = posix::Resolve(path, &host);
   if (code == kSuccess) {
-    const bool kept = host.IsFolder() || posix::IsReadOnly(host.path, host.entry);
+    const bool kept = host.IsFolder() || posix::IsReadOnly(host);
     code = kept ? kAccessDenied : posix::CheckUnused(host);
   }
   if (code == kSuccess) {
-    code = posix::ChangeFolder(
-        host, [&host] { return unlink(host.path.c_str()) == 0 ? kSuccess : CodeOf(errno); });
+    code = posix::ChangeFolder(host, [&host] { return Unlink(host); });
   }
   return Report(code);
 }
@@ -235,32 +238,39 @@ Code RemoveDirectory(cvn::StringView path) {
   if (!host.IsFolder()) {
     return Fail(platform::kDirectory);
   }
-  if (host.isRoot || posix::IsReadOnly(host.path, host.entry)) {
+  if (host.isRoot || posix::IsReadOnly(host)) {
     return Fail(kAccessDenied);
   }
-  if (host.path == posix::HostCurrentDirectory()) {
+  struct stat current {};
+  if (stat(".", &current) == 0 && current.st_ino == host.entry.st_ino &&
+      current.st_dev == host.entry.st_dev) {
     return Fail(kSharingViolation);
   }
   const bool isLink = S_ISLNK(host.entry.st_mode);
   return Report(posix::ChangeFolder(host, [&] {
-    if ((isLink ? unlink(host.path.c_str()) : rmdir(host.path.c_str())) == 0) {
-      return kSuccess;
-    }
-    return errno == EEXIST ? kDirNotEmpty : CodeOf(errno);
+    const Code removed = Unlink(host, isLink ? 0 : AT_REMOVEDIR);
+    return removed == kFileExists ? kDirNotEmpty : removed;
   }));
 }
 
 Code FlushFolder(cvn::StringView path) {
   HostPath host;
-  const Code code = posix::Resolve(path, &host);
-  return Report(code == kSuccess ? posix::FlushFolder(host.path) : code);
+  Code code = posix::Resolve(path, &host);
+  if (code == kSuccess) {
+    code = posix::FollowLink(&host);
+  }
+  if (code == kSuccess) {
+    const posix::Descriptor folder(host.Open(O_PATH | O_DIRECTORY));
+    code = folder.Get() < 0 ? CodeOf(errno) : posix::FlushFolder(folder.Get());
+  }
+  return Report(code);
 }
 
 Code GetAttributes(cvn::StringView path, Attributes* attributes) {
   HostPath host;
   Code code = posix::Resolve(path, &host);
   if (code == kSuccess) {
-    code = KnownAttributes(host.path, host.entry, host.IsFolder(), attributes);
+    code = KnownAttributes(host, attributes);
   }
   return Report(code);
 }
@@ -268,7 +278,7 @@ Code GetAttributes(cvn::StringView path, Attributes* attributes) {
 Code SetAttributes(cvn::StringView path, Attributes attributes) {
   HostPath host;
   const Code code = posix::Resolve(path, &host);
-  return Report(code == kSuccess ? posix::StoreAttributes(host.path, host.entry, attributes)
+  return Report(code == kSuccess ? posix::StoreAttributes(host.At(), host.entry, attributes)
                                  : code);
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/volume.h"
 
@@ -51,7 +52,9 @@ Code HeldFile::Hold(File original, cvn::StringView /*path*/) {
     return posix::Fail(posix::CodeOf(errno));
   }
   file_ = std::move(copy);
-  path_ = posix::ToMachinePath("/proc/self/fd/" + std::to_string(descriptor));
+  // Never on C:, where no link of /proc is followed, even when the machine is the host's root.
+  path_ = u"Z:\\proc\\self\\fd\\";
+  path_.Append(posix::ToWide(std::to_string(descriptor)));
   return kSuccess;
 }
 

@@ -158,11 +158,14 @@ HeldFolder::~HeldFolder() = default;
 Code HeldFolder::Hold(cvn::StringView path) {
   state_.reset();
   posix::HostPath host;
-  const Code code = posix::Resolve(path, &host);
+  Code code = posix::Resolve(path, &host);
+  if (code == kSuccess) {
+    code = posix::FollowToOpen(&host);
+  }
   if (code != kSuccess) {
     return posix::Fail(code);
   }
-  const int descriptor = open(host.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  const int descriptor = host.Open(O_PATH | O_DIRECTORY);
   if (descriptor < 0) {
     return posix::Fail(errno == ENOTDIR ? platform::kDirectory : CodeOf(errno));
   }
@@ -196,11 +199,12 @@ Code HeldFolder::OpenFile(cvn::StringView name, File* file) {
 
 Code OpenRegular(cvn::StringView path, File* file) {
   posix::HostPath host;
-  const Code code = posix::Resolve(path, &host);
-  return posix::Report(
-      code == kSuccess
-          ? OpenRegularFile(Descriptor(open(host.path.c_str(), O_PATH | O_CLOEXEC)), file)
-          : code);
+  Code code = posix::Resolve(path, &host);
+  if (code == kSuccess) {
+    code = posix::FollowToOpen(&host);
+  }
+  return posix::Report(code == kSuccess ? OpenRegularFile(Descriptor(host.Open(O_PATH)), file)
+                                        : code);
 }
 
 }  // namespace platform::files

@@ -1,9 +1,14 @@
 #include "platform/machine.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "platform/formats/names.h"
 #include "platform/linux/account.h"
@@ -50,13 +55,16 @@ bool HasRegistryFolder() {
 }  // namespace
 
 Machine::Machine(const std::string& folder) {
-  std::error_code error;
-  root_ = std::filesystem::canonical(folder, error).string();
+  auto held = std::make_shared<Descriptor>(open(folder.c_str(), O_PATH | O_CLOEXEC));
+  struct stat entry {};
+  const int error =
+      held->Get() < 0 || fstat(held->Get(), &entry) != 0 ? errno : PathOfOpen(held->Get(), &root_);
   // 3 and not 2: every path on the drive lacks a folder on its way.
-  state_ = error == std::errc::no_such_file_or_directory ? kPathNotFound : CodeOf(error.value());
-  if (state_ == kSuccess && !std::filesystem::is_directory(root_, error)) {
-    state_ = error ? CodeOf(error.value()) : kDirectory;
+  state_ = error == ENOENT ? kPathNotFound : CodeOf(error);
+  if (state_ == kSuccess && !S_ISDIR(entry.st_mode)) {
+    state_ = kDirectory;
   }
+  folder_ = std::move(held);
   if (root_ == "/") {
     root_.clear();
   }

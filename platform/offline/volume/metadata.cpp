@@ -75,9 +75,9 @@ Code CopyMetadata(int from, const struct stat& entry, int to) {
   return code == kSuccess ? CopyPermissions(entry, to) : code;
 }
 
-Code CopyMetadata(const std::string& path, const struct stat& entry, int to) {
-  const Descriptor from(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  return from.Get() < 0 ? CodeOf(errno) : CopyMetadata(from.Get(), entry, to);
+Code CopyMetadata(const HostPath& from, int to) {
+  const Descriptor file(from.Open(O_RDONLY | O_NONBLOCK));
+  return file.Get() < 0 ? CodeOf(errno) : CopyMetadata(file.Get(), from.entry, to);
 }
 
 }  // namespace platform::posix

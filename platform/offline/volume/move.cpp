@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <string_view>
 
 #include "platform/files.h"
 #include "platform/linux/descriptor.h"
@@ -21,6 +22,17 @@ bool IsOneFile(const struct stat& left, const struct stat& right) {
   return left.st_ino == right.st_ino && left.st_dev == right.st_dev;
 }
 
+bool IsOneFolder(const HostPath& left, const HostPath& right) {
+  struct stat leftFolder {};
+  struct stat rightFolder {};
+  return fstat(left.At().folder, &leftFolder) == 0 && fstat(right.At().folder, &rightFolder) == 0 &&
+         IsOneFile(leftFolder, rightFolder);
+}
+
+bool IsOnePlace(const HostPath& left, const HostPath& right) {
+  return std::string_view(left.At().name) == right.At().name && IsOneFolder(left, right);
+}
+
 // Whether what stands in the target's place may give it up. A pipe or a device may not: its name
 // would be a file's from then on, for all of the host.
 Code CheckTarget(const HostPath& source, const HostPath& target, bool replace) {
@@ -28,7 +40,7 @@ Code CheckTarget(const HostPath& source, const HostPath& target, bool replace) {
     return kAlreadyExists;
   }
   const bool isFile = S_ISREG(target.entry.st_mode) || S_ISLNK(target.entry.st_mode);
-  if (source.IsFolder() || target.IsFolder() || !isFile || IsReadOnly(target.path, target.entry)) {
+  if (source.IsFolder() || target.IsFolder() || !isFile || IsReadOnly(target)) {
     return kAccessDenied;
   }
   return CheckUnused(target);
@@ -48,27 +60,32 @@ Code Locate(cvn::StringView from, cvn::StringView to, bool replace, HostPath* so
   if (code == kFileNotFound) {
     return target->endsInSeparator && !source->IsFolder() ? kInvalidName : kSuccess;
   }
-  return code == kSuccess && source->path != target->path ? CheckTarget(*source, *target, replace)
-                                                          : code;
+  return code == kSuccess && !IsOnePlace(*source, *target) ? CheckTarget(*source, *target, replace)
+                                                           : code;
 }
 
 // True when the host's path lies on the machine's drive. A drive is told by where the file is, and
 // not by the spelling of its path.
-bool IsOnMachine(const std::string& path) { return ToMachinePath(path)[0] == u'C'; }
+bool IsOnMachine(const HostPath& place) { return ToMachinePath(place.spelling)[0] == u'C'; }
+
+int RenameOver(FileAt from, FileAt to) {
+  return renameat(from.folder, from.name, to.folder, to.name) == 0 ? 0 : errno;
+}
+
+int Unlink(FileAt file) { return unlinkat(file.folder, file.name, 0) == 0 ? 0 : errno; }
 
 Code Rename(const HostPath& source, const HostPath& target, bool replace) {
   int error = 0;
-  if (source.path == target.path) {
+  if (IsOnePlace(source, target)) {
     // Onto itself, a move gives the name a new spelling.
-    const std::string place = FolderOf(target.path) + target.name;
-    error = rename(source.path.c_str(), place.c_str()) == 0 ? 0 : errno;
+    error = RenameOver(source.At(), {target.At().folder, target.name.c_str()});
   } else if (IsOneFile(source.entry, target.entry)) {
     // The host would leave both names of one file alone.
-    error = unlink(source.path.c_str()) == 0 ? 0 : errno;
+    error = Unlink(source.At());
   } else if (replace) {
-    error = rename(source.path.c_str(), target.path.c_str()) == 0 ? 0 : errno;
+    error = RenameOver(source.At(), target.At());
   } else {
-    error = RenameToFree(source.path, target.path);
+    error = RenameToFree(source.At(), target.At());
   }
   switch (error) {
     case EEXIST:
@@ -85,7 +102,7 @@ Code Relocate(const HostPath& source, const HostPath& target, std::uint32_t flag
   const bool replace = (flags & files::kMoveReplaceExisting) != 0;
   const bool mayCopy = (flags & files::kMoveCopyAllowed) != 0 && !source.IsFolder();
   Code code = kNotSameDevice;
-  if (mayCopy || IsOnMachine(source.path) == IsOnMachine(target.path)) {
+  if (mayCopy || IsOnMachine(source) == IsOnMachine(target)) {
     code = ChangeFolder(source, [&] {
       return ChangeFolder(target, [&] { return Rename(source, target, replace); });
     });
@@ -95,8 +112,7 @@ Code Relocate(const HostPath& source, const HostPath& target, std::uint32_t flag
                     {.replace = replace, .flush = (flags & files::kMoveWriteThrough) != 0});
     if (code == kSuccess) {
       // One that can't go stays, as on Windows.
-      IgnoreError(ChangeFolder(
-          source, [&] { return unlink(source.path.c_str()) == 0 ? kSuccess : CodeOf(errno); }));
+      IgnoreError(ChangeFolder(source, [&] { return CodeOf(Unlink(source.At())); }));
     }
   }
   return code;
@@ -114,10 +130,8 @@ Code MoveNow(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {
   if (code != kSuccess || (flags & files::kMoveWriteThrough) == 0) {
     return code;
   }
-  const std::string after = FolderOf(target.path);
-  const std::string before = FolderOf(source.path);
-  code = FlushFolder(after);
-  return code == kSuccess && before != after ? FlushFolder(before) : code;
+  code = FlushFolder(target.At().folder);
+  return code == kSuccess && !IsOneFolder(source, target) ? FlushFolder(source.At().folder) : code;
 }
 
 }  // namespace platform::posix
@@ -142,27 +156,19 @@ Code TakePlace(cvn::StringView from, cvn::StringView to) {
     return posix::Fail(code);
   }
   // What a link leads to gets the new version; the link stays, and its own mode means nothing.
-  cvn::String place(to);
-  if (S_ISLNK(old.entry.st_mode)) {
-    if (const int error = posix::RealPath(old.path, &old.path); error != 0) {
-      return posix::Fail(posix::CodeOf(error));
-    }
-    if (lstat(old.path.c_str(), &old.entry) != 0) {
-      return posix::Fail(posix::CodeOf(errno));
-    }
-    place = posix::ToMachinePath(old.path);
+  const bool isLink = S_ISLNK(old.entry.st_mode);
+  code = posix::FollowLink(&old);
+  if (code == kSuccess && posix::IsReadOnly(old)) {
+    code = kAccessDenied;  // before the new file is made read-only too
   }
-  if (posix::IsReadOnly(old.path, old.entry)) {
-    return posix::Fail(kAccessDenied);  // before the new file is made read-only too
+  if (code == kSuccess && S_ISREG(old.entry.st_mode)) {
+    const posix::Descriptor target(fresh.Open(O_WRONLY | O_NONBLOCK));
+    code = target.Get() < 0 ? posix::CodeOf(errno) : posix::CopyMetadata(old, target.Get());
   }
-  if (S_ISREG(old.entry.st_mode)) {
-    const posix::Descriptor target(open(fresh.path.c_str(), O_WRONLY | O_CLOEXEC));
-    code = target.Get() < 0 ? posix::CodeOf(errno)
-                            : posix::CopyMetadata(old.path, old.entry, target.Get());
-    if (code != kSuccess) {
-      return posix::Fail(code);
-    }
+  if (code != kSuccess) {
+    return posix::Fail(code);
   }
+  const cvn::String place = isLink ? posix::ToMachinePath(old.spelling) : cvn::String(to);
   return Replace(from, place);
 }
 

@@ -1,11 +1,18 @@
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <optional>
+#include <utility>
 
 #include "platform/formats/names.h"
 #include "platform/formats/windows_path.h"
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/directory_index.h"
+#include "platform/offline/volume/folder_walk.h"
 #include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/stand_in.h"
 #include "platform/offline/volume/volume.h"
@@ -13,78 +20,106 @@
 namespace platform::posix {
 namespace {
 
-int Inspect(const std::string& path, struct stat* entry) {
-  return lstat(path.empty() ? "/" : path.c_str(), entry) == 0 ? 0 : errno;
+const std::shared_ptr<const Descriptor>& HostRoot() {
+  static const std::shared_ptr<const Descriptor> root =
+      std::make_shared<Descriptor>(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  return root;
 }
 
-DirectoryIndex& Index() {
-  static DirectoryIndex index;
-  return index;
+const std::shared_ptr<const Descriptor>& RootFolder(bool onMachine) {
+  return onMachine ? Machine::Get().Folder() : HostRoot();
 }
 
-// Respells the last name of `path`, the one after `slash`, as its folder has it.
-Code Respell(std::string* path, std::size_t slash, struct stat* entry) {
-  const std::string folder = slash == 0 ? "/" : path->substr(0, slash);
+// Opens a folder of a drive, spelled as it is, below the drive's root. -1 for whatever reason: the
+// kernel may not know the call, or may not be able to tell while folders are being moved.
+int OpenFolder(int root, const std::string& below, bool onMachine) {
+  constexpr int kFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  if (!onMachine) {
+    return openat(root, below.c_str(), kFlags);
+  }
+  open_how how{};
+  how.flags = kFlags;
+  how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
+  return static_cast<int>(syscall(SYS_openat2, root, below.c_str(), &how, sizeof(how)));
+}
+
+// Respells the last name as its folder has it.
+Code Respell(HostPath* host) {
   std::string spelled;
-  const Code code = Index().Find(folder, std::string_view(*path).substr(slash + 1), &spelled);
-  if (code == kAccessDenied) {
-    return kFileNotFound;  // a folder that can't be listed has exact names only
-  }
+  const Code code = NameIndex().Find(host->folder->Get(), host->At().name, &spelled);
   if (code != kSuccess) {
-    return code;
+    return code == kAccessDenied ? kFileNotFound : code;  // can't be listed: exact names only
   }
-  path->replace(slash + 1, std::string::npos, spelled);
-  return CodeOf(Inspect(*path, entry));
+  host->spelling.replace(host->spelling.rfind('/') + 1, std::string::npos, spelled);
+  const FileAt file = host->At();
+  const int found = fstatat(file.folder, file.name, &host->entry, AT_SYMLINK_NOFOLLOW);
+  return found == 0 ? kSuccess : CodeOf(errno);
 }
 
-// Respells the names of `draft` as the disk has them. The part that exists as it is spelled is
-// found from the end, because mostly it is all of the path, or all but what is about to be made.
-Code FindEntry(const PathDraft& draft, HostPath* host) {
-  host->path = draft.path;
-  const std::size_t last = draft.path.rfind('/');
+// Finds the entry that `host->spelling` names, of which the first `root` bytes are the drive's.
+// Only where a folder on the way is spelled in another case, or is missing, each of them is looked
+// at.
+Code FindEntry(std::size_t root, HostPath* host) {
+  const std::shared_ptr<const Descriptor>& drive = RootFolder(host->onMachine);
+  const std::size_t last = host->spelling.rfind('/');
+  if (host->spelling.size() == root || last == root) {
+    host->folder = drive;
+  } else {
+    const std::string below = host->spelling.substr(root + 1, last - root - 1);
+    const int folder = OpenFolder(drive->Get(), below, host->onMachine);
+    if (folder < 0) {
+      const std::string path = host->spelling;
+      return FolderWalk(drive, std::string_view(path).substr(0, root), host->onMachine)
+          .Go(std::string_view(path).substr(root), false, host);
+    }
+    host->folder = std::make_shared<Descriptor>(folder);
+  }
+  const FileAt file = host->At();
   // In a folder that is being filled most names are new, and the index knows so without the disk.
-  if (draft.path.size() > draft.root && last != 0 &&
-      Index().IsMissed(std::string_view(draft.path).substr(0, last),
-                       std::string_view(draft.path).substr(last + 1))) {
+  if (!host->isRoot && NameIndex().IsMissed(file.folder, file.name)) {
     return kFileNotFound;
   }
-  int error = Inspect(host->path, &host->entry);
-  if (error != ENOENT) {
-    return CodeOf(error);
+  if (fstatat(file.folder, file.name, &host->entry, AT_SYMLINK_NOFOLLOW) == 0) {
+    return kSuccess;
   }
-  std::size_t known = draft.path.size();
-  if (known > draft.root) {
-    const Code code = Respell(&host->path, last, &host->entry);
-    if (code != kPathNotFound) {
-      return code;
-    }
-  }
-  while (error == ENOENT && known > draft.root) {
-    known = draft.path.rfind('/', known - 1);
-    error = Inspect(draft.path.substr(0, known), &host->entry);
-  }
-  host->path.resize(known);
-  for (bool isMissing = true; known < draft.path.size(); isMissing = false) {
-    const std::size_t end = std::min(draft.path.find('/', known + 1), draft.path.size());
-    const std::size_t slash = host->path.size();
-    host->path.append(draft.path, known, end - known);
-    known = end;
-    error = isMissing ? ENOENT : Inspect(host->path, &host->entry);
-    const Code code = error == ENOENT ? Respell(&host->path, slash, &host->entry) : CodeOf(error);
-    if (code != kSuccess) {
-      host->path.append(draft.path, end);
-      return code == kFileNotFound && end < draft.path.size() ? kPathNotFound : code;
-    }
-  }
-  return kSuccess;
+  host->entry = {};
+  return errno == ENOENT && !host->isRoot ? Respell(host) : CodeOf(errno);
 }
 
 }  // namespace
 
+FileAt HostPath::At() const {
+  return {folder == nullptr ? -1 : folder->Get(),
+          isRoot ? "." : spelling.c_str() + spelling.rfind('/') + 1};
+}
+
+int HostPath::Open(int flags, mode_t permissions) const {
+  const FileAt file = At();
+  int descriptor = -1;
+  do {
+    descriptor = openat(file.folder, file.name, flags | O_CLOEXEC | (onMachine ? O_NOFOLLOW : 0),
+                        permissions);
+  } while (descriptor < 0 && errno == EINTR);
+  return descriptor;
+}
+
+Code HostPath::Target(struct stat* status) const {
+  *status = entry;
+  if (!S_ISLNK(entry.st_mode)) {
+    return kSuccess;
+  }
+  if (!onMachine) {
+    return fstatat(At().folder, At().name, status, 0) == 0 ? kSuccess : CodeOf(errno);
+  }
+  HostPath target = *this;
+  const Code code = FollowLink(&target);
+  *status = target.entry;
+  return code;
+}
+
 bool HostPath::IsFolder() const {
   struct stat target {};
-  return S_ISDIR(entry.st_mode) ||
-         (S_ISLNK(entry.st_mode) && stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode));
+  return Target(&target) == kSuccess && S_ISDIR(target.st_mode);
 }
 
 Code Resolve(cvn::StringView path, HostPath* host) {
@@ -102,15 +137,75 @@ Code Resolve(cvn::StringView path, HostPath* host) {
   host->onMachine = draft.onMachine;
   host->isRoot = draft.path.size() == draft.root;
   host->name = draft.path.substr(draft.path.rfind('/') + 1);
-  const Code code = FindEntry(draft, host);
-  if (host->path.empty()) {
-    host->path = "/";
+  host->spelling = std::move(draft.path);
+  if (host->spelling.size() >= PATH_MAX) {
+    return kFilenameExceedsRange;
+  }
+  const Code code = FindEntry(draft.root, host);
+  if (host->spelling.empty()) {
+    host->spelling = "/";
   }
   if (code != kSuccess) {
-    host->entry = {};
     return code;
   }
   return host->endsInSeparator && !host->IsFolder() ? kInvalidName : kSuccess;
+}
+
+Code ResolveSpelling(HostPath* host) {
+  const std::size_t root = host->onMachine ? Machine::Get().Root().size() : 0;
+  host->isRoot = host->spelling.size() == root || host->spelling == "/";
+  return FindEntry(root, host);
+}
+
+HostPath PlaceOnHost(std::string hostPath) {
+  HostPath host;
+  host.spelling = std::move(hostPath);
+  IgnoreError(ResolveSpelling(&host));
+  return host;
+}
+
+Code FollowLink(HostPath* host) {
+  if (!S_ISLNK(host->entry.st_mode)) {
+    return kSuccess;
+  }
+  const std::string link = std::move(host->spelling);
+  if (!host->onMachine) {
+    const int error = RealPath(link, &host->spelling);
+    return error == 0 ? ResolveSpelling(host) : CodeOf(error);
+  }
+  const std::string& root = Machine::Get().Root();
+  return FolderWalk(Machine::Get().Folder(), root, true)
+      .Go(std::string_view(link).substr(root.size()), true, host);
+}
+
+Code FollowToOpen(HostPath* host) { return host->onMachine ? FollowLink(host) : kSuccess; }
+
+Code FinalHostPath(const HostPath& host, std::string* path) {
+  HostPath target = host;
+  Code code = FollowToOpen(&target);
+  const Descriptor object(code == kSuccess ? target.Open(O_PATH) : -1);
+  struct stat opened {};
+  if (code == kSuccess && (object.Get() < 0 || fstat(object.Get(), &opened) != 0)) {
+    code = CodeOf(errno);
+  }
+  if (code == kSuccess) {
+    code = CodeOf(PathOfOpen(object.Get(), path));
+  }
+  if (code != kSuccess) {
+    return code;
+  }
+  struct stat named {};
+  const bool isThere = lstat(path->c_str(), &named) == 0 && !S_ISLNK(opened.st_mode) &&
+                       opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+  return isThere ? kSuccess : kFileNotFound;
+}
+
+Code PathForHost(const HostPath& host, std::string* path) {
+  if (host.onMachine) {
+    return FinalHostPath(host, path);
+  }
+  *path = host.spelling;
+  return kSuccess;
 }
 
 cvn::String ToMachinePath(std::string_view hostPath) {

@@ -119,7 +119,8 @@ cvn::String LongName(cvn::StringView path) {
       longName.Append(name);
     } else {
       code = posix::Resolve(path.substr(0, end), &host);
-      longName.Append(posix::ToWide(std::string_view(host.path).substr(host.path.rfind('/') + 1)));
+      longName.Append(
+          posix::ToWide(std::string_view(host.spelling).substr(host.spelling.rfind('/') + 1)));
     }
     longName.Append(path.substr(end, 1));
     at = end + 1;

@@ -44,8 +44,7 @@ Code TakeOver(int from, const struct stat& entry, int to) {
   Code code = posix::ReadAttributes(from, entry, &attributes);
   if (code == kSuccess && (attributes & ~(kArchive | kNormal)) != 0) {
     struct stat made {};
-    code = fstat(to, &made) == 0 ? posix::StoreAttributes("/proc/self/fd/" + std::to_string(to),
-                                                          made, attributes | kArchive)
+    code = fstat(to, &made) == 0 ? posix::StoreAttributes(to, made, attributes | kArchive)
                                  : CodeOf(errno);
     // Where there is no place for attributes, the content still counts.
     code = code == kNotSupported ? kSuccess : code;
@@ -82,16 +81,16 @@ Code PrivateFolder::MakePlace(cvn::StringView place) {
     return posix::Fail(code);
   }
   // Where others can put something else in the way nothing is made: Make finds another place.
-  const bool isOpenToOthers = posix::CanOthersRedirect(host.path);
+  const bool isOpenToOthers = posix::CanOthersRedirect(host.spelling);
   if (code == kFileNotFound) {
     if (isOpenToOthers) {
       return kSuccess;
     }
-    if (mkdir(host.path.c_str(), kOwnersMode) != 0 && errno != EEXIST) {
+    if (mkdirat(host.At().folder, host.At().name, kOwnersMode) != 0 && errno != EEXIST) {
       return posix::Fail(CodeOf(errno));
     }
   }
-  const Descriptor found(open(host.path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const Descriptor found(host.Open(O_PATH | O_NOFOLLOW));
   struct stat entry {};
   if (found.Get() < 0 || fstat(found.Get(), &entry) != 0) {
     return posix::Fail(CodeOf(errno));
@@ -112,9 +111,13 @@ Code PrivateFolder::MakePlace(cvn::StringView place) {
 
 cvn::List<cvn::String> PrivateFolder::FindAbandoned(cvn::StringView place) {
   posix::HostPath host;
+  std::string hostPlace;
+  if (posix::Resolve(place, &host) == kSuccess &&
+      posix::FinalHostPath(host, &hostPlace) != kSuccess) {
+    hostPlace.clear();
+  }
   cvn::List<cvn::String> paths;
-  for (const std::string& path : posix::FindAbandonedFolders(
-           posix::Resolve(place, &host) == kSuccess ? host.path : std::string())) {
+  for (const std::string& path : posix::FindAbandonedFolders(hostPlace)) {
     paths.push_back(posix::ToMachinePath(path));
   }
   return paths;
@@ -136,9 +139,13 @@ Code PrivateFolder::Make(cvn::StringView place, cvn::StringView name) {
   if (code != kSuccess && code != kFileNotFound) {
     return posix::Fail(code);
   }
-  std::string path = host.path + '/';
+  std::string path = host.spelling + '/';
   posix::AppendHostText(name, &path);
-  code = posix::MakeOwnFolder(path, &state->folder);
+  // What a link on the way means to the host counts for nothing: such a place is as good as none.
+  std::string straight;
+  code = posix::FinalHostPath(host, &straight) == kSuccess && straight == host.spelling
+             ? posix::MakeOwnFolder(path, &state->folder)
+             : kNotPrivate;
   if (code == kNotPrivate) {
     code = posix::MakeOwnFolderOnHost(&state->folder, &state->hostPath);
     posix::SetStandIn(std::move(path), state->hostPath);

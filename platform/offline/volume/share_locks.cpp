@@ -77,8 +77,9 @@ Code TakeShare(int descriptor, Access access, Share share) {
   return kSuccess;
 }
 
-bool IsInUse(const std::string& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+bool IsInUse(FileAt file) {
+  const int descriptor =
+      openat(file.folder, file.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (descriptor < 0) {
     return false;
   }

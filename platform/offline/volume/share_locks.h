@@ -1,9 +1,8 @@
 // The share modes of open files, as an agreement between the programs that use this layer.
 #pragma once
 
-#include <string>
-
 #include "platform/files.h"
+#include "platform/linux/file_names.h"
 
 namespace platform::posix {
 
@@ -12,7 +11,7 @@ namespace platform::posix {
 // other. A file system that has no locks lets everything pass.
 Code TakeShare(int descriptor, files::Access access, files::Share share);
 
-// True when a program that uses this layer has the regular file `path` open.
-bool IsInUse(const std::string& path);
+// True when a program that uses this layer has the regular file open.
+bool IsInUse(FileAt file);
 
 }  // namespace platform::posix

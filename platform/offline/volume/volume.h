@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "platform/error.h"
+#include "platform/linux/descriptor.h"
+#include "platform/linux/file_names.h"
 #include "support/string.h"
 
 namespace platform::posix {
@@ -37,10 +40,14 @@ class Machine {
   // The folder as the host names it: absolute, without symbolic links, without a slash at the end
   // (so it is empty when the machine is the host's root).
   const std::string& Root() const { return root_; }
+  // The folder itself, which stays the same one whatever becomes of its name; -1 when there is
+  // none.
+  const std::shared_ptr<const Descriptor>& Folder() const { return folder_; }
 
  private:
   Code state_ = kPathNotFound;
   std::string root_;
+  std::shared_ptr<const Descriptor> folder_ = std::make_shared<Descriptor>();
 };
 
 // The host's name, absolute, of the folder that a tool was told. It may have a drive, which then
@@ -52,20 +59,34 @@ Code HostFolder(cvn::StringView folder, std::string* host);
 // which. 3 when TESSEL_MACHINE is empty.
 Code DefaultMachineFolder(std::string* host, bool* isNamed);
 
-// A path of the host that a script's path leads to.
+// A place that a script's path leads to: a name in a folder that is held open. Only through that
+// folder is it used, because on the volume anybody may put another folder, or a link, into the
+// place of each folder on the way.
 struct HostPath {
-  std::string path;              // where the entry is, or where it would be made
+  // How the host would spell it, for comparing and telling. The host's calls must not get it.
+  std::string spelling;
   std::string name;              // its name as the caller spelled it
   bool endsInSeparator = false;  // the caller asked for a folder
   bool onMachine = false;        // on drive C:, whose names are held to what Windows allows
   bool isRoot = false;           // the root of a drive
-  struct stat entry =
-      {};  // of the entry itself and not of what it links to; zero when there is none
+  std::shared_ptr<const Descriptor> folder;  // where the entry is, or is to be made; may be null
+  // Of the entry itself and not of what it links to; zero when there is none.
+  struct stat entry = {};
 
+  // For the host's calls, as long as this lives and stays as it is. -1 stands for a folder that
+  // there isn't.
+  FileAt At() const;
+
+  // Opens the entry as openat does; negative with errno on failure. On C: a link is no entry to be
+  // opened (ELOOP): FollowLink tells where it leads.
+  int Open(int flags, mode_t permissions = 0) const;
+
+  // The status of what the entry leads to when it is a link, else its own.
+  Code Target(struct stat* status) const;
   bool IsFolder() const;  // links are followed
 };
 
-// Finds the host's path of `path`.
+// Finds the place of `path`.
 //
 // C: is the machine's folder and Z: the host's root; there is no other drive. '/' separates as '\'
 // does. What has no drive starts at the current directory, or at the root of the drive that this
@@ -73,30 +94,56 @@ struct HostPath {
 // names to what Windows allows, and cuts the dots and blanks at the end that Windows cuts; names on
 // Z: are the host's, and stay as they are. One with a backslash in it can't be said.
 //
+// Nothing leads from C: out of the machine's folder: the target of a link counts from there when it
+// is absolute (with or without the host's name of that folder in front, as drivers for NTFS have
+// it), ".." ends there, and the links of /proc are none.
+//
 // Names are found without regard to case: first the name as it is, then among all those that fold
 // to the same (the first in the order of their bytes).
 //
-// 2 when only the last name is missing: `host->path` then tells where it would be. 3 when a folder
-// on the way is missing or is none (`host->path` is then what it would be if that were a folder),
-// when there is no such drive, and for an empty path (`host->path` is empty then); 53 for a path
+// 2 when only the last name is missing: `host` then tells where it would be. 3 when a folder on the
+// way is missing or is none (`host->spelling` is then what it would be if that were a folder), when
+// there is no such drive, and for an empty path (`host->spelling` is empty then); 53 for a path
 // with a server; 123 for a name that Windows refuses, and for a file with a separator after its
-// name; 206 when the host's path is longer than the host takes, which is 4095 bytes. Leaves the
-// thread's last error alone.
+// name; 206 when the host's path is longer than the host takes, which is 4095 bytes; 1921 for more
+// than 40 links, or links in a circle. Leaves the thread's last error alone.
 Code Resolve(cvn::StringView path, HostPath* host);
+
+// The same by a place's spelling, which has no "." and "..", on the drive that `onMachine` tells.
+Code ResolveSpelling(HostPath* host);
+
+// The place of a path of the host. When there is nothing, or no such folder, a use of it tells.
+HostPath PlaceOnHost(std::string hostPath);
+
+// Goes on from a link to what it leads to, where that is no link; what is no link stays. The codes
+// are those of Resolve, and 2 leaves in `host` where the link's target would be.
+Code FollowLink(HostPath* host);
+
+// The same where Open needs it: on C:. On Z: the host follows links, also those that only it can.
+Code FollowToOpen(HostPath* host);
+
+// The host's path, without links, of what there is at a place. Others may have changed what it
+// leads to by the time that it is used. 2 when it has none, because it was removed.
+Code FinalHostPath(const HostPath& host, std::string* path);
+
+// The path of a place for the host's programs and loader, which want one: final on C:, where what
+// links mean to the host counts for nothing, and as it is spelled on Z:.
+Code PathForHost(const HostPath& host, std::string* path);
 
 // The form for scripts of an absolute path of the host: C:\... within the machine, else Z:\....
 cvn::String ToMachinePath(std::string_view hostPath);
 
-// READONLY of a file or folder. It binds everyone, where the host's permission does not bind root.
-bool IsReadOnly(const std::string& path, const struct stat& entry);
+// READONLY of the file or folder at a place. It binds everyone, where the host's permission does
+// not bind root.
+bool IsReadOnly(const HostPath& host);
 
 // Gives the open file `to` the owner, permissions and extended attributes of the open file `from`,
 // whose status is `entry`. What the volume can't keep, and what only the system may give, is left
 // out. After a failure `to` has a part of them.
 Code CopyMetadata(int from, const struct stat& entry, int to);
 
-// The same for the file, and no link, at `path`.
-Code CopyMetadata(const std::string& path, const struct stat& entry, int to);
+// The same for the file, and no link, at a place.
+Code CopyMetadata(const HostPath& from, int to);
 
 // As files::Move, without the delay. The drives C: and Z: are volumes of their own, even on one
 // file system of the host. Leaves the thread's last error alone.
