@@ -312,6 +312,8 @@ TEST_F(Authenticode, SurvivesDamagedSignatures) {
   ASSERT_EQ(judge(signature), kTrusted);
   const auto parsed = posix::ParseSignedData(BytesOf(signature));
   ASSERT_TRUE(parsed && parsed->signer);
+  EXPECT_TRUE(platform::IsDer(BytesOf("0\x04\x04\x02xx")));
+  EXPECT_FALSE(platform::IsDer(BytesOf("0\x04\x04\x03xx"))) << "what lies within is judged too";
   const Der kept[] = {parsed->content.whole, parsed->signer->signedAttributes.whole,
                       parsed->signer->signature, parsed->signer->serial};
   const auto isKept = [&](std::size_t at) {

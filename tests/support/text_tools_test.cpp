@@ -113,7 +113,7 @@ TEST(XmlNesting, CountsElementsAsTheParserMeetsThem) {
   // What could hide elements from a scanner that cuts tokens otherwise than the parser.
   for (const char* cover : {"</x>", "<?foo x=\">", "<?xml foo=\">", "<?xml version=\">\"?>",
                             "<!DOCTYPE a [\">", "<!-- <a> -->", "<a x=\xEF\xBB\xBF'</a></a>'>",
-                            "<a>'\"</a>", "<a x='/>'/>", "<![CDATA[<\"]]>"}) {
+                            "<a>'\"</a>", "<a x=c></a>", "<a x='/>'/>", "<![CDATA[<\"]]>"}) {
     EXPECT_FALSE(IsXmlNestingAllowed(cover + deep)) << cover;
   }
   // And what only looks like nesting.
