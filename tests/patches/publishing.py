@@ -100,9 +100,9 @@ def not_files(this, folder):
         code, lines = this.catalog(place, *more)
         expect(code == 1 and [line.rpartition('\\')[2] for line in lines] == [
             f'{name}: error: {words}' for name, words in (
-                ('file', 'it is a link; a run takes only files themselves'),
-                ('folder', 'it is a link; a run takes only files themselves'),
-                ('patch.cat', 'it is a link; a run takes only files themselves'),
+                ('file', 'it is a link; a patch takes only files themselves along'),
+                ('folder', 'it is a link; a patch takes only files themselves along'),
+                ('patch.cat', 'it is a link; a patch takes only files themselves along'),
                 ('patch.cat.0123abcd.tmp', 'it is left of a catalog that was never finished; '
                                            'remove it'),
                 ('pipe', 'it is no regular file, and no run takes it'))], f'{code} {lines}')

@@ -64,7 +64,9 @@ std::optional<std::string> ContentOf(const PKCS7& message) {
 
 std::vector<std::string> AttributesOf(const STACK_OF(X509_ATTRIBUTE) * attributes) {
   std::vector<std::string> encoded;
-  for (int i = 0; i < sk_X509_ATTRIBUTE_num(attributes); ++i) {
+  const int count = std::max(sk_X509_ATTRIBUTE_num(attributes), 0);  // negative for none at all
+  encoded.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
     encoded.emplace_back(View(Encoded<i2d_X509_ATTRIBUTE>(sk_X509_ATTRIBUTE_value(attributes, i))));
   }
   return encoded;

@@ -18,7 +18,7 @@ namespace {
 
 using platform::OpenSsl;
 
-constexpr std::time_t kDay = 24 * 60 * 60;
+constexpr std::time_t kDay = std::time_t{24} * 60 * 60;
 constexpr std::time_t kSoon = 14 * kDay;
 
 cvn::String TextOf(const ASN1_STRING* string) {

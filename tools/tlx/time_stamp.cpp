@@ -22,7 +22,7 @@ using platform::Bytes;
 using platform::OpenSsl;
 
 // A token has a few certificates of some 2 KB each.
-constexpr std::size_t kLargestReply = 1024 * 1024;
+constexpr std::size_t kLargestReply = std::size_t{1024} * 1024;
 
 struct FreeStamp {
   void operator()(TS_REQ* it) const { TS_REQ_free(it); }

@@ -5,8 +5,6 @@
 #include <openssl/err.h>
 #include <openssl/ui.h>
 
-#include <memory>
-
 #include "support/format.h"
 #include "support/utf.h"
 #include "tools/tlx/token_key.h"
@@ -14,10 +12,13 @@
 namespace tlx {
 namespace {
 
-struct FreeEngine {
-  void operator()(ENGINE* engine) const { ENGINE_free(engine); }
-};
-using Engine = std::unique_ptr<ENGINE, FreeEngine>;
+// Stays loaded until the process ends: unloaded, the engine would lose memory of its own.
+ENGINE* Engine() {
+  OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
+  static ENGINE* const engine = ENGINE_by_id("pkcs11");
+  ERR_clear_error();
+  return engine;
+}
 
 // The cause that was reported first; what follows it are only its consequences.
 cvn::String Cause() {
@@ -35,29 +36,26 @@ bool Set(ENGINE* engine, const char* name, const std::string& value) {
 
 platform::OpenSsl<EVP_PKEY> LoadTokenKey(const TokenUri& uri, const std::string& pin,
                                          cvn::String* problem) {
-  OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
-  const Engine engine(ENGINE_by_id("pkcs11"));
+  ENGINE* const engine = Engine();
   if (engine == nullptr) {
-    ERR_clear_error();
     *problem =
         u"a key on a token needs OpenSSL's PKCS #11 engine, Debian's package "
         u"libengine-pkcs11-openssl";
     return nullptr;
   }
-  ERR_clear_error();
   // Without QUIET the engine writes to standard error itself.
-  if (ENGINE_ctrl_cmd_string(engine.get(), "QUIET", nullptr, 0) != 1 ||
-      !Set(engine.get(), "MODULE_PATH", uri.modulePath) || !Set(engine.get(), "PIN", pin) ||
-      ENGINE_init(engine.get()) != 1) {
+  if (ENGINE_ctrl_cmd_string(engine, "QUIET", nullptr, 0) != 1 ||
+      !Set(engine, "MODULE_PATH", uri.modulePath) || !Set(engine, "PIN", pin) ||
+      ENGINE_init(engine) != 1) {
     *problem = cvn::Format(u"the token's library can't be used: %s", Cause());
     return nullptr;
   }
   platform::OpenSsl<EVP_PKEY> key(
-      ENGINE_load_private_key(engine.get(), uri.object.c_str(), UI_OpenSSL(), nullptr));
+      ENGINE_load_private_key(engine, uri.object.c_str(), UI_OpenSSL(), nullptr));
   if (key == nullptr) {
     *problem = cvn::Format(u"no token gives such a key: %s", Cause());
   }
-  ENGINE_finish(engine.get());  // the key holds it as long as it is used
+  ENGINE_finish(engine);  // the key holds it as long as it is used
   return key;
 }
 

@@ -110,7 +110,9 @@ std::optional<std::vector<std::string>> ElementsIn(std::string_view bytes) {
     return std::nullopt;
   }
   std::vector<std::string> elements;
-  for (int i = 0; i < sk_ASN1_TYPE_num(parsed.get()); ++i) {
+  const int count = sk_ASN1_TYPE_num(parsed.get());
+  elements.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
     elements.emplace_back(View(Encoded<i2d_ASN1_TYPE>(sk_ASN1_TYPE_value(parsed.get(), i))));
   }
   return elements;

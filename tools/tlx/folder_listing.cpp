@@ -1,4 +1,4 @@
-#include "tools/tlx/patch_folder.h"
+#include "tools/tlx/folder_listing.h"
 
 #include <algorithm>
 #include <array>
@@ -7,6 +7,7 @@
 #include "files/listing.h"
 #include "files/path_text.h"
 #include "platform/file_digest.h"
+#include "platform/held_folder.h"
 #include "platform/name_fold.h"
 #include "platform/paths.h"
 #include "support/containers.h"
@@ -19,6 +20,8 @@ namespace tlx {
 namespace {
 
 using platform::files::SearchEntry;
+
+constexpr cvn::StringView kNoRegularFile = u"it is no regular file, and no run takes it";
 
 class FolderWalk {
  public:
@@ -81,11 +84,11 @@ class FolderWalk {
     }
     name.Append(entry.Name());
     if (entry.IsLink()) {
-      exitCode_ = FailOnFile(place, u"it is a link; a run takes only files themselves");
+      exitCode_ = FailOnFile(place, u"it is a link; a patch takes only files themselves along");
     } else if (entry.IsDirectory()) {
       folders_.push_back(std::move(name));
     } else if (!entry.IsRegular()) {
-      exitCode_ = FailOnFile(place, u"it is no regular file, and no run takes it");
+      exitCode_ = FailOnFile(place, kNoRegularFile);
     } else if (IsDraft(name)) {
       exitCode_ = FailOnFile(place, u"it is left of a catalog that was never finished; remove it");
     } else if (!cvn::EqualNoCase(name, kCatalogName)) {
@@ -117,9 +120,10 @@ class FolderWalk {
 
 int DigestFile(cvn::StringView path, ListedFile* listed) {
   platform::files::File file;
-  const platform::Code code =
-      platform::files::Open(path, platform::files::Access::Read, platform::files::Share::Read,
-                            platform::files::Disposition::OpenExisting, &file);
+  const platform::Code code = platform::files::OpenRegular(path, &file);
+  if (code == platform::files::kNoRegularFile) {
+    return FailOnFile(path, kNoRegularFile);
+  }
   if (code != platform::kSuccess) {
     return FailToRead(path, code);
   }
