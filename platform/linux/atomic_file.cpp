@@ -1,29 +1,88 @@
 #include "platform/linux/atomic_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cinttypes>
+#include <csignal>
 #include <cstdio>
+#include <mutex>
+#include <set>
+#include <tuple>
 
+#include "platform/linux/directory_stream.h"
 #include "platform/linux/file_names.h"
 #include "platform/random.h"
 
 namespace platform::posix {
 namespace {
 
-std::string FreshName() {
-  // From a random start, so that what an ended process left is seldom in the way.
-  static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
-  std::array<char, 32> name;
-  std::snprintf(name.data(), name.size(), "tessel-%016" PRIx64 ".tmp", counter++);
-  return name.data();
+constexpr const char* kEnding = "tmp";
+
+// The process that made the draft of this name; 0 for any other name.
+pid_t MakerOf(const char* name) {
+  int maker = 0;
+  std::uint64_t number = 0;
+  int end = 0;
+  const bool isDraft =
+      std::sscanf(name, "tessel-%9d-%16" SCNx64 ".tmp%n", &maker, &number, &end) == 2;
+  return isDraft && end != 0 && name[end] == '\0' ? maker : 0;
+}
+
+// A draft is locked while it is made, because the number of a process means nothing to those in
+// other containers.
+void RemoveIfLeft(int folder, const char* name) {
+  const pid_t maker = MakerOf(name);
+  if (maker <= 0 || kill(maker, 0) == 0 || errno != ESRCH) {
+    return;
+  }
+  const Descriptor draft(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat entry {};
+  if (draft.Get() >= 0 && fstat(draft.Get(), &entry) == 0 && S_ISREG(entry.st_mode) &&
+      entry.st_nlink == 1 && entry.st_uid == geteuid() &&
+      (flock(draft.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)) {
+    unlinkat(folder, name, 0);
+  }
+}
+
+// Once for each folder, which may have any number of files.
+void RemoveLeft(int folder) {
+  constexpr std::size_t kMostFolders = 10'000;
+  static std::mutex mutex;
+  // With the time of its making, since a number may be that of another folder later.
+  using Identity = std::tuple<unsigned, unsigned, std::uint64_t, std::int64_t, unsigned>;
+  static std::set<Identity> known;
+  const std::lock_guard lock(mutex);
+  struct statx status {};
+  if (known.size() > kMostFolders ||
+      statx(folder, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0 ||
+      !known
+           .emplace(status.stx_dev_major, status.stx_dev_minor, status.stx_ino,
+                    status.stx_btime.tv_sec, status.stx_btime.tv_nsec)
+           .second) {
+    return;
+  }
+  const DirectoryStream names = OpenDirectory({folder, "."}, 0);
+  while (const dirent* entry = names == nullptr ? nullptr : readdir(names.get())) {
+    RemoveIfLeft(folder, entry->d_name);
+  }
 }
 
 }  // namespace
+
+std::string FreshName(const char* ending) {
+  // From a random start, so that what an ended process left is seldom in the way.
+  static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
+  std::array<char, 48> name;
+  std::snprintf(name.data(), name.size(), "tessel-%d-%016" PRIx64 ".%s", getpid(), counter++,
+                ending);
+  return name.data();
+}
 
 AtomicFile::~AtomicFile() {
   if (isNamed_) {
@@ -45,12 +104,17 @@ int AtomicFile::CreateAs(const std::string& name, mode_t permissions) {
 }
 
 int AtomicFile::CreateWithFreshName(mode_t permissions) {
+  RemoveLeft(folder_);
   int error = EEXIST;
-  while (error == EEXIST) {
-    name_ = FreshName();
+  constexpr int kAttempts = 8;
+  for (int attempt = 0; error == EEXIST && attempt < kAttempts; ++attempt) {
+    name_ = FreshName(kEnding);
     error = CreateNew(permissions);
   }
-  return error;
+  if (error == 0) {
+    flock(file_.Get(), LOCK_EX | LOCK_NB);  // without locks, the maker's life counts alone
+  }
+  return error == EEXIST ? ENOSPC : error;  // what a full NTFS volume says of every new name
 }
 
 int AtomicFile::CreateNew(mode_t permissions) {
@@ -90,7 +154,7 @@ int AtomicFile::Rename(const char* name, bool replace) {
 
 // A link never takes the place of a file, so the file gets a name of its own first.
 int AtomicFile::LinkOver(const char* name) {
-  const std::string fresh = FreshName();
+  const std::string fresh = FreshName(kEnding);
   const int error = Link(fresh.c_str());
   if (error != 0) {
     return error;

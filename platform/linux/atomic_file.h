@@ -9,6 +9,10 @@
 
 namespace platform::posix {
 
+// A name for the moment that no file has, unless one was made to be in the way: "tessel-", the
+// process and a number, and `ending` after a dot.
+std::string FreshName(const char* ending);
+
 // A file under construction, and gone at the end of its life unless it got its name. It lies in one
 // folder, which its maker holds open for all of that life. All operations give 0, or the value of
 // errno.
@@ -21,7 +25,8 @@ class AtomicFile {
 
   // Makes the file. For a name that is free it has none before, where the host can make such files:
   // then nothing is left of it if the process is killed. Else it is called "tessel-....tmp" until
-  // then.
+  // then; and of what processes that have ended left under such names in the folder, it first
+  // removes what is of this account and of its kind.
   int Create(bool isTargetFree, mode_t permissions);
   // Makes the file under a name of the caller's, which it takes from what an ended process left.
   int CreateAs(const std::string& name, mode_t permissions);

@@ -6,10 +6,14 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <set>
+#include <string>
 #include <string_view>
 
 #include "platform/files.h"
+#include "platform/linux/atomic_file.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/copy.h"
@@ -29,8 +33,27 @@ bool IsOneFolder(const HostPath& left, const HostPath& right) {
          IsOneFile(leftFolder, rightFolder);
 }
 
+// Whether a folder lists all of these names, spelled like that.
+bool AreListed(int folder, std::set<std::string_view> names) {
+  const DirectoryStream stream = OpenDirectory({folder, "."}, 0);
+  const dirent* entry = nullptr;
+  while (!names.empty() && stream != nullptr && (entry = readdir(stream.get())) != nullptr) {
+    names.erase(entry->d_name);
+  }
+  return names.empty();
+}
+
+// A file system without regard to case finds one name by two spellings: those of a file that has
+// two names are both listed.
 bool IsOnePlace(const HostPath& left, const HostPath& right) {
-  return std::string_view(left.At().name) == right.At().name && IsOneFolder(left, right);
+  const FileAt first = left.At();
+  const FileAt second = right.At();
+  if (!IsOneFolder(left, right)) {
+    return false;
+  }
+  return std::string_view(first.name) == second.name ||
+         (IsOneFile(left.entry, right.entry) &&
+          !AreListed(first.folder, {first.name, second.name}));
 }
 
 // Whether what stands in the target's place may give it up. A pipe or a device may not: its name
@@ -72,13 +95,34 @@ int RenameOver(FileAt from, FileAt to) {
   return renameat(from.folder, from.name, to.folder, to.name) == 0 ? 0 : errno;
 }
 
+// Gives a name another spelling. Where case doesn't count, the host may take the two for the same
+// and do nothing: then the name gives way to another one first.
+int Respell(FileAt from, FileAt to) {
+  struct stat entry {};
+  int error = RenameOver(from, to);
+  if (error != 0 || std::string_view(from.name) == to.name ||
+      fstatat(from.folder, from.name, &entry, AT_SYMLINK_NOFOLLOW) != 0 ||
+      AreListed(to.folder, {to.name})) {
+    return error;
+  }
+  const std::string other = FreshName("moved");
+  error = RenameToFree(from, {from.folder, other.c_str()});
+  if (error == 0) {
+    error = RenameToFree({from.folder, other.c_str()}, to);
+    if (error != 0) {
+      RenameToFree({from.folder, other.c_str()}, from);  // why it failed has been told
+    }
+  }
+  return error;
+}
+
 int Unlink(FileAt file) { return unlinkat(file.folder, file.name, 0) == 0 ? 0 : errno; }
 
 Code Rename(const HostPath& source, const HostPath& target, bool replace) {
   int error = 0;
   if (IsOnePlace(source, target)) {
     // Onto itself, a move gives the name a new spelling.
-    error = RenameOver(source.At(), {target.At().folder, target.name.c_str()});
+    error = Respell(source.At(), {target.At().folder, target.name.c_str()});
   } else if (IsOneFile(source.entry, target.entry)) {
     // The host would leave both names of one file alone.
     error = Unlink(source.At());
