@@ -383,6 +383,8 @@ TEST_F(Authenticode, AnImageIsWhatItsSignerSaw) {
   moved[kImageSecurityEntry] -= 32;
   std::string endless = table;
   endless.replace(0, 4, 4, '\xFF');
+  std::string longer = table + std::string(8, 'x');
+  longer.replace(0, 2, {static_cast<char>(longer.size()), static_cast<char>(longer.size() >> 8)});
   const auto resigned = [&](std::size_t at, char value) {
     std::string changed = image;
     changed[at] = value;
@@ -396,7 +398,7 @@ TEST_F(Authenticode, AnImageIsWhatItsSignerSaw) {
       {"table moved before the last bytes", moved, false},
       {"an entry of another kind first", with(entry(1, "evil evil evil e") + table), false},
       {"an entry of another kind last", with(table + entry(1, "evil evil evil e")), false},
-      {"bytes for padding", with(table.substr(0, table.size() - 1) + "x"), true},
+      {"bytes behind the signature", with(longer), true},
       {"zeros as an entry", with(table + std::string(16, '\0')), false},
       {"an entry without end", with(endless), false},
       {"zeros behind the table", with(table, std::string(4, '\0')), false},
