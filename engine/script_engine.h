@@ -38,7 +38,7 @@ class ScriptEngine : public TiXmlDocument {
 
   // Checks the document, sets the built-in variables and then those of `commandLine`, and compiles
   // the script. `isExempt`, asked once at most, tells whether the patch is valid whatever its dates
-  // say. Gives kLoadSuccess, or one of the codes above; the trace and standard error tell why.
+  // say. Gives kLoadSuccess, or one of the codes above; the trace tells why.
   std::int32_t Load(const cvn::Map<cvn::String, cvn::String>& commandLine,
                     const std::function<bool()>& isExempt);
 

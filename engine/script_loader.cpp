@@ -5,7 +5,6 @@
 #include "engine/script_engine.h"
 #include "engine/xml_text.h"
 #include "platform/clock.h"
-#include "platform/streams.h"
 #include "support/numbers.h"
 #include "support/utf.h"
 #include "trace/trace.h"
@@ -16,10 +15,6 @@ namespace {
 constexpr std::int32_t kMajorVersion = 1;
 constexpr std::int32_t kMinorVersion = 0;
 constexpr std::int32_t kNewestMinorVersion = 1;
-
-void WriteError(cvn::StringView text) {
-  platform::streams::WriteLine(platform::streams::Output::Error, text);
-}
 
 // The element itself, or the first of those that take a loop's place; null for a loop that lacks
 // something.
@@ -44,10 +39,7 @@ std::int32_t ScriptEngine::Load(const cvn::Map<cvn::String, cvn::String>& comman
   expiresAt_ = 0;
   const std::int32_t code = LoadScript(commandLine, isExempt);
   if (code == kLoadExpired) {
-    WriteError(u"Patch is no longer valid.");
     TraceLine(u"Patch exceeded expiration period");
-  } else if (code != kLoadSuccess) {
-    WriteError(u"Failed to load patch.");
   }
   return code;
 }

@@ -6,6 +6,7 @@
 #include "launcher/patch_file.h"
 #include "platform/catalogs.h"
 #include "platform/files.h"
+#include "platform/machine.h"
 #include "platform/paths.h"
 #include "platform/process.h"
 #include "platform/streams.h"
@@ -38,42 +39,57 @@ std::int32_t Gates::RefuseUndecryptable(cvn::StringView contentHash) {
       WasReadBelow(base, contentHash)) {
     TraceLine(u"Patch to be removed");
     facts_.reporter.SetScriptPath(MakeRelativeToBase(Path(), base));
-    const platform::Code code = platform::files::Delete(Path());
-    if (code != platform::kSuccess) {
-      TraceLine(u"Deleting patch returned %d", code);
-    }
+    RemovePatch();
     refusal.criticalReason = kPatchDeleted;
   }
   return Refuse(refusal);
 }
 
+void Gates::RemovePatch() {
+  const platform::Code code =
+      examination_ == nullptr ? platform::files::Delete(Path()) : platform::kSuccess;
+  if (code != platform::kSuccess) {
+    TraceLine(u"Deleting patch returned %d", code);
+  }
+}
+
+void Gates::GoBy(GateWay way, cvn::StringView trustedFolder) {
+  way_ = way;
+  if (examination_ != nullptr) {
+    examination_->way = way;
+    examination_->trustedFolder = trustedFolder;
+  }
+}
+
 std::int32_t Gates::Pass(cvn::StringView contentHash) {
   const std::optional<bool> isOld = IsPlatformOld();
   if (!isOld) {
-    const MachineFault fault = UnknownVersionFault();
+    const MachineFault fault = UnknownVersionFault(
+        examination_ == nullptr ? platform::machine::DefaultFolder() : examination_->machineFolder);
     TraceLine(u"%s", fault.words);
     return Refuse({.exitCode = fault.exitCode, .words = fault.words});
   }
   if (*isOld) {
     TraceLine(u"Old windows found, skip checks ...");
     facts_.tags.push_back(u"patch:skipCheck");
-    way_ = Way::Unchecked;
+    GoBy(GateWay::Unchecked);
     return 0;
   }
   cvn::String base;
   if (IsPathInTrustedLocation(Path(), &base) && WasReadBelow(base, contentHash)) {
     TraceLine(u"Started from install path...");
-    way_ = Way::Install;
+    GoBy(GateWay::Install, base);
     return PassInstallPath(base);
   }
   TraceLine(u"Started from custom path...");
+  GoBy(GateWay::External);
   return PassCustomPath(contentHash);
 }
 
 bool Gates::IsExemptFromExpiry() const {
   cvn::String base;
   const bool isTrusted = IsPathInTrustedLocation(Path(), &base);
-  return isTrusted && way_ != Way::External;
+  return isTrusted && way_ != GateWay::External;
 }
 
 // Whether what was read is what a trusted folder has. The path may lead elsewhere when it is judged
@@ -125,7 +141,7 @@ std::int32_t Gates::PassCustomPath(cvn::StringView contentHash) {
 }
 
 bool Gates::IsBusy() {
-  if (IsInstanceFirst(&guard_)) {
+  if (examination_ != nullptr ? !IsInstanceRunning() : IsInstanceFirst(&guard_)) {
     TraceLine(u"This is first instance running...");
     return false;
   }
@@ -138,7 +154,7 @@ bool Gates::IsBusy() {
 
 std::int32_t Gates::PassCatalog(cvn::StringView contentHash) {
   cvn::String reasonText;
-  const std::int32_t result = CheckCatalog(Path(), contentHash, &reasonText);
+  const std::int32_t result = AskCatalog(contentHash, &reasonText);
   TraceLine(u"CheckCatalog returned %d", result);
   if (result == kCatalogPassed) {
     // Where it fails, the programs of the patch don't start.
@@ -152,6 +168,15 @@ std::int32_t Gates::PassCatalog(cvn::StringView contentHash) {
                  .speaksFirst = true});
 }
 
+std::int32_t Gates::AskCatalog(cvn::StringView contentHash, cvn::String* reasonText) {
+  if (examination_ == nullptr) {
+    return CheckCatalog(Path(), contentHash, reasonText);
+  }
+  examination_->catalog = JudgeCatalog(Path(), contentHash);
+  *reasonText = examination_->catalog->reasonText;
+  return examination_->catalog->answer;
+}
+
 std::int32_t Gates::PassInstallPath(cvn::StringView base) {
   if (meta_.patchType != kUpdate) {
     TraceLine(u"PatchType did not match. Reporting...");
@@ -162,7 +187,8 @@ std::int32_t Gates::PassInstallPath(cvn::StringView base) {
                    .tellsType = true});
   }
   facts_.tags.push_back(u"patch:update");
-  const std::int32_t rights = CheckRightsForInstallPath();
+  const std::int32_t rights =
+      examination_ == nullptr ? CheckRightsForInstallPath() : kCallerAllowed;
   TraceLine(u"CheckRightsForInstallPath returned %d", rights);
   if (rights != kCallerAllowed) {
     return Refuse({.exitCode = rights,
@@ -176,6 +202,11 @@ std::int32_t Gates::PassInstallPath(cvn::StringView base) {
 }
 
 std::int32_t Gates::Refuse(const Refusal& refusal) {
+  if (examination_ != nullptr) {
+    examination_->words = refusal.words;
+    examination_->criticalReason = refusal.criticalReason;
+    return refusal.exitCode;
+  }
   const auto speak = [&refusal] {
     platform::streams::WriteLine(platform::streams::Output::Error, refusal.words);
   };

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "launcher/command_line.h"
+#include "launcher/examination.h"
 #include "launcher/patch_metadata.h"
 #include "launcher/run_reports.h"
 #include "support/string.h"
@@ -23,9 +24,11 @@ inline constexpr std::int32_t kPatchDecryptionFailed = 6001;
 // by its catalog. The instance guard that it may take is held until the end of its life.
 class Gates {
  public:
-  // `facts` gets what the gates find out. All arguments outlive this.
-  Gates(const LaunchSettings& settings, const PatchMetaData& meta, RunFacts* facts)
-      : settings_(settings), meta_(meta), facts_(*facts) {}
+  // `facts` gets what the gates find out. With `examination`, which is null for a run, the patch is
+  // only judged. All arguments outlive this.
+  Gates(const LaunchSettings& settings, const PatchMetaData& meta, RunFacts* facts,
+        Examination* examination)
+      : settings_(settings), meta_(meta), facts_(*facts), examination_(examination) {}
 
   // For a patch that can't be decrypted: removes it from a trusted location. Gives the exit code.
   // Here and below, `contentHash` is that of the patch as it was read, as CheckCatalog takes it.
@@ -40,9 +43,6 @@ class Gates {
   bool IsExemptFromExpiry() const;
 
  private:
-  // By what the patch was judged.
-  enum class Way { External, Install, Unchecked };
-
   // What a refusal tells, and to whom.
   struct Refusal {
     std::int32_t exitCode = 0;
@@ -60,6 +60,9 @@ class Gates {
   std::int32_t PassCustomPath(cvn::StringView contentHash);
   std::int32_t PassInstallPath(cvn::StringView base);
   std::int32_t PassCatalog(cvn::StringView contentHash);
+  std::int32_t AskCatalog(cvn::StringView contentHash, cvn::String* reasonText);
+  void RemovePatch();
+  void GoBy(GateWay way, cvn::StringView trustedFolder = {});
   bool WasReadBelow(cvn::StringView base, cvn::StringView contentHash) const;
   bool IsBusy();
   std::int32_t Refuse(const Refusal& refusal);
@@ -67,8 +70,9 @@ class Gates {
   const LaunchSettings& settings_;
   const PatchMetaData& meta_;
   RunFacts& facts_;
+  Examination* const examination_;
   InstanceGuard guard_;
-  Way way_ = Way::External;
+  GateWay way_ = GateWay::External;
 };
 
 }  // namespace tessel

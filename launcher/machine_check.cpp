@@ -8,28 +8,27 @@ namespace {
 
 namespace machine = platform::machine;
 
-MachineFault FaultOfFolder(cvn::StringView problem) {
+MachineFault FaultOfFolder(const cvn::String& folder, cvn::StringView problem) {
   return {kMachineUnrecognized,
           cvn::Format(u"The machine '%s' is refused: %s. Mount the Windows volume there, or let "
                       u"TESSEL_MACHINE name the folder where it is.",
-                      machine::DefaultFolder(), problem)};
+                      folder, problem)};
 }
 
-MachineFault FaultOfRegistry(cvn::StringView problem) {
+MachineFault FaultOfRegistry(const cvn::String& folder, cvn::StringView problem) {
   return {kMachineUnreadable,
           cvn::Format(u"The machine '%s' is refused: %s. Repair or restore its hives SOFTWARE and "
                       u"SYSTEM in Windows\\System32\\config, or run as an account that may read "
                       u"them.",
-                      machine::DefaultFolder(), problem)};
+                      folder, problem)};
 }
 
-cvn::String ProblemOfFolder(platform::Code opened) {
+cvn::String ProblemOfFolder(platform::Code opened, const cvn::String& folder) {
   switch (opened) {
     case machine::kUnrecognizedVolume:
       return u"it has no folder Windows\\System32\\config, and so is no Windows volume";
     case platform::kPathNotFound:
-      return machine::DefaultFolder().Empty() ? u"TESSEL_MACHINE is empty"
-                                              : u"there is no such folder";
+      return folder.Empty() ? u"TESSEL_MACHINE is empty" : u"there is no such folder";
     case platform::kDirectory:
       return u"it is no folder";
     case platform::kAccessDenied:
@@ -54,19 +53,19 @@ cvn::String ProblemOfRegistry(platform::Code code) {
 
 }  // namespace
 
-std::optional<MachineFault> FindMachineFault(platform::Code opened) {
+std::optional<MachineFault> FindMachineFault(platform::Code opened, const cvn::String& folder) {
   if (opened != platform::kSuccess) {
-    return FaultOfFolder(ProblemOfFolder(opened));
+    return FaultOfFolder(folder, ProblemOfFolder(opened, folder));
   }
   const platform::Code code = machine::CheckRegistry();
   if (code != platform::kSuccess) {
-    return FaultOfRegistry(ProblemOfRegistry(code));
+    return FaultOfRegistry(folder, ProblemOfRegistry(code));
   }
   return std::nullopt;
 }
 
-MachineFault UnknownVersionFault() {
-  return FaultOfRegistry(u"its registry doesn't tell which Windows it is");
+MachineFault UnknownVersionFault(const cvn::String& folder) {
+  return FaultOfRegistry(folder, u"its registry doesn't tell which Windows it is");
 }
 
 }  // namespace tessel

@@ -20,11 +20,11 @@ struct MachineFault {
   cvn::String words;  // they name the machine's folder, what is wrong, and the way out
 };
 
-// What is wrong with the machine that the environment names; nothing when it can be serviced.
-// `opened` is the code that its opening gave.
-std::optional<MachineFault> FindMachineFault(platform::Code opened);
+// What is wrong with the machine in `folder`; nothing when it can be serviced. `opened` is the code
+// that its opening gave.
+std::optional<MachineFault> FindMachineFault(platform::Code opened, const cvn::String& folder);
 
 // The words of a fault that only the gates can see: the machine's version of Windows can't be read.
-MachineFault UnknownVersionFault();
+MachineFault UnknownVersionFault(const cvn::String& folder);
 
 }  // namespace tessel

@@ -1,16 +1,12 @@
 #include "launcher/run_sequence.h"
 
 #include <optional>
-#include <string>
 #include <utility>
 
 #include "engine/script_engine.h"
 #include "files/path_text.h"
+#include "launcher/admission.h"
 #include "launcher/command_line.h"
-#include "launcher/gates.h"
-#include "launcher/machine_check.h"
-#include "launcher/patch_file.h"
-#include "launcher/patch_metadata.h"
 #include "launcher/process_environment.h"
 #include "launcher/run_reports.h"
 #include "platform/clock.h"
@@ -22,7 +18,6 @@
 #include "platform/registry.h"
 #include "platform/streams.h"
 #include "support/format.h"
-#include "support/utf.h"
 #include "trace/trace.h"
 #include "trust/product.h"
 #include "trust/protected_folder.h"
@@ -34,10 +29,7 @@ using platform::streams::Output;
 
 // Exit codes of the refusals besides those of the gates. A patch that can't be read ends with the
 // platform's own code.
-constexpr std::int32_t kPatchScriptFileNotFound = 3;
-constexpr std::int32_t kPatchCorruptScriptFile = 13;
 constexpr std::int32_t kPatchInvalidArguments = 87;
-constexpr std::int32_t kPatchInvalidPatch = 1636;
 
 // Makes the path of this run's trace file, and the folder for it.
 cvn::String MakeTraceFilePath() {
@@ -105,21 +97,15 @@ class PatchRun {
 
  private:
   RunEnd GoThrough(const cvn::List<cvn::String>& arguments);
-  std::int32_t JudgeMachine() const;
   std::int32_t ReadOptions(const cvn::List<cvn::String>& arguments);
-  std::int32_t ReadPatch(std::string* bytes) const;
-  std::int32_t ReadScript();
   RunEnd RunScript();
-  std::int32_t LoadScript();
 
   const cvn::String& Path() const { return *settings_.patchFilePath; }
 
   const platform::Code machineOpened_;
   LaunchSettings settings_;
   RunFacts facts_;
-  PatchMetaData meta_;
-  cvn::String contentHash_;  // of the patch as it was read
-  Gates gates_{settings_, meta_, &facts_};
+  Admission admission_{settings_, &facts_, nullptr};
   bool passedGates_ = false;
   std::optional<ScriptEngine> engine_;  // from the load of the script on
 };
@@ -144,13 +130,7 @@ std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
 RunEnd PatchRun::GoThrough(const cvn::List<cvn::String>& arguments) {
   std::int32_t code = ReadOptions(arguments);
   if (code == 0) {
-    code = JudgeMachine();
-  }
-  if (code == 0) {
-    code = ReadScript();
-  }
-  if (code == 0) {
-    code = gates_.Pass(contentHash_);
+    code = admission_.PassGates(machineOpened_);
   }
   if (code != 0) {
     return {.exitCode = code};
@@ -186,71 +166,10 @@ std::int32_t PatchRun::ReadOptions(const cvn::List<cvn::String>& arguments) {
   return 0;
 }
 
-std::int32_t PatchRun::JudgeMachine() const {
-  const std::optional<MachineFault> fault = FindMachineFault(machineOpened_);
-  if (!fault) {
-    return 0;
-  }
-  TraceLine(u"%s", fault->words);
-  platform::streams::WriteLine(Output::Error, fault->words);
-  return fault->exitCode;
-}
-
-std::int32_t PatchRun::ReadPatch(std::string* bytes) const {
-  if (!platform::paths::Exists(Path())) {
-    platform::streams::WriteLine(Output::Error, u"Patch not found.");
-    TraceLine(u"Input file not existing... exit");
-    return kPatchScriptFileNotFound;
-  }
-  TraceLine(u"Decrypting");
-  const auto code = static_cast<std::int32_t>(ReadPatchFile(Path(), bytes));
-  if (code != 0) {
-    platform::streams::WriteLine(Output::Error,
-                                 cvn::Format(u"Failed to load the patch. Error: %d.", code));
-    TraceLine(u"Error reading file '%s': %d", Path(), code);
-  }
-  return code;
-}
-
-std::int32_t PatchRun::ReadScript() {
-  std::string plainText;
-  {
-    std::string bytes;
-    const std::int32_t code = ReadPatch(&bytes);
-    if (code != 0) {
-      return code;
-    }
-    contentHash_ = PatchContentHash(bytes);
-    if (DecryptPatch(bytes, &plainText) != kPatchDecrypted) {
-      TraceLine(u"Error decrypting patch content");
-      return gates_.RefuseUndecryptable(contentHash_);
-    }
-  }
-  // The text ends at its first zero byte.
-  meta_.content = cvn::Utf8ToWide(plainText.c_str());
-  ExtractPatchMetaData(&meta_);
-  TraceLine(u"Running patch of type: %s, with id: %s", meta_.patchType, meta_.id);
-  facts_.reporter.SetPatchId(meta_.id);
-  for (const cvn::String& tag : meta_.tags) {
-    facts_.tags.push_back(cvn::Format(u"patch:%s", tag));
-  }
-  return 0;
-}
-
 RunEnd PatchRun::RunScript() {
-  TraceLine(u"Loading decrypted file");
-  engine_.emplace();
-  if (!engine_->ParseText(meta_.content)) {
-    platform::streams::WriteLine(Output::Error, u"Failed to load patch.");
-    TraceLine(u"Cannot parse file from '%s'\n", Path());
-    engine_.reset();
-    return {.exitCode = kPatchCorruptScriptFile};
-  }
-  const std::int32_t loaded = LoadScript();
-  if (loaded != kLoadSuccess) {
-    TraceLine(u"Error running xml script from file '%s': %d \n", Path(), loaded);
-    return {.exitCode = kPatchInvalidPatch,
-            .detail = loaded == kLoadExpired ? u"PatchExpired" : cvn::StringView()};
+  const RunEnd refused = admission_.LoadScript(&engine_);
+  if (refused.exitCode != 0) {
+    return refused;
   }
   SetVariable(u"scriptdir",
               ProtectedFolderPath().Empty() ? GetParentFolder(Path()) : ProtectedFolderPath(),
@@ -261,14 +180,6 @@ RunEnd PatchRun::RunScript() {
   // As a negative number whatever its sign was; computed so that the most negative one is no
   // exception.
   return {.exitCode = result > 0 ? -result : result, .ranScript = true};
-}
-
-std::int32_t PatchRun::LoadScript() {
-  TraceLine(u"Prepare");
-  const std::int32_t loaded =
-      engine_->Load(settings_.scriptVariables, [this] { return gates_.IsExemptFromExpiry(); });
-  facts_.reporter.SetExpires(engine_->ExpiresAt());
-  return loaded;
 }
 
 }  // namespace

@@ -59,4 +59,7 @@ struct EventSecurityFailure {
 Code CreateInstanceEvent(cvn::StringView name, InstanceEvent* event,
                          cvn::List<EventSecurityFailure>* failures);
 
+// Whether a process holds the event of that name, as far as can be seen without holding it.
+bool IsInstanceEventHeld(cvn::StringView name);
+
 }  // namespace platform

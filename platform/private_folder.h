@@ -30,6 +30,10 @@ class PrivateFolder {
   // another account's; otherwise the codes of CreateDirectory.
   static Code MakePlace(cvn::StringView place);
 
+  // Whether MakePlace would give a place, as far as that shows without making it: a folder there,
+  // or a folder that it could be made in. Its codes.
+  static Code CheckPlace(cvn::StringView place);
+
   // The folders that runs which were killed have left: this account's, made by Make, and of no
   // process that lives. None on Windows.
   static cvn::List<cvn::String> FindAbandoned(cvn::StringView place);

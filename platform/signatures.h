@@ -6,9 +6,11 @@
 // revokes nothing.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/error.h"
@@ -67,7 +69,15 @@ struct Chain {
   std::vector<Certificate> certificates;
   Fault fault = Fault::None;  // the gravest
   std::size_t faulty = 0;     // the certificate that has it
+  // Until when a way without faults stays so as far as its certificates tell, in seconds since 1970
+  // UTC; nothing for one that a timestamp keeps good.
+  std::optional<std::int64_t> goodUntil = {};
 };
+
+// When the first of a way's certificates ends; of one at least.
+inline std::int64_t FirstEndOf(const Chain& chain) {
+  return std::ranges::min_element(chain.certificates, {}, &Certificate::validUntil)->validUntil;
+}
 
 enum class Timestamp { None, OtherCounterSigner, Found };
 

@@ -13,6 +13,7 @@ namespace {
 struct TraceState {
   platform::TextFile file;
   bool diagnosticMode = false;
+  bool refusesFiles = false;
   cvn::String line;
   std::int64_t stampedSecond = -1;
   cvn::String stamp;  // "2026-11-12 21:40:26" of stampedSecond
@@ -41,7 +42,7 @@ cvn::StringView StampOf(std::int64_t second, TraceState* state) {
 void SetDiagnosticMode(bool on) { State().diagnosticMode = on; }
 
 void OpenTraceFile(cvn::StringView path) {
-  if (!path.empty()) {
+  if (!path.empty() && !State().refusesFiles) {
     CloseTraceFile();
     // A run without a trace file is a run all the same; IsTracing tells.
     platform::IgnoreError(State().file.OpenForAppend(path));
@@ -49,6 +50,8 @@ void OpenTraceFile(cvn::StringView path) {
 }
 
 void CloseTraceFile() { State().file.Close(); }
+
+void RefuseTraceFiles() { State().refusesFiles = true; }
 
 bool IsTracing() { return State().diagnosticMode || State().file.IsOpen(); }
 

@@ -17,6 +17,8 @@ void SetDiagnosticMode(bool on);
 // nothing. When the file can't be opened, the run continues without a trace file.
 void OpenTraceFile(cvn::StringView path);
 void CloseTraceFile();
+// From now on OpenTraceFile opens nothing: for a program that judges scripts and runs none.
+void RefuseTraceFiles();
 
 // False when a trace line would go nowhere.
 bool IsTracing();

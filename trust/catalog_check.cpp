@@ -16,22 +16,31 @@ namespace {
 
 constexpr cvn::StringView kCatalogName = u"patch.cat";
 
+// A catalog whose signature is good and that lists the patch.
+struct OpenedCatalog {
+  PatchFolder files;
+  std::vector<SignatureFinding> signatures;  // also of one that was refused
+  cvn::List<CatalogEntry> entries;
+  std::size_t own = 0;  // the number of the patch's entry
+};
+
 // Reads the catalog while nobody can change it, so that what was signed is what is walked.
-std::int32_t LoadSignedCatalog(PatchFolder* files, cvn::StringView catalog, cvn::StringView folder,
-                               cvn::List<CatalogEntry>* entries, cvn::String* reasonText) {
+std::int32_t LoadSignedCatalog(cvn::StringView catalog, cvn::StringView folder,
+                               OpenedCatalog* opened, cvn::String* reasonText) {
   platform::files::File file;
   platform::files::HeldFile held;
-  platform::Code code = files->OpenUnlisted(kCatalogName, &file);
+  platform::Code code = opened->files.OpenUnlisted(kCatalogName, &file);
   if (code == platform::kSuccess) {
     code = held.Hold(std::move(file), catalog);
   }
-  if (code == platform::kSuccess && !VerifyPublisherSignature(catalog, held.Path(), true)) {
+  if (code == platform::kSuccess &&
+      !VerifyPublisherSignature(catalog, held.Path(), true, &opened->signatures)) {
     *reasonText = u"invalid digital signature";
     TraceLine(u"Can't verify digital signature of catalog file: %s", catalog);
     return kSignatureRefused;
   }
   if (code == platform::kSuccess) {
-    code = ReadCatalogEntries(entries, held.Path(), folder, PathFilter());
+    code = ReadCatalogEntries(&opened->entries, held.Path(), folder, PathFilter());
   }
   if (code != platform::kSuccess) {
     TraceLine(u"error loading catalog file: %d", code);
@@ -41,36 +50,33 @@ std::int32_t LoadSignedCatalog(PatchFolder* files, cvn::StringView catalog, cvn:
   return kCatalogPassed;
 }
 
-}  // namespace
-
-std::int32_t CheckCatalog(cvn::StringView patchPath, cvn::StringView contentHash,
-                          cvn::String* reasonText) {
+// The answer of CheckCatalog as far as it doesn't need the other files.
+std::int32_t OpenCatalog(cvn::StringView patchPath, cvn::StringView contentHash,
+                         OpenedCatalog* opened, cvn::String* reasonText) {
   const cvn::String folder = GetParentFolder(patchPath);
   TraceLine(u"Current folder %s", folder);
   const cvn::String catalog = JoinPath(folder, kCatalogName);
-  PatchFolder files;
-  if (files.Hold(patchPath) != platform::kSuccess || !platform::paths::Exists(catalog)) {
+  if (opened->files.Hold(patchPath) != platform::kSuccess || !platform::paths::Exists(catalog)) {
     TraceLine(u"Can't find catalog file: %s", catalog);
     *reasonText = u"catalog not found";
     return kCatalogNotFound;
   }
-  cvn::List<CatalogEntry> entries;
-  const std::int32_t loaded = LoadSignedCatalog(&files, catalog, folder, &entries, reasonText);
+  const std::int32_t loaded = LoadSignedCatalog(catalog, folder, opened, reasonText);
   if (loaded != kCatalogPassed) {
     return loaded;
   }
   platform::Code listed = platform::kSuccess;
-  const std::size_t own = files.FindPatch(entries, patchPath, contentHash, &listed);
+  opened->own = opened->files.FindPatch(opened->entries, patchPath, contentHash, &listed);
   if (listed != platform::kSuccess) {
     TraceLine(u"error comparing current file (%s): %d", patchPath, listed);
     *reasonText = u"file hash mismatch";
     return kPatchFileMismatch;
   }
-  cvn::String obstacle;
-  const std::int32_t copied = CopyToProtectedFolder(entries, own, &files, &obstacle);
-  if (copied != kFilesCopied) {
-    CleanupProtectedFolder();
-  }
+  return kCatalogPassed;
+}
+
+// The answer of CheckCatalog by what became of the files.
+std::int32_t AnswerFor(std::int32_t copied, const cvn::String& obstacle, cvn::String* reasonText) {
   // A file that has no place in the folder, or no install folder, doesn't make the patch a bad one:
   // its script then works on the files beside it.
   const bool isUnprotected = !obstacle.Empty() && platform::files::PrivateFolder::IsRequired();
@@ -80,6 +86,65 @@ std::int32_t CheckCatalog(cvn::StringView patchPath, cvn::StringView contentHash
     return kInvolvedFileMismatch;
   }
   return kCatalogPassed;
+}
+
+// Looks at each listed file; kFilesCopied when copies could be made, or the answer of the copying.
+std::int32_t JudgeFiles(OpenedCatalog* opened, CatalogJudgement* judgement, cvn::String* obstacle) {
+  bool anyOutside = false;
+  bool anyRefused = false;
+  for (std::size_t number = 0; number < opened->entries.size(); ++number) {
+    const CatalogEntry& entry = opened->entries[number];
+    const bool isPatch = number == opened->own;
+    const FileState state = isPatch ? FileState::Genuine : opened->files.Judge(entry);
+    anyRefused = anyRefused || state != FileState::Genuine;
+    anyOutside = anyOutside || (!isPatch && PlaceInFolder(entry).Empty());
+    judgement->files.push_back({entry.name, state, isPatch});
+  }
+  if (anyRefused) {
+    return kInvolvedFileMismatch;
+  }
+  const std::int32_t prepared = FindProtectedFolderObstacle(obstacle);
+  if (prepared == kNoInstallFolder) {
+    judgement->whyUnprotected =
+        u"the product isn't installed there, and so has no folder for copies";
+  } else if (prepared != kFilesCopied) {
+    judgement->whyUnprotected = *obstacle;
+  } else if (anyOutside) {
+    judgement->whyUnprotected = u"the catalog lists a file outside the patch's folder";
+  }
+  return judgement->whyUnprotected.Empty() ? kFilesCopied : kNotAllCopied;
+}
+
+}  // namespace
+
+std::int32_t CheckCatalog(cvn::StringView patchPath, cvn::StringView contentHash,
+                          cvn::String* reasonText) {
+  OpenedCatalog opened;
+  const std::int32_t answer = OpenCatalog(patchPath, contentHash, &opened, reasonText);
+  if (answer != kCatalogPassed) {
+    return answer;
+  }
+  cvn::String obstacle;
+  const std::int32_t copied =
+      CopyToProtectedFolder(opened.entries, opened.own, &opened.files, &obstacle);
+  if (copied != kFilesCopied) {
+    CleanupProtectedFolder();
+  }
+  return AnswerFor(copied, obstacle, reasonText);
+}
+
+CatalogJudgement JudgeCatalog(cvn::StringView patchPath, cvn::StringView contentHash) {
+  CatalogJudgement judgement;
+  OpenedCatalog opened;
+  judgement.answer = OpenCatalog(patchPath, contentHash, &opened, &judgement.reasonText);
+  judgement.signatures = std::move(opened.signatures);
+  if (judgement.answer == kCatalogPassed) {
+    cvn::String obstacle;
+    const std::int32_t copied = JudgeFiles(&opened, &judgement, &obstacle);
+    judgement.answer = AnswerFor(copied, obstacle, &judgement.reasonText);
+    judgement.isProtected = copied == kFilesCopied;
+  }
+  return judgement;
 }
 
 }  // namespace tessel

@@ -264,42 +264,48 @@ cvn::StringView NumberIn(cvn::StringView digits) {
   return digits.substr(std::min(digits.find_first_not_of(u'0'), digits.size()));
 }
 
-}  // namespace
-
-PublisherVerdict JudgePublisherSignature(cvn::StringView contentPath, bool online) {
-  PublisherVerdict verdict;
+// Whether one of the file's signatures is good, and the publisher's.
+bool FindPublishersSignature(cvn::StringView contentPath, bool online,
+                             std::vector<SignatureFinding>* findings) {
   Crypt::DigitalSignatureObjectImplementation reader;
   // Twice, and both have to find a good one.
   for (int i = 0; i < 2; ++i) {
-    verdict.isOpen = reader.GetDigitalSignature(contentPath, online) == platform::kSuccess;
-    verdict.signatures = reader.Findings();
-    const bool anyGood = std::ranges::any_of(
-        verdict.signatures,
-        [](const SignatureFinding& finding) { return finding.chain.has_value(); });
-    if (!verdict.isOpen || !anyGood) {
-      return verdict;
+    const platform::Code opened = reader.GetDigitalSignature(contentPath, online);
+    *findings = reader.Findings();
+    if (opened != platform::kSuccess ||
+        std::ranges::none_of(
+            *findings, [](const SignatureFinding& finding) { return finding.chain.has_value(); })) {
+      return false;
     }
   }
-  for (SignatureFinding& finding : verdict.signatures) {
+  bool isFound = false;
+  for (SignatureFinding& finding : *findings) {
     if (finding.chain) {
       finding.publisher = FaultOfChain(*finding.chain);
-      verdict.passes = verdict.passes || finding.publisher == PublisherFault::None;
+      isFound = isFound || finding.publisher == PublisherFault::None;
     }
   }
-  return verdict;
+  return isFound;
 }
 
-bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath, bool online) {
+}  // namespace
+
+bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath, bool online,
+                              std::vector<SignatureFinding>* findings) {
   if (!NeedsSignature(path)) {
     return true;
   }
-  const PublisherVerdict verdict = JudgePublisherSignature(contentPath, online);
-  for (const SignatureFinding& finding : verdict.signatures) {
-    if (!verdict.passes) {
+  std::vector<SignatureFinding> found;
+  const bool passes = FindPublishersSignature(contentPath, online, &found);
+  for (const SignatureFinding& finding : found) {
+    if (!passes) {
       TraceLine(u"Signature refused: %s", WhatIsWrong(finding));
     }
   }
-  return verdict.passes;
+  if (findings != nullptr) {
+    *findings = std::move(found);
+  }
+  return passes;
 }
 
 PublisherFault FaultOfChain(const Crypt::Chain& chain) {

@@ -82,15 +82,8 @@ namespace tessel {
 // its extension, or has a valid one of the publisher's. Its content is read at `contentPath`, which
 // is the same path, or that of what the caller holds in its place. Traces what is wrong with each
 // of the signatures when none will do.
-bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath, bool online);
-
-// What a file's signatures are worth.
-struct PublisherVerdict {
-  bool isOpen = false;  // whether the file could be opened
-  bool passes = false;  // whether one of them is good, and the publisher's
-  std::vector<SignatureFinding> signatures;
-};
-PublisherVerdict JudgePublisherSignature(cvn::StringView contentPath, bool online);
+bool VerifyPublisherSignature(cvn::StringView path, cvn::StringView contentPath, bool online,
+                              std::vector<SignatureFinding>* findings = nullptr);
 
 // What there is against a chain, however good its signatures are.
 PublisherFault FaultOfChain(const Crypt::Chain& chain);

@@ -54,4 +54,6 @@ bool IsInstanceFirst(InstanceGuard* guard) {
   return true;
 }
 
+bool IsInstanceRunning() { return platform::IsInstanceEventHeld(InstanceGuard().name); }
+
 }  // namespace tessel

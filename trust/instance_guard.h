@@ -15,4 +15,7 @@ struct InstanceGuard {
 // too from now on; true otherwise, also when that can't be found out.
 bool IsInstanceFirst(InstanceGuard* guard);
 
+// Whether another instance holds the guard's event, without opening it.
+bool IsInstanceRunning();
+
 }  // namespace tessel

@@ -182,6 +182,19 @@ std::int32_t PrepareProtectedFolder(files::PrivateFolder* folder, cvn::String* o
   return kFilesCopied;
 }
 
+std::int32_t FindProtectedFolderObstacle(cvn::String* obstacle) {
+  const cvn::String install = GetInstallPath();
+  if (install.Empty()) {
+    return kNoInstallFolder;
+  }
+  const platform::Code code = files::PrivateFolder::CheckPlace(JoinPath(install, kPatchesFolder));
+  if (code != platform::kSuccess) {
+    *obstacle = ObstacleOf(code);
+    return kNotAllCopied;
+  }
+  return kFilesCopied;
+}
+
 std::int32_t CopyToProtectedFolder(const cvn::List<CatalogEntry>& entries, std::size_t own,
                                    PatchFolder* patchFolder, cvn::String* obstacle) {
   obstacle->Clear();

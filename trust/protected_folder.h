@@ -26,6 +26,9 @@ cvn::String& ProtectedFolderPath();
 // or kNotAllCopied, with what stands in the way and how it is got out of the way in `obstacle`.
 std::int32_t PrepareProtectedFolder(platform::files::PrivateFolder* folder, cvn::String* obstacle);
 
+// What PrepareProtectedFolder would answer, as far as it shows without making anything.
+std::int32_t FindProtectedFolderObstacle(cvn::String* obstacle);
+
 // Verifies the files that the catalog lists, and copies them to a new protected folder, where they
 // keep their places below the patch's folder, and the catalog's spelling. The entry number `own`,
 // the patch itself, is left out. A file that lies outside the patch's folder has no place and isn't

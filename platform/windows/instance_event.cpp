@@ -113,4 +113,14 @@ Code CreateInstanceEvent(cvn::StringView name, InstanceEvent* event,
   return code;
 }
 
+bool IsInstanceEventHeld(cvn::StringView name) {
+  windows::LastErrorKeeper lastError;
+  const HANDLE handle = ::OpenEventW(SYNCHRONIZE, FALSE, windows::Wide(cvn::PathString(name)));
+  if (handle == nullptr) {
+    return ::GetLastError() == ERROR_ACCESS_DENIED;
+  }
+  ::CloseHandle(handle);
+  return true;
+}
+
 }  // namespace platform

@@ -30,6 +30,14 @@ Code PrivateFolder::MakePlace(cvn::StringView place) {
   return code == kAlreadyExists ? kSuccess : code;
 }
 
+Code PrivateFolder::CheckPlace(cvn::StringView place) {
+  windows::LastErrorKeeper lastError;
+  Attributes attributes = 0;
+  return GetAttributes(place, &attributes) == kSuccess && (attributes & kReparsePoint) != 0
+             ? kIsLink
+             : kSuccess;
+}
+
 cvn::List<cvn::String> PrivateFolder::FindAbandoned(cvn::StringView /*place*/) { return {}; }
 
 PrivateFolder::PrivateFolder() = default;

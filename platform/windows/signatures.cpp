@@ -185,7 +185,18 @@ bool Verifier::SignerCertificate(Certificate* certificate) const {
 
 Chain Verifier::SignerChain() const {
   const CRYPT_PROVIDER_SGNR* signer = state_->Signer();
-  return signer == nullptr ? Chain() : Read(*signer);
+  if (signer == nullptr) {
+    return Chain();
+  }
+  Chain chain = Read(*signer);
+  // A timestamp that counts is the time that the chain was judged by.
+  const CRYPT_PROVIDER_SGNR* stamper = state_->Stamper();
+  const bool isKept =
+      stamper != nullptr && ::CompareFileTime(&stamper->sftVerifyAsOf, &signer->sftVerifyAsOf) == 0;
+  if (!chain.certificates.empty() && !isKept) {
+    chain.goodUntil = FirstEndOf(chain);
+  }
+  return chain;
 }
 
 Chain Verifier::StamperChain() const {

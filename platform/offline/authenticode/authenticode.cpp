@@ -159,14 +159,15 @@ Verdict VerifySignature(SignedFile* file, std::size_t index, const CertificateSt
     return verdict;
   }
   const auto lists = ReadRevocationLists(*data);
-  const bool isStamped = verdict.timestamp.isGood && !EndsWithCertificate(certificate);
+  verdict.isKeptByTimestamp = verdict.timestamp.isGood && !EndsWithCertificate(certificate);
   const auto now = static_cast<std::time_t>(clock::NowTicks() / clock::kTicksPerSecond);
-  verdict.chain = VerifyChain(store, {.certificate = certificate,
-                                      .others = certificates,
-                                      .lists = lists,
-                                      .purpose = Purpose::CodeSigning,
-                                      .revocation = revocation,
-                                      .at = isStamped ? verdict.timestamp.time : now});
+  verdict.chain =
+      VerifyChain(store, {.certificate = certificate,
+                          .others = certificates,
+                          .lists = lists,
+                          .purpose = Purpose::CodeSigning,
+                          .revocation = revocation,
+                          .at = verdict.isKeptByTimestamp ? verdict.timestamp.time : now});
   verdict.status = verdict.chain.status;
   return verdict;
 }

@@ -68,6 +68,7 @@ struct Verdict {
   bool hasSigner = false;
   OpenSsl<X509> signer;  // null when the certificate isn't there
   TimestampFound timestamp;
+  bool isKeptByTimestamp = false;  // the chain was judged as of the timestamp
   ChainVerdict chain;  // when that much of the signature was good; else it has no certificates
 };
 

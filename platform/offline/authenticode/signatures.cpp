@@ -98,7 +98,11 @@ bool Verifier::SignerCertificate(Certificate* certificate) const {
 }
 
 Chain Verifier::SignerChain() const {
-  return HasProviderData() ? Read(state_->verdict->chain) : Chain();
+  Chain chain = HasProviderData() ? Read(state_->verdict->chain) : Chain();
+  if (!chain.certificates.empty() && !state_->verdict->isKeptByTimestamp) {
+    chain.goodUntil = FirstEndOf(chain);
+  }
+  return chain;
 }
 
 Chain Verifier::StamperChain() const {

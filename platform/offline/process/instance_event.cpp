@@ -116,4 +116,19 @@ Code CreateInstanceEvent(cvn::StringView name, InstanceEvent* event,
   return posix::Fail(code);
 }
 
+bool IsInstanceEventHeld(cvn::StringView name) {
+  off_t offset = 0;
+  int descriptor = -1;
+  if (OffsetOf(name, &offset) != kSuccess || OpenDevice(&descriptor) != kSuccess) {
+    return false;
+  }
+  const posix::Descriptor device(descriptor);
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = offset;
+  lock.l_len = 1;
+  return fcntl(device.Get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
 }  // namespace platform

@@ -53,6 +53,20 @@ Code TakeOver(int from, const struct stat& entry, int to) {
   return code == kSuccess && futimens(to, times) != 0 ? CodeOf(errno) : code;
 }
 
+// What the path leads to, unless it is none that may hold the folders of runs.
+Code OpenPlace(const posix::HostPath& place, Descriptor* found, bool* isOwn) {
+  found->Reset(place.Open(O_PATH | O_NOFOLLOW));
+  struct stat entry {};
+  if (found->Get() < 0 || fstat(found->Get(), &entry) != 0) {
+    return CodeOf(errno);
+  }
+  if (!S_ISDIR(entry.st_mode)) {
+    return S_ISLNK(entry.st_mode) ? kIsLink : platform::kDirectory;
+  }
+  *isOwn = entry.st_uid == geteuid();
+  return *isOwn || entry.st_uid == 0 ? kSuccess : kForeignPlace;
+}
+
 }  // namespace
 
 struct PrivateFolder::State {
@@ -90,23 +104,36 @@ Code PrivateFolder::MakePlace(cvn::StringView place) {
       return posix::Fail(CodeOf(errno));
     }
   }
-  const Descriptor found(host.Open(O_PATH | O_NOFOLLOW));
-  struct stat entry {};
-  if (found.Get() < 0 || fstat(found.Get(), &entry) != 0) {
-    return posix::Fail(CodeOf(errno));
-  }
-  if (!S_ISDIR(entry.st_mode)) {
-    return posix::Fail(S_ISLNK(entry.st_mode) ? kIsLink : platform::kDirectory);
-  }
-  if (entry.st_uid != geteuid() && entry.st_uid != 0) {
-    return posix::Fail(kForeignPlace);
+  Descriptor found;
+  bool isOwn = false;
+  if (const Code judged = OpenPlace(host, &found, &isOwn); judged != kSuccess) {
+    return posix::Fail(judged);
   }
   const Descriptor folder(isOpenToOthers ? -1
                                          : posix::OpenFound(found.Get(), O_RDONLY | O_DIRECTORY));
-  if (folder.Get() >= 0 && entry.st_uid == geteuid()) {
+  if (folder.Get() >= 0 && isOwn) {
     fchmod(folder.Get(), kOwnersMode);  // what came of it is looked at by Make
   }
   return kSuccess;
+}
+
+Code PrivateFolder::CheckPlace(cvn::StringView place) {
+  posix::HostPath host;
+  const Code code = posix::Resolve(place, &host);
+  if (code == kSuccess) {
+    Descriptor found;
+    bool isOwn = false;
+    if (const Code judged = OpenPlace(host, &found, &isOwn); judged != kSuccess) {
+      return judged;
+    }
+  } else if (code != kFileNotFound) {
+    return code;
+  }
+  // Where others can put something in the way, the files go to the host.
+  const bool isUsed = !posix::CanOthersRedirect(host.spelling);
+  const char* written = code == kSuccess ? host.At().name : ".";
+  return isUsed && faccessat(host.At().folder, written, W_OK | X_OK, 0) != 0 ? CodeOf(errno)
+                                                                             : kSuccess;
 }
 
 cvn::List<cvn::String> PrivateFolder::FindAbandoned(cvn::StringView place) {
