@@ -14,6 +14,7 @@ import contextlib
 import dataclasses
 import fcntl
 import fnmatch
+import json
 import os
 import pathlib
 import random
@@ -26,12 +27,16 @@ import threading
 import time
 from typing import Callable
 
+import jsonschema
+
 import expectations
 import run
 import spooled_events
 import world
 from world import INSTALL, expect
 
+VERIFICATION = jsonschema.Draft7Validator(json.loads(
+    (pathlib.Path(__file__).resolve().parents[2] / 'docs' / 'verify.schema.json').read_text()))
 NOBODY = 65534
 SERVICE = pathlib.PurePath('Update Service')
 # Runs until the file 'go' is there, and tells by the file 'started' that it does.
@@ -49,6 +54,7 @@ class Ended:
     trace: list
     events: list
     expected_code: Callable[[int], int]  # what such an exit code is seen as
+    foretold: dict = None  # what 'tlx verify' said of it
 
 
 def refused_serial(program):
@@ -95,6 +101,7 @@ class Run:
         self.place = folder / 'patch'
         self.place.mkdir()
         self.patch = self.place / 'fix.tlx'
+        self.has_company = False  # something else changes these folders
 
     def take_machine(self, machine):
         return shutil.copytree(machine, self.folder / 'machine')
@@ -152,11 +159,29 @@ class Run:
                      self.events(), self.expected_code)
 
     def ended(self, *options, before=(), **how):
-        return self.finish(self.start([*before, *self.command(*options)], **how))
+        foretold = self.foretell()
+        ended = self.finish(self.start([*before, *self.command(*options)], **how))
+        return dataclasses.replace(ended, foretold=foretold)
+
+    def foretell(self):
+        """What 'tlx verify' says of the run to come. It changes nothing."""
+        before = snapshot(self.folder)
+        tool = subprocess.run([self.gates.tlx, 'verify', self.patch, '--machine', self.machine,
+                               '--json'], capture_output=True, check=False)
+        said = json.loads(tool.stdout)
+        VERIFICATION.validate(said)
+        expect(snapshot(self.folder) == before or self.has_company, 'tlx verify changed something')
+        expect(tool.returncode == (0 if said['starts'] else 1), f'tlx verify: {tool}')
+        return said
 
     def protected(self):
         folder = self.install / 'customPatches'
         return sorted(folder.iterdir()) if folder.is_dir() else []
+
+
+def snapshot(folder):
+    return {path: (entry.st_mode, entry.st_size, entry.st_mtime_ns)
+            for path in folder.rglob('*') for entry in [path.lstat()]}
 
 
 class WindowsRun(Run):
@@ -184,6 +209,9 @@ class WindowsRun(Run):
         process.code_file = code_file
         return process
 
+    def foretell(self):
+        return None
+
     def exit_code(self, process, stderr):
         return self.gates.windows.told_code(process.code_file, stderr)
 
@@ -195,9 +223,20 @@ def check_events(ended, *end):
                                [spooled_events.tell(event) for event in ended.events], 'events')
 
 
+def check_foretold(ended, exit_code):
+    """'tlx verify' told the end of the run, but for what depends on who starts it."""
+    if ended.foretold is None or exit_code in (5, 127, 1293):
+        return None
+    said = (ended.foretold['exitCode'],
+            [f'{event["event"]} {event["reason"]}' for event in ended.foretold['events']])
+    true = (max(exit_code, 0), [' '.join(spooled_events.tell(event).split()[::2])
+                                for event in ended.events] if exit_code > 0 else [])
+    return None if said == true else f'tlx verify told {said}, and it was {true}'
+
+
 def check(ended, exit_code, stderr=(), trace=(), stdout=(), critical=None, reason=None):
     """Looks at a run that had its machine for itself."""
-    faults = [check_events(ended, exit_code, critical, reason)]
+    faults = [check_events(ended, exit_code, critical, reason), check_foretold(ended, exit_code)]
     if ended.exit_code != ended.expected_code(exit_code):
         faults.append(f'the exit code is {ended.exit_code}, not {exit_code}')
     faults.append(expectations.differ(list(stderr), ended.stderr, 'standard error'))
@@ -697,12 +736,14 @@ def wait_for(path):
 
 def expect_busy(this, ended, which):
     expect((ended.exit_code, ended.stderr) == (this.expected_code(1618), BUSY), f'{which}: {ended}')
+    expect(ended.foretold is None or ended.foretold['exitCode'] == 1618, f'{which}: {ended}')
 
 
 def guard(this):
     this.external(body=WAIT)
     first = this.start()
     wait_for(this.folder / 'started')
+    this.has_company = True
     second = this.ended()
     expect_busy(this, second, 'the second')
     fault = check_events(second, 1618, 1618)
@@ -747,7 +788,17 @@ def many_starts(this, count=50):
     expect(codes == wanted, f'exactly one should have been first: {codes}')
 
 
+def foretold_with_log(this):
+    """The file of a script's attribute 'log' is opened by the load."""
+    log = this.folder / 'log.txt'
+    this.external(start=f'<script log="{world.host_to_drive(log)}">')
+    expect(this.foretell()['starts'], 'it would start')
+    check(this.ended(), -3, trace=['set trace file: *'])
+    expect(log.exists(), 'the run opens it')
+
+
 def guard_rows():
+    yield 'verify/script-with-log', foretold_with_log
     yield 'guard/held-by-who-runs', guard
     yield 'guard/held-to-the-last-word', held_to_the_last_word
     yield 'guard/many-starts', many_starts
@@ -775,6 +826,7 @@ def swapped(this, rounds=15):
                     file.write(word)
 
     swapper = threading.Thread(target=swap)
+    this.has_company = True
     swapper.start()
     try:
         for _ in range(rounds):

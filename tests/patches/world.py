@@ -129,9 +129,10 @@ class World:
         shutil.rmtree(folder / SPOOL.parent, ignore_errors=True)
         return folder
 
-    def pack(self, patch, body, kind='external', created=None):
+    def pack(self, patch, body, kind='external', created=None, start='<script>'):
         script = patch.with_suffix('.xml')
         text = _SCRIPT.format(kind=kind, created=created or int(time.time()), body=body)
+        text = text.replace('<script>', start)
         script.write_text(text, encoding='utf-8')
         self.tool('pack', '--force', '--key', self.key, '--in', script, '--out', patch)
         script.unlink()

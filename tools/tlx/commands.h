@@ -16,5 +16,6 @@ extern const CommandSpec kPackCommand;
 extern const CommandSpec kReferenceCommand;
 extern const CommandSpec kSchemaCommand;
 extern const CommandSpec kUnpackCommand;
+extern const CommandSpec kVerifyCommand;
 
 }  // namespace tlx

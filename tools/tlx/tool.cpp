@@ -14,9 +14,9 @@ using platform::streams::Output;
 using platform::streams::WriteLine;
 
 const CommandSpec* const kCommands[] = {
-    &kKeygenCommand, &kLintCommand,      &kGraphCommand,         &kPackCommand,
-    &kUnpackCommand, &kCatalogCommand,   &kMachineCreateCommand, &kMachineShowCommand,
-    &kEventsCommand, &kReferenceCommand, &kSchemaCommand};
+    &kKeygenCommand,      &kLintCommand,    &kGraphCommand,     &kPackCommand,
+    &kUnpackCommand,      &kCatalogCommand, &kVerifyCommand,    &kMachineCreateCommand,
+    &kMachineShowCommand, &kEventsCommand,  &kReferenceCommand, &kSchemaCommand};
 
 bool IsHelp(cvn::StringView argument) { return argument == u"--help" || argument == u"-h"; }
 

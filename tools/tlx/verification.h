@@ -1,0 +1,40 @@
+// What 'tlx verify' found out of a patch, and how it tells that.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "launcher/examination.h"
+#include "launcher/patch_metadata.h"
+#include "support/containers.h"
+#include "support/string.h"
+
+namespace tlx {
+
+struct Verification {
+  cvn::String patch;  // its full path
+  tessel::Examination examination;
+  std::optional<tessel::PatchMetaData> header;  // once the patch was deciphered
+  std::optional<std::int64_t> expiresAt;        // in seconds since 1970 UTC, once it is known
+  std::int32_t exitCode = 0;                    // of a run, unless its script is started
+  std::string reason;                           // of that end, in the report on the run
+  bool raisesEvents = false;                    // whether a run would report that
+  // What keeps the script from being started: sentences, the gravest first.
+  cvn::List<cvn::String> obstacles;
+
+  bool Starts() const { return exitCode == 0; }
+};
+
+// For people, in lines.
+cvn::List<cvn::String> DescribeVerification(const Verification& verification);
+// As docs/verify.schema.json describes it, with a line feed at its end.
+std::string VerificationJson(const Verification& verification);
+
+// A moment in UTC as RFC 3339 writes it: "2026-01-31T08:00:00Z".
+cvn::String UtcText(std::int64_t seconds);
+
+// What the outputs call the state of a listed file.
+cvn::StringView NameOf(tessel::FileState state);
+
+}  // namespace tlx
