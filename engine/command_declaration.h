@@ -150,6 +150,29 @@ constexpr AttributeDescription Handle(cvn::StringView name, Presence presence,
   return internal::OfText<kMember>(AttributeForm::Handle, name, presence, meaning);
 }
 
+// A handle that has to hold something, and one that the command gives something to.
+template <auto kMember>
+constexpr AttributeDescription HeldHandle(cvn::StringView name, HandleKinds kinds,
+                                          cvn::StringView meaning) {
+  AttributeDescription attribute = Handle<kMember>(name, Presence::NonEmpty, meaning);
+  attribute.neededKinds = kinds;
+  return attribute;
+}
+
+template <auto kMember>
+constexpr AttributeDescription GivenHandle(cvn::StringView name, HandleKinds kinds,
+                                           cvn::StringView meaning) {
+  AttributeDescription attribute = Handle<kMember>(name, Presence::NonEmpty, meaning);
+  attribute.givenKinds = kinds;
+  return attribute;
+}
+
+// The attribute, whose literal values the checker of scripts shows to `judge`.
+constexpr AttributeDescription Judged(AttributeDescription attribute, LiteralJudge judge) {
+  attribute.judge = judge;
+  return attribute;
+}
+
 // A decimal number of 32 bits: junk counts as 0, a number out of range saturates.
 template <auto kMember>
 constexpr AttributeDescription Number(cvn::StringView name, Presence presence,

@@ -3,6 +3,7 @@
 // made from it.
 #pragma once
 
+#include <cstdint>
 #include <span>
 
 #include "support/string.h"
@@ -37,6 +38,17 @@ struct AttributeDescription;
 using AttributeLoader = bool (*)(const AttributeDescription& attribute, cvn::StringView value,
                                  FunctionBase* command);
 
+// What is wrong with a value that no run can change, as a phrase behind the attribute's name; empty
+// when nothing is. For the checker of scripts: the engine takes any value, and the command fails.
+using LiteralJudge = cvn::StringView (*)(cvn::StringView value);
+
+// Kinds of what a handle holds, as a set.
+using HandleKinds = std::uint8_t;
+inline constexpr HandleKinds kXmlDocumentKind = 1;
+inline constexpr HandleKinds kXmlElementKind = 2;
+inline constexpr HandleKinds kJsonDocumentKind = 4;
+inline constexpr HandleKinds kJsonElementKind = 8;
+
 struct AttributeDescription {
   cvn::StringView name;
   AttributeForm form;
@@ -49,6 +61,11 @@ struct AttributeDescription {
   cvn::StringView othersCountAs = {};  // empty for no text
   // Null for an attribute that the engine takes from the element: a loop's, or the target of goto.
   AttributeLoader load = nullptr;
+  LiteralJudge judge = nullptr;
+  // Of a Handle: the command fails when it holds none of these, and when it succeeds, holds one of
+  // those. Of one that is closed, neither.
+  HandleKinds neededKinds = 0;
+  HandleKinds givenKinds = 0;
 };
 
 // A text that a failed command leaves, for onerrorspec.

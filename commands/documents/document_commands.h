@@ -12,10 +12,11 @@ struct FunctionOnFile : FunctionRetError {
   cvn::String path;
 };
 
+template <HandleKinds kKind>
 inline constexpr AttributeDescription kOpenAttributes[] = {
     Expanded<&FunctionOnFile::path>(u"path", Presence::NonEmpty, u"The file to read."),
-    Handle<&FunctionOnFile::handle>(
-        u"handle", Presence::NonEmpty,
+    GivenHandle<&FunctionOnFile::handle>(
+        u"handle", kKind,
         u"The name to open it under. A document that the name holds already is closed."),
 };
 
@@ -38,9 +39,9 @@ inline constexpr cvn::StringView kCloseNotes =
     u"All handles into a document end with it. A handle into one only loses its name.";
 
 // The handle that a command gives an element of a document.
-template <typename Class>
-inline constexpr AttributeDescription kElementHandle = Handle<&Class::destHandle>(
-    u"destHandle", Presence::NonEmpty,
+template <typename Class, HandleKinds kKind>
+inline constexpr AttributeDescription kElementHandle = GivenHandle<&Class::destHandle>(
+    u"destHandle", kKind,
     u"The name to keep it under; that of `handle` too, unless it is the document's own.");
 
 }  // namespace tessel

@@ -93,7 +93,7 @@ constexpr FailureDescription kOpenFailures[] = {
 
 constexpr CommandDescription kJsonOpen = {
     .purpose = u"Opens a JSON file.",
-    .attributes = kOpenAttributes,
+    .attributes = kOpenAttributes<kJsonDocumentKind>,
     .failures = kOpenFailures,
 };
 
@@ -115,8 +115,8 @@ void FunctionJsonSave::Execute() {
 }
 
 constexpr AttributeDescription kSaveAttributes[] = {
-    Handle<&FunctionOnFile::handle>(u"handle", Presence::NonEmpty,
-                                    u"The document, or a value in one."),
+    HeldHandle<&FunctionOnFile::handle>(u"handle", kJsonDocumentKind | kJsonElementKind,
+                                        u"The document, or a value in one."),
     kSavedFile,
 };
 
@@ -150,12 +150,25 @@ struct FunctionOnJson : FunctionRetError {
   cvn::String path;
 };
 
-constexpr AttributeDescription kHandle = Handle<&FunctionOnJson::handle>(
-    u"handle", Presence::NonEmpty, u"The document, or a value in one.");
+constexpr AttributeDescription kHandle = HeldHandle<&FunctionOnJson::handle>(
+    u"handle", kJsonDocumentKind | kJsonElementKind, u"The document, or a value in one.");
 
-constexpr AttributeDescription kPlace = Expanded<&FunctionOnJson::path>(
-    u"path", Presence::Required,
-    u"The path to the value, such as `users/list[0]name`. Empty for the value of the handle.");
+cvn::StringView JudgePath(cvn::StringView value) {
+  return IsJsonPath(cvn::WideToUtf8(value)) ? cvn::StringView()
+                                            : u"isn't a path that leads anywhere";
+}
+
+cvn::StringView JudgeText(cvn::StringView value) {
+  Json::Value parsed;
+  return ParseJson(cvn::WideToUtf8(value), JsonComments::Drop, &parsed) ? cvn::StringView()
+                                                                        : u"isn't JSON";
+}
+
+constexpr AttributeDescription kPlace = Judged(
+    Expanded<&FunctionOnJson::path>(
+        u"path", Presence::Required,
+        u"The path to the value, such as `users/list[0]name`. Empty for the value of the handle."),
+    JudgePath);
 
 constexpr FailureDescription kNoHandle = {
     u"1168", u"there is no such handle, or its value or document is gone"};
@@ -354,10 +367,11 @@ void FunctionJsonGetElement::Execute() {
 
 constexpr AttributeDescription kGetElementAttributes[] = {
     kHandle,
-    Expanded<&FunctionOnJson::path>(
-        u"path", Presence::NonEmpty,
-        u"The path to the value, such as `users/list[0]name`; with `begin`, to the array."),
-    kElementHandle<FunctionJsonGetElement>,
+    Judged(Expanded<&FunctionOnJson::path>(
+               u"path", Presence::NonEmpty,
+               u"The path to the value, such as `users/list[0]name`; with `begin`, to the array."),
+           JudgePath),
+    kElementHandle<FunctionJsonGetElement, kJsonElementKind>,
     OptionalChoice<&FunctionJsonGetElement::step, kSteps>(
         u"enumStep",
         u"Walks an array: `begin` takes its first element, `next` the one that follows, and then "
@@ -409,7 +423,9 @@ void FunctionJsonAddChild::Execute() {
 constexpr AttributeDescription kAddChildAttributes[] = {
     kHandle,
     kPlace,
-    Expanded<&FunctionJsonAddChild::data>(u"data", Presence::NonEmpty, u"The new value, as JSON."),
+    Judged(Expanded<&FunctionJsonAddChild::data>(u"data", Presence::NonEmpty,
+                                                 u"The new value, as JSON."),
+           JudgeText),
 };
 
 constexpr FailureDescription kAddChildFailures[] = {
@@ -445,11 +461,25 @@ void FunctionJsonRemoveChild::Execute() {
   ReportCode(code);
 }
 
+cvn::StringView JudgeRemoval(cvn::StringView value) {
+  const std::size_t slash = value.rfind(u'/');
+  if (slash == cvn::StringView::npos) {
+    return u"looks for a member in the member of the same name; with '/' in front, for the member";
+  }
+  const std::size_t bracket = value.find(u'[', slash);
+  if (bracket != cvn::StringView::npos && bracket > slash + 1) {
+    return u"removes no element of an array; the index follows a '/'";
+  }
+  return JudgePath(value.substr(0, slash));
+}
+
 constexpr AttributeDescription kRemoveChildAttributes[] = {
     kHandle,
-    Expanded<&FunctionOnJson::path>(
-        u"path", Presence::NonEmpty,
-        u"The path to the member, or to the element of an array: `/name`, `users/name`, `list/2`."),
+    Judged(Expanded<&FunctionOnJson::path>(
+               u"path", Presence::NonEmpty,
+               u"The path to the member, or to the element of an array: `/name`, `users/name`, "
+               u"`list/2`."),
+           JudgeRemoval),
 };
 
 constexpr FailureDescription kRemoveChildFailures[] = {kNoHandle};

@@ -139,6 +139,17 @@ void JsonDocument::Forget(const JsonRoute& route, bool itself) {
   }
 }
 
+bool IsJsonPath(std::string_view path) {
+  path.remove_prefix(path.find_first_of(kSeparators) == 0 ? 1 : 0);
+  Segment segment;
+  while (!path.empty()) {
+    if (!TakeSegment(&path, &segment)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 bool WalkJson(std::string_view path, bool create, JsonPlace* place) {
   if (place->value == nullptr) {
     return false;
@@ -146,9 +157,7 @@ bool WalkJson(std::string_view path, bool create, JsonPlace* place) {
   if (path.empty()) {
     return true;
   }
-  if (kSeparators.find(path[0]) != std::string_view::npos) {
-    path.remove_prefix(1);
-  }
+  path.remove_prefix(path.find_first_of(kSeparators) == 0 ? 1 : 0);
   if (create && !MayCreate(path, *place)) {
     return false;
   }

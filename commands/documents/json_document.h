@@ -78,6 +78,9 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
 // changed but what was created on the way.
 bool WalkJson(std::string_view path, bool create, JsonPlace* place);
 
+// Whether a walk along `path` can succeed in some document.
+bool IsJsonPath(std::string_view path);
+
 // Removes the member or the element at `path`, whose last part stands behind a slash; nothing when
 // there is none.
 void RemoveJson(std::string_view path, JsonPlace* place);

@@ -73,7 +73,7 @@ constexpr FailureDescription kOpenFailures[] = {
 
 constexpr CommandDescription kXmlOpen = {
     .purpose = u"Opens an XML file.",
-    .attributes = kOpenAttributes,
+    .attributes = kOpenAttributes<kXmlDocumentKind>,
     .failures = kOpenFailures,
     .notes =
         u"The file is in UTF-8, or in UTF-16 with a byte-order mark, whatever its declaration "
@@ -97,8 +97,8 @@ void FunctionXmlSave::Execute() {
 }
 
 constexpr AttributeDescription kSaveAttributes[] = {
-    Handle<&FunctionOnFile::handle>(u"handle", Presence::NonEmpty,
-                                    u"The document. An element can't be saved by itself."),
+    HeldHandle<&FunctionOnFile::handle>(u"handle", kXmlDocumentKind,
+                                        u"The document. An element can't be saved by itself."),
     kSavedFile,
 };
 
@@ -141,12 +141,35 @@ struct FunctionOnXml : FunctionRetError {
   cvn::String xpath;
 };
 
-constexpr AttributeDescription kHandle = Handle<&FunctionOnXml::handle>(
-    u"handle", Presence::NonEmpty, u"The document, or an element in one.");
+constexpr AttributeDescription kHandle = HeldHandle<&FunctionOnXml::handle>(
+    u"handle", kXmlDocumentKind | kXmlElementKind, u"The document, or an element in one.");
 
-// What is found, and what it means to a command.
+cvn::StringView JudgeXPath(cvn::StringView value) {
+  return KindOfXPath(cvn::WideToUtf8(value)) == XPathKind::Invalid ? u"isn't valid XPath"
+                                                                   : cvn::StringView();
+}
+
+cvn::StringView JudgePath(cvn::StringView value) {
+  switch (value.empty() ? XPathKind::Nodes : KindOfXPath(cvn::WideToUtf8(value))) {
+    case XPathKind::Invalid:
+      return u"isn't valid XPath";
+    case XPathKind::Value:
+      return u"is an expression that leads to no element";
+    case XPathKind::Nodes:
+      break;
+  }
+  return {};
+}
+
+cvn::StringView JudgeFragment(cvn::StringView value) {
+  TiXmlDocument parsed;
+  return CCVNTinyXml::ParseElement(value, &parsed) == nullptr ? u"isn't an element in XML"
+                                                              : cvn::StringView();
+}
+
+// The place of what a command finds, and what that means to it.
 constexpr AttributeDescription XPath(cvn::StringView meaning) {
-  return Expanded<&FunctionOnXml::xpath>(u"xpath", Presence::NonEmpty, meaning);
+  return Judged(Expanded<&FunctionOnXml::xpath>(u"xpath", Presence::NonEmpty, meaning), JudgePath);
 }
 
 constexpr FailureDescription kNoHandle = {
@@ -176,7 +199,8 @@ void FunctionXmlGetValue::Execute() {
 
 constexpr AttributeDescription kGetValueAttributes[] = {
     kHandle,
-    XPath(u"Any expression of XPath 1.0: a path, or a function such as `count()`."),
+    Judged(XPath(u"Any expression of XPath 1.0: a path, or a function such as `count()`."),
+           JudgeXPath),
     Variable<&FunctionXmlGetValue::var>(u"var", Presence::Required,
                                         u"Receives the result as text."),
 };
@@ -318,7 +342,7 @@ constexpr AttributeDescription kGetElementAttributes[] = {
     kHandle,
     XPath(u"The path to the element. When nothing is left of it after the references are replaced, "
           u"the element of the handle."),
-    kElementHandle<FunctionXmlGetElement>,
+    kElementHandle<FunctionXmlGetElement, kXmlElementKind>,
 };
 
 constexpr FailureDescription kGetElementFailures[] = {
@@ -390,20 +414,24 @@ std::uint32_t FunctionXmlAddChild::AddChild(const cvn::String& xml, const std::s
 constexpr AttributeDescription kAddChildAttributes[] = {
     kHandle,
     XPath(u"The element to add it to."),
-    Expanded<&FunctionXmlAddChild::data>(
-        u"data", Presence::NonEmpty,
-        u"The new element, as XML. Only the first element of the text counts."),
+    Judged(Expanded<&FunctionXmlAddChild::data>(
+               u"data", Presence::NonEmpty,
+               u"The new element, as XML. Only the first element of the text counts."),
+           JudgeFragment),
     Expanded<&FunctionXmlAddChild::cdata>(
         u"cdata", Presence::Optional,
         u"A text for a CDATA section at the new element's end. Empty for none."),
-    Expanded<&FunctionXmlAddChild::insertBefore>(
-        u"insert_before", Presence::Optional,
-        u"The path of the child to put it in front of, seen from the same place as `xpath`. Empty "
-        u"for none."),
-    Expanded<&FunctionXmlAddChild::insertAfter>(
-        u"insert_after", Presence::Optional,
-        u"The path of the child to put it behind, seen from the same place as `xpath`. Empty for "
-        u"none; `insert_before` goes first."),
+    Judged(Expanded<&FunctionXmlAddChild::insertBefore>(
+               u"insert_before", Presence::Optional,
+               u"The path of the child to put it in front of, seen from the same place as `xpath`. "
+               u"Empty for none."),
+           JudgePath),
+    Judged(
+        Expanded<&FunctionXmlAddChild::insertAfter>(
+            u"insert_after", Presence::Optional,
+            u"The path of the child to put it behind, seen from the same place as `xpath`. Empty "
+            u"for none; `insert_before` goes first."),
+        JudgePath),
 };
 
 constexpr FailureDescription kAddChildFailures[] = {

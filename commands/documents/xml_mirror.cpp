@@ -170,6 +170,14 @@ struct XPathMirror::Copy {
   std::unordered_map<const pugi::xml_node_struct*, TiXmlElement*> added;
 };
 
+XPathKind KindOfXPath(const std::string& xpath) {
+  const pugi::xpath_query* query = Query(xpath);
+  if (query == nullptr) {
+    return XPathKind::Invalid;
+  }
+  return query->return_type() == pugi::xpath_type_node_set ? XPathKind::Nodes : XPathKind::Value;
+}
+
 XPathMirror::XPathMirror(TiXmlDocument* document) : document_(document) {}
 XPathMirror::~XPathMirror() = default;
 

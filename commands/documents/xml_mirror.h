@@ -22,6 +22,13 @@ struct XPathMatch {
   std::string attribute;
 };
 
+enum class XPathKind {
+  Invalid,
+  Nodes,  // a path, which may lead to elements or attributes
+  Value,  // a text, a number or a yes or no
+};
+XPathKind KindOfXPath(const std::string& xpath);
+
 // Answers XPath 1.0 expressions over one document, by a copy of it in the library that evaluates
 // them. The copy is made by the first question; changes of the document are reported to it, so that
 // it stays the same. Uses the user data of the document's elements.

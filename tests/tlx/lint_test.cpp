@@ -85,13 +85,15 @@ TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
         "4:1: warning: an empty 'onerror' takes no error",
         "4:10: warning: 'onerror' has no attribute 'err'",
         "4:19: warning: a text in 'fileCreate' is ignored"}},
-      {"<xmlAddChild handle='h' xpath='x'><data>a</data><data>b</data></xmlAddChild>\n"
-       "<xmlAddChild handle='h' xpath='x' data='a'><data>b</data></xmlAddChild>\n"
+      {"<xmlOpen path='p' handle='h'/>\n"
+       "<xmlAddChild handle='h' xpath='x'><data>%a</data><data>b</data></xmlAddChild>\n"
+       "<xmlAddChild handle='h' xpath='x' data='&lt;a/>'><data>b</data></xmlAddChild>\n"
        "<xmlAddChild handle='h' xpath='x'><data><!-- c -->b</data></xmlAddChild><exit/>",
-       {"2:49: warning: only the first 'data' of a command counts",
-        "3:44: warning: the attribute 'data' counts, and not this element",
-        "4:35: error: 'xmlAddChild': attribute 'data' is empty",
-        "4:35: warning: 'data' counts as empty, since it doesn't begin with a text"}},
+       {"3:35: warning: attribute 'data' is '%a', which isn't an element in XML",
+        "3:50: warning: only the first 'data' of a command counts",
+        "4:50: warning: the attribute 'data' counts, and not this element",
+        "5:35: error: 'xmlAddChild': attribute 'data' is empty",
+        "5:35: warning: 'data' counts as empty, since it doesn't begin with a text"}},
       // Attributes.
       {"<sleep Milisec='1'/><assign var=''/><exit/>",
        {"2:1: error: 'sleep': attribute 'milisec' is missing",
@@ -117,22 +119,44 @@ TEST(LintTest, TellsOfWhatIsRefusedOrPassedOver) {
         "2:19: warning: no run comes to this 'exit'",
         "2:58: warning: 'code' is '7x', which counts as 7"}},
       {"<fileCopySingle src='a' dest='b' failIfExists='0' diffLWTOnly='yes'/><trace std='Out'/>"
-       "\n<jsonGetElement handle='h' path='p' destHandle='e' enumStep='Next'/>"
+       "<jsonOpen path='p' handle='h'/>\n<jsonGetElement handle='h' path='p' destHandle='e' "
+       "enumStep='Next'/>"
        "<exit xml:space='default'/>",
        {"2:51: warning: attribute 'diffLWTOnly' is 'yes', neither 'true' nor 'false'; it counts as "
         "false",
         "2:77: warning: attribute 'std' is 'Out', none of 'out', 'err'; it counts as ''",
         "3:52: warning: attribute 'enumStep' is 'Next', none of 'begin', 'next'; it counts as "
         "'next'"}},
-      {"<jsonForEach handle='h' path='p' destHandle='e'><for var='v' value='x' delim='%d%'>"
+      {"<jsonOpen path='p' handle='h'/>\n"
+       "<jsonForEach handle='h' path='p' destHandle='e'><for var='v' value='x' delim='%d%'>"
        "<jsonForEach handle='h' path='p' destHandle='f' step='x'/></for></jsonForEach>\n"
-       "<for var='v' value=''/><exit/>",
-       {"2:72: warning: '%d%' is not replaced: attribute 'delim' is used as written",
-        ("2:84: warning: a 'jsonForEach' in another takes its place in the array away: the outer "
+       "<for var='v' value=''/><for var='v' value=';%x%' delim=',;'/><exit/>",
+       {"3:72: warning: '%d%' is not replaced: attribute 'delim' is used as written",
+        ("3:84: warning: a 'jsonForEach' in another takes its place in the array away: the outer "
          "one doesn't go on where it was"),
-        "2:132: warning: 'jsonForEach' has no attribute 'step'",
-        "3:1: error: 'for': attribute 'delim' is missing",
-        "3:14: error: 'for': attribute 'value' is empty"}},
+        "3:132: warning: 'jsonForEach' has no attribute 'step'",
+        "4:1: error: 'for': attribute 'delim' is missing",
+        "4:14: error: 'for': attribute 'value' is empty",
+        ("4:37: warning: the text begins with a separator, which ends the loop before its first "
+         "round")}},
+      // Literals, which the libraries judge.
+      {"<xmlOpen path='p' handle='h'/><jsonOpen path='p' handle='j'/>\n"
+       "<xmlGetValue handle='h' xpath='x[' var='v'/><xmlGetValue handle='h' xpath='1' var='v'/>\n"
+       "<xmlSetValue handle='h' xpath='count(x)' value=''/><xmlSetValue handle='h' xpath='x[%i%'"
+       " value=''/>\n<xmlForEach handle='h' xpath='x' step='y(' destHandle='e'/>\n"
+       "<jsonAddChild handle='j' path='a[0]/b' data='{'/><jsonRemoveChild handle='j' path='a'/>\n"
+       "<jsonRemoveChild handle='j' path='a/b[1]'/><jsonRemoveChild handle='j' path='a/[1]'/>"
+       "<exit/>",
+       {"3:25: warning: attribute 'xpath' is 'x[', which isn't valid XPath",
+        ("4:25: warning: attribute 'xpath' is 'count(x)', which is an expression that leads to no "
+         "element"),
+        "5:34: warning: attribute 'step' is 'y(', which isn't valid XPath",
+        "6:26: warning: attribute 'path' is 'a[0]/b', which isn't a path that leads anywhere",
+        "6:40: warning: attribute 'data' is '{', which isn't JSON",
+        ("6:78: warning: attribute 'path' is 'a', which looks for a member in the member of the "
+         "same name; with '/' in front, for the member"),
+        ("7:29: warning: attribute 'path' is 'a/b[1]', which removes no element of an array; the "
+         "index follows a '/'")}},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(Lint(row.body), row.expected) << row.body;
@@ -195,7 +219,20 @@ TEST(LintTest, FollowsTheFlow) {
       // Those over documents run in full once.
       {"<trace id='a'/>" + loop + "<trace/>" + end +
            "<fileExists path='x'><onTrue><goto target='a'/></onTrue></fileExists><exit/>",
-       {"2:16: again"}},
+       {"2:16: again",
+        "2:28: 'xmlForEach' fails with the handle 'h': nothing is open under it here"}},
+      // Handles: some run has a document, one fails on purpose, and no run has one of that kind.
+      {"<xmlOpen path='p' handle='h'><onerror><jsonOpen path='p' handle='h'/></onerror></xmlOpen>"
+       "<xmlSave path='p' handle='h'/><jsonSave path='p' handle='h'/><xmlClose handle='h'/>"
+       "<xmlSave path='p' handle='h'><onerror><trace/></onerror></xmlSave>\n"
+       "<xmlSave path='p' handle='h'/><exit/>",
+       {"3:19: 'xmlSave' fails with the handle 'h': nothing is open under it here"}},
+      {"<xmlOpen path='p' handle='h'/><jsonSave path='p' handle='h'/>\n"
+       "<xmlGetElement handle='h' xpath='x' destHandle='e'/><xmlSave path='p' handle='e'/>\n"
+       "<jsonOpen path='p' handle='j'/><xmlSetValue handle='j' xpath='x' value=''/><exit/>",
+       {"2:50: 'jsonSave' fails with the handle 'h': it is one of XML here",
+        "3:71: 'xmlSave' fails with the handle 'e': it holds an element here, and no document",
+        "4:45: 'xmlSetValue' fails with the handle 'j': it is one of JSON here"}},
       // Nothing is told of the flow while a jump leads nowhere.
       {"<goto target=''/><goto target='typo'/><trace id='a'/>",
        {"2:7: a 'goto' without a target ends the run with -1", "2:24: there is no label 'typo'"}},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/variable_store.h"
 #include "support/format.h"
 #include "support/numbers.h"
 #include "support/utf.h"
@@ -115,6 +116,27 @@ void WarnOfValue(const TiXmlBase& where, const AttributeDescription& attribute,
   }
 }
 
+}  // namespace
+
+void JudgeLiteral(const TiXmlBase& where, cvn::StringView name, const cvn::String& value,
+                  tessel::LiteralJudge judge, Findings* findings) {
+  constexpr std::size_t kMostShown = 100;
+  if (judge == nullptr || !FindReference(value).empty()) {
+    return;
+  }
+  tessel::ObjectStore arrays;
+  tessel::VariableStore none(&arrays);
+  const cvn::String literal = tessel::ExpandVariables(value, &none);
+  const cvn::StringView shown = literal;
+  if (const cvn::StringView fault = judge(literal); !fault.empty()) {
+    findings->Warn(
+        where, cvn::Format(u"attribute '%s' is '%s'%s, which %s", name, shown.substr(0, kMostShown),
+                           shown.size() > kMostShown ? u"..." : u"", fault));
+  }
+}
+
+namespace {
+
 void WarnOfUnknown(const TiXmlElement& element, const CommandDescription& description,
                    Findings* findings) {
   cvn::List<cvn::StringView> known = {u"id"};
@@ -182,6 +204,7 @@ void JudgeAttributes(const TiXmlElement& element, const CommandDescription& desc
       TellFault(element, attribute, value == nullptr ? cvn::String() : *value, fault, findings);
     } else if (value != nullptr) {
       WarnOfValue(PlaceOf(element, attribute), attribute, *value, findings);
+      JudgeLiteral(PlaceOf(element, attribute), attribute.name, *value, attribute.judge, findings);
     }
   }
   WarnOfUnknown(element, description, findings);

@@ -22,6 +22,10 @@ void JudgeAttributes(const TiXmlElement& element, const tessel::CommandDescripti
                      const tessel::AttributeMap& attributes, tessel::FunctionBase* command,
                      Findings* findings);
 
+// Shows a value that holds no reference to `judge`, which may be null, and warns of what is wrong.
+void JudgeLiteral(const TiXmlBase& where, cvn::StringView name, const cvn::String& value,
+                  tessel::LiteralJudge judge, Findings* findings);
+
 // Warns of a `value` that isn't a decimal number, or is one out of range; `counted` is what the
 // engine reads.
 void WarnOfNumber(const TiXmlBase& where, cvn::StringView name, cvn::StringView value,

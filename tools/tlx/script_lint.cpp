@@ -12,6 +12,7 @@
 #include "support/utf.h"
 #include "tools/tlx/attribute_lint.h"
 #include "tools/tlx/flow_cycles.h"
+#include "tools/tlx/handle_lint.h"
 #include "tools/tlx/header_lint.h"
 #include "tools/tlx/script_flow.h"
 #include "tools/tlx/spelling.h"
@@ -74,6 +75,7 @@ class ScriptLint {
   void CheckCommand(const FlowCommand& command);
   void RefuseUnknown(const FlowCommand& command);
   void Judge(const FlowCommand& command);
+  void JudgeLoop(const FlowCommand& loop);
   void CheckChildren(const FlowCommand& command);
   void CheckData(const FlowCommand& command, const TiXmlElement& data);
   void WarnOfIgnored(const FlowCommand& command, const TiXmlElement& child);
@@ -149,6 +151,39 @@ void ScriptLint::Judge(const FlowCommand& command) {
     tessel::AttributeMap attributes;
     tessel::CopyAttributes(element, &attributes);
     JudgeAttributes(element, *tessel::DescriptionOf(command.loop), attributes, nullptr, findings_);
+    JudgeLoop(command);
+  }
+}
+
+// What a loop hands over to the commands that stand for it.
+void ScriptLint::JudgeLoop(const FlowCommand& loop) {
+  constexpr struct {
+    LoopKind loop;
+    const char* name;
+    cvn::StringView command;
+    cvn::StringView attribute;
+  } kParts[] = {{LoopKind::XmlForEach, "xpath", u"xmlGetElement", u"xpath"},
+                {LoopKind::XmlForEach, "step", u"xmlGetElement", u"xpath"},
+                {LoopKind::JsonForEach, "path", u"jsonGetElement", u"path"}};
+  for (const auto& part : kParts) {
+    const tessel::CommandRecord* record =
+        part.loop == loop.loop ? tessel::FindCommand(part.command) : nullptr;
+    if (record == nullptr) {
+      continue;
+    }
+    const auto attributes = record->description->attributes;
+    const auto found =
+        std::ranges::find(attributes, part.attribute, &tessel::AttributeDescription::name);
+    JudgeLiteral(PlaceOf(*loop.element, part.name), cvn::Utf8ToWide(part.name),
+                 XmlAttributeText(*loop.element, part.name), found->judge, findings_);
+  }
+  const cvn::String value = XmlAttributeText(*loop.element, "value");
+  const cvn::String separators = XmlAttributeText(*loop.element, "delim");
+  if (loop.loop == LoopKind::For && !value.Empty() && value[0] != u'%' &&
+      separators.AsView().find(value[0]) != cvn::StringView::npos) {
+    findings_->Warn(
+        PlaceOf(*loop.element, "value"),
+        u"the text begins with a separator, which ends the loop before its first round");
   }
 }
 
@@ -348,6 +383,7 @@ void ScriptLint::CheckFlow() {
                       cvn::Format(u"no run comes to this '%s'", NameOf(*command.element)));
     }
   }
+  LintHandles(flow_, findings_);
   CheckEnd();
 }
 
