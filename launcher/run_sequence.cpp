@@ -104,6 +104,7 @@ class PatchRun {
 
   const platform::Code machineOpened_;
   LaunchSettings settings_;
+  cvn::String path_;  // of the patch
   RunFacts facts_;
   Admission admission_{settings_, &facts_, nullptr};
   bool passedGates_ = false;
@@ -161,6 +162,8 @@ std::int32_t PatchRun::ReadOptions(const cvn::List<cvn::String>& arguments) {
     platform::streams::WriteLine(Output::Error, u"Could not validate input parameters.");
     return kPatchInvalidArguments;
   }
+  path_ = platform::paths::OfCaller(Path());
+  settings_.patchFilePath = &path_;
   TraceLine(u"Input file used: %s", Path());
   facts_.reporter.SetScriptPath(Path());
   return 0;

@@ -52,6 +52,12 @@ cvn::String ModuleFileName();
 // As GetSystemDirectoryW, without a separator at the end: C:\Windows\System32 or the like.
 cvn::String SystemDirectory();
 
+// A path that the program's caller gave, in a form that names here what it names to the caller. On
+// Linux a path that begins with '/', or leads out of the machine by "..", is the host's, also when
+// the current directory lies on the machine or was removed: it gets the host's drive then. Any
+// other path stays as it is.
+cvn::String OfCaller(cvn::StringView path);
+
 // As GetCurrentDirectoryW, without a separator at the end unless it is a drive's root.
 cvn::String CurrentDirectory();
 

@@ -6,9 +6,10 @@
 
 namespace platform::posix {
 
-// Sees to it that no other account can write what this process and its children make, whatever
-// file mode creation mask the caller left, and gives the arguments of main as text. No byte of them
-// is lost: a path among them opens the file that it names.
+// Opens the standard streams that the caller closed on the null device. Sees to it that no other
+// account can write what this process and its children make, whatever file mode creation mask the
+// caller left. Gives the arguments of main as text; no byte of them is lost: a path among them
+// opens the file that it names.
 cvn::List<cvn::String> StartProgram(int argc, char** argv);
 
 }  // namespace platform::posix

@@ -152,6 +152,8 @@ cvn::String SystemDirectory() {
   return path ? *std::move(path) : cvn::String();
 }
 
+cvn::String OfCaller(cvn::StringView path) { return path; }
+
 cvn::String CurrentDirectory() {
   std::optional<cvn::String> path = ReadText<MAX_PATH>(
       [](wchar_t* buffer, DWORD size) { return ::GetCurrentDirectoryW(size, buffer); });

@@ -711,7 +711,27 @@ def without_mask(this):
         expect((this.machine / path).exists(), f'{path} is not there')
 
 
+def from_folder(this, is_removed):
+    """The host's paths are the same from a folder of the machine, and from one that is gone. Streams
+    that the caller closed take nothing of what is printed into a file of the run."""
+    place = this.machine / 'here'
+    place.mkdir()
+    this.external('<trace std="out" value="lost"/><trace std="err" value="lost"/>'
+                  '<exit code="3"/>')
+    patch = this.patch if is_removed else '../../' + str(this.patch.relative_to(this.folder))
+    remove = f'rmdir "{place}"; ' if is_removed else ''
+    words = f'cd "{place}"; {remove} exec "$@" <&- >&- 2>&-'
+    command = [str(this.gates.tessel), '/encfile', str(patch)]
+    ended = this.finish(this.start(['/bin/sh', '-c', words, 'sh', *command]))
+    check(ended, -3)
+    expect([line for line in ended.trace if 'lost' in line] == [
+        'Trace [stdout]: lost', 'Trace [stderr]: lost'], 'script text is in the trace file')
+
+
 def program_rows():
+    for is_removed in (False, True):
+        yield f'programs/from-a-folder-{"removed" if is_removed else "of-the-machine"}', \
+            lambda this, is_removed=is_removed: from_folder(this, is_removed)
     yield 'programs/of-the-volume', lambda this: volume_programs(this, False)
     yield 'programs/of-an-open-volume', lambda this: (
         os.chmod(this.install.parent, 0o777), volume_programs(this, False))

@@ -34,21 +34,6 @@ Code StartAtDrive(char16_t letter, PathDraft* draft) {
   return machine.State();
 }
 
-Code StartAtCurrentDirectory(PathDraft* draft) {
-  std::string directory = HostCurrentDirectory();
-  if (directory.empty()) {
-    return kPathNotFound;
-  }
-  directory = BackFromStandIn(directory).value_or(directory);
-  const Machine& machine = Machine::Get();
-  const bool onMachine = machine.State() == kSuccess && IsWithin(directory, machine.Root());
-  if (directory == "/") {
-    directory.clear();
-  }
-  *draft = {std::move(directory), onMachine ? machine.Root().size() : 0, onMachine};
-  return kSuccess;
-}
-
 // What follows "\\?\", "\??\" or "\\.\". Of all devices only drives exist, and they are named with
 // their root.
 Code TakeDevice(cvn::StringView* rest, PathDraft* draft) {
@@ -145,6 +130,35 @@ Code AppendName(cvn::StringView name, bool literal, bool endsPath, PathDraft* dr
 }
 
 }  // namespace
+
+Code StartAtCurrentDirectory(PathDraft* draft) {
+  std::string directory = HostCurrentDirectory();
+  if (directory.empty()) {
+    return kPathNotFound;
+  }
+  directory = BackFromStandIn(directory).value_or(directory);
+  const Machine& machine = Machine::Get();
+  const bool onMachine = machine.State() == kSuccess && IsWithin(directory, machine.Root());
+  if (directory == "/") {
+    directory.clear();
+  }
+  *draft = {std::move(directory), onMachine ? machine.Root().size() : 0, onMachine};
+  return kSuccess;
+}
+
+bool LeadsOut(cvn::StringView path, const PathDraft& folder) {
+  if (HasDrive(path) || path.find(u'\\') != cvn::StringView::npos) {
+    return false;
+  }
+  auto depth = std::count(folder.path.begin() + static_cast<std::ptrdiff_t>(folder.root),
+                          folder.path.end(), '/');
+  while (!path.empty() && depth >= 0) {
+    const cvn::StringView name = path.substr(0, path.find(u'/'));
+    depth += name == u".." ? -1 : (name.empty() || name == u"." ? 0 : 1);
+    path.remove_prefix(std::min(name.size() + 1, path.size()));
+  }
+  return depth < 0;
+}
 
 Code DraftPath(cvn::StringView path, PathDraft* draft) {
   const bool literal = IsLiteral(path);

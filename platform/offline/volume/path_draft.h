@@ -21,6 +21,12 @@ struct PathDraft {
 // Of a path that is not empty. The codes are those of Resolve.
 Code DraftPath(cvn::StringView path, PathDraft* draft);
 
+// A draft of the current directory. kPathNotFound when it was removed.
+Code StartAtCurrentDirectory(PathDraft* draft);
+
+// Whether a path of the host, relative to a folder on the machine, climbs above the machine's own.
+bool LeadsOut(cvn::StringView path, const PathDraft& folder);
+
 // The current directory as the host names it; empty when it was removed.
 std::string HostCurrentDirectory();
 

@@ -141,6 +141,25 @@ cvn::String ModuleFileName() {
 
 cvn::String SystemDirectory() { return u"C:\\Windows\\System32"; }
 
+cvn::String OfCaller(cvn::StringView path) {
+  posix::PathDraft directory;
+  const Code code = posix::StartAtCurrentDirectory(&directory);
+  const bool isRooted = path.starts_with(u'/');
+  if (code == kSuccess && !directory.onMachine) {
+    return path;
+  }
+  cvn::String host = u"Z:";
+  if (!isRooted) {
+    if (code != kSuccess || !posix::LeadsOut(path, directory)) {
+      return path;
+    }
+    host.Append(posix::ToWide(directory.path));
+    host.Append(u'/');
+  }
+  host.Append(path);
+  return host;
+}
+
 cvn::String CurrentDirectory() {
   const std::string directory = posix::HostCurrentDirectory();
   return directory.empty() ? cvn::String() : posix::ToMachinePath(directory);
