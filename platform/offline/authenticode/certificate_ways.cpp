@@ -8,8 +8,8 @@ namespace platform::posix {
 namespace {
 
 constexpr std::size_t kLongestWay = 16;
-constexpr int kMostWays = 64;
-constexpr int kMostSignatures = 1024;
+constexpr int kMostWays = 32;
+constexpr int kMostSignatures = 512;
 
 bool AreSame(const X509* left, const X509* right) { return X509_cmp(left, right) == 0; }
 

@@ -23,7 +23,7 @@ struct Way {
 
 // Gives `visit` the ways up through certificates of the store and `others`, one after the other and
 // those into trusted roots first at each step, until it returns true. A way has 16 certificates at
-// most; the search ends after 64 ways or 1,024 signatures, since others choose what it goes
+// most; the search ends after 32 ways or 512 signatures, since others choose what it goes
 // through.
 void VisitWays(const CertificateStore& store, X509* certificate,
                std::span<const OpenSsl<X509>> others,
