@@ -67,8 +67,8 @@ bool ReadSections(const ByteSource& source, Range table, std::vector<PeSection>*
                       NumberAt<std::uint32_t>(entries, at + kSectionVirtualSize),
                       {NumberAt<std::uint32_t>(entries, at + kSectionData),
                        NumberAt<std::uint32_t>(entries, at + kSectionSize)}};
-    if (section.data.offset == 0) {
-      section.data = {};  // it has none, whatever size is told
+    if (section.data.offset == 0 || section.data.size == 0) {
+      section.data = {};  // it has none, whatever the other says
     }
     sections->push_back(section);
   }
