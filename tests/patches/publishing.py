@@ -405,7 +405,7 @@ def outlives(this, folder):
                 break
         expect(code == 0 and not lines, f'{code} {lines}')
         plain = shutil.copytree(late, folder / 'plain')
-        code, lines = this.tell('catalog', '--dir', late, '--attach', late / 'patch.cat',
+        code, lines = this.tell('catalog', '--dir', late, '--attach', plain / 'patch.cat',
                                 '--timestamp', address)
     gates.wait_until(lambda: time.time() > end + 1, 'the certificate does not expire')
     for place, is_good in ((stamped, True), (late, code == 0), (plain, False)):

@@ -1,7 +1,9 @@
+#include <fcntl.h>
 #include <openssl/ec.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "tests/tlx/run_tool.h"
+#include "version.h"
 
 namespace tlx::test {
 namespace {
@@ -167,6 +170,100 @@ TEST_F(TlxTest, ABadFileGetsAClearLine) {
   EXPECT_EQ(ReadFile(In("old.pem")), "old");
 }
 
+// By none of its names, whatever the command.
+TEST_F(TlxTest, WhatIsReadIsNotWrittenOver) {
+  ASSERT_EQ(Pack(kScript).exitCode, 0);
+  fs::copy(Key("one"), In("key"));
+  fs::copy(PublicKey("one"), In("public"));
+  for (const std::string name : {"key", "public", "s.xml", "p.tlx"}) {
+    fs::create_hard_link(In(name), In(name + ".hard"));
+    fs::create_symlink(name, In(name + ".soft"));
+  }
+  fs::create_symlink("nowhere", In("dangling"));
+  fs::create_directory(In("d"));
+  fs::create_hard_link(In("p.tlx"), In("d/p.tlx"));
+  const Lines pack = {"pack", "--key", In("key"), "--in", In("s.xml"), "--out"};
+  const Lines unpack = {"unpack", "--key", In("public"), "--in", In("p.tlx"), "--out"};
+  const Lines keygen = {"keygen", "--force", "--private", In("key"), "--public"};
+  const std::pair<Lines, Lines> cases[] = {
+      {pack, {"key", "key.hard", "key.soft", "s.xml", "s.xml.hard", "s.xml.soft"}},
+      {unpack, {"public", "public.hard", "public.soft", "p.tlx", "p.tlx.hard", "p.tlx.soft"}},
+      {{"graph", In("s.xml"), "--out"}, {"s.xml", "s.xml.hard", "s.xml.soft"}},
+      {{"catalog", "--dir", In("d"), "--unsigned"}, {"p.tlx.soft", "d/p.tlx"}},
+      {keygen, {"key.hard", "key.soft"}},
+      {{"keygen", "--force", "--private", In("nowhere"), "--public"}, {"dangling"}},
+  };
+  const auto contents = [&] {
+    Lines all = NamesIn(folder_);
+    for (const char* name : {"key", "public", "s.xml", "p.tlx"}) {
+      all.push_back(ReadFile(In(name)));
+      all.push_back(ReadFile(In(name + std::string(".hard"))));
+      all.push_back(std::to_string(fs::is_symlink(In(name + std::string(".soft")))));
+    }
+    return all;
+  };
+  const Lines before = contents();
+  for (const auto& [command, outputs] : cases) {
+    for (const std::string& output : outputs) {
+      Lines words = command;
+      words.push_back(In(output));
+      const ToolResult result = Tlx(words);
+      EXPECT_EQ(result.exitCode, 1) << output;
+      EXPECT_TRUE(result.err.starts_with(In(output) + ": error: ")) << result.err;
+      EXPECT_EQ(contents(), before) << words.front() << output;
+    }
+  }
+}
+
+TEST_F(TlxTest, ADashIsAStandardStream) {
+  const auto from = [](const std::string& input, const Lines& words) {
+    const int kept = dup(STDIN_FILENO);
+    const int file = open(input.c_str(), O_RDONLY);
+    dup2(file, STDIN_FILENO);
+    const ToolResult result = Tlx(words);
+    dup2(kept, STDIN_FILENO);
+    close(file);
+    close(kept);
+    return std::to_string(result.exitCode) + result.out + result.err;
+  };
+  WriteFile(In("s.xml"), kScript);
+  const std::string patch =
+      from(In("s.xml"), {"pack", "--key", Key("one"), "--in", "-", "--out", "-"});
+  WriteFile(In("p.tlx"), patch.substr(1));
+  for (const std::string out : {"-", "/dev/stdout"}) {
+    EXPECT_EQ(from(In("p.tlx"), {"unpack", "--key", PublicKey("one"), "--in", "-", "--out", out}),
+              std::string("0") + kScript);
+  }
+  const std::string taken = from(In("s.xml"), {"graph", "-", "--out", In("s.xml")});
+  EXPECT_EQ(taken,
+            "1" + In("s.xml") + ": error: it is a file that was read, and isn't written over\n");
+  EXPECT_EQ(from(Key("one"), {"unpack", "--key", "-", "--in", "-", "--out", "-"})[0], '1');
+  EXPECT_EQ(from("/dev/null", {"keygen", "--private", "-", "--public", "-"}),
+            "1-: error: the two keys can't share a file\n");
+}
+
+TEST_F(TlxTest, EventsAreOneObjectInOneLine) {
+  const std::string event =
+      R"({"data":{"fields":{"event_name":"n","event_time":1,"exit_code":0}}})";
+  for (const std::string& good : {event, event + "\n"}) {
+    WriteFile(In("e"), good);
+    EXPECT_EQ(Tlx({"events", "--json", folder_}).out, event + "\n");
+  }
+  const std::string bad[] = {event + "\n\n",
+                             event + "\n" + event + "\n",
+                             event + " x",
+                             event + event,
+                             "// c\n" + event,
+                             R"({"data":{"fields":{"event_name":"a","event_name":"b"}}})",
+                             "{\"data\":{\"fields\":{\"event_name\":\"\xFF\"}}}"};
+  for (const std::string& text : bad) {
+    WriteFile(In("e"), text);
+    const ToolResult result = Tlx({"events", "--json", folder_});
+    EXPECT_EQ(result.exitCode, 1) << text;
+    EXPECT_EQ(result.out, "") << text;
+  }
+}
+
 TEST_F(TlxTest, OnlyItsOwnerReadsAPrivateKey) {
   WriteFile(In("old.pem"), "old");
   ASSERT_EQ(
@@ -225,6 +322,7 @@ TEST_F(TlxTest, UsageGoesWhereItWasAskedFor) {
       {2, {"lint"}, "tlx: error: "},
       {2, {}, "Usage: tlx COMMAND"},
       {0, {"-h"}, "Usage: tlx COMMAND"},
+      {0, {"--version"}, "tlx " TESSEL_VERSION_TEXT "\n"},
       {0, {"pack", "--key", "k", "--help"}, "Usage: tlx pack --"},
       {0, {"machine", "show", "--help"}, "Usage: tlx machine show DIR [KEY]\n"},
   };

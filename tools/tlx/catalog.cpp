@@ -2,7 +2,7 @@
 #include <set>
 
 #include "files/path_text.h"
-#include "platform/whole_file.h"
+#include "platform/paths.h"
 #include "support/format.h"
 #include "tools/tlx/catalog_signature.h"
 #include "tools/tlx/certificate_file.h"
@@ -78,8 +78,12 @@ struct Draft {
   OpenSsl<X509> signer;
 };
 
+cvn::String Folder(const Options& options) {
+  return platform::paths::OfCaller(options.Value(u"--dir"));
+}
+
 cvn::String CatalogPath(const Options& options) {
-  return tessel::JoinPath(options.Value(u"--dir"), kCatalogName);
+  return tessel::JoinPath(Folder(options), kCatalogName);
 }
 
 int ReadCertificateOptions(const Options& options, Certificates* certificates) {
@@ -104,7 +108,7 @@ int CheckSigner(const Options& options, cvn::StringView path, const Draft& draft
 
 int MakeList(const Options& options, std::string* list) {
   std::vector<ListedFile> files;
-  const int exitCode = ListPatchFolder(options.Value(u"--dir"), options.Has(u"--force"), &files);
+  const int exitCode = ListPatchFolder(Folder(options), options.Has(u"--force"), &files);
   if (exitCode != kExitDone) {
     return exitCode;
   }
@@ -119,7 +123,7 @@ int MakeList(const Options& options, std::string* list) {
 // Whether the folder is as a list has it. Tells of each file that isn't.
 int CompareFolder(const Options& options, std::string_view content) {
   std::vector<ListedFile> files;
-  const cvn::StringView folder = options.Value(u"--dir");
+  const cvn::String folder = Folder(options);
   const int exitCode = ListPatchFolder(folder, options.Has(u"--force"), &files);
   if (exitCode != kExitDone) {
     return exitCode;
@@ -187,7 +191,7 @@ int SignHere(const Options& options, Draft* draft) {
 int TakeContent(const Options& options, std::optional<std::string> own, std::string* content) {
   const cvn::StringView listPath = options.Value(u"--list");
   if (!listPath.empty()) {
-    const platform::Code code = platform::ReadWholeFile(listPath, content);
+    const platform::Code code = ReadInput(listPath, content);
     if (code != platform::kSuccess) {
       return FailToRead(listPath, code);
     }
@@ -205,7 +209,7 @@ int TakeContent(const Options& options, std::optional<std::string> own, std::str
 int TakeSignature(const Options& options, Draft* draft) {
   const cvn::StringView path = options.Value(u"--attach");
   std::string bytes;
-  const platform::Code code = platform::ReadWholeFile(path, &bytes);
+  const platform::Code code = ReadInput(path, &bytes);
   if (code != platform::kSuccess) {
     return FailToRead(path, code);
   }

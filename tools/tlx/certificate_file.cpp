@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "platform/openssl.h"
-#include "platform/whole_file.h"
+#include "tools/tlx/file_io.h"
 #include "tools/tlx/messages.h"
 
 namespace tlx {
@@ -37,7 +37,7 @@ TextPosition LineAt(std::string_view text, std::size_t offset) {
 
 int ReadCertificates(cvn::StringView path, cvn::List<std::vector<std::byte>>* certificates) {
   std::string bytes;
-  const platform::Code code = platform::ReadWholeFile(path, &bytes);
+  const platform::Code code = ReadInput(path, &bytes);
   if (code != platform::kSuccess) {
     return FailToRead(path, code);
   }

@@ -106,7 +106,7 @@ int FindSpool(cvn::StringView place, Spool* spool) {
   if (code != platform::kSuccess) {
     return FailToRead(NameOfMachine(place), code);
   }
-  spool->folder = spool->isMachines ? tessel::GetEventsFolder() : cvn::String(place);
+  spool->folder = spool->isMachines ? tessel::GetEventsFolder() : platform::paths::OfCaller(place);
   return spool->folder.Empty()
              ? FailOnFile(NameOfMachine(place),
                           u"the product isn't installed there, and so has no events")

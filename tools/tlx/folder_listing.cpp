@@ -13,6 +13,7 @@
 #include "support/containers.h"
 #include "support/format.h"
 #include "support/numbers.h"
+#include "tools/tlx/file_io.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/windows_name.h"
 
@@ -127,6 +128,7 @@ int DigestFile(cvn::StringView path, ListedFile* listed) {
   if (code != platform::kSuccess) {
     return FailToRead(path, code);
   }
+  RememberReadFile(file);
   const platform::ByteSource source(file);
   const std::optional<platform::PeImage> image = platform::ReadPeImage(source);
   if (!image && platform::IsBrokenPeImage(source)) {

@@ -9,8 +9,8 @@
 
 #include <algorithm>
 
-#include "platform/whole_file.h"
 #include "support/format.h"
+#include "tools/tlx/file_io.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/token_key.h"
 
@@ -52,7 +52,7 @@ bool TakeText(BIO* bio, std::string* text) {
 // A key of any kind.
 OpenSsl<EVP_PKEY> ReadAnyKey(cvn::StringView path, KeyHalf half, cvn::String* problem) {
   SecretBytes pem;
-  const platform::Code code = platform::ReadWholeFile(path, &pem.bytes);
+  const platform::Code code = ReadInput(path, &pem.bytes);
   if (code != platform::kSuccess) {
     *problem = cvn::Format(u"cannot be read: %s", DescribeCode(code));
     return nullptr;
@@ -72,7 +72,7 @@ OpenSsl<EVP_PKEY> ReadAnyKey(cvn::StringView path, KeyHalf half, cvn::String* pr
 
 // The first line of a file.
 bool ReadPin(cvn::StringView path, SecretBytes* pin, cvn::String* problem) {
-  const platform::Code code = platform::ReadWholeFile(path, &pin->bytes);
+  const platform::Code code = ReadInput(path, &pin->bytes);
   if (code != platform::kSuccess) {
     *problem = cvn::Format(u"the PIN's file '%s' cannot be read: %s", path, DescribeCode(code));
     return false;

@@ -1,7 +1,8 @@
-#include "platform/paths.h"
-#include "platform/whole_file.h"
-#include "support/format.h"
+#include <string>
+#include <utility>
+
 #include "tools/tlx/commands.h"
+#include "tools/tlx/file_io.h"
 #include "tools/tlx/key_file.h"
 #include "tools/tlx/messages.h"
 
@@ -15,38 +16,40 @@ constexpr OptionSpec kOptions[] = {
 };
 
 int Keygen(const Options& options) {
-  platform::OutputFile privateFile(options.Value(u"--private"));
-  platform::OutputFile publicFile(options.Value(u"--public"));
-  if (privateFile.Path() == publicFile.Path()) {
-    return FailOnFile(publicFile.Path(), u"the two keys can't share a file");
+  OutputPlace privateFile(options.Value(u"--private"));
+  OutputPlace publicFile(options.Value(u"--public"));
+  constexpr cvn::StringView kShared = u"the two keys can't share a file";
+  if (privateFile.IsSame(publicFile)) {
+    return FailOnFile(options.Value(u"--public"), kShared);
   }
-  for (const platform::OutputFile* file : {&privateFile, &publicFile}) {
-    if (!options.Has(u"--force") && platform::paths::Exists(file->Path())) {
-      return FailOnFile(file->Path(), u"is there already; --force replaces it");
+  for (const auto& [file, option] :
+       {std::pair(&privateFile, u"--private"), {&publicFile, u"--public"}}) {
+    if (!options.Has(u"--force") && file->IsThere()) {
+      return FailOnFile(options.Value(option), u"is there already; --force replaces it");
     }
   }
   SecretBytes privatePem;
   std::string publicPem;
   if (!MakeKeyPair(&privatePem, &publicPem)) {
-    return FailOnFile(privateFile.Path(), u"the system gave no key");
+    return FailOnFile(options.Value(u"--private"), u"the system gave no key");
   }
   // Neither name changes before both texts are safely on the disk.
-  platform::Code code =
-      privateFile.Write(privatePem.bytes, platform::OutputFile::Readers::OwnerOnly);
-  if (code != platform::kSuccess) {
-    return FailToWrite(privateFile.Path(), code);
+  int exitCode = privateFile.Prepare(privatePem.bytes, platform::OutputFile::Readers::OwnerOnly);
+  if (exitCode == kExitDone) {
+    exitCode = publicFile.Prepare(publicPem, platform::OutputFile::Readers::Anybody);
   }
-  code = publicFile.Write(publicPem, platform::OutputFile::Readers::Anybody);
-  if (code != platform::kSuccess) {
-    return FailToWrite(publicFile.Path(), code);
+  if (exitCode == kExitDone) {
+    exitCode = privateFile.Finish();
   }
-  for (platform::OutputFile* file : {&privateFile, &publicFile}) {
-    code = file->Commit();
-    if (code != platform::kSuccess) {
-      return FailToWrite(file->Path(), code);
-    }
+  if (exitCode != kExitDone) {
+    return exitCode;
   }
-  return kExitDone;
+  // Names of a file that wasn't there yet: in another case, or a link that led nowhere.
+  if (privateFile.IsSame(publicFile)) {
+    privateFile.Undo();
+    return FailOnFile(options.Value(u"--public"), kShared);
+  }
+  return publicFile.Finish();
 }
 
 }  // namespace

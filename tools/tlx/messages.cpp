@@ -63,6 +63,8 @@ cvn::String DescribeCode(platform::Code code) {
       return u"the name is not a valid one";
     case platform::kFileTooLarge:
       return u"it is larger than 2 GiB";
+    case platform::kNoMoreItems:
+      return u"another file came from there already";
     case platform::kDirectory:
       return u"it is no folder";
     case platform::machine::kUnrecognizedVolume:

@@ -61,7 +61,8 @@ class OptionParser {
 
  private:
   bool IsOperand(cvn::StringView argument) const {
-    return !argument.starts_with(u"-") && options_->operands_.size() < command_.operands.size();
+    return (!argument.starts_with(u"-") || argument == u"-") &&
+           options_->operands_.size() < command_.operands.size();
   }
 
   // Like TakeOption, for the operand.

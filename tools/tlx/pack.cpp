@@ -1,5 +1,4 @@
 #include "platform/formats/patch_container.h"
-#include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
@@ -32,7 +31,7 @@ void WarnOfCommands(cvn::StringView path, const TiXmlDocument& document) {
 int Pack(const Options& options) {
   const cvn::StringView scriptPath = options.Value(u"--in");
   std::string script;
-  const platform::Code code = platform::ReadWholeFile(scriptPath, &script);
+  const platform::Code code = ReadInput(scriptPath, &script);
   if (code != platform::kSuccess) {
     return FailToRead(scriptPath, code);
   }

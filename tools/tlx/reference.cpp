@@ -5,6 +5,7 @@
 #include "engine/command_registry.h"
 #include "engine/loop_lowering.h"
 #include "files/path_text.h"
+#include "platform/paths.h"
 #include "platform/streams.h"
 #include "platform/whole_file.h"
 #include "support/format.h"
@@ -120,7 +121,7 @@ cvn::String PresenceOf(const AttributeDescription& attribute) {
 // The page, line by line, as it grows.
 class Page {
  public:
-  explicit Page(cvn::StringView examples) : examples_(examples) {}
+  explicit Page(cvn::StringView examples) : examples_(platform::paths::OfCaller(examples)) {}
 
   // Gives the exit code.
   int Write();
@@ -143,7 +144,7 @@ class Page {
     text_.Append(u'\n');
   }
 
-  const cvn::StringView examples_;  // empty for none
+  const cvn::String examples_;  // empty for none
   cvn::String text_;
 };
 
@@ -246,7 +247,7 @@ int Page::ReadExample(cvn::StringView name, cvn::String* path, std::string* text
 }
 
 int Page::WriteSample(cvn::StringView name) {
-  if (examples_.empty()) {
+  if (examples_.Empty()) {
     return kExitDone;
   }
   cvn::String path;
@@ -261,7 +262,7 @@ int Page::WriteSample(cvn::StringView name) {
 
 // Shows what is in the element `script`.
 int Page::WriteExample(cvn::StringView name) {
-  if (examples_.empty()) {
+  if (examples_.Empty()) {
     return kExitDone;
   }
   constexpr std::string_view kBegin = "  <script>\n";

@@ -3,11 +3,11 @@
 #include <string_view>
 
 #include "platform/formats/patch_container.h"
-#include "platform/whole_file.h"
 #include "support/format.h"
 #include "support/numbers.h"
 #include "support/utf.h"
 #include "support/xml_nesting.h"
+#include "tools/tlx/file_io.h"
 
 namespace tlx {
 namespace {
@@ -111,7 +111,7 @@ std::optional<ScriptFault> CheckScript(const std::string& script, TiXmlDocument*
 
 int ReadScript(cvn::StringView path, TiXmlDocument* document) {
   std::string script;
-  const platform::Code code = platform::ReadWholeFile(path, &script);
+  const platform::Code code = ReadInput(path, &script);
   if (code != platform::kSuccess) {
     return FailToRead(path, code);
   }

@@ -19,9 +19,17 @@ namespace {
 
 namespace files = platform::files;
 
+// An event is one line, and whoever takes it in must find in it what is shown here: no parser may
+// have a choice between two members, or leave something out.
 bool Parse(const std::string& text, Json::Value* document) {
+  const std::size_t end = text.find_first_of("\r\n");
+  if ((end != std::string::npos && end != text.size() - 1) || !cvn::IsValidUtf8(text)) {
+    return false;
+  }
+  Json::CharReaderBuilder rules;
+  Json::CharReaderBuilder::strictMode(&rules.settings_);
   try {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    const std::unique_ptr<Json::CharReader> reader(rules.newCharReader());
     return reader->parse(text.data(), text.data() + text.size(), document, nullptr) &&
            document->isObject();
   } catch (const std::exception&) {  // nests too deep
@@ -65,7 +73,7 @@ cvn::String ReadEvent(cvn::StringView path, SpooledEvent* event) {
     return DescribeCode(code);
   }
   if (!Parse(text, &event->document)) {
-    return u"it is no JSON object";
+    return u"it is not one JSON object in one line of UTF-8";
   }
   const bool hasData = event->document["data"].isObject();
   return hasData && Describe(event->document, event) ? cvn::String() : u"it holds no event";

@@ -5,7 +5,9 @@
 #include "platform/streams.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
+#include "tools/tlx/file_io.h"
 #include "tools/tlx/messages.h"
+#include "version.h"
 
 namespace tlx {
 namespace {
@@ -32,7 +34,10 @@ cvn::String ToolUsage() {
   for (const CommandSpec* command : kCommands) {
     text.Append(cvn::Format(u"  %-15s %s\n", command->name, command->summary));
   }
-  text.Append(u"\n'tlx COMMAND --help' tells more.");
+  text.Append(
+      u"\n'tlx COMMAND --help' tells more, 'tlx --version' which release this is. For a file, '-' "
+      u"is\n"
+      u"standard input or standard output.");
   return text;
 }
 
@@ -60,6 +65,10 @@ int RunTool(std::span<const cvn::String> arguments) {
     WriteLine(Output::Out, ToolUsage());
     return kExitDone;
   }
+  if (name == u"--version") {
+    WriteLine(Output::Out, u"tlx " TESSEL_VERSION_TEXT);
+    return kExitDone;
+  }
   const auto found = std::ranges::find(kCommands, name.AsView(), &CommandSpec::name);
   if (found == std::end(kCommands)) {
     return RefuseUsage(cvn::Format(u"unknown command '%s'", name), ToolUsage());
@@ -67,6 +76,7 @@ int RunTool(std::span<const cvn::String> arguments) {
   const CommandSpec& command = **found;
   Options options;
   cvn::String problem;
+  ForgetReadFiles();
   switch (ParseOptions(command, arguments, &options, &problem)) {
     case ParseOutcome::Run:
       return command.run(options);

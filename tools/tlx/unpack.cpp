@@ -1,5 +1,4 @@
 #include "platform/formats/patch_container.h"
-#include "platform/whole_file.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
@@ -18,7 +17,7 @@ constexpr OptionSpec kOptions[] = {
 int Unpack(const Options& options) {
   const cvn::StringView patchPath = options.Value(u"--in");
   std::string patch;
-  const platform::Code code = platform::ReadWholeFile(patchPath, &patch);
+  const platform::Code code = ReadInput(patchPath, &patch);
   if (code != platform::kSuccess) {
     return FailToRead(patchPath, code);
   }

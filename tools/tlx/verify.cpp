@@ -39,8 +39,10 @@ constexpr OperandSpec kOperands[] = {
 // The path of the patch: of the only one in a folder, and a full one. The exit code of a failure
 // that it told.
 int FindPatch(cvn::StringView operand, cvn::String* patch) {
-  *patch = paths::IsRelative(operand) ? tessel::JoinPath(paths::CurrentDirectory(), operand)
-                                      : cvn::String(operand);
+  *patch = paths::OfCaller(operand);
+  if (paths::IsRelative(*patch)) {
+    *patch = tessel::JoinPath(paths::CurrentDirectory(), operand);
+  }
   if (!paths::IsDirectory(*patch)) {
     return kExitDone;
   }
