@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "platform/formats/names.h"
 
 namespace platform::posix {
@@ -13,7 +15,7 @@ namespace {
 // printed would be written into it.
 void OpenStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
-    if (fcntl(stream, F_GETFD) >= 0) {
+    if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) {
       continue;
     }
     // Gets the lowest free number, which is this one: those before it are open.
