@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <pugixml.hpp>
 #include <string>
+#include <vector>
 
 #include "commands/documents/xml_marks.h"
 
@@ -50,22 +51,41 @@ bool IsPlainText(const TiXmlNode* node) {
   return node != nullptr && node->ToText() != nullptr && !node->ToText()->CDATA();
 }
 
+// Both trees are walked at once, with the places to go on at in a list: they may be deep.
 class Comparison {
  public:
-  // The children of two nodes, without recursion over siblings.
-  static bool Children(const TiXmlNode& stored, pugi::xml_node read) {
-    const TiXmlNode* left = stored.FirstChild();
-    pugi::xml_node right = read.first_child();
-    while (left != nullptr || right) {
-      const bool isText = IsPlainText(left) || right.type() == pugi::node_pcdata;
-      if (isText ? !Texts(&left, &right) : !Nodes(&left, &right)) {
+  bool Documents(const TiXmlDocument& stored, pugi::xml_node read) {
+    places_.push_back({stored.FirstChild(), read.first_child()});
+    return Run();
+  }
+
+  bool Elements(const TiXmlElement& stored, pugi::xml_node read) {
+    return Element(stored, read) && Run();
+  }
+
+ private:
+  struct Place {
+    const TiXmlNode* left;
+    pugi::xml_node right;
+  };
+
+  bool Run() {
+    while (!places_.empty()) {
+      Place& place = places_.back();
+      if (place.left == nullptr && !place.right) {
+        places_.pop_back();
+        continue;
+      }
+      const bool isText = IsPlainText(place.left) || place.right.type() == pugi::node_pcdata;
+      if (isText ? !Texts(&place) : !Nodes(&place)) {
         return false;
       }
     }
     return true;
   }
 
-  static bool Elements(const TiXmlElement& stored, pugi::xml_node read) {
+  // All but the children, which it leaves to Run.
+  bool Element(const TiXmlElement& stored, pugi::xml_node read) {
     const TiXmlAttribute* left = stored.FirstAttribute();
     pugi::xml_attribute right = read.first_attribute();
     for (; left != nullptr && right; left = left->Next(), right = right.next_attribute()) {
@@ -74,38 +94,38 @@ class Comparison {
         return false;
       }
     }
+    places_.push_back({stored.FirstChild(), read.first_child()});
     return left == nullptr && !right && read.type() == pugi::node_element &&
-           IsSameName(stored.ValueStr(), read.name()) && Children(stored, read);
+           IsSameName(stored.ValueStr(), read.name());
   }
 
- private:
   // Texts side by side are printed as one, and empty ones not at all.
-  static bool Texts(const TiXmlNode** left, pugi::xml_node* right) {
+  static bool Texts(Place* place) {
     std::string stored;
-    for (; IsPlainText(*left); *left = (*left)->NextSibling()) {
-      stored += (*left)->ValueStr();
+    for (; IsPlainText(place->left); place->left = place->left->NextSibling()) {
+      stored += place->left->ValueStr();
     }
     std::string_view read;
-    if (right->type() == pugi::node_pcdata) {
-      read = right->value();
-      *right = right->next_sibling();
+    if (place->right.type() == pugi::node_pcdata) {
+      read = place->right.value();
+      place->right = place->right.next_sibling();
     }
     return IsSameText(stored, read, true);
   }
 
-  static bool Nodes(const TiXmlNode** left, pugi::xml_node* right) {
-    if (*left == nullptr || !*right) {
+  bool Nodes(Place* place) {
+    if (place->left == nullptr || !place->right) {
       return false;
     }
-    const TiXmlNode& stored = **left;
-    pugi::xml_node read = *right;
-    *left = stored.NextSibling();
-    *right = read.next_sibling();
+    const TiXmlNode& stored = *place->left;
+    const pugi::xml_node read = place->right;
+    place->left = stored.NextSibling();
+    place->right = read.next_sibling();
     if (const TiXmlElement* element = stored.ToElement()) {
-      return Elements(*element, read);
+      return Element(*element, read);
     }
     if (stored.ToText() != nullptr) {
-      return Sections(stored.ValueStr(), read, right);
+      return Sections(stored.ValueStr(), read, &place->right);
     }
     if (stored.ToComment() != nullptr) {
       return read.type() == pugi::node_comment && IsSameName(stored.ValueStr(), read.value());
@@ -152,6 +172,8 @@ class Comparison {
     }
     return read.type() == pugi::node_declaration && !right;
   }
+
+  std::vector<Place> places_;
 };
 
 bool Parse(std::string_view text, pugi::xml_document* parsed) {
@@ -163,12 +185,12 @@ bool Parse(std::string_view text, pugi::xml_document* parsed) {
 
 bool HasSameXml(std::string_view text, const TiXmlDocument& document) {
   pugi::xml_document parsed;
-  return Parse(text, &parsed) && Comparison::Children(document, parsed);
+  return Parse(text, &parsed) && Comparison().Documents(document, parsed);
 }
 
 bool HasSameXml(std::string_view text, const TiXmlElement& element) {
   pugi::xml_document parsed;
-  return Parse(text, &parsed) && Comparison::Elements(element, parsed.document_element());
+  return Parse(text, &parsed) && Comparison().Elements(element, parsed.document_element());
 }
 
 }  // namespace tessel

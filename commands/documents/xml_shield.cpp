@@ -152,10 +152,13 @@ class Shielder {
   }
 
   bool Sections() {
-    while (SkipPast(kSectionEnd, at_ + kSectionStart.size()) && LooksAt(kSectionStart)) {
+    while (SkipPast(kSectionEnd, at_ + kSectionStart.size())) {
+      if (!LooksAt(kSectionStart)) {
+        return true;
+      }
       Replace(at_ - kSectionEnd.size(), at_ + kSectionStart.size(), {&kSectionMark, 1});
     }
-    return at_ <= text_.size() && at_ >= kSectionEnd.size();
+    return false;
   }
 
   // Quotation marks, comments and instructions in a document type may hold any character.
@@ -313,15 +316,15 @@ class Shielder {
   bool isTypeOver_ = false;  // no document type may follow
 };
 
-void Restore(TiXmlNode* node, std::vector<std::string>::const_iterator* next,
-             std::vector<std::string>::const_iterator end) {
-  for (TiXmlNode* child = node->FirstChild(); child != nullptr; child = child->NextSibling()) {
-    if (child->ToUnknown() != nullptr && *next != end) {
-      child->SetValue(**next);
-      ++*next;
-    }
-    Restore(child, next, end);
+// The one that follows in the document.
+TiXmlNode* NextNode(TiXmlNode* node) {
+  if (node->FirstChild() != nullptr) {
+    return node->FirstChild();
   }
+  while (node != nullptr && node->NextSibling() == nullptr) {
+    node = node->Parent();
+  }
+  return node == nullptr ? nullptr : node->NextSibling();
 }
 
 }  // namespace
@@ -337,9 +340,12 @@ bool ShieldXml(std::string text, XmlPart part, ShieldedXml* shielded) {
 }
 
 void RestoreKept(const ShieldedXml& shielded, TiXmlDocument* document) {
-  if (!shielded.kept.empty()) {
-    auto next = shielded.kept.begin();
-    Restore(document, &next, shielded.kept.end());
+  auto piece = shielded.kept.begin();
+  TiXmlNode* node = document->FirstChild();
+  for (; node != nullptr && piece != shielded.kept.end(); node = NextNode(node)) {
+    if (node->ToUnknown() != nullptr) {
+      node->SetValue(*piece++);
+    }
   }
 }
 
