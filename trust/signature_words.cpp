@@ -80,12 +80,12 @@ cvn::String NameOf(const signatures::Certificate& certificate) {
 }
 
 cvn::String WhatIsWrong(const SignatureFinding& finding) {
-  for (const signatures::Chain* chain : {&finding.signer, &finding.stamper}) {
-    if (chain->fault != Fault::None && chain->faulty < chain->certificates.size()) {
-      return WhatIsWrong(*chain);
-    }
-  }
   if (finding.status != signatures::kTrusted) {
+    for (const signatures::Chain* chain : {&finding.signer, &finding.stamper}) {
+      if (chain->fault != Fault::None && chain->faulty < chain->certificates.size()) {
+        return WhatIsWrong(*chain);
+      }
+    }
     return WordsOf(finding.status);
   }
   const cvn::String name = finding.signer.certificates.empty()
