@@ -2,6 +2,7 @@
 
 #include "engine/builtin_variables.h"
 #include "engine/xml_text.h"
+#include "platform/stop_request.h"
 #include "trace/trace.h"
 
 namespace tessel {
@@ -30,7 +31,16 @@ bool ScriptEngine::ParseText(cvn::StringView text) { return ParseXmlText(text, t
 std::int32_t ScriptEngine::Run() {
   TraceLine(u"Start executing");
   FunctionBase* current = head_.get();
-  while (current != nullptr) {
+  for (;;) {
+    // Also behind the last command, since a wait that was cut short may have been the last.
+    isCancelled_ = platform::stop::IsAsked();
+    if (isCancelled_) {
+      TraceLine(u"Asked to stop. No other command starts.");
+      return kRunCancelled;
+    }
+    if (current == nullptr) {
+      return kRanOffTheEnd;
+    }
     const StepResult result = Step(current);
     if (result.stop) {
       TraceLine(u"Stop executing");
@@ -38,7 +48,6 @@ std::int32_t ScriptEngine::Run() {
     }
     current = result.next;
   }
-  return kRanOffTheEnd;
 }
 
 ScriptEngine::StepResult ScriptEngine::Step(FunctionBase* command) {

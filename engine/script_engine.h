@@ -24,6 +24,9 @@ inline constexpr std::int32_t kLoadInvalid = 1636;
 // What Run answers when the script ends without an exit command.
 inline constexpr std::int32_t kRanOffTheEnd = -1;
 
+// What it answers when the program was asked to stop: ERROR_CANCELLED.
+inline constexpr std::int32_t kRunCancelled = -1223;
+
 // One script: the document that it was read from, and the commands that it was compiled to. Used
 // once, in the order ParseText, Load, Run, Reset; variables and objects live in the process's
 // stores.
@@ -42,8 +45,13 @@ class ScriptEngine : public TiXmlDocument {
   std::int32_t Load(const cvn::Map<cvn::String, cvn::String>& commandLine,
                     const std::function<bool()>& isExempt);
 
-  // Runs the script, and gives the code of the exit command that ended it, or kRanOffTheEnd.
+  // Runs the script, and gives the code of the exit command that ended it, or kRanOffTheEnd. When
+  // the program is asked to stop (platform/stop_request.h) the command that runs is the last, and
+  // the answer is kRunCancelled unless that was an exit command.
   std::int32_t Run();
+
+  // Whether it was cut short so. A script may end with that code by itself.
+  bool IsCancelled() const { return isCancelled_; }
 
   // Forgets all commands, variables and objects, and sets the built-in variables anew.
   void Reset();
@@ -87,6 +95,7 @@ class ScriptEngine : public TiXmlDocument {
   // labels do.
   cvn::List<CommandList> replacedHandlers_;
   std::int64_t expiresAt_ = 0;
+  bool isCancelled_ = false;
 };
 
 // The label that a failed command without a handler of its own jumps to; empty for none. Kept for

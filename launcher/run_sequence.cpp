@@ -16,6 +16,7 @@
 #include "platform/paths.h"
 #include "platform/process.h"
 #include "platform/registry.h"
+#include "platform/stop_request.h"
 #include "platform/streams.h"
 #include "support/format.h"
 #include "trace/trace.h"
@@ -58,6 +59,7 @@ platform::Code OpenMachine() {
 // Hardens the process and opens the trace, before anything from outside is looked at. Gives the
 // code of the machine's opening; after a failure everything on drive C: fails with it.
 platform::Code PrepareProcess() {
+  platform::stop::Watch();
   platform::libraries::NarrowSearch();
   const platform::Code opened = OpenMachine();
   ApplyProcessEnvironment();
@@ -182,7 +184,9 @@ RunEnd PatchRun::RunScript() {
   FlushRegistry();
   // As a negative number whatever its sign was; computed so that the most negative one is no
   // exception.
-  return {.exitCode = result > 0 ? -result : result, .ranScript = true};
+  return {.exitCode = result > 0 ? -result : result,
+          .detail = engine_->IsCancelled() ? u"PatchCancelled" : cvn::StringView(),
+          .ranScript = true};
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace tessel {
 
 // Runs the patch that the command line names; the first argument is the program. Gives the
 // process's exit code: a positive reason when the patch was refused, zero or a negative number when
-// its script ran.
+// its script ran. For main, which gives the host platform::stop::EndStatus of it.
 std::int32_t RunPatch(const cvn::List<cvn::String>& arguments);
 
 }  // namespace tessel

@@ -30,7 +30,8 @@ std::uint32_t TickCount();
 std::uint32_t TimerMilliseconds();
 
 // Waits. A negative number counts as its unsigned 32-bit form, as Sleep takes it; 4294967295 is for
-// ever.
+// ever. Ends early when the program is asked to stop (stop_request.h): loops that wait for
+// something look there too.
 void Sleep(std::uint32_t milliseconds);
 
 }  // namespace platform::clock

@@ -61,7 +61,9 @@ inline constexpr Code kBadDatabase = 1009;
 inline constexpr Code kKeyDeleted = 1018;
 inline constexpr Code kChildMustBeVolatile = 1021;
 inline constexpr Code kNotFound = 1168;
+inline constexpr Code kCancelled = 1223;
 inline constexpr Code kUnsupportedType = 1630;
+inline constexpr Code kCantAccessFile = 1920;
 inline constexpr Code kCantResolveFilename = 1921;
 
 // The code that the calling thread's last failed operation left, as GetLastError. A successful

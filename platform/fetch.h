@@ -28,6 +28,7 @@ enum class TransferResult : std::uint32_t {
   RedirectFailed = 0x800C0014,
   InvalidCertificate = 0x800C0019,
   OutOfMemory = 0x8007000E,
+  Cancelled = 0x800704C7,  // the program was asked to stop
 };
 
 inline std::int32_t NumberOf(TransferResult result) { return static_cast<std::int32_t>(result); }

@@ -95,7 +95,8 @@ Code TrustFolder(cvn::StringView folder);
 Code Open(std::uint32_t id, std::uint32_t access, Handle* process);
 
 // As WaitForSingleObject and WaitForMultipleObjects over all: 0 when each process has ended,
-// kWaitTimeout, or kWaitFailed with the last error set. At most kMostWaitHandles at once.
+// kWaitTimeout, or kWaitFailed with the last error set, which is kCancelled when the program was
+// asked to stop (stop_request.h). At most kMostWaitHandles at once.
 std::uint32_t Wait(const Handle& process, std::uint32_t milliseconds);
 std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t milliseconds);
 

@@ -7,6 +7,7 @@
 #include "files/path_text.h"
 #include "platform/clock.h"
 #include "platform/paths.h"
+#include "platform/stop_request.h"
 #include "trace/trace.h"
 
 namespace cvn {
@@ -122,7 +123,7 @@ constexpr std::uint32_t kNotConnected = 2250;  // ERROR_NOT_CONNECTED
 bool ApplyPolicies(cvn::IIntegration* integration) {
   constexpr int kAttempts = 30;
   constexpr std::uint32_t kPauseMilliseconds = 1000;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kAttempts && !platform::stop::IsAsked(); ++attempt) {
     if (integration->ReApplyPolicies(1) != kNotConnected) {
       return true;
     }

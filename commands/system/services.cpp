@@ -7,6 +7,7 @@
 #include "engine/variable_store.h"
 #include "platform/clock.h"
 #include "platform/services.h"
+#include "platform/stop_request.h"
 #include "trace/trace.h"
 
 namespace tessel {
@@ -139,6 +140,9 @@ Code WaitForState(const Handle& service, const ServiceChange& change, std::int32
                   std::uint32_t state) {
   std::int32_t remaining = waittime;
   while (state != change.target && remaining > 0) {
+    if (platform::stop::IsAsked()) {
+      return platform::kCancelled;
+    }
     platform::clock::Sleep(kPollPause);
     remaining -= kPollPause;
     if (services::QueryState(service, &state) != kSuccess) {

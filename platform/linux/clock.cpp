@@ -1,16 +1,18 @@
 #include "platform/clock.h"
 
+#include <poll.h>
 #include <sched.h>
 
-#include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <limits>
+
+#include "platform/linux/stop_signals.h"
 
 namespace platform::clock {
 namespace {
 
 constexpr long kNanosecondsPerTick = 100;
-constexpr long kNanosecondsPerMillisecond = 1'000'000;
 constexpr long kNanosecondsPerSecond = 1'000'000'000;
 
 timespec Read(clockid_t clock) {
@@ -52,17 +54,15 @@ void Sleep(std::uint32_t milliseconds) {
     return;
   }
   // Until a moment and not for a time, so that signals do not make it longer.
-  timespec until = Read(CLOCK_MONOTONIC);
-  until.tv_sec += milliseconds / 1000;
-  until.tv_nsec += static_cast<long>(milliseconds % 1000) * kNanosecondsPerMillisecond;
-  if (until.tv_nsec >= kNanosecondsPerSecond) {
-    ++until.tv_sec;
-    until.tv_nsec -= kNanosecondsPerSecond;
-  }
-  if (milliseconds == kForEver) {
-    until = {std::numeric_limits<time_t>::max(), 0};
-  }
-  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+  pollfd stop = {posix::StopDescriptor(), POLLIN, 0};
+  for (bool isOver = false; !isOver;) {
+    const std::chrono::nanoseconds left = until - std::chrono::steady_clock::now();
+    const timespec time = {left.count() / kNanosecondsPerSecond,
+                           left.count() % kNanosecondsPerSecond};
+    const bool isForEver = milliseconds == kForEver;
+    isOver = (!isForEver && left.count() <= 0) ||
+             ppoll(&stop, 1, isForEver ? nullptr : &time, nullptr) == 1;
   }
 }
 

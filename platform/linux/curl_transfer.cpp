@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/stop_request.h"
 #include "support/utf.h"
 
 namespace platform::posix {
@@ -33,6 +34,7 @@ constexpr Meaning kMeanings[] = {
     {CURLE_SSL_CACERT_BADFILE, TransferResult::SecurityProblem},
     {CURLE_PEER_FAILED_VERIFICATION, TransferResult::InvalidCertificate},
     {CURLE_OUT_OF_MEMORY, TransferResult::OutOfMemory},
+    {CURLE_ABORTED_BY_CALLBACK, TransferResult::Cancelled},
 };
 
 TransferResult ResultOfStatus(long status) {
@@ -64,6 +66,11 @@ std::size_t WriteToTarget(char* bytes, std::size_t unit, std::size_t count, void
   auto* to = static_cast<Target*>(target);
   to->result = (*to->sink)(std::as_bytes(std::span(bytes, unit * count)));
   return to->result == 0 ? unit * count : 0;
+}
+
+// Ends the transfer when the program is asked to stop; the library asks at least each second.
+int EndWhenStopped(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  return stop::IsAsked() ? 1 : 0;
 }
 
 // Reads a URL as urlmon does: blanks and characters beyond ASCII are taken and encoded.
@@ -126,6 +133,8 @@ std::int32_t CurlTransfer::Open(cvn::StringView url, const char* protocols) {
   Set(CURLOPT_NOSIGNAL, 1L);
   Set(CURLOPT_USERAGENT, "Tessel");
   Set(CURLOPT_WRITEFUNCTION, WriteToTarget);
+  Set(CURLOPT_NOPROGRESS, 0L);
+  Set(CURLOPT_XFERINFOFUNCTION, EndWhenStopped);
   return 0;
 }
 

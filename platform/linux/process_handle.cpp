@@ -17,6 +17,7 @@
 
 #include "platform/linux/error_map.h"
 #include "platform/linux/process_info.h"
+#include "platform/linux/stop_signals.h"
 
 namespace platform::process {
 namespace {
@@ -96,10 +97,11 @@ int TimeLeft(std::uint32_t milliseconds, Clock::time_point deadline) {
   return static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
 }
 
-// Waits until each of the descriptors has been readable.
+// Waits until each of the descriptors but the last has been readable. That is the one of the
+// request to stop.
 std::uint32_t PollAll(std::span<pollfd> polls, std::uint32_t milliseconds) {
   const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
-  for (std::size_t running = polls.size();;) {
+  for (std::size_t running = polls.size() - 1;;) {
     const int limit = TimeLeft(milliseconds, deadline);
     const int ready = poll(polls.data(), polls.size(), limit);
     if (ready < 0 && errno != EINTR) {
@@ -109,7 +111,7 @@ std::uint32_t PollAll(std::span<pollfd> polls, std::uint32_t milliseconds) {
     if (ready == 0 && limit == 0) {
       return kWaitTimeout;
     }
-    for (pollfd& one : polls) {
+    for (pollfd& one : polls.first(polls.size() - 1)) {
       if (ready > 0 && one.fd >= 0 && one.revents != 0) {
         one.fd = -1;
         --running;
@@ -117,6 +119,10 @@ std::uint32_t PollAll(std::span<pollfd> polls, std::uint32_t milliseconds) {
     }
     if (running == 0) {
       return kSuccess;
+    }
+    if (ready > 0 && polls.back().revents != 0) {
+      SetLastError(kCancelled);
+      return kWaitFailed;
     }
   }
 }
@@ -167,7 +173,7 @@ std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t millis
     SetLastError(kInvalidParameter);
     return kWaitFailed;
   }
-  std::array<pollfd, kMostWaitHandles> polls{};
+  std::array<pollfd, kMostWaitHandles + 1> polls{};
   for (std::size_t i = 0; i < processes.size(); ++i) {
     polls[i] = {DescriptorOf(processes[i]), POLLIN, 0};
     if (polls[i].fd < 0) {
@@ -175,7 +181,8 @@ std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t millis
       return kWaitFailed;
     }
   }
-  return PollAll(std::span(polls).first(processes.size()), milliseconds);
+  polls[processes.size()] = {posix::StopDescriptor(), POLLIN, 0};
+  return PollAll(std::span(polls).first(processes.size() + 1), milliseconds);
 }
 
 Code Terminate(const Handle& process, std::uint32_t /*exitCode*/) {

@@ -1,5 +1,6 @@
 #include "platform/clock.h"
 
+#include "platform/windows/stop_event.h"
 #include "platform/windows/wide.h"
 // After <windows.h>, which it needs.
 #include <mmsystem.h>
@@ -45,6 +46,14 @@ std::uint32_t TickCount() { return ::GetTickCount(); }
 
 std::uint32_t TimerMilliseconds() { return ::timeGetTime(); }
 
-void Sleep(std::uint32_t milliseconds) { ::Sleep(milliseconds); }
+void Sleep(std::uint32_t milliseconds) {
+  windows::LastErrorKeeper lastError;
+  const HANDLE stopEvent = windows::StopEvent();
+  if (stopEvent == nullptr || milliseconds == 0) {
+    ::Sleep(milliseconds);
+  } else {
+    ::WaitForSingleObject(stopEvent, milliseconds);
+  }
+}
 
 }  // namespace platform::clock

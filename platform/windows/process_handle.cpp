@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <array>
 
 #include "platform/process.h"
+#include "platform/stop_request.h"
 #include "platform/windows/wide.h"
 
 namespace platform::process {
@@ -9,6 +11,25 @@ namespace {
 using windows::LastErrorKeeper;
 
 HANDLE HandleOf(const Handle& process) { return reinterpret_cast<HANDLE>(process.Value()); }
+
+// As WaitForMultipleObjects for all, until the program is asked to stop. One call can't wait for
+// all of some and any of others.
+DWORD WaitForHandles(std::span<const HANDLE> handles, std::uint32_t milliseconds) {
+  constexpr std::uint32_t kLongestWait = 100;
+  for (std::uint32_t left = milliseconds;;) {
+    const std::uint32_t once = std::min(left, kLongestWait);
+    const DWORD result =
+        ::WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), TRUE, once);
+    left -= left == kInfinite ? 0 : once;
+    if (result != WAIT_TIMEOUT || left == 0) {
+      return result;
+    }
+    if (stop::IsAsked()) {
+      ::SetLastError(kCancelled);
+      return WAIT_FAILED;
+    }
+  }
+}
 
 }  // namespace
 
@@ -30,10 +51,7 @@ Code Open(std::uint32_t id, std::uint32_t access, Handle* process) {
 }
 
 std::uint32_t Wait(const Handle& process, std::uint32_t milliseconds) {
-  LastErrorKeeper lastError;
-  const DWORD result = ::WaitForSingleObject(HandleOf(process), milliseconds);
-  lastError.Settle(result != WAIT_FAILED);
-  return result;
+  return WaitForAll({&process, 1}, milliseconds);
 }
 
 std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t milliseconds) {
@@ -48,7 +66,7 @@ std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t millis
   for (DWORD i = 0; i < count; ++i) {
     handles[i] = HandleOf(processes[i]);
   }
-  const DWORD result = ::WaitForMultipleObjects(count, handles.data(), TRUE, milliseconds);
+  const DWORD result = WaitForHandles(std::span(handles).first(count), milliseconds);
   lastError.Settle(result != WAIT_FAILED);
   return result < count ? std::uint32_t{kSuccess} : std::uint32_t{result};
 }

@@ -20,6 +20,8 @@ import pathlib
 import random
 import re
 import shutil
+import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -738,6 +740,59 @@ def program_rows():
     yield 'programs/of-the-volume-allowed', lambda this: volume_programs(this, True)
 
 
+# --- How a run ends as others see it
+
+SIGNALLED = r'root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Microsoft"'
+WAITS = {  # each would last longer than a test may
+    'sleep': '<sleep milisec="-1"/>',
+    'program': '<processRun path="/bin/sleep" args="20" waittime="-1"/>',
+    'loop': '<nothing id="again"/><goto target="again"/>',
+    'download': '<fileDownload url="http://127.0.0.1:@PORT@/" file="@DIR@\\got"/>'}
+
+
+def signalled(this, number, wait, ignored=()):
+    """What ran ends, nothing else starts, and all is left as after any other run."""
+    with socket.create_server(('127.0.0.1', 0)) as silent:
+        wait = WAITS[wait].replace('@PORT@', str(silent.getsockname()[1]))
+        this.external(body=f'<regWrite {SIGNALLED} value="Signalled" type="REG_SZ" data="kept"/>'
+                      + '<fileCreate path="@DIR@\\started"/>' + wait.replace(
+                          '@DIR@', world.host_to_drive(this.folder))
+                      + '<fileCreate path="@DIR@\\after"/><exit code="3"/>')
+        process = this.start(preexec_fn=lambda: [signal.signal(one, signal.SIG_IGN)
+                                                 for one in ignored])
+        wait_for(this.folder / 'started')
+        for one in (*ignored, number):
+            process.send_signal(one)
+            time.sleep(0.05)
+        ended = this.finish(process)
+    faults = [check_events(ended, -1223, None, 'PatchCancelled'), expectations.lack(
+        ['Asked to stop. No other command starts.', 'End execution',
+         'Protected folder for custom patches removed'], ended.trace, 'trace')]
+    expect(not any(faults), '\n'.join(filter(None, faults)))
+    expect(ended.exit_code == -number, f'it ended with {ended.exit_code}')
+    expect(not (this.folder / 'after').exists() and not this.protected(), 'it went on, or left a folder')
+    shown = subprocess.run([this.gates.tlx, 'machine', 'show', this.machine, r'HKLM\SOFTWARE\Microsoft'],
+                           capture_output=True, text=True, check=True).stdout
+    expect('"kept"' in shown, f'the registry: {shown}')
+
+
+def low_byte(this, code):
+    this.external(body=f'<exit code="{code}"/>')
+    ended = this.ended()
+    expect(ended.exit_code == 255 and check_events(ended, -abs(code)) is None, f'it ended: {ended}')
+
+
+def ending_rows():
+    for wait in WAITS:
+        yield f'ending/signal-{wait}', lambda this, wait=wait: signalled(this, signal.SIGTERM, wait)
+    yield 'ending/signal-INT', lambda this: signalled(this, signal.SIGINT, 'sleep')
+    yield 'ending/signal-HUP', lambda this: signalled(this, signal.SIGHUP, 'sleep')
+    yield 'ending/signal-ignored', lambda this: signalled(
+        this, signal.SIGTERM, 'sleep', [signal.SIGHUP, signal.SIGINT])
+    for code in (256, 65536, -2147483648):
+        yield f'ending/code-{code}', lambda this, code=code: low_byte(this, code)
+
+
 # --- The instance guard
 
 BUSY = ['Execution of another patch is in progress, could not apply current patch.']
@@ -940,7 +995,8 @@ def wine_rows():
 
 
 def all_rows(options):
-    for rows in (location_rows, machine_rows, catalog_rows, folder_rows, program_rows, guard_rows, race_rows, spool_rows):
+    for rows in (location_rows, machine_rows, catalog_rows, folder_rows, program_rows, ending_rows,
+                 guard_rows, race_rows, spool_rows):
         for name, action, *machine in rows():
             yield name, action, machine[0] if machine else 'machine'
     if options.windows:

@@ -148,7 +148,7 @@ class Linux(Platform):
 
     @staticmethod
     def expected_code(code):
-        return code & 0xFF
+        return code & 0xFF or (255 if code else 0)
 
 
 class Windows(Platform):

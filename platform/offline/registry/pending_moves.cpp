@@ -14,6 +14,8 @@ namespace {
 constexpr cvn::StringView kKey = u"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
 constexpr cvn::StringView kValue = u"PendingFileRenameOperations";
 
+constexpr cvn::StringView kNativePrefix = u"\\??\\";
+
 // Text with a zero after it, in the registry's form.
 void AppendText(cvn::StringView text, std::vector<std::byte>* data) {
   const auto append = [data](char16_t unit) {
@@ -35,7 +37,7 @@ Code NativePath(cvn::StringView path, cvn::String* native) {
   if (!isPlace || host.spelling.empty()) {
     return code;
   }
-  *native = u"\\??\\";
+  *native = kNativePrefix;
   native->Append(posix::ToMachinePath(host.spelling));
   return kSuccess;
 }
@@ -52,9 +54,18 @@ void CutEnd(bool isList, std::vector<std::byte>* data) {
   }
 }
 
-// Adds a pair to the session manager's list. A list ends with an empty text, but there are others
+// Windows, when it starts, has no drives but its own.
+bool IsOnMachine(cvn::StringView native) {
+  return native.substr(kNativePrefix.size()).starts_with(u"C:");
+}
+
+// Adds a pair to the session manager's list; an empty `to` deletes. 17 when a path is one of the
+// host. A list ends with an empty text, but there are others
 // in it too: each deletion is a path and an empty text.
-Code AppendPair(cvn::StringView from, cvn::StringView to) {
+Code AppendPair(cvn::StringView from, cvn::StringView to, bool replace = false) {
+  if (!IsOnMachine(from) || !(to.empty() || IsOnMachine(to))) {
+    return kNotSameDevice;
+  }
   registry::Key key;
   Code code = registry::CreateKey(registry::Key(registry::Root::LocalMachine), kKey, false,
                                   registry::kQueryValue | registry::kSetValue, &key);
@@ -69,7 +80,9 @@ Code AppendPair(cvn::StringView from, cvn::StringView to) {
   }
   CutEnd(code == kSuccess && type == registry::kTypeMultiString, &list);
   AppendText(from, &list);
-  AppendText(to, &list);
+  cvn::String target(replace ? u"!" : u"");
+  target.Append(to);
+  AppendText(target, &list);
   AppendText(u"", &list);
   return registry::SetValue(key, kValue, registry::kTypeMultiString, list);
 }
@@ -81,9 +94,7 @@ Code MoveAtNextStart(cvn::StringView from, cvn::StringView to, bool replace) {
   if (code == kSuccess) {
     code = NativePath(to, &place);
   }
-  cvn::String target(replace ? u"!" : u"");
-  target.Append(place);
-  return code == kSuccess ? AppendPair(source, target) : code;
+  return code == kSuccess ? AppendPair(source, place, replace) : code;
 }
 
 }  // namespace
