@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "engine/command_description.h"
+#include "platform/error.h"
 #include "support/format.h"
 #include "trace/trace.h"
 
@@ -56,6 +57,11 @@ AttributeFault LoadAttribute(const AttributeDescription& attribute, const Attrib
 }
 
 void FunctionRetError::ReportCode(std::uint32_t code) {
+  if (code == platform::kCantAccessFile) {
+    TraceLine(
+        u"Windows keeps the file in a form that can't be read here: compressed, deduplicated, or "
+        u"in the cloud.");
+  }
   if (code != 0) {
     error = cvn::Format(u"%d", static_cast<std::int32_t>(code));
     hasError = true;

@@ -1,6 +1,7 @@
 #include "launcher/machine_check.h"
 
 #include "platform/machine.h"
+#include "platform/volume_state.h"
 #include "support/format.h"
 
 namespace tessel {
@@ -38,6 +39,46 @@ cvn::String ProblemOfFolder(platform::Code opened, const cvn::String& folder) {
   }
 }
 
+MachineFault HibernationFault(const cvn::String& folder) {
+  return {
+      kMachineHibernated,
+      cvn::Format(u"The machine '%s' is refused: its Windows is hibernated, or was shut down with "
+                  u"fast startup, or hiberfil.sys can't be read. Start Windows and shut it down "
+                  u"by 'shutdown /s'; if it can't start and what was open may be lost, remove "
+                  u"hiberfil.sys.",
+                  folder)};
+}
+
+// The volume isn't one to be written to now.
+std::optional<MachineFault> FaultOfVolume(const cvn::String& folder) {
+  // For the trace, the event, and what the registry logs.
+  constexpr std::uint64_t kLeastRoom = 1024 * 1024;
+  machine::VolumeState state;
+  if (const platform::Code code = machine::LookAtVolume(&state); code != platform::kSuccess) {
+    return FaultOfFolder(folder, ProblemOfFolder(code, folder));
+  }
+  if (state.isHibernated) {
+    return HibernationFault(folder);
+  }
+  if (state.isReadOnly) {
+    return MachineFault{
+        kMachineReadOnly,
+        cvn::Format(u"The machine '%s' is refused: it is mounted read-only. Mount it for writing. "
+                    u"A driver that won't do so keeps a volume from harm that Windows didn't leave "
+                    u"clean: start Windows, let it check the disk, and shut it down by 'shutdown "
+                    u"/s'.",
+                    folder)};
+  }
+  if (state.freeBytes < kLeastRoom) {
+    return MachineFault{
+        kMachineFull,
+        cvn::Format(u"The machine '%s' is refused: its volume has no room for the trace of the "
+                    u"run. Free 1 MiB there, or more if the patch needs it.",
+                    folder)};
+  }
+  return std::nullopt;
+}
+
 cvn::String ProblemOfRegistry(platform::Code code) {
   switch (code) {
     case platform::kFileNotFound:
@@ -54,8 +95,14 @@ cvn::String ProblemOfRegistry(platform::Code code) {
 }  // namespace
 
 std::optional<MachineFault> FindMachineFault(platform::Code opened, const cvn::String& folder) {
+  if (opened == machine::kHibernated) {
+    return HibernationFault(folder);
+  }
   if (opened != platform::kSuccess) {
     return FaultOfFolder(folder, ProblemOfFolder(opened, folder));
+  }
+  if (std::optional<MachineFault> fault = FaultOfVolume(folder)) {
+    return fault;
   }
   const platform::Code code = machine::CheckRegistry();
   if (code != platform::kSuccess) {

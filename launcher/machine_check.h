@@ -9,8 +9,12 @@
 
 namespace tessel {
 
-// Exit codes: the folder is no Windows system volume (ERROR_UNRECOGNIZED_VOLUME), or its registry
-// can't be read (ERROR_BADDB).
+// Exit codes: the volume is read-only (ERROR_WRITE_PROTECT), is too full for what a run writes of
+// itself (ERROR_DISK_FULL), or is hibernated (ERROR_HIBERNATED); the folder is no Windows system
+// volume (ERROR_UNRECOGNIZED_VOLUME), or its registry can't be read (ERROR_BADDB).
+inline constexpr std::int32_t kMachineReadOnly = 19;
+inline constexpr std::int32_t kMachineFull = 112;
+inline constexpr std::int32_t kMachineHibernated = 726;
 inline constexpr std::int32_t kMachineUnrecognized = 1005;
 inline constexpr std::int32_t kMachineUnreadable = 1009;
 

@@ -137,7 +137,8 @@ inline constexpr std::uint32_t kMoveWriteThrough = 8;
 // for a folder onto anything or anything onto a folder or read-only file, 17 onto another volume
 // without kMoveCopyAllowed, or a folder onto one at all, 3 for an empty path. With
 // kMoveDelayUntilReboot nothing moves now: the two paths are appended to the session manager's
-// PendingFileRenameOperations.
+// PendingFileRenameOperations. On Linux, where Z: is no drive of that Windows, a path there
+// gives 17.
 Code Move(cvn::StringView from, cvn::StringView to, std::uint32_t flags);
 
 // Appends the deletion of a file, or of an empty folder, to the same list, as MoveFileExW with

@@ -60,7 +60,8 @@ Code Use(cvn::StringView folder);
 // nothing is to be done, and it succeeds.
 Code UseDefault();
 
-// The same; without TESSEL_MACHINE, a machine that is missing is made first.
+// The same for a run, which changes the machine: without TESSEL_MACHINE, one that is missing is
+// made first, and one that is hibernated gives kHibernated (volume_state.h).
 Code UseOrCreateDefault(const Description& description);
 
 // The folder of those two as the host names it, for messages; empty when it can't be told, and on

@@ -57,6 +57,9 @@ Code CodeOf(int error, Code ioFault) {
   if (error == EIO) {
     return ioFault;
   }
+  if (error == EOPNOTSUPP && ioFault != kGenFailure) {
+    return kCantAccessFile;
+  }
   for (const Pair& pair : kPairs) {
     if (pair.error == error) {
       return pair.code;

@@ -6,7 +6,8 @@
 namespace platform::posix {
 
 // The code for a value of errno; 0 is success. `ioFault` stands for EIO, whose code depends on what
-// was being done.
+// was being done. Where one is given a file's content was to be had, and EOPNOTSUPP is
+// kCantAccessFile: a driver for NTFS has met a form (compressed, deduplicated) that it can't read.
 Code CodeOf(int error, Code ioFault = kGenFailure);
 
 // Makes `code` the thread's last error, and gives it back.

@@ -1,5 +1,9 @@
 #include "platform/machine.h"
 
+#include <limits>
+
+#include "platform/volume_state.h"
+
 namespace platform::machine {
 namespace {
 
@@ -21,5 +25,11 @@ Code UseOrCreateDefault(const Description& /*description*/) { return kSuccess; }
 cvn::String DefaultFolder() { return {}; }
 
 Code CheckRegistry() { return kSuccess; }
+
+Code LookAtVolume(VolumeState* state) {
+  *state = {};
+  state->freeBytes = std::numeric_limits<std::uint64_t>::max();
+  return kSuccess;
+}
 
 }  // namespace platform::machine

@@ -337,19 +337,33 @@ HIVE = pathlib.PurePath('Windows', 'System32', 'config', 'SOFTWARE')
 VERSION = r'root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Microsoft\Windows NT\CurrentVersion" value='
 
 
-def unjudged(this, arrange, code, problem, **user):
+# Commands that give a run's machine another volume, in a mount namespace of its own.
+MOUNTED = ['unshare', '--mount', '--propagation', 'private', 'sh', '-ec']
+READ_ONLY = 'mount --bind "$0" "$0"; mount -o remount,bind,ro "$0"; exec "$@"'
+FULL = ('cp -a "$0" "$0.copy"; mount -t tmpfs -o size=32M none "$0"; cp -a "$0.copy/." "$0"; '
+        'cat /dev/zero >"$0/fill" 2>"$0.words" || exec "$@"')
+
+
+def unjudged(this, arrange, code, problem, before=(), **user):
     ran = this.folder / 'ran'
     this.external(is_signed=False, body='<fileCreate path="@DIR@\\ran"/><exit code="3"/>')
     os.chmod(this.folder, 0o777)
     arrange(this)
-    before = sorted(this.machine.rglob('*')) if code == 1005 else None
+    was = sorted(this.machine.rglob('*')) if code != 1009 else None
     program = shutil.copy2(this.gates.tessel, this.folder)
-    ended = this.finish(this.start([program, *this.command()[1:]], **user))
+    words = [*MOUNTED, *before, str(this.machine)] if before else []
+    ended = this.finish(this.start([*words, program, *this.command()[1:]], **user))
     words = f"The machine '{this.machine}' is refused: *{problem}*. *"
     expect(ended.exit_code == this.expected_code(code), f'it ended: {ended}')
     expect(expectations.differ([words], ended.stderr, 'standard error') is None, f'{ended}')
     expect(not ran.exists() and all(event['exit_code'] == code for event in ended.events), f'{ended}')
-    expect(code != 1005 or before == sorted(this.machine.rglob('*')), 'what is no machine was changed')
+    expect(code == 1009 or was == sorted(this.machine.rglob('*')), 'the machine was changed')
+
+
+def awake(this, signature):
+    this.external()
+    (this.machine / 'Hiberfil.sys').write_bytes(signature + bytes(4096))
+    check(this.ended(), -3)
 
 
 def with_version(this, *changes):
@@ -400,10 +414,21 @@ def machine_rows():
         ('number-of-other-type', lambda this: with_version(this, text('6.3'), (
             'regWrite', '"CurrentMajorVersionNumber" type="REG_SZ" data="5"')), *version),
     ]
+    rows += [(f'hibernated-{text}', lambda this, text=text: (
+        this.machine / 'hiberfil.sys').write_text(text + 100 * '.'), 726, 'hibernated')
+             for text in ('hibr', 'HIBR', 'RSTR')]
+    rows += [('hibernation-unknown', lambda this: (this.machine / 'hiberfil.sys').mkdir(), 726,
+              "hiberfil.sys can't be read")]
     rows += [(f'version-{data or "empty"}', lambda this, data=data: with_version(this, text(data)),
               *version) for data in ('', '6', '6.x', 'abc', '.', '0.0', '-6.1', '9999999999.1')]
     for name, *row in rows:
         yield f'machine/{name}', lambda this, row=row: unjudged(this, *row)
+    for signature in (b'', b'wake', b'WAKE', bytes(4)):
+        yield f'machine/awake-{signature.hex()}', lambda this, signature=signature: awake(this, signature)
+    for name, code, problem, words in (('writable', 19, 'mounted read-only', READ_ONLY),
+                                       ('roomy', 112, 'no room for the trace', FULL)):
+        yield f'machine/not-{name}', lambda this, code=code, problem=problem, words=words: unjudged(
+            this, lambda _: None, code, problem, [words])
     yield 'machine/not-for-this-user', lambda this: unjudged(
         this, hive(lambda path: path.chmod(0o600)), 1009, 'access is denied', user=NOBODY,
         group=NOBODY, extra_groups=[])

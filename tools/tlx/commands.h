@@ -10,6 +10,7 @@ extern const CommandSpec kEventsCommand;
 extern const CommandSpec kGraphCommand;
 extern const CommandSpec kKeygenCommand;
 extern const CommandSpec kLintCommand;
+extern const CommandSpec kMachineCheckCommand;
 extern const CommandSpec kMachineCreateCommand;
 extern const CommandSpec kMachineShowCommand;
 extern const CommandSpec kPackCommand;

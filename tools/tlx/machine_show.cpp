@@ -8,6 +8,7 @@
 #include "support/format.h"
 #include "support/numbers.h"
 #include "tools/tlx/commands.h"
+#include "tools/tlx/machine_facts.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
 #include "trust/product.h"
@@ -44,9 +45,6 @@ constexpr NamedRoot kRoots[] = {
 constexpr std::size_t kKeyNameCapacity = 256;
 constexpr std::size_t kValueNameCapacity = 16384;
 
-constexpr cvn::StringView kVersionKey = u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
-constexpr cvn::StringView kSessionManagerKey =
-    u"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
 constexpr cvn::StringView kEnvironmentKey =
     u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
 constexpr cvn::StringView kTrustedRootsKey =
@@ -65,42 +63,6 @@ int FailOnKey(cvn::StringView key, Code code) {
     default:
       return FailToRead(key, code);
   }
-}
-
-struct StoredValue {
-  std::uint32_t type = 0;
-  std::vector<std::byte> data;
-};
-
-// A value below HKEY_LOCAL_MACHINE.
-std::optional<StoredValue> MachineValue(cvn::StringView path, cvn::StringView name) {
-  Key key;
-  StoredValue value;
-  if (registry::OpenKey(Key(Root::LocalMachine), path, registry::kQueryValue, &key) != kSuccess ||
-      registry::QueryValue(key, name, &value.type, &value.data) != kSuccess) {
-    return std::nullopt;
-  }
-  return value;
-}
-
-// The same as a text.
-cvn::String MachineText(cvn::StringView path, cvn::StringView name) {
-  const std::optional<StoredValue> value = MachineValue(path, name);
-  return value ? Printable(StoredText(value->data)) : cvn::String(u"unknown");
-}
-
-// 10.0 and later stand in two numbers, since the text stays at 6.3.
-cvn::String VersionText() {
-  const auto major = MachineValue(kVersionKey, u"CurrentMajorVersionNumber");
-  const auto minor = MachineValue(kVersionKey, u"CurrentMinorVersionNumber");
-  const auto isNumber = [](const std::optional<StoredValue>& value) {
-    return value && value->type == registry::kTypeDword && !value->data.empty();
-  };
-  if (!isNumber(major) || !isNumber(minor)) {
-    return MachineText(kVersionKey, u"CurrentVersion");
-  }
-  return cvn::Format(u"%u.%u", std::to_integer<unsigned>(major->data[0]),
-                     std::to_integer<unsigned>(minor->data[0]));
 }
 
 std::uint32_t CountTrustedRoots() {
@@ -137,8 +99,7 @@ int ShowSummary(cvn::StringView folder) {
   row(u"Architecture:", ArchitectureName(MachineText(kEnvironmentKey, u"PROCESSOR_ARCHITECTURE")));
   row(u"Install folder:", MachineText(tessel::product::kUninstallKey, u"InstallLocation"));
   row(u"Trusted roots:", cvn::Format(u"%u", CountTrustedRoots()));
-  const auto pending = MachineValue(kSessionManagerKey, u"PendingFileRenameOperations");
-  const auto moves = pending ? DescribePendingMoves(pending->data) : cvn::List<cvn::String>();
+  const cvn::List<cvn::String> moves = PendingMoves();
   row(u"After reboot:", moves.empty() ? cvn::StringView(u"nothing") : cvn::StringView());
   for (const cvn::String& move : moves) {
     WriteLine(cvn::Format(u"  %s", move));

@@ -14,6 +14,7 @@
 #include "platform/linux/error_map.h"
 #include "platform/offline/environment/environment.h"
 #include "platform/offline/machine/new_registry.h"
+#include "platform/volume_state.h"
 
 namespace platform::posix {
 namespace {
@@ -114,7 +115,13 @@ Code Create(cvn::StringView folder, const Description& description) {
 }
 
 Code UseOrCreateDefault(const Description& description) {
-  return posix::Machine::Open(posix::DefaultMachine(description));
+  const Code code = posix::Machine::Open(posix::DefaultMachine(description));
+  VolumeState state;
+  if (code == kSuccess && LookAtVolume(&state) == kSuccess && state.isHibernated) {
+    posix::Machine::Close(kHibernated);
+    return kHibernated;
+  }
+  return code;
 }
 
 }  // namespace platform::machine

@@ -119,7 +119,7 @@ Code OpenSource(const HostPath& source, Descriptor* file, struct stat* entry) {
   }
   file->Reset(place.Open(O_RDONLY | O_NONBLOCK));
   if (file->Get() < 0 || fstat(file->Get(), entry) != 0) {
-    return CodeOf(errno);
+    return CodeOf(errno, kReadFault);
   }
   if (!S_ISREG(entry->st_mode)) {
     return kAccessDenied;

@@ -180,7 +180,7 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
   const auto openFile = [&] {
     const int wait = host.onMachine ? O_NONBLOCK : 0;
     descriptor = host.Open(FlagsOf(access, disposition) | wait, kFileMode);
-    return descriptor < 0 ? CodeOf(errno) : kSuccess;
+    return descriptor < 0 ? CodeOf(errno, kReadFault) : kSuccess;
   };
   const Code code = isThere ? openFile() : posix::ChangeFolder(host, openFile);
   if (code != kSuccess) {

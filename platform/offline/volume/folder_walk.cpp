@@ -19,6 +19,11 @@ constexpr std::size_t kMostLinks = 40;  // as many as Linux follows
 // More than any way of that many links has that isn't made to waste time.
 constexpr std::size_t kMostSteps = 100'000;
 
+// What ntfs-3g shows for a file that Windows keeps in a form of its own (compressed by WOF,
+// deduplicated, in the cloud), and that none of its plug-ins reads: a link to these words and a
+// tag.
+constexpr std::string_view kUnreadableForm = "unsupported reparse ";
+
 }  // namespace
 
 DirectoryIndex& NameIndex() {
@@ -132,6 +137,9 @@ Code FolderWalk::TakeLink(int link) {
     return kCantResolveFilename;
   }
   std::string_view target(text, static_cast<std::size_t>(length));
+  if (target.starts_with(kUnreadableForm)) {
+    return kCantAccessFile;
+  }
   if (target.starts_with('/')) {
     Restart();
     if (IsWithin(target, rootSpelling_)) {

@@ -91,6 +91,8 @@ Code Machine::Open(const Machine& machine) {
   return own.state_;
 }
 
+void Machine::Close(Code state) { MachineOfProcess().state_ = state; }
+
 // Without Resolve, which would look for the very machine that is about to be made or opened.
 Code HostFolder(cvn::StringView folder, std::string* host) {
   folder = UpToZero(folder);

@@ -29,6 +29,9 @@ class Machine {
   // open.
   static Code Open(const Machine& machine);
 
+  // From now on everything on drive C: fails with this code.
+  static void Close(Code state);
+
   Machine() = default;
   // Finds the folder that the host calls `folder`. It is taken as it is; nothing is made.
   explicit Machine(const std::string& folder);
