@@ -65,7 +65,7 @@ _REFUSALS = {
     1618: 'Execution of another patch is in progress', 1169: 'Patch type for external',
     323: 'Integrity check failed. Reason: ', 13: 'Failed to load patch.', 1636: 'Failed to load',
     1006: 'Failed to load the patch. Error: 1006.', 1005: 'let TESSEL_MACHINE name the folder',
-    1009: 'Repair or restore its hives'}
+    726: "hiberfil.sys can't be read", 1009: 'Repair or restore its hives'}
 _NO_CALL = 'no call'
 _UNREADABLE = re.compile(r'Failed to load the patch. Error: (\d+)\.')
 # The keys above one that can't be deleted stay open, as the language wants it.

@@ -14,7 +14,9 @@ import contextlib
 import dataclasses
 import fcntl
 import fnmatch
+import functools
 import json
+import operator
 import os
 import pathlib
 import random
@@ -175,6 +177,14 @@ class Run:
         expect(snapshot(self.folder) == before or self.has_company, 'tlx verify changed something')
         expect(tool.returncode == (0 if said['starts'] else 1), f'tlx verify: {tool}')
         return said
+
+    def checked(self):
+        """What tlx machine check tells of the machine."""
+        tool = subprocess.run([self.gates.tlx, 'machine', 'check', self.machine, '--json'],
+                              capture_output=True, check=False)
+        told = json.loads(tool.stdout)
+        expect(tool.returncode == (0 if told['isFit'] else 1), f'it ended with {tool.returncode}')
+        return told
 
     def protected(self):
         folder = self.install / 'customPatches'
@@ -360,10 +370,54 @@ def unjudged(this, arrange, code, problem, before=(), **user):
     expect(code == 1009 or was == sorted(this.machine.rglob('*')), 'the machine was changed')
 
 
+    if not before and not user:
+        told = this.checked()
+        expect(not told['isFit'] and told['exitCode'] == code and problem in told['refusal'],
+               f'tlx machine check tells {told}')
+
+
 def awake(this, signature):
     this.external()
     (this.machine / 'Hiberfil.sys').write_bytes(signature + bytes(4096))
     check(this.ended(), -3)
+    told = this.checked()
+    expect(told['isFit'] and not told['volume']['isHibernated']
+           and all(hive['isClean'] and hive['format'] == '1.5' for hive in told['hives'])
+           and len(told['hives']) == 5, f'tlx machine check tells {told}')
+
+
+def worrying_hive(this, change, **wanted):
+    change(this.machine / HIVE)
+    told = this.checked()
+    hive = told['hives'][1]
+    expect(not told['isFit'] and told['warnings'], f'nothing worries: {told}')
+    expect({name: hive.get(name) for name in wanted} == wanted, f'the hive: {hive}')
+
+
+def unfinished(path, entries):
+    """A write to the hive was begun, and the log has these numbers behind the last one that ended."""
+    hive = bytearray(path.read_bytes())
+    last = int.from_bytes(hive[8:12], 'little')
+    hive[4:8] = (last + 1).to_bytes(4, 'little')
+    words = [int.from_bytes(hive[at:at + 4], 'little') for at in range(0, 508, 4)]
+    hive[508:512] = functools.reduce(operator.xor, words).to_bytes(4, 'little')
+    path.write_bytes(hive)
+    log = [b'HvLE' + (512).to_bytes(4, 'little') + bytes(4) + (last + number).to_bytes(4, 'little')
+           + bytes(496) for number in entries]
+    path.with_name('software.log1').write_bytes(hive[:512] + b''.join(log))
+
+
+def kept_elsewhere(this):
+    """What the mount can't read, and what Windows has no drive for when it starts."""
+    os.symlink('unsupported reparse tag 0x80000017', this.machine / 'compressed')
+    this.external(body=r'''<fileCopySingle src="C:\compressed" dest="C:\copy"/>
+        <fileCreate path="@DIR@\host"/><fileCreate path="C:\own"/>
+        <fileMove src="@DIR@\host" dest="C:\x" afterReboot="true"/>
+        <fileMove src="C:\own" dest="@DIR@\x" afterReboot="true"/><exit code="3"/>''')
+    failed = "fileMove function end with error. err:'17'"
+    check(this.ended(), -3, trace=["Windows keeps the file in a form that can't be read here*",
+                                   "*error. err:'1920'", failed, failed])
+    expect(not this.checked()['pendingMoves'], 'there is a pending move')
 
 
 def with_version(this, *changes):
@@ -425,6 +479,15 @@ def machine_rows():
         yield f'machine/{name}', lambda this, row=row: unjudged(this, *row)
     for signature in (b'', b'wake', b'WAKE', bytes(4)):
         yield f'machine/awake-{signature.hex()}', lambda this, signature=signature: awake(this, signature)
+    for name, change, wanted in (
+            ('pending', lambda path: unfinished(path, (-1, 0, 1, 5)),
+             {'isClean': False, 'pendingEntries': 2}),
+            ('unlogged', lambda path: unfinished(path, ()), {'isClean': False, 'pendingEntries': 0}),
+            ('torn', lambda path: os.truncate(path, path.stat().st_size - 4096), {'isClean': True}),
+            ('broken-bin', lambda path: change_byte(path, b'hbin'), {'damagedAt': 4096})):
+        yield f'machine/hive-{name}', lambda this, change=change, wanted=wanted: worrying_hive(
+            this, change, **wanted)
+    yield 'machine/kept-elsewhere', kept_elsewhere
     for name, code, problem, words in (('writable', 19, 'mounted read-only', READ_ONLY),
                                        ('roomy', 112, 'no room for the trace', FULL)):
         yield f'machine/not-{name}', lambda this, code=code, problem=problem, words=words: unjudged(

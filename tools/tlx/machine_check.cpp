@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "platform/catalogs.h"
 #include "platform/machine.h"
 #include "platform/streams.h"
 #include "platform/volume_state.h"
@@ -91,7 +92,7 @@ MachineState LookAt(cvn::StringView folder, platform::Code opened) {
   state.build = MachineText(kVersionKey, u"CurrentBuild");
   state.pendingMoves = PendingMoves();
   state.installFolder = MachineText(tessel::product::kUninstallKey, u"InstallLocation");
-  if (!state.fault && state.version == kUnknown) {
+  if (!state.fault && !platform::catalogs::GetSupport()) {
     state.fault = tessel::UnknownVersionFault(state.folder);
   }
   if (state.installFolder == kUnknown) {
