@@ -11,251 +11,27 @@ Each run has a machine and a patch folder of its own; the certificates are made 
 
 import argparse
 import contextlib
-import dataclasses
 import fcntl
 import fnmatch
-import functools
-import json
-import operator
 import os
 import pathlib
 import random
-import re
 import shutil
 import signal
 import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import time
-from typing import Callable
-
-import jsonschema
 
 import expectations
-import run
-import spooled_events
+import hostile
+import machines
 import world
+from gate_runs import (
+    Gates, NOBODY, Run, SERVICE, WAIT, WindowsRun, catalog, change_byte, check, check_events,
+    put_link, put_pipe, refused, wait_for, wait_until)
 from world import INSTALL, expect
-
-VERIFICATION = jsonschema.Draft7Validator(json.loads(
-    (pathlib.Path(__file__).resolve().parents[2] / 'docs' / 'verify.schema.json').read_text()))
-NOBODY = 65534
-SERVICE = pathlib.PurePath('Update Service')
-# Runs until the file 'go' is there, and tells by the file 'started' that it does.
-WAIT = ('<fileCreate path="@DIR@\\started"/><nothing id="wait"/><sleep milisec="5"/>'
-        '<fileExists path="@DIR@\\go"><onFalse><goto target="wait"/></onFalse></fileExists>'
-        '<exit code="3"/>')
-BODY = '<trace value="in %scriptdir%"/><exit code="3"/>'
-
-
-@dataclasses.dataclass
-class Ended:
-    exit_code: int
-    stdout: list
-    stderr: list
-    trace: list
-    events: list
-    expected_code: Callable[[int], int]  # what such an exit code is seen as
-    foretold: dict = None  # what 'tlx verify' said of it
-
-
-def refused_serial(program):
-    """One of the serials that were built into the program."""
-    header = program.parents[1] / 'refused-serials' / 'refused_serials.h'
-    return re.search(r'u"([0-9a-f]{32})"', header.read_text(encoding='ascii'))[1]
-
-
-class Gates(world.World):
-    """What all runs share."""
-
-    def __init__(self, options, folder):
-        super().__init__(options.linux, options.tlx, options.key, folder)
-        self.image = options.image
-        stranger = world.Authority(folder, 'stranger')
-        self.signers = {
-            'other-organisation': self.root.issue(
-                'other-organisation', subject=world.PUBLISHER.replace('O=Corvane', 'O=Other')),
-            'other-name': self.root.issue('other-name', subject='/O=Corvane SRL/CN=Corvane'),
-            'refused-serial': self.root.issue('refused-serial', serial=refused_serial(self.tessel)),
-            'wrong-purpose': self.root.issue('wrong-purpose', purpose='serverAuth'),
-            'expired': self.root.issue('expired', days='-1'),
-            'untrusted-root': stranger.issue('untrusted-root'),
-        }
-        self.machine = self.make_machine(folder / 'machine')
-        self.elsewhere = self.make_machine(folder / 'machine-with-service-elsewhere', r"""
-            <regWrite root="HKEY_LOCAL_MACHINE" type="REG_EXPAND_SZ" value="ImagePath"
-             key="SYSTEM\CurrentControlSet\Services\AmUpdateService"
-             data="&quot;C:\Update Service\updater.exe&quot; -run"/>""")
-        self.windows = options.windows and run.Windows(options.windows, options.wine,
-                                                       options.system_library)
-
-
-class Run:
-    """A machine, a patch folder, and what is started there."""
-
-    def __init__(self, gates, folder, machine):
-        self.gates = gates
-        self.folder = folder
-        self.machine = self.take_machine(machine)
-        os.chmod(folder, 0o755)
-        self.install = self.machine / INSTALL
-        self.install.mkdir(parents=True, exist_ok=True)
-        self.place = folder / 'patch'
-        self.place.mkdir()
-        self.patch = self.place / 'fix.tlx'
-        self.has_company = False  # something else changes these folders
-
-    def take_machine(self, machine):
-        return shutil.copytree(machine, self.folder / 'machine')
-
-    def external(self, body=BODY, is_signed=True, **header):
-        """An external patch, with a payload and a catalog."""
-        body = body.replace('@DIR@', world.host_to_drive(self.folder))
-        self.gates.pack(self.patch, body, **header)
-        (self.place / 'Payload.txt').write_text('payload', encoding='ascii')
-        (self.place / 'Sub').mkdir()
-        (self.place / 'Sub' / 'Deep.bin').write_bytes(bytes(range(256)) * 1000)
-        if is_signed:
-            self.gates.sign(self.place)
-
-    def trusted(self, folder, kind='update'):
-        place = self.machine / folder / 'patches'
-        place.mkdir(parents=True)
-        self.patch = place / 'fix.tlx'
-        self.gates.pack(self.patch, BODY, kind=kind, created=5)
-
-    def command(self, *options):
-        return [str(self.gates.tessel), '/encfile', str(self.patch), *options]
-
-    def parent(self, folder):
-        """A program in a folder of the machine, which starts what follows it."""
-        program = self.machine / folder / 'updater.exe'
-        program.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copy2('/bin/sh', program)
-        return [str(program), '-c', '"$@"; exit $?', 'updater']
-
-    def start(self, command=None, environment=(), **how):
-        environment = {**os.environ, 'TESSEL_MACHINE': str(self.machine), **dict(environment)}
-        return self.spawn(command or self.command(), environment, **how)
-
-    def spawn(self, command, environment, **how):
-        return subprocess.Popen(command, env=environment, cwd=self.folder, stdin=subprocess.DEVNULL,
-                                stdout=subprocess.PIPE, **{'stderr': subprocess.PIPE, **how})
-
-    def traces(self):
-        return (self.machine / world.TRACES).glob('ts-*.txt')
-
-    def exit_code(self, process, _):
-        return process.returncode
-
-    expected_code = staticmethod(run.Linux.expected_code)
-
-    def events(self):
-        return spooled_events.load(self.machine / world.SPOOL)
-
-    def finish(self, process):
-        out, err = process.communicate(timeout=world.TIME_LIMIT)
-        traces = [world.read_trace(path) for path in self.traces()]
-        return Ended(self.exit_code(process, err), out.decode().splitlines(),
-                     err.decode().splitlines(), traces[0] if len(traces) == 1 else [],
-                     self.events(), self.expected_code)
-
-    def ended(self, *options, before=(), **how):
-        foretold = self.foretell()
-        ended = self.finish(self.start([*before, *self.command(*options)], **how))
-        return dataclasses.replace(ended, foretold=foretold)
-
-    def foretell(self):
-        """What 'tlx verify' says of the run to come. It changes nothing."""
-        before = snapshot(self.folder)
-        tool = subprocess.run([self.gates.tlx, 'verify', self.patch, '--machine', self.machine,
-                               '--json'], capture_output=True, check=False)
-        said = json.loads(tool.stdout)
-        VERIFICATION.validate(said)
-        expect(snapshot(self.folder) == before or self.has_company, 'tlx verify changed something')
-        expect(tool.returncode == (0 if said['starts'] else 1), f'tlx verify: {tool}')
-        return said
-
-    def checked(self):
-        """What tlx machine check tells of the machine."""
-        tool = subprocess.run([self.gates.tlx, 'machine', 'check', self.machine, '--json'],
-                              capture_output=True, check=False)
-        told = json.loads(tool.stdout)
-        expect(tool.returncode == (0 if told['isFit'] else 1), f'it ended with {tool.returncode}')
-        return told
-
-    def protected(self):
-        folder = self.install / 'customPatches'
-        return sorted(folder.iterdir()) if folder.is_dir() else []
-
-
-def snapshot(folder):
-    return {path: (entry.st_mode, entry.st_size, entry.st_mtime_ns)
-            for path in folder.rglob('*') for entry in [path.lstat()]}
-
-
-class WindowsRun(Run):
-    """The same under Wine, where the prefix is the machine of all runs, one at a time."""
-
-    def take_machine(self, _):
-        drive = pathlib.Path(os.environ['WINEPREFIX'], 'drive_c')
-        for place in (drive / world.TRACES, drive / INSTALL):
-            shutil.rmtree(place, ignore_errors=True)
-        return drive
-
-    def command(self, *options):
-        patch = self.patch
-        inside = patch.is_relative_to(self.machine)
-        return ['/encfile', world.drive_path(patch.relative_to(self.machine)) if inside
-                else world.host_to_drive(patch), *options]
-
-    def start(self, command=None, **how):
-        windows = self.gates.windows
-        environment = dict(os.environ)
-        code_file = self.folder / f'exit-code-{len(list(self.folder.glob("exit-code-*")))}.txt'
-        code_file.touch()
-        command = windows.command(windows.program, command or self.command(), environment, code_file)
-        process = self.spawn(command, environment, **how)
-        process.code_file = code_file
-        return process
-
-    def foretell(self):
-        return None
-
-    def exit_code(self, process, stderr):
-        return self.gates.windows.told_code(process.code_file, stderr)
-
-    expected_code = staticmethod(run.Windows.expected_code)
-
-
-def check_events(ended, *end):
-    return expectations.differ(spooled_events.expected(*end),
-                               [spooled_events.tell(event) for event in ended.events], 'events')
-
-
-def check_foretold(ended, exit_code):
-    """'tlx verify' told the end of the run, but for what depends on who starts it."""
-    if ended.foretold is None or exit_code in (5, 127, 1293):
-        return None
-    said = (ended.foretold['exitCode'],
-            [f'{event["event"]} {event["reason"]}' for event in ended.foretold['events']])
-    true = (max(exit_code, 0), [' '.join(spooled_events.tell(event).split()[::2])
-                                for event in ended.events] if exit_code > 0 else [])
-    return None if said == true else f'tlx verify told {said}, and it was {true}'
-
-
-def check(ended, exit_code, stderr=(), trace=(), stdout=(), critical=None, reason=None):
-    """Looks at a run that had its machine for itself."""
-    faults = [check_events(ended, exit_code, critical, reason), check_foretold(ended, exit_code)]
-    if ended.exit_code != ended.expected_code(exit_code):
-        faults.append(f'the exit code is {ended.exit_code}, not {exit_code}')
-    faults.append(expectations.differ(list(stderr), ended.stderr, 'standard error'))
-    faults.append(expectations.differ(list(stdout), ended.stdout, 'standard output'))
-    faults.append(expectations.lack(list(trace), ended.trace, 'trace'))
-    expect(not any(faults), '\n'.join(filter(None, faults)))
-
 
 # --- Where a patch lies, and who started it
 
@@ -341,196 +117,7 @@ def location_rows():
         yield row(f'undecryptable/{place}-{name}', undecryptable, place, name, is_removed)
 
 
-# --- Machines that can't be judged, and so are no old Windows, on which everything runs
-
-HIVE = pathlib.PurePath('Windows', 'System32', 'config', 'SOFTWARE')
-VERSION = r'root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Microsoft\Windows NT\CurrentVersion" value='
-
-
-# Commands that give a run's machine another volume, in a mount namespace of its own.
-MOUNTED = ['unshare', '--mount', '--propagation', 'private', 'sh', '-ec']
-READ_ONLY = 'mount --bind "$0" "$0"; mount -o remount,bind,ro "$0"; exec "$@"'
-FULL = ('cp -a "$0" "$0.copy"; mount -t tmpfs -o size=32M none "$0"; cp -a "$0.copy/." "$0"; '
-        'cat /dev/zero >"$0/fill" 2>"$0.words" || exec "$@"')
-
-
-def unjudged(this, arrange, code, problem, before=(), **user):
-    ran = this.folder / 'ran'
-    this.external(is_signed=False, body='<fileCreate path="@DIR@\\ran"/><exit code="3"/>')
-    os.chmod(this.folder, 0o777)
-    arrange(this)
-    was = sorted(this.machine.rglob('*')) if code != 1009 else None
-    program = shutil.copy2(this.gates.tessel, this.folder)
-    words = [*MOUNTED, *before, str(this.machine)] if before else []
-    ended = this.finish(this.start([*words, program, *this.command()[1:]], **user))
-    words = f"The machine '{this.machine}' is refused: *{problem}*. *"
-    expect(ended.exit_code == this.expected_code(code), f'it ended: {ended}')
-    expect(expectations.differ([words], ended.stderr, 'standard error') is None, f'{ended}')
-    expect(not ran.exists() and all(event['exit_code'] == code for event in ended.events), f'{ended}')
-    expect(code == 1009 or was == sorted(this.machine.rglob('*')), 'the machine was changed')
-
-
-    if not before and not user:
-        told = this.checked()
-        expect(not told['isFit'] and told['exitCode'] == code and problem in told['refusal'],
-               f'tlx machine check tells {told}')
-
-
-def awake(this, signature):
-    this.external()
-    (this.machine / 'Hiberfil.sys').write_bytes(signature + bytes(4096))
-    check(this.ended(), -3)
-    told = this.checked()
-    expect(told['isFit'] and not told['volume']['isHibernated']
-           and all(hive['isClean'] and hive['format'] == '1.5' for hive in told['hives'])
-           and len(told['hives']) == 5, f'tlx machine check tells {told}')
-
-
-def worrying_hive(this, change, **wanted):
-    change(this.machine / HIVE)
-    told = this.checked()
-    hive = told['hives'][1]
-    expect(not told['isFit'] and told['warnings'], f'nothing worries: {told}')
-    expect({name: hive.get(name) for name in wanted} == wanted, f'the hive: {hive}')
-
-
-def unfinished(path, entries):
-    """A write to the hive was begun, and the log has these numbers behind the last one that ended."""
-    hive = bytearray(path.read_bytes())
-    last = int.from_bytes(hive[8:12], 'little')
-    hive[4:8] = (last + 1).to_bytes(4, 'little')
-    words = [int.from_bytes(hive[at:at + 4], 'little') for at in range(0, 508, 4)]
-    hive[508:512] = functools.reduce(operator.xor, words).to_bytes(4, 'little')
-    path.write_bytes(hive)
-    log = [b'HvLE' + (512).to_bytes(4, 'little') + bytes(4) + (last + number).to_bytes(4, 'little')
-           + bytes(496) for number in entries]
-    path.with_name('software.log1').write_bytes(hive[:512] + b''.join(log))
-
-
-def kept_elsewhere(this):
-    """What the mount can't read, and what Windows has no drive for when it starts."""
-    os.symlink('unsupported reparse tag 0x80000017', this.machine / 'compressed')
-    this.external(body=r'''<fileCopySingle src="C:\compressed" dest="C:\copy"/>
-        <fileCreate path="@DIR@\host"/><fileCreate path="C:\own"/>
-        <fileMove src="@DIR@\host" dest="C:\x" afterReboot="true"/>
-        <fileMove src="C:\own" dest="@DIR@\x" afterReboot="true"/><exit code="3"/>''')
-    failed = "fileMove function end with error. err:'17'"
-    check(this.ended(), -3, trace=["Windows keeps the file in a form that can't be read here*",
-                                   "*error. err:'1920'", failed, failed])
-    expect(not this.checked()['pendingMoves'], 'there is a pending move')
-
-
-def with_version(this, *changes):
-    """The machine becomes one whose version is what the changes of an old one leave."""
-    shutil.rmtree(this.machine)
-    this.gates.tool('machine', 'create', this.machine, '--windows', '7')
-    patch = this.folder / 'change.tlx'
-    this.gates.pack(patch, ''.join(f'<{name} {VERSION}{rest}/>' for name, rest in changes)
-                    + '<exit/>')
-    this.finish(this.start([this.gates.tessel, '/encfile', patch]))
-    for folder in (world.TRACES, world.SPOOL):
-        shutil.rmtree(this.machine / folder)
-
-
-def machine_rows():
-    def other(make):
-        def arrange(this):
-            this.machine = this.folder / 'other'
-            make(this.machine)
-        return arrange
-
-    def hive(change):
-        return lambda this: change(this.machine / HIVE)
-
-    def text(data):
-        return 'regWrite', f'"CurrentVersion" type="REG_SZ" data="{data}"'
-
-    folder, registry, version = (1005,), (1009, 'registry is damaged'), (1009, "registry doesn't tell")
-    rows = [
-        ('missing', other(lambda path: None), *folder, 'no such folder'),
-        ('file', other(pathlib.Path.touch), *folder, 'it is no folder'),
-        ('forgotten-mount', other(pathlib.Path.mkdir), *folder, 'no Windows volume'),
-        ('other-volume', other(lambda path: (path / 'Windows' / 'System32').mkdir(parents=True)),
-         *folder, 'no Windows volume'),
-        ('no-hive', hive(pathlib.Path.unlink), 1009, 'a hive of its registry is missing'),
-        ('no-system-hive', hive(lambda path: path.with_name('SYSTEM').unlink()), 1009,
-         'a hive of its registry is missing'),
-        ('empty-hive', hive(lambda path: os.truncate(path, 0)), *registry),
-        ('cut-hive', hive(lambda path: os.truncate(path, 5000)), *registry),
-        ('zeroed-hive', hive(lambda path: path.write_bytes(bytes(path.stat().st_size))), *registry),
-        ('byte-changed-in-hive', hive(lambda path: change_byte(path, b'regf')), *registry),
-        ('pipe-for-hive', hive(lambda path: (path.unlink(), os.mkfifo(path))), *registry),
-        ('folder-for-hive', hive(lambda path: (path.unlink(), path.mkdir())), *registry),
-        ('no-version', lambda this: with_version(this, ('regDeleteValue', '"CurrentVersion"')),
-         *version),
-        ('other-type', lambda this: with_version(
-            this, ('regWrite', '"CurrentVersion" type="REG_DWORD" data="6"')), *version),
-        ('number-of-other-type', lambda this: with_version(this, text('6.3'), (
-            'regWrite', '"CurrentMajorVersionNumber" type="REG_SZ" data="5"')), *version),
-    ]
-    rows += [(f'hibernated-{text}', lambda this, text=text: (
-        this.machine / 'hiberfil.sys').write_text(text + 100 * '.'), 726, 'hibernated')
-             for text in ('hibr', 'HIBR', 'RSTR')]
-    rows += [('hibernation-unknown', lambda this: (this.machine / 'hiberfil.sys').mkdir(), 726,
-              "hiberfil.sys can't be read")]
-    rows += [(f'version-{data or "empty"}', lambda this, data=data: with_version(this, text(data)),
-              *version) for data in ('', '6', '6.x', 'abc', '.', '0.0', '-6.1', '9999999999.1')]
-    for name, *row in rows:
-        yield f'machine/{name}', lambda this, row=row: unjudged(this, *row)
-    for signature in (b'', b'wake', b'WAKE', bytes(4)):
-        yield f'machine/awake-{signature.hex()}', lambda this, signature=signature: awake(this, signature)
-    for name, change, wanted in (
-            ('pending', lambda path: unfinished(path, (-1, 0, 1, 5)),
-             {'isClean': False, 'pendingEntries': 2}),
-            ('unlogged', lambda path: unfinished(path, ()), {'isClean': False, 'pendingEntries': 0}),
-            ('torn', lambda path: os.truncate(path, path.stat().st_size - 4096), {'isClean': True}),
-            ('broken-bin', lambda path: change_byte(path, b'hbin'), {'damagedAt': 4096})):
-        yield f'machine/hive-{name}', lambda this, change=change, wanted=wanted: worrying_hive(
-            this, change, **wanted)
-    yield 'machine/kept-elsewhere', kept_elsewhere
-    for name, code, problem, words in (('writable', 19, 'mounted read-only', READ_ONLY),
-                                       ('roomy', 112, 'no room for the trace', FULL)):
-        yield f'machine/not-{name}', lambda this, code=code, problem=problem, words=words: unjudged(
-            this, lambda _: None, code, problem, [words])
-    yield 'machine/not-for-this-user', lambda this: unjudged(
-        this, hive(lambda path: path.chmod(0o600)), 1009, 'access is denied', user=NOBODY,
-        group=NOBODY, extra_groups=[])
-
-
 # --- The catalog
-
-def refused(reason):
-    return [f'Integrity check failed. Reason: {reason}.']
-
-
-def change_byte(path, near=b''):
-    data = bytearray(path.read_bytes())
-    data[data.index(near) if near else len(data) // 2] ^= 1
-    path.write_bytes(data)
-
-
-def put_pipe(path):
-    path.unlink()
-    os.mkfifo(path)
-
-
-def put_link(path, target):
-    path.unlink()
-    path.symlink_to(target)
-
-
-def catalog(this, arrange, reason='', critical=0):
-    this.external()
-    arrange(this)
-    ended = this.ended('/detach')
-    if critical:
-        check(ended, 323, refused(reason),
-              ['Current folder *', f'CheckCatalog returned {critical}', 'CheckCatalog FAILED!'],
-              critical=critical)
-    else:
-        check(ended, -3, stdout=['Patch validation finished.'], trace=['CheckCatalog returned 0'])
-    expect(not this.protected(), f'the protected folder is still there: {this.protected()}')
-
 
 def catalog_rows():
     """Name, what is done to the signed patch folder, reason, CheckCatalog's code."""
@@ -582,61 +169,7 @@ def no_catalog(this):
           ['error loading catalog file: *', 'CheckCatalog returned 1006'], critical=1006)
 
 
-def patch_is_pipe(this):
-    this.external()
-    put_pipe(this.patch)
-    check(this.ended(), 222, ['Failed to load the patch. Error: 222.'])
-
-
 # --- The protected folder
-
-COPY_OUT = ('<fileCopySingle src="%scriptdir%\\payload.txt" dest="@DIR@\\seen"/>'
-            '<exit code="3"/>')
-
-
-def spelled(this):
-    """What others put beside the files, in another case, is neither verified nor used."""
-    this.external(body=COPY_OUT)
-    for name in ('PAYLOAD.TXT', 'payload.txt', 'Fix.tlx', 'PATCH.CAT'):
-        (this.place / name).write_text('evil', encoding='ascii')
-    (this.folder / 'Patch').mkdir()
-    (this.place / 'sub').mkdir()
-    check(this.ended(), -3)
-    expect((this.folder / 'seen').read_text() == 'payload', 'the script saw what nobody signed')
-
-
-def named(this, form):
-    """However the patch is named, its files are copied."""
-    this.external()
-    (this.place / 'latest.tlx').symlink_to('fix.tlx')
-    this.patch = form.replace('@', str(this.place))
-    check(this.ended(), -3, trace=['Trace: in C:*customPatches*'])
-
-
-def refused_folder(this, arrange, words):
-    this.external()
-    arrange(this.install / 'customPatches')
-    check(this.ended(), 323, refused(words), ['CheckCatalog returned 13'], critical=13)
-
-
-def open_volume(this):
-    """Where others can rename what is on the way, the copies lie on the host."""
-    os.chmod(this.install.parent, 0o777)
-    this.external(body=WAIT.replace('<exit', '<trace value="in %scriptdir%"/>' + COPY_OUT + '<exit'))
-    place = this.folder / 'tmp'
-    place.mkdir(0o700)
-    process = this.start(environment={'TMPDIR': str(place)})
-    wait_for(this.folder / 'started')
-    folders = list(place.iterdir())
-    expect(not this.protected() and len(folders) == 1 and
-           folders[0].stat().st_mode & 0o777 == 0o700, f'the copies lie elsewhere: {folders}')
-    (this.folder / 'go').touch()
-    check(this.finish(process), -3, trace=[
-        'Other accounts can change what lies in the install folder, *', 'Trace: in C:*customPatches*',
-        'Protected folder for custom patches removed'])
-    expect((this.folder / 'seen').read_text() == 'payload' and not list(place.iterdir()),
-           'it saw something else, or the folder stayed')
-
 
 def left_behind(this):
     """What a killed run left goes with the next; what a living one uses stays."""
@@ -685,147 +218,12 @@ def loaded_in_vain(this, stderr, reason=None, **header):
 
 
 def folder_rows():
-    yield 'folder/other-spellings', spelled
-    yield 'folder/patch-is-pipe', patch_is_pipe
-    for name, form in (('doubled', '@//fix.tlx'), ('dotted', '@/./Sub/../fix.tlx'),
-                       ('mixed', '@\\fix.tlx'), ('drive', 'Z:@/fix.tlx'), ('link', '@/latest.tlx'),
-                       ('other-case', '@/FIX.tlx')):
-        yield f'folder/named-{name}', lambda this, form=form: named(this, form)
-    words = 'the folder customPatches in the install folder '
-    yield 'folder/place-is-link', lambda this: refused_folder(
-        this, lambda place: place.symlink_to(this.folder), words + 'is a link; remove it')
-    yield 'folder/place-is-file', lambda this: refused_folder(
-        this, lambda place: place.touch(),
-        'no folder for the files could be made in the install folder (error 267)')
-    yield 'update/place-of-another', lambda this: refused_folder(
-        this, lambda place: (place.mkdir(), os.chown(place, NOBODY, NOBODY)),
-        words + 'belongs to another account; remove it')
-    yield 'folder/open-volume', open_volume
     yield 'folder/left-behind', left_behind
-    yield 'folder/without-mask', without_mask
     yield 'folder/while-the-script-runs', in_folder
     yield 'folder/after-a-script-that-is-none', lambda this: loaded_in_vain(
         this, 'Failed to load patch.', body='<nope/>')
     yield 'folder/after-an-expired-patch', lambda this: loaded_in_vain(
         this, 'Patch is no longer valid.', 'PatchExpired', created=5)
-
-
-# --- Programs that lie on the machine's volume
-
-TOUCH = '#!/bin/sh\n: >"$1"\n'
-
-
-def make_script(path, text=TOUCH):
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text(text, encoding='ascii')
-    path.chmod(0o755)
-
-
-def plant(this):
-    """What the volume has, and paths that lead there; all but the last few are the volume's."""
-    host, volume = this.folder, this.machine / 'tools'
-    make_script(volume / 'script')
-    shutil.copy2('/bin/touch', volume / 'program')
-    shutil.copy2('/bin/touch', this.machine / 'Windows' / 'System32' / 'regsvr32.exe')
-    (volume / 'out').symlink_to('/bin/touch')
-    (volume / 'in').symlink_to('/tools/program')  # C:'s, and no folder of the host
-    (host / 'to-file').symlink_to(volume / 'program')
-    (host / 'to-folder').symlink_to(volume)
-    make_script(host / 'by-volume', f'#!{volume}/program\n')
-    make_script(host / 'by-link', f'#! {host}/to-folder/program -a\n')
-    make_script(host / 'by-script', f'#!{host}/by-volume\n')
-    make_script(host / 'script')
-    drive = world.host_to_drive
-    own = [r'C:\tools\script', r'C:\tools\program', r'C:\tools\in', 'regsvr32', r'%windir%\program',
-           r'machine\tools\script', drive(volume / 'program'), drive(host / 'to-file'),
-           drive(host / 'to-folder' / 'script'), drive(host / 'to-folder' / 'out'),
-           *(drive(host / name) for name in ('by-volume', 'by-link', 'by-script'))]
-    shutil.copy2('/bin/touch', this.machine / 'Windows' / 'program')
-    return own, [drive(host / 'script'), r'Z:\bin\touch', r'%scriptdir%\script', r'%scriptdir%\program']
-
-
-def volume_programs(this, is_allowed):
-    library = this.gates.tessel.parents[1] / 'tests' / 'libraries' / 'entry.dll'
-    own, others = plant(this)
-    shutil.copy2(library, this.machine / 'tools')
-    call = 'entrypoint="Succeed" dllTextArgument="x"'
-    body = ''.join(f'<processRun path="{path}" args="{this.folder}/{number}" waittime="-1"/>'
-                   for number, path in enumerate([*own, *others]))
-    for place in (r'C:\tools', '%scriptdir%'):
-        body += f'<processEntrypoint path="{place}\\entry.dll" {call}/>'
-    shutil.copy2(library, this.place)
-    make_script(this.place / 'script')
-    shutil.copy2('/bin/touch', this.place / 'program')
-    this.external(body=body + '<exit code="3"/>')
-    environment = {'TESSEL_RUN_VOLUME_PROGRAMS': '1'} if is_allowed else {}
-    ended = this.finish(this.start(environment=environment))
-    ends = [line.split(' function end with ')[1] for line in ended.trace if ' function end ' in line]
-    good = "success. err:''"
-    wanted = good if is_allowed else "error. err:'193'"
-    expect(ends == [wanted] * len(own) + [good] * len(others) + [wanted, good], f'{ended}')
-    ran = sorted(int(path.name) for path in this.folder.iterdir() if path.name.isdigit())
-    first = 0 if is_allowed else len(own)
-    expect(ran == list(range(first, len(own) + len(others))), f'these ran: {ran}')
-
-
-def open_to_others(place):
-    return [path for path in place.rglob('*')
-            if not path.is_symlink() and path.stat().st_mode & 0o022]
-
-
-def without_mask(this):
-    """What a run writes under a mask that keeps nobody out, while it runs and at its end."""
-    before = os.umask(0)
-    try:
-        this.machine = this.folder / 'open'
-        this.gates.make_machine(this.machine)
-        this.install = this.machine / INSTALL
-        make_script(this.place / 'script', '#!/bin/sh\nmkdir "$1"; : >"$1/file"\n')
-        (this.place / 'open.bin').write_bytes(bytes(9))
-        key = r'root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Other"'
-        this.external(f'<regCreateKey {key}/><dirCreate path="C:\\made"/>'
-                      r'<fileCopySingle src="%scriptdir%\open.bin" dest="C:\made\copy.bin"/>'
-                      fr'<processRun path="%scriptdir%\script" args="{this.machine}/child"'
-                      ' waittime="-1"/>' + WAIT)
-        process = this.start()
-        wait_for(this.folder / 'started')
-        expect(this.protected(), 'nothing is protected')
-        opened = open_to_others(this.machine)
-        (this.folder / 'go').touch()
-        check(this.finish(process), -3)
-    finally:
-        os.umask(before)
-    opened += open_to_others(this.machine)
-    expect(not opened, f'others can write {opened}')
-    for path in ('made/copy.bin', 'child/file', world.SPOOL, world.TRACES):
-        expect((this.machine / path).exists(), f'{path} is not there')
-
-
-def from_folder(this, is_removed):
-    """The host's paths are the same from a folder of the machine, and from one that is gone. No file
-    of the run gets the number of a stream that the caller closed."""
-    place = this.machine / 'here'
-    place.mkdir()
-    this.external(WAIT)
-    patch = this.patch if is_removed else '../../' + str(this.patch.relative_to(this.folder))
-    remove = f'rmdir "{place}"; ' if is_removed else ''
-    words = f'cd "{place}"; {remove} exec "$@" <&- >&- 2>&-'
-    process = this.start(['/bin/sh', '-c', words, 'sh', str(this.gates.tessel), '/encfile', str(patch)])
-    wait_for(this.folder / 'started')
-    streams = [os.readlink(f'/proc/{process.pid}/fd/{number}') for number in range(3)]
-    (this.folder / 'go').touch()
-    check(this.finish(process), -3)
-    expect(streams == ['/dev/null'] * 3, f'the standard streams are {streams}')
-
-
-def program_rows():
-    for is_removed in (False, True):
-        yield f'programs/from-a-folder-{"removed" if is_removed else "of-the-machine"}', \
-            lambda this, is_removed=is_removed: from_folder(this, is_removed)
-    yield 'programs/of-the-volume', lambda this: volume_programs(this, False)
-    yield 'programs/of-an-open-volume', lambda this: (
-        os.chmod(this.install.parent, 0o777), volume_programs(this, False))
-    yield 'programs/of-the-volume-allowed', lambda this: volume_programs(this, True)
 
 
 # --- How a run ends as others see it
@@ -884,17 +282,6 @@ def ending_rows():
 # --- The instance guard
 
 BUSY = ['Execution of another patch is in progress, could not apply current patch.']
-
-
-def wait_until(condition, words):
-    limit = time.monotonic() + world.TIME_LIMIT
-    while not condition():
-        expect(time.monotonic() < limit, words)
-        time.sleep(0.005)
-
-
-def wait_for(path):
-    wait_until(path.exists, f'{path} did not appear')
 
 
 def expect_busy(this, ended, which):
@@ -967,66 +354,6 @@ def guard_rows():
     yield 'guard/many-starts', many_starts
 
 
-# --- Races
-
-def swapped(this, rounds=15):
-    """The script copies its payload out; what it saw must be what was signed."""
-    good, evil = b'good' * 50000, b'evil' * 50000
-    this.external(body=COPY_OUT)
-    payload, seen = this.place / 'Payload.txt', this.folder / 'seen'
-    payload.write_bytes(good)
-    this.gates.sign(this.place)
-    stop = threading.Event()
-
-    def swap():
-        bad = this.place / 'bad.tmp'
-        while not stop.is_set():
-            for content in (evil, good):
-                bad.write_bytes(content)
-                os.replace(bad, payload)
-            for word in (b'evil', b'good'):
-                with payload.open('r+b') as file:
-                    file.write(word)
-
-    swapper = threading.Thread(target=swap)
-    this.has_company = True
-    swapper.start()
-    try:
-        for _ in range(rounds):
-            seen.unlink(missing_ok=True)
-            ended = this.ended()
-            if ended.exit_code == -3 & 0xFF:
-                expect(seen.read_bytes() == good, 'the script saw what nobody signed')
-            else:
-                expect(ended.exit_code == 323 & 0xFF and not seen.exists(), f'it ended: {ended}')
-    finally:
-        stop.set()
-        swapper.join()
-
-
-def swapped_for_trusted(this):
-    """The patch is an old one, and gives way to a link into the install folder while its files are
-    copied."""
-    this.external(created=5)
-    trusted = shutil.copy2(this.patch, this.install / 'fix.tlx')
-    big = this.place / 'Sub' / 'Deep.bin'
-    with big.open('wb') as file:
-        file.truncate(400 << 20)
-    this.gates.sign(this.place)
-    process = this.start()
-    wait_until(this.protected, 'nothing is copied')
-    this.patch.unlink()
-    this.patch.symlink_to(trusted)
-    ended = this.finish(process)
-    check(ended, 1636, ['Patch is no longer valid.'],
-          ['CheckCatalog returned 0', 'compare with install path passed'], reason='PatchExpired')
-
-
-def race_rows():
-    yield 'race/payload-swapped', swapped
-    yield 'race/patch-swapped-for-a-trusted-one', swapped_for_trusted
-
-
 # --- The spool folder of runs that are broken off
 
 KILLS = 200
@@ -1083,8 +410,8 @@ def wine_rows():
 
 
 def all_rows(options):
-    for rows in (location_rows, machine_rows, catalog_rows, folder_rows, program_rows, ending_rows,
-                 guard_rows, race_rows, spool_rows):
+    for rows in (location_rows, machines.machine_rows, catalog_rows, folder_rows, ending_rows,
+                 guard_rows, spool_rows, hostile.all_rows):
         for name, action, *machine in rows():
             yield name, action, machine[0] if machine else 'machine'
     if options.windows:
