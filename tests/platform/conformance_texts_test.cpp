@@ -70,7 +70,8 @@ TEST(PathTextConformance, FollowsShlwapi) {
       {u"C:\\a\\b.txt", u".txt"}, {u"C:\\a.b\\c", u""}, {u"b.", u"."},
       {u"C:\\a\\b c.d", u".d"},   {u"", u""},           {file, u".txt"}};
   Check(kExtensions, paths::FindExtension);
-  for (const cvn::StringView path : {u"C:\\a", u"C:", u"z:a", u"\\a", u"\\\\server\\share"}) {
+  for (const cvn::StringView path :
+       {u"C:\\a", u"C:", u"z:a", u"\\", u"\\a", u"\\\\server\\share"}) {
     EXPECT_FALSE(paths::IsRelative(path)) << Utf8(path);
   }
 }

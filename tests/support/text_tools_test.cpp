@@ -116,6 +116,7 @@ TEST(XmlNesting, CountsElementsAsTheParserMeetsThem) {
                             "<a>'\"</a>", "<a x=c></a>", "<a x='/>'/>", "<![CDATA[<\"]]>"}) {
     EXPECT_FALSE(IsXmlNestingAllowed(cover + deep)) << cover;
   }
+  EXPECT_TRUE(IsXmlNestingAllowed("<a x=")) << "nothing behind the text is looked at";
   // And what only looks like nesting.
   std::string flat;
   for (std::size_t i = 0; i < 2 * kDeepestXml; ++i) {
