@@ -224,7 +224,7 @@ constexpr AttributeDescription OptionalChoice(cvn::StringView name, cvn::StringV
 // The row of a command. Its kind follows from its base, so that the two can't disagree.
 template <typename Class>
 constexpr CommandRecord Command(cvn::StringView name, const CommandDescription& description) {
-  return {name, &internal::Make<Class>, internal::KindOf<Class>(), &description};
+  return {name, &internal::Make<Class>, internal::KindOf<Class>(), &description, nullptr};
 }
 
 }  // namespace tessel

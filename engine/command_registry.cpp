@@ -30,7 +30,9 @@ bool RegisterFamily(const CommandFamily& family) {
   Registry().families.push_back(&family);
   bool areAllNew = true;
   for (const CommandRecord& command : family.commands) {
-    areAllNew = Registry().commands.try_emplace(command.name, command).second && areAllNew;
+    CommandRecord record = command;
+    record.family = &family;
+    areAllNew = Registry().commands.try_emplace(command.name, record).second && areAllNew;
   }
   return areAllNew;
 }

@@ -13,12 +13,15 @@ namespace tessel {
 
 using FunctionFactory = std::unique_ptr<FunctionBase> (*)();
 
+struct CommandFamily;
+
 // A command; command_declaration.h makes these.
 struct CommandRecord {
   cvn::StringView name;
   FunctionFactory factory;
   FunctionKind kind;
   const CommandDescription* description;  // never null
+  const CommandFamily* family = nullptr;  // from its registration on
 };
 
 // Commands that belong together, and what the language's reference says of all of them.
@@ -29,6 +32,9 @@ struct CommandFamily {
   // The file that the reference's examples open, if they share one, by its name in their folder
   // "files".
   cvn::StringView sample = {};
+  // Its commands change the registry, or nothing that outlasts the run. Before any other command
+  // what the registry was told before is brought to the disk.
+  bool keepsToRegistry = false;
 };
 
 // Finds a command by its exact name; null when there is none. The registry is filled by static

@@ -63,6 +63,7 @@ class FunctionBase {
 
   // Set by the loader, so that a step has nothing to look up.
   FunctionKind kind = FunctionKind::Plain;
+  bool keepsToRegistry = false;               // as its family does
   FunctionBase* const* jumpTarget = nullptr;  // of a goto: where its label's command stands
 };
 

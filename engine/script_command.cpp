@@ -55,6 +55,7 @@ std::unique_ptr<FunctionBase> MakeCommand(const cvn::String& name, const Command
     command->variables = &ProcessVariables();
     command->objects = &ProcessObjects();
     command->kind = record.kind;
+    command->keepsToRegistry = record.family->keepsToRegistry;
     command->name = name;
     CopyAttributes(element, &command->attributes);
   }

@@ -2,6 +2,7 @@
 
 #include "engine/builtin_variables.h"
 #include "engine/xml_text.h"
+#include "platform/registry.h"
 #include "platform/stop_request.h"
 #include "trace/trace.h"
 
@@ -17,6 +18,16 @@ FunctionBase* InSequence(const FunctionBase& command) {
     }
   }
   return nullptr;
+}
+
+// What a command does to files, programs and the like may rely on what the ones before it did to
+// the registry. A failure isn't the command's: the registry is written once more at the end of the
+// run.
+void SyncRegistry() {
+  const platform::Code code = platform::registry::Sync();
+  if (code != platform::kSuccess) {
+    TraceLine(u"Error writing the registry: %d", code);
+  }
 }
 
 }  // namespace
@@ -55,6 +66,9 @@ ScriptEngine::StepResult ScriptEngine::Step(FunctionBase* command) {
     const cvn::String* target = command->attributes.Find(u"target");
     TraceLine(u"GoTo label '%s'", *target);
     return {command->jumpTarget == nullptr ? nullptr : *command->jumpTarget};
+  }
+  if (!command->keepsToRegistry) {
+    SyncRegistry();
   }
   command->Execute();
   switch (command->kind) {

@@ -77,15 +77,16 @@ void TraceUsage(const cvn::List<cvn::String>& arguments) {
             arguments.empty() ? cvn::StringView() : arguments[0].AsView());
 }
 
-// Brings what the script changed in the registry to the disk, where the system doesn't do so by
-// itself.
-void FlushRegistry() {
-  const platform::Code code = platform::registry::Flush();
-  if (code != platform::kSuccess) {
+// Brings what the script changed in the registry to its place on the disk, where the system doesn't
+// do so by itself. Gives the code.
+std::int32_t FlushRegistry() {
+  const auto code = static_cast<std::int32_t>(platform::registry::Flush());
+  if (code != 0) {
     platform::streams::WriteLine(Output::Error,
                                  cvn::Format(u"Failed to write the registry. Error: %d.", code));
     TraceLine(u"Error writing the registry: %d", code);
   }
+  return code;
 }
 
 // One run. Its steps leave their results in members. Each step gives 0, or the exit code that ends
@@ -181,11 +182,14 @@ RunEnd PatchRun::RunScript() {
               &ProcessVariables());
   TraceLine(u"Execute");
   const std::int32_t result = engine_->Run();
-  FlushRegistry();
+  const std::int32_t written = FlushRegistry();
   // As a negative number whatever its sign was; computed so that the most negative one is no
   // exception.
-  return {.exitCode = result > 0 ? -result : result,
-          .detail = engine_->IsCancelled() ? u"PatchCancelled" : cvn::StringView(),
+  const std::int32_t ended = result > 0 ? -result : result;
+  return {.exitCode = ended == 0 ? -written : ended,
+          .detail = written != 0             ? u"RegistryWriteFault"
+                    : engine_->IsCancelled() ? u"PatchCancelled"
+                                             : cvn::StringView(),
           .ranScript = true};
 }
 

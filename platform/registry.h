@@ -3,9 +3,13 @@
 // On Linux its keys stand in the machine's hive files: HKEY_LOCAL_MACHINE\SOFTWARE, SYSTEM, SAM and
 // SECURITY and the default user's below Windows\System32\config, a user's in NTUSER.DAT.
 // SYSTEM\CurrentControlSet, HKEY_CLASSES_ROOT, HKEY_CURRENT_USER and HKEY_CURRENT_CONFIG resolve as
-// on the running system. A hive is loaded when it is first needed; one that is damaged gives 1009
-// for all that lies in it. Changes stand in memory until Flush, or the end of the process, brings
-// them to the disk; volatile keys never reach it.
+// on the running system. A hive that is damaged gives 1009 for all that lies in it, and one whose
+// last changes are in a log that is missing can be read, and gives 1009 for changes. Each operation
+// sees what others have changed before it, and what it changes is in the hive's log when it
+// returns, from which this platform and Windows complete the hive: the process may be killed at any
+// time. A change that can't be logged isn't made; the code tells why: 112, 1016, or another of a
+// write. An operation waits for others who change the hive, and gives 170 after half a minute.
+// Volatile keys never reach the disk.
 #pragma once
 
 #include <cstddef>
@@ -43,6 +47,9 @@ inline constexpr std::uint32_t kTypeDword = 4;
 inline constexpr std::uint32_t kTypeMultiString = 7;
 inline constexpr std::uint32_t kTypeQword = 11;
 
+// What becomes of a registry link at the end of a path: what it leads to is meant, or it itself.
+enum class LinkAtEnd { Follow, Open };
+
 // An open key. Move-only; closes at the end of its life.
 class Key {
  public:
@@ -63,7 +70,7 @@ class Key {
   std::uintptr_t Handle() const { return handle_; }
 
  private:
-  friend Code OpenKey(const Key&, cvn::StringView, std::uint32_t, Key*);
+  friend Code OpenKey(const Key&, cvn::StringView, std::uint32_t, Key*, LinkAtEnd);
   friend Code CreateKey(const Key&, cvn::StringView, bool, std::uint32_t, Key*);
   std::uintptr_t handle_ = 0;
 };
@@ -73,8 +80,9 @@ class Key {
 // itself. Names are found without regard to case.
 
 // As RegOpenKeyExW: 2 when there is no such key, 5 without permission, 161 for a path that begins
-// with '\'.
-Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key* key);
+// with '\'. LinkAtEnd::Open is REG_OPTION_OPEN_LINK.
+Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key* key,
+             LinkAtEnd link = LinkAtEnd::Follow);
 
 // As RegCreateKeyExW: opens the key, after creating it and all that is missing on the way. 1021 for
 // a key that isn't volatile below one that is, 87 for a name of more than 255 characters.
@@ -105,9 +113,34 @@ Code EnumerateValue(const Key& key, std::uint32_t index, std::size_t capacity, c
 // As RegQueryInfoKeyW: how many subkeys there are, and the characters of the longest name of one.
 Code QueryInfo(const Key& key, std::uint32_t* subKeys, std::uint32_t* longestName);
 
-// Brings all changes to the disk, each hive by a new file that takes the old one's place. The first
-// failure's code; what failed stays to be written by the next call. On Windows the system does this
-// by itself, and there is nothing to do.
+// Operations that are one change on Linux: others see all of it or nothing, also after a crash, and
+// change nothing in between. On Windows each operation is a change of its own.
+class Change {
+ public:
+  Change() = default;
+  Change(const Change&) = delete;
+  Change& operator=(const Change&) = delete;
+  // Drops what was done since Begin, unless it was ended.
+  ~Change();
+
+  // Waits until no one else changes the hive that the key at `path` lies in; it needn't exist. 170
+  // after half a minute.
+  Code Begin(const Key& parent, cvn::StringView path);
+  // Makes what was done since Begin last. After a failure, whose code is that of a change that
+  // can't be logged, nothing of it was done.
+  Code End();
+
+ private:
+  bool isOpen_ = false;
+};
+
+// Brings the logs of what was changed to the disk itself, so that they survive a loss of power. To
+// come before changes of other things that rely on them. Windows does this by itself, and there is
+// nothing to do.
+Code Sync();
+
+// Brings the hives that this process has changed up to date, in place. The first failure's code;
+// what wasn't written stays in the logs, and so isn't lost. On Windows there is nothing to do.
 Code Flush();
 
 }  // namespace platform::registry

@@ -167,6 +167,7 @@ constinit const CommandFamily kFlowFamily = {
 What steers a run, and what tells of it.
 )md",
     .commands = kCommands,
+    .keepsToRegistry = true,
 };
 
 }  // namespace tessel

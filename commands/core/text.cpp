@@ -356,6 +356,7 @@ constinit const CommandFamily kTextFamily = {
 All but `test` can't fail: text that is no number counts as 0, and a variable that isn't there as empty.
 )md",
     .commands = kCommands,
+    .keepsToRegistry = true,
 };
 
 }  // namespace tessel

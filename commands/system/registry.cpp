@@ -323,8 +323,10 @@ struct DoomedKey {
 DoomedKey EnterDoomedKey(const Key& parent, cvn::StringView path) {
   DoomedKey entered;
   entered.path = path;
-  const Code code = registry::OpenKey(
-      parent, path, registry::kQueryValue | registry::kEnumerateSubKeys, &entered.key);
+  // A link is deleted itself, and not what it leads to.
+  const Code code =
+      registry::OpenKey(parent, path, registry::kQueryValue | registry::kEnumerateSubKeys,
+                        &entered.key, registry::LinkAtEnd::Open);
   if (code != kSuccess) {
     TraceLine(u"Cannot enumerate registry keys for '%s'", path);
     return entered;
@@ -338,7 +340,9 @@ DoomedKey EnterDoomedKey(const Key& parent, cvn::StringView path) {
   // out; the deletion of its parent tells of it.
   for (std::uint32_t index = 0; index < count; ++index) {
     cvn::String name;
-    if (registry::EnumerateKey(entered.key, index, longest + 1, &name) == kSuccess) {
+    // One with a zero in it would be taken for another key, or for its parent.
+    if (registry::EnumerateKey(entered.key, index, longest + 1, &name) == kSuccess &&
+        !name.Empty() && name.AsView().find(u'\0') == cvn::StringView::npos) {
       entered.names.push_back(std::move(name));
     }
   }
@@ -377,7 +381,14 @@ struct FunctionRegDeleteKey : OnKey<FunctionRetError> {
   void Execute() override {
     const cvn::String path = ExpandVariables(key, variables);
     TraceLine(u"regDeleteKey function called for %p\\%s", Shown(root), path);
-    ReportCode(DeleteTree(Key(root), path));
+    registry::Change change;
+    Code code = change.Begin(Key(root), path);
+    if (code == kSuccess) {
+      const Code deleted = DeleteTree(Key(root), path);
+      code = change.End();  // what is gone stays gone
+      code = code == kSuccess ? deleted : code;
+    }
+    ReportCode(code);
     TraceEnd(u"regDeleteKey");
   }
 };
@@ -467,6 +478,7 @@ All keys are those of the system's 64-bit view. A key's path has backslashes bet
 | `REG_BINARY` | hexadecimal digits; an odd last one counts for nothing |
 )md",
     .commands = kCommands,
+    .keepsToRegistry = true,
 };
 
 }  // namespace tessel

@@ -431,6 +431,7 @@ too handles `50`. A deleted service is gone at once. A service that a patch make
 counts at once, on Windows after the next boot.
 )md",
     .commands = kCommands,
+    .keepsToRegistry = true,
 };
 
 }  // namespace tessel

@@ -1,11 +1,10 @@
 #include "platform/formats/names.h"
 
 #include <algorithm>
-#include <clocale>
-#include <cwctype>
 #include <iterator>
 #include <type_traits>
 
+#include "platform/formats/upcase.h"
 #include "support/utf.h"
 
 namespace platform::posix {
@@ -176,25 +175,6 @@ void ForEachRun(View text, Ascii ascii, Other other) {
   }
 }
 
-char16_t FoldUnit(char16_t unit) {
-  if (unit < 0x80) {
-    return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 32) : unit;
-  }
-  // Unicode gives these ASCII or Greek capitals; to Windows they are characters of their own.
-  constexpr char16_t kMicroSign = 0x00B5;
-  constexpr char16_t kDotlessI = 0x0131;
-  constexpr char16_t kLongS = 0x017F;
-  if (unit == kMicroSign || unit == kDotlessI || unit == kLongS || IsLead(unit) || IsTrail(unit)) {
-    return unit;
-  }
-  static const locale_t kRules = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-  if (kRules == nullptr) {
-    return unit;
-  }
-  const wint_t upper = towupper_l(unit, kRules);
-  return upper <= 0xFFFF ? static_cast<char16_t>(upper) : unit;
-}
-
 }  // namespace
 
 cvn::String ToWide(std::string_view hostText) {
@@ -228,7 +208,7 @@ cvn::StringView UpToZero(cvn::StringView text) { return text.substr(0, text.find
 
 std::u16string Folded(cvn::StringView text) {
   std::u16string folded(text);
-  std::transform(folded.begin(), folded.end(), folded.begin(), FoldUnit);
+  std::transform(folded.begin(), folded.end(), folded.begin(), UpperCase);
   return folded;
 }
 
@@ -243,7 +223,7 @@ void AppendFolded(std::string_view hostName, std::u16string* out) {
     return;
   }
   for (const char c : hostName) {
-    out->push_back(FoldUnit(static_cast<char16_t>(c)));
+    out->push_back(UpperCase(static_cast<char16_t>(c)));
   }
 }
 

@@ -20,8 +20,8 @@ void AppendHostText(cvn::StringView text, std::string* out);
 // `text` up to its first zero character, which ends it for every call of Windows.
 cvn::StringView UpToZero(cvn::StringView text);
 
-// The upper-case form by which Windows compares names: each code unit for itself, in no language's
-// rules.
+// The form by which Windows compares names: each code unit in upper case for itself, in no
+// language's rules.
 std::u16string Folded(cvn::StringView text);
 
 bool IsAscii(std::string_view hostText);

@@ -97,12 +97,6 @@ int AtomicFile::Create(bool isTargetFree, mode_t permissions) {
   return file_.Get() < 0 ? CreateWithFreshName(permissions) : 0;
 }
 
-int AtomicFile::CreateAs(const std::string& name, mode_t permissions) {
-  unlinkat(folder_, name.c_str(), 0);
-  name_ = name;
-  return CreateNew(permissions);
-}
-
 int AtomicFile::CreateWithFreshName(mode_t permissions) {
   RemoveLeft(folder_);
   int error = EEXIST;

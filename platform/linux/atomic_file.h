@@ -28,8 +28,6 @@ class AtomicFile {
   // then; and of what processes that have ended left under such names in the folder, it first
   // removes what is of this account and of its kind.
   int Create(bool isTargetFree, mode_t permissions);
-  // Makes the file under a name of the caller's, which it takes from what an ended process left.
-  int CreateAs(const std::string& name, mode_t permissions);
 
   int File() const { return file_.Get(); }
 

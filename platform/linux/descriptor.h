@@ -11,8 +11,11 @@ namespace platform::posix {
 class Descriptor {
  public:
   explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor(Descriptor&& other) noexcept : descriptor_(other.Release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    Reset(other.Release());
+    return *this;
+  }
   ~Descriptor() { Reset(-1); }
 
   // Negative when there is none.

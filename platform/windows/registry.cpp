@@ -49,10 +49,12 @@ void Key::Close() {
   handle_ = 0;
 }
 
-Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key* key) {
+Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key* key,
+             LinkAtEnd link) {
   HKEY handle = nullptr;
+  const DWORD options = link == LinkAtEnd::Open ? REG_OPTION_OPEN_LINK : 0;
   const Code code = CodeOf([&] {
-    return ::RegOpenKeyExW(HandleOf(parent), Wide(cvn::PathString(path)), 0, access, &handle);
+    return ::RegOpenKeyExW(HandleOf(parent), Wide(cvn::PathString(path)), options, access, &handle);
   });
   if (code == kSuccess) {
     key->Close();
@@ -152,6 +154,20 @@ Code QueryInfo(const Key& key, std::uint32_t* subKeys, std::uint32_t* longestNam
   }
   return code;
 }
+
+Change::~Change() = default;
+
+Code Change::Begin(const Key& /*parent*/, cvn::StringView /*path*/) {
+  isOpen_ = true;
+  return kSuccess;
+}
+
+Code Change::End() {
+  isOpen_ = false;
+  return kSuccess;
+}
+
+Code Sync() { return kSuccess; }
 
 Code Flush() { return kSuccess; }
 

@@ -5,11 +5,12 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <map>
 #include <memory>
 
+#include "platform/formats/hive_log.h"
 #include "platform/formats/names.h"
 #include "platform/machine.h"
-#include "platform/offline/registry/hive.h"
 #include "platform/registry.h"
 #include "platform/services.h"
 #include "support/format.h"
@@ -19,8 +20,6 @@
 namespace platform::test {
 namespace {
 
-using posix::Hive;
-using posix::KeyPtr;
 using registry::CreateKey;
 using registry::DeleteKey;
 using registry::Key;
@@ -398,78 +397,231 @@ TEST_F(Hives, ThatAreNotWholeOrReadOnlyHaveTheirCode) {
   });
 }
 
-// Opens the file's root and gives it the value `name`.
-Code Change(Hive* hive, View name, View text) {
-  KeyPtr root;
-  const Code code = hive->Root(&root);
-  return code == kSuccess ? hive->SetValue(*root, name, registry::kTypeString, Bytes(text)) : code;
-}
+// A hive whose last two changes are in its log: its root got the values "a" and "b".
+class Logs : public Hives {
+ protected:
+  static constexpr std::size_t kSector = posix::BaseBlock::kSize;
 
-// The values "a" and "b" of a hive's root.
-std::string Both(const std::string& file) {
-  const Witness witness(file);
-  return witness.Text({}, "a") + " " + witness.Text({}, "b");
-}
+  Logs() : file_(MakeMachine()), before_(HostContentOf(file_)) {
+    ChangeAndDie(u"a");
+    ChangeAndDie(u"b");
+    dirty_ = HostContentOf(file_);
+    log_ = HostContentOf(file_ + ".LOG1");
+    second_ = kSector + *posix::LogEntry::SizeOf(Part(log_, kSector));
+  }
 
-TEST_F(Hives, LoseNoChange) {
-  const std::string file = MakeMachine();
-  chmod(file.c_str(), 0640);
-  Hive first(posix::PlaceOnHost(file));
-  Hive second(posix::PlaceOnHost(file));
-  KeyPtr root;
-  ASSERT_EQ(second.Root(&root), kSuccess);
-  EXPECT_EQ(Change(&first, u"a", u"1"), kSuccess);
-  EXPECT_EQ(Change(&second, u"b", u"2"), kSharingViolation);  // in use
-  EXPECT_EQ(first.Flush(), kSuccess);
-  EXPECT_EQ(Change(&second, u"b", u"2"), kSharingViolation);  // out of date
-  Hive third(posix::PlaceOnHost(file));
-  EXPECT_EQ(Change(&third, u"b", u"2"), kSuccess);
-  EXPECT_EQ(third.Flush(), kSuccess);
-  EXPECT_EQ(Both(file), "1 2");
-  EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(file).permissions()), 0640U);
+  void ChangeAndDie(View name) const {
+    EXPECT_EQ(InChild([&] {
+                EXPECT_EQ(machine::Use(posix::ToWide(Machine())), kSuccess);
+                EXPECT_EQ(Set(user_, u"", name, u"x"), kSuccess);
+                return HasFailure() ? 1 : 0;
+              }),
+              0);
+  }
+  static std::span<const std::byte> Part(const std::string& content, std::size_t from) {
+    return std::as_bytes(std::span(content)).subspan(from);
+  }
+  static posix::BaseBlock BaseOf(const std::string& content) {
+    posix::BaseBlock base;
+    std::ranges::copy(Part(content, 0).first(kSector), base.Bytes().begin());
+    return base;
+  }
+  static std::string WithBase(const posix::BaseBlock& base, const std::string& content) {
+    const auto* const bytes = reinterpret_cast<const char*>(base.Bytes().data());
+    return std::string(bytes, kSector) + (content.empty() ? content : content.substr(kSector));
+  }
+  // The files of the hive; those without content are missing.
+  void Lay(const std::string& primary, const std::map<std::string, std::string>& logs) const {
+    for (const char* ending : {".LOG", ".LOG1", ".LOG2", ".log1"}) {
+      std::filesystem::remove(file_ + ending);
+    }
+    std::ofstream(file_, std::ios::binary) << primary;
+    for (const auto& [ending, content] : logs) {
+      std::ofstream(file_ + ending, std::ios::binary) << content;
+    }
+  }
+  // Which of the values a run finds, and whether it can change the hive.
+  void Expect(const std::string& names, Code change = kSuccess) const {
+    const std::string primary = HostContentOf(file_);
+    Run([&] {
+      for (const char name : std::string("ab")) {
+        const bool isThere = names.find(name) != std::string::npos;
+        EXPECT_EQ(Get(user_, u"", View(u"ab").substr(name - 'a', 1)), isThere ? "x" : "2") << name;
+      }
+      EXPECT_EQ(registry::Flush(), kSuccess);
+    });
+    EXPECT_TRUE(HostContentOf(file_) == primary) << "reading changes nothing";
+    Run([&] {
+      EXPECT_EQ(Set(user_, u"", u"c", u"x"), change);
+      EXPECT_EQ(registry::Flush(), kSuccess);
+    });
+    const Witness witness(file_);
+    for (const char* name : {"a", "b", "c"}) {
+      const bool isThere = change == kSuccess && (names + "c").find(name) != std::string::npos;
+      EXPECT_EQ(witness.Text({}, name), isThere ? "x" : "none") << name;
+    }
+  }
 
-  EXPECT_EQ(Change(&third, u"b", u"3"), kSuccess);
-  std::filesystem::last_write_time(file, std::filesystem::file_time_type());  // somebody's work
-  EXPECT_EQ(third.Flush(), kSharingViolation);
-  EXPECT_EQ(Both(file), "1 2");
+  const std::string file_;
+  const std::string before_;
+  std::string dirty_;
+  std::string log_;
+  std::size_t second_ = 0;  // where the log's second entry is
+};
 
-  Hive gone(posix::PlaceOnHost(file));
-  ASSERT_EQ(gone.Root(&root), kSuccess);
-  std::filesystem::remove(file);
-  EXPECT_EQ(Change(&gone, u"b", u"4"), kFileNotFound);
-}
-
-TEST_F(Hives, AreOldOrNewAfterAKill) {
-  const std::string file = MakeMachine();
-  std::unique_ptr<Hive> hive;
-  int number = 0;
-  const auto write = [&] {
-    hive = hive == nullptr ? std::make_unique<Hive>(posix::PlaceOnHost(file)) : std::move(hive);
-    const cvn::String text = cvn::Format(u"%d-%d", getpid(), ++number);
-    const bool ok = Change(hive.get(), u"a", text) == kSuccess &&
-                    Change(hive.get(), text, u"x") == kSuccess &&
-                    Change(hive.get(), u"b", text) == kSuccess && hive->Flush() == kSuccess;
-    ok ? void() : std::_Exit(1);
+TEST_F(Logs, CompleteTheHive) {
+  const auto torn = [this](std::size_t at) {
+    std::string log = log_;
+    log[at] = static_cast<char>(log[at] ^ 1);
+    return log;
   };
-  KillInTheMiddle(40, write, [&] {
-    const Witness witness(file);
-    const std::string value = witness.Text({}, "a");
-    EXPECT_EQ(value, witness.Text({}, "b"));
-    EXPECT_EQ(witness.Text({}, value.c_str()), "x");
+  posix::BaseBlock second = BaseOf(log_);
+  second.SetNumbers(second.First() + 1, second.First() + 1);
+  const std::string first = log_.substr(0, second_);
+  const std::string other = WithBase(second, first.substr(0, kSector) + log_.substr(second_));
+  posix::BaseBlock clean = BaseOf(dirty_);
+  clean.SetNumbers(clean.Second(), clean.Second());
+  const std::string damaged = std::string(kSector, 'x') + dirty_.substr(kSector);
+  const struct {
+    const char* what;
+    std::string primary;
+    std::map<std::string, std::string> logs;
+    std::string names;
+    Code change = kSuccess;
+  } kCases[] = {
+      {"as it is", dirty_, {{".LOG1", log_}}, "ab"},
+      {"the other file", dirty_, {{".LOG2", log_}}, "ab"},
+      {"another spelling", dirty_, {{".log1", log_}}, "ab"},
+      {"in two files", dirty_, {{".LOG1", first}, {".LOG2", other}}, "ab"},
+      {"the later first", dirty_, {{".LOG1", other}, {".LOG2", first}}, "ab"},
+      {"a gap", dirty_, {{".LOG1", other}}, "", kBadDatabase},
+      {"torn header", dirty_, {{".LOG1", torn(second_ + 13)}}, "a"},
+      {"torn page", dirty_, {{".LOG1", torn(log_.size() - 600)}}, "a"},
+      {"cut", dirty_, {{".LOG1", log_.substr(0, log_.size() - 1)}}, "a"},
+      {"clean", WithBase(clean, dirty_), {{".LOG1", log_}}, ""},
+      {"no log", dirty_, {}, "", kBadDatabase},
+      {"base block", damaged, {{".LOG1", log_}}, "ab"},
+      {"base block, two", damaged, {{".LOG1", other}, {".LOG2", first}}, "ab"},
+      {"base block, stale", damaged, {{".LOG1", log_}, {".LOG2", WithBase(clean, "")}}, "ab"},
+  };
+  for (const auto& each : kCases) {
+    SCOPED_TRACE(each.what);
+    Lay(each.primary, each.logs);
+    Expect(each.names, each.change);
+  }
+}
+
+// A log as Windows 7 writes it, for the same changes.
+TEST_F(Logs, OfTheOldKindCompleteTheHiveAndAreWritten) {
+  Run([&] {
+    EXPECT_EQ(Set(user_, u"", u"a", u"x"), kSuccess);
+    EXPECT_EQ(registry::Flush(), kSuccess);
+  });
+  const std::string after = HostContentOf(file_);
+  posix::BaseBlock base = BaseOf(before_);
+  base.SetNumbers(base.First() + 1, base.First());
+  base.SetTime(77);
+  posix::BaseBlock logged = BaseOf(after);
+  logged.SetType(posix::BaseBlock::Kind::OldLog);
+  logged.SetTime(77);
+  const posix::LoggedPage page{0, Part(after, 4096)};
+  const std::vector<std::byte> bytes = posix::WriteOldLog(logged, {&page, 1});
+  const std::string log(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  logged.SetTime(78);
+  Lay(WithBase(base, before_), {{".LOG1", WithBase(logged, log)}});
+  Expect("", kBadDatabase);  // another write's
+  Lay(WithBase(base, before_), {{".LOG1", log}});
+  Expect("ab");
+  EXPECT_EQ(BaseOf(HostContentOf(file_ + ".LOG1")).Type(), posix::BaseBlock::Kind::OldLog);
+  ChangeAndDie(u"d");
+  EXPECT_EQ(Witness(file_).Text({}, "d"), "x");
+}
+
+TEST_F(Logs, AreSummedAsWindowsSumsThem) {
+  const struct {
+    std::uint64_t seed;
+    std::string_view text;
+    std::uint64_t sum;
+  } kKnown[] = {{0x004fb61a001bdbcc, "", 0x30ed35c100cd3c7d},
+                {0x004fb61a001bdbcc, "\xAF", 0x48e73fc77d75ddc1},
+                {0xd53cd9cecd0893b7, "abc", 0x22c74339492769bf}};
+  for (const auto& each : kKnown) {
+    EXPECT_EQ(posix::Marvin32(std::as_bytes(std::span(each.text)), each.seed), each.sum);
+  }
+}
+
+// Links in hives, and keys that nothing in a script can name.
+TEST_F(Hives, DeleteLinksThemselves) {
+  const std::string file = MakeMachine();
+  Run([&] {
+    for (const View path : {u"target\\kept", u"LiNk", u"circle"}) {
+      ASSERT_EQ(Make(user_, path), kSuccess);
+    }
+    for (const auto& [name, target] :
+         std::map<View, View>{{u"LiNk", u"target"}, {u"circle", u"circle"}}) {
+      Key key;
+      const cvn::String path = cvn::Format(u"\\Registry\\User\\.DEFAULT\\%s", target);
+      ASSERT_EQ(OpenKey(user_, name, kSetValue, &key), kSuccess);
+      ASSERT_EQ(SetValue(key, u"SymbolicLinkValue", 6, Bytes(path)), kSuccess);
+    }
+    EXPECT_EQ(registry::Flush(), kSuccess);
+  });
+  std::string content = HostContentOf(file);
+  for (const char* name : {"LiNk", "circle"}) {
+    constexpr std::size_t kName =
+        76;  // in the key's record, which has its flags behind two letters
+    content[content.find(name, 4096) - kName + 2] |= 0x10;
+  }
+  std::ofstream(file, std::ios::binary) << content;
+  Run([&] {
+    Key key;
+    EXPECT_EQ(SubKeysOf(user_), "circle; Control Panel; Environment; LiNk; Software; target; ");
+    ASSERT_EQ(OpenKey(user_, u"link", kAll, &key), kSuccess);
+    EXPECT_EQ(SubKeysOf(key), "kept; ");
+    EXPECT_EQ(OpenKey(user_, u"circle", kAll, &key), kFileNotFound);
+    for (const View name : {u"link", u"circle"}) {
+      ASSERT_EQ(OpenKey(user_, name, kAll, &key, registry::LinkAtEnd::Open), kSuccess);
+      EXPECT_EQ(SubKeysOf(key), "");
+      EXPECT_EQ(DeleteKey(user_, name), kSuccess);
+      EXPECT_EQ(OpenKey(user_, name, kAll, &key), kFileNotFound);
+    }
+    EXPECT_EQ(OpenKey(user_, u"target\\kept", kAll, &key), kSuccess);
   });
 }
 
-TEST_F(Hives, WithTheirLastChangesInALogAreOnlyRead) {
+// What others change, by the program or past it, is seen, and keys that are open stay so.
+TEST_F(Hives, AreSharedWithOthers) {
   const std::string file = MakeMachine();
-  std::string content = HostContentOf(file);
-  ++content[4];  // the first of two sequence numbers
-  content[508] = static_cast<char>(content[508] ^ (content[4] ^ (content[4] - 1)));  // the checksum
-  std::ofstream(file, std::ios::binary) << content;
-  for (const bool hasLog : {true, false}) {
-    std::ofstream(file + ".LOG1") << (hasLog ? "x" : "");
-    Hive hive(posix::PlaceOnHost(file));
-    EXPECT_EQ(Change(&hive, u"a", u"1"), hasLog ? kAccessDenied : kSuccess);
-  }
+  Run([&] {
+    Key one;
+    Key two;
+    ASSERT_EQ(CreateKey(user_, u"one", false, kAll, &one), kSuccess);
+    ASSERT_EQ(CreateKey(user_, u"one\\two", false, kAll, &two), kSuccess);
+    EXPECT_EQ(InChild([&] {  // shares the locks: the parent does nothing meanwhile
+                EXPECT_EQ(Set(user_, u"one", u"a", u"x"), kSuccess);
+                EXPECT_EQ(DeleteKey(user_, u"one\\two"), kSuccess);
+                EXPECT_EQ(Make(user_, u"before"), kSuccess);
+                return HasFailure() ? 1 : 0;
+              }),
+              0);
+    EXPECT_EQ(Get(one, u"", u"a"), "x");
+    EXPECT_EQ(Set(two, u"", u"a", u"x"), kKeyDeleted);
+    EXPECT_EQ(Set(one, u"", u"b", u"x"), kSuccess);
+    EXPECT_EQ(registry::Flush(), kSuccess);
+
+    hive_h* other = hivex_open(file.c_str(), HIVEX_OPEN_WRITE);
+    ASSERT_NE(other, nullptr);
+    EXPECT_NE(hivex_node_add_child(other, hivex_root(other), "past"), 0U);
+    EXPECT_EQ(hivex_commit(other, nullptr, 0), 0);
+    hivex_close(other);
+    EXPECT_EQ(Make(user_, u"past\\it"), kSuccess);
+    EXPECT_EQ(Get(one, u"", u"b"), "x");
+    EXPECT_EQ(registry::Flush(), kSuccess);
+  });
+  const Witness witness(file);
+  EXPECT_NE(witness.Node({"past", "it"}), 0U);
+  EXPECT_NE(witness.Node({"before"}), 0U);
+  EXPECT_EQ(witness.Text({"one"}, "a") + witness.Text({"one"}, "b"), "xx");
 }
 
 }  // namespace

@@ -242,7 +242,7 @@ void SetAll(std::span<const Entry> entries, NewHive* hive) {
 }
 
 Code WriteSoftware(const std::string& folder, const Description& description) {
-  NewHive software(folder, u"SOFTWARE", HiveFile::Readers::All);
+  NewHive software(folder, u"SOFTWARE", HiveImage::Readers::All);
   SetAll(kSoftware, &software);
   SetVersion(description, &software);
   if (description.product) {
@@ -258,7 +258,7 @@ Code WriteSoftware(const std::string& folder, const Description& description) {
 }
 
 Code WriteSystem(const std::string& folder, const Description& description) {
-  NewHive system(folder, u"SYSTEM", HiveFile::Readers::All);
+  NewHive system(folder, u"SYSTEM", HiveImage::Readers::All);
   SetAll(kSystem, &system);
   system.SetText(kEnvironment, u"PROCESSOR_ARCHITECTURE", description.architecture);
   system.SetText(kProductOptions, u"ProductType",
@@ -274,12 +274,12 @@ Code WriteSystem(const std::string& folder, const Description& description) {
 Code WriteNewRegistry(const std::string& folder, const Description& description) {
   const struct {
     cvn::StringView name;
-    HiveFile::Readers readers;
+    HiveImage::Readers readers;
     std::span<const Entry> entries;
   } kPlain[] = {
-      {u"DEFAULT", HiveFile::Readers::All, kDefault},
-      {u"SAM", HiveFile::Readers::Privileged, kSam},
-      {u"SECURITY", HiveFile::Readers::Privileged, kSecurity},
+      {u"DEFAULT", HiveImage::Readers::All, kDefault},
+      {u"SAM", HiveImage::Readers::Privileged, kSam},
+      {u"SECURITY", HiveImage::Readers::Privileged, kSecurity},
   };
   Code code = WriteSoftware(folder, description);
   if (code == kSuccess) {

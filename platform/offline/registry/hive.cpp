@@ -1,7 +1,7 @@
 #include "platform/offline/registry/hive.h"
 
+#include <algorithm>
 #include <cstring>
-#include <utility>
 
 #include "platform/formats/names.h"
 
@@ -12,222 +12,281 @@ namespace {
 constexpr cvn::StringView kLinkValue = u"SymbolicLinkValue";
 constexpr std::uint32_t kLinkType = 6;
 
-// A key's name in the table of its siblings. A damaged or foreign file may have two of a name: the
-// first is found, and the others are kept.
-std::u16string IndexOf(const std::u16string& name, std::size_t position, bool isTaken) {
-  std::u16string index = Folded(name);
-  if (isTaken) {
-    index.append({u'\0', static_cast<char16_t>(position >> 16), static_cast<char16_t>(position)});
-  }
-  return index;
-}
-
 }  // namespace
 
-Hive::Hive() : root_(MakeRoot()) { root_->isVolatile = true; }
-
-Hive::Hive(HostPath place, HiveFile content)
-    : place_(std::move(place)), isNew_(true), file_(std::move(content)), isUnwritten_(true) {
-  root_ = MakeRoot();
-  root_->cell = file_.Root();
+KeyNode::~KeyNode() {
+  if (parent == nullptr) {
+    return;
+  }
+  const auto same = parent->known.find(Folded(name));
+  if (same != parent->known.end() && same->second.expired()) {
+    parent->known.erase(same);
+  }
 }
 
-// Keys hold their subkeys; taking them down one by one keeps a deep tree off the stack.
+Hive::Hive() : isInMemory_(true), store_(HostPath()) {
+  root_ = std::make_shared<KeyNode>();
+  root_->hive = this;
+  root_->isFixed = true;
+  root_->isVolatile = true;
+}
+
+Hive::Hive(HostPath place) : isInMemory_(false), store_(std::move(place)) {
+  root_ = std::make_shared<KeyNode>();
+  root_->hive = this;
+  root_->isFixed = true;
+}
+
+// Keys in memory and those above them hold each other.
 Hive::~Hive() {
-  std::vector<KeyPtr> pending = {std::move(root_)};
-  while (!pending.empty()) {
-    const KeyPtr key = std::move(pending.back());
-    pending.pop_back();
-    if (key != nullptr && key->subKeys != nullptr) {
-      for (auto& [name, subKey] : *key->subKeys) {
-        pending.push_back(std::move(subKey));
-      }
-      key->subKeys.reset();
+  for (const std::weak_ptr<KeyNode>& holder : holders_) {
+    if (const KeyPtr key = holder.lock()) {
+      key->memory.reset();
     }
   }
 }
 
-KeyPtr Hive::MakeRoot() {
-  auto root = std::make_shared<KeyNode>();
-  root->hive = this;
-  root->isFixed = true;
-  return root;
+Code Hive::Look(bool alone) {
+  Code code = store_.Enter(alone);
+  if (code != kSuccess || (image_ && seen_ == store_.Version())) {
+    return code;
+  }
+  seen_ = store_.Version();
+  ++version_;
+  image_.emplace(&store_.Pages());
+  code = image_->Open();
+  if (code != kSuccess) {
+    image_.reset();
+  }
+  return code;
+}
+
+Code Hive::Leave() {
+  const bool isTorn = store_.Pages().IsTorn();
+  store_.Leave();
+  return isTorn ? kReadFault : kSuccess;
+}
+
+Code Hive::Use(KeyNode& key) {
+  const Code code = isInMemory_ || store_.IsEntered() ? kSuccess : Look(false);
+  return code == kSuccess ? Locate(key) : code;
+}
+
+// Makes the key's cell the right one.
+Code Hive::Locate(KeyNode& key) {
+  if (key.isDeleted) {
+    return kKeyDeleted;
+  }
+  if (key.version == version_ || isInMemory_) {
+    return kSuccess;
+  }
+  Code code = key.parent == nullptr ? kSuccess : Locate(*key.parent);
+  if (code == kSuccess && !key.isVolatile) {
+    HiveImage::KeyRecord record;
+    if (key.parent == nullptr) {
+      key.cell = image_->Root();
+    } else {
+      code = image_->FindSubKey(key.parent->cell, key.name, &key.cell);
+    }
+    code = code == kSuccess ? image_->Read(key.cell, &record) : code;
+    key.isLink = (record.flags & HiveImage::kKeyIsLink) != 0;
+  }
+  if (code == kFileNotFound || code == kKeyDeleted) {
+    key.isDeleted = true;
+    return kKeyDeleted;
+  }
+  key.version = code == kSuccess ? version_ : 0;
+  return code;
 }
 
 Code Hive::Root(KeyPtr* root) {
-  if (root_ == nullptr) {
-    const Code code = Load();
-    if (code != kSuccess) {
-      return code;
-    }
-  }
   *root = root_;
-  return kSuccess;
+  return Use(*root_);
 }
 
-Code Hive::SubKeys(KeyNode& key, SubKeyTable** subKeys) {
-  if (key.subKeys == nullptr) {
-    auto fresh = std::make_unique<SubKeyTable>();
-    const Code code = key.cell == HiveFile::kNoCell ? kSuccess : LoadSubKeys(key, fresh.get());
-    if (code != kSuccess) {
-      return code;
-    }
-    key.subKeys = std::move(fresh);
+KeyMemory& Hive::MemoryOf(KeyNode& key) {
+  if (key.memory == nullptr) {
+    holders_.push_back(key.weak_from_this());
+    key.memory = std::make_unique<KeyMemory>();
   }
-  *subKeys = key.subKeys.get();
+  return *key.memory;
+}
+
+KeyPtr Hive::NewNode(KeyNode& parent, cvn::StringView name) {
+  auto key = std::make_shared<KeyNode>();
+  key->hive = this;
+  key->parent = parent.shared_from_this();
+  key->name = name;
+  key->depth = parent.depth + 1;
+  key->version = version_;
+  return key;
+}
+
+// The node of a subkey in the files.
+Code Hive::NodeAt(KeyNode& parent, HiveImage::Cell cell, KeyPtr* found) {
+  HiveImage::KeyRecord record;
+  const Code code = image_->Read(cell, &record);
+  if (code != kSuccess) {
+    return code;
+  }
+  if (parent.depth >= kDeepestKey) {
+    return kBadDatabase;
+  }
+  std::weak_ptr<KeyNode>& known = parent.known[Folded(record.name)];
+  *found = known.lock();
+  if (*found == nullptr || (*found)->isDeleted) {
+    *found = NewNode(parent, record.name);
+    known = *found;
+  }
+  (*found)->cell = cell;
+  (*found)->version = version_;
+  (*found)->isLink = (record.flags & HiveImage::kKeyIsLink) != 0;
   return kSuccess;
 }
 
-// A key names its parent, and here has to name the right one: then no key is met twice, and none is
-// its own ancestor.
-Code Hive::LoadSubKeys(KeyNode& key, SubKeyTable* subKeys) {
-  std::vector<HiveFile::Cell> cells;
-  Code code = file_.ReadSubKeys(key.cell, &cells);
-  for (std::size_t i = 0; code == kSuccess && i < cells.size(); ++i) {
-    HiveFile::KeyRecord record;
-    code = file_.ReadKey(cells[i], &record);
-    if (code != kSuccess || record.parent != key.cell || cells[i] == file_.Root()) {
-      return kBadDatabase;
+Code Hive::Find(KeyNode& key, cvn::StringView name, KeyPtr* found) {
+  Code code = Use(key);
+  if (code != kSuccess) {
+    return code;
+  }
+  if (key.memory != nullptr) {
+    const auto inMemory = key.memory->subKeys.find(Folded(name));
+    if (inMemory != key.memory->subKeys.end()) {
+      *found = inMemory->second;
+      return kSuccess;
     }
-    const auto same = subKeys->find(Folded(record.name));
-    if (same != subKeys->end() && same->second->cell == cells[i]) {
-      return kBadDatabase;
-    }
-    auto node = std::make_shared<KeyNode>();
-    node->hive = this;
-    node->parent = &key;
-    node->cell = cells[i];
-    node->isLink = record.isLink;
-    node->name = std::move(record.name);
-    subKeys->insert({IndexOf(node->name, i, same != subKeys->end()), node});
+  }
+  HiveImage::Cell cell = HiveImage::kNoCell;
+  code = key.isVolatile ? kFileNotFound : image_->FindSubKey(key.cell, name, &cell);
+  return code == kSuccess ? NodeAt(key, cell, found) : code;
+}
+
+Code Hive::CountSubKeys(KeyNode& key, std::uint32_t* count) {
+  *count = key.memory == nullptr ? 0 : static_cast<std::uint32_t>(key.memory->subKeys.size());
+  HiveImage::KeyRecord record;
+  Code code = Use(key);
+  if (code == kSuccess && !key.isVolatile) {
+    code = image_->Read(key.cell, &record);
+    *count += record.subKeys;
   }
   return code;
 }
 
-Code Hive::Values(KeyNode& key, ValueTable** values) {
-  if (key.values == nullptr) {
-    auto fresh = std::make_unique<ValueTable>();
-    const Code code = key.cell == HiveFile::kNoCell ? kSuccess : LoadValues(key, fresh.get());
+Code Hive::StoredNameAt(KeyNode& key, std::uint32_t index, std::u16string* name) const {
+  HiveImage::Cell cell = HiveImage::kNoCell;
+  HiveImage::KeyRecord record;
+  Code code = image_->SubKeyAt(key.cell, index, &cell);
+  code = code == kSuccess ? image_->Read(cell, &record) : code;
+  *name = std::move(record.name);
+  return code;
+}
+
+// How many of the `count` subkeys in the files come before a name.
+Code Hive::RankOf(KeyNode& key, std::uint32_t count, const std::u16string& folded,
+                  std::uint32_t* rank) const {
+  std::uint32_t low = 0;
+  std::uint32_t high = count;
+  while (low < high) {
+    const std::uint32_t middle = low + (high - low) / 2;
+    std::u16string name;
+    const Code code = StoredNameAt(key, middle, &name);
     if (code != kSuccess) {
       return code;
     }
-    key.values = std::move(fresh);
+    if (Folded(name) < folded) {
+      low = middle + 1;
+    } else {
+      high = middle;
+    }
   }
-  *values = key.values.get();
+  *rank = low;
   return kSuccess;
 }
 
-Code Hive::LoadValues(KeyNode& key, ValueTable* values) const {
-  std::vector<HiveFile::ValueRecord> records;
-  const Code code = file_.ReadValues(key.cell, &records);
-  for (HiveFile::ValueRecord& record : records) {
-    const auto [same, isFirst] = values->ages.try_emplace(Folded(record.name), values->nextAge);
-    if (!isFirst && values->byAge.find(same->second)->second.cell == record.cell) {
-      return kBadDatabase;
-    }
-    values->byAge.insert(
-        {values->nextAge++, KeyValue{std::move(record.name), record.type, record.cell, {}}});
+Code Hive::SubKeyNameAt(KeyNode& key, std::uint32_t index, std::u16string* name) {
+  std::uint32_t count = 0;
+  Code code = CountSubKeys(key, &count);
+  if (code != kSuccess || index >= count) {
+    return code == kSuccess ? kNoMoreItems : code;
   }
-  return code;
+  if (key.memory == nullptr || key.memory->subKeys.empty()) {
+    return key.isVolatile ? kNoMoreItems : StoredNameAt(key, index, name);
+  }
+  // The first of the keys in memory that stands at `index` or behind it.
+  const auto& inMemory = key.memory->subKeys;
+  const auto stored = count - static_cast<std::uint32_t>(inMemory.size());
+  std::uint32_t low = 0;
+  std::uint32_t place = count;
+  for (auto high = static_cast<std::uint32_t>(inMemory.size()); low < high;) {
+    const std::uint32_t middle = low + (high - low) / 2;
+    std::uint32_t rank = 0;
+    code =
+        stored == 0 ? kSuccess : RankOf(key, stored, inMemory.find_by_order(middle)->first, &rank);
+    if (code != kSuccess) {
+      return code;
+    }
+    if (rank + middle < index) {
+      low = middle + 1;
+    } else {
+      high = middle;
+      place = rank + middle;
+    }
+  }
+  if (place == index && low < inMemory.size()) {
+    *name = inMemory.find_by_order(low)->second->name;
+    return kSuccess;
+  }
+  return StoredNameAt(key, index - low, name);
 }
 
 Code Hive::Query(KeyNode& key, cvn::StringView name, std::uint32_t* type,
                  std::vector<std::byte>* data) {
-  ValueTable* values = nullptr;
-  const Code code = Values(key, &values);
+  Code code = Use(key);
   if (code != kSuccess) {
     return code;
   }
-  const auto age = values->ages.find(Folded(name));
-  if (age == values->ages.end()) {
+  if (!key.isVolatile) {
+    HiveImage::ValueRecord value;
+    code = image_->FindValue(key.cell, name, &value);
+    code = code == kSuccess ? image_->ReadData(value.cell, data) : code;
+    *type = code == kSuccess ? value.type : *type;
+    return code;
+  }
+  const KeyMemory& memory = MemoryOf(key);
+  const auto age = memory.ages.find(Folded(name));
+  if (age == memory.ages.end()) {
     return kFileNotFound;
   }
-  const KeyValue& value = values->byAge.find(age->second)->second;
+  const KeyMemory::Value& value = memory.values.find(age->second)->second;
   *type = value.type;
-  if (value.cell != HiveFile::kNoCell) {
-    return file_.ReadData(value.cell, data);
-  }
   *data = value.data;
   return kSuccess;
 }
 
-Code Hive::BeginChange(bool isVolatile) {
-  if (broken_ != kSuccess || isReadOnly_) {
-    return isReadOnly_ ? kAccessDenied : broken_;
-  }
-  if (isVolatile || isNew_ || lock_.IsHeld()) {
-    return kSuccess;
-  }
-  const Code code = lock_.Take(place_, loaded_);
-  return code == kSuccess ? file_.PrepareToChange() : code;
+bool Hive::HasValue(KeyNode& key, cvn::StringView name) {
+  HiveImage::ValueRecord value;
+  return Use(key) == kSuccess &&
+         (key.isVolatile ? MemoryOf(key).ages.contains(Folded(name))
+                         : image_->FindValue(key.cell, name, &value) == kSuccess);
 }
 
-void Hive::Touch(KeyNode& key, bool* aspect) {
-  if (!key.hasNewSubKeys && !key.hasNewValues) {
-    touched_.push_back(key.shared_from_this());
-  }
-  *aspect = true;
-}
-
-Code Hive::Add(KeyNode& parent, cvn::StringView name, bool isVolatile, KeyPtr* added) {
-  SubKeyTable* subKeys = nullptr;
-  Code code = SubKeys(parent, &subKeys);
-  if (code == kSuccess) {
-    code = BeginChange(isVolatile);
-  }
+Code Hive::ValueNameAt(KeyNode& key, std::uint32_t index, std::u16string* name) {
+  Code code = Use(key);
   if (code != kSuccess) {
     return code;
   }
-  *added = Insert(parent, name, isVolatile);
-  if (!isVolatile) {
-    Touch(parent, &parent.hasNewSubKeys);
-  }
-  return kSuccess;
-}
-
-KeyPtr Hive::Insert(KeyNode& parent, cvn::StringView name, bool isVolatile) {
-  auto key = std::make_shared<KeyNode>();
-  key->hive = this;
-  key->parent = &parent;
-  key->name = name;
-  key->isVolatile = isVolatile;
-  parent.subKeys->insert({Folded(name), key});
-  ++parent.subKeyChanges;
-  return key;
-}
-
-Code Hive::AddSystemKey(KeyNode& parent, cvn::StringView name, KeyPtr* added) {
-  SubKeyTable* subKeys = nullptr;
-  const Code code = SubKeys(parent, &subKeys);
-  if (code != kSuccess) {
+  if (!key.isVolatile) {
+    HiveImage::ValueRecord value;
+    code = image_->ValueAt(key.cell, index, &value);
+    *name = std::move(value.name);
     return code;
   }
-  const auto known = subKeys->find(Folded(name));
-  if (known != subKeys->end()) {
-    return kAlreadyExists;
+  const KeyMemory& memory = MemoryOf(key);
+  if (index >= memory.values.size()) {
+    return kNoMoreItems;
   }
-  *added = Insert(parent, name, true);
-  (*added)->isFixed = true;
+  *name = memory.values.find_by_order(index)->second.name;
   return kSuccess;
-}
-
-Code Hive::AddSystemLink(KeyNode& parent, cvn::StringView name, cvn::StringView target) {
-  KeyPtr link;
-  Code code = AddSystemKey(parent, name, &link);
-  ValueTable* values = nullptr;
-  if (code == kSuccess) {
-    link->isLink = true;
-    code = Values(*link, &values);
-  }
-  if (code == kSuccess) {
-    const auto bytes = std::as_bytes(std::span(target));
-    values->ages.emplace(Folded(kLinkValue), 0);
-    values->byAge.insert({values->nextAge++, KeyValue{std::u16string(kLinkValue),
-                                                      kLinkType,
-                                                      HiveFile::kNoCell,
-                                                      {bytes.begin(), bytes.end()}}});
-  }
-  return code;
 }
 
 Code Hive::LinkTarget(KeyNode& link, std::u16string* target) {
@@ -241,76 +300,24 @@ Code Hive::LinkTarget(KeyNode& link, std::u16string* target) {
   return code == kSuccess && type != kLinkType ? kFileNotFound : code;
 }
 
-Code Hive::Remove(KeyNode& key) {
-  const Code code = BeginChange(key.isVolatile);
-  if (code != kSuccess) {
-    return code;
+Code Hive::AddSystemKey(KeyNode& parent, cvn::StringView name, KeyPtr* added) {
+  const Code code = Find(parent, name, added);
+  if (code != kFileNotFound) {
+    return code == kSuccess ? kAlreadyExists : code;
   }
-  const KeyPtr keeper = key.shared_from_this();
-  KeyNode& parent = *key.parent;
-  if (key.cell != HiveFile::kNoCell) {
-    removed_.push_back(key.cell);
-  }
-  if (!key.isVolatile) {
-    Touch(parent, &parent.hasNewSubKeys);
-  }
-  parent.subKeys->erase(Folded(key.name));
-  ++parent.subKeyChanges;
-  key.isDeleted = true;
-  key.parent = nullptr;
-  return kSuccess;
+  const Code made = AddInMemory(parent, name, added);
+  (*added)->isFixed = true;
+  return made;
 }
 
-Code Hive::SetValue(KeyNode& key, cvn::StringView name, std::uint32_t type,
-                    std::span<const std::byte> data) {
-  ValueTable* values = nullptr;
-  Code code = Values(key, &values);
+Code Hive::AddSystemLink(KeyNode& parent, cvn::StringView name, cvn::StringView target) {
+  KeyPtr link;
+  const Code code = AddSystemKey(parent, name, &link);
   if (code == kSuccess) {
-    code = BeginChange(key.isVolatile);
+    link->isLink = true;
+    SetInMemory(&MemoryOf(*link), kLinkValue, kLinkType, std::as_bytes(std::span(target)));
   }
-  if (code != kSuccess) {
-    return code;
-  }
-  const auto [known, isNew] = values->ages.try_emplace(Folded(name), values->nextAge);
-  KeyValue& value = values->byAge[known->second];
-  if (isNew) {
-    value.name = name;
-    ++values->nextAge;
-  } else if (value.cell != HiveFile::kNoCell) {
-    values->dropped.push_back(std::exchange(value.cell, HiveFile::kNoCell));
-  }
-  value.type = type;
-  value.data.assign(data.begin(), data.end());
-  if (!key.isVolatile) {
-    Touch(key, &key.hasNewValues);
-  }
-  return kSuccess;
-}
-
-Code Hive::DeleteValue(KeyNode& key, cvn::StringView name) {
-  ValueTable* values = nullptr;
-  Code code = Values(key, &values);
-  if (code != kSuccess) {
-    return code;
-  }
-  const auto known = values->ages.find(Folded(name));
-  if (known == values->ages.end()) {
-    return kFileNotFound;
-  }
-  code = BeginChange(key.isVolatile);
-  if (code != kSuccess) {
-    return code;
-  }
-  const auto value = values->byAge.find(known->second);
-  if (value->second.cell != HiveFile::kNoCell) {
-    values->dropped.push_back(value->second.cell);
-  }
-  values->byAge.erase(known->second);
-  values->ages.erase(known);
-  if (!key.isVolatile) {
-    Touch(key, &key.hasNewValues);
-  }
-  return kSuccess;
+  return code;
 }
 
 }  // namespace platform::posix

@@ -1,29 +1,30 @@
 #include "platform/offline/registry/key_lookup.h"
 
 #include <algorithm>
+#include <utility>
 
-#include "platform/formats/names.h"
 #include "platform/offline/registry/registry_values.h"
 
 namespace platform::posix {
-namespace {
 
-constexpr std::size_t kDeepestKey = 512;  // levels; a limit of Windows
-
-std::size_t DepthOf(const KeyNode* key) {
-  std::size_t depth = 0;
-  for (; key != nullptr; key = key->parent) {
-    ++depth;
-  }
-  return depth;
-}
-
-}  // namespace
-
-Lookup LookUp(const KeyPtr& from, const Names& names) {
+Lookup LookUp(const KeyPtr& from, const Names& names, registry::LinkAtEnd link) {
   Lookup lookup;
-  if (from != nullptr) {
-    lookup.code = RegistrySpace::Get().Walk(from, names, &lookup.end, &lookup.count);
+  const bool isItself = link == registry::LinkAtEnd::Open && !names.empty();
+  if (from == nullptr) {
+    return lookup;
+  }
+  const Names way(names.begin(), names.end() - (isItself ? 1 : 0));
+  lookup.code = RegistrySpace::Get().Walk(from, way, &lookup.end, &lookup.count);
+  KeyPtr end;
+  if (isItself && lookup.code == kSuccess) {
+    lookup.code = lookup.end->hive->Find(*lookup.end, names.back(), &end);
+  }
+  if (end != nullptr) {
+    // The root of a hive is no link.
+    lookup.code =
+        end->isLink ? kSuccess : RegistrySpace::Get().Walk(end, Names(), &end, &lookup.count);
+    lookup.end = std::move(end);
+    lookup.count = names.size();
   }
   return lookup;
 }
@@ -32,21 +33,23 @@ Code CreateMissing(const Lookup& lookup, const Names& names, bool isVolatile, Ke
   const auto isTooLong = [](cvn::StringView name) { return name.size() > kLongestKeyName; };
   const auto begin = names.begin() + static_cast<std::ptrdiff_t>(lookup.count);
   if (RegistrySpace::Get().IsFrame(lookup.end) || std::any_of(begin, names.end(), isTooLong) ||
-      DepthOf(lookup.end.get()) + names.size() - lookup.count > kDeepestKey) {
+      lookup.end->depth + names.size() - lookup.count > Hive::kDeepestKey) {
     return kInvalidParameter;
   }
   Hive& hive = *lookup.end->hive;
-  SubKeyTable* subKeys = nullptr;
-  Code code = hive.SubKeys(*lookup.end, &subKeys);
-  if (code == kSuccess && subKeys->find(Folded(*begin)) != subKeys->end()) {
-    return kFileNotFound;  // a link that leads nowhere
+  KeyPtr known;
+  Code code = hive.Find(*lookup.end, *begin, &known);
+  if (code == kSuccess && known->isLink) {
+    return kFileNotFound;  // it leads nowhere
   }
+  code = code == kFileNotFound ? kSuccess : code;
   if (code == kSuccess && lookup.end->isVolatile && !isVolatile) {
     return kChildMustBeVolatile;
   }
   *created = lookup.end;
   for (auto name = begin; code == kSuccess && name != names.end(); ++name) {
-    code = hive.Add(**created, *name, isVolatile, created);
+    const KeyPtr parent = *created;
+    code = hive.Add(*parent, *name, isVolatile, created);
   }
   return code;
 }
@@ -54,30 +57,16 @@ Code CreateMissing(const Lookup& lookup, const Names& names, bool isVolatile, Ke
 Code DeleteBelow(const KeyPtr& from, Names names) {
   KeyPtr key = from;
   if (!names.empty()) {
-    const std::u16string name = Folded(names.back());
+    const cvn::StringView name = names.back();
     names.pop_back();
     const Lookup lookup = LookUp(from, names);
-    SubKeyTable* siblings = nullptr;
     const Code code =
-        lookup.code == kSuccess ? lookup.end->hive->SubKeys(*lookup.end, &siblings) : lookup.code;
+        lookup.code == kSuccess ? lookup.end->hive->Find(*lookup.end, name, &key) : lookup.code;
     if (code != kSuccess) {
       return code;
     }
-    const auto found = siblings->find(name);
-    if (found == siblings->end()) {
-      return kFileNotFound;
-    }
-    key = found->second;
   }
-  if (key->isFixed) {
-    return kAccessDenied;
-  }
-  SubKeyTable* subKeys = nullptr;
-  const Code code = key->hive->SubKeys(*key, &subKeys);
-  if (code != kSuccess) {
-    return code;
-  }
-  return subKeys->empty() ? key->hive->Remove(*key) : kAccessDenied;
+  return key->isFixed ? kAccessDenied : key->hive->Remove(*key);
 }
 
 }  // namespace platform::posix

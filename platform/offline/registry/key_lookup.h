@@ -21,7 +21,8 @@ struct Lookup {
 };
 
 // Gives 2 without a key to start from.
-Lookup LookUp(const KeyPtr& from, const Names& names);
+Lookup LookUp(const KeyPtr& from, const Names& names,
+              registry::LinkAtEnd link = registry::LinkAtEnd::Follow);
 
 // Both lookups of a merged view, or the one of another key.
 struct Lookups {
@@ -29,9 +30,10 @@ struct Lookups {
   Lookup second;
   bool hasSecond = false;
 
-  Lookups(const OpenedKey& from, const Names& names)
-      : first(LookUp(from.keys.first, names)),
-        second(LookUp(from.keys.second, names)),
+  Lookups(const OpenedKey& from, const Names& names,
+          registry::LinkAtEnd link = registry::LinkAtEnd::Follow)
+      : first(LookUp(from.keys.first, names, link)),
+        second(LookUp(from.keys.second, names, link)),
         hasSecond(from.keys.second != nullptr) {}
 
   bool IsFound() const { return first.code == kSuccess || second.code == kSuccess; }

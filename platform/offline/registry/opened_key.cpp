@@ -1,7 +1,10 @@
 #include "platform/offline/registry/opened_key.h"
 
+#include <map>
 #include <memory>
 #include <utility>
+
+#include "platform/formats/names.h"
 
 namespace platform::posix {
 
@@ -28,12 +31,17 @@ Code FindOpened(const registry::Key& key, std::uint32_t access, OpenedKey* own,
   *opened = reinterpret_cast<OpenedKey*>(key.Handle());
   KeyPair& keys = (*opened)->keys;
   for (KeyPtr* each : {&keys.first, &keys.second}) {
-    if ((*opened)->isMerged && *each != nullptr && (*each)->isDeleted) {
+    const bool isChange = (access & registry::kSetValue) != 0;
+    const Code code = *each == nullptr ? kSuccess : (*each)->hive->Confirm(**each, isChange);
+    if (code != kSuccess && (code != kKeyDeleted || !(*opened)->isMerged)) {
+      return code;
+    }
+    if (code == kKeyDeleted) {
       each->reset();
       (*opened)->merged.reset();
     }
   }
-  if ((keys.first == nullptr || keys.first->isDeleted) && keys.second == nullptr) {
+  if (keys.first == nullptr && keys.second == nullptr) {
     return kKeyDeleted;
   }
   return ((*opened)->access & access) == access ? kSuccess : kAccessDenied;
@@ -52,37 +60,53 @@ Code Publish(KeyPair keys, bool isMerged, std::uint32_t access, std::uintptr_t* 
   opened->keys = std::move(keys);
   opened->isMerged = isMerged;
   opened->access = access;
-  if ((access & registry::kSetValue) != 0 && Main(*opened).hive->IsReadOnly()) {
-    return kAccessDenied;
+  const Code code =
+      (access & registry::kSetValue) != 0 ? Main(*opened).hive->Writability() : kSuccess;
+  if (code != kSuccess) {
+    return code;
   }
   *handle = reinterpret_cast<std::uintptr_t>(opened.release());
   return kSuccess;
 }
 
+namespace {
+
+// The names of a key's subkeys by their folded forms.
+Code NamesBelow(KeyNode& key, std::map<std::u16string, std::u16string>* names) {
+  std::u16string name;
+  Code code = kSuccess;
+  for (std::uint32_t index = 0; code == kSuccess; ++index) {
+    code = key.hive->SubKeyNameAt(key, index, &name);
+    if (code == kSuccess) {
+      names->try_emplace(Folded(name), name);
+    }
+  }
+  return code == kNoMoreItems ? kSuccess : code;
+}
+
+}  // namespace
+
 Code Merge(OpenedKey* opened) {
   KeyNode& first = *opened->keys.first;
   KeyNode& second = *opened->keys.second;
-  SubKeyTable* tables[2] = {};
-  Code code = first.hive->SubKeys(first, &tables[0]);
-  if (code == kSuccess) {
-    code = second.hive->SubKeys(second, &tables[1]);
-  }
-  if (code != kSuccess || (opened->merged && opened->merged->changes[0] == first.subKeyChanges &&
-                           opened->merged->changes[1] == second.subKeyChanges)) {
+  // Looks whether others have changed them.
+  std::uint32_t count = 0;
+  Code code = first.hive->CountSubKeys(first, &count);
+  code = code == kSuccess ? second.hive->CountSubKeys(second, &count) : code;
+  if (code != kSuccess || (opened->merged && opened->merged->changes[0] == first.hive->Changes() &&
+                           opened->merged->changes[1] == second.hive->Changes())) {
     return code;
   }
-  opened->merged = MergedNames{{first.subKeyChanges, second.subKeyChanges}, {}};
-  auto left = tables[0]->begin();
-  auto right = tables[1]->begin();
-  while (left != tables[0]->end() || right != tables[1]->end()) {
-    const bool takesRight =
-        left == tables[0]->end() || (right != tables[1]->end() && right->first < left->first);
-    if (!takesRight && right != tables[1]->end() && right->first == left->first) {
-      ++right;
+  std::map<std::u16string, std::u16string> names;
+  code = NamesBelow(first, &names);
+  code = code == kSuccess ? NamesBelow(second, &names) : code;
+  if (code == kSuccess) {
+    opened->merged = MergedNames{{first.hive->Changes(), second.hive->Changes()}, {}};
+    for (auto& [folded, name] : names) {
+      opened->merged->names.push_back(std::move(name));
     }
-    opened->merged->names.push_back(takesRight ? (right++)->second->name : (left++)->second->name);
   }
-  return kSuccess;
+  return code;
 }
 
 }  // namespace platform::posix

@@ -67,8 +67,13 @@ Code AppendPair(cvn::StringView from, cvn::StringView to, bool replace = false) 
     return kNotSameDevice;
   }
   registry::Key key;
-  Code code = registry::CreateKey(registry::Key(registry::Root::LocalMachine), kKey, false,
-                                  registry::kQueryValue | registry::kSetValue, &key);
+  registry::Change change;
+  const registry::Key root(registry::Root::LocalMachine);
+  Code code = change.Begin(root, kKey);
+  if (code == kSuccess) {
+    code =
+        registry::CreateKey(root, kKey, false, registry::kQueryValue | registry::kSetValue, &key);
+  }
   if (code != kSuccess) {
     return code;
   }
@@ -84,7 +89,8 @@ Code AppendPair(cvn::StringView from, cvn::StringView to, bool replace = false) 
   target.Append(to);
   AppendText(target, &list);
   AppendText(u"", &list);
-  return registry::SetValue(key, kValue, registry::kTypeMultiString, list);
+  code = registry::SetValue(key, kValue, registry::kTypeMultiString, list);
+  return code == kSuccess ? change.End() : code;
 }
 
 Code MoveAtNextStart(cvn::StringView from, cvn::StringView to, bool replace) {

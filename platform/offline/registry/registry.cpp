@@ -14,7 +14,6 @@
 namespace platform::registry {
 namespace {
 
-using posix::Folded;
 using posix::KeyNode;
 using posix::KeyPair;
 using posix::KeyPtr;
@@ -23,9 +22,7 @@ using posix::Names;
 using posix::NamesOf;
 using posix::OpenedKey;
 using posix::RegistrySpace;
-using posix::SubKeyTable;
 using posix::UpToZero;
-using posix::ValueTable;
 
 // Windows sets no limit but that of the hive, which is 2 GiB.
 constexpr std::size_t kLargestData = std::size_t{1} << 30;
@@ -35,17 +32,24 @@ std::mutex& Mutex() {
   return mutex;
 }
 
-// Runs `action` alone and without letting an exception out.
+// Gives what `action` does, without letting an exception out.
 template <typename Action>
-Code Guarded(Action action) {
+Code WithoutExceptions(Action action) {
   try {
-    const std::lock_guard lock(Mutex());
     return action();
   } catch (const std::bad_alloc&) {
     return kNotEnoughMemory;
   } catch (const std::length_error&) {
     return kNotEnoughMemory;
   }
+}
+
+// The same alone, as one change of its own unless a Change is open.
+template <typename Action>
+Code Guarded(Action action) {
+  const std::lock_guard lock(Mutex());
+  const Code code = WithoutExceptions(action);
+  return WithoutExceptions([code] { return RegistrySpace::Get().EndStep(code); });
 }
 
 Code CheckPath(cvn::StringView path) { return path.starts_with(u'\\') ? kBadPathName : kSuccess; }
@@ -56,6 +60,25 @@ Code Give(cvn::StringView text, std::size_t capacity, cvn::String* name) {
   }
   *name = text;
   return kSuccess;
+}
+
+// The name of a value that only the machine has, in the merged view; the user's come before it.
+Code OtherValueNameAt(const OpenedKey& opened, std::uint32_t index, std::u16string* name) {
+  KeyNode& first = *opened.keys.first;
+  KeyNode& second = *opened.keys.second;
+  std::uint32_t users = 0;
+  while (users < index && first.hive->ValueNameAt(first, users, name) == kSuccess) {
+    ++users;
+  }
+  std::uint32_t rest = index - users;
+  Code code = kSuccess;
+  for (std::uint32_t at = 0; code == kSuccess; ++at) {
+    code = second.hive->ValueNameAt(second, at, name);
+    if (code == kSuccess && !first.hive->HasValue(first, *name) && rest-- == 0) {
+      return code;
+    }
+  }
+  return code;
 }
 
 // Runs `action` on the state of a key that was opened with `access`.
@@ -81,7 +104,8 @@ void Key::Close() {
   handle_ = 0;
 }
 
-Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key* key) {
+Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key* key,
+             LinkAtEnd link) {
   std::uintptr_t handle = 0;
   const Code code = Guarded([&] {
     OpenedKey own;
@@ -92,7 +116,7 @@ Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key*
     if (found != kSuccess) {
       return found;
     }
-    const Lookups lookups(*from, NamesOf(path));
+    const Lookups lookups(*from, NamesOf(path), link);
     return lookups.IsFound() ? Publish(lookups.Found(), from->isMerged, access, &handle)
                              : lookups.Failure();
   });
@@ -205,44 +229,21 @@ Code EnumerateKey(const Key& key, std::uint32_t index, std::size_t capacity, cvn
       return index < names.size() ? Give(names[index], capacity, name) : kNoMoreItems;
     }
     KeyNode& main = Main(*opened);
-    SubKeyTable* subKeys = nullptr;
-    const Code code = main.hive->SubKeys(main, &subKeys);
-    if (code != kSuccess) {
-      return code;
-    }
-    return index < subKeys->size()
-               ? Give(subKeys->find_by_order(index)->second->name, capacity, name)
-               : kNoMoreItems;
+    std::u16string found;
+    const Code code = main.hive->SubKeyNameAt(main, index, &found);
+    return code == kSuccess ? Give(found, capacity, name) : code;
   });
 }
 
 Code EnumerateValue(const Key& key, std::uint32_t index, std::size_t capacity, cvn::String* name) {
   return WithKey(key, kQueryValue, [&](OpenedKey* opened) {
     KeyNode& main = Main(*opened);
-    ValueTable* values = nullptr;
-    Code code = main.hive->Values(main, &values);
-    if (code != kSuccess) {
-      return code;
+    std::u16string found;
+    Code code = main.hive->ValueNameAt(main, index, &found);
+    if (code == kNoMoreItems && IsMergedOfTwo(*opened)) {
+      code = OtherValueNameAt(*opened, index, &found);
     }
-    if (index < values->byAge.size()) {
-      return Give(values->byAge.find_by_order(index)->second.name, capacity, name);
-    }
-    if (!IsMergedOfTwo(*opened)) {
-      return kNoMoreItems;
-    }
-    KeyNode& other = *opened->keys.second;
-    ValueTable* others = nullptr;
-    code = other.hive->Values(other, &others);
-    if (code != kSuccess) {
-      return code;
-    }
-    std::size_t rest = index - values->byAge.size();
-    for (const auto& [age, value] : others->byAge) {
-      if (values->ages.find(Folded(value.name)) == values->ages.end() && rest-- == 0) {
-        return Give(value.name, capacity, name);
-      }
-    }
-    return kNoMoreItems;
+    return code == kSuccess ? Give(found, capacity, name) : code;
   });
 }
 
@@ -262,16 +263,59 @@ Code QueryInfo(const Key& key, std::uint32_t* subKeys, std::uint32_t* longestNam
       }
     } else {
       KeyNode& main = Main(*opened);
-      SubKeyTable* table = nullptr;
-      code = main.hive->SubKeys(main, &table);
-      if (code == kSuccess) {
-        std::for_each(table->begin(), table->end(), [&](auto& entry) { take(entry.second->name); });
+      std::u16string name;
+      for (std::uint32_t index = 0; code == kSuccess; ++index) {
+        code = main.hive->SubKeyNameAt(main, index, &name);
+        if (code == kSuccess) {
+          take(name);
+        }
       }
+      code = code == kNoMoreItems ? kSuccess : code;
     }
     *subKeys = static_cast<std::uint32_t>(count);
     *longestName = static_cast<std::uint32_t>(longest);
     return code;
   });
+}
+
+Code Change::Begin(const Key& parent, cvn::StringView path) {
+  return Guarded([&]() -> Code {
+    OpenedKey own;
+    OpenedKey* from = nullptr;
+    RegistrySpace::Get().BeginChange();
+    isOpen_ = true;
+    if (FindOpened(parent, 0, &own, &from) != kSuccess) {
+      return kSuccess;  // what is done with it will fail
+    }
+    const Lookups lookups(*from, NamesOf(UpToZero(path)));
+    for (const KeyPtr& end : {lookups.first.end, lookups.second.end}) {
+      const Code code = end == nullptr ? kSuccess : end->hive->Reserve();
+      if (code == kBusy) {
+        return code;
+      }
+    }
+    return kSuccess;
+  });
+}
+
+Code Change::End() {
+  if (!isOpen_) {
+    return kSuccess;
+  }
+  isOpen_ = false;
+  const std::lock_guard lock(Mutex());
+  return WithoutExceptions([] { return RegistrySpace::Get().EndChange(true); });
+}
+
+Change::~Change() {
+  if (isOpen_) {
+    const std::lock_guard lock(Mutex());
+    IgnoreError(WithoutExceptions([] { return RegistrySpace::Get().EndChange(false); }));
+  }
+}
+
+Code Sync() {
+  return Guarded([] { return RegistrySpace::Get().Sync(); });
 }
 
 Code Flush() {

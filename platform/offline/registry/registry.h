@@ -9,18 +9,19 @@
 #include <string>
 
 #include "platform/error.h"
-#include "platform/formats/hive_file.h"
+#include "platform/formats/hive_image.h"
+#include "platform/offline/volume/volume.h"
 #include "support/string.h"
 
 namespace platform::posix {
 
-class Hive;
+class NewHiveBytes;
 
 // A hive that has no file yet. Its first failure is kept, and Write gives it.
 class NewHive {
  public:
   // The hive `name`, like SOFTWARE, of the machine in a folder of the host.
-  NewHive(const std::string& machineFolder, cvn::StringView name, HiveFile::Readers readers);
+  NewHive(const std::string& machineFolder, cvn::StringView name, HiveImage::Readers readers);
   NewHive(const NewHive&) = delete;
   NewHive& operator=(const NewHive&) = delete;
   ~NewHive();
@@ -39,7 +40,11 @@ class NewHive {
  private:
   void Keep(Code code) { code_ = code_ == kSuccess ? code : code_; }
 
-  const std::unique_ptr<Hive> hive_;
+  Code Ensure(cvn::StringView path, HiveImage::Cell* key);
+
+  const HostPath place_;
+  const std::unique_ptr<NewHiveBytes> bytes_;
+  HiveImage image_;
   Code code_ = kSuccess;
 };
 

@@ -167,17 +167,9 @@ Code RegistrySpace::Go(KeyPtr from, std::span<const cvn::StringView> names, KeyP
   *count = 0;
   Code code = Enter(found);
   while (code == kSuccess && *count < names.size()) {
-    SubKeyTable* subKeys = nullptr;
-    code = (*found)->hive->SubKeys(**found, &subKeys);
-    if (code != kSuccess) {
-      break;
-    }
-    const auto next = subKeys->find(Folded(names[*count]));
-    if (next == subKeys->end()) {
-      return kFileNotFound;
-    }
-    KeyPtr key = next->second;
-    code = Enter(&key);
+    KeyPtr key;
+    code = (*found)->hive->Find(**found, names[*count], &key);
+    code = code == kSuccess ? Enter(&key) : code;
     if (code == kSuccess) {
       *found = std::move(key);
       ++*count;
@@ -254,16 +246,19 @@ void RegistrySpace::AddProfiles() {
     return;
   }
   KeyPtr list;
-  SubKeyTable* profiles = nullptr;
   if (Walk(machine_, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList", &list) !=
-          kSuccess ||
-      list->hive->SubKeys(*list, &profiles) != kSuccess) {
+      kSuccess) {
     return;
   }
-  for (const auto& [index, profile] : *profiles) {
+  std::u16string sid;
+  for (std::uint32_t index = 0; list->hive->SubKeyNameAt(*list, index, &sid) == kSuccess; ++index) {
+    KeyPtr profile;
+    if (sid == kSystemSid || list->hive->Find(*list, sid, &profile) != kSuccess) {
+      continue;
+    }
     const std::optional<std::u16string> folder = Read(*profile, u"ProfileImagePath").Text();
-    if (folder && profile->name != kSystemSid) {
-      AddProfile(profile->name, environment::Expand(*folder).value_or(cvn::String()));
+    if (folder) {
+      AddProfile(sid, environment::Expand(*folder).value_or(cvn::String()));
     }
   }
 }
@@ -282,10 +277,43 @@ void RegistrySpace::AddProfile(const std::u16string& sid, cvn::StringView folder
   }
 }
 
+Code RegistrySpace::EndStep(Code code) {
+  for (Mount& mount : mounts_) {
+    Hive& hive = mount.hive;
+    if (!hive.IsEntered() || (hive.IsReserved() && changes_ != 0)) {
+      continue;
+    }
+    const Code logged = code == kSuccess ? hive.Commit() : kSuccess;
+    const Code left = hive.Leave();
+    code = logged == kSuccess ? code : logged;
+    code = left == kSuccess ? code : left;
+  }
+  return code;
+}
+
+Code RegistrySpace::EndChange(bool isKept) {
+  --changes_;
+  if (isKept) {
+    return EndStep(kSuccess);
+  }
+  constexpr Code kDropped = kGenFailure;
+  IgnoreError(EndStep(kDropped));
+  return kSuccess;
+}
+
+Code RegistrySpace::Sync() {
+  Code first = kSuccess;
+  for (Mount& mount : mounts_) {
+    const Code code = mount.hive.Sync();
+    first = first == kSuccess ? code : first;
+  }
+  return first;
+}
+
 Code RegistrySpace::Flush() {
   Code first = kSuccess;
   for (Mount& mount : mounts_) {
-    const Code code = mount.hive.Flush();
+    const Code code = mount.hive.Settle();
     first = first == kSuccess ? code : first;
   }
   return first;

@@ -55,6 +55,17 @@ class RegistrySpace {
             std::size_t* count);
   Code Walk(const KeyPtr& from, cvn::StringView path, KeyPtr* found);
 
+  // To come after each operation, whose code is `code`: logs what it has changed, or drops that
+  // after a failure, and lets others change the hives. Gives `code`, or why there is no success.
+  // Within a change, hives that it concerns stay as they are.
+  Code EndStep(Code code);
+
+  // The steps from here on are one change.
+  void BeginChange() { ++changes_; }
+  // Logs it, or drops it.
+  Code EndChange(bool isKept);
+
+  Code Sync();
   Code Flush();
 
   // True for the keys that nothing but hives can stand below.
@@ -84,6 +95,7 @@ class RegistrySpace {
   KeyPtr default_;
   KeyPtr currentUser_;
   bool hasProfiles_ = false;
+  int changes_ = 0;        // that are open, one in the other
   int linksFollowed_ = 0;  // on the way of the present Walk
 };
 

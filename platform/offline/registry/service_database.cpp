@@ -90,9 +90,12 @@ class DisplayNames {
 
 Code CheckNames(const Key& services, const Config& config) {
   Key other;
+  const std::shared_ptr<OpenService> record = FindOpenService(config.name);
+  if (record != nullptr && record->isMarked) {
+    return kMarkedForDelete;
+  }
   if (FindService(services, config.name, &other) == kSuccess) {
-    const std::shared_ptr<OpenService> record = FindOpenService(config.name);
-    return record != nullptr && record->isMarked ? kMarkedForDelete : kExists;
+    return kExists;
   }
   if (config.displayName.Length() > kLongestServiceName) {
     return kInvalidName;
@@ -137,8 +140,9 @@ Code CheckDependencies(const Key& services, const Config& config) {
 OpenService::~OpenService() {
   OpenRecords().erase(Folded(name));
   Key services;
-  if (isMarked && OpenServiceKeys(registry::kEnumerateSubKeys, &services) == kSuccess) {
-    IgnoreError(DeleteServiceKey(services, name));
+  if (isMarked && !isDeleted &&
+      OpenServiceKeys(registry::kEnumerateSubKeys, &services) == kSuccess) {
+    IgnoreError(DeleteService(services, name));
   }
 }
 

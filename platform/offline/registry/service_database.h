@@ -23,7 +23,8 @@ struct OpenService {
   ~OpenService();
 
   cvn::String name;
-  bool isMarked = false;  // for deletion, which comes with the last handle
+  bool isMarked = false;   // for deletion, which comes with the last handle
+  bool isDeleted = false;  // already
 };
 
 // The record of a service; null when no handle is open on it.

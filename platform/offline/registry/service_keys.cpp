@@ -121,6 +121,31 @@ class Writer {
   Code code_ = kSuccess;
 };
 
+// Deletes a key with all below it, the deepest first, up to the first that resists.
+Code DeleteTree(const Key& services, cvn::StringView name) {
+  struct Doomed {
+    cvn::String name;
+    Key key;
+  };
+  std::vector<Doomed> chain(1);
+  chain.back().name = name;
+  Code code = registry::OpenKey(services, name, registry::kEnumerateSubKeys, &chain.back().key);
+  while (code == kSuccess && !chain.empty()) {
+    Doomed below;
+    if (registry::EnumerateKey(chain.back().key, 0, kLongestKeyName + 1, &below.name) == kSuccess &&
+        !UpToZero(below.name).empty() &&
+        registry::OpenKey(chain.back().key, below.name, registry::kEnumerateSubKeys, &below.key,
+                          registry::LinkAtEnd::Open) == kSuccess) {
+      chain.push_back(std::move(below));
+      continue;
+    }
+    const cvn::String emptied = chain.back().name;
+    chain.pop_back();
+    code = registry::DeleteKey(chain.empty() ? services : chain.back().key, emptied);
+  }
+  return code;
+}
+
 }  // namespace
 
 bool IsServiceName(cvn::StringView name) {
@@ -180,7 +205,7 @@ Code WriteService(const Key& services, const Config& config) {
   Code code = registry::OpenKey(services, config.name, registry::kQueryValue, &key);
   if (code == kSuccess && IsMarkedForDeletion(key)) {
     key.Close();
-    code = DeleteServiceKey(services, config.name);
+    code = DeleteService(services, config.name);
   }
   if (code == kSuccess || code == kFileNotFound) {
     code = registry::CreateKey(services, config.name, false, registry::kSetValue, &key);
@@ -215,27 +240,11 @@ Code MarkForDeletion(const Key& services, cvn::StringView name) {
   return writer.Outcome();
 }
 
-Code DeleteServiceKey(const Key& services, cvn::StringView name) {
-  struct Doomed {
-    cvn::String name;
-    Key key;
-  };
-  std::vector<Doomed> chain(1);
-  chain.back().name = name;
-  Code code = registry::OpenKey(services, name, registry::kEnumerateSubKeys, &chain.back().key);
-  while (code == kSuccess && !chain.empty()) {
-    Doomed below;
-    if (registry::EnumerateKey(chain.back().key, 0, kLongestKeyName + 1, &below.name) == kSuccess &&
-        registry::OpenKey(chain.back().key, below.name, registry::kEnumerateSubKeys, &below.key) ==
-            kSuccess) {
-      chain.push_back(std::move(below));
-      continue;
-    }
-    const cvn::String emptied = chain.back().name;
-    chain.pop_back();
-    code = registry::DeleteKey(chain.empty() ? services : chain.back().key, emptied);
-  }
-  return code;
+Code DeleteService(const Key& services, cvn::StringView name) {
+  registry::Change change;
+  Code code = change.Begin(services, name);
+  code = code == kSuccess ? DeleteTree(services, name) : code;
+  return code == kSuccess ? change.End() : code;
 }
 
 ServiceDependencies ServiceDependencies::Of(const Key& key) {

@@ -39,8 +39,8 @@ Code WriteService(const registry::Key& services, const services::Config& config)
 bool IsMarkedForDeletion(const registry::Key& key);
 Code MarkForDeletion(const registry::Key& services, cvn::StringView name);
 
-// Deletes a service's key with all below it, the deepest first, up to the first that resists.
-Code DeleteServiceKey(const registry::Key& services, cvn::StringView name);
+// Deletes a service's key with all below it, or nothing.
+Code DeleteService(const registry::Key& services, cvn::StringView name);
 
 // The services and the groups that a service depends on.
 struct ServiceDependencies {

@@ -189,15 +189,22 @@ Code Create(const Handle& manager, const Config& config) {
       return kInvalidName;
     }
     Key services;
+    registry::Change change;
     Code code = posix::CheckServiceNumbers(config);
     if (code == kSuccess) {
       code = OpenServiceKeys(registry::kEnumerateSubKeys, &services);
+    }
+    if (code == kSuccess) {
+      code = change.Begin(services, u"");
     }
     if (code == kSuccess) {
       code = posix::CheckNewService(services, config);
     }
     if (code == kSuccess) {
       code = posix::WriteService(services, config);
+    }
+    if (code == kSuccess) {
+      code = change.End();
     }
     if (code == kSuccess) {
       posix::AddDisplayName(services, config);
@@ -208,15 +215,21 @@ Code Create(const Handle& manager, const Config& config) {
 
 Code Delete(const Handle& service) {
   return WithHandle(service, false, kDelete, [](const Opened& opened) -> Code {
-    if (opened.service->isMarked) {
+    posix::OpenService& record = *opened.service;
+    if (record.isMarked) {
       return kMarkedForDelete;
     }
     Key services;
     Code code = OpenServiceKeys(0, &services);
-    if (code == kSuccess) {
-      code = posix::MarkForDeletion(services, opened.service->name);
+    // With its last handle the service goes, and that handle is here: nothing is left to be done,
+    // and to fail, when it is closed.
+    if (code == kSuccess && opened.service.use_count() == 1) {
+      record.isDeleted = posix::DeleteService(services, record.name) == kSuccess;
     }
-    opened.service->isMarked = code == kSuccess;
+    if (code == kSuccess && !record.isDeleted) {
+      code = posix::MarkForDeletion(services, record.name);
+    }
+    record.isMarked = code == kSuccess;
     return code;
   });
 }

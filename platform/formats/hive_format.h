@@ -3,17 +3,11 @@
 // root, big data). All numbers are little-endian.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <span>
-#include <string>
 #include <string_view>
-
-#include "platform/clock.h"
-#include "platform/formats/hive_file.h"
-#include "platform/formats/names.h"
 
 namespace platform::posix {
 
@@ -55,9 +49,11 @@ constexpr std::size_t kKeyValueList = 40;
 constexpr std::size_t kKeySecurity = 44;
 constexpr std::size_t kKeyClass = 48;
 constexpr std::size_t kKeyLongestName = 52;
+constexpr std::size_t kKeyLongestClass = 56;
 constexpr std::size_t kKeyLongestValueName = 60;
 constexpr std::size_t kKeyLongestData = 64;
 constexpr std::size_t kKeyNameSize = 72;
+constexpr std::size_t kKeyClassSize = 74;
 constexpr std::size_t kKeyName = 76;
 
 constexpr std::uint16_t kFlagRoot = 0x0004;
@@ -87,11 +83,22 @@ constexpr std::size_t kSecurityDescriptor = 20;
 // hashes of "lh".
 constexpr std::size_t kListCount = 2;
 constexpr std::size_t kListEntries = 4;
-constexpr std::size_t kLargestLeaf = 500;  // fits into one bin of the least size
+constexpr std::size_t kIndexStep = 4;  // of "li" and "ri": a cell
+constexpr std::size_t kLeafStep = 8;   // of "lf" and "lh": a cell, and what is known of the name
+// As many bytes of entries as fit into one bin of the least size.
+constexpr std::size_t kLargestLeafSize = kBinUnit - kBinHeader - kCellHeader - kListEntries;
+constexpr std::size_t kLargestLeaf = kLargestLeafSize / kLeafStep;
+constexpr std::size_t kLargestList = 0xFFFF;
 
 // From version 1.4 on, data above this much stands in segments of as much, which a "db" record
 // lists.
 constexpr std::size_t kSegment = 16344;
+// A full segment's cell has four bytes more, and other readers take the last four of each one for
+// padding.
+constexpr std::size_t kSegmentPadding = 4;
+constexpr std::size_t kSegmentCount = 2;
+constexpr std::size_t kSegmentList = 4;
+constexpr std::size_t kSegmentsRecord = 8;
 
 inline std::size_t RoundUp(std::size_t size, std::size_t unit) {
   return (size + unit - 1) / unit * unit;
@@ -109,16 +116,11 @@ void Store(std::byte* to, Number number) {
   std::memcpy(to, &number, sizeof(number));
 }
 
-// Now, in 100 nanoseconds since 1601.
-inline std::uint64_t FileTime() {
-  return static_cast<std::uint64_t>(clock::kTicksFrom1601To1970 + clock::NowTicks());
-}
-
-// The sum of the base block.
-inline std::uint32_t ChecksumOf(const std::byte* base) {
+// The sum of a base block, of which `base` has at least the first 512 bytes.
+inline std::uint32_t HiveChecksum(std::span<const std::byte> base) {
   std::uint32_t sum = 0;
   for (std::size_t i = 0; i < kChecksum; i += sizeof(sum)) {
-    sum ^= Fetch<std::uint32_t>(base + i);
+    sum ^= Fetch<std::uint32_t>(&base[i]);
   }
   // 0 and -1 are never stored.
   return sum == 0 ? 1 : (sum == 0xFFFFFFFF ? 0xFFFFFFFE : sum);
@@ -126,16 +128,19 @@ inline std::uint32_t ChecksumOf(const std::byte* base) {
 
 // A cell's content, for reading. One without content stands for a cell that isn't there or isn't
 // what was expected.
-class HiveFile::View {
+class HiveView {
  public:
-  View() = default;
-  explicit View(std::span<const std::byte> bytes) : bytes_(bytes) {}
+  HiveView() = default;
+  explicit HiveView(std::span<const std::byte> bytes) : bytes_(bytes) {}
 
   explicit operator bool() const { return !bytes_.empty(); }
   std::size_t Size() const { return bytes_.size(); }
-  bool Is(std::string_view id) const { return std::memcmp(bytes_.data(), id.data(), 2) == 0; }
+  bool Is(std::string_view id) const {
+    return bytes_.size() >= id.size() && std::memcmp(bytes_.data(), id.data(), id.size()) == 0;
+  }
   std::uint16_t Short(std::size_t at) const { return Fetch<std::uint16_t>(&bytes_[at]); }
   std::uint32_t Long(std::size_t at) const { return Fetch<std::uint32_t>(&bytes_[at]); }
+  std::uint64_t Quad(std::size_t at) const { return Fetch<std::uint64_t>(&bytes_[at]); }
   std::span<const std::byte> Part(std::size_t at, std::size_t size) const {
     return bytes_.subspan(at, size);
   }
@@ -143,4 +148,16 @@ class HiveFile::View {
  private:
   std::span<const std::byte> bytes_;
 };
+
+inline std::size_t LeafStep(HiveView leaf) { return leaf.Is("li") ? kIndexStep : kLeafStep; }
+
+// The cell that an entry of a list of subkeys names.
+inline std::uint32_t EntryOf(HiveView leaf, std::uint32_t entry) {
+  return leaf.Long(kListEntries + entry * LeafStep(leaf));
+}
+
+inline std::uint32_t EntryOfIndex(HiveView index, std::uint32_t leafNumber) {
+  return index.Long(kListEntries + leafNumber * kIndexStep);
+}
+
 }  // namespace platform::posix
