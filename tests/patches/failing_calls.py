@@ -74,6 +74,7 @@ def _calls():
 
 _CALLS = _calls()
 ERRORS = 2  # that each call can fail with
+KILL = -1  # in the place of an error: the program ends by SIGKILL instead of the call
 
 # See linux/filter.h and linux/seccomp.h.
 _LOAD, _IF_EQUAL, _IF_ANY_BIT, _RETURN = 0x20, 0x15, 0x45, 0x06
@@ -166,7 +167,12 @@ class _Watched:
         self.count += 1
         if self.fail_at in (None, self.count):
             self.calls.append(call)
-        return getattr(errno, _CALLS[number][3 + self.choice]) if self.count == self.fail_at else 0
+        if self.count != self.fail_at:
+            return 0
+        if self.choice == KILL:
+            os.kill(self.pid, signal.SIGKILL)
+            return 0
+        return getattr(errno, _CALLS[number][3 + self.choice])
 
     def _counts(self, thread, number, place):
         if self._group(thread) != self.pid:
@@ -258,7 +264,7 @@ def _become(connection, command, environment, folder, output, own_processes):
 def run(command, environment, folder, output, fail_at=None, choice=0, own_processes=False,
         limit=120):
     """Runs a program to its end. `output` is the two files that it writes to. Its call number
-    `fail_at` fails, by the error that is its `choice`; without a number every call is only told.
+    `fail_at` fails, by the error that is its `choice` or KILL; without a number every call is only told.
     After `limit` seconds it is ended."""
     ours, theirs = socket.socketpair()
     with ours:

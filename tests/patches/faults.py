@@ -25,6 +25,7 @@ import tempfile
 import xml.etree.ElementTree as ElementTree
 
 import failing_calls
+import hive_logs
 import http_files
 import spooled_events
 import world
@@ -193,7 +194,7 @@ class Observation:
         self.state = {'elsewhere.txt': (elsewhere / 'elsewhere.txt').exists()}
         try:
             self.state.update(_state_of(machine))
-        except (ElementTree.ParseError, subprocess.CalledProcessError) as fault:
+        except (ElementTree.ParseError, subprocess.CalledProcessError, ValueError) as fault:
             self.fault = f'a hive does not load: {fault}'
 
     def _lines(self, data, has_stamps=False):
@@ -220,8 +221,10 @@ def _state_of(machine):
     for place in machine.rglob('*'):
         path = place.relative_to(machine)
         name = _steady(str(path))
+        if path.name.endswith('.LOG1'):
+            continue  # what counts is the hive that it completes
         if place.is_file() and (path.is_relative_to(_HIVES) or path.name == 'NTUSER.DAT'):
-            state.update(_values_of(path, _digest(place), place))
+            state.update(_values_of(path, hive_logs.replayed(place)))
             state[f'{name} itself'] = _surroundings(place)
         elif place.is_symlink():
             state[name] = os.readlink(place)
@@ -240,15 +243,19 @@ def _digest(place):
     return hashlib.sha256(place.read_bytes()).hexdigest()
 
 
-_hives = {}  # the values by the hive's digest: most runs leave most hives alone
+_hives = {}  # the values by the hive's content: most runs leave most hives alone
 
 
-def _values_of(path, digest, place):
-    if digest not in _hives:
-        document = subprocess.run(['hivexml', place], check=True, capture_output=True).stdout
-        _hives[digest] = {}
-        _add_values(ElementTree.fromstring(document), str(path), _hives[digest])
-    return _hives[digest]
+def _values_of(path, content):
+    known = (path, hashlib.sha256(content).digest())
+    if known not in _hives:
+        with tempfile.NamedTemporaryFile() as file:
+            file.write(content)
+            file.flush()
+            document = subprocess.run(['hivexml', file.name], check=True, capture_output=True).stdout
+        _hives[known] = {}
+        _add_values(ElementTree.fromstring(document), str(path), _hives[known])
+    return _hives[known]
 
 
 def _add_values(key, path, values):
