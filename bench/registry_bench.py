@@ -17,21 +17,78 @@ def _script(count):
             "<exit code='0'/>")
 
 
+def _copy(environment, folder):
+    shutil.copytree(environment["TESSEL_MACHINE"], folder)
+    return dict(environment, TESSEL_MACHINE=str(folder))
+
+
+def _best(command, environment, folder, idle):
+    """The best run's time less the best idle one's; each has a new copy of the machine."""
+    pairs = []
+    for number in range(TIMES):
+        machine = _copy(environment, folder.with_name(f"{folder.name} {number}"))
+        measure.run(idle, machine)
+        pairs.append((measure.run(idle, machine), measure.run(command, machine)))
+        shutil.rmtree(machine["TESSEL_MACHINE"])
+    best_idle, best = map(min, zip(*pairs))
+    return best - best_idle
+
+
+def _many_writes(run, work, environment, idle):
+    figures = [_best(run(f"write {count}", _script(count)), environment, work / f"machine {count}",
+                     idle) for count in (10_000, 1_000)]
+    return measure.Row("10,000 regWrites to one key", figures[0], "1,000 regWrites", figures[1], 12)
+
+
+def _large_hives(run, work, environment):
+    """One read and one write, in a large hive and in a small one."""
+    fill = ("<regCreateKey root='HKEY_LOCAL_MACHINE' key='SOFTWARE\\Bench'/><assign var='v' value='x'/>"
+            + "<assign var='v' value='%v%%v%'/>" * 19
+            + "<assign var='i' value='0'/><addInt id='again' var='i' value='1'/>"
+            "<regCreateKey root='HKEY_LOCAL_MACHINE' key='SOFTWARE\\Bench\\%i%'/>"
+            "<regWrite root='HKEY_LOCAL_MACHINE' key='SOFTWARE\\Bench\\%i%' value='v' data='%v%'"
+            " type='REG_SZ'><onerror><exit code='1'/></onerror></regWrite>"
+            "<test left='%i%' operator='&lt;' right='COUNT' type='number'>"
+            "<onTrue><goto target='again'/></onTrue></test><exit code='0'/>")
+    touch = run("touch", "<regRead root='HKEY_LOCAL_MACHINE' key='SOFTWARE\\Microsoft\\Windows NT\\"
+                "CurrentVersion' value='ProductName' var='a'/><regWrite root='HKEY_LOCAL_MACHINE'"
+                " key='SOFTWARE\\Bench\\1' value='new' data='text' type='REG_SZ'>"
+                "<onerror><exit code='1'/></onerror></regWrite><exit code='0'/>")
+    times = []
+    for count in (100, 1):  # of a megabyte each
+        machine = _copy(environment, work / f"machine of {count} MB")
+        measure.run(run(f"fill {count}", fill.replace("COUNT", str(count))), machine)
+        times.append(min(measure.run(touch, machine) for _ in range(TIMES)))
+        if count == 100:
+            memory = measure.peak(touch, machine)
+        shutil.rmtree(machine["TESSEL_MACHINE"])
+    return [measure.Row("read and write in 100 MB", times[0], "in a hive of 1 MB", times[1], 2),
+            measure.Row("the same: memory", memory, "that hive", 100, 0.25, "MB")]
+
+
+def _beside_hivex(run, work, environment, idle):
+    """The same thousand changes, each of which is in the files before the next one begins."""
+    script = _script(1_000).replace("regWrite", "regCreateKey")
+    script = script.replace("SOFTWARE\\Bench' value='value %i%' data='data of %i%' type='REG_SZ'",
+                            "SOFTWARE\\Bench\\key %i%'")
+    ours = _best(run("make keys", script), environment, work / "ours", idle)
+    commands = work / "hivexsh"
+    commands.write_text("cd \\\nadd Bench\ncd Bench\n" + "".join(
+        f"add key {i}\ncommit\n" for i in range(1, 1001)))
+    peers = []
+    for _ in range(TIMES):
+        hive = work / "hive"
+        shutil.copy(f"{environment['TESSEL_MACHINE']}/Windows/System32/config/SOFTWARE", hive)
+        peers.append(measure.run(["hivexsh", "-w", "-f", str(commands), str(hive)], environment))
+    return measure.Row("1,000 keys, each kept", ours, "hivexsh, each committed", min(peers), 0.5)
+
+
 def rows(tessel, pack, work, environment):
-    """The table's row. `pack(folder, name, body)` makes a patch; each run has a new machine. The time
-    is the best run's, less the best of a script that writes nothing."""
-    nothing = pack(work, "write nothing", "<exit code='0'/>")
-    figures = []
-    for count in (10_000, 1_000):
-        patch = pack(work, f"write {count}", _script(count))
-        pairs = []
-        for number in range(TIMES):
-            folder = work / f"machine {count} {number}"
-            shutil.copytree(environment["TESSEL_MACHINE"], folder)
-            machine = dict(environment, TESSEL_MACHINE=str(folder))
-            idle, writes = ([tessel, "/encfile", str(each)] for each in (nothing, patch))
-            measure.run(idle, machine)
-            pairs.append((measure.run(idle, machine), measure.run(writes, machine)))
-        best_idle, best = map(min, zip(*pairs))
-        figures.append(best - best_idle)
-    return [measure.Row("10,000 regWrites to one key", figures[0], "1,000 regWrites", figures[1], 12)]
+    """The table's rows. `pack(folder, name, body)` makes a patch; each run has a new machine."""
+    def run(name, body):
+        return [tessel, "/encfile", str(pack(work, name, body))]
+
+    idle = run("write nothing", "<exit code='0'/>")
+    yield _many_writes(run, work, environment, idle)
+    yield from _large_hives(run, work, environment)
+    yield _beside_hivex(run, work, environment, idle)
