@@ -8,7 +8,7 @@ import shutil
 
 import expectations
 import world
-from gate_runs import NOBODY, change_byte, check
+from gate_runs import NOBODY, WAIT, change_byte, check, wait_for
 from world import expect
 
 # --- Machines that can't be judged, and so are no old Windows, on which everything runs
@@ -62,6 +62,26 @@ def worrying_hive(this, change, **wanted):
     hive = told['hives'][1]
     expect(not told['isFit'] and told['warnings'], f'nothing worries: {told}')
     expect({name: hive.get(name) for name in wanted} == wanted, f'the hive: {hive}')
+
+
+def killed_in_between(this):
+    """What a killed run logged is told, worries nobody, and is there for the next run."""
+    key = 'root="HKEY_LOCAL_MACHINE" key="SOFTWARE\\Left"'
+    this.external(body=f'<regCreateKey {key}/>'
+                       f'<regWrite {key} value="v" data="2" type="REG_SZ"/>' + WAIT)
+    process = this.start()
+    wait_for(this.folder / 'started')
+    process.kill()
+    process.communicate()
+    told = this.checked()
+    hive = told['hives'][1]
+    expect(told['isFit'] and (hive['isClean'], hive['pendingEntries']) == (False, 2),
+           f'tlx machine check tells {told}')
+    this.gates.pack(this.patch, f'<regRead {key} value="v" var="x"/><trace value="has %x%"/>'
+                                '<exit code="3"/>')
+    this.gates.sign(this.place)
+    shutil.rmtree(this.machine / world.TRACES)
+    check(this.ended(), -3, trace=['Trace: has 2'])
 
 
 def unfinished(path, entries):
@@ -150,14 +170,14 @@ def machine_rows():
     for signature in (b'', b'wake', b'WAKE', bytes(4)):
         yield f'machine/awake-{signature.hex()}', lambda this, signature=signature: awake(this, signature)
     for name, change, wanted in (
-            ('pending', lambda path: unfinished(path, (-1, 0, 1, 5)),
-             {'isClean': False, 'pendingEntries': 2}),
             ('unlogged', lambda path: unfinished(path, ()), {'isClean': False, 'pendingEntries': 0}),
+            ('without-sums', lambda path: unfinished(path, (0, 1)), {'pendingEntries': 0}),
             ('torn', lambda path: os.truncate(path, path.stat().st_size - 4096), {'isClean': True}),
             ('broken-bin', lambda path: change_byte(path, b'hbin'), {'damagedAt': 4096})):
         yield f'machine/hive-{name}', lambda this, change=change, wanted=wanted: worrying_hive(
             this, change, **wanted)
     yield 'machine/kept-elsewhere', kept_elsewhere
+    yield 'machine/killed-in-between', killed_in_between
     for name, code, problem, words in (('writable', 19, 'mounted read-only', READ_ONLY),
                                        ('roomy', 112, 'no room for the trace', FULL)):
         yield f'machine/not-{name}', lambda this, code=code, problem=problem, words=words: unjudged(

@@ -1,13 +1,16 @@
 #include "tools/tlx/hive_state.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "platform/file_search.h"
 #include "platform/files.h"
+#include "platform/formats/hive_log.h"
 #include "platform/formats/little_endian.h"
 #include "platform/paths.h"
 #include "support/format.h"
@@ -19,38 +22,22 @@ namespace files = platform::files;
 using platform::Code;
 using platform::kSuccess;
 using platform::NumberAt;
+using platform::posix::BaseBlock;
+using platform::posix::LogEntry;
 
-// The base block of a hive, which a log begins with too, and the headers of bins and of the entries
-// of a log, in the terms of the format's public descriptions.
+// Fields of a base block, and the header of a bin, in the terms of the format's public
+// descriptions.
 constexpr std::size_t kBaseSize = 4096;
-constexpr std::size_t kBaseInLog = 512;
-constexpr std::size_t kSequence1 = 4;
-constexpr std::size_t kSequence2 = 8;
 constexpr std::size_t kMajorVersion = 20;
 constexpr std::size_t kMinorVersion = 24;
-constexpr std::size_t kDataSize = 40;
 constexpr std::size_t kSum = 508;
 constexpr std::size_t kBinOffset = 4;
 constexpr std::size_t kBinSize = 8;
 constexpr std::size_t kBinUnit = 4096;
-constexpr std::size_t kEntrySize = 4;
-constexpr std::size_t kEntrySequence = 12;
 
 bool HasSignature(std::span<const std::byte> block, std::string_view signature) {
   return block.size() >= signature.size() &&
          std::memcmp(block.data(), signature.data(), signature.size()) == 0;
-}
-
-bool IsSumRight(std::span<const std::byte> base) {
-  std::uint32_t sum = 0;
-  for (std::size_t at = 0; at < kSum; at += sizeof(sum)) {
-    sum ^= NumberAt<std::uint32_t>(base, at);
-  }
-  // Two sums stand for something else, and their neighbours for them.
-  constexpr std::uint32_t kNone = 0;
-  constexpr std::uint32_t kAll = 0xFFFFFFFF;
-  sum = sum == kNone ? 1 : sum == kAll ? kAll - 1 : sum;
-  return sum == NumberAt<std::uint32_t>(base, kSum);
 }
 
 Code OpenToRead(cvn::StringView path, files::File* file) {
@@ -93,32 +80,67 @@ std::optional<std::uint64_t> FindBrokenBin(files::File* file, std::uint32_t data
   return isWhole ? std::nullopt : std::optional<std::uint64_t>(kBaseSize);
 }
 
-// The entries of a log that are numbered from `sequence` on.
-std::uint32_t CountEntries(cvn::StringView path, std::uint32_t sequence) {
-  files::File log;
-  std::array<std::byte, kBaseInLog> base{};
-  if (OpenToRead(path, &log) != kSuccess || !ReadAt(&log, 0, base) || !HasSignature(base, "regf")) {
-    return 0;
-  }
-  std::uint32_t count = 0;
-  std::array<std::byte, kEntrySequence + sizeof(std::uint32_t)> header{};
-  for (std::uint64_t at = kBaseInLog; ReadAt(&log, at, header);) {
-    if (at == kBaseInLog && HasSignature(header, "DIRT")) {
-      return 1;  // a log of the older kind is one change
+// A log of a hive; it has no size when there is none that is whole at its beginning.
+struct Log {
+  explicit Log(cvn::StringView path) {
+    if (OpenToRead(path, &file) != kSuccess || file.Size(&size) != kSuccess ||
+        !ReadAt(&file, 0, base.Bytes()) || !base.IsSound()) {
+      size = 0;
     }
-    const auto size = NumberAt<std::uint32_t>(header, kEntrySize);
-    const auto number = NumberAt<std::uint32_t>(header, kEntrySequence);
-    if (!HasSignature(header, "HvLE") || size < kBaseInLog || (count != 0 && number != sequence)) {
+  }
+
+  files::File file;
+  BaseBlock base;
+  std::uint64_t size = 0;  // bytes
+};
+
+// Whether it is a log of the older kind, and whole. All of it is one change.
+bool IsOldChange(Log* log) {
+  constexpr std::uint64_t kLargest = 256 << 20;
+  if (log->size == 0 || log->size > kLargest || !log->base.IsOldLog()) {
+    return false;
+  }
+  std::vector<std::byte> bytes(log->size);
+  return ReadAt(&log->file, 0, bytes) && platform::posix::ReadOldLog(bytes, log->base.DataSize());
+}
+
+// The whole entries of a log, in an unbroken row, that are numbered from `next` on.
+std::uint32_t CountEntries(Log* log, std::uint32_t next) {
+  std::uint32_t count = 0;
+  std::array<std::byte, LogEntry::kHeader> header{};
+  std::vector<std::byte> bytes;
+  for (std::uint64_t at = BaseBlock::kSize; at < log->size && ReadAt(&log->file, at, header);) {
+    const std::size_t size = LogEntry::SizeOf(header).value_or(0);
+    if (size == 0 || size > log->size - at) {
       break;
     }
-    // What stands before it is in the file already.
-    if (number >= sequence) {
+    if (LogEntry::NumberOf(header) == next) {
+      bytes.resize(size);
+      if (!ReadAt(&log->file, at, bytes) || !LogEntry::Read(bytes)) {
+        break;
+      }
       ++count;
-      sequence = number + 1;
+      ++next;
+    } else if (count != 0) {
+      break;
     }
     at += size;
   }
   return count;
+}
+
+// The changes that the logs of an unfinished hive have for it: one log can go on where the other
+// ends.
+std::uint32_t CountPending(cvn::StringView path, std::uint32_t next) {
+  Log first(cvn::Format(u"%s.LOG1", path));
+  Log second(cvn::Format(u"%s.LOG2", path));
+  Log only(cvn::Format(u"%s.LOG", path));
+  std::uint32_t pending = 0;
+  for (Log* const log : {&first, &second, &first}) {
+    pending += CountEntries(log, next + pending);
+  }
+  const bool isOld = IsOldChange(&only) || IsOldChange(&first) || IsOldChange(&second);
+  return pending == 0 && isOld ? 1 : pending;
 }
 
 }  // namespace
@@ -131,25 +153,19 @@ HiveState LookAtHive(cvn::StringView path) {
   if (state.code != kSuccess) {
     return state;
   }
-  std::array<std::byte, kBaseSize> base{};
-  if (!ReadAt(&file, 0, base) || !HasSignature(base, "regf")) {
+  BaseBlock base;
+  if (!ReadAt(&file, 0, base.Bytes()) || !HasSignature(base.Bytes(), "regf")) {
     state.damagedAt = 0;
     return state;
   }
-  state.majorVersion = NumberAt<std::uint32_t>(base, kMajorVersion);
-  state.minorVersion = NumberAt<std::uint32_t>(base, kMinorVersion);
-  const auto sequence = NumberAt<std::uint32_t>(base, kSequence2);
-  const bool isSumRight = IsSumRight(base);
-  state.isClean = isSumRight && NumberAt<std::uint32_t>(base, kSequence1) == sequence;
-  if (!state.isClean) {
-    for (const cvn::StringView ending : {u".LOG1", u".LOG2", u".LOG"}) {
-      state.pendingEntries += CountEntries(cvn::Format(u"%s%s", path, ending), sequence);
-    }
-  }
+  state.majorVersion = NumberAt<std::uint32_t>(base.Bytes(), kMajorVersion);
+  state.minorVersion = NumberAt<std::uint32_t>(base.Bytes(), kMinorVersion);
+  state.isClean = base.IsSound() && !base.IsDirty();
+  state.pendingEntries = state.isClean ? 0 : CountPending(path, base.Second());
   // A log can hold what the file lacks.
   if (state.pendingEntries == 0) {
-    state.damagedAt = isSumRight ? FindBrokenBin(&file, NumberAt<std::uint32_t>(base, kDataSize))
-                                 : std::optional<std::uint64_t>(kSum);
+    state.damagedAt =
+        base.IsSound() ? FindBrokenBin(&file, base.DataSize()) : std::optional<std::uint64_t>(kSum);
   }
   return state;
 }

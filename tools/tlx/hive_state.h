@@ -17,7 +17,8 @@ struct HiveState {
   std::uint32_t minorVersion = 0;
   // Whether the last write came to its end: both sequence numbers and the sum are right.
   bool isClean = false;
-  // Of one that isn't: the changes in its logs that go on where it ends, by their headers.
+  // Of one that isn't: the changes in its logs that complete it, which the next run, or Windows,
+  // takes in. A log of the older kind counts as one.
   std::uint32_t pendingEntries = 0;
   std::optional<std::uint64_t> damagedAt;  // where the file first is no hive
 

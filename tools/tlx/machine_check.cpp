@@ -68,9 +68,10 @@ void LookAtHives(MachineState* state) {
     if (!hive.IsUsable()) {
       state->warnings.push_back(cvn::Format(u"the hive %s is %s", Printable(path),
                                             hive.damagedAt ? u"damaged" : u"unreadable"));
-    } else if (!hive.isClean) {
+    } else if (!hive.isClean && hive.pendingEntries == 0) {
       state->warnings.push_back(
-          cvn::Format(u"Windows didn't write the hive %s to the end: start it and shut it down by "
+          cvn::Format(u"the hive %s wasn't written to its end, and no log has the rest: changes to "
+                      u"it will fail with 1009; start that Windows and shut it down by "
                       u"'shutdown /s'",
                       Printable(path)));
     }
