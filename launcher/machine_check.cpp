@@ -52,7 +52,7 @@ MachineFault HibernationFault(const cvn::String& folder) {
 // The volume isn't one to be written to now.
 std::optional<MachineFault> FaultOfVolume(const cvn::String& folder) {
   // For the trace, the event, and what the registry logs.
-  constexpr std::uint64_t kLeastRoom = 1024 * 1024;
+  constexpr std::uint64_t kLeastRoom = 1 << 20;
   machine::VolumeState state;
   if (const platform::Code code = machine::LookAtVolume(&state); code != platform::kSuccess) {
     return FaultOfFolder(folder, ProblemOfFolder(code, folder));

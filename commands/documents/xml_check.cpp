@@ -35,7 +35,7 @@ std::string Condensed(std::string_view text) {
 
 // `stored` is from TinyXML's tree. A text that was read still has its marks on both sides.
 bool IsSameText(std::string_view stored, std::string_view read, bool isCondensed) {
-  if (stored == read || stored.find("&#x") != stored.npos) {
+  if (stored == read || stored.find("&#x") != std::string_view::npos) {
     return true;
   }
   const std::string plainStored = WithoutXmlMarks(stored);
@@ -145,7 +145,7 @@ class Comparison {
   static bool Sections(const std::string& stored, pugi::xml_node read, pugi::xml_node* right) {
     std::string text = read.value();
     // In what TinyXML read too, several are one.
-    const bool isOne = text.find(kSectionMark) != text.npos;
+    const bool isOne = text.find(kSectionMark) != std::string_view::npos;
     for (auto more = isOne ? 0 : std::ranges::count(stored, kSectionMark); more != 0; --more) {
       if (right->type() != pugi::node_cdata) {
         return false;

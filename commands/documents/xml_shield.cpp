@@ -34,9 +34,10 @@ class Entities {
     const std::size_t subset = std::min(type.find('['), type.size());
     const std::string_view head = type.substr(0, std::min(type.find_first_of("\"'"), subset));
     // What lies in another file isn't read.
-    isOpen_ = head.find("SYSTEM") != head.npos || head.find("PUBLIC") != head.npos;
+    isOpen_ = head.find("SYSTEM") != std::string_view::npos ||
+              head.find("PUBLIC") != std::string_view::npos;
     std::size_t at = subset;
-    while ((at = type.find_first_of("<%", at)) != type.npos) {
+    while ((at = type.find_first_of("<%", at)) != std::string_view::npos) {
       if (type[at] == '%') {
         isOpen_ = isOpen_ || (at + 1 < type.size() && StartsXmlName(type[at + 1]));
         ++at;
@@ -95,7 +96,7 @@ class Shielder {
   bool SkipPast(std::string_view end, std::size_t from) {
     const std::size_t found = text_.find(end, from);
     at_ = found + end.size();
-    return found != text_.npos;
+    return found != std::string_view::npos;
   }
 
   // Puts something in the place of what lies between `from` and `to`.
@@ -142,7 +143,8 @@ class Shielder {
     }
     // It stands at the start, and the parser finds nothing to replace in it.
     const std::string_view words = text_.substr(target, at_ - 2 - target);
-    return start == text_.find_first_not_of(kBlanks) && words.find_first_of("&<>?") == words.npos;
+    return start == text_.find_first_not_of(kBlanks) &&
+           words.find_first_of("&<>?") == std::string_view::npos;
   }
 
   bool Keep(std::size_t start) {
@@ -166,7 +168,7 @@ class Shielder {
     const std::size_t start = at_;
     std::size_t open = 0;
     bool isInSubset = false;
-    while ((at_ = text_.find_first_of("<>[]\"'", at_)) != text_.npos) {
+    while ((at_ = text_.find_first_of("<>[]\"'", at_)) != std::string_view::npos) {
       const char c = text_[at_];
       if (LooksAt("<!--") || LooksAt("<?")) {
         if (!SkipPast(text_[at_ + 1] == '?' ? "?>" : "-->", at_ + 2)) {
@@ -248,7 +250,7 @@ class Shielder {
   bool Reference(Where where) {
     const std::size_t start = at_;
     const std::size_t end = text_.find(';', at_);
-    if (end == text_.npos) {
+    if (end == std::string_view::npos) {
       return false;
     }
     const std::string_view name = text_.substr(at_ + 1, end - at_ - 1);
@@ -274,7 +276,7 @@ class Shielder {
       const std::size_t lowStart = at_ + 3;
       const std::size_t lowEnd = text_.find(';', lowStart);
       const std::uint32_t low = ReadCode(text_.substr(lowStart, lowEnd - lowStart));
-      if (lowEnd == text_.npos || !IsLowSurrogate(low)) {
+      if (lowEnd == std::string_view::npos || !IsLowSurrogate(low)) {
         return false;
       }
       const char16_t pair[] = {static_cast<char16_t>(code), static_cast<char16_t>(low)};
@@ -352,7 +354,7 @@ void RestoreKept(const ShieldedXml& shielded, TiXmlDocument* document) {
 std::string SplitIntoSections(std::string_view text) {
   std::string split;
   std::size_t end = 0;
-  while ((end = text.find(kSectionEnd)) != text.npos) {
+  while ((end = text.find(kSectionEnd)) != std::string_view::npos) {
     split.append(text.substr(0, end + 2)).append(1, kSectionMark);
     text.remove_prefix(end + 2);
   }

@@ -182,7 +182,7 @@ class HiveImage::Checker {
         return;
       }
       const StoredName name = NameOfKey(view);
-      if (i != 0 && CompareNames(last, name) >= 0) {
+      if (i != 0 && std::is_gteq(CompareNames(last, name))) {
         Report(cell, "a key's subkeys are out of order");
         return;
       }

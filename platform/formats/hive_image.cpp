@@ -184,7 +184,7 @@ Code HiveImage::FindLeaf(Cell key, std::u16string_view folded, Place* place) con
     if (!last) {
       return kBadDatabase;
     }
-    if (CompareNames(folded, NameOfKey(last)) > 0) {
+    if (std::is_gt(CompareNames(folded, NameOfKey(last)))) {
       low = middle + 1;
     } else {
       high = middle;
@@ -210,12 +210,12 @@ Code HiveImage::FindInLeaf(Cell key, std::u16string_view folded, Place* place, C
       return kBadDatabase;
     }
     const auto order = CompareNames(folded, NameOfKey(subKey));
-    if (order == 0) {
+    if (std::is_eq(order)) {
       *found = cell;
       place->entry = middle;
       return kSuccess;
     }
-    (order > 0 ? low : high) = order > 0 ? middle + 1 : middle;
+    (std::is_gt(order) ? low : high) = std::is_gt(order) ? middle + 1 : middle;
   }
   place->entry = low;
   *found = FindByHash(key, folded, place);
@@ -237,7 +237,7 @@ HiveImage::Cell HiveImage::FindByHash(Cell key, std::u16string_view folded, Plac
     }
     const Cell cell = EntryOf(leaf, i);
     const View subKey = SubKeyAtCell(key, cell);
-    if (subKey && CompareNames(folded, NameOfKey(subKey)) == 0) {
+    if (subKey && std::is_eq(CompareNames(folded, NameOfKey(subKey)))) {
       place->entry = i;
       return cell;
     }

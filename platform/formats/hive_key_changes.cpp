@@ -58,8 +58,8 @@ void HiveImage::Lower(Cell key, std::size_t field, std::size_t gone, std::uint32
 
 Code HiveImage::AddSubKey(Cell parent, std::u16string_view name, std::uint16_t flags,
                           std::u16string_view className, std::uint64_t time, Cell* added) {
-  if (name.empty() || name.size() > kLongestKeyName || name.find(u'\\') != name.npos ||
-      className.size() > kLongestClassName) {
+  if (name.empty() || name.size() > kLongestKeyName ||
+      name.find(u'\\') != std::u16string_view::npos || className.size() > kLongestClassName) {
     return kInvalidParameter;
   }
   return Change([&]() -> Code {

@@ -51,7 +51,7 @@ void StoreName(std::u16string_view name, std::byte* to) {
 std::strong_ordering CompareNames(std::u16string_view folded, const StoredName& name) {
   const std::size_t length = name.Length();
   for (std::size_t i = 0; i < std::min(folded.size(), length); ++i) {
-    if (const auto order = folded[i] <=> UpperCase(name[i]); order != 0) {
+    if (const auto order = folded[i] <=> UpperCase(name[i]); std::is_neq(order)) {
       return order;
     }
   }

@@ -81,7 +81,7 @@ Code HiveImage::FindValueCell(Cell key, const std::u16string& folded, Cell* foun
     if (!value) {
       return kBadDatabase;
     }
-    if (CompareNames(folded, NameOfValue(value)) == 0) {
+    if (std::is_eq(CompareNames(folded, NameOfValue(value)))) {
       return kSuccess;
     }
   }

@@ -382,7 +382,9 @@ TEST_P(HiveImages, TakeNoDataForABin) {
   };
   const Data mark(16000, std::byte{0xEE});
   ASSERT_EQ(image_.SetValue(image_.Root(), u"v", 3, mark, 1), kSuccess);
-  const auto data = std::ranges::search(bytes_.bytes, mark).begin() - bytes_.bytes.begin();
+  const auto data =
+      std::search(bytes_.bytes.begin(), bytes_.bytes.end(), mark.begin(), mark.end()) -
+      bytes_.bytes.begin();
   Data forged = mark;
   for (auto at = (data + 4095) / 4096 * 4096; at < data + 15000; at += 4096) {
     const auto size = static_cast<std::uint32_t>((data + 16000 + 4095) / 4096 * 4096 - at);

@@ -157,7 +157,7 @@ void PrintState(const MachineState& state) {
       cvn::Format(u"%s, version %s, build %s", state.windows, state.version, state.build));
   row(u"Hibernated:", state.volume.isHibernated ? u"yes" : u"no");
   row(u"Mounted:", state.volume.isReadOnly ? u"read-only" : u"for writing");
-  row(u"Free:", cvn::Format(u"%llu MiB", state.volume.freeBytes / (1024 * 1024)));
+  row(u"Free:", cvn::Format(u"%llu MiB", state.volume.freeBytes >> 20));
   for (const HiveState& hive : state.hives) {
     row(u"Hive:", cvn::Format(u"%s: %s", Printable(hive.path), DescribeHive(hive)));
   }

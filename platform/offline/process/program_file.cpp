@@ -67,7 +67,8 @@ bool GoesThrough(const std::string& path, const std::string& folder) {
       done.resize(done.empty() ? 0 : done.rfind('/'));
       continue;
     }
-    const std::string next = done + '/' + name;
+    std::string next = done;
+    next.append("/").append(name);
     if (IsWithin(next, folder)) {
       return true;
     }
