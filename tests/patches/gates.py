@@ -244,8 +244,10 @@ def signalled(this, number, wait, ignored=()):
                       + '<fileCreate path="@DIR@\\started"/>' + wait.replace(
                           '@DIR@', world.host_to_drive(this.folder))
                       + '<fileCreate path="@DIR@\\after"/><exit code="3"/>')
-        process = this.start(preexec_fn=lambda: [signal.signal(one, signal.SIG_IGN)
-                                                 for one in ignored])
+        # Whoever runs the tests may ignore some, as a shell does for what it starts behind itself.
+        process = this.start(preexec_fn=lambda: [
+            signal.signal(one, signal.SIG_IGN if one in ignored else signal.SIG_DFL)
+            for one in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP)])
         wait_for(this.folder / 'started')
         for one in (*ignored, number):
             process.send_signal(one)
