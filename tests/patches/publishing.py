@@ -11,6 +11,7 @@ import argparse
 import contextlib
 import copy
 import fnmatch
+import hashlib
 import http.server
 import os
 import pathlib
@@ -23,7 +24,7 @@ import termios
 import threading
 import time
 
-import gates
+import gate_runs
 import world
 from world import expect
 
@@ -55,7 +56,7 @@ class Publisher(world.World):
     def patch_folder(self, folder):
         place = folder / 'patch'
         place.mkdir()
-        self.pack(place / 'fix.tlx', gates.BODY)
+        self.pack(place / 'fix.tlx', gate_runs.BODY)
         (place / 'Sub').mkdir()
         (place / 'Sub' / 'Deep.bin').write_bytes(bytes(range(256)))
         return place
@@ -113,7 +114,7 @@ def signers(this, folder):
     place = this.patch_folder(folder)
     for name, words, how in (
             ('stranger', "isn't the publisher's", {'subject': '/O=Corvane SRL/CN=Corvane'}),
-            ('lost', 'counts as lost', {'serial': gates.refused_serial(this.tessel)}),
+            ('lost', 'counts as lost', {'serial': gate_runs.refused_serial(this.tessel)}),
             ('server', "isn't one for code signing", {'purpose': 'serverAuth'}),
             ('old', 'has expired', {'days': '-1'})):
         signer = this.root.issue(f'publishing-{name}', **how)
@@ -138,8 +139,8 @@ def prompted(words, environment, pin):
         while data := os.read(terminal, 4096):
             said += data
             if said.endswith(b':'):
-                gates.wait_until(lambda: not termios.tcgetattr(terminal)[3] & termios.ECHO,
-                                 'the PIN would be seen on the terminal')
+                gate_runs.wait_until(lambda: not termios.tcgetattr(terminal)[3] & termios.ECHO,
+                                     'the PIN would be seen on the terminal')
                 os.write(terminal, pin + b'\n')
     except OSError:  # the other end is closed
         pass
@@ -222,7 +223,8 @@ def elsewhere(this, folder):
                     this.root.certificate, '-in', unsigned, '-out', folder / 'signed.cat'],
                    check=True, capture_output=True)
     other = folder / 'other'
-    other.write_bytes(content.read_bytes().replace(b'D', b'E', 1))
+    digest = hashlib.sha256((place / 'Sub' / 'Deep.bin').read_bytes()).digest()
+    other.write_bytes(content.read_bytes().replace(digest, digest[::-1]))
     detached, chain = ('--list', content), ('--chain', this.root.certificate)
     der = sign('detached.der', '-outform', 'DER', *as_catalog)
     bare = sign('bare.pem', '-outform', 'PEM', '-nocerts', *as_catalog)
@@ -407,7 +409,7 @@ def outlives(this, folder):
         plain = shutil.copytree(late, folder / 'plain')
         code, lines = this.tell('catalog', '--dir', late, '--attach', plain / 'patch.cat',
                                 '--timestamp', address)
-    gates.wait_until(lambda: time.time() > end + 1, 'the certificate does not expire')
+    gate_runs.wait_until(lambda: time.time() > end + 1, 'the certificate does not expire')
     for place, is_good in ((stamped, True), (late, code == 0), (plain, False)):
         this.expect_run(folder, place, -3 if is_good else 323)
         expect(accepted(this, place) == is_good, f'osslsigncode thinks otherwise of {place}')
