@@ -4,6 +4,7 @@
 #include <mutex>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/formats/names.h"
 #include "platform/offline/registry/key_lookup.h"
@@ -106,7 +107,7 @@ void Key::Close() {
 
 Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key* key,
              LinkAtEnd link) {
-  std::uintptr_t handle = 0;
+  Key opened;
   const Code code = Guarded([&] {
     OpenedKey own;
     OpenedKey* from = nullptr;
@@ -117,19 +118,18 @@ Code OpenKey(const Key& parent, cvn::StringView path, std::uint32_t access, Key*
       return found;
     }
     const Lookups lookups(*from, NamesOf(path), link);
-    return lookups.IsFound() ? Publish(lookups.Found(), from->isMerged, access, &handle)
+    return lookups.IsFound() ? Publish(lookups.Found(), from->isMerged, access, &opened.handle_)
                              : lookups.Failure();
   });
   if (code == kSuccess) {
-    key->Close();
-    key->handle_ = handle;
+    std::swap(key->handle_, opened.handle_);
   }
   return code;
 }
 
 Code CreateKey(const Key& parent, cvn::StringView path, bool isVolatile, std::uint32_t access,
                Key* key) {
-  std::uintptr_t handle = 0;
+  Key opened;  // which goes again when the change can't be logged
   const Code code = Guarded([&] {
     OpenedKey own;
     OpenedKey* from = nullptr;
@@ -142,7 +142,7 @@ Code CreateKey(const Key& parent, cvn::StringView path, bool isVolatile, std::ui
     const Names names = NamesOf(path);
     const Lookups lookups(*from, names);
     if (lookups.IsFound()) {
-      return Publish(lookups.Found(), from->isMerged, access, &handle);
+      return Publish(lookups.Found(), from->isMerged, access, &opened.handle_);
     }
     if (lookups.Failure() != kFileNotFound) {
       return lookups.Failure();
@@ -154,11 +154,10 @@ Code CreateKey(const Key& parent, cvn::StringView path, bool isVolatile, std::ui
     KeyPair made;
     KeyPtr& end = isUsers ? made.first : made.second;
     found = CreateMissing(isUsers ? lookups.first : lookups.second, names, isVolatile, &end);
-    return found == kSuccess ? Publish(made, from->isMerged, access, &handle) : found;
+    return found == kSuccess ? Publish(made, from->isMerged, access, &opened.handle_) : found;
   });
   if (code == kSuccess) {
-    key->Close();
-    key->handle_ = handle;
+    std::swap(key->handle_, opened.handle_);
   }
   return code;
 }
