@@ -10,7 +10,10 @@ namespace {
 
 using windows::LastErrorKeeper;
 
-HANDLE HandleOf(const Handle& process) { return reinterpret_cast<HANDLE>(process.Value()); }
+// One that isn't open has the value that Windows takes for the calling process itself.
+HANDLE HandleOf(const Handle& process) {
+  return process.IsOpen() ? reinterpret_cast<HANDLE>(process.Value()) : nullptr;
+}
 
 // As WaitForMultipleObjects for all, until the program is asked to stop. One call can't wait for
 // all of some and any of others.
