@@ -335,7 +335,7 @@ def volume_swapped(this, rounds=8):
     finally:
         stop.set()
         swapper.join()
-    expect(swaps > 100 * rounds, f'there were too few swaps: {swaps}')
+    expect(swaps > 10 * rounds, f'there were too few swaps: {swaps}')
 
 
 def volume_rows():
