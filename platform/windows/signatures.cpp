@@ -314,7 +314,8 @@ RdnReader::~RdnReader() {
 
 namespace {
 
-// Under Wine the name leads to a stub that ends the process.
+// Windows' DsGetRdnW, or null without the library. Wine names the function without having it, and
+// ends a process that calls it.
 auto* FindGetRdn(void* library) {
   windows::LastErrorKeeper lastError;
   return library == nullptr ? nullptr
