@@ -5,10 +5,10 @@
 #include "engine/command_declaration.h"
 #include "engine/variable_store.h"
 #include "platform/libraries.h"
+#include "platform/name_fold.h"
 #include "platform/paths.h"
 #include "platform/process.h"
 #include "support/containers.h"
-#include "support/numbers.h"
 #include "support/utf.h"
 #include "trace/trace.h"
 
@@ -19,6 +19,7 @@ namespace libraries = platform::libraries;
 namespace process = platform::process;
 using platform::Code;
 using platform::kSuccess;
+using platform::paths::FoldName;
 
 using ProcessIds = cvn::List<std::uint32_t>;
 
@@ -128,9 +129,10 @@ cvn::String WithSingleBackslashes(cvn::StringView name) {
   return single;
 }
 
+// `path` is folded.
 bool HasMainModule(std::uint32_t id, cvn::StringView path) {
   cvn::String module;
-  return process::MainModulePath(id, &module) == kSuccess && cvn::EqualNoCase(module, path);
+  return process::MainModulePath(id, &module) == kSuccess && FoldName(module) == path;
 }
 
 // The processes of a name: of an executable in any folder or, with a backslash in it, of the one at
@@ -141,11 +143,12 @@ bool GatherIds(cvn::StringView name, ProcessIds* ids) {
   if (process::List(&entries, &failedStep) != kSuccess) {
     return false;
   }
+  const cvn::String folded = FoldName(name);
   const bool isPath = name.find(u'\\') != cvn::StringView::npos;
-  const cvn::StringView executable = isPath ? platform::paths::FindFileName(name) : name;
+  const cvn::StringView executable =
+      isPath ? platform::paths::FindFileName(folded) : folded.AsView();
   for (const process::Entry& entry : entries) {
-    if (cvn::EqualNoCase(entry.executable, executable) &&
-        (!isPath || HasMainModule(entry.id, name))) {
+    if (FoldName(entry.executable) == executable && (!isPath || HasMainModule(entry.id, folded))) {
       ids->push_back(entry.id);
     }
   }

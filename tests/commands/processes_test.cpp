@@ -18,13 +18,17 @@ TEST(ProcessCommands, MatchNamesAndPaths) {
       {"C:\\\\One\\\\app.EXE", {"process 100 1"}},
       {"\\\\server\\\\share\\app.exe", {"process 103 1"}},
       {"\\app.exe", {}},
+      {"\u00C4pp.EXE", {"process 104 1"}},
+      {"C:\\gr\u00F6\u00DFe\\\u00C4PP.exe", {"process 104 1"}},
+      {"C:\\gr\u00F6SSe\\\u00E4pp.exe", {}},
   };
   for (const auto& [name, opened] : kCases) {
     ScriptedSystem& system = ResetSystem();
     system.processes = {{u"app.exe", u"C:\\One\\App.exe"},
                         {u"App.EXE", u""},
                         {u"other.exe", u"C:\\one\\app.exe"},
-                        {u"app.exe", u"\\\\server\\share\\app.exe"}};
+                        {u"app.exe", u"\\\\server\\share\\app.exe"},
+                        {u"\u00E4pp.exe", u"C:\\Gr\u00D6\u00DFe\\\u00E4pp.exe"}};
     TraceOf("Kill name='" + name + "'");
     EXPECT_EQ(system.Called("process"), opened) << name;
   }
