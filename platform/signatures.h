@@ -37,20 +37,22 @@ inline constexpr TrustStatus kNoSignerCertificate = static_cast<TrustStatus>(0x8
 inline constexpr TrustStatus kBadTimestamp = static_cast<TrustStatus>(0x80096005);
 inline constexpr TrustStatus kBadCertificateSignature = static_cast<TrustStatus>(0x80096004);
 
-// What is wrong with a certificate, or with the way up from it, the gravest first.
+// What is wrong with a certificate, or with the way up from it, the gravest first: in the order in
+// which CERT_CHAIN_POLICY_STATUS documents the errors of the base policy. What that has no error
+// for (a distrusted certificate) stands beside the refused signatures.
 enum class Fault {
-  BadSignature,   // its issuer didn't sign it as it is
-  WeakKey,        // below what is accepted
-  WeakDigest,     // its signature is over one that is no longer accepted
-  Distrusted,     // the machine holds it for distrusted
-  NoAuthority,    // it may not issue certificates, and did
+  BadSignature,  // its issuer didn't sign it as it is
+  WeakKey,       // below what is accepted
+  WeakDigest,    // its signature is over one that is no longer accepted
+  Distrusted,    // the machine holds it for distrusted
+  Revoked,
   UntrustedRoot,  // it is self-signed, and no root that the machine trusts
   IssuerMissing,  // none of those at hand issued it
   Other,
-  Revoked,
+  WrongPurpose,
   NotYetValid,
   Expired,
-  WrongPurpose,
+  NoAuthority,  // it may not issue certificates, and did
   None,
 };
 

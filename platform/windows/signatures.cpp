@@ -55,12 +55,12 @@ Fault FaultOf(DWORD errors, const CERT_CONTEXT& context) {
       {CERT_TRUST_IS_NOT_SIGNATURE_VALID, Fault::BadSignature},
       {kWeakSignature, Fault::WeakDigest},
       {kExplicitDistrust, Fault::Distrusted},
-      {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, Fault::NoAuthority},
+      {CERT_TRUST_IS_REVOKED, Fault::Revoked},
       {CERT_TRUST_IS_UNTRUSTED_ROOT, Fault::UntrustedRoot},
       {CERT_TRUST_IS_PARTIAL_CHAIN, Fault::IssuerMissing},
-      {CERT_TRUST_IS_REVOKED, Fault::Revoked},
-      {CERT_TRUST_IS_NOT_TIME_VALID, Fault::Expired},
       {CERT_TRUST_IS_NOT_VALID_FOR_USAGE, Fault::WrongPurpose},
+      {CERT_TRUST_IS_NOT_TIME_VALID, Fault::Expired},
+      {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, Fault::NoAuthority},
   };
   for (const auto& [error, fault] : kFaults) {
     if ((errors & error) != 0) {

@@ -131,6 +131,10 @@ std::vector<ImageCase> Images(const World& w) {
   const Identity chained = MakeIdentity({"Chained", &w.authority});
   const Identity fromKnown = MakeIdentity({"From known", &w.known});
   const Identity upstart = MakeIdentity({"Upstart", &w.publisher});
+  const Identity foreignUpstart = MakeIdentity({"Upstart", &w.foreign});
+  const Identity lateUpstart =
+      MakeIdentity({"Upstart", &w.publisher, false, "codeSigning", -9, -5});
+  const Identity lateServer = MakeIdentity({"Server", &w.root, false, "serverAuth", -9, -5});
   const Identity future = MakeIdentity({"Future", &w.root, false, "codeSigning", 5, 9});
   const auto weak = [](const Identity& issuer, bool isAuthority) {
     return MakeIdentity({"Weak", &issuer, isAuthority, "codeSigning", -10, 100, 1016});
@@ -184,6 +188,15 @@ std::vector<ImageCase> Images(const World& w) {
        one(SignImage(image, upstart, {.others = {w.publisher}})),
        {kBasicConstraints},
        false},
+      {"no authority, root not trusted",
+       one(SignImage(image, foreignUpstart, {.others = {w.foreign, w.foreignRoot}})),
+       {kUntrustedRoot},
+       false},
+      {"no authority, expired",
+       one(SignImage(image, lateUpstart, {.others = {w.publisher}})),
+       {kExpired},
+       false},
+      {"wrong usage, expired", one(SignImage(image, lateServer)), {kWrongUsage}, false},
       {"revoked by the machine's list", one(SignImage(image, w.revoked)), {kRevoked}, {}},
       {"revoked by its own list", one(listed), {kRevoked}, {}},
       {"revoked later", one(WithToken(listed, w.stamper, daysAgo(4), listed)), {kTrusted}, {}},

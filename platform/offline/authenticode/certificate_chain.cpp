@@ -43,20 +43,20 @@ TrustStatus StatusOf(Fault fault) {
       return kBadCertificateSignature;
     case Fault::Distrusted:
       return kDistrusted;
-    case Fault::NoAuthority:
-      return kBasicConstraints;
+    case Fault::Revoked:
+      return kRevoked;
     case Fault::UntrustedRoot:
       return kUntrustedRoot;
     case Fault::IssuerMissing:
     case Fault::Other:
       return kBrokenChain;
-    case Fault::Revoked:
-      return kRevoked;
+    case Fault::WrongPurpose:
+      return kWrongUsage;
     case Fault::NotYetValid:
     case Fault::Expired:
       return kExpired;
-    case Fault::WrongPurpose:
-      return kWrongUsage;
+    case Fault::NoAuthority:
+      return kBasicConstraints;
     case Fault::None:
       return kTrusted;
   }
