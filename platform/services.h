@@ -109,8 +109,8 @@ Code Stop(const Handle& service, std::uint32_t* state);
 // As CreateServiceW with desired access 0, no tag, no account and no password: 487 without a path,
 // 123 for a name that none can have, 87 for a type, start type or error control that is none or
 // doesn't go with the others, 1073 when the name is taken, 1072 when its owner is marked for
-// deletion, 1078 when the display name is another's name or display name, 1059 when the service
-// would depend on itself.
+// deletion, 1078 when the display name is another's name or, before build 16299 of Windows,
+// another's display name, 1059 when the service would depend on itself.
 Code Create(const Handle& manager, const Config& config);
 
 // As DeleteService: marks the service, which goes with its last handle once it is stopped. 1072

@@ -356,7 +356,8 @@ constexpr FailureDescription kServiceCreateFailures[] = {
     {u"1059", u"the service would depend on itself"},
     {u"1072", u"a service of that name waits for its deletion"},
     {u"1073", u"there is a service of that name"},
-    {u"1078", u"`displayName` is that of another service"},
+    {u"1078",
+     u"`displayName` is the name of another service or, before Windows 10 1709, its display name"},
     kOther,
 };
 

@@ -10,6 +10,7 @@
 #include "platform/formats/names.h"
 #include "platform/offline/registry/registry_values.h"
 #include "platform/offline/registry/service_keys.h"
+#include "platform/version.h"
 
 namespace platform::posix {
 namespace {
@@ -88,6 +89,20 @@ class DisplayNames {
   std::multimap<std::u16string, cvn::String> services_;
 };
 
+// Whether services may share a display name: from version 1709 of Windows 10 on they may, though
+// CreateService is documented to refuse it.
+bool MayShareDisplayNames() {
+  constexpr std::uint32_t kBuildOf1709 = 16299;
+  return version::IsBuildAtLeast(kBuildOf1709);
+}
+
+// Whether a new service can't have the display name, because another has it or is named so.
+bool IsDuplicate(const Key& services, cvn::StringView displayName) {
+  Key other;
+  return FindService(services, displayName, &other) == kSuccess ||
+         (!MayShareDisplayNames() && DisplayNames::Get(services).IsTaken(services, displayName));
+}
+
 Code CheckNames(const Key& services, const Config& config) {
   Key other;
   const std::shared_ptr<OpenService> record = FindOpenService(config.name);
@@ -100,10 +115,8 @@ Code CheckNames(const Key& services, const Config& config) {
   if (config.displayName.Length() > kLongestServiceName) {
     return kInvalidName;
   }
-  const bool isTaken = !config.displayName.Empty() &&
-                       (FindService(services, config.displayName, &other) == kSuccess ||
-                        DisplayNames::Get(services).IsTaken(services, config.displayName));
-  return isTaken ? kDuplicateName : kSuccess;
+  return !config.displayName.Empty() && IsDuplicate(services, config.displayName) ? kDuplicateName
+                                                                                  : kSuccess;
 }
 
 // A new service can depend on itself when services that are there depend on its name, or on a group
@@ -183,7 +196,7 @@ Code CheckNewService(const Key& services, const Config& config) {
 }
 
 void AddDisplayName(const Key& services, const Config& config) {
-  if (!config.displayName.Empty()) {
+  if (!config.displayName.Empty() && !MayShareDisplayNames()) {
     DisplayNames::Get(services).Add(config.displayName, config.name);
   }
 }
