@@ -77,10 +77,11 @@ void EnablePrivileges(std::span<const cvn::StringView> names);
 // passed in UTF-8; the first argument is the host's path. The child has a session of its own, so
 // that it lives on when this process ends, its three streams lead nowhere, and it leaves no zombie
 // whether or not anybody waits. Its environment is the host's, with what environment::Set set over
-// it, but PATH stays the host's and TESSEL_MACHINE names this process's machine. A Windows program
-// gives 193, unless the host knows how to run it, and so does what lies on the machine, whatever
-// path leads there, and a script whose interpreter does: see TrustFolder, and
-// TESSEL_RUN_VOLUME_PROGRAMS in docs/running-patches.md. One that can't be read gives 5.
+// it, but PATH has the program's folder and those of the host's system, and TESSEL_MACHINE names
+// this process's machine. A Windows program gives 193, unless the host knows how to run it, and so
+// does what lies on the machine, whatever path leads there, and a script whose interpreter does:
+// see TrustFolder, and TESSEL_RUN_VOLUME_PROGRAMS in docs/running-patches.md. One that can't be
+// read gives 5.
 Code Start(cvn::StringView commandLine, cvn::StringView directory, Handle* process);
 
 // Names the folder whose programs and libraries may run though they lie on drive C:, in place of

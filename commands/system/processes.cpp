@@ -437,8 +437,9 @@ handles `193`. `193` is also what everything on `C:` gives, for `processEntrypoi
 in `%scriptdir%`: the volume that is being serviced may be infected. A file needs its permissions to be executed and
 read (`5`). `args` is split as Windows programs split it, and
 passed on as it is: a program of the host doesn't know paths like `C:\x`, so set `wkdir` and use relative ones. It has
-the host's environment with its `PATH`, and in `TESSEL_MACHINE` the folder that is `C:`; a bare name in `path` is looked
-for as on Windows, so not in the host's `PATH`. A killed program ends by a signal, and so has no exit code. A script's
+the host's environment, in `TESSEL_MACHINE` the folder that is `C:`, and in `PATH` Tessel's own folder, `/usr/sbin`,
+`/usr/bin`, `/sbin` and `/bin`; the caller's `PATH` is in `CVN_AMS_OLD_PATH`, as on Windows. A bare name in `path` is looked
+for as on Windows too, so not in the host's folders. A killed program ends by a signal, and so has no exit code. A script's
 process goes by the name of its interpreter. `processImpersonateUser` fails with `50`.
 )md",
     .commands = kCommands,

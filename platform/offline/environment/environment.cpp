@@ -10,6 +10,7 @@
 #include "platform/formats/names.h"
 #include "platform/linux/account.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/process_info.h"
 #include "platform/offline/volume/volume.h"
 #include "support/containers.h"
 #include "support/format.h"
@@ -137,13 +138,26 @@ void AddEntry(cvn::StringView name, cvn::StringView value, std::vector<std::stri
 // Whether the host's own value of a variable, given by its folded name, is what children get.
 bool IsHosts(const std::u16string& folded) {
   const auto found = Variables().find(folded);
-  return folded == kPath || found == Variables().end() || found->second.setAs.Empty();
+  return found == Variables().end() || found->second.setAs.Empty();
 }
 
-// Whether a variable, given by its folded name, is Tessel's own. Neither the script nor what
-// allowed this run something decides on those of a run inside it.
-bool IsTessels(const std::u16string& folded) {
-  return folded == u"TESSEL_MACHINE" || folded == u"TESSEL_RUN_VOLUME_PROGRAMS";
+// Whether neither the host nor the script decides what a variable, given by its folded name, is for
+// children.
+bool IsReserved(const std::u16string& folded) {
+  return folded == kPath || folded == u"TESSEL_MACHINE" || folded == u"TESSEL_RUN_VOLUME_PROGRAMS";
+}
+
+// The program's folder and those of the host's system. A folder with the separator in its path
+// can't be named here.
+std::string PathForChildren() {
+  // /usr/local stays out: on many hosts more accounts than root's can write there.
+  std::string folders = "/usr/sbin:/usr/bin:/sbin:/bin";
+  std::string program;
+  if (posix::ReadImageLink(static_cast<std::uint32_t>(getpid()), &program) != kSuccess) {
+    return folders;
+  }
+  const std::string folder = program.substr(0, std::max<std::size_t>(program.rfind('/'), 1));
+  return folder.find(':') == std::string::npos ? folder + ':' + folders : folders;
 }
 
 std::vector<std::string> EntriesForChildren() {
@@ -151,15 +165,16 @@ std::vector<std::string> EntriesForChildren() {
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const std::string_view text(*entry);
     const std::u16string name = Folded(posix::ToWide(text.substr(0, text.find('='))));
-    if (!IsTessels(name) && IsHosts(name)) {
+    if (!IsReserved(name) && IsHosts(name)) {
       entries.emplace_back(text);
     }
   }
   for (const auto& [folded, variable] : Variables()) {
-    if (!IsTessels(folded) && !IsHosts(folded)) {
+    if (!IsReserved(folded) && !IsHosts(folded)) {
       AddEntry(variable.setAs, variable.value, &entries);
     }
   }
+  entries.push_back("PATH=" + PathForChildren());
   const posix::Machine& machine = posix::Machine::Get();
   if (machine.State() == kSuccess) {
     entries.push_back("TESSEL_MACHINE=" + (machine.Root().empty() ? "/" : machine.Root()));

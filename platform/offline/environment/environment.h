@@ -3,12 +3,12 @@
 //
 // A program that is started gets the host's environment as this process found it, and over it what
 // environment::Set set, in place of every variable whose name is the same to Windows, under the
-// name as Set spelled it. Three names are apart: PATH stays the host's, since what a run sets for
-// Windows' search is no use to a program of the host; TESSEL_MACHINE names the machine of this
-// process, absolute, so that a run inside the run services the same one; and
-// TESSEL_RUN_VOLUME_PROGRAMS isn't passed on, since it is for this run alone. The variables that
-// Windows has and the host hasn't (SystemRoot, TEMP) have values of the machine, and are not passed
-// on.
+// name as Set spelled it. Three names are apart: PATH has the program's folder and the folders of
+// the host's system, and nothing that the caller's had, as the PATH that a run sets for Windows has
+// for its own programs; TESSEL_MACHINE names the machine of this process, absolute, so that a run
+// inside the run services the same one; and TESSEL_RUN_VOLUME_PROGRAMS isn't passed on, since it is
+// for this run alone. The variables that Windows has and the host hasn't (SystemRoot, TEMP) have
+// values of the machine, and are not passed on.
 #pragma once
 
 #include "support/containers.h"
