@@ -82,14 +82,6 @@ VariableStore& ProcessVariables() {
   return variables;
 }
 
-cvn::String GetVariable(cvn::StringView name, VariableStore* variables, bool* found) {
-  const cvn::String* value = variables->Find(name);
-  if (found != nullptr) {
-    *found = value != nullptr;
-  }
-  return value == nullptr ? cvn::String() : *value;
-}
-
 void SetVariable(cvn::StringView name, cvn::String value, VariableStore* variables) {
   cvn::String* slot = variables->FindOrAdd(name);
   if (slot != nullptr) {

@@ -39,9 +39,6 @@ class VariableStore {
 ObjectStore& ProcessObjects();
 VariableStore& ProcessVariables();
 
-// The value of a variable, or an empty text. `*found` (optional) tells whether the variable exists.
-cvn::String GetVariable(cvn::StringView name, VariableStore* variables, bool* found = nullptr);
-
 void SetVariable(cvn::StringView name, cvn::String value, VariableStore* variables);
 
 // Replaces each %name% in `text`: by the variable's value, else by a random number from 0 to 49999

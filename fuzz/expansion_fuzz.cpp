@@ -16,11 +16,10 @@ void Define(std::string_view line, VariableStore* variables) {
   const cvn::String name = cvn::Utf8ToWide(line.substr(0, sign));
   const cvn::String text = cvn::Utf8ToWide(line.substr(sign + 1));
   SetVariable(name, text, variables);
-  bool found = false;
-  const cvn::String held = GetVariable(name, variables, &found);
+  const cvn::String* held = variables->Find(name);
   // An index that is expanded may have a random number in it.
   const bool isPlain = line.substr(0, sign).find('%') == std::string_view::npos;
-  Require(!found || !isPlain || held == text, "a variable holds what it was given");
+  Require(held == nullptr || !isPlain || *held == text, "a variable holds what it was given");
 }
 
 }  // namespace
