@@ -19,12 +19,6 @@ static_assert(std::endian::native == std::endian::little && sizeof(InterfaceId) 
 constexpr InterfaceId kObjectId{0xbc90fca366551ab3, 0x514be292f7c5425f};
 constexpr Code kNoInterface = 632;
 
-cvn::String FolderOf(cvn::String path) {
-  paths::RemoveFileSpec(&path);
-  paths::AddBackslash(&path);
-  return path;
-}
-
 template <typename Function>
 Function FindExport(const libraries::Library& library, const char* name) {
   return reinterpret_cast<Function>(libraries::FindSymbol(library, name));
@@ -66,11 +60,11 @@ bool ObjectBinder::LoadLibrary(cvn::StringView path) {
   if (!paths::IsRelative(path)) {
     return libraries::Load(path, flags, &module_) == kSuccess;
   }
-  const cvn::String besideProgram = JoinPath(FolderOf(paths::ModuleFileName()), path);
+  const cvn::String besideProgram = JoinPath(GetExeFolder(), path);
   if (libraries::Load(besideProgram, flags, &module_) == kSuccess) {
     return true;
   }
-  const cvn::String besideThis = JoinPath(FolderOf(libraries::FileNameOf(&kObjectId)), path);
+  const cvn::String besideThis = JoinPath(GetParentFolder(libraries::FileNameOf(&kObjectId)), path);
   return libraries::Load(besideThis, flags, &module_) == kSuccess;
 }
 
