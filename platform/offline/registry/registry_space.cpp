@@ -301,19 +301,14 @@ Code RegistrySpace::EndChange(bool isKept) {
   return kSuccess;
 }
 
-Code RegistrySpace::Sync() {
-  Code first = kSuccess;
-  for (Mount& mount : mounts_) {
-    const Code code = mount.hive.Sync();
-    first = first == kSuccess ? code : first;
-  }
-  return first;
-}
+Code RegistrySpace::Sync() { return WithAll(&Hive::Sync); }
 
-Code RegistrySpace::Flush() {
+Code RegistrySpace::Flush() { return WithAll(&Hive::Settle); }
+
+Code RegistrySpace::WithAll(Code (Hive::*step)()) {
   Code first = kSuccess;
   for (Mount& mount : mounts_) {
-    const Code code = mount.hive.Settle();
+    const Code code = (mount.hive.*step)();
     first = first == kSuccess ? code : first;
   }
   return first;

@@ -85,6 +85,8 @@ class RegistrySpace {
   Code Go(KeyPtr from, std::span<const cvn::StringView> names, KeyPtr* found, std::size_t* count);
   Code Enter(KeyPtr* key);
   Code FollowLink(KeyNode& link, KeyPtr* target);
+  // Takes a step with each hive, and gives the first failure.
+  Code WithAll(Code (Hive::*step)());
 
   const Code state_;
   Hive space_;
