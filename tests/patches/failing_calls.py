@@ -7,6 +7,7 @@ memory by means of pipes), and those of programs that it starts, but for the cal
 such.
 """
 
+import argparse
 import ctypes
 import dataclasses
 import errno
@@ -17,6 +18,8 @@ import signal
 import socket
 import struct
 import time
+
+import world
 
 _libc = ctypes.CDLL(None, use_errno=True)
 
@@ -297,6 +300,28 @@ def is_possible():
     with open(os.devnull, 'wb') as nowhere:
         output = (nowhere.fileno(), nowhere.fileno())
         return run(['/bin/true'], {}, '/', output).status == 0
+
+
+def option_parser(words):
+    """A parser of the options that all runners of such runs have."""
+    parser = argparse.ArgumentParser(description=words)
+    for name in ('tessel', 'tlx', 'key'):
+        parser.add_argument(f'--{name}', required=True)
+    parser.add_argument('--json', metavar='OUT')
+    parser.add_argument('--jobs', type=int, default=os.cpu_count(), metavar='N')
+    return parser
+
+
+def run_and_report(options, run_all):
+    """Tells of the faults that `run_all(options, outcomes)` puts down. Gives the exit code."""
+    outcomes = {}
+    skipped = 0
+    if is_possible():
+        run_all(options, outcomes)
+    else:
+        print('skipped: the kernel does not tell of the calls of a program')
+        skipped = 1
+    return world.report(outcomes, skipped, options.json)
 
 
 def _serve(listener, end, watched, limit):

@@ -11,7 +11,6 @@ of them are made, a fixed stride apart. --only makes one, and -v tells of all ca
 {"passed": n, "failed": n, "skipped": n, "failures": [...]}, counted per run.
 """
 
-import argparse
 import collections
 import hashlib
 import multiprocessing
@@ -428,23 +427,11 @@ def _run_all(options, outcomes):
 
 
 def main():
-    parser = argparse.ArgumentParser(description='Makes calls of the system fail.')
-    parser.add_argument('--tessel', required=True)
-    parser.add_argument('--tlx', required=True)
-    parser.add_argument('--key', required=True, metavar='PEM')
-    parser.add_argument('--json', metavar='OUT')
+    parser = failing_calls.option_parser('Makes calls of the system fail.')
     parser.add_argument('--only', metavar='N[.ERROR]')
     parser.add_argument('--runs', type=int, default=_RUNS, metavar='N')
-    parser.add_argument('--jobs', type=int, default=os.cpu_count(), metavar='N')
     parser.add_argument('-v', action='store_true')
-    options = parser.parse_args()
-    outcomes = {}
-    is_possible = failing_calls.is_possible()
-    if is_possible:
-        _run_all(options, outcomes)
-    else:
-        print('skipped: the kernel does not tell of the calls of a program')
-    return world.report(outcomes, 0 if is_possible else 1, options.json)
+    return failing_calls.run_and_report(parser.parse_args(), _run_all)
 
 
 if __name__ == '__main__':

@@ -9,10 +9,8 @@ Each run has a machine and a patch folder of its own; the certificates are made 
 --wine and --system-library are its own too.
 """
 
-import argparse
 import contextlib
 import fcntl
-import fnmatch
 import os
 import pathlib
 import random
@@ -437,20 +435,10 @@ def run_row(gates, row, action, machine, folder):
 
 
 def main():
-    parser = argparse.ArgumentParser(description='Runs patches through the gates.')
-    parser.add_argument('--linux', required=True, metavar='TESSEL')
-    parser.add_argument('--tlx', required=True)
-    parser.add_argument('--key', required=True, metavar='PEM')
+    parser = world.option_parser('Runs patches through the gates.')
     parser.add_argument('--image', metavar='EXE')
-    parser.add_argument('--windows', metavar='TESSEL_EXE')
-    parser.add_argument('--wine', default='wine')
     parser.add_argument('--system-library', action='append', default=[], metavar='DLL')
-    parser.add_argument('--json', metavar='OUT')
-    parser.add_argument('--filter', default='*', metavar='GLOB')
-    parser.add_argument('-v', action='store_true')
     options = parser.parse_args()
-    outcomes = {}
-    skipped = 0
     with contextlib.ExitStack() as stack:
         name = stack.enter_context(tempfile.TemporaryDirectory(prefix='tessel-gates.',
                                                                ignore_cleanup_errors=True))
@@ -459,16 +447,10 @@ def main():
         gates = Gates(options, root)
         if options.windows:
             stack.enter_context(gates.windows.system_libraries())
-        for row, action, machine in all_rows(options):
-            if not fnmatch.fnmatchcase(row, options.filter):
-                continue
-            if lacks_surroundings(row, options):
-                skipped += 1
-                continue
-            outcomes[row] = run_row(gates, row, action, machine, root / row.replace('/', '.'))
-            if options.v:
-                print(f'{"FAILED" if outcomes[row] else "ok":8}{row}', flush=True)
-    return world.report(outcomes, skipped, options.json)
+        return world.run_rows(all_rows(options), options,
+                              lambda row: lacks_surroundings(row, options),
+                              lambda row, action, machine: run_row(
+                                  gates, row, action, machine, root / row.replace('/', '.')))
 
 
 if __name__ == '__main__':

@@ -9,7 +9,6 @@ is missing; the next run goes on from there, and other readers read what it leav
 {"passed": n, "failed": n, "skipped": n, "failures": [...]}, counted per run.
 """
 
-import argparse
 import multiprocessing
 import os
 import pathlib
@@ -172,19 +171,8 @@ def _run_all(options, outcomes):
 
 
 def main():
-    parser = argparse.ArgumentParser(description='Kills runs at their writes to the registry.')
-    for name in ('tessel', 'tlx', 'key'):
-        parser.add_argument(f'--{name}', required=True)
-    parser.add_argument('--json', metavar='OUT')
-    parser.add_argument('--jobs', type=int, default=os.cpu_count(), metavar='N')
-    options = parser.parse_args()
-    outcomes = {}
-    is_possible = failing_calls.is_possible()
-    if is_possible:
-        _run_all(options, outcomes)
-    else:
-        print('skipped: the kernel does not tell of the calls of a program')
-    return world.report(outcomes, 0 if is_possible else 1, options.json)
+    parser = failing_calls.option_parser('Kills runs at their writes to the registry.')
+    return failing_calls.run_and_report(parser.parse_args(), _run_all)
 
 
 if __name__ == '__main__':

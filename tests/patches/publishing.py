@@ -7,10 +7,8 @@
 --json gets what that of run.py does. What the program of Windows does, it does under Wine.
 """
 
-import argparse
 import contextlib
 import copy
-import fnmatch
 import hashlib
 import http.server
 import os
@@ -435,33 +433,18 @@ def all_rows(publisher, options):
 
 
 def main():
-    parser = argparse.ArgumentParser(description='Publishes patches.')
-    parser.add_argument('--linux', required=True, metavar='TESSEL')
-    parser.add_argument('--tlx', required=True)
-    parser.add_argument('--key', required=True, metavar='PEM')
-    parser.add_argument('--windows', metavar='TLX_EXE')
-    parser.add_argument('--wine', default='wine')
-    parser.add_argument('--json', metavar='OUT')
-    parser.add_argument('--filter', default='*', metavar='GLOB')
-    parser.add_argument('-v', action='store_true')
-    options = parser.parse_args()
-    outcomes = {}
-    skipped = 0
+    options = world.option_parser('Publishes patches.').parse_args()
     with tempfile.TemporaryDirectory(prefix='tessel-publishing.') as name:
         root = pathlib.Path(name).resolve()
         publisher = Publisher(options, root)
-        for row, action, actor in all_rows(publisher, options):
-            if not fnmatch.fnmatchcase(row, options.filter):
-                continue
-            if row == 'token' and not os.path.exists(SOFTHSM):
-                skipped += 1
-                continue
+
+        def run(row, action, actor):
             folder = root / row.replace('/', '.')
             folder.mkdir()
-            outcomes[row] = world.fault_of(lambda: action(actor, folder))
-            if options.v:
-                print(f'{"FAILED" if outcomes[row] else "ok":8}{row}', flush=True)
-    return world.report(outcomes, skipped, options.json)
+            return world.fault_of(lambda: action(actor, folder))
+
+        return world.run_rows(all_rows(publisher, options), options,
+                              lambda row: row == 'token' and not os.path.exists(SOFTHSM), run)
 
 
 if __name__ == '__main__':

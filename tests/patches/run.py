@@ -13,7 +13,6 @@ cases run. What a case does on both platforms must be the same to the last line 
 The exit code is 1 when something failed.
 """
 
-import argparse
 import concurrent.futures
 import contextlib
 import dataclasses
@@ -392,16 +391,8 @@ class Session:
 
 
 def main():
-    parser = argparse.ArgumentParser(description='Runs the patch cases.')
-    parser.add_argument('--linux', required=True, metavar='TESSEL')
-    parser.add_argument('--windows', metavar='TESSEL_EXE')
-    parser.add_argument('--tlx', required=True)
-    parser.add_argument('--key', required=True, metavar='PEM')
-    parser.add_argument('--json', metavar='OUT')
-    parser.add_argument('--wine', default='wine')
+    parser = world.option_parser('Runs the patch cases.')
     parser.add_argument('--system-library', action='append', default=[], metavar='DLL')
-    parser.add_argument('--filter', default='*', metavar='GLOB', help='which cases: family/name')
-    parser.add_argument('-v', action='store_true', help='tell of each case')
     options = parser.parse_args()
     families = (script_cases, document_cases, container_cases, load_cases, example_cases)
     cases = [case for family in families for case in family.all_cases()

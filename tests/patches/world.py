@@ -1,5 +1,7 @@
 """What the runners share: machines, patches and certificates, how a trace is read, and the report."""
 
+import argparse
+import fnmatch
 import json
 import os
 import pathlib
@@ -141,6 +143,37 @@ class World:
         certificate, key = signer or self.publisher
         self.tool('catalog', '--force', '--cert', certificate, '--key', key, '--chain',
                   self.root.certificate, '--dir', folder)
+
+
+def option_parser(words):
+    """A parser of the options that all runners over both platforms have."""
+    parser = argparse.ArgumentParser(description=words)
+    for name, what in (('linux', 'TESSEL'), ('tlx', 'TLX'), ('key', 'PEM')):
+        parser.add_argument(f'--{name}', required=True, metavar=what)
+    parser.add_argument('--windows', metavar='EXE')
+    parser.add_argument('--wine', default='wine')
+    parser.add_argument('--json', metavar='OUT')
+    parser.add_argument('--filter', default='*', metavar='GLOB', help='which of them, by name')
+    parser.add_argument('-v', action='store_true', help='tell of each of them')
+    return parser
+
+
+def run_rows(rows, options, lacks_surroundings, run):
+    """Runs the rows that the options ask for, and tells of them. A row begins with its name, from which
+    `lacks_surroundings` tells that it can't run here; `run` takes the row, and gives what is wrong.
+    Gives the exit code."""
+    outcomes = {}
+    skipped = 0
+    for name, *rest in rows:
+        if not fnmatch.fnmatchcase(name, options.filter):
+            continue
+        if lacks_surroundings(name):
+            skipped += 1
+            continue
+        outcomes[name] = run(name, *rest)
+        if options.v:
+            print(f'{"FAILED" if outcomes[name] else "ok":8}{name}', flush=True)
+    return report(outcomes, skipped, options.json)
 
 
 def report(outcomes, skipped, json_path):
