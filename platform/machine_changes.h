@@ -2,6 +2,7 @@
 // which it is committed and taken back.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -21,15 +22,17 @@ enum class EntryKind { File, Folder, Link };
 // What is to be known of a file, folder or link, and compared.
 struct EntryState {
   EntryKind kind = EntryKind::File;
-  files::Attributes attributes = 0;  // as files::GetAttributes gives them
-  std::int64_t written = 0;          // time of the last write of a file, 100 ns since 1601
-  std::uint64_t size = 0;            // of a file's bytes
-  std::string digest;                // of them: SHA-256 in lower-case hexadecimal
-  std::string target;                // of a link, as the host has it stored
-  std::uint32_t mode = 0;            // the host's permission bits
+  // As files::GetAttributes gives them; of a link kReparsePoint alone.
+  files::Attributes attributes = 0;
+  std::int64_t written = 0;  // time of a file's or folder's last write, 100 ns since 1601
+  std::uint64_t size = 0;    // of a file's bytes
+  std::string digest;        // of them: SHA-256 in lower-case hexadecimal
+  std::string target;        // of a link, as the host has it stored
+  std::uint32_t mode = 0;    // the host's permission bits
   // The host's extended attributes but for those that hold `attributes`: named streams, security
   // descriptors, by their names in order.
   std::vector<std::pair<std::string, std::vector<std::byte>>> extended;
+  bool operator==(const EntryState&) const = default;
 };
 
 struct FileChange {
@@ -66,9 +69,15 @@ struct KeyChange {
   cvn::List<ValueChange> values;   // those that differ, by their names
 };
 
-// Files by path, and keys by hive and path: what contains something comes before it. A file that is
-// a hive of the registry is not among the files when it was one before and after, nor are logs of
-// hives.
+// The order of paths: what contains something comes right before what is in it.
+inline bool ComesBefore(cvn::StringView left, cvn::StringView right) {
+  const auto rank = [](char16_t unit) { return unit == u'\\' ? 0 : unit + 1; };
+  return std::ranges::lexicographical_compare(left, right, {}, rank, rank);
+}
+
+// Files by path, and keys by hive and path, in the order of ComesBefore. A file that is a hive of
+// the registry is not among the files when it was one before and after, nor are logs of such hives.
+// Of a folder that has moved, all that is in it follows, moved too.
 struct ChangeSet {
   cvn::List<FileChange> files;
   cvn::List<KeyChange> keys;

@@ -13,6 +13,7 @@
 #include "platform/error.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/file_names.h"
+#include "platform/machine_changes.h"
 #include "support/string.h"
 
 namespace platform::posix {
@@ -147,6 +148,19 @@ Code CopyMetadata(int from, const struct stat& entry, int to);
 
 // The same for the file, and no link, at a place.
 Code CopyMetadata(const HostPath& from, int to);
+
+// Tells what there is under a name; a link is not followed. `digest` stays empty. Of the extended
+// attributes it leaves out what an overlay keeps for itself, what the host's security modules do,
+// and other views of what stands elsewhere. 2 when there is nothing, files::kNoRegularFile for a
+// pipe, a socket or a device, 223 when there is more in extended attributes than is kept of them.
+// Into `*opened`, when it isn't null, goes the file or folder itself, open for reading.
+Code ReadEntryStatus(FileAt entry, machine::EntryState* state, files::File* opened = nullptr);
+
+// The same with `digest`: a file is read whole.
+Code ReadEntryState(FileAt entry, machine::EntryState* state, files::File* opened = nullptr);
+
+// Reads the open file for its `size` and `digest`.
+Code ReadDigest(const files::File& file, machine::EntryState* state);
 
 // As files::Move, without the delay. The drives C: and Z: are volumes of their own, even on one
 // file system of the host. Leaves the thread's last error alone.
