@@ -2,7 +2,6 @@
 // ("name=text"); the last is expanded.
 #include "engine/variable_store.h"
 #include "fuzz/input.h"
-#include "fuzz/scratch_machine.h"
 #include "support/utf.h"
 
 namespace tessel::fuzz {
@@ -24,11 +23,6 @@ void Define(std::string_view line, VariableStore* variables) {
 
 }  // namespace
 }  // namespace tessel::fuzz
-
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  tessel::fuzz::MakeScratchMachine();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tessel::ObjectStore objects;

@@ -52,13 +52,13 @@ Content EmptyHive() { return HiveImage::Empty(u"fuzz", HiveImage::Readers::All, 
 
 // A hive with one bin, in which these cells are.
 Content HiveWithCells(std::string_view cells) {
-  using platform::posix::kBaseSize;
-  using platform::posix::kBinHeader;
-  using platform::posix::kBinSize;
-  using platform::posix::kBinUnit;
-  using platform::posix::kDataSize;
-  using platform::posix::RoundUp;
-  using platform::posix::Store;
+  using platform::kBaseSize;
+  using platform::kBinHeader;
+  using platform::kBinSize;
+  using platform::kBinUnit;
+  using platform::kDataSize;
+  using platform::RoundUp;
+  using platform::Store;
   Content hive = EmptyHive();
   hive.resize(kBaseSize + kBinHeader);
   const auto bytes = std::as_bytes(std::span(cells));
@@ -96,7 +96,7 @@ std::vector<Cell> KeysOf(const HiveImage& image) {
     for (std::uint32_t i = 0; image.SubKeyAt(keys[at], i, &subKey) == kSuccess; ++i) {
       keys.push_back(subKey);
     }
-    Require(keys.size() <= image.DataSize() / platform::posix::kKeyName, "a walk ends");
+    Require(keys.size() <= image.DataSize() / platform::kKeyName, "a walk ends");
   }
   return keys;
 }

@@ -17,12 +17,12 @@
 namespace tessel::fuzz {
 namespace {
 
+using platform::BaseBlock;
 using platform::kSuccess;
-using platform::posix::BaseBlock;
+using platform::LogEntry;
 using platform::posix::Hive;
 using platform::posix::HiveImage;
 using platform::posix::KeyPtr;
-using platform::posix::LogEntry;
 
 constexpr std::uint8_t kDamaged = 1;
 constexpr std::uint8_t kOld = 2;
@@ -34,7 +34,7 @@ std::string TextOf(std::span<const std::byte> bytes) {
 
 void PutSum(std::size_t from, std::size_t end, std::size_t at, std::string* log) {
   const std::uint64_t sum =
-      platform::posix::Marvin32(std::as_bytes(std::span(*log)).subspan(from, end - from));
+      platform::Marvin32(std::as_bytes(std::span(*log)).subspan(from, end - from));
   std::memcpy(log->data() + at, &sum, sizeof(sum));
 }
 
@@ -123,11 +123,6 @@ void Change(std::uint8_t kind, std::string log) {
 
 }  // namespace
 }  // namespace tessel::fuzz
-
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  tessel::fuzz::MakeScratchMachine();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tessel::fuzz::Input input(data, size);

@@ -1,13 +1,7 @@
 // Script text to command tree, with every command of the language. Nothing is run.
 #include "engine/script_engine.h"
 #include "fuzz/input.h"
-#include "fuzz/scratch_machine.h"
 #include "support/utf.h"
-
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  tessel::fuzz::MakeScratchMachine();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const cvn::String text = cvn::Utf8ToWide(tessel::fuzz::Input(data, size).Rest());

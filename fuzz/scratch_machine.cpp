@@ -49,8 +49,6 @@ const Scratch& TheScratch() {
 
 }  // namespace
 
-void MakeScratchMachine() { TheScratch(); }
-
 const std::string& ScratchFolder() { return TheScratch().Files(); }
 
 void WriteScratchFile(const std::string& name, std::string_view bytes) {
@@ -59,3 +57,8 @@ void WriteScratchFile(const std::string& name, std::string_view bytes) {
 }
 
 }  // namespace tessel::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
+  tessel::fuzz::TheScratch();
+  return 0;
+}

@@ -1,4 +1,5 @@
 // A machine for this process, in a temporary folder that is removed when the process ends normally.
+// A fuzzer that is linked to it has it before the first input.
 //
 // Fuzzed code must not touch the host's files: a fuzzer with this machine passes the code under
 // test no paths but those below kFolder.
@@ -13,9 +14,6 @@ namespace tessel::fuzz {
 
 // The folder on drive C: for a fuzzer's files, without a backslash at its end.
 inline constexpr cvn::StringView kFolder = u"C:\\Fuzz";
-
-// Makes a complete machine. Later calls do nothing.
-void MakeScratchMachine();
 
 // The host path of kFolder.
 const std::string& ScratchFolder();

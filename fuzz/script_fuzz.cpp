@@ -76,11 +76,6 @@ void LoadAndRun(cvn::StringView text) {
 }  // namespace
 }  // namespace tessel::fuzz
 
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  tessel::fuzz::MakeScratchMachine();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tessel::fuzz::LoadAndRun(cvn::Utf8ToWide(tessel::fuzz::Input(data, size).Rest()));
   return 0;

@@ -58,11 +58,6 @@ void OpenChangeAndSave(Input* input) {
 }  // namespace
 }  // namespace tessel::fuzz
 
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  tessel::fuzz::MakeScratchMachine();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tessel::fuzz::Input input(data, size);
   tessel::fuzz::OpenChangeAndSave(&input);

@@ -9,7 +9,7 @@
 #include <span>
 #include <string_view>
 
-namespace platform::posix {
+namespace platform {
 
 constexpr std::size_t kBaseSize = 4096;  // the base block, before the first bin
 constexpr std::size_t kBinUnit = 4096;
@@ -160,4 +160,4 @@ inline std::uint32_t EntryOfIndex(HiveView index, std::uint32_t leafNumber) {
   return index.Long(kListEntries + leafNumber * kIndexStep);
 }
 
-}  // namespace platform::posix
+}  // namespace platform

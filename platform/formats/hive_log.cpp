@@ -6,7 +6,7 @@
 
 #include "platform/formats/hive_format.h"
 
-namespace platform::posix {
+namespace platform {
 namespace {
 
 // More offsets in the base block.
@@ -25,91 +25,74 @@ constexpr std::size_t kReferenceSize = 8;
 
 constexpr std::size_t kSector = 512;
 
-template <typename Number>
-Number Get(std::span<const std::byte> bytes, std::size_t at) {
-  Number number;
-  std::memcpy(&number, bytes.data() + at, sizeof(number));
-  return number;
-}
-
-template <typename Number>
-void Put(Number number, std::size_t at, std::span<std::byte> bytes) {
-  std::memcpy(bytes.data() + at, &number, sizeof(number));
-}
-
-std::size_t ToSectors(std::size_t size) { return (size + kSector - 1) / kSector * kSector; }
-
 bool IsDataSize(std::uint32_t size) { return size % kBinUnit == 0 && size <= kLargestHive; }
-
-bool StartsWith(std::span<const std::byte> bytes, std::size_t at, const char* text) {
-  return bytes.size() >= at + 4 && std::memcmp(bytes.data() + at, text, 4) == 0;
-}
 
 }  // namespace
 
 bool BaseBlock::IsSound() const {
-  return StartsWith(bytes_, 0, "regf") &&
-         Get<std::uint32_t>(bytes_, kChecksum) == HiveChecksum(bytes_);
+  return HiveView(bytes_).Is("regf") &&
+         Fetch<std::uint32_t>(&bytes_[kChecksum]) == HiveChecksum(bytes_);
 }
 
-BaseBlock::Kind BaseBlock::Type() const { return Kind{Get<std::uint32_t>(bytes_, kTypeAt)}; }
-std::uint32_t BaseBlock::First() const { return Get<std::uint32_t>(bytes_, kSequence1); }
-std::uint32_t BaseBlock::Second() const { return Get<std::uint32_t>(bytes_, kSequence2); }
-std::uint64_t BaseBlock::Time() const { return Get<std::uint64_t>(bytes_, kWritten); }
-std::uint32_t BaseBlock::DataSize() const { return Get<std::uint32_t>(bytes_, kDataSize); }
-std::uint32_t BaseBlock::Flags() const { return Get<std::uint32_t>(bytes_, kFlagsAt); }
+BaseBlock::Kind BaseBlock::Type() const { return Kind{Fetch<std::uint32_t>(&bytes_[kTypeAt])}; }
+std::uint32_t BaseBlock::First() const { return Fetch<std::uint32_t>(&bytes_[kSequence1]); }
+std::uint32_t BaseBlock::Second() const { return Fetch<std::uint32_t>(&bytes_[kSequence2]); }
+std::uint64_t BaseBlock::Time() const { return Fetch<std::uint64_t>(&bytes_[kWritten]); }
+std::uint32_t BaseBlock::DataSize() const { return Fetch<std::uint32_t>(&bytes_[kDataSize]); }
+std::uint32_t BaseBlock::Flags() const { return Fetch<std::uint32_t>(&bytes_[kFlagsAt]); }
 
 void BaseBlock::SetType(Kind type) {
-  Put(static_cast<std::uint32_t>(type), kTypeAt, bytes_);
+  Store(&bytes_[kTypeAt], static_cast<std::uint32_t>(type));
   Seal();
 }
 
 void BaseBlock::SetNumbers(std::uint32_t first, std::uint32_t second) {
-  Put(first, kSequence1, bytes_);
-  Put(second, kSequence2, bytes_);
+  Store(&bytes_[kSequence1], first);
+  Store(&bytes_[kSequence2], second);
   Seal();
 }
 
 void BaseBlock::SetTime(std::uint64_t time) {
-  Put(time, kWritten, bytes_);
+  Store(&bytes_[kWritten], time);
   Seal();
 }
 
 void BaseBlock::SetDataSize(std::uint32_t size) {
-  Put(size, kDataSize, bytes_);
+  Store(&bytes_[kDataSize], size);
   Seal();
 }
 
 void BaseBlock::SetFlags(std::uint32_t flags) {
-  Put(flags, kFlagsAt, bytes_);
+  Store(&bytes_[kFlagsAt], flags);
   Seal();
 }
 
-void BaseBlock::Seal() { Put(HiveChecksum(bytes_), kChecksum, bytes_); }
+void BaseBlock::Seal() { Store(&bytes_[kChecksum], HiveChecksum(bytes_)); }
 
 std::optional<std::size_t> LogEntry::SizeOf(std::span<const std::byte> header) {
-  if (header.size() < kHeader || !StartsWith(header, 0, "HvLE") ||
-      Get<std::uint64_t>(header, kEntryHeaderSumAt) != Marvin32(header.first(kEntryHeaderSumAt))) {
+  if (header.size() < kHeader || !HiveView(header).Is("HvLE") ||
+      Fetch<std::uint64_t>(&header[kEntryHeaderSumAt]) !=
+          Marvin32(header.first(kEntryHeaderSumAt))) {
     return std::nullopt;
   }
-  const std::size_t size = Get<std::uint32_t>(header, kEntrySizeAt);
+  const std::size_t size = Fetch<std::uint32_t>(&header[kEntrySizeAt]);
   return size >= kSector && size % kSector == 0 ? std::optional(size) : std::nullopt;
 }
 
 std::uint32_t LogEntry::NumberOf(std::span<const std::byte> header) {
-  return Get<std::uint32_t>(header, kEntryNumberAt);
+  return Fetch<std::uint32_t>(&header[kEntryNumberAt]);
 }
 
 std::optional<LogEntry> LogEntry::Read(std::span<const std::byte> bytes) {
   if (SizeOf(bytes) != bytes.size() ||
-      Get<std::uint64_t>(bytes, kEntryBodySumAt) != Marvin32(bytes.subspan(kHeader))) {
+      Fetch<std::uint64_t>(&bytes[kEntryBodySumAt]) != Marvin32(bytes.subspan(kHeader))) {
     return std::nullopt;
   }
-  LogEntry entry{.flags = Get<std::uint32_t>(bytes, kEntryFlagsAt),
+  LogEntry entry{.flags = Fetch<std::uint32_t>(&bytes[kEntryFlagsAt]),
                  .number = NumberOf(bytes),
-                 .dataSize = Get<std::uint32_t>(bytes, kEntryDataSizeAt),
+                 .dataSize = Fetch<std::uint32_t>(&bytes[kEntryDataSizeAt]),
                  .pages = {}};
-  const std::size_t count = Get<std::uint32_t>(bytes, kEntryPagesAt);
+  const std::size_t count = Fetch<std::uint32_t>(&bytes[kEntryPagesAt]);
   if (!IsDataSize(entry.dataSize) || count > (bytes.size() - kHeader) / kReferenceSize) {
     return std::nullopt;
   }
@@ -117,8 +100,8 @@ std::optional<LogEntry> LogEntry::Read(std::span<const std::byte> bytes) {
   entry.pages.reserve(count);
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t reference = kHeader + i * kReferenceSize;
-    const auto offset = Get<std::uint32_t>(bytes, reference);
-    const auto size = Get<std::uint32_t>(bytes, reference + sizeof(offset));
+    const auto offset = Fetch<std::uint32_t>(&bytes[reference]);
+    const auto size = Fetch<std::uint32_t>(&bytes[reference + sizeof(offset)]);
     if (size > bytes.size() - data || size > entry.dataSize || offset > entry.dataSize - size) {
       return std::nullopt;
     }
@@ -133,24 +116,24 @@ std::vector<std::byte> LogEntry::Write() const {
   for (const LoggedPage& page : pages) {
     size += page.bytes.size();
   }
-  std::vector<std::byte> bytes(ToSectors(size));
+  std::vector<std::byte> bytes(RoundUp(size, kSector));
   std::memcpy(bytes.data(), "HvLE", 4);
-  Put(static_cast<std::uint32_t>(bytes.size()), kEntrySizeAt, bytes);
-  Put(flags, kEntryFlagsAt, bytes);
-  Put(number, kEntryNumberAt, bytes);
-  Put(dataSize, kEntryDataSizeAt, bytes);
-  Put(static_cast<std::uint32_t>(pages.size()), kEntryPagesAt, bytes);
+  Store(&bytes[kEntrySizeAt], static_cast<std::uint32_t>(bytes.size()));
+  Store(&bytes[kEntryFlagsAt], flags);
+  Store(&bytes[kEntryNumberAt], number);
+  Store(&bytes[kEntryDataSizeAt], dataSize);
+  Store(&bytes[kEntryPagesAt], static_cast<std::uint32_t>(pages.size()));
   std::size_t reference = kHeader;
   std::size_t data = kHeader + pages.size() * kReferenceSize;
   for (const LoggedPage& page : pages) {
-    Put(page.offset, reference, bytes);
-    Put(static_cast<std::uint32_t>(page.bytes.size()), reference + sizeof(page.offset), bytes);
+    Store(&bytes[reference], page.offset);
+    Store(&bytes[reference + sizeof(page.offset)], static_cast<std::uint32_t>(page.bytes.size()));
     std::ranges::copy(page.bytes, bytes.begin() + static_cast<std::ptrdiff_t>(data));
     reference += kReferenceSize;
     data += page.bytes.size();
   }
-  Put(Marvin32(std::span(bytes).subspan(kHeader)), kEntryBodySumAt, bytes);
-  Put(Marvin32(std::span(bytes).first(kEntryHeaderSumAt)), kEntryHeaderSumAt, bytes);
+  Store(&bytes[kEntryBodySumAt], Marvin32(std::span(bytes).subspan(kHeader)));
+  Store(&bytes[kEntryHeaderSumAt], Marvin32(std::span(bytes).first(kEntryHeaderSumAt)));
   return bytes;
 }
 
@@ -158,8 +141,9 @@ std::optional<std::vector<LoggedPage>> ReadOldLog(std::span<const std::byte> log
                                                   std::uint32_t dataSize) {
   const std::size_t map = BaseBlock::kSize + 4;
   const std::size_t sectors = dataSize / kSector;
-  std::size_t at = ToSectors(map + (sectors + 7) / 8);
-  if (!IsDataSize(dataSize) || !StartsWith(log, BaseBlock::kSize, "DIRT") || log.size() < at) {
+  std::size_t at = RoundUp(map + (sectors + 7) / 8, kSector);
+  if (!IsDataSize(dataSize) || log.size() < at ||
+      !HiveView(log.subspan(BaseBlock::kSize)).Is("DIRT")) {
     return std::nullopt;
   }
   std::vector<LoggedPage> pages;
@@ -178,7 +162,7 @@ std::optional<std::vector<LoggedPage>> ReadOldLog(std::span<const std::byte> log
 
 std::vector<std::byte> WriteOldLog(const BaseBlock& base, std::span<const LoggedPage> pages) {
   const std::size_t map = BaseBlock::kSize + 4;
-  std::vector<std::byte> log(ToSectors(map + base.DataSize() / kSector / 8));
+  std::vector<std::byte> log(RoundUp(map + base.DataSize() / kSector / 8, kSector));
   std::ranges::copy(base.Bytes(), log.begin());
   std::memcpy(log.data() + BaseBlock::kSize, "DIRT", 4);
   for (const LoggedPage& page : pages) {
@@ -203,7 +187,7 @@ std::uint64_t Marvin32(std::span<const std::byte> bytes, std::uint64_t seed) {
     high = std::rotl(high, 19);
   };
   while (bytes.size() >= sizeof(std::uint32_t)) {
-    mix(Get<std::uint32_t>(bytes, 0));
+    mix(Fetch<std::uint32_t>(bytes.data()));
     bytes = bytes.subspan(sizeof(std::uint32_t));
   }
   std::uint32_t last = 0x80;
@@ -215,4 +199,4 @@ std::uint64_t Marvin32(std::span<const std::byte> bytes, std::uint64_t seed) {
   return std::uint64_t{high} << 32 | low;
 }
 
-}  // namespace platform::posix
+}  // namespace platform

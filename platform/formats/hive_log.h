@@ -13,7 +13,7 @@
 #include <span>
 #include <vector>
 
-namespace platform::posix {
+namespace platform {
 
 // The part of a base block that means something: the first sector of a primary file and of a log.
 class BaseBlock {
@@ -91,4 +91,4 @@ std::vector<std::byte> WriteOldLog(const BaseBlock& base, std::span<const Logged
 constexpr std::uint64_t kLogSeed = 0xC5554E7A884DEF82;
 std::uint64_t Marvin32(std::span<const std::byte> bytes, std::uint64_t seed = kLogSeed);
 
-}  // namespace platform::posix
+}  // namespace platform

@@ -400,14 +400,14 @@ TEST_F(Hives, ThatAreNotWholeOrReadOnlyHaveTheirCode) {
 // A hive whose last two changes are in its log: its root got the values "a" and "b".
 class Logs : public Hives {
  protected:
-  static constexpr std::size_t kSector = posix::BaseBlock::kSize;
+  static constexpr std::size_t kSector = BaseBlock::kSize;
 
   Logs() : file_(MakeMachine()), before_(HostContentOf(file_)) {
     ChangeAndDie(u"a");
     ChangeAndDie(u"b");
     dirty_ = HostContentOf(file_);
     log_ = HostContentOf(file_ + ".LOG1");
-    second_ = kSector + *posix::LogEntry::SizeOf(Part(log_, kSector));
+    second_ = kSector + *LogEntry::SizeOf(Part(log_, kSector));
   }
 
   void ChangeAndDie(View name) const {
@@ -421,12 +421,12 @@ class Logs : public Hives {
   static std::span<const std::byte> Part(const std::string& content, std::size_t from) {
     return std::as_bytes(std::span(content)).subspan(from);
   }
-  static posix::BaseBlock BaseOf(const std::string& content) {
-    posix::BaseBlock base;
+  static BaseBlock BaseOf(const std::string& content) {
+    BaseBlock base;
     std::ranges::copy(Part(content, 0).first(kSector), base.Bytes().begin());
     return base;
   }
-  static std::string WithBase(const posix::BaseBlock& base, const std::string& content) {
+  static std::string WithBase(const BaseBlock& base, const std::string& content) {
     const auto* const bytes = reinterpret_cast<const char*>(base.Bytes().data());
     return std::string(bytes, kSector) + (content.empty() ? content : content.substr(kSector));
   }
@@ -475,11 +475,11 @@ TEST_F(Logs, CompleteTheHive) {
     log[at] = static_cast<char>(log[at] ^ 1);
     return log;
   };
-  posix::BaseBlock second = BaseOf(log_);
+  BaseBlock second = BaseOf(log_);
   second.SetNumbers(second.First() + 1, second.First() + 1);
   const std::string first = log_.substr(0, second_);
   const std::string other = WithBase(second, first.substr(0, kSector) + log_.substr(second_));
-  posix::BaseBlock clean = BaseOf(dirty_);
+  BaseBlock clean = BaseOf(dirty_);
   clean.SetNumbers(clean.Second(), clean.Second());
   const std::string damaged = std::string(kSector, 'x') + dirty_.substr(kSector);
   const struct {
@@ -518,21 +518,21 @@ TEST_F(Logs, OfTheOldKindCompleteTheHiveAndAreWritten) {
     EXPECT_EQ(registry::Flush(), kSuccess);
   });
   const std::string after = HostContentOf(file_);
-  posix::BaseBlock base = BaseOf(before_);
+  BaseBlock base = BaseOf(before_);
   base.SetNumbers(base.First() + 1, base.First());
   base.SetTime(77);
-  posix::BaseBlock logged = BaseOf(after);
-  logged.SetType(posix::BaseBlock::Kind::OldLog);
+  BaseBlock logged = BaseOf(after);
+  logged.SetType(BaseBlock::Kind::OldLog);
   logged.SetTime(77);
-  const posix::LoggedPage page{0, Part(after, 4096)};
-  const std::vector<std::byte> bytes = posix::WriteOldLog(logged, {&page, 1});
+  const LoggedPage page{0, Part(after, 4096)};
+  const std::vector<std::byte> bytes = WriteOldLog(logged, {&page, 1});
   const std::string log(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   logged.SetTime(78);
   Lay(WithBase(base, before_), {{".LOG1", WithBase(logged, log)}});
   Expect("", kBadDatabase);  // another write's
   Lay(WithBase(base, before_), {{".LOG1", log}});
   Expect("ab");
-  EXPECT_EQ(BaseOf(HostContentOf(file_ + ".LOG1")).Type(), posix::BaseBlock::Kind::OldLog);
+  EXPECT_EQ(BaseOf(HostContentOf(file_ + ".LOG1")).Type(), BaseBlock::Kind::OldLog);
   ChangeAndDie(u"d");
   EXPECT_EQ(Witness(file_).Text({}, "d"), "x");
 }
@@ -546,7 +546,7 @@ TEST_F(Logs, AreSummedAsWindowsSumsThem) {
                 {0x004fb61a001bdbcc, "\xAF", 0x48e73fc77d75ddc1},
                 {0xd53cd9cecd0893b7, "abc", 0x22c74339492769bf}};
   for (const auto& each : kKnown) {
-    EXPECT_EQ(posix::Marvin32(std::as_bytes(std::span(each.text)), each.seed), each.sum);
+    EXPECT_EQ(Marvin32(std::as_bytes(std::span(each.text)), each.seed), each.sum);
   }
 }
 

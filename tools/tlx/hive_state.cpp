@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <span>
-#include <string_view>
 #include <vector>
 
 #include "platform/file_search.h"
 #include "platform/files.h"
+#include "platform/formats/hive_format.h"
 #include "platform/formats/hive_log.h"
 #include "platform/formats/little_endian.h"
 #include "platform/paths.h"
@@ -19,26 +18,12 @@ namespace tlx {
 namespace {
 
 namespace files = platform::files;
+using platform::BaseBlock;
 using platform::Code;
+using platform::HiveView;
 using platform::kSuccess;
+using platform::LogEntry;
 using platform::NumberAt;
-using platform::posix::BaseBlock;
-using platform::posix::LogEntry;
-
-// Fields of a base block, and the header of a bin, in the terms of the format's public
-// descriptions.
-constexpr std::size_t kBaseSize = 4096;
-constexpr std::size_t kMajorVersion = 20;
-constexpr std::size_t kMinorVersion = 24;
-constexpr std::size_t kSum = 508;
-constexpr std::size_t kBinOffset = 4;
-constexpr std::size_t kBinSize = 8;
-constexpr std::size_t kBinUnit = 4096;
-
-bool HasSignature(std::span<const std::byte> block, std::string_view signature) {
-  return block.size() >= signature.size() &&
-         std::memcmp(block.data(), signature.data(), signature.size()) == 0;
-}
 
 Code OpenToRead(cvn::StringView path, files::File* file) {
   return files::Open(path, files::Access::Read, files::Share::ReadWriteDelete,
@@ -62,22 +47,22 @@ bool ReadAt(files::File* file, std::uint64_t offset, std::span<std::byte> block)
 
 // Where the bins stop following each other; nothing when all are there.
 std::optional<std::uint64_t> FindBrokenBin(files::File* file, std::uint32_t dataSize) {
-  std::array<std::byte, kBinSize + sizeof(std::uint32_t)> header{};
+  std::array<std::byte, platform::kBinSize + sizeof(std::uint32_t)> header{};
   for (std::uint64_t at = 0; at < dataSize;) {
-    const std::uint64_t place = kBaseSize + at;
-    if (!ReadAt(file, place, header) || !HasSignature(header, "hbin")) {
+    const std::uint64_t place = platform::kBaseSize + at;
+    if (!ReadAt(file, place, header) || !HiveView(header).Is("hbin")) {
       return place;
     }
-    const auto size = NumberAt<std::uint32_t>(header, kBinSize);
-    if (NumberAt<std::uint32_t>(header, kBinOffset) != at || size == 0 || size % kBinUnit != 0 ||
-        size > dataSize - at) {
+    const auto size = NumberAt<std::uint32_t>(header, platform::kBinSize);
+    if (NumberAt<std::uint32_t>(header, platform::kBinOffset) != at || size == 0 ||
+        size % platform::kBinUnit != 0 || size > dataSize - at) {
       return place;
     }
     at += size;
   }
   std::array<std::byte, 1> last{};
-  const bool isWhole = dataSize != 0 && ReadAt(file, kBaseSize + dataSize - 1, last);
-  return isWhole ? std::nullopt : std::optional<std::uint64_t>(kBaseSize);
+  const bool isWhole = dataSize != 0 && ReadAt(file, platform::kBaseSize + dataSize - 1, last);
+  return isWhole ? std::nullopt : std::optional<std::uint64_t>(platform::kBaseSize);
 }
 
 // A log of a hive; it has no size when there is none that is whole at its beginning.
@@ -101,7 +86,7 @@ bool IsOldChange(Log* log) {
     return false;
   }
   std::vector<std::byte> bytes(log->size);
-  return ReadAt(&log->file, 0, bytes) && platform::posix::ReadOldLog(bytes, log->base.DataSize());
+  return ReadAt(&log->file, 0, bytes) && platform::ReadOldLog(bytes, log->base.DataSize());
 }
 
 // The whole entries of a log, in an unbroken row, that are numbered from `next` on.
@@ -154,18 +139,18 @@ HiveState LookAtHive(cvn::StringView path) {
     return state;
   }
   BaseBlock base;
-  if (!ReadAt(&file, 0, base.Bytes()) || !HasSignature(base.Bytes(), "regf")) {
+  if (!ReadAt(&file, 0, base.Bytes()) || !HiveView(base.Bytes()).Is("regf")) {
     state.damagedAt = 0;
     return state;
   }
-  state.majorVersion = NumberAt<std::uint32_t>(base.Bytes(), kMajorVersion);
-  state.minorVersion = NumberAt<std::uint32_t>(base.Bytes(), kMinorVersion);
+  state.majorVersion = NumberAt<std::uint32_t>(base.Bytes(), platform::kMajorVersion);
+  state.minorVersion = NumberAt<std::uint32_t>(base.Bytes(), platform::kMinorVersion);
   state.isClean = base.IsSound() && !base.IsDirty();
   state.pendingEntries = state.isClean ? 0 : CountPending(path, base.Second());
   // A log can hold what the file lacks.
   if (state.pendingEntries == 0) {
-    state.damagedAt =
-        base.IsSound() ? FindBrokenBin(&file, base.DataSize()) : std::optional<std::uint64_t>(kSum);
+    state.damagedAt = base.IsSound() ? FindBrokenBin(&file, base.DataSize())
+                                     : std::optional<std::uint64_t>(platform::kChecksum);
   }
   return state;
 }
