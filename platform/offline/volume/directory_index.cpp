@@ -12,8 +12,10 @@
 #include <memory>
 
 #include "platform/formats/names.h"
+#include "platform/formats/short_name.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
+#include "platform/offline/volume/short_names.h"
 
 namespace platform::posix {
 namespace {
@@ -95,13 +97,77 @@ Code DirectoryIndex::FindKnown(int directory, std::string_view name, std::string
   const std::size_t hash = std::hash<std::u16string>()(folded);
   bool isThere = false;
   for (auto [at, end] = found.names.equal_range(hash); at != end; ++at) {
+    if (at->second == name) {
+      *spelled = name;
+      return kSuccess;
+    }
     // Of several, the first one is always the same.
     if ((!isThere || at->second < *spelled) && FoldedName(at->second) == folded) {
       *spelled = at->second;
       isThere = true;
     }
   }
+  // A file's own name comes before another's short one.
+  isThere = isThere || (IsShortForm(folded) && VolumesWithShortNames().Has(directory, status) &&
+                        FindShort(directory, folded, &found, spelled));
   return isThere ? kSuccess : kFileNotFound;
+}
+
+bool DirectoryIndex::IsListed(const Directory& directory, const std::string& name) {
+  const auto [begin, end] = directory.names.equal_range(KeyOf(name).first);
+  return std::any_of(begin, end, [&name](const auto& held) { return held.second == name; });
+}
+
+void DirectoryIndex::ReadShortNames(int folder, Directory* directory) {
+  if (!directory->shortNames) {
+    directory->shortNames.emplace();
+    directory->unread.clear();
+    directory->cameSince = 0;
+    for (const auto& [hash, name] : directory->names) {
+      directory->unread.push_back(name);
+    }
+  }
+  for (std::string& name : directory->unread) {
+    if (const auto shortName = ShortNameOf({folder, name.c_str()})) {
+      directory->shortNames->emplace(std::hash<std::u16string>()(*shortName), std::move(name));
+    }
+  }
+  directory->unread.clear();
+}
+
+// Finds the name whose short name is `folded`.
+bool DirectoryIndex::FindShort(int folder, cvn::StringView folded, Directory* directory,
+                               std::string* spelled) {
+  ReadShortNames(folder, directory);
+  const std::size_t hash = std::hash<std::u16string>()(std::u16string(folded));
+  for (;;) {
+    // A volume that is damaged may have given one to several: the first is always the same.
+    const auto [begin, end] = directory->shortNames->equal_range(hash);
+    const auto first = std::min_element(
+        begin, end, [](const auto& left, const auto& right) { return left.second < right.second; });
+    if (first == end) {
+      return false;
+    }
+    const std::string& name = first->second;
+    if (IsListed(*directory, name) && ShortNameOf({folder, name.c_str()}) == folded) {
+      *spelled = name;
+      return true;
+    }
+    directory->shortNames->erase(first);  // it has gone, or has another one now
+  }
+}
+
+void DirectoryIndex::Directory::Came(std::string_view name) {
+  constexpr std::size_t kFewest = 1000;
+  if (!shortNames) {
+    return;
+  }
+  // Where names come and go, it is time to forget those that went.
+  if (++cameSince > names.size() + kFewest) {
+    shortNames.reset();
+  } else {
+    unread.emplace_back(name);
+  }
 }
 
 void DirectoryIndex::Add(Names::value_type name, Names* names) {
@@ -158,6 +224,7 @@ void DirectoryIndex::Follow(int watch, std::uint32_t event, std::string_view nam
   }
   directory->second.followed = true;
   if ((event & (IN_CREATE | IN_MOVED_TO)) != 0) {
+    directory->second.Came(name);
     Add(KeyOf(name), &directory->second.names);
   } else if ((event & (IN_DELETE | IN_MOVED_FROM)) != 0) {
     Remove(KeyOf(name), &directory->second.names);
@@ -190,6 +257,7 @@ Code DirectoryIndex::Read(int folder, Identity* identity) {
   Watch(dirfd(stream.get()), *identity, &directory);  // first, so that no change goes unseen
 
   directory.names.clear();
+  directory.shortNames.reset();
   int error = 0;
   for (;;) {
     errno = 0;

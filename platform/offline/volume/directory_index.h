@@ -1,4 +1,4 @@
-// Which name of a directory is meant by one that is spelled in another case.
+// Which name of a directory is meant by one that is spelled in another case, or is a short name.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,8 +11,10 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/error.h"
+#include "support/string.h"
 
 namespace platform::posix {
 
@@ -28,12 +30,13 @@ class DirectoryIndex {
   DirectoryIndex(const DirectoryIndex&) = delete;
   DirectoryIndex& operator=(const DirectoryIndex&) = delete;
 
-  // Finds the name that folds to the same as `name` in `directory`, which is a descriptor of any
-  // kind. 2 when there is none, 3 when the directory was removed.
+  // Finds in `directory`, which is a descriptor of any kind, the name that is `name`, else one that
+  // folds to the same, else that of the file with this short name. 2 when there is none, 3 when the
+  // directory was removed.
   Code Find(int directory, std::string_view name, std::string* spelled);
 
-  // Whether it is known without reading the directory that no name in it folds to the same as
-  // `name`. So it is where names are missed one after the other, as in a folder that is filled.
+  // Whether it is known without reading the directory that Find would find nothing. So it is where
+  // names are missed one after the other, as in a folder that is filled.
   bool IsMissed(int directory, std::string_view name);
 
  private:
@@ -49,11 +52,18 @@ class DirectoryIndex {
 
   struct Directory {
     Names names;
+    // The names by the hash of their short names; nothing until one was asked for. Of those that
+    // came since, theirs are read when the next one is asked for. What went may still be in it.
+    std::optional<Names> shortNames;
+    std::vector<std::string> unread;
+    std::size_t cameSince = 0;
     Times times;
     int watch = -1;
     bool followed = false;  // names have come or gone since `times` were taken
     bool settled = false;   // the next change is sure to give other times
     std::uint64_t lastUse = 0;
+
+    void Came(std::string_view name);
   };
 
   static Times TimesOf(const struct stat& status);
@@ -61,6 +71,10 @@ class DirectoryIndex {
   static void Add(Names::value_type name, Names* names);
   static void Remove(const Names::value_type& name, Names* names);
 
+  static bool IsListed(const Directory& directory, const std::string& name);
+  static void ReadShortNames(int folder, Directory* directory);
+  static bool FindShort(int folder, cvn::StringView folded, Directory* directory,
+                        std::string* spelled);
   Code FindKnown(int directory, std::string_view name, std::string* spelled, Identity* identity);
   void ReadEvents();
   void Follow(int watch, std::uint32_t event, std::string_view name);

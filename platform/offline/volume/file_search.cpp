@@ -13,11 +13,13 @@
 
 #include "platform/clock.h"
 #include "platform/formats/names.h"
+#include "platform/formats/short_name.h"
 #include "platform/formats/wildcards.h"
 #include "platform/formats/windows_path.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::files {
@@ -86,7 +88,8 @@ class Listing {
     unsigned char type = DT_UNKNOWN;
   };
 
-  Code Read(int folder, bool withDots, posix::Pattern pattern) {
+  // `withShort` tells that short names count as well.
+  Code Read(int folder, bool withDots, bool withShort, posix::Pattern pattern) {
     const posix::DirectoryStream stream = posix::OpenDirectory({folder, "."}, 0);
     if (stream == nullptr) {
       return CodeOf(errno);
@@ -104,7 +107,15 @@ class Listing {
         break;
       }
       const std::string_view name = entry->d_name;
-      if (name != "." && name != ".." && pattern.Matches(Fold(name))) {
+      if (name == "." || name == "..") {
+        continue;
+      }
+      bool matches = pattern.Matches(Fold(name));
+      if (!matches && withShort) {
+        const auto shortName = posix::ShortNameOf({folder, entry->d_name});
+        matches = shortName && pattern.Matches(*shortName);
+      }
+      if (matches) {
         Add(name, entry->d_type);
       }
     }
@@ -277,6 +288,15 @@ struct Search::State {
     entry->isDirectory_ = type == DT_DIR || (type == DT_LNK && details.Place(false).IsFolder());
   }
 
+  Code Read(int searched, bool withDots, cvn::StringView text) {
+    const posix::Pattern pattern(text);
+    struct stat status {};
+    const bool withShort = !pattern.MatchesAll() && posix::MayMatchShortForm(text) &&
+                           fstat(searched, &status) == 0 &&
+                           posix::VolumesWithShortNames().Has(searched, status);
+    return listing.Read(searched, withDots, withShort, pattern);
+  }
+
   Code FirstOfMany(const Place& place, SearchEntry* entry) {
     HostPath host;
     Code code = FindFolder(place.folder, &host);
@@ -291,8 +311,7 @@ struct Search::State {
     }
     if (code == kSuccess) {
       auto held = std::make_shared<posix::Descriptor>(host.Open(O_PATH | O_DIRECTORY));
-      code = held->Get() < 0 ? CodeOf(errno)
-                             : listing.Read(held->Get(), withDots, posix::Pattern(place.name));
+      code = held->Get() < 0 ? CodeOf(errno) : Read(held->Get(), withDots, place.name);
       folder = std::make_shared<SearchedFolder>(host, std::move(held));
     }
     if (code != kSuccess) {

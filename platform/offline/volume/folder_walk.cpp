@@ -11,6 +11,7 @@
 
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/path_draft.h"
+#include "platform/offline/volume/short_names.h"
 
 namespace platform::posix {
 namespace {
@@ -113,16 +114,20 @@ Code FolderWalk::Enter(std::string name, bool followsLinks) {
 
 // Opens the entry of this name, or of the one that is the same to Windows.
 Code FolderWalk::OpenEntry(std::string* name, int flags, Descriptor* object) const {
-  object->Reset(openat(folder_->Get(), name->c_str(), flags));
-  if (object->Get() >= 0 || errno != ENOENT) {
-    return object->Get() >= 0 ? kSuccess : CodeOf(errno);
+  const bool mayBeAlias = MayLeadThroughAlias(folder_->Get(), *name);
+  if (!mayBeAlias) {
+    object->Reset(openat(folder_->Get(), name->c_str(), flags));
+    if (object->Get() >= 0 || errno != ENOENT) {
+      return object->Get() >= 0 ? kSuccess : CodeOf(errno);
+    }
   }
   std::string spelled;
   const Code code = NameIndex().Find(folder_->Get(), *name, &spelled);
-  if (code != kSuccess) {
+  if (code == kSuccess) {
+    *name = std::move(spelled);
+  } else if (code != kAccessDenied || !mayBeAlias) {
     return code == kAccessDenied ? kFileNotFound : code;  // can't be listed: exact names only
   }
-  *name = std::move(spelled);
   object->Reset(openat(folder_->Get(), name->c_str(), flags));
   return object->Get() >= 0 ? kSuccess : CodeOf(errno);
 }

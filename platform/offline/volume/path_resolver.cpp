@@ -14,6 +14,7 @@
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/folder_walk.h"
 #include "platform/offline/volume/path_draft.h"
+#include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/stand_in.h"
 #include "platform/offline/volume/volume.h"
 
@@ -57,8 +58,8 @@ Code Respell(HostPath* host) {
 }
 
 // Finds the entry that `host->spelling` names, of which the first `root` bytes are the drive's.
-// Only where a folder on the way is spelled in another case, or is missing, each of them is looked
-// at.
+// Only where a folder on the way is spelled in another case, may have been given by its short name,
+// or is missing, each of them is looked at.
 Code FindEntry(std::size_t root, HostPath* host) {
   const std::shared_ptr<const Descriptor>& drive = RootFolder(host->onMachine);
   const std::size_t last = host->spelling.rfind('/');
@@ -66,13 +67,13 @@ Code FindEntry(std::size_t root, HostPath* host) {
     host->folder = drive;
   } else {
     const std::string below = host->spelling.substr(root + 1, last - root - 1);
-    const int folder = OpenFolder(drive->Get(), below, host->onMachine);
-    if (folder < 0) {
-      const std::string path = host->spelling;
-      return FolderWalk(drive, std::string_view(path).substr(0, root), host->onMachine)
-          .Go(std::string_view(path).substr(root), false, host);
-    }
-    host->folder = std::make_shared<Descriptor>(folder);
+    host->folder = std::make_shared<Descriptor>(OpenFolder(drive->Get(), below, host->onMachine));
+  }
+  if (host->folder->Get() < 0 ||
+      MayLeadThroughAlias(host->folder->Get(), std::string_view(host->spelling).substr(root))) {
+    const std::string path = host->spelling;
+    return FolderWalk(drive, std::string_view(path).substr(0, root), host->onMachine)
+        .Go(std::string_view(path).substr(root), false, host);
   }
   const FileAt file = host->At();
   // In a folder that is being filled most names are new, and the index knows so without the disk.
@@ -193,6 +194,9 @@ Code FinalHostPath(const HostPath& host, std::string* path) {
   }
   if (code != kSuccess) {
     return code;
+  }
+  if (!host.onMachine && MayLeadThroughAlias(object.Get(), *path)) {
+    *path = PlaceOnHost(*path).spelling;  // the host followed a link to it
   }
   struct stat named {};
   const bool isThere = lstat(path->c_str(), &named) == 0 && !S_ISLNK(opened.st_mode) &&

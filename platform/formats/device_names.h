@@ -1,0 +1,29 @@
+// The names that MS-DOS gave to devices and that Windows finds in every folder.
+#pragma once
+
+#include <cstdint>
+
+#include "support/string.h"
+
+namespace platform::posix {
+
+// Null swallows what is written to it and reads empty. The others are the console, ports and
+// printers.
+enum class Device : unsigned char { None, Null, Other };
+
+// Which device `path` leads to on a Windows before 11: the last name counts, in any folder, up to
+// its first dot or colon and without the blanks before that. COM and LPT take the digits 1 to 9,
+// those in superscript of Latin-1 included. The name of a folder, which a separator follows, is
+// none. For paths without a prefix such as "\\?\", in which there are no devices.
+//
+// Documented by Microsoft in "Naming Files, Paths, and Namespaces"; what follows the name, by what
+// RtlIsDosDeviceName_U does.
+Device DeviceOf(cvn::StringView path);
+
+// The same since Windows 11, build 22000: NUL is left in every folder, and the others where they
+// are the whole path; neither with an extension.
+Device DeviceSinceWindows11(cvn::StringView path);
+
+inline constexpr std::uint32_t kBuildOfWindows11 = 22000;
+
+}  // namespace platform::posix

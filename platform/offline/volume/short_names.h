@@ -1,0 +1,43 @@
+// The short names of files on NTFS, as ntfs-3g gives them: the attribute system.ntfs_dos_name of an
+// entry, which is missing where it has none, or another one leads to the same file. The kernel's
+// own driver has no such attribute.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "platform/linux/file_names.h"
+
+namespace platform::posix {
+
+// Remembers which volumes have short names, by the number of the device. One without them is asked
+// again, which costs little: its number may be that of another after a moment.
+class ShortNameVolumes {
+ public:
+  // Whether the volume of `folder`, a descriptor of any kind whose status is `entry`, has them.
+  bool Has(int folder, const struct stat& entry);
+
+ private:
+  std::mutex mutex_;
+  std::set<dev_t> known_;
+};
+
+// The one of this process.
+ShortNameVolumes& VolumesWithShortNames();
+
+// Whether a name in `path`, which begins below a folder's place or is a name in it, may be short:
+// the driver takes these too, spelled in upper case. What is done by one, such as a rename, the
+// kernel doesn't know to be done to the other: so each name of such a path has to be one that its
+// folder lists. `folder` is a descriptor of the volume.
+bool MayLeadThroughAlias(int folder, std::string_view path);
+
+// The short name of an entry in upper case. Nothing when it has none, or one that is none by its
+// form.
+std::optional<std::u16string> ShortNameOf(FileAt file);
+
+}  // namespace platform::posix
