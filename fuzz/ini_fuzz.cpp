@@ -2,8 +2,8 @@
 #include <string>
 
 #include "fuzz/input.h"
-#include "platform/formats/code_page.h"
 #include "platform/formats/ini_text.h"
+#include "platform/linux/code_page.h"
 #include "support/utf.h"
 
 namespace tessel::fuzz {
@@ -24,9 +24,15 @@ void SetOne(Input* input) {
   const std::string_view key = others.substr(0, others.find('|'));
   const std::string_view value = others.substr(std::min(key.size() + 1, others.size()));
 
-  const std::string bytes(input->Rest());
-  std::u16string text = platform::posix::DecodeAnsi(bytes);
-  Require(platform::posix::EncodeAnsi(text) == bytes, "bytes go round through the code page");
+  // The length of the file chooses the code page.
+  constexpr std::uint32_t kPages[] = {1252, 1251, 1255, 874, 932, 950, 65001};
+  std::string bytes(input->Rest());
+  const std::size_t choice = bytes.size() % std::size(kPages);
+  const platform::posix::CodePage page(kPages[choice]);
+  const std::u16string text = page.Decode(bytes);
+  constexpr std::size_t kPagesOfBytes = 4;
+  Require(choice >= kPagesOfBytes || page.Encode(text) == bytes,
+          "bytes go round through the code page");
   const cvn::String wideSection = cvn::Utf8ToWide(section);
   const cvn::String wideKey = cvn::Utf8ToWide(key);
   const cvn::String wideValue = cvn::Utf8ToWide(value);
@@ -34,8 +40,12 @@ void SetOne(Input* input) {
   const platform::posix::Edit edit =
       platform::posix::EditForValue(text, wideSection, wideKey, wideValue);
   Require(edit.offset + edit.length <= text.size(), "an edit lies within its text");
-  text.replace(edit.offset, edit.length, edit.replacement);
-  const auto found = platform::posix::FindValue(text, wideSection, wideKey);
+  const std::size_t start = platform::posix::ByteOffset(bytes, text, edit.offset);
+  const std::size_t end = platform::posix::ByteOffset(bytes, text, edit.offset + edit.length);
+  Require(start <= end && end <= bytes.size(), "an edit lies within its bytes");
+  bytes.replace(start, end - start, page.Encode(edit.replacement));
+  const std::u16string after = page.Decode(bytes);
+  const auto found = platform::posix::FindValue(after, wideSection, wideKey);
   const bool arePlain = IsPlain(section) && IsPlain(key) && IsPlain(value);
   Require(!arePlain || (found && *found == wideValue.AsView()), "a value that was set is found");
 }

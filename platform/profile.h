@@ -11,7 +11,9 @@ namespace platform::profile {
 // Reads a value, as GetPrivateProfileStringW with a buffer of `capacity` characters (the terminator
 // included, so that one less is the longest result): `fallback` when file, section or key is
 // missing. Blanks around a value and one pair of quotes around it don't count. A path without a
-// folder means a file in the Windows folder.
+// folder means a file in the Windows folder. A file that doesn't begin with the mark of UTF-16LE is
+// in the system's ANSI code page; on Linux in the machine's, by the value ACP of
+// SYSTEM\CurrentControlSet\Control\Nls\CodePage, and in 1252 where that is missing or none.
 cvn::String ReadString(cvn::StringView section, cvn::StringView key, cvn::StringView fallback,
                        std::size_t capacity, cvn::StringView path);
 

@@ -118,7 +118,8 @@ constinit const CommandFamily kIniFamily = {
         uR"md(
 Case doesn't count, and of several sections or keys of one name the first does. The rest of the file stays as it is. A
 file with the mark of UTF-16LE keeps that; any other is ANSI: a character that the code page lacks is written as the
-nearest one, or `?`. On Linux the code page is always windows-1252.
+nearest one, or `?`. On Linux it is the machine's own code page, by `ACP` of `Control\Nls\CodePage` in its hive `SYSTEM`,
+and windows-1252 where there is none.
 )md",
     .commands = kCommands,
 };

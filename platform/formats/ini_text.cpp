@@ -137,4 +137,15 @@ Edit EditForValue(cvn::StringView text, cvn::StringView section, cvn::StringView
   return edit;
 }
 
+std::size_t ByteOffset(std::string_view bytes, cvn::StringView text, std::size_t offset) {
+  constexpr std::string_view kByteEnds = "\r\n";
+  const auto isEnd = [](char16_t unit) { return kLineEnd.find(unit) != cvn::StringView::npos; };
+  const cvn::StringView before = text.substr(0, offset);
+  std::size_t at = 0;
+  for (auto ends = std::count_if(before.begin(), before.end(), isEnd); ends > 0; --ends) {
+    at = bytes.find_first_of(kByteEnds, at) + 1;
+  }
+  return EndsInLineEnd(before) ? at : std::min(bytes.find_first_of(kByteEnds, at), bytes.size());
+}
+
 }  // namespace platform::posix

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "support/string.h"
 
@@ -19,7 +20,7 @@ namespace platform::posix {
 std::optional<cvn::StringView> FindValue(cvn::StringView text, cvn::StringView section,
                                          cvn::StringView key);
 
-// A piece of a text to be replaced.
+// A piece of a text to be replaced. Both its ends are the beginning or the end of a line's content.
 struct Edit {
   std::size_t offset;
   std::size_t length;
@@ -31,5 +32,9 @@ struct Edit {
 // is not blank; a new section stands at the end of the text.
 Edit EditForValue(cvn::StringView text, cvn::StringView section, cvn::StringView key,
                   cvn::StringView value);
+
+// Where an end of an edit of `text` is in the bytes that were decoded to it, whatever their code
+// page, as long as line ends are bytes of their own in it.
+std::size_t ByteOffset(std::string_view bytes, cvn::StringView text, std::size_t offset);
 
 }  // namespace platform::posix

@@ -6,7 +6,9 @@
 
 #include <vector>
 
+#include "platform/formats/ini_text.h"
 #include "platform/formats/wildcards.h"
+#include "platform/linux/code_page.h"
 #include "tests/platform/host_folder.h"
 #include "tests/platform/private_mount.h"
 
@@ -333,6 +335,61 @@ TEST_F(OfflineFiles, ProcessesAgreeOnSharing) {
   EXPECT_EQ(runElsewhere(kHeld), 0);
   reader.Close();
   EXPECT_EQ(runElsewhere(kFree), 0);
+}
+
+TEST(CodePages, AreThoseOfWindows) {
+  struct Case {
+    std::uint32_t page;
+    std::string_view bytes;
+    cvn::StringView text;
+    cvn::StringView lacking;  // in the page
+    std::string_view fits;
+  };
+  constexpr Case kCases[] = {
+      {0, "\x80\x81\xFF", u"\u20AC\u0081\u00FF", u"\u0142\u03B1\uFF21\u4E2D", "laA?"},
+      {874, "\xA1\x80\x90\xFC", u"\u0E01\u20AC\u0090\uF8C5", u"\u00E9\uFF21", "?A"},
+      {1250, "\xB3\x88\xE1", u"\u0142\u0088\u00E1", u"\u00E0\u00BD\u03B1", "a??"},
+      {1251, "\xC6\x98\xFF", u"\u0416\u0098\u044F", u"\u00ED\u017E\u0110\u4E2D", "iz??"},
+      {1255, "\xCA\xD9\xE0\xFF", u"\u05BA\uF88D\u05D0\uF896", u"\u00E9\U0001F600", "???"},
+      {1258, "a\xEC\xFE", u"a\u0301\u20AB", u"\u1EA5", "?"},
+      {932, "\x83\x5C\xB1\xA0\xFF", u"\u30BD\uFF71\uF8F0\uF8F3", u"\uAC00", "?"},
+      {936, "\xD6\xD0\x80\xFF", u"\u4E2D\u20AC\uF8F5", u"\U0001F600", "??"},
+      {949, "\xB0\xA1\x80", u"\uAC00\u0080", u"\u0E01", "?"},
+      {950, "\xA4\xA4\xFF", u"\u4E2D\uF8F8", u"\u0E01", "?"},
+      {65001, "\xE4\xB8\xAD\xF0\x9F\x98\x80", u"\u4E2D\U0001F600", u"", ""},
+  };
+  for (const auto& [number, bytes, text, lacking, fits] : kCases) {
+    const posix::CodePage page(number);
+    EXPECT_EQ(Utf8(page.Decode(bytes)), Utf8(text)) << number;
+    EXPECT_EQ(page.Encode(text), bytes) << number;
+    EXPECT_EQ(page.Encode(lacking), fits) << number;
+  }
+  // What isn't whole takes no line end and no '=' with it.
+  for (const std::uint32_t number : {932U, 936U, 949U, 950U, 65001U}) {
+    const std::u16string text = posix::CodePage(number).Decode("\x85=\x85\r\n\x85");
+    EXPECT_EQ(text.size(), 6U) << number;
+    EXPECT_EQ(text.substr(3, 2), u"\r\n") << number;
+    EXPECT_EQ(text[1], u'=') << number;
+  }
+}
+
+// No edit changes the bytes around it, though they are no characters.
+TEST(CodePages, EditsFindTheirBytes) {
+  const std::string bytes = "\xE4\r\n[\xE4\xB8\xAD@]\r\n\n;\xFF\xE4\r\nk=\xE4\xB8\xAD\nj=\x80";
+  const std::string after = "\xE4\r\n[\xE4\xB8\xAD@]\r\n\n;\xFF\xE4\r\nk=v\nj=\x80";
+  for (const std::uint32_t number : {1252U, 932U, 950U, 65001U}) {
+    const posix::CodePage page(number);
+    const std::u16string text = page.Decode(bytes);
+    const std::u16string section = page.Decode("\xE4\xB8\xAD@");
+    const posix::Edit edit = posix::EditForValue(text, section, u"K", u"v");
+    const std::size_t start = posix::ByteOffset(bytes, text, edit.offset);
+    const std::size_t end = posix::ByteOffset(bytes, text, edit.offset + edit.length);
+    std::string edited = bytes;
+    edited.replace(start, end - start, page.Encode(edit.replacement));
+    EXPECT_EQ(edited, after) << number;
+    const posix::Edit added = posix::EditForValue(text, u"new", u"k", u"v");
+    EXPECT_EQ(posix::ByteOffset(bytes, text, added.offset), bytes.size()) << number;
+  }
 }
 
 }  // namespace

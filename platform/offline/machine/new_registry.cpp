@@ -82,6 +82,8 @@ constexpr Entry kSystem[] = {
     {CONTROL u"\\IDConfigDB", u"CurrentConfig", kTypeDword, {}, 1},
     {CONTROL u"\\IDConfigDB\\Hardware Profiles\\0001", u"FriendlyName", kTypeString,
      u"New Hardware Profile"},
+    {CONTROL u"\\Nls\\CodePage", u"ACP", kTypeString, u"1252"},
+    {CONTROL u"\\Nls\\CodePage", u"OEMCP", kTypeString, u"437"},
     {CONTROL u"\\Session Manager", u"ProtectionMode", kTypeDword, {}, 1},
     {CONTROL u"\\Session Manager\\Environment", u"ComSpec", kTypeExpandString,
      u"%SystemRoot%\\system32\\cmd.exe"},

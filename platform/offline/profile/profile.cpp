@@ -7,12 +7,14 @@
 #include <string>
 #include <utility>
 
-#include "platform/formats/code_page.h"
 #include "platform/formats/ini_text.h"
 #include "platform/formats/names.h"
+#include "platform/linux/code_page.h"
 #include "platform/linux/error_map.h"
+#include "platform/offline/registry/registry.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/whole_file.h"
+#include "support/numbers.h"
 
 namespace platform::profile {
 namespace {
@@ -24,14 +26,22 @@ using posix::UpToZero;
 // mark to Windows but the beginning of the first line.
 constexpr std::string_view kWideMark = "\xFF\xFE";
 
-// The bytes of a file and their text, one code unit for each byte or pair of bytes: an edit of the
-// text leaves the bytes around it as they are.
+// The machine's code page, read once, as Windows does when it starts.
+const posix::CodePage& AnsiCodePage() {
+  static const posix::CodePage page(static_cast<std::uint32_t>(
+      cvn::ReadInt32(posix::ReadText(registry::Root::LocalMachine,
+                                     u"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", u"ACP")
+                         .value_or(std::u16string()))));
+  return page;
+}
+
+// The bytes of a file and their text: an edit of the text leaves the bytes around it as they are.
 class Content {
  public:
   explicit Content(std::string bytes)
       : bytes_(std::move(bytes)), isWide_(bytes_.starts_with(kWideMark)) {
     if (!isWide_) {
-      text_ = posix::DecodeAnsi(bytes_);
+      text_ = AnsiCodePage().Decode(bytes_);
       return;
     }
     text_.reserve(bytes_.size() / 2);
@@ -54,7 +64,9 @@ class Content {
       }
       bytes_.replace(kWideMark.size() + 2 * edit.offset, 2 * edit.length, replacement);
     } else {
-      bytes_.replace(edit.offset, edit.length, posix::EncodeAnsi(edit.replacement));
+      const std::size_t start = posix::ByteOffset(bytes_, text_, edit.offset);
+      const std::size_t end = posix::ByteOffset(bytes_, text_, edit.offset + edit.length);
+      bytes_.replace(start, end - start, AnsiCodePage().Encode(edit.replacement));
     }
     return std::move(bytes_);
   }

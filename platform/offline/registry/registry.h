@@ -1,19 +1,26 @@
 // What the registry offers to the other parts of the offline platform, beyond platform/registry.h,
-// platform/services.h and platform/version.h: hives for a machine that is being made.
+// platform/services.h and platform/version.h: texts in it, and hives for a machine that is being
+// made.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "platform/error.h"
 #include "platform/formats/hive_image.h"
 #include "platform/offline/volume/volume.h"
+#include "platform/registry.h"
 #include "support/string.h"
 
 namespace platform::posix {
+
+// The text of a value, as it is stored. Nothing when there is none, or one that isn't text.
+std::optional<std::u16string> ReadText(registry::Root root, cvn::StringView path,
+                                       cvn::StringView name);
 
 class NewHiveBytes;
 

@@ -43,4 +43,7 @@ struct ValueData {
   }
 };
 
+// One without a type after a failure.
+Code ReadValue(registry::Root root, cvn::StringView path, cvn::StringView name, ValueData* value);
+
 }  // namespace platform::posix

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/offline/registry/registry.h"
 #include "platform/offline/registry/registry_values.h"
 #include "platform/registry.h"
 #include "support/numbers.h"
@@ -20,18 +21,12 @@ constexpr cvn::StringView kEnvironment =
 
 using Numbers = std::pair<std::uint32_t, std::uint32_t>;  // major and minor
 
-// A value of the machine; one without a type after a failure.
 Code Read(cvn::StringView path, cvn::StringView name, ValueData* value) {
-  *value = {};
-  registry::Key key;
-  const registry::Key root(registry::Root::LocalMachine);
-  const Code code = registry::OpenKey(root, path, registry::kQueryValue, &key);
-  return code == kSuccess ? registry::QueryValue(key, name, &value->type, &value->bytes) : code;
+  return posix::ReadValue(registry::Root::LocalMachine, path, name, value);
 }
 
 std::optional<std::u16string> ReadText(cvn::StringView path, cvn::StringView name) {
-  ValueData value;
-  return Read(path, name, &value) == kSuccess ? value.Text() : std::nullopt;
+  return posix::ReadText(registry::Root::LocalMachine, path, name);
 }
 
 std::uint32_t ReadNumber(cvn::StringView digits) {

@@ -1,0 +1,20 @@
+#include "platform/offline/registry/registry_values.h"
+
+#include "platform/offline/registry/registry.h"
+
+namespace platform::posix {
+
+Code ReadValue(registry::Root root, cvn::StringView path, cvn::StringView name, ValueData* value) {
+  *value = {};
+  registry::Key key;
+  const Code code = registry::OpenKey(registry::Key(root), path, registry::kQueryValue, &key);
+  return code == kSuccess ? registry::QueryValue(key, name, &value->type, &value->bytes) : code;
+}
+
+std::optional<std::u16string> ReadText(registry::Root root, cvn::StringView path,
+                                       cvn::StringView name) {
+  ValueData value;
+  return ReadValue(root, path, name, &value) == kSuccess ? value.Text() : std::nullopt;
+}
+
+}  // namespace platform::posix
