@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "commands/documents/xml_check.h"
 #include "commands/documents/xml_marks.h"
@@ -56,13 +57,9 @@ bool TakeZerosOff(std::string* text) {
 }
 
 // Whether TinyXML made of a text what another parser makes of it, which takes no U+007F in a name.
-bool IsReadRight(const std::string& text, const TiXmlDocument& document) {
-  if (text.find('\x7F') == std::string::npos) {
-    return HasSameXml(text, document);
-  }
-  std::string marked = text;
-  std::ranges::replace(marked, '\x7F', kDeleteMark);
-  return HasSameXml(marked, document);
+bool IsReadRight(std::string text, const TiXmlDocument& document) {
+  std::ranges::replace(text, '\x7F', kDeleteMark);
+  return HasSameXml(std::move(text), document);
 }
 
 // CR LF and a lone CR become LF.
@@ -137,7 +134,7 @@ bool CCVNTinyXml::Load(cvn::StringView path) {
   }
   document_.SetTabSize(0);  // nobody asks for rows and columns
   document_.Parse(shielded.text.c_str(), nullptr, TIXML_ENCODING_UTF8);
-  const bool isComplete = !document_.Error() && IsReadRight(shielded.text, document_);
+  const bool isComplete = !document_.Error() && IsReadRight(std::move(shielded.text), document_);
   RestoreKept(shielded, &document_);
   return isComplete;
 }
@@ -154,9 +151,8 @@ bool CCVNTinyXml::Save(cvn::StringView path) {
 
 bool CCVNTinyXml::IsWholeDocument(const std::string& text) const {
   const TiXmlElement* root = document_.RootElement();
-  ShieldedXml shielded;
   return root != nullptr && root->NextSiblingElement() == nullptr &&
-         ShieldXml(text, XmlPart::Document, &shielded) && HasSameXml(text, document_);
+         IsShieldableXml(text, XmlPart::Document) && HasSameXml(text, document_);
 }
 
 TiXmlElement* CCVNTinyXml::ParseElement(cvn::StringView text, TiXmlDocument* document) {
@@ -169,7 +165,7 @@ TiXmlElement* CCVNTinyXml::ParseElement(cvn::StringView text, TiXmlDocument* doc
   }
   TiXmlElement* element = document->RootElement();
   shielded.text.resize(shielded.size);
-  if (element == nullptr || !HasSameXml(shielded.text, *element)) {
+  if (element == nullptr || !HasSameXml(std::move(shielded.text), *element)) {
     return nullptr;
   }
   RestoreKept(shielded, document);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands/documents/xml_marks.h"
+#include "commands/documents/xml_name.h"
 
 namespace tessel {
 namespace {
@@ -15,13 +16,11 @@ constexpr unsigned kParseOptions = pugi::parse_fragment | pugi::parse_escapes |
                                    pugi::parse_comments | pugi::parse_cdata | pugi::parse_pi |
                                    pugi::parse_doctype | pugi::parse_declaration;
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-
 // Without blanks at both ends, and with one for several in a row.
 std::string Condensed(std::string_view text) {
   std::string condensed;
   for (const char c : text) {
-    if (!IsBlank(c)) {
+    if (!IsXmlBlank(c)) {
       condensed.append(1, c);
     } else if (!condensed.empty() && condensed.back() != ' ') {
       condensed.append(1, ' ');
@@ -176,21 +175,22 @@ class Comparison {
   std::vector<Place> places_;
 };
 
-bool Parse(std::string_view text, pugi::xml_document* parsed) {
+// What is parsed stands in `text`.
+bool Parse(std::string* text, pugi::xml_document* parsed) {
   return static_cast<bool>(
-      parsed->load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_utf8));
+      parsed->load_buffer_inplace(text->data(), text->size(), kParseOptions, pugi::encoding_utf8));
 }
 
 }  // namespace
 
-bool HasSameXml(std::string_view text, const TiXmlDocument& document) {
+bool HasSameXml(std::string text, const TiXmlDocument& document) {
   pugi::xml_document parsed;
-  return Parse(text, &parsed) && Comparison().Documents(document, parsed);
+  return Parse(&text, &parsed) && Comparison().Documents(document, parsed);
 }
 
-bool HasSameXml(std::string_view text, const TiXmlElement& element) {
+bool HasSameXml(std::string text, const TiXmlElement& element) {
   pugi::xml_document parsed;
-  return Parse(text, &parsed) && Comparison().Elements(element, parsed.document_element());
+  return Parse(&text, &parsed) && Comparison().Elements(element, parsed.document_element());
 }
 
 }  // namespace tessel

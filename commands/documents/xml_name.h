@@ -1,9 +1,15 @@
-// Names in XML.
+// The bytes of which XML is made: blanks, and names.
 #pragma once
+
+#include <string_view>
 
 #include "support/string.h"
 
 namespace tessel {
+
+inline constexpr std::string_view kXmlBlanks = " \t\n\r";
+
+constexpr bool IsXmlBlank(char c) { return kXmlBlanks.find(c) != std::string_view::npos; }
 
 // Whether a byte of UTF-8 may begin a name, or stand in one, for TinyXML: any beyond ASCII may, and
 // U+007F.

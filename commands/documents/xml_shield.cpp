@@ -1,13 +1,11 @@
 #include "commands/documents/xml_shield.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstdint>
-#include <functional>
-#include <set>
 #include <utility>
 
+#include "commands/documents/xml_entities.h"
 #include "commands/documents/xml_marks.h"
 #include "commands/documents/xml_name.h"
 #include "support/utf.h"
@@ -15,61 +13,17 @@
 namespace tessel {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\n\r";
 constexpr std::string_view kSectionStart = "<![CDATA[";
 constexpr std::string_view kSectionEnd = "]]>";
 constexpr std::string_view kNoBreakSpace = "\xEF\xBB\xBF";
 constexpr char kSpecialLead = '\xEF';
 
-bool IsBlank(char c) { return kBlanks.find(c) != std::string_view::npos; }
-
 constexpr bool IsHighSurrogate(std::uint32_t code) { return code >= 0xD800 && code < 0xDC00; }
 constexpr bool IsLowSurrogate(std::uint32_t code) { return code >= 0xDC00 && code < 0xE000; }
 
-// The entities that a document type declares.
-class Entities {
- public:
-  // Reads a document type from its "<!DOCTYPE" up to its '>'.
-  void Declare(std::string_view type) {
-    const std::size_t subset = std::min(type.find('['), type.size());
-    const std::string_view head = type.substr(0, std::min(type.find_first_of("\"'"), subset));
-    // What lies in another file isn't read.
-    isOpen_ = head.find("SYSTEM") != std::string_view::npos ||
-              head.find("PUBLIC") != std::string_view::npos;
-    std::size_t at = subset;
-    while ((at = type.find_first_of("<%", at)) != std::string_view::npos) {
-      if (type[at] == '%') {
-        isOpen_ = isOpen_ || (at + 1 < type.size() && StartsXmlName(type[at + 1]));
-        ++at;
-      } else if (type.substr(at).starts_with("<!--")) {
-        at = std::min(type.find("-->", at), type.size());
-      } else if (type.substr(at).starts_with("<!ENTITY")) {
-        at = AddName(type, at + 8);
-      } else {
-        ++at;
-      }
-    }
-  }
-
-  bool MayHave(std::string_view name) const { return isOpen_ || names_.contains(name); }
-
- private:
-  std::size_t AddName(std::string_view type, std::size_t at) {
-    const std::size_t start = std::min(type.find_first_not_of(kBlanks, at), type.size());
-    std::size_t end = start;
-    while (end < type.size() && IsInXmlName(type[end])) {
-      ++end;
-    }
-    names_.emplace(type.substr(start, end - start));
-    return end;
-  }
-
-  bool isOpen_ = false;
-  std::set<std::string, std::less<>> names_;
-};
-
 class Shielder {
  public:
+  // Without `out`, nothing is made.
   Shielder(std::string_view text, XmlPart part, ShieldedXml* out)
       : text_(text), part_(part), out_(out) {}
 
@@ -81,9 +35,9 @@ class Shielder {
       }
     }
     // Behind an element, and where an element isn't closed, the parser decides.
-    out_->size = (elementEnd_ == 0 ? text_.size() : elementEnd_) + grown_;
-    if (copied_ != 0) {
-      out_->text.append(text_.substr(copied_));
+    if (out_ != nullptr) {
+      out_->size = (elementEnd_ == 0 ? text_.size() : elementEnd_) + grown_;
+      out_->text.append(text_.substr(copied_ == 0 ? text_.size() : copied_));
     }
     return true;
   }
@@ -101,6 +55,9 @@ class Shielder {
 
   // Puts something in the place of what lies between `from` and `to`.
   void Replace(std::size_t from, std::size_t to, std::string_view by) {
+    if (out_ == nullptr) {
+      return;
+    }
     out_->text.append(text_.substr(copied_, from - copied_)).append(by);
     grown_ += by.size() - (to - from);  // wraps where it shrinks
     copied_ = to;
@@ -143,13 +100,15 @@ class Shielder {
     }
     // It stands at the start, and the parser finds nothing to replace in it.
     const std::string_view words = text_.substr(target, at_ - 2 - target);
-    return start == text_.find_first_not_of(kBlanks) &&
+    return start == text_.find_first_not_of(kXmlBlanks) &&
            words.find_first_of("&<>?") == std::string_view::npos;
   }
 
   bool Keep(std::size_t start) {
-    out_->kept.emplace_back(text_.substr(start + 1, at_ - start - 2));
-    Replace(start, at_, "<?kept?>");
+    if (out_ != nullptr) {
+      out_->kept.emplace_back(text_.substr(start + 1, at_ - start - 2));
+      Replace(start, at_, "<?kept?>");
+    }
     return true;
   }
 
@@ -222,7 +181,7 @@ class Shielder {
     if (depth_ != 0) {
       return Characters('<', Where::Text) || at_ == text_.size();
     }
-    at_ = std::min(text_.find_first_not_of(kBlanks, at_), text_.size());
+    at_ = std::min(text_.find_first_not_of(kXmlBlanks, at_), text_.size());
     return at_ == text_.size() || text_[at_] == '<';
   }
 
@@ -284,7 +243,7 @@ class Shielder {
       Replace(start, at_ + 1, cvn::WideToUtf8({pair, 2}));
       return true;
     }
-    if (where == Where::Text && code < 0x80 && IsBlank(static_cast<char>(code))) {
+    if (where == Where::Text && code < 0x80 && IsXmlBlank(static_cast<char>(code))) {
       for (const XmlMark& mark : kXmlMarks) {
         if (mark.plain.size() == 1 && mark.plain[0] == static_cast<char>(code)) {
           Replace(start, at_ + 1, {&mark.mark, 1});
@@ -309,7 +268,7 @@ class Shielder {
   std::string_view text_;
   XmlPart part_;
   ShieldedXml* out_;
-  Entities entities_;
+  XmlEntities entities_;
   std::size_t at_ = 0;
   std::size_t copied_ = 0;  // what lies before is in the result
   std::size_t grown_ = 0;   // by which the result is longer
@@ -339,6 +298,10 @@ bool ShieldXml(std::string text, XmlPart part, ShieldedXml* shielded) {
     shielded->text = std::move(text);
   }
   return true;
+}
+
+bool IsShieldableXml(std::string_view text, XmlPart part) {
+  return Shielder(text, part, nullptr).Run();
 }
 
 void RestoreKept(const ShieldedXml& shielded, TiXmlDocument* document) {

@@ -28,6 +28,9 @@ struct ShieldedXml {
 // well-formed otherwise is for the parsers to say.
 bool ShieldXml(std::string text, XmlPart part, ShieldedXml* shielded);
 
+// Whether ShieldXml would take `text`.
+bool IsShieldableXml(std::string_view text, XmlPart part);
+
 // Puts the pieces into the tree that the shielded text gave.
 void RestoreKept(const ShieldedXml& shielded, TiXmlDocument* document);
 
