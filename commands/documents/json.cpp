@@ -527,6 +527,7 @@ What a save changes:
 - Texts. Characters beyond ASCII become `\u` with their code, and `\/` becomes `/`.
 - Comments. They move along with the value in front of them on its line, or else with the one behind them; those that are
   alone in `{}`, or belong to a member that goes, are lost, and one alone in `[]` makes `jsonOpen` fail.
+- What isn't read. A text behind the document's value, and all behind a zero or a Ctrl+Z, is lost.
 - The encoding, to UTF-8 with a byte-order mark and CR LF. Bytes that aren't UTF-8 become U+FFFD.
 )md",
     .commands = kCommands,
