@@ -57,6 +57,8 @@ cvn::String DescribeCode(platform::Code code) {
       return u"another program uses it";
     case platform::kWriteProtect:
       return u"the disk is write-protected";
+    case platform::kBrokenPipe:
+      return u"nobody reads it any more";
     case platform::kDiskFull:
       return u"the disk is full";
     case platform::kInvalidName:

@@ -36,6 +36,12 @@ constexpr OperandSpec kOperands[] = {
     {u"PATCH", true, u"The patch file, or a folder with one"},
 };
 
+cvn::String FaultOf(const Options& options) {
+  return options.Operand(0) == u"-"
+             ? cvn::String(u"PATCH can't be standard input: a patch is judged by where it lies")
+             : cvn::String();
+}
+
 // The path of the patch: of the only one in a folder, and a full one. The exit code of a failure
 // that it told.
 int FindPatch(cvn::StringView operand, cvn::String* patch) {
@@ -200,6 +206,7 @@ const CommandSpec kVerifyCommand = {
     kOptions,
     Verify,
     kOperands,
+    FaultOf,
 };
 
 }  // namespace tlx
