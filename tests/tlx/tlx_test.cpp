@@ -244,7 +244,7 @@ TEST_F(TlxTest, ADashIsAStandardStream) {
 
 TEST_F(TlxTest, EventsAreOneObjectInOneLine) {
   const std::string event =
-      R"({"data":{"fields":{"event_name":"n","event_time":1,"exit_code":0}}})";
+      R"({"data":{"fields":{"event_name":"n\\\"-","event_time":1,"exit_code":-10,"x":[-1.5e+300]}}})";
   for (const std::string& good : {event, event + "\n"}) {
     WriteFile(In("e"), good);
     EXPECT_EQ(Tlx({"events", "--json", folder_}).out, event + "\n");
@@ -254,6 +254,10 @@ TEST_F(TlxTest, EventsAreOneObjectInOneLine) {
                              event + " x",
                              event + event,
                              "// c\n" + event,
+                             event + std::string("\0x", 2),
+                             "\xEF\xBB\xBF" + event,
+                             R"({"data":{"fields":{"event_name":"n","exit_code":01}}})",
+                             R"({"data":{"fields":{"event_name":"n","exit_code":1.e}}})",
                              R"({"data":{"fields":{"event_name":"a","event_name":"b"}}})",
                              "{\"data\":{\"fields\":{\"event_name\":\"\xFF\"}}}"};
   for (const std::string& text : bad) {
@@ -320,6 +324,7 @@ TEST_F(TlxTest, UsageGoesWhereItWasAskedFor) {
       {2, {"bake"}, "tlx: error: unknown command 'bake'\nUsage: tlx COMMAND"},
       {2, {"machine", "mend"}, "tlx: error: unknown command 'machine mend'\n"},
       {2, {"lint"}, "tlx: error: "},
+      {2, {"verify", "-"}, "tlx: error: PATCH can't be standard input"},
       {2, {}, "Usage: tlx COMMAND"},
       {0, {"-h"}, "Usage: tlx COMMAND"},
       {0, {"--version"}, "tlx " TESSEL_VERSION_TEXT "\n"},

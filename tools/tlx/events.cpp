@@ -7,7 +7,6 @@
 #include "platform/streams.h"
 #include "support/format.h"
 #include "support/utf.h"
-#include "telemetry/event_envelope.h"
 #include "telemetry/event_spool.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/machine_text.h"
@@ -64,11 +63,7 @@ void PrintTable(const cvn::List<SpooledEvent>& events) {
 
 void PrintLines(const cvn::List<SpooledEvent>& events) {
   for (const SpooledEvent& event : events) {
-    cvn::String line = cvn::Utf8ToWide(tessel::PrintLine(event.document));
-    if (line.AsView().ends_with(u'\n')) {
-      line = line.AsView().substr(0, line.Length() - 1);
-    }
-    platform::streams::WriteLine(Output::Out, line);
+    platform::streams::WriteLine(Output::Out, cvn::Utf8ToWide(event.line));
   }
 }
 

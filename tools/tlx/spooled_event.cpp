@@ -1,11 +1,13 @@
 #include "tools/tlx/spooled_event.h"
 
 #include <json/reader.h>
+#include <json/value.h>
 
 #include <algorithm>
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/file_search.h"
@@ -19,18 +21,67 @@ namespace {
 
 namespace files = platform::files;
 
+bool IsJsonNumber(std::string_view text) {
+  const auto skipDigits = [&text] {
+    const std::size_t count = std::min(text.find_first_not_of("0123456789"), text.size());
+    text.remove_prefix(count);
+    return count;
+  };
+  text.remove_prefix(text.starts_with('-') ? 1 : 0);
+  const bool hasZero = text.starts_with('0');
+  const std::size_t digits = skipDigits();
+  bool isNumber = digits == 1 || (digits > 1 && !hasZero);
+  if (text.starts_with('.')) {
+    text.remove_prefix(1);
+    isNumber = skipDigits() != 0 && isNumber;
+  }
+  if (text.starts_with('e') || text.starts_with('E')) {
+    text.remove_prefix(1);
+    text.remove_prefix(text.starts_with('+') || text.starts_with('-') ? 1 : 0);
+    isNumber = skipDigits() != 0 && isNumber;
+  }
+  return isNumber && text.empty();
+}
+
+// Whether a line is free of what JsonCpp takes and JSON has not: a zero, at which it stops reading,
+// other control characters, a mark at the start, numbers in forms of their own.
+bool HasJsonTokens(std::string_view line) {
+  bool isInText = false;
+  for (std::size_t at = 0; at < line.size(); ++at) {
+    const char c = line[at];
+    const bool isControl = static_cast<unsigned char>(c) < 0x20;
+    if (isInText) {
+      at += c == '\\' ? 1 : 0;
+      isInText = c != '"';
+      if (isControl) {
+        return false;
+      }
+    } else if (c == '-' || c == '+' || c == '.' || (c >= '0' && c <= '9')) {
+      const std::size_t end = std::min(line.find_first_not_of("+-.0123456789eE", at), line.size());
+      if (!IsJsonNumber(line.substr(at, end - at))) {
+        return false;
+      }
+      at = end - 1;
+    } else if ((isControl && c != '\t') || static_cast<unsigned char>(c) >= 0x7F) {
+      return false;
+    } else {
+      isInText = c == '"';
+    }
+  }
+  return true;
+}
+
 // An event is one line, and whoever takes it in must find in it what is shown here: no parser may
 // have a choice between two members, or leave something out.
-bool Parse(const std::string& text, Json::Value* document) {
-  const std::size_t end = text.find_first_of("\r\n");
-  if ((end != std::string::npos && end != text.size() - 1) || !cvn::IsValidUtf8(text)) {
+bool Parse(std::string_view line, Json::Value* document) {
+  if (!cvn::IsValidUtf8(line) || !HasJsonTokens(line)) {
     return false;
   }
   Json::CharReaderBuilder rules;
   Json::CharReaderBuilder::strictMode(&rules.settings_);
   try {
     const std::unique_ptr<Json::CharReader> reader(rules.newCharReader());
-    return reader->parse(text.data(), text.data() + text.size(), document, nullptr) &&
+    return reader->parse(line.data(), line.data() + line.size(), document, nullptr) &&
            document->isObject();
   } catch (const std::exception&) {  // nests too deep
     return false;
@@ -67,16 +118,17 @@ bool Describe(const Json::Value& document, SpooledEvent* event) {
 
 // What is wrong with a file; empty when it is an event.
 cvn::String ReadEvent(cvn::StringView path, SpooledEvent* event) {
-  std::string text;
-  const platform::Code code = platform::ReadWholeFile(path, &text);
+  const platform::Code code = platform::ReadWholeFile(path, &event->line);
   if (code != platform::kSuccess) {
     return DescribeCode(code);
   }
-  if (!Parse(text, &event->document)) {
+  event->line.resize(event->line.size() - (event->line.ends_with('\n') ? 1 : 0));
+  Json::Value document;
+  if (!Parse(event->line, &document)) {
     return u"it is not one JSON object in one line of UTF-8";
   }
-  const bool hasData = event->document["data"].isObject();
-  return hasData && Describe(event->document, event) ? cvn::String() : u"it holds no event";
+  return document["data"].isObject() && Describe(document, event) ? cvn::String()
+                                                                  : u"it holds no event";
 }
 
 bool IsEventFile(const files::SearchEntry& entry) {

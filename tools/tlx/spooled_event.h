@@ -1,9 +1,8 @@
 // Events as they lie in the spool folder.
 #pragma once
 
-#include <json/value.h>
-
 #include <cstdint>
+#include <string>
 
 #include "platform/error.h"
 #include "support/containers.h"
@@ -17,7 +16,7 @@ struct SpooledEvent {
   cvn::String patchId;
   cvn::String reason;
   std::int64_t code = 0;
-  Json::Value document;  // the whole file
+  std::string line;  // the whole file, without the line feed at its end
 };
 
 // A file of the folder that is no event.
