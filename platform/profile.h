@@ -13,7 +13,9 @@ namespace platform::profile {
 // missing. Blanks around a value and one pair of quotes around it don't count. A path without a
 // folder means a file in the Windows folder. A file that doesn't begin with the mark of UTF-16LE is
 // in the system's ANSI code page; on Linux in the machine's, by the value ACP of
-// SYSTEM\CurrentControlSet\Control\Nls\CodePage, and in 1252 where that is missing or none.
+// SYSTEM\CurrentControlSet\Control\Nls\CodePage, and in 1252 where that is missing or none. What
+// IniFileMapping maps is in the registry; on Linux by the machine's own mappings, of which only
+// those to text are read.
 cvn::String ReadString(cvn::StringView section, cvn::StringView key, cvn::StringView fallback,
                        std::size_t capacity, cvn::StringView path);
 

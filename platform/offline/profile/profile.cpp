@@ -1,5 +1,3 @@
-// The calls of Windows by which system files such as win.ini lead to the registry (IniFileMapping)
-// have no counterpart here: every file is a file.
 #include "platform/profile.h"
 
 #include <sys/stat.h>
@@ -11,6 +9,7 @@
 #include "platform/formats/names.h"
 #include "platform/linux/code_page.h"
 #include "platform/linux/error_map.h"
+#include "platform/offline/profile/ini_mapping.h"
 #include "platform/offline/registry/registry.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/whole_file.h"
@@ -111,28 +110,19 @@ cvn::StringView WithoutQuotes(cvn::StringView value) {
   return isQuoted ? value.substr(1, value.size() - 2) : value;
 }
 
-}  // namespace
-
-cvn::String ReadString(cvn::StringView section, cvn::StringView key, cvn::StringView fallback,
-                       std::size_t capacity, cvn::StringView path) {
-  const Code lastError = LastError();
+// The value as it stands in the file.
+std::optional<cvn::String> ReadFromFile(cvn::StringView section, cvn::StringView key,
+                                        cvn::StringView path) {
   std::string bytes;
-  const bool isRead = ReadWholeFile(PathOf(path), &bytes) == kSuccess;
-  SetLastError(lastError);
-  const Content content(isRead ? std::move(bytes) : std::string());
-  const std::optional<cvn::StringView> found =
-      posix::FindValue(content.Text(), UpToZero(section), UpToZero(key));
-  cvn::StringView value;
-  if (found) {
-    value = WithoutQuotes(*found);
-  } else {
-    value = UpToZero(fallback);
-    value = value.substr(0, value.find_last_not_of(u' ') + 1);
+  if (ReadWholeFile(PathOf(path), &bytes) != kSuccess) {
+    return std::nullopt;
   }
-  return UpToZero(value.substr(0, capacity - 1));
+  const Content content(std::move(bytes));
+  const std::optional<cvn::StringView> found = posix::FindValue(content.Text(), section, key);
+  return found ? std::optional(cvn::String(*found)) : std::nullopt;
 }
 
-Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView value,
+Code WriteToFile(cvn::StringView section, cvn::StringView key, cvn::StringView value,
                  cvn::StringView path) {
   HostPath old;
   const Code found = Locate(PathOf(path), &old);
@@ -149,11 +139,46 @@ Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView v
     return code;
   }
   Content content(std::move(bytes));
-  const posix::Edit edit =
-      posix::EditForValue(content.Text(), UpToZero(section), UpToZero(key), UpToZero(value));
+  const posix::Edit edit = posix::EditForValue(content.Text(), section, key, value);
   OutputFile output(place);
   code = output.Write(std::move(content).Edited(edit), OutputFile::Readers::Anybody);
   return code == kSuccess ? output.Commit() : code;
+}
+
+}  // namespace
+
+cvn::String ReadString(cvn::StringView section, cvn::StringView key, cvn::StringView fallback,
+                       std::size_t capacity, cvn::StringView path) {
+  section = UpToZero(section);
+  key = UpToZero(key);
+  const Code lastError = LastError();
+  const auto mapping = posix::FindIniMapping(UpToZero(path), section, key);
+  std::optional<cvn::String> found = mapping ? posix::ReadMapped(*mapping, key) : std::nullopt;
+  if (!found && !(mapping && mapping->hidesFile)) {
+    found = ReadFromFile(section, key, path);
+  }
+  SetLastError(lastError);
+  cvn::StringView value;
+  if (found) {
+    value = WithoutQuotes(*found);
+  } else {
+    value = UpToZero(fallback);
+    value = value.substr(0, value.find_last_not_of(u' ') + 1);
+  }
+  return UpToZero(value.substr(0, capacity - 1));
+}
+
+Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView value,
+                 cvn::StringView path) {
+  section = UpToZero(section);
+  key = UpToZero(key);
+  value = UpToZero(value);
+  const auto mapping = posix::FindIniMapping(UpToZero(path), section, key);
+  const Code code = mapping ? posix::WriteMapped(*mapping, key, value) : kSuccess;
+  if (code != kSuccess) {
+    return posix::Fail(code);
+  }
+  return mapping && !mapping->writesToFile ? kSuccess : WriteToFile(section, key, value, path);
 }
 
 }  // namespace platform::profile
