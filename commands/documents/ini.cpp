@@ -118,7 +118,7 @@ constinit const CommandFamily kIniFamily = {
         uR"md(
 Case doesn't count, and of several sections or keys of one name the first does. The rest of the file stays as it is. A
 file with the mark of UTF-16LE keeps that; any other is ANSI: a character that the code page lacks is written as the
-nearest one, or `?`. On Linux it is the machine's own code page, by `ACP` of `Control\Nls\CodePage` in its hive `SYSTEM`,
+nearest one, or `?`. On Linux it is the machine's own code page (`ACP` of `Control\Nls\CodePage` in its hive `SYSTEM`),
 and windows-1252 where there is none. A file whose name stands below `IniFileMapping` in the registry, as that of
 `win.ini` does, has its values in the registry instead, wherever it lies; on Linux in the machine's.
 )md",

@@ -439,8 +439,8 @@ read (`5`). `args` is split as Windows programs split it, and
 passed on as it is: a program of the host doesn't know paths like `C:\x`, so set `wkdir` and use relative ones. It has
 the host's environment, in `TESSEL_MACHINE` the folder that is `C:`, and in `PATH` Tessel's own folder, `/usr/sbin`,
 `/usr/bin`, `/sbin` and `/bin`; the caller's `PATH` is in `CVN_AMS_OLD_PATH`, as on Windows. A bare name in `path` is
-looked for as on Windows too, so not in the host's folders. A killed program ends by a signal, and so has no exit code. A
-script's process goes by the name of its interpreter. `processImpersonateUser` fails with `50`.
+looked for as on Windows too, so not in the host's folders. A killed program ends by a signal, and so has no exit code.
+A script's process goes by the name of its interpreter. `processImpersonateUser` fails with `50`.
 )md",
     .commands = kCommands,
 };
