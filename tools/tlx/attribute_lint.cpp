@@ -47,8 +47,7 @@ void TellFault(const TiXmlElement& element, const AttributeDescription& attribut
   } else {
     text = cvn::Format(u"attribute '%s' is no valid pattern: '%s'", attribute.name, value);
   }
-  findings->Error(PlaceOf(element, attribute),
-                  cvn::Format(u"'%s': %s", cvn::Utf8ToWide(element.ValueStr()), text));
+  findings->Error(PlaceOf(element, attribute), cvn::Format(u"'%s': %s", NameOf(element), text));
 }
 
 bool StartsName(char16_t c) {
@@ -151,13 +150,14 @@ void WarnOfUnknown(const TiXmlElement& element, const CommandDescription& descri
         std::ranges::find(known, name.AsView()) != known.end()) {
       continue;
     }
-    findings->Warn(
-        *at, cvn::Format(u"'%s' has no attribute '%s'%s", cvn::Utf8ToWide(element.ValueStr()), name,
-                         DidYouMean(name, known)));
+    findings->Warn(*at, cvn::Format(u"'%s' has no attribute '%s'%s", NameOf(element), name,
+                                    DidYouMean(name, known)));
   }
 }
 
 }  // namespace
+
+cvn::String NameOf(const TiXmlElement& element) { return cvn::Utf8ToWide(element.ValueStr()); }
 
 const TiXmlAttribute* FindAttribute(const TiXmlElement& element, const char* name) {
   const TiXmlAttribute* at = element.FirstAttribute();

@@ -9,6 +9,9 @@
 
 namespace tlx {
 
+// The name of a command's element.
+cvn::String NameOf(const TiXmlElement& element);
+
 // The attribute of that name; null when the element has none.
 const TiXmlAttribute* FindAttribute(const TiXmlElement& element, const char* name);
 

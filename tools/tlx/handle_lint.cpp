@@ -143,10 +143,9 @@ class HandleLint {
       }
       const TiXmlElement& element = *command.element;
       const char16_t* what = Describe(needed, held);
-      findings_->Warn(
-          PlaceOf(element, cvn::WideToUtf8(use.attribute->name).c_str()),
-          cvn::Format(u"'%s' fails with the handle '%s': %s", cvn::Utf8ToWide(element.ValueStr()),
-                      cvn::Utf8ToWide(name), what));
+      findings_->Warn(PlaceOf(element, cvn::WideToUtf8(use.attribute->name).c_str()),
+                      cvn::Format(u"'%s' fails with the handle '%s': %s", NameOf(element),
+                                  cvn::Utf8ToWide(name), what));
     }
   }
 

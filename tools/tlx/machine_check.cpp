@@ -9,10 +9,9 @@
 #include "platform/streams.h"
 #include "platform/volume_state.h"
 #include "support/format.h"
-#include "support/utf.h"
-#include "telemetry/event_envelope.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/hive_state.h"
+#include "tools/tlx/json_output.h"
 #include "tools/tlx/machine_facts.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
@@ -102,21 +101,11 @@ MachineState LookAt(cvn::StringView folder, platform::Code opened) {
   return state;
 }
 
-Json::Value Text(cvn::StringView text) { return cvn::WideToUtf8(text); }
-
-Json::Value Texts(const cvn::List<cvn::String>& texts) {
-  Json::Value list(Json::arrayValue);
-  for (const cvn::String& text : texts) {
-    list.append(Text(text));
-  }
-  return list;
-}
-
 Json::Value HiveJson(const HiveState& hive) {
   Json::Value value(Json::objectValue);
-  value["path"] = Text(hive.path);
+  value["path"] = JsonText(hive.path);
   value["code"] = Json::UInt(hive.code);
-  value["format"] = Text(cvn::Format(u"%u.%u", hive.majorVersion, hive.minorVersion));
+  value["format"] = JsonText(cvn::Format(u"%u.%u", hive.majorVersion, hive.minorVersion));
   value["isClean"] = hive.isClean;
   value["pendingEntries"] = hive.pendingEntries;
   if (hive.damagedAt) {
@@ -125,17 +114,17 @@ Json::Value HiveJson(const HiveState& hive) {
   return value;
 }
 
-std::string MachineJson(const MachineState& state) {
+Json::Value MachineJson(const MachineState& state) {
   Json::Value document(Json::objectValue);
   document["version"] = 1;
-  document["machine"] = Text(state.folder);
+  document["machine"] = JsonText(state.folder);
   document["isFit"] = state.IsFit();
   document["exitCode"] = state.fault ? state.fault->exitCode : 0;
-  document["refusal"] = state.fault ? Text(state.fault->words) : Json::Value("");
-  document["warnings"] = Texts(state.warnings);
-  document["windows"]["name"] = Text(state.windows);
-  document["windows"]["version"] = Text(state.version);
-  document["windows"]["build"] = Text(state.build);
+  document["refusal"] = state.fault ? JsonText(state.fault->words) : Json::Value("");
+  document["warnings"] = JsonTexts(state.warnings);
+  document["windows"]["name"] = JsonText(state.windows);
+  document["windows"]["version"] = JsonText(state.version);
+  document["windows"]["build"] = JsonText(state.build);
   document["volume"]["isHibernated"] = state.volume.isHibernated;
   document["volume"]["isReadOnly"] = state.volume.isReadOnly;
   document["volume"]["freeBytes"] = Json::UInt64(state.volume.freeBytes);
@@ -143,9 +132,9 @@ std::string MachineJson(const MachineState& state) {
   for (const HiveState& hive : state.hives) {
     document["hives"].append(HiveJson(hive));
   }
-  document["pendingMoves"] = Texts(state.pendingMoves);
-  document["installFolder"] = Text(state.installFolder);
-  return tessel::PrintLine(document);
+  document["pendingMoves"] = JsonTexts(state.pendingMoves);
+  document["installFolder"] = JsonText(state.installFolder);
+  return document;
 }
 
 void PrintState(const MachineState& state) {
@@ -183,9 +172,7 @@ int CheckMachine(const Options& options) {
   }
   const MachineState state = LookAt(folder, opened);
   if (options.Has(u"--json")) {
-    const cvn::String line = cvn::Utf8ToWide(MachineJson(state));
-    platform::streams::WriteLine(platform::streams::Output::Out,
-                                 line.AsView().substr(0, line.AsView().find(u'\n')));
+    PrintJson(MachineJson(state));
   } else {
     PrintState(state);
   }

@@ -1,18 +1,15 @@
 #include "tools/tlx/script_lint.h"
 
 #include <algorithm>
-#include <set>
 #include <string>
 
 #include "engine/loop_lowering.h"
 #include "engine/script_command.h"
 #include "engine/xml_text.h"
 #include "support/format.h"
-#include "support/numbers.h"
 #include "support/utf.h"
 #include "tools/tlx/attribute_lint.h"
-#include "tools/tlx/flow_cycles.h"
-#include "tools/tlx/handle_lint.h"
+#include "tools/tlx/flow_lint.h"
 #include "tools/tlx/header_lint.h"
 #include "tools/tlx/script_flow.h"
 #include "tools/tlx/spelling.h"
@@ -23,8 +20,6 @@ namespace {
 using tessel::FunctionKind;
 using tessel::LoopKind;
 using tessel::XmlAttributeText;
-
-cvn::String NameOf(const TiXmlElement& element) { return cvn::Utf8ToWide(element.ValueStr()); }
 
 // What a script's element may be called.
 const cvn::List<cvn::StringView>& CommandNames() {
@@ -41,13 +36,6 @@ const cvn::List<cvn::StringView>& CommandNames() {
   return names;
 }
 
-struct NoCaseLess {
-  bool operator()(cvn::StringView left, cvn::StringView right) const {
-    return cvn::CompareNoCase(left, right) < 0;
-  }
-};
-using TextsNoCase = std::set<cvn::String, NoCaseLess>;
-
 class ScriptLint {
  public:
   ScriptLint(const TiXmlElement& script, Findings* findings)
@@ -62,12 +50,7 @@ class ScriptLint {
     for (const FlowList& list : flow_.Lists()) {
       CheckList(list);
     }
-    CheckLabels();
-    CheckLoopsInLoops();
-    // A jump to nowhere would make all behind it look unreachable.
-    if (isFlowKnown_) {
-      CheckFlow();
-    }
+    LintFlow(script_, flow_, hasUnknown_, findings_);
   }
 
  private:
@@ -81,17 +64,11 @@ class ScriptLint {
   void WarnOfIgnored(const FlowCommand& command, const TiXmlElement& child);
   void WarnOfText(const TiXmlElement& element);
   void CheckList(const FlowList& list);
-  void CheckLabels();
-  void CheckTarget(const FlowCommand& command, const TextsNoCase& labels,
-                   const TextsNoCase& lostLabels);
-  void CheckLoopsInLoops();
-  void CheckFlow();
-  void CheckEnd();
 
   const TiXmlElement& script_;
   ScriptFlow flow_;
   Findings* findings_;
-  bool isFlowKnown_ = true;
+  bool hasUnknown_ = false;  // commands
 };
 
 void ScriptLint::CheckScriptElement() {
@@ -139,7 +116,7 @@ void ScriptLint::RefuseUnknown(const FlowCommand& command) {
     hint = DidYouMean(name, CommandNames());
   }
   findings_->Error(*command.element, cvn::Format(u"there is no command '%s'%s", name, hint));
-  isFlowKnown_ = false;
+  hasUnknown_ = true;
 }
 
 void ScriptLint::Judge(const FlowCommand& command) {
@@ -284,125 +261,6 @@ void ScriptLint::CheckList(const FlowList& list) {
   }
   if (list.first == kNoCommand && (isSpec || name == u"onerror")) {
     findings_->Warn(element, cvn::Format(u"an empty '%s' takes no error", name));
-  }
-}
-
-void ScriptLint::CheckLabels() {
-  for (const DoubledLabel& doubled : flow_.DoubledLabels()) {
-    const TiXmlElement& later = *flow_.Commands()[doubled.later].element;
-    findings_->Error(
-        PlaceOf(later, "id"),
-        cvn::Format(u"the label '%s' is taken, in line %d", XmlAttributeText(later, "id"),
-                    flow_.Commands()[doubled.first].element->Row()));
-  }
-  TextsNoCase labels;
-  TextsNoCase lostLabels;
-  for (const auto& [label, index] : flow_.Labels()) {
-    labels.insert(cvn::Utf8ToWide(label));
-  }
-  for (const FlowCommand& command : flow_.Commands()) {
-    if (command.loop != LoopKind::None) {
-      lostLabels.insert(XmlAttributeText(*command.element, "id"));
-    }
-  }
-  for (const FlowCommand& command : flow_.Commands()) {
-    if (IsGoTo(command) || IsOnErrorGoTo(command)) {
-      CheckTarget(command, labels, lostLabels);
-    }
-  }
-}
-
-void ScriptLint::CheckTarget(const FlowCommand& command, const TextsNoCase& labels,
-                             const TextsNoCase& lostLabels) {
-  const TiXmlBase& where = PlaceOf(*command.element, "target");
-  const cvn::String target = XmlAttributeText(*command.element, "target");
-  if (target.Empty()) {
-    if (IsGoTo(command)) {
-      findings_->Warn(where, u"a 'goto' without a target ends the run with -1");
-    }
-    return;
-  }
-  if (flow_.TargetOf(command) != kNoCommand) {
-    return;
-  }
-  isFlowKnown_ = false;
-  cvn::String hint;
-  const auto meant = labels.find(target);
-  if (meant != labels.end()) {
-    hint = cvn::Format(u"; did you mean '%s'?", *meant);
-  } else if (lostLabels.contains(target)) {
-    hint = u"; a loop keeps none";
-  } else if (!FindReference(target).empty()) {
-    hint = u"; it is used as written";
-  }
-  findings_->Error(where, cvn::Format(u"there is no label '%s'%s", target, hint));
-}
-
-void ScriptLint::CheckLoopsInLoops() {
-  const auto& commands = flow_.Commands();
-  cvn::List<bool> isInJsonForEach;
-  for (const FlowCommand& command : commands) {
-    const std::size_t owner = flow_.Lists()[command.list].owner;
-    isInJsonForEach.push_back(
-        owner != kNoCommand &&
-        (isInJsonForEach[owner] || commands[owner].loop == LoopKind::JsonForEach));
-  }
-  const cvn::List<bool> isBegunAgain = FindLoopsBegunAgain(flow_);
-  for (std::size_t at = 0; at < commands.size(); ++at) {
-    const LoopKind loop = commands[at].loop;
-    const TiXmlElement& element = *commands[at].element;
-    if (loop == LoopKind::JsonForEach && isInJsonForEach[at]) {
-      findings_->Warn(element,
-                      u"a 'jsonForEach' in another takes its place in the array away: the "
-                      u"outer one doesn't go on where it was");
-    } else if (isBegunAgain[at] && loop != LoopKind::For) {
-      findings_->Warn(element,
-                      cvn::Format(u"a run may come to this '%s' again when it has ended: its fetch "
-                                  u"stays failed, so that it doesn't go beyond one element",
-                                  NameOf(element)));
-    }
-  }
-}
-
-void ScriptLint::CheckFlow() {
-  const auto& commands = flow_.Commands();
-  cvn::List<bool> isFollower(commands.size());  // of a command that isn't reached either
-  for (const FlowCommand& command : commands) {
-    if (!command.isReached && command.next != kNoCommand) {
-      isFollower[command.next] = true;
-    }
-  }
-  for (std::size_t at = 0; at < commands.size(); ++at) {
-    const FlowCommand& command = commands[at];
-    const FlowCommand* owner = flow_.OwnerOf(command);
-    // What is told of a command goes for what follows it and for its handlers.
-    const bool isTold = isFollower[at] || (owner != nullptr && !owner->isReached) ||
-                        flow_.Lists()[command.list].isReplaced;
-    if (!command.isReached && !isTold) {
-      findings_->Warn(*command.element,
-                      cvn::Format(u"no run comes to this '%s'", NameOf(*command.element)));
-    }
-  }
-  LintHandles(flow_, findings_);
-  CheckEnd();
-}
-
-void ScriptLint::CheckEnd() {
-  if (flow_.Commands().empty()) {
-    findings_->Warn(script_, u"there is no command: the run ends with -1");
-  }
-  cvn::List<FlowEdge> edges;
-  for (const FlowCommand& command : flow_.Commands()) {
-    if (command.sequel != kNoCommand || !command.isReached) {
-      continue;
-    }
-    flow_.FindEdges(command, &edges);
-    if (std::ranges::any_of(
-            edges, [](const FlowEdge& edge) { return edge.kind == FlowEdge::Kind::Sequence; })) {
-      findings_->Warn(*command.element,
-                      u"the script may end behind this command without an 'exit', with -1");
-      return;
-    }
   }
 }
 

@@ -1,6 +1,8 @@
 // What 'tlx verify' found out of a patch, and how it tells that.
 #pragma once
 
+#include <json/value.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -28,8 +30,8 @@ struct Verification {
 
 // For people, in lines.
 cvn::List<cvn::String> DescribeVerification(const Verification& verification);
-// As docs/verify.schema.json describes it, with a line feed at its end.
-std::string VerificationJson(const Verification& verification);
+// As docs/verify.schema.json describes it.
+Json::Value VerificationJson(const Verification& verification);
 
 // A moment in UTC as RFC 3339 writes it: "2026-01-31T08:00:00Z".
 cvn::String UtcText(std::int64_t seconds);

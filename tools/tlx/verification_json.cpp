@@ -4,9 +4,8 @@
 
 #include "platform/signatures.h"
 #include "support/format.h"
-#include "support/utf.h"
-#include "telemetry/event_envelope.h"
 #include "telemetry/reason_names.h"
+#include "tools/tlx/json_output.h"
 #include "tools/tlx/verification.h"
 
 namespace tlx {
@@ -14,15 +13,13 @@ namespace {
 
 namespace signatures = platform::signatures;
 
-Json::Value Text(cvn::StringView text) { return cvn::WideToUtf8(text); }
-
 Json::Value CertificateJson(const signatures::Certificate& certificate) {
   Json::Value value(Json::objectValue);
-  value["subject"] = Text(certificate.subject);
-  value["issuer"] = Text(certificate.issuer);
-  value["serial"] = Text(tessel::SerialText(certificate));
-  value["validFrom"] = Text(UtcText(certificate.validFrom));
-  value["validUntil"] = Text(UtcText(certificate.validUntil));
+  value["subject"] = JsonText(certificate.subject);
+  value["issuer"] = JsonText(certificate.issuer);
+  value["serial"] = JsonText(tessel::SerialText(certificate));
+  value["validFrom"] = JsonText(UtcText(certificate.validFrom));
+  value["validUntil"] = JsonText(UtcText(certificate.validUntil));
   return value;
 }
 
@@ -32,17 +29,17 @@ Json::Value SignatureJson(const tessel::SignatureFinding& finding) {
   value["isGood"] = finding.status == signatures::kTrusted;
   value["isPublishers"] = problem.Empty();
   if (!problem.Empty()) {
-    value["problem"] = Text(problem);
+    value["problem"] = JsonText(problem);
   }
   value["wayUp"] = Json::Value(Json::arrayValue);
   for (const signatures::Certificate& certificate : finding.signer.certificates) {
     value["wayUp"].append(CertificateJson(certificate));
   }
   if (problem.Empty() && finding.signer.goodUntil) {
-    value["goodUntil"] = Text(UtcText(*finding.signer.goodUntil));
+    value["goodUntil"] = JsonText(UtcText(*finding.signer.goodUntil));
   }
   if (finding.stampedAt != 0) {
-    value["stampedAt"] = Text(UtcText(finding.stampedAt));
+    value["stampedAt"] = JsonText(UtcText(finding.stampedAt));
   }
   if (!finding.stamper.certificates.empty()) {
     value["stampedBy"] = CertificateJson(finding.stamper.certificates.front());
@@ -52,8 +49,8 @@ Json::Value SignatureJson(const tessel::SignatureFinding& finding) {
 
 Json::Value FileJson(const tessel::CatalogJudgement::ListedFile& file) {
   Json::Value value(Json::objectValue);
-  value["name"] = Text(file.name);
-  value["state"] = Text(NameOf(file.state));
+  value["name"] = JsonText(file.name);
+  value["state"] = JsonText(NameOf(file.state));
   value["isPatch"] = file.isPatch;
   return value;
 }
@@ -61,14 +58,11 @@ Json::Value FileJson(const tessel::CatalogJudgement::ListedFile& file) {
 Json::Value HeaderJson(const Verification& verification) {
   const tessel::PatchMetaData& header = *verification.header;
   Json::Value value(Json::objectValue);
-  value["id"] = Text(header.id);
-  value["type"] = Text(header.patchType);
-  value["tags"] = Json::Value(Json::arrayValue);
-  for (const cvn::String& tag : header.tags) {
-    value["tags"].append(Text(tag));
-  }
+  value["id"] = JsonText(header.id);
+  value["type"] = JsonText(header.patchType);
+  value["tags"] = JsonTexts(header.tags);
   if (verification.expiresAt) {
-    value["expires"] = Text(UtcText(*verification.expiresAt));
+    value["expires"] = JsonText(UtcText(*verification.expiresAt));
   }
   return value;
 }
@@ -85,7 +79,7 @@ void AddCatalog(const tessel::CatalogJudgement& catalog, Json::Value* document) 
   }
   value["isProtected"] = catalog.isProtected;
   if (!catalog.whyUnprotected.Empty()) {
-    value["whyUnprotected"] = Text(catalog.whyUnprotected);
+    value["whyUnprotected"] = JsonText(catalog.whyUnprotected);
   }
 }
 
@@ -122,20 +116,17 @@ const char* NameOf(tessel::GateWay way) {
 
 }  // namespace
 
-std::string VerificationJson(const Verification& verification) {
+Json::Value VerificationJson(const Verification& verification) {
   const tessel::Examination& examination = verification.examination;
   Json::Value document(Json::objectValue);
   document["version"] = 1;
-  document["patch"] = Text(verification.patch);
+  document["patch"] = JsonText(verification.patch);
   document["starts"] = verification.Starts();
   document["exitCode"] = verification.exitCode;
   document["events"] = EventsJson(verification);
-  document["obstacles"] = Json::Value(Json::arrayValue);
-  for (const cvn::String& obstacle : verification.obstacles) {
-    document["obstacles"].append(Text(obstacle));
-  }
+  document["obstacles"] = JsonTexts(verification.obstacles);
   if (!examination.machineFolder.Empty()) {
-    document["machine"] = Text(examination.machineFolder);
+    document["machine"] = JsonText(examination.machineFolder);
   }
   if (verification.header) {
     document["header"] = HeaderJson(verification);
@@ -144,12 +135,12 @@ std::string VerificationJson(const Verification& verification) {
     document["judgedBy"] = NameOf(*examination.way);
   }
   if (!examination.trustedFolder.Empty()) {
-    document["trustedFolder"] = Text(examination.trustedFolder);
+    document["trustedFolder"] = JsonText(examination.trustedFolder);
   }
   if (examination.catalog) {
     AddCatalog(*examination.catalog, &document);
   }
-  return tessel::PrintLine(document);
+  return document;
 }
 
 }  // namespace tlx

@@ -13,6 +13,7 @@
 #include "telemetry/event_spool.h"
 #include "telemetry/reason_names.h"
 #include "tools/tlx/commands.h"
+#include "tools/tlx/json_output.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/script_check.h"
@@ -180,8 +181,7 @@ int Verify(const Options& options) {
   Judge(opened, &verification);
   ListObstacles(&verification);
   if (options.Has(u"--json")) {
-    cvn::String line = cvn::Utf8ToWide(VerificationJson(verification));
-    WriteLine(Output::Out, line.AsView().substr(0, line.AsView().find(u'\n')));
+    PrintJson(VerificationJson(verification));
   } else {
     for (const cvn::String& line : DescribeVerification(verification)) {
       WriteLine(Output::Out, line);
