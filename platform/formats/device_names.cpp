@@ -44,10 +44,12 @@ cvn::StringView WithoutEnd(cvn::StringView name, cvn::StringView ignored) {
 
 }  // namespace
 
-Device DeviceOf(cvn::StringView path) {
+cvn::StringView DeviceNameIn(cvn::StringView path) {
   const cvn::StringView name = LastName(path);
-  return DeviceNamed(WithoutEnd(name.substr(0, name.find_first_of(u".:")), u" "));
+  return WithoutEnd(name.substr(0, name.find_first_of(u".:")), u" ");
 }
+
+Device DeviceOf(cvn::StringView path) { return DeviceNamed(DeviceNameIn(path)); }
 
 Device DeviceSinceWindows11(cvn::StringView path) {
   const cvn::StringView name = LastName(path);

@@ -11,10 +11,13 @@ namespace platform::posix {
 // printers.
 enum class Device : unsigned char { None, Null, Other };
 
-// Which device `path` leads to on a Windows before 11: the last name counts, in any folder, up to
-// its first dot or colon and without the blanks before that. COM and LPT take the digits 1 to 9,
-// those in superscript of Latin-1 included. The name of a folder, which a separator follows, is
-// none. For paths without a prefix such as "\\?\", in which there are no devices.
+// The part of a path that may be a device's name: of the last name, what comes before the first dot
+// or colon, without the blanks at its end. Empty behind a separator.
+cvn::StringView DeviceNameIn(cvn::StringView path);
+
+// Which device `path` leads to on a Windows before 11, by that part, in any folder. COM and LPT
+// take the digits 1 to 9, and those in superscript that Latin-1 has. For paths without a prefix
+// such as "\\?\", in which there are no devices.
 //
 // Documented by Microsoft in "Naming Files, Paths, and Namespaces"; what follows the name, by what
 // RtlIsDosDeviceName_U does.

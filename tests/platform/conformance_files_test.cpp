@@ -88,6 +88,36 @@ TEST_F(FilesConformance, RefusesNamesThatWindowsRefuses) {
   }
 }
 
+// Wine gives the null device of its host to those that change files, and lets them: none may here.
+TEST_F(FilesConformance, HasADeviceInEveryFolder) {
+  for (const cvn::StringView nul : {u"nul", u"folder\\NUL", u"folder/Nul. ."}) {
+    const Step kSteps[] = {
+        {Has, nul, u""},
+        {Empty, nul},
+        {Append, nul},
+        {Has, nul, u""},
+        {Exists, nul},
+        {Create, nul, {}, kSuccess, kNotUnderWine},
+        {Make, nul, {}, platform::kDirectory, kNotUnderWine},
+        {Delete, nul, {}, kInvalidParameter, kNotUnderWine},
+        {Mark<kReadOnly>, nul, {}, kInvalidParameter, kNotUnderWine},
+        {Move<0>, nul, u"moved", kInvalidParameter, kNotUnderWine},
+        {Move<0>, u"file", nul, kAlreadyExists, kNotUnderWine},
+        {Move<kMoveReplaceExisting>, u"file", nul, kAccessDenied, kNotUnderWine},
+    };
+    Run(kSteps);
+    EXPECT_EQ(AttributesOf(nul), Comparable(kArchive));
+  }
+  constexpr Step kSteps[] = {
+      {Has, u"file", u"old content"},
+      {Read, u"missing\\nul", {}, kPathNotFound},
+      {Exists, u"missing\\nul", {}, kPathNotFound},
+  };
+  Run(kSteps);
+  EXPECT_EQ(Found(Path(u"folder\\nul")), "nul");
+  EXPECT_EQ(Found(Path(u"folder\\*")), "., .., in");
+}
+
 TEST_F(FilesConformance, EachHolderAgreesToTheOthersAccess) {
   constexpr Access kAccesses[] = {Access::Read, Access::Write, Access::ReadWrite};
   constexpr Share kShares[] = {Share::None, Share::Read, Share::ReadWrite, Share::ReadWriteDelete};

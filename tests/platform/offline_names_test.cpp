@@ -4,6 +4,9 @@
 
 #include "platform/final_path.h"
 #include "platform/offline/volume/volume.h"
+#include "platform/process.h"
+#include "platform/profile.h"
+#include "platform/registry.h"
 #include "support/utf.h"
 #include "tests/platform/host_folder.h"
 #include "tests/platform/ntfs_mount.h"
@@ -136,6 +139,118 @@ TEST_F(ShortNames, ChangeWithTheFolder) {
   EXPECT_EQ(Place(u"next~1"), "the next one");
   std::filesystem::remove(Host("ntfs/the next one"));
   EXPECT_EQ(Place(u"NEXT~1"), "new NEXT~1");
+}
+
+// What Windows before 11, and since, takes paths for: '0' for the null device, 'd' for another one,
+// '-' for a file.
+constexpr std::pair<cvn::StringView, cvn::StringView> kDevicePaths[] = {
+    {u"nul", u"00"},
+    {u"sub\\NUL", u"00"},
+    {u"sub/nul . .", u"00"},
+    {u"nul:", u"00"},
+    {u"nul.txt", u"0-"},
+    {u"nul .tar.gz", u"0-"},
+    {u"nul:x", u"0x"},
+    {u"nul0", u"--"},
+    {u" nul", u"--"},
+    {u"con", u"dd"},
+    {u"sub\\con", u"d-"},
+    {u"aux.xml", u"d-"},
+    {u"PRN. ", u"dd"},
+    {u"com1", u"dd"},
+    {u"sub\\com9.", u"d-"},
+    {u"lpt\u00b9", u"dd"},
+    {u"com\u00b3.txt", u"d-"},
+    {u"com0", u"--"},
+    {u"com10", u"--"},
+    {u"conin$", u"dd"},
+    {u"sub\\conout$", u"d-"},
+    {u"conerr$", u"--"},
+    {u"sub\\nul\\", u"--"},
+    {u"nul\\file", u"33"},
+    {u"C:nul", u"00"},
+    {u"C:con", u"d-"},
+    {u"\\nul", u"00"},
+    {u"\\\\.\\NUL", u"00"},
+    {u"\\\\?\\con", u"dd"},
+    {u"missing\\nul", u"33"},
+    {u"\\\\.\\C:\\nul", u"--"},
+    {u"\\\\?\\C:\\nul", u"--"},
+    {u"Z:\\nul", u"--"},
+};
+
+char16_t KindOf(cvn::StringView path) {
+  posix::HostPath host;
+  const Code code = posix::Resolve(path, &host);
+  if (host.device != posix::Device::None) {
+    EXPECT_TRUE(code == kSuccess && host.At().folder < 0) << Utf8(path);
+    return host.device == posix::Device::Null ? u'0' : u'd';
+  }
+  return code == kPathNotFound ? u'3' : (code == kFileNotFound ? u'-' : u'x');
+}
+
+class DeviceNames : public HostFolderTest {
+ protected:
+  void SetUp() override { std::filesystem::create_directory(Host("sub")); }
+  ~DeviceNames() override { SetBuild(u"19045"); }
+
+  static void SetBuild(cvn::StringView build) {
+    constexpr cvn::StringView kVersion = u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
+    registry::Key key;
+    std::u16string text(build);
+    text += u'\0';
+    const registry::Key root(registry::Root::LocalMachine);
+    ASSERT_EQ(registry::OpenKey(root, kVersion, registry::kSetValue, &key), kSuccess);
+    ASSERT_EQ(registry::SetValue(key, u"CurrentBuildNumber", registry::kTypeString,
+                                 std::as_bytes(std::span(text))),
+              kSuccess);
+  }
+};
+
+TEST_F(DeviceNames, AreThoseOfTheMachinesVersion) {
+  const CurrentDirectory directory(Host());
+  for (const std::size_t version : {0, 1}) {
+    SetBuild(version == 0 ? u"20348" : u"22000");
+    for (const auto& [path, kinds] : kDevicePaths) {
+      EXPECT_EQ(KindOf(path), kinds[version]) << Utf8(path) << version;
+    }
+  }
+}
+
+// What Linux has made, or Windows by its full form, isn't touched by the name of the device.
+TEST_F(DeviceNames, LeaveFilesOfTheirNamesAlone) {
+  Touch(Host("sub/con"));
+  Touch(Host("sub/nul"));
+  constexpr Step kSteps[] = {
+      {Read, u"sub\\con", {}, kFileNotFound},  // there is no such device
+      {Empty, u"sub\\con", {}, kFileNotFound},
+      {Make, u"sub\\con", {}, kFileNotFound},
+      {Delete, u"sub\\con", {}, kFileNotFound},
+      {Mark<files::kReadOnly>, u"sub\\con", {}, kFileNotFound},
+      {Move<0>, u"sub\\con", u"moved", kFileNotFound},
+      {Copy, u"sub\\con", u"copy", kFileNotFound},
+      {Exists, u"sub\\con"},
+      {Has, u"sub\\nul", u""},
+      {Empty, u"sub\\nul"},
+      {DeleteLater, u"sub\\nul", {}, kNotSameDevice},
+      {Remove, u"sub\\nul", {}, platform::kDirectory},
+  };
+  Run(kSteps);
+  EXPECT_EQ(Found(Path(u"sub\\*")), "., .., con, nul");
+  EXPECT_EQ(Found(Path(u"sub\\AUX.txt")), "AUX");
+  EXPECT_NE(profile::WriteString(u"section", u"key", u"value", Path(u"sub\\nul")), kSuccess);
+  process::Handle program;
+  EXPECT_NE(process::Start(Path(u"sub\\nul"), Folder(), &program), kSuccess);
+  cvn::String text;
+  paths::VolumeName volume{};
+  EXPECT_EQ(paths::GetFinalPath(Path(u"sub\\nul"), &text, &volume), kAccessDenied);
+  for (const char* name : {"sub/con", "sub/nul"}) {
+    EXPECT_EQ(HostContentOf(Host(name)), "x") << name;
+  }
+  const cvn::String literal = Joined(u"\\\\?\\", Path(u"sub\\nul"));
+  EXPECT_EQ(ContentOf(literal), "x");
+  EXPECT_EQ(files::Delete(literal), kSuccess);
+  EXPECT_EQ(Found(Path(u"sub\\*")), "., .., con");
 }
 
 }  // namespace

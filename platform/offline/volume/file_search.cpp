@@ -236,6 +236,9 @@ struct SearchEntry::Details {
 
   const HostPath& Place(bool isDirectory) {
     bool isThere = true;
+    if (place.device != posix::Device::None) {
+      return place;
+    }
     if (place.folder == nullptr) {
       isThere = posix::ResolveSpelling(&place) == kSuccess;
     } else if (place.entry.st_mode == 0) {
@@ -325,6 +328,14 @@ struct Search::State {
     return kSuccess;
   }
 
+  // A device is found in every folder, whether there is such a one or not.
+  static void TheDevice(const HostPath& host, SearchEntry* entry) {
+    entry->details_ = std::make_shared<SearchEntry::Details>();
+    entry->details_->place = host;
+    entry->name_ = posix::ToWide(host.name);
+    entry->isLink_ = entry->isRegular_ = entry->isDirectory_ = false;
+  }
+
   Code TheOne(cvn::StringView path, const Place& place, SearchEntry* entry) {
     HostPath host;
     const Code code = posix::Resolve(path, &host);
@@ -337,6 +348,10 @@ struct Search::State {
     }
     if (host.isRoot) {
       return kFileNotFound;
+    }
+    if (host.device != posix::Device::None) {
+      TheDevice(host, entry);
+      return kSuccess;
     }
     const std::size_t slash = host.spelling.rfind('/');
     const std::string name = host.spelling.substr(slash + 1);

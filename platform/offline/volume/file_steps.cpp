@@ -11,6 +11,9 @@ using files::Disposition;
 
 Code LocateFile(cvn::StringView path, Disposition disposition, HostPath* host) {
   Code code = Resolve(path, host);
+  if (host->device != Device::None) {
+    return host->DeviceFault(kSuccess);  // it is opened, however that is asked for
+  }
   if (code == kSuccess && disposition == Disposition::CreateNew) {
     return kFileExists;
   }
@@ -30,6 +33,9 @@ Code LocateFile(cvn::StringView path, Disposition disposition, HostPath* host) {
 }
 
 Code CheckUnused(const HostPath& host) {
+  if (host.device != Device::None) {
+    return host.DeviceFault(kInvalidParameter);
+  }
   return S_ISREG(host.entry.st_mode) && IsInUse(host.At()) ? kSharingViolation : kSuccess;
 }
 

@@ -16,8 +16,8 @@ namespace platform::posix {
 // to.
 Code LocateFile(cvn::StringView path, files::Disposition disposition, HostPath* host);
 
-// 32 when the file is open. An open file can't be deleted or renamed by others: there is no share
-// mode for that here.
+// 32 when the file is open, and 87 for the null device. An open file can't be deleted or renamed by
+// others: there is no share mode for that here.
 Code CheckUnused(const HostPath& host);
 
 // Makes the folder of a place writable that its owner, who is this user, may not write to. At the

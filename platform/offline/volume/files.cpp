@@ -202,6 +202,9 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
 Code CreateDirectory(cvn::StringView path) {
   HostPath host;
   const Code code = posix::Resolve(path, &host);
+  if (host.device != posix::Device::None) {
+    return Fail(host.DeviceFault(platform::kDirectory));
+  }
   if (host.entry.st_mode != 0) {
     return Fail(kAlreadyExists);
   }
@@ -277,7 +280,10 @@ Code GetAttributes(cvn::StringView path, Attributes* attributes) {
 
 Code SetAttributes(cvn::StringView path, Attributes attributes) {
   HostPath host;
-  const Code code = posix::Resolve(path, &host);
+  Code code = posix::Resolve(path, &host);
+  if (code == kSuccess) {
+    code = host.DeviceFault(kInvalidParameter);
+  }
   return Report(code == kSuccess ? posix::StoreAttributes(host.At(), host.entry, attributes)
                                  : code);
 }

@@ -11,6 +11,7 @@
 #include "platform/formats/windows_path.h"
 #include "platform/offline/volume/stand_in.h"
 #include "platform/offline/volume/volume.h"
+#include "platform/version.h"
 
 namespace platform::posix {
 namespace {
@@ -34,12 +35,29 @@ Code StartAtDrive(char16_t letter, PathDraft* draft) {
   return machine.State();
 }
 
-// What follows "\\?\", "\??\" or "\\.\". Of all devices only drives exist, and they are named with
-// their root.
+// The device that the machine's Windows takes a path on C: for. The registry, which tells the
+// version, is asked only where it matters; its own files have no such names.
+Device DeviceOnMachine(cvn::StringView path) {
+  const Device device = DeviceOf(path);
+  if (device == Device::None || DeviceSinceWindows11(path) == device) {
+    return device;
+  }
+  return version::IsBuildAtLeast(kBuildOfWindows11) ? Device::None : device;
+}
+
+// What follows "\\?\", "\??\" or "\\.\". Of all devices only drives exist, which are named with
+// their root, and those of every Windows.
 Code TakeDevice(cvn::StringView* rest, PathDraft* draft) {
   rest->remove_prefix(4);
   if (rest->starts_with(u"UNC\\")) {
     return kBadNetPath;
+  }
+  if (const Device device = DeviceOf(*rest);
+      device != Device::None && DeviceNameIn(*rest).size() == rest->size()) {
+    *draft = PathDraft();
+    draft->device = device;
+    *rest = {};
+    return kSuccess;
   }
   if (!HasDrive(*rest) || (rest->size() > 2 && !IsSeparator((*rest)[2]))) {
     return kPathNotFound;
@@ -162,9 +180,16 @@ bool LeadsOut(cvn::StringView path, const PathDraft& folder) {
 
 Code DraftPath(cvn::StringView path, PathDraft* draft) {
   const bool literal = IsLiteral(path);
+  const cvn::StringView whole = path;
   const Code code = TakeStart(&path, draft);
   if (code != kSuccess) {
     return code;
+  }
+  if (draft->onMachine && !literal && !IsDevice(whole)) {
+    draft->device = DeviceOnMachine(whole);
+    if (draft->device != Device::None) {
+      path.remove_suffix(path.size() - (path.find_last_of(u"\\/") + 1));
+    }
   }
   if (!path.empty() && IsSeparator(path.front())) {
     path.remove_prefix(1);

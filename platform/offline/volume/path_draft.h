@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/error.h"
+#include "platform/formats/device_names.h"
 #include "platform/linux/file_names.h"
 #include "support/string.h"
 
@@ -16,6 +17,8 @@ struct PathDraft {
   std::string path;
   std::size_t root = 0;
   bool onMachine = false;
+  // Where this isn't None, the path ends in a device's name, and the draft is of the folder.
+  Device device = Device::None;
 };
 
 // Of a path that is not empty. The codes are those of Resolve.

@@ -87,6 +87,24 @@ Code FindEntry(std::size_t root, HostPath* host) {
   return errno == ENOENT && !host->isRoot ? Respell(host) : CodeOf(errno);
 }
 
+// Tells a device in `host`, when the folder that it was looked for in is there.
+Code FindDevice(PathDraft draft, cvn::StringView name, HostPath* host) {
+  if (draft.onMachine) {
+    HostPath folder;
+    folder.onMachine = true;
+    folder.isRoot = draft.path.size() == draft.root;
+    folder.spelling = std::move(draft.path);
+    if (FindEntry(draft.root, &folder) != kSuccess || !folder.IsFolder()) {
+      return kPathNotFound;
+    }
+  }
+  AppendHostText(name, &host->name);
+  host->spelling = "/" + host->name;
+  host->device = draft.device;
+  host->entry.st_mode = S_IFCHR | S_IRUSR | S_IWUSR;
+  return kSuccess;
+}
+
 }  // namespace
 
 FileAt HostPath::At() const {
@@ -95,6 +113,12 @@ FileAt HostPath::At() const {
 }
 
 int HostPath::Open(int flags, mode_t permissions) const {
+  if (device != Device::None) {
+    errno = ENOENT;
+    return device == Device::Null
+               ? open("/dev/null", (flags & ~(O_CREAT | O_EXCL | O_TRUNC)) | O_CLOEXEC)
+               : -1;
+  }
   const FileAt file = At();
   int descriptor = -1;
   do {
@@ -118,6 +142,13 @@ Code HostPath::Target(struct stat* status) const {
   return code;
 }
 
+Code HostPath::DeviceFault(Code forNull) const {
+  if (device == Device::None) {
+    return kSuccess;
+  }
+  return device == Device::Null ? forNull : kFileNotFound;
+}
+
 bool HostPath::IsFolder() const {
   struct stat target {};
   return Target(&target) == kSuccess && S_ISDIR(target.st_mode);
@@ -133,6 +164,9 @@ Code Resolve(cvn::StringView path, HostPath* host) {
   const Code drafted = DraftPath(path, &draft);
   if (drafted != kSuccess) {
     return drafted;
+  }
+  if (draft.device != Device::None) {
+    return FindDevice(std::move(draft), DeviceNameIn(path), host);
   }
   host->endsInSeparator = IsSeparator(path.back());
   host->onMachine = draft.onMachine;
@@ -183,7 +217,10 @@ Code FollowToOpen(HostPath* host) { return host->onMachine ? FollowLink(host) : 
 
 Code FinalHostPath(const HostPath& host, std::string* path) {
   HostPath target = host;
-  Code code = FollowToOpen(&target);
+  Code code = host.DeviceFault(kAccessDenied);
+  if (code == kSuccess) {
+    code = FollowToOpen(&target);
+  }
   const Descriptor object(code == kSuccess ? target.Open(O_PATH) : -1);
   struct stat opened {};
   if (code == kSuccess && (object.Get() < 0 || fstat(object.Get(), &opened) != 0)) {
@@ -205,7 +242,7 @@ Code FinalHostPath(const HostPath& host, std::string* path) {
 }
 
 Code PathForHost(const HostPath& host, std::string* path) {
-  if (host.onMachine) {
+  if (host.onMachine || host.device != Device::None) {
     return FinalHostPath(host, path);
   }
   *path = host.spelling;

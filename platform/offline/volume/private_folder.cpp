@@ -195,7 +195,8 @@ Code PrivateFolder::State::Locate(cvn::StringView name, Place* place) const {
   if (code != kSuccess) {
     return code;
   }
-  if (!posix::IsWithin(draft.path, top.path) || draft.path.size() == top.path.size()) {
+  if (!posix::IsWithin(draft.path, top.path) || draft.path.size() == top.path.size() ||
+      draft.device != posix::Device::None) {
     return kInvalidName;
   }
   const std::string below = draft.path.substr(top.path.size() + 1);

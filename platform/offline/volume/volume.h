@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "platform/error.h"
+#include "platform/formats/device_names.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/file_names.h"
 #include "platform/machine_changes.h"
@@ -73,6 +74,9 @@ struct HostPath {
   bool endsInSeparator = false;  // the caller asked for a folder
   bool onMachine = false;        // on drive C:, whose names are held to what Windows allows
   bool isRoot = false;           // the root of a drive
+  // A device of Windows is no place: what the host calls for it fails, but Open. Its entry is that
+  // of a device, of whatever name.
+  Device device = Device::None;
   std::shared_ptr<const Descriptor> folder;  // where the entry is, or is to be made; may be null
   // Of the entry itself and not of what it links to; zero when there is none.
   struct stat entry = {};
@@ -82,12 +86,17 @@ struct HostPath {
   FileAt At() const;
 
   // Opens the entry as openat does; negative with errno on failure. On C: a link is no entry to be
-  // opened (ELOOP): FollowLink tells where it leads.
+  // opened (ELOOP): FollowLink tells where it leads. The null device is the host's; there is no
+  // other (ENOENT).
   int Open(int flags, mode_t permissions = 0) const;
 
   // The status of what the entry leads to when it is a link, else its own.
   Code Target(struct stat* status) const;
   bool IsFolder() const;  // links are followed
+
+  // Why a device can't be used as only files can: `forNull` for the null device, which is there,
+  // and 2 for the others. 0 for a place.
+  Code DeviceFault(Code forNull) const;
 };
 
 // Finds the place of `path`.
@@ -103,7 +112,10 @@ struct HostPath {
 // it), ".." ends there, and the links of /proc are none.
 //
 // Names are found without regard to case: first the name as it is, then among all those that fold
-// to the same (the first in the order of their bytes).
+// to the same (the first in the order of their bytes), then among short names.
+//
+// On C: the names of devices are none of files, as the machine's version of Windows has it; the
+// folder has to be there. Behind "\\?\" and "\\.\" with a drive they are names as any other.
 //
 // 2 when only the last name is missing: `host` then tells where it would be. 3 when a folder on the
 // way is missing or is none (`host->spelling` is then what it would be if that were a folder), when
