@@ -15,16 +15,22 @@ _ANSWERS = {
     '/secret': (401, {}, b'an error page\n'),
     '/broken': (500, {}, b'an error page\n'),
     '/short': (200, {'Content-Length': '100'}, b'half of it'),
+    '/chunked': (200, {'Transfer-Encoding': 'chunked'}, b'3\r\ncon\r\n5;a=b\r\ntent\n\r\n0\r\nC: d\r\n\r\n'),
+    '/cut': (200, {'Transfer-Encoding': 'chunked'}, b'3\r\ncon\r\n5\r\nte'),
 }
 _LOCK = threading.Lock()
 
 
 class _Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = 'HTTP/1.1'  # which has pieces
+
     def do_GET(self):
         path = self.path.replace('%C3%A4', '%c3%a4')
         status, headers, body = _ANSWERS.get(path, (404, {}, b'an error page\n'))
         self.send_response(status)
-        for name, value in {'Content-Length': str(len(body)), **headers}.items():
+        if 'Transfer-Encoding' not in headers:
+            headers = {'Content-Length': str(len(body)), **headers}
+        for name, value in {'Connection': 'close', **headers}.items():
             self.send_header(name, value)
         self.end_headers()
         self.wfile.write(body)

@@ -298,6 +298,32 @@ TEST_F(OfflineFiles, AFullDiskLeavesNoHalfFile) {
   EXPECT_EQ(Found(Path(u"mount\\*")), "., .., old");
 }
 
+TEST_F(OfflineFiles, ACopyHasTheSameHoles) {
+  constexpr int kSize = 4 << 20;
+  constexpr int kPiece = 70'000;
+  const auto blocksOf = [this](const char* name) {
+    struct stat entry {};
+    EXPECT_EQ(stat(Host(name).c_str(), &entry), 0) << name;
+    return entry.st_blocks;
+  };
+  const std::vector<int> kPieces[] = {
+      {}, {0}, {1 << 20}, {kSize - kPiece}, {0, 1 << 20, (2 << 20) + 12'345}};
+  for (const std::vector<int>& places : kPieces) {
+    std::string content(kSize, '\0');
+    std::ofstream file(Host("holes"), std::ios::binary);
+    for (const int place : places) {
+      content.replace(place, kPiece, kPiece, 'x');
+      file.seekp(place).write(content.data() + place, kPiece);
+    }
+    file.close();
+    std::filesystem::resize_file(Host("holes"), kSize);
+    EXPECT_EQ(files::Copy(Path(u"holes"), Path(u"copy"), false), kSuccess);
+    EXPECT_TRUE(HostContentOf(Host("copy")) == content) << places.size();
+    // How much a file system rounds up to may depend on how it was written.
+    EXPECT_LE(blocksOf("copy"), blocksOf("holes") + 512) << places.size();
+  }
+}
+
 // Under its name, a file is there whole or as it was before, whenever its writer is killed.
 TEST_F(OfflineFiles, AKilledCopyLeavesNoHalfFile) {
   const std::string older(3 << 20, 'o');
