@@ -86,6 +86,9 @@ class HiveImage {
   std::uint32_t DataSize() const { return cells_.DataSize(); }  // of all bins
 
   Code Read(Cell key, KeyRecord* record) const;
+  Code ReadName(Cell key, std::u16string* name) const;
+  // The security descriptor of a key, self-relative; empty for one that has none.
+  Code ReadSecurity(Cell key, std::vector<std::byte>* descriptor) const;
   // 2 when there is none. A key that names another key as its parent is damage: so no way down from
   // the root meets a key twice.
   Code FindSubKey(Cell key, std::u16string_view name, Cell* found) const;
@@ -108,6 +111,10 @@ class HiveImage {
   // a backslash. It has its parent's security. `flags` is 0 or kKeyIsLink.
   Code AddSubKey(Cell parent, std::u16string_view name, std::uint16_t flags,
                  std::u16string_view className, std::uint64_t time, Cell* added);
+  // Gives a key its class, makes it a link or none, and gives it a security descriptor, which keys
+  // with the same share; an empty one takes it away. 87 for a class that is too long.
+  Code SetForm(Cell key, std::u16string_view className, bool isLink,
+               std::span<const std::byte> descriptor, std::uint64_t time);
   // Removes a key and its values; 5 when it has subkeys, or may not be deleted.
   Code RemoveKey(Cell key, std::uint64_t time);
   // Sets a value, which keeps its place and the spelling of its name when it is there already. 87
@@ -188,6 +195,10 @@ class HiveImage {
   void Lower(Cell key, std::size_t field, std::size_t gone, std::uint32_t count, std::uint32_t near,
              const SizeOf& sizeOf);
   View SecurityAt(Cell cell) const;
+  Code SetClass(Cell key, std::u16string_view className);
+  Code SetSecurity(Cell key, std::span<const std::byte> descriptor);
+  Code FindSecurity(std::span<const std::byte> descriptor, Cell* ring, Cell* found) const;
+  Code AddSecurity(Cell ring, std::span<const std::byte> descriptor, Cell* added);
   Code AddUser(Cell security);
   Code RemoveUser(Cell security);
   Code MakeKey(Cell parent, std::u16string_view name, std::uint16_t flags,

@@ -116,56 +116,6 @@ Code HiveImage::MakeKey(Cell parent, std::u16string_view name, std::uint16_t fla
   return cells_.Allocate(node, 0, key);
 }
 
-HiveView HiveImage::SecurityAt(Cell cell) const {
-  const View security = cells_.At(cell);
-  return security.Size() >= kSecurityDescriptor && security.Is("sk") ? security : View();
-}
-
-// Keys without security are foreign, but no damage.
-Code HiveImage::AddUser(Cell security) {
-  if (security == kNoCell) {
-    return kSuccess;
-  }
-  const View view = SecurityAt(security);
-  const Code code = view ? cells_.Claim(security) : Code(kBadDatabase);
-  if (code == kSuccess) {
-    cells_.Put(security, kSecurityUsers, view.Long(kSecurityUsers) + 1);
-  }
-  return code;
-}
-
-// The last user's going takes the cell out of the ring.
-Code HiveImage::RemoveUser(Cell security) {
-  const View view = SecurityAt(security);
-  if (security == kNoCell || !view || view.Long(kSecurityUsers) == 0) {
-    return security == kNoCell ? kSuccess : Code(kBadDatabase);
-  }
-  Code code = cells_.Claim(security);
-  if (code != kSuccess || view.Long(kSecurityUsers) > 1) {
-    if (code == kSuccess) {
-      cells_.Put(security, kSecurityUsers, view.Long(kSecurityUsers) - 1);
-    }
-    return code;
-  }
-  const Cell next = view.Long(kSecurityNext);
-  const Cell previous = view.Long(kSecurityPrevious);
-  const View before = SecurityAt(previous);
-  const View after = SecurityAt(next);
-  if (!before || !after || before.Long(kSecurityNext) != security ||
-      after.Long(kSecurityPrevious) != security) {
-    return kBadDatabase;
-  }
-  for (const Cell neighbour : {next, previous}) {
-    code = code == kSuccess ? cells_.Claim(neighbour) : code;
-  }
-  if (code == kSuccess) {
-    cells_.Put(previous, kSecurityNext, next);
-    cells_.Put(next, kSecurityPrevious, previous);
-    code = cells_.Free(security);
-  }
-  return code;
-}
-
 Code HiveImage::RemoveKey(Cell key, std::uint64_t time) {
   const View view = KeyAt(key);
   if (!view) {

@@ -19,49 +19,18 @@
 #include "platform/formats/names.h"
 #include "platform/formats/upcase.h"
 #include "support/utf.h"
+#include "tests/platform/memory_bytes.h"
 
 namespace platform::posix {
 namespace {
 
 using Cell = HiveImage::Cell;
 using Data = std::vector<std::byte>;
+using test::MemoryBytes;
 using Text = std::u16string;
 
 constexpr auto kSum = [](const Data& data) {
   return std::hash<std::string_view>()({reinterpret_cast<const char*>(data.data()), data.size()});
-};
-
-// Bytes in memory. A change outside of what was asked for is a failure.
-class MemoryBytes final : public HiveBytes {
- public:
-  explicit MemoryBytes(Data start) : bytes(std::move(start)) {}
-
-  std::span<const std::byte> Bytes() const override { return bytes; }
-  std::byte* Change(std::uint32_t offset, std::uint32_t size) override {
-    EXPECT_LE(std::size_t{offset} + size, bytes.size());
-    changed.emplace_back(offset, size);
-    return bytes.data() + offset;
-  }
-  Code Grow(std::uint32_t size) override {
-    EXPECT_EQ(size % 4096, 0U);
-    if (bytes.size() + size > limit) {
-      return kDiskFull;
-    }
-    bytes.resize(bytes.size() + size);
-    return kSuccess;
-  }
-  void ExpectOnlyChanged(Data before) {
-    before.resize(bytes.size());
-    for (const auto& [offset, size] : changed) {
-      std::copy_n(bytes.begin() + offset, size, before.begin() + offset);
-    }
-    EXPECT_TRUE(before == bytes);
-    changed.clear();
-  }
-
-  Data bytes;
-  std::size_t limit = SIZE_MAX;
-  std::vector<std::pair<std::uint32_t, std::uint32_t>> changed;
 };
 
 struct Value {

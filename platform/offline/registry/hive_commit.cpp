@@ -66,7 +66,7 @@ Code HiveStore::OpenLog() {
   }
   if (logEnd_ == 0) {
     // Which kind of log is for the Windows of this hive is seen from those that it has left.
-    log_ = LogFile(LogPlace(".LOG1"));
+    log_ = LogFile(LogPlace(0));
     for (LogFile& log : OpenLogs()) {
       if (log.Base().IsOldLog()) {
         isOldLog_ = true;

@@ -42,10 +42,13 @@ const LogFile* FindBase(const std::vector<LogFile>& logs) {
 }  // namespace
 
 // Where a log is in any spelling, or else is to be made.
-HostPath HiveStore::LogPlace(const char* ending) const {
+HostPath HiveStore::LogPlace(std::size_t number) const {
+  if (logs_) {
+    return (*logs_)[number];
+  }
   HostPath log = place_;
-  log.spelling += ending;
-  log.name += ending;
+  log.spelling += kHiveLogs[number];
+  log.name += kHiveLogs[number];
   // One that can't be found can't be opened either.
   IgnoreError(ResolveSpelling(&log));
   return log;
@@ -53,8 +56,8 @@ HostPath HiveStore::LogPlace(const char* ending) const {
 
 std::vector<LogFile> HiveStore::OpenLogs() const {
   std::vector<LogFile> logs;
-  for (const char* ending : {".LOG1", ".LOG2", ".LOG"}) {
-    LogFile log(LogPlace(ending));
+  for (std::size_t i = 0; i < kHiveLogs.size(); ++i) {
+    LogFile log(LogPlace(i));
     if (log.Open()) {
       logs.push_back(std::move(log));
     }

@@ -11,7 +11,10 @@
 
 #include <sys/stat.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -21,6 +24,7 @@
 #include "platform/linux/descriptor.h"
 #include "platform/offline/registry/hive_log_file.h"
 #include "platform/offline/registry/hive_pages.h"
+#include "platform/offline/registry/registry.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
@@ -29,6 +33,9 @@ class HiveStore {
  public:
   // The hive in the file at `place`, which is no link.
   explicit HiveStore(HostPath place) : place_(std::move(place)) {}
+  // One for reading, whose logs lie wherever they do.
+  explicit HiveStore(HiveFiles files)
+      : place_(std::move(files.primary)), logs_(std::move(files.logs)) {}
   HiveStore(const HiveStore&) = delete;
   HiveStore& operator=(const HiveStore&) = delete;
 
@@ -76,7 +83,7 @@ class HiveStore {
   BaseBlock InMemory() const;
 
   // Recovering.
-  HostPath LogPlace(const char* ending) const;
+  HostPath LogPlace(std::size_t number) const;  // in kHiveLogs
   std::vector<LogFile> OpenLogs() const;
   Code Recover();
   Code Replay(std::vector<LogFile>* logs, std::uint32_t number);
@@ -96,6 +103,7 @@ class HiveStore {
   void EmptyLog(BaseBlock base);
 
   const HostPath place_;
+  const std::optional<std::array<HostPath, kHiveLogs.size()>> logs_;
   Descriptor file_;
   bool canWrite_ = false;  // file_ was opened for it
   Lock lock_ = Lock::None;

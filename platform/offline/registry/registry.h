@@ -1,17 +1,20 @@
 // What the registry offers to the other parts of the offline platform, beyond platform/registry.h,
-// platform/services.h and platform/version.h: texts in it, and hives for a machine that is being
-// made.
+// platform/services.h and platform/version.h: texts in it, hives for a machine that is being made,
+// and what differs between two hives.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "platform/error.h"
 #include "platform/formats/hive_image.h"
+#include "platform/machine_changes.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/registry.h"
 #include "support/string.h"
@@ -54,5 +57,36 @@ class NewHive {
   HiveImage image_;
   Code code_ = kSuccess;
 };
+
+// What the names of a hive's logs have behind that of its primary file.
+inline constexpr std::array<const char*, 3> kHiveLogs = {".LOG1", ".LOG2", ".LOG"};
+
+struct HiveFiles {
+  HostPath primary;
+  std::array<HostPath, kHiveLogs.size()> logs;  // in the order of kHiveLogs; they may be missing
+};
+
+// The hives of this process's machine that are there, as the registry mounts them: those of the
+// system, and two of each profile. The host's names, with links resolved.
+std::vector<std::string> HivesOfMachine();
+
+// Appends the keys that differ between two hives, each completed from its logs, in the order of
+// ComesBefore. `hive` is what the changes are to call the hive. 1009 when either is damaged, or
+// a key that differs has a name that can't be a part of a path; 170 when others have one for too
+// long.
+Code CompareHives(const HiveFiles& before, const HiveFiles& after, cvn::StringView hive,
+                  cvn::List<machine::KeyChange>* changes);
+
+// Brings keys to what they are on the side `to`, all or nothing: as one entry of the hive's log,
+// which reaches the disk, and then in the primary file. What is so already stays. 5 for a hive that
+// is read-only, and when a key that has to go has subkeys that `changes` doesn't name, 2 when one
+// has to come where its parent is missing, 1009 for a damaged hive, 112, 170.
+Code ApplyKeyChanges(const HostPath& hive, std::span<const machine::KeyChange> changes,
+                     machine::Side to);
+
+// The indexes of those changes whose keys aren't in the hive as they are on `side`. A key that the
+// other side doesn't have has to have the values and subkeys that `changes` tells, and no more.
+Code FindOtherKeys(const HostPath& hive, std::span<const machine::KeyChange> changes,
+                   machine::Side side, std::vector<std::size_t>* others);
 
 }  // namespace platform::posix

@@ -9,6 +9,7 @@
 #include "platform/environment.h"
 #include "platform/formats/names.h"
 #include "platform/offline/environment/environment.h"
+#include "platform/offline/registry/registry.h"
 #include "platform/offline/registry/registry_values.h"
 #include "platform/offline/volume/volume.h"
 #include "support/format.h"
@@ -276,6 +277,19 @@ void RegistrySpace::AddProfile(const std::u16string& sid, cvn::StringView folder
     currentUser_ = user;
   }
 }
+
+std::vector<std::string> RegistrySpace::Files() {
+  AddProfiles();
+  // What can't be read has no profiles.
+  IgnoreError(EndStep(kSuccess));
+  std::vector<std::string> files;
+  for (const Mount& mount : mounts_) {
+    files.push_back(mount.file);
+  }
+  return files;
+}
+
+std::vector<std::string> HivesOfMachine() { return RegistrySpace::Get().Files(); }
 
 Code RegistrySpace::EndStep(Code code) {
   for (Mount& mount : mounts_) {

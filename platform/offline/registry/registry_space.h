@@ -28,7 +28,9 @@ namespace platform::posix {
 struct Mount {
   enum class Kind { Plain, System };
 
-  Mount(HostPath file, Kind itsKind) : hive(std::move(file)), kind(itsKind) {}
+  Mount(const HostPath& place, Kind itsKind) : file(place.spelling), hive(place), kind(itsKind) {}
+
+  std::string file;  // the host's name
 
   Hive hive;
   Kind kind;
@@ -67,6 +69,9 @@ class RegistrySpace {
 
   Code Sync();
   Code Flush();
+
+  // The hives that are there.
+  std::vector<std::string> Files();
 
   // True for the keys that nothing but hives can stand below.
   bool IsFrame(const KeyPtr& key) const { return key == machine_ || key == users_; }
