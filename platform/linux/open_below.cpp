@@ -8,16 +8,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 
 #include "platform/linux/descriptor.h"
 
 namespace platform::posix {
 namespace {
 
-int FindInOneCall(int folder, const std::string& path) {
+int OpenInOneCall(int folder, const std::string& path, int flags, std::uint64_t resolve) {
   open_how how{};
-  how.flags = O_PATH | O_CLOEXEC;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+  how.flags = static_cast<std::uint64_t>(flags) | O_CLOEXEC;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS | resolve;
   // The kernel gives up on ".." of a link while folders are being renamed.
   constexpr int kAttempts = 16;
   long found = -1;
@@ -29,6 +30,9 @@ int FindInOneCall(int folder, const std::string& path) {
   }
   return static_cast<int>(found);
 }
+
+// A kernel before 5.6, or a container's filter that doesn't know the call.
+bool IsUnknownCall(int opened) { return opened < 0 && (errno == ENOSYS || errno == EPERM); }
 
 int FindStepByStep(int folder, const std::string& path) {
   Descriptor at(openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -49,10 +53,17 @@ int FindStepByStep(int folder, const std::string& path) {
 }  // namespace
 
 int FindBelow(int folder, const std::string& path) {
-  const int found = FindInOneCall(folder, path);
-  // A kernel before 5.6, or a container's filter that doesn't know the call.
-  const bool isUnknown = found < 0 && (errno == ENOSYS || errno == EPERM);
-  return isUnknown ? FindStepByStep(folder, path) : found;
+  const int found = OpenInOneCall(folder, path, O_PATH, 0);
+  return IsUnknownCall(found) ? FindStepByStep(folder, path) : found;
+}
+
+int OpenBelow(int folder, const std::string& path, int flags) {
+  const int opened = OpenInOneCall(folder, path, flags, RESOLVE_NO_SYMLINKS);
+  if (!IsUnknownCall(opened)) {
+    return opened;
+  }
+  const Descriptor found(FindStepByStep(folder, path));
+  return found.Get() < 0 ? -1 : OpenFound(found.Get(), flags);
 }
 
 int OpenFound(int found, int flags) {

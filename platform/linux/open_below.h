@@ -11,6 +11,10 @@ namespace platform::posix {
 // on failure, with errno: EXDEV or ELOOP for such a link.
 int FindBelow(int folder, const std::string& path);
 
+// Opens `path`, as for FindBelow, with `flags` of open. No link is followed: ELOOP. Negative on
+// failure, with errno.
+int OpenBelow(int folder, const std::string& path, int flags);
+
 // Opens what such a descriptor has found, with `flags` of open. Negative on failure, with errno.
 int OpenFound(int found, int flags);
 

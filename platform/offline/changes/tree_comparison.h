@@ -1,0 +1,29 @@
+// The differences of two folders, file by file.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <unordered_set>
+
+#include "platform/error.h"
+#include "platform/offline/changes/changes.h"
+
+namespace platform::posix {
+
+// Paths of the host below the machine's folder, without a slash at the start.
+using Places = std::unordered_set<std::string>;
+
+// The path on drive C: of such a path. False when it can't be said, because of a backslash.
+bool ToMachinePath(std::string_view below, cvn::String* path);
+
+// And back.
+std::string PlaceOf(cvn::StringView machinePath);
+
+// Whether an open folder of an overlay hides the one below it.
+bool IsOpaque(int folder);
+
+// Appends what differs between the folder `before` and the view, without `leftOut`; in no order.
+Code CompareTrees(int before, const ViewFolder& view, const Places& leftOut,
+                  cvn::List<machine::FileChange>* changes);
+
+}  // namespace platform::posix
