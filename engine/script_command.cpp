@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "engine/variable_store.h"
+#include "engine/xml_text.h"
 #include "support/utf.h"
 
 namespace tessel {
@@ -15,7 +16,7 @@ constexpr const char* kBoolHandlers[] = {kOnTrue, kOnFalse};
 cvn::String FirstText(const TiXmlElement& element) {
   const TiXmlNode* child = element.FirstChild();
   const TiXmlText* text = child == nullptr ? nullptr : child->ToText();
-  return text == nullptr ? cvn::String() : cvn::Utf8ToWide(text->ValueStr());
+  return text == nullptr ? cvn::String() : XmlToWide(text->ValueStr());
 }
 
 }  // namespace
@@ -40,7 +41,7 @@ bool HasHandler(FunctionKind kind, std::string_view name) {
 
 void CopyAttributes(const TiXmlElement& element, AttributeMap* attributes) {
   for (const TiXmlAttribute* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
-    attributes->Add(cvn::Utf8ToWide(at->NameTStr()), cvn::Utf8ToWide(at->ValueStr()));
+    attributes->Add(cvn::Utf8ToWide(at->NameTStr()), XmlToWide(at->ValueStr()));
   }
   const TiXmlElement* data = element.FirstChildElement("data");
   if (data != nullptr) {

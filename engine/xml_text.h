@@ -4,6 +4,7 @@
 #include <tinyxml.h>
 
 #include <string>
+#include <string_view>
 
 #include "support/string.h"
 
@@ -14,6 +15,9 @@ namespace tessel {
 bool ParseXmlText(cvn::StringView text, TiXmlDocument* document);
 // The same for text as TinyXML takes it.
 bool ParseXmlUtf8(const std::string& utf8, TiXmlDocument* document);
+
+// A text of a tree as wide text. A reference to half of a surrogate pair gives that half.
+cvn::String XmlToWide(std::string_view text);
 
 // The value of an attribute as wide text, empty when it is missing.
 cvn::String XmlAttributeText(const TiXmlElement& element, const std::string& name);
