@@ -517,7 +517,8 @@ so is one that UTF-16 writes as a pair.
 
 A document type, instructions, comments and references to entities that the document type declares, or may, stay as they
 are; an expression sees `&name;`. Something that has no place in XML, such as a text behind the last element, a `&` that
-begins no reference or the name of an unknown entity, makes `xmlOpen` fail instead. What a save changes:
+begins no reference or the name of an unknown entity, makes `xmlOpen` fail instead, and so does an element with more than
+1,000 attributes. What a save changes:
 
 - The layout. Elements, comments and instructions have lines of their own, indented by four blanks a level; only a single
   text stands between its tags. An empty element becomes `<name />`, a value in `'` is put in `"` where it can be.

@@ -153,6 +153,7 @@ class Shielder {
 
   bool StartTag() {
     isTypeOver_ = true;
+    std::size_t attributes = 0;
     while (++at_ < text_.size()) {
       const char c = text_[at_];
       if (c == '>') {
@@ -162,7 +163,7 @@ class Shielder {
       }
       if (c == '"' || c == '\'') {
         ++at_;
-        if (!Characters(c, Where::Attribute)) {
+        if (++attributes > kMostXmlAttributes || !Characters(c, Where::Attribute)) {
           return false;
         }
       }

@@ -10,6 +10,9 @@
 
 namespace tessel {
 
+// Of one element. TinyXML compares each with all before it.
+inline constexpr std::size_t kMostXmlAttributes = 1000;
+
 enum class XmlPart {
   Document,  // a file: nothing but comments and instructions may stand beside its elements
   Element,   // one element in a script; what stands behind it doesn't matter
@@ -24,8 +27,9 @@ struct ShieldedXml {
 
 // Reads well-formed UTF-8 with LF at the ends of lines. False when something in it has no place in
 // XML and would be lost: text outside of the elements, what isn't closed, a '&' that begins no
-// reference, an entity that isn't declared, a character reference to no character. That the text is
-// well-formed otherwise is for the parsers to say.
+// reference, an entity that isn't declared, a character reference to no character. And false when
+// an element has more than kMostXmlAttributes. That the text is well-formed otherwise is for the
+// parsers to say.
 bool ShieldXml(std::string text, XmlPart part, ShieldedXml* shielded);
 
 // Whether ShieldXml would take `text`.
