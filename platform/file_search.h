@@ -42,10 +42,10 @@ class SearchEntry {
 
 // A search, as FindFirstFileW, FindNextFileW and FindClose. The last component of the path may hold
 // '*' and '?', with the rules of Windows: without regard to case, "*.*" matches every name, "*."
-// every name without a dot, and a
-// '?' at the end of the name or before a dot matches nothing too; "." and ".." are listed first
-// where the pattern matches them, and names come in the order of a file system of Windows: by their
-// upper-case forms.
+// every name without a dot, and a '?' at the end of the name or before a dot matches nothing too.
+// Windows takes '<', '>' and '"' as wildcards as well: what '*' before a dot, '?', and a dot before
+// a wildcard stand for. "." and ".." are listed first, both of them, where the pattern matches ".",
+// and names come in the order of a file system of Windows: by their upper-case forms.
 //
 // It finds what the folder held when it started: nothing that is created, renamed or deleted while
 // it goes on disturbs it. No folder stays open meanwhile.
@@ -56,9 +56,9 @@ class Search {
   Search& operator=(Search&&) noexcept;
   ~Search();
 
-  // Starts, and gives the first entry. 2 when nothing matches, 3 when the folder is missing, 267
-  // when it is none, 123 for a wildcard in a folder's name; a path that ends in a separator
-  // gives 2.
+  // Starts, and gives the first entry. 2 when nothing matches, also because the path ends in a
+  // separator; 3 when the folder is missing, 267 when it is none, 123 for a wildcard in a folder's
+  // name.
   Code First(cvn::StringView path, SearchEntry* entry);
   // 18 after the last entry.
   Code Next(SearchEntry* entry);

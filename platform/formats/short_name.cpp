@@ -20,8 +20,9 @@ bool IsPart(cvn::StringView part, std::size_t longest) {
 }
 
 std::size_t LiteralCount(cvn::StringView part) {
-  return static_cast<std::size_t>(std::count_if(
-      part.begin(), part.end(), [](char16_t unit) { return unit != u'*' && unit != u'?'; }));
+  return static_cast<std::size_t>(std::count_if(part.begin(), part.end(), [](char16_t unit) {
+    return cvn::StringView(u"*?<>\"").find(unit) == cvn::StringView::npos;
+  }));
 }
 
 }  // namespace

@@ -1,36 +1,59 @@
 #include "platform/formats/wildcards.h"
 
+#include <algorithm>
+
 #include "platform/formats/names.h"
 
 namespace platform::posix {
+namespace {
+
+constexpr cvn::StringView kWildcards = u"*?";
+constexpr cvn::StringView kDosWildcards = u"<>\"";
+
+}  // namespace
 
 bool HasWildcards(cvn::StringView name) {
-  return name.find_first_of(u"*?") != cvn::StringView::npos;
+  return name.find_first_of(kWildcards) != cvn::StringView::npos;
 }
 
-Pattern::Pattern(cvn::StringView text) {
+bool HasDosWildcards(cvn::StringView name) {
+  return name.find_first_of(kDosWildcards) != cvn::StringView::npos;
+}
+
+Pattern::Kind Pattern::KindOf(char16_t unit, char16_t after, bool withDos) {
+  switch (unit) {
+    case u'?':
+      return Kind::OneOrEnd;
+    case u'*':
+      return after == u'.' ? Kind::AnyToLastDot : Kind::Any;
+    case u'.':
+      return kWildcards.find(after) != cvn::StringView::npos ? Kind::DotOrEnd : Kind::Unit;
+    case u'<':
+      return withDos ? Kind::AnyToLastDot : Kind::Unit;
+    case u'>':
+      return withDos ? Kind::OneOrEnd : Kind::Unit;
+    case u'"':
+      return withDos ? Kind::DotOrEnd : Kind::Unit;
+    default:
+      return Kind::Unit;
+  }
+}
+
+Pattern::Pattern(cvn::StringView text, bool withDos) {
   // The path's end is cut as every path's; only a dot there is not forgotten.
   const bool endsInDot = text.ends_with(u'.');
   text = text.substr(0, text.find_last_not_of(u". ") + 1);
   matchesAll_ = text == u"*.*" || (text == u"*" && !endsInDot);
   const std::u16string folded = Folded(text);
   for (std::size_t i = 0; i < folded.size(); ++i) {
-    const char16_t unit = folded[i];
     const char16_t after = i + 1 < folded.size() ? folded[i + 1] : (endsInDot ? u'.' : u'\0');
-    Kind kind = Kind::Unit;
-    if (unit == u'?') {
-      kind = Kind::OneOrEnd;
-    } else if (unit == u'*') {
-      kind = after == u'.' ? Kind::AnyToLastDot : Kind::Any;
-    } else if (unit == u'.' && (after == u'?' || after == u'*')) {
-      kind = Kind::DotOrEnd;
-    }
-    steps_.push_back({kind, unit});
+    steps_.push_back({KindOf(folded[i], after, withDos), folded[i]});
   }
-  const std::size_t wildcard = folded.find_last_of(u"*?");
-  const bool dotIsWild = wildcard != 0 && steps_.back().kind == Kind::DotOrEnd;
-  tail_ = dotIsWild ? u"" : folded.substr(wildcard + 1);
-  isTailOnly_ = wildcard == 0 && folded[0] == u'*' && !tail_.empty();
+  const auto last = std::find_if(steps_.rbegin(), steps_.rend(),
+                                 [](const Step& step) { return step.kind != Kind::Unit; });
+  const auto tail = static_cast<std::size_t>(steps_.rend() - last);
+  tail_ = folded.substr(tail);
+  isTailOnly_ = tail == 1 && folded[0] == u'*' && !tail_.empty();
 }
 
 // True when the step may take nothing of `rest`.

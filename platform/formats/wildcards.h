@@ -8,16 +8,23 @@
 
 namespace platform::posix {
 
+// '*' and '?'.
 bool HasWildcards(cvn::StringView name);
+
+// '<', '>' and '"'.
+bool HasDosWildcards(cvn::StringView name);
 
 // A pattern matches without regard to case, by the rules that Windows has kept since names had
 // eight characters and an extension of three: "*.*" matches every name; '?' also matches nothing
 // at a name's end or before a dot; a dot before a wildcard also matches nothing at a name's end;
 // '*' before a dot takes all up to the name's last dot, and a dot that ends the pattern asks for
-// names that have none.
+// names that have none. FindFirstFileW writes these meanings as '>', '"' and '<' before it hands
+// the pattern on, and takes those characters from its caller too; FsRtlIsNameInExpression documents
+// them as DOS_QM, DOS_DOT and DOS_STAR.
 class Pattern {
  public:
-  explicit Pattern(cvn::StringView text);
+  // `withDos` tells whether '<', '>' and '"' are wildcards, which on the host they are not.
+  Pattern(cvn::StringView text, bool withDos);
 
   bool MatchesAll() const { return matchesAll_; }
   // `folded` is a name as Folded() gives it.
@@ -30,6 +37,7 @@ class Pattern {
     char16_t unit;
   };
 
+  static Kind KindOf(char16_t unit, char16_t after, bool withDos);
   bool Skips(std::size_t step, cvn::StringView rest) const;
   bool Takes(std::size_t step, cvn::StringView rest, bool* stays) const;
   void Advance(cvn::StringView rest);

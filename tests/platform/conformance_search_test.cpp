@@ -34,10 +34,20 @@ TEST_F(SearchConformance, FindsByPattern) {
       {u"none\\*", "3"},
   };
   Check(kCases);
-  // Wine lets a '?' stand for one character only, and has other codes.
+  // Wine lets a '?' stand for one character only, knows none of '<', '>' and '"', doesn't look for
+  // the folder that ends a path, and has other codes.
   constexpr std::pair<cvn::StringView, const char*> kOldCases[] = {
       {u"a??.*", "a, a.txt, ab.txt, abc.text"},
+      {u"?", "., .., a"},
+      {u"??", "., .., a"},
+      {u"..?", "., .."},
+      {u"..<", "2"},
+      {u"*..*", "., .."},
+      {u"<.>>>", "., .., .dot, a.txt, ab.txt, b.TXT, x.y.z"},
+      {u"a\"*", "a, a.txt"},
       {u"a\\*", "267"},
+      {u"a\\", "267"},
+      {u"none\\", "3"},
       {u"n|o*", "123"},
   };
   Check(std::span(kOldCases).first(RunsUnderWine() ? 0 : std::size(kOldCases)));

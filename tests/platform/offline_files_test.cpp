@@ -77,9 +77,16 @@ TEST(Wildcards, FollowTheRulesOfWindows) {
       {u"a**c", "A.BC AB.C A.B.C"},
       {u"*bc", "A.BC"},
       {u"*x", ""},
+      {u"<", ". .. A AB"},
+      {u"<.<.<", ".. A.B.C A.TAR.GZ"},
+      {u"..<", ".."},
+      {u">>", ". A AB"},
+      {u">.>>", ". .. A.B A.BC"},
+      {u"a\"*", "A A.B A.BC A.B.C A.TAR.GZ"},
+      {u"a\"b\"c", "A.B.C"},
   };
   for (const auto& [text, expected] : kCases) {
-    posix::Pattern pattern(text);
+    posix::Pattern pattern(text, true);
     std::string matching;
     for (const cvn::StringView name : kNames) {
       if (pattern.Matches(name)) {
@@ -89,7 +96,7 @@ TEST(Wildcards, FollowTheRulesOfWindows) {
     EXPECT_EQ(matching, expected) << Utf8(text);
   }
   // No pattern may take more than its length for each unit of the name.
-  posix::Pattern hard(Joined(Repeated(u"*a", 100), u"?b"));
+  posix::Pattern hard(Joined(Repeated(u"*a", 100), u"?b"), true);
   EXPECT_FALSE(hard.Matches(std::u16string(255, u'A')));
 }
 

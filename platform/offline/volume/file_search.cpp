@@ -94,10 +94,11 @@ class Listing {
     if (stream == nullptr) {
       return CodeOf(errno);
     }
-    for (const cvn::StringView dots : {u".", u".."}) {
-      if (withDots && pattern.Matches(dots)) {
-        Add(dots.size() == 1 ? "." : "..", DT_DIR);
-      }
+    // NTFS lists both of them when the pattern matches the first. "..<" matches the second alone,
+    // and lists neither.
+    if (withDots && pattern.Matches(u".")) {
+      Add(".", DT_DIR);
+      Add("..", DT_DIR);
     }
     const std::size_t sorted = items_.size();
     for (;;) {
@@ -291,30 +292,31 @@ struct Search::State {
     entry->isDirectory_ = type == DT_DIR || (type == DT_LNK && details.Place(false).IsFolder());
   }
 
-  Code Read(int searched, bool withDots, cvn::StringView text) {
-    const posix::Pattern pattern(text);
+  Code Read(int searched, const HostPath& host, cvn::StringView text) {
+    const posix::Pattern pattern(text, host.onMachine);
     struct stat status {};
     const bool withShort = !pattern.MatchesAll() && posix::MayMatchShortForm(text) &&
                            fstat(searched, &status) == 0 &&
                            posix::VolumesWithShortNames().Has(searched, status);
-    return listing.Read(searched, withDots, withShort, pattern);
+    return listing.Read(searched, !host.isRoot, withShort, pattern);
   }
 
-  Code FirstOfMany(const Place& place, SearchEntry* entry) {
+  Code FirstOfMany(cvn::StringView path, const Place& place, SearchEntry* entry) {
     HostPath host;
     Code code = FindFolder(place.folder, &host);
-    const cvn::StringView refused = u"<>:\"|";
+    if (code == kSuccess && !host.onMachine && !posix::HasWildcards(place.name)) {
+      return TheOne(path, place, entry);
+    }
     if (code == kSuccess && host.onMachine &&
-        place.name.find_first_of(refused) != cvn::StringView::npos) {
+        place.name.find_first_of(u":|") != cvn::StringView::npos) {
       code = kInvalidName;
     }
-    const bool withDots = !host.isRoot;
     if (code == kSuccess) {
       code = posix::FollowToOpen(&host);
     }
     if (code == kSuccess) {
       auto held = std::make_shared<posix::Descriptor>(host.Open(O_PATH | O_DIRECTORY));
-      code = held->Get() < 0 ? CodeOf(errno) : Read(held->Get(), withDots, place.name);
+      code = held->Get() < 0 ? CodeOf(errno) : Read(held->Get(), host, place.name);
       folder = std::make_shared<SearchedFolder>(host, std::move(held));
     }
     if (code != kSuccess) {
@@ -374,13 +376,17 @@ Code Search::First(cvn::StringView path, SearchEntry* entry) {
   if (path.empty()) {
     return Fail(kPathNotFound);
   }
+  const Place place = Split(path);
   if (posix::IsSeparator(path.back())) {
-    return Fail(kFileNotFound);
+    // Nothing to search for. Windows opens the folder before it sees that.
+    HostPath host;
+    const Code found = FindFolder(place.folder, &host);
+    return Fail(found == kSuccess ? kFileNotFound : found);
   }
   auto state = std::make_unique<State>();
-  const Place place = Split(path);
-  const Code code = posix::HasWildcards(place.name) ? state->FirstOfMany(place, entry)
-                                                    : state->TheOne(path, place, entry);
+  const bool isPattern = posix::HasWildcards(place.name) || posix::HasDosWildcards(place.name);
+  const Code code =
+      isPattern ? state->FirstOfMany(path, place, entry) : state->TheOne(path, place, entry);
   if (code != kSuccess) {
     return Fail(code);
   }
