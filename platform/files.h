@@ -23,7 +23,7 @@ enum class Share { None, Read, ReadWrite, ReadWriteDelete };
 enum class Disposition {
   OpenExisting,  // 2 when there is no such file
   OpenAlways,    // creates it when it is missing
-  CreateNew,     // 80 when it is there
+  CreateNew,     // 80 when a file is there
   CreateAlways,  // empties it when it is there
 };
 
@@ -67,9 +67,9 @@ class File {
 };
 
 // Opens a file, as CreateFileW with FILE_ATTRIBUTE_NORMAL. 2 when the file is missing, 3 when a
-// folder on the way is, 5 for a folder or without permission, 32 when another holds it without
-// sharing, 123 for a name that Windows refuses. The code is the last error too, except that success
-// leaves that alone.
+// folder on the way is, 5 for a folder (whatever the disposition) or without permission, 32 when
+// another holds it without sharing, 123 for a name that Windows refuses. The code is the last error
+// too, except that success leaves that alone.
 Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file);
 
 // Creates one folder, as CreateDirectoryW: 183 when it (or a file of that name) is there, 3 when
@@ -122,9 +122,9 @@ Code GetAttributes(cvn::StringView path, Attributes* attributes);
 Code SetAttributes(cvn::StringView path, Attributes attributes);
 
 // Copies a file with its attributes and its last-write time, as CopyFileW; links are followed. 80
-// when `failIfExists` and the target is there; 5 when the target is read-only, hidden or system, or
-// either is a folder; 32 when another has the target open. A copy that fails half-way leaves no
-// target behind.
+// when `failIfExists` and a file is at the target; 5 when the target is read-only, hidden or
+// system, or either is a folder; 32 when another has the target open. A copy that fails half-way
+// leaves no target behind.
 Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists);
 
 // Flags of Move, with the values of MoveFileExW.

@@ -82,8 +82,8 @@ constexpr AttributeDescription kFileCreateAttributes[] = {
 
 constexpr FailureDescription kFileCreateFailures[] = {
     {u"3", u"the folder is missing"},
-    {u"5", u"access is denied"},
-    {u"80", u"there is a file or a folder of that name"},
+    {u"5", u"access is denied, or there is a folder of that name"},
+    {u"80", u"there is a file of that name"},
     {u"", u"any other code of the system"},
 };
 

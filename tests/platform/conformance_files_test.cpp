@@ -56,6 +56,10 @@ TEST_F(FilesConformance, Opens) {
       {Read, u"folder", {}, kAccessDenied},
       {Ensure, u"folder", {}, kAccessDenied},
       {Empty, u"folder", {}, kAccessDenied},
+      // Wine finds that the name is taken before it looks at what has it.
+      {Create, u"folder", {}, kAccessDenied, kNotUnderWine},
+      {Create, u"folder\\", {}, kPathNotFound, kNotUnderWine},
+      {CopyNew, u"file", u"folder", kAccessDenied, kNotUnderWine},
       {Read, u"folder\\..\\.\\file"},
       {Read, u"folder/../file"},
       {Read, u"file. ."},

@@ -14,6 +14,9 @@ Code LocateFile(cvn::StringView path, Disposition disposition, HostPath* host) {
   if (host->device != Device::None) {
     return host->DeviceFault(kSuccess);  // it is opened, however that is asked for
   }
+  if (code == kSuccess && host->IsFolder()) {
+    return host->endsInSeparator ? kPathNotFound : kAccessDenied;
+  }
   if (code == kSuccess && disposition == Disposition::CreateNew) {
     return kFileExists;
   }
@@ -23,13 +26,7 @@ Code LocateFile(cvn::StringView path, Disposition disposition, HostPath* host) {
   if (code == kFileNotFound && disposition != Disposition::OpenExisting) {
     return host->endsInSeparator ? kInvalidName : kSuccess;
   }
-  if (code != kSuccess) {
-    return code;
-  }
-  if (host->IsFolder()) {
-    return host->endsInSeparator ? kPathNotFound : kAccessDenied;
-  }
-  return kSuccess;
+  return code;
 }
 
 Code CheckUnused(const HostPath& host) {

@@ -13,7 +13,8 @@
 namespace platform::posix {
 
 // Where the file to open is, or is to be made. On C: no link: there it is the one that links lead
-// to.
+// to. A folder gives 5 whatever the disposition, and 3 with a separator after its name: CreateFileW
+// makes these of STATUS_FILE_IS_A_DIRECTORY, which comes before STATUS_OBJECT_NAME_COLLISION.
 Code LocateFile(cvn::StringView path, files::Disposition disposition, HostPath* host);
 
 // 32 when the file is open, and 87 for the null device. An open file can't be deleted or renamed by
