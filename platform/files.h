@@ -81,11 +81,12 @@ Code CreateDirectory(cvn::StringView path);
 Code CreateDirectoryRecursive(cvn::StringView path);
 
 // Moves a file over another, atomically on one volume, as MoveFileExW with
-// MOVEFILE_REPLACE_EXISTING and MOVEFILE_WRITE_THROUGH.
+// MOVEFILE_REPLACE_EXISTING and MOVEFILE_WRITE_THROUGH: with the codes of Move.
 Code Replace(cvn::StringView from, cvn::StringView to);
 
 // The same for a new version of a file: one that is at `to` hands on its owner, permissions and
-// attributes, as ReplaceFileW does. 5 when it is read-only or no file.
+// attributes, and the spelling of its name, as ReplaceFileW does. 5 when it is read-only or no
+// file, 32 when it is open.
 Code TakePlace(cvn::StringView from, cvn::StringView to);
 
 // Returns when the names in a folder have reached the disk, after a Move into it. On Windows the
@@ -133,9 +134,10 @@ inline constexpr std::uint32_t kMoveCopyAllowed = 2;
 inline constexpr std::uint32_t kMoveDelayUntilReboot = 4;
 inline constexpr std::uint32_t kMoveWriteThrough = 8;
 
-// Moves a file or a folder, as MoveFileExW: 183 when the target is there and may not be replaced, 5
-// for a folder onto anything or anything onto a folder or read-only file, 17 onto another volume
-// without kMoveCopyAllowed, or a folder onto one at all, 3 for an empty path. With
+// Moves a file or a folder, as MoveFileExW, and spells its name as `to` does: 183 when the target
+// is there and may not be replaced, 5 for a folder onto anything or anything onto a folder, a
+// read-only file or one that is open, 32 when the source is open, 17 onto another volume without
+// kMoveCopyAllowed, or a folder onto one at all, 3 for an empty path. With
 // kMoveDelayUntilReboot nothing moves now: the two paths are appended to the session manager's
 // PendingFileRenameOperations. On Linux, where Z: is no drive of that Windows, a path there
 // gives 17.

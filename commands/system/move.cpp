@@ -58,11 +58,11 @@ constexpr AttributeDescription kAttributes[] = {
 
 constexpr FailureDescription kFailures[] = {
     {u"3", u"the folder of `dest` is missing"},
-    {u"5", u"access is denied"},
+    {u"5", u"access is denied, or another program uses the file at `dest`"},
     {u"17",
      u"`src` is a folder, and `dest` is on another drive, or one of them doesn't begin with a "
      u"drive and a backslash"},
-    {u"32", u"another program uses the file"},
+    {u"32", u"another program uses the file at `src`, or, on another drive, the one at `dest`"},
     {u"183", u"`dest` is there, and isn't replaced"},
     {u"1168", u"there is nothing at `src`"},
     {u"", u"any other code of the system"},

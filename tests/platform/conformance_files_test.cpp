@@ -243,10 +243,12 @@ TEST_F(FilesConformance, WhatIsOpenIsNeitherReplacedNorMoved) {
     const Step kSteps[] = {
         {Delete, u"other", {}, kSharingViolation},
         {Replace, u"other", u"moved", kSharingViolation},
+        {Replace, u"file", u"other", kAccessDenied},
+        {TakePlace, u"file", u"other", kSharingViolation},
         {Copy, u"other", u"copy", share == Share::None ? kSharingViolation : kSuccess},
         {Copy, u"file", u"other", share == Share::ReadWrite ? kSuccess : kSharingViolation},
     };
-    Run(std::span(kSteps).first(share == Share::ReadWrite ? 2 : 4));
+    Run(std::span(kSteps).first(share == Share::ReadWrite ? 4 : 6));
   }
   EXPECT_EQ(ContentOf(Path(u"other")), "other content");
 }
@@ -353,9 +355,16 @@ TEST_F(FilesConformance, CopiesAndMoves) {
       {kOver, u"folder", u"empty", kAccessDenied, kNotUnderWine},
       {kOver, u"file", u"other"},
       {kThrough, u"other", u"OTHER"},  // a new spelling
-      {kThrough, u"OTHER", u"folder\\deep"},
+      {kThrough, u"OTHER", u"Deep"},
+      {Make, u"sub"},
+      {kThrough, u"sub", u"Sub"},
+      {Empty, u"file"},
+      {kOver, u"FILE", u"DEEP"},  // spells what it replaces
+      {Empty, u"Version"},
+      {TakePlace, u"version", u"Deep"},  // which keeps its spelling
   };
   Run(kSteps);
+  EXPECT_EQ(Found(Path(u"*")), "., .., DEEP, empty, folder, Sub");
 }
 
 // The moves that the session manager makes at the next start.

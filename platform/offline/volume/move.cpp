@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "platform/files.h"
+#include "platform/formats/names.h"
 #include "platform/linux/atomic_file.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/directory_stream.h"
@@ -43,8 +44,15 @@ bool AreListed(int folder, std::set<std::string_view> names) {
   return names.empty();
 }
 
-// A file system without regard to case finds one name by two spellings: those of a file that has
-// two names are both listed.
+bool AreAlike(std::string_view left, std::string_view right) {
+  std::u16string folds[2];
+  AppendFolded(left, &folds[0]);
+  AppendFolded(right, &folds[1]);
+  return folds[0] == folds[1];
+}
+
+// A file system without regard to case finds one name by two spellings, of which it lists one. Some
+// give each spelling an inode number of its own.
 bool IsOnePlace(const HostPath& left, const HostPath& right) {
   const FileAt first = left.At();
   const FileAt second = right.At();
@@ -52,12 +60,17 @@ bool IsOnePlace(const HostPath& left, const HostPath& right) {
     return false;
   }
   return std::string_view(first.name) == second.name ||
-         (IsOneFile(left.entry, right.entry) &&
+         ((IsOneFile(left.entry, right.entry) || AreAlike(first.name, second.name)) &&
           !AreListed(first.folder, {first.name, second.name}));
 }
 
+// True when the host's path lies on the machine's drive. A drive is told by where the file is, and
+// not by the spelling of its path.
+bool IsOnMachine(const HostPath& place) { return ToMachinePath(place.spelling)[0] == u'C'; }
+
 // Whether what stands in the target's place may give it up. A pipe or a device may not: its name
-// would be a file's from then on, for all of the host.
+// would be a file's from then on, for all of the host. For a file that is open, [MS-FSCC] 2.4.41
+// has STATUS_ACCESS_DENIED; only a copy finds that it may not be shared.
 Code CheckTarget(const HostPath& source, const HostPath& target, bool replace) {
   if (!replace) {
     return kAlreadyExists;
@@ -66,7 +79,13 @@ Code CheckTarget(const HostPath& source, const HostPath& target, bool replace) {
   if (source.IsFolder() || target.IsFolder() || !isFile || IsReadOnly(target)) {
     return kAccessDenied;
   }
-  return CheckUnused(target);
+  const Code code = CheckUnused(target);
+  const bool isRenamed = IsOnMachine(source) == IsOnMachine(target);
+  return code == kSharingViolation && isRenamed ? kAccessDenied : code;
+}
+
+Code CheckSource(const HostPath& source) {
+  return source.isRoot ? kAccessDenied : CheckUnused(source);
 }
 
 // Finds both ends of a move, and checks that the one may take the place of the other.
@@ -74,7 +93,7 @@ Code Locate(cvn::StringView from, cvn::StringView to, bool replace, HostPath* so
             HostPath* target) {
   Code code = Resolve(from, source);
   if (code == kSuccess) {
-    code = source->isRoot ? kAccessDenied : CheckUnused(*source);
+    code = CheckSource(*source);
   }
   if (code != kSuccess) {
     return code;
@@ -86,10 +105,6 @@ Code Locate(cvn::StringView from, cvn::StringView to, bool replace, HostPath* so
   return code == kSuccess && !IsOnePlace(*source, *target) ? CheckTarget(*source, *target, replace)
                                                            : code;
 }
-
-// True when the host's path lies on the machine's drive. A drive is told by where the file is, and
-// not by the spelling of its path.
-bool IsOnMachine(const HostPath& place) { return ToMachinePath(place.spelling)[0] == u'C'; }
 
 int RenameOver(FileAt from, FileAt to) {
   return renameat(from.folder, from.name, to.folder, to.name) == 0 ? 0 : errno;
@@ -116,16 +131,36 @@ int Respell(FileAt from, FileAt to) {
   return error;
 }
 
+// The target as the caller spells it: the name that what moves there gets. One that was found in
+// another way than by its letters keeps the disk's spelling.
+FileAt Spelled(const HostPath& target) {
+  const FileAt found = target.At();
+  return AreAlike(found.name, target.name) ? FileAt{found.folder, target.name.c_str()} : found;
+}
+
 int Unlink(FileAt file) { return unlinkat(file.folder, file.name, 0) == 0 ? 0 : errno; }
+
+// Puts the source in the place of a file that is there. With its name for the moment spelled as
+// before, so that at no time both are gone.
+int TakePlaceOf(const HostPath& target, const HostPath& source) {
+  const int error = RenameOver(source.At(), target.At());
+  const FileAt spelled = Spelled(target);
+  if (error == 0 && std::string_view(target.At().name) != spelled.name) {
+    RenameToFree(target.At(), spelled);  // the file has moved, however it is spelled
+  }
+  return error;
+}
 
 Code Rename(const HostPath& source, const HostPath& target, bool replace) {
   int error = 0;
   if (IsOnePlace(source, target)) {
     // Onto itself, a move gives the name a new spelling.
-    error = Respell(source.At(), {target.At().folder, target.name.c_str()});
+    error = Respell(source.At(), Spelled(target));
   } else if (IsOneFile(source.entry, target.entry)) {
     // The host would leave both names of one file alone.
     error = Unlink(source.At());
+  } else if (replace && target.entry.st_mode != 0) {
+    error = TakePlaceOf(target, source);
   } else if (replace) {
     error = RenameOver(source.At(), target.At());
   } else {
@@ -162,20 +197,51 @@ Code Relocate(const HostPath& source, const HostPath& target, std::uint32_t flag
   return code;
 }
 
+// Both ends have been checked.
+Code MoveFound(const HostPath& source, const HostPath& target, std::uint32_t flags) {
+  const Code code = Relocate(source, target, flags);
+  if (code != kSuccess || (flags & files::kMoveWriteThrough) == 0) {
+    return code;
+  }
+  const Code flushed = FlushFolder(target.At().folder);
+  return flushed == kSuccess && !IsOneFolder(source, target) ? FlushFolder(source.At().folder)
+                                                             : flushed;
+}
+
+// Gives the file `fresh` what the file `old` hands on, and its place.
+Code TakePlace(const HostPath& fresh, HostPath* old) {
+  // What a link leads to gets the new version; the link stays, and its own mode means nothing.
+  Code code = FollowLink(old);
+  if (code == kSuccess && IsReadOnly(*old)) {
+    code = kAccessDenied;  // before the new file is made read-only too
+  }
+  if (code == kSuccess) {
+    code = CheckUnused(*old);  // for a file in use, ReplaceFileW gives another code than a move
+  }
+  if (code == kSuccess && S_ISREG(old->entry.st_mode)) {
+    const Descriptor target(fresh.Open(O_WRONLY | O_NONBLOCK));
+    code = target.Get() < 0 ? CodeOf(errno) : CopyMetadata(*old, target.Get());
+  }
+  if (code == kSuccess) {
+    code = CheckSource(fresh);
+  }
+  if (code == kSuccess) {
+    code = CheckTarget(fresh, *old, true);
+  }
+  if (code != kSuccess) {
+    return code;
+  }
+  old->name = old->At().name;  // its spelling stays as well
+  return MoveFound(fresh, *old, files::kMoveReplaceExisting | files::kMoveWriteThrough);
+}
+
 }  // namespace
 
 Code MoveNow(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {
   HostPath source;
   HostPath target;
-  Code code = Locate(from, to, (flags & files::kMoveReplaceExisting) != 0, &source, &target);
-  if (code == kSuccess) {
-    code = Relocate(source, target, flags);
-  }
-  if (code != kSuccess || (flags & files::kMoveWriteThrough) == 0) {
-    return code;
-  }
-  code = FlushFolder(target.At().folder);
-  return code == kSuccess && !IsOneFolder(source, target) ? FlushFolder(source.At().folder) : code;
+  const Code code = Locate(from, to, (flags & files::kMoveReplaceExisting) != 0, &source, &target);
+  return code == kSuccess ? MoveFound(source, target, flags) : code;
 }
 
 }  // namespace platform::posix
@@ -196,24 +262,7 @@ Code TakePlace(cvn::StringView from, cvn::StringView to) {
   if (code == kFileNotFound) {
     return Replace(from, to);  // nothing to take over
   }
-  if (code != kSuccess) {
-    return posix::Fail(code);
-  }
-  // What a link leads to gets the new version; the link stays, and its own mode means nothing.
-  const bool isLink = S_ISLNK(old.entry.st_mode);
-  code = posix::FollowLink(&old);
-  if (code == kSuccess && posix::IsReadOnly(old)) {
-    code = kAccessDenied;  // before the new file is made read-only too
-  }
-  if (code == kSuccess && S_ISREG(old.entry.st_mode)) {
-    const posix::Descriptor target(fresh.Open(O_WRONLY | O_NONBLOCK));
-    code = target.Get() < 0 ? posix::CodeOf(errno) : posix::CopyMetadata(old, target.Get());
-  }
-  if (code != kSuccess) {
-    return posix::Fail(code);
-  }
-  const cvn::String place = isLink ? posix::ToMachinePath(old.spelling) : cvn::String(to);
-  return Replace(from, place);
+  return posix::Report(code == kSuccess ? posix::TakePlace(fresh, &old) : code);
 }
 
 }  // namespace platform::files
