@@ -58,9 +58,9 @@ void RemoveFolder(cvn::StringView path) {
 
 bool IsFolder(cvn::StringView path) { return paths::Exists(path) && paths::IsDirectory(path); }
 
-bool IsLink(cvn::String path) {
-  paths::RemoveBackslash(&path);
-  const Listing found(path);
+// Whatever separators follow the name: a search for them would go through the link.
+bool IsLink(cvn::StringView path) {
+  const Listing found(path.substr(0, path.find_last_not_of(u"\\/") + 1));
   return found.HasEntry() && found.Entry().IsLink();
 }
 

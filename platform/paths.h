@@ -23,12 +23,14 @@ bool IsSameRoot(cvn::StringView left, cvn::StringView right);
 // Cuts a separator at the end, as PathRemoveBackslashW: not that of a drive's root.
 void RemoveBackslash(cvn::String* path);
 
-// Cuts the last component and the separator before it, as PathRemoveFileSpecW: "C:\a\b" gives
-// "C:\a", "C:\a" gives "C:\", "a" gives "". True when something was removed.
+// Cuts the last component and the separator before it, or two of them, as PathRemoveFileSpecW:
+// "C:\a\b" and "C:\a\\b" give "C:\a", "C:\a" gives "C:\", "a" gives "". True when something was
+// removed.
 bool RemoveFileSpec(cvn::String* path);
 
-// Adds a separator at the end unless there is one, or the path is empty. On Linux a path
-// with '/' and without '\' gets a '/'.
+// Adds a backslash at the end unless there is one, or the path is empty, as PathAddBackslashW:
+// "C:/a/" gives "C:/a/\". On Linux a path of the host, one without a drive and with '/' alone, gets
+// a '/'.
 void AddBackslash(cvn::String* path);
 
 // The last component with the separators that end the path, if any, as PathFindFileNameW; the whole

@@ -20,9 +20,12 @@ bool IsForShell(cvn::StringView path) { return path.size() < MAX_PATH; }
 bool IsSeparator(char16_t character) { return character == u'\\' || character == u'/'; }
 
 std::size_t LongRemoveFileSpec(cvn::StringView path) {
-  const std::size_t separator = path.rfind(u'\\');
+  std::size_t separator = path.rfind(u'\\');
   if (separator == cvn::StringView::npos) {
     return 0;
+  }
+  if (separator != 0 && path[separator - 1] == u'\\') {
+    --separator;
   }
   const bool isRoot = separator == 0 || path[separator - 1] == u':';
   return isRoot ? separator + 1 : separator;

@@ -38,6 +38,7 @@ TEST(PathTextConformance, FollowsShlwapi) {
   const cvn::String way = Joined(u"C:\\", Repeated(u"a way.to \U0001F600\\", 40));
   const cvn::String file = Joined(way, u"b.txt");
   const cvn::String folder(way.AsView().substr(0, way.Length() - 1));
+  const cvn::String doubled = Joined(way, u"\\b");
   const TextCase kRemoved[] = {{u"C:\\a\\b.txt", u"C:\\a"},
                                {u"C:\\a", u"C:\\"},
                                {u"C:\\", u"C:\\"},
@@ -47,15 +48,21 @@ TEST(PathTextConformance, FollowsShlwapi) {
                                {u"", u""},
                                {u"\\a", u"\\"},
                                {u"\\\\s\\h\\a", u"\\\\s\\h"},
-                               {file, folder}};
-  Check(kRemoved, Changed<paths::RemoveFileSpec>);
-  for (const auto& [text, result] : kRemoved) {
+                               {u"C:\\\\", u"C:\\"},
+                               {file, folder},
+                               {doubled, folder},
+                               // Of these two Wine leaves a separator.
+                               {u"C:\\a\\\\b", u"C:\\a"},
+                               {u"a\\\\", u"a"}};
+  const auto removed = std::span(kRemoved).first(std::size(kRemoved) - (RunsUnderWine() ? 2 : 0));
+  Check(removed, Changed<paths::RemoveFileSpec>);
+  for (const auto& [text, result] : removed) {
     cvn::String changed(text);
     EXPECT_EQ(paths::RemoveFileSpec(&changed), text != result) << Utf8(text);
   }
   const TextCase kAdded[] = {{u"C:\\a", u"C:\\a\\"}, {u"C:\\a\\", u"C:\\a\\"}, {u"a", u"a\\"},
                              {u"C:", u"C:\\"},       {u"\\", u"\\"},           {u"", u""},
-                             {folder, way}};
+                             {u"C:/a", u"C:/a\\"},   {u"C:/a/", u"C:/a/\\"},   {folder, way}};
   Check(kAdded, Changed<paths::AddBackslash>);
   const TextCase kCut[] = {{u"C:\\a\\", u"C:\\a"}, {u"C:\\a", u"C:\\a"}, {u"C:\\", u"C:\\"},
                            {u"a\\", u"a"},         {u"", u""},           {way, folder}};

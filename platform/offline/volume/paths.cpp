@@ -72,19 +72,24 @@ bool RemoveFileSpec(cvn::String* path) {
   if (text.size() <= root) {
     return false;
   }
-  const std::size_t last = text.find_last_of(kSeparators);
-  path->Truncate(last == cvn::StringView::npos ? root : std::max(last, root));
+  std::size_t last = text.find_last_of(kSeparators);
+  if (last == cvn::StringView::npos) {
+    last = 0;
+  } else if (last != 0 && IsSeparator(text[last - 1])) {
+    --last;  // of two separators both go, as PathCchRemoveFileSpec has it
+  }
+  path->Truncate(std::max(last, root));
   return true;
 }
 
 void AddBackslash(cvn::String* path) {
   const cvn::StringView text = path->AsView();
-  if (text.empty() || IsSeparator(text.back())) {
-    return;
+  const bool ofHost = !posix::HasDrive(text) && text.find(u'/') != cvn::StringView::npos &&
+                      text.find(u'\\') == cvn::StringView::npos;
+  const char16_t separator = ofHost ? u'/' : u'\\';
+  if (!text.empty() && text.back() != separator) {
+    path->Append(separator);
   }
-  const bool ofHost =
-      text.find(u'/') != cvn::StringView::npos && text.find(u'\\') == cvn::StringView::npos;
-  path->Append(ofHost ? u'/' : u'\\');
 }
 
 cvn::StringView FindFileName(cvn::StringView path) {
