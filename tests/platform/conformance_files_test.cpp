@@ -72,6 +72,9 @@ TEST_F(FilesConformance, Opens) {
       {Ensure, u"ensured"},
   };
   Run(kSteps);
+  for (const auto call : {Read, Create, Make, Delete, Remove, Exists}) {
+    EXPECT_CODE(kPathNotFound, call(u"  ", {}));
+  }
 }
 
 TEST_F(FilesConformance, RefusesNamesThatWindowsRefuses) {

@@ -157,7 +157,8 @@ bool HostPath::IsFolder() const {
 Code Resolve(cvn::StringView path, HostPath* host) {
   *host = HostPath();
   path = UpToZero(path);
-  if (path.empty()) {
+  // GetFullPathNameW cuts blanks at the end, and has no path when nothing is left.
+  if (path.find_first_not_of(u' ') == cvn::StringView::npos) {
     return kPathNotFound;
   }
   PathDraft draft;

@@ -119,10 +119,10 @@ struct HostPath {
 //
 // 2 when only the last name is missing: `host` then tells where it would be. 3 when a folder on the
 // way is missing or is none (`host->spelling` is then what it would be if that were a folder), when
-// there is no such drive, and for an empty path (`host->spelling` is empty then); 53 for a path
-// with a server; 123 for a name that Windows refuses, and for a file with a separator after its
-// name; 206 when the host's path is longer than the host takes, which is 4095 bytes; 1921 for more
-// than 40 links, or links in a circle. Leaves the thread's last error alone.
+// there is no such drive, and for an empty path or one of blanks (`host->spelling` is empty then);
+// 53 for a path with a server; 123 for a name that Windows refuses, and for a file with a separator
+// after its name; 206 when the host's path is longer than the host takes, which is 4095 bytes; 1921
+// for more than 40 links, or links in a circle. Leaves the thread's last error alone.
 Code Resolve(cvn::StringView path, HostPath* host);
 
 // The same by a place's spelling, which has no "." and "..", on the drive that `onMachine` tells.
