@@ -125,7 +125,7 @@ Code SetAttributes(cvn::StringView path, Attributes attributes);
 // Copies a file with its attributes and its last-write time, as CopyFileW; links are followed. 80
 // when `failIfExists` and a file is at the target; 5 when the target is read-only, hidden or
 // system, or either is a folder; 32 when another has the target open. A copy that fails half-way
-// leaves no target behind.
+// leaves no target behind. The code is the last error, 0 too: dirCopyRec shows that.
 Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists);
 
 // Flags of Move, with the values of MoveFileExW.

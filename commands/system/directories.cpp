@@ -137,7 +137,7 @@ class TreeCopy {
   void Take(const files::SearchEntry& entry);
   void EnterFolder(const files::SearchEntry& entry);
   void CopyFile(const files::SearchEntry& entry);
-  bool CopyToFree();
+  platform::Code CopyToFree();
   bool IsSkipped(const files::SearchEntry& entry, bool* isThere);
   void EnsureTarget();
   void Fail(platform::Code code);
@@ -214,41 +214,34 @@ void TreeCopy::CopyFile(const files::SearchEntry& entry) {
   if (!command_->IsAllowed(source_)) {
     return;
   }
-  if (!CopyToFree()) {
+  platform::Code code = CopyToFree();
+  if (code != platform::kSuccess) {
     bool isThere = false;
     if (IsSkipped(entry, &isThere)) {
       return;
     }
     EnsureTarget();
-    const platform::Code code = files::Copy(source_, target_, command_->failIfExists);
+    code = files::Copy(source_, target_, command_->failIfExists);
     levels_.back().isNextFree = code == platform::kSuccess && !isThere;
     levels_.back().isAllWell = levels_.back().isAllWell && code == platform::kSuccess;
   }
-  // The last error is told and kept whatever came of this copy, once one in this folder has failed.
-  const platform::Code lastError = platform::LastError();
+  // Once a copy in this folder has failed, all that follow count as failed.
   const bool isAllWell = levels_.back().isAllWell;
   TraceLine(u"File '%s' copied to '%s' with %s (%d)", source_, target_,
-            isAllWell ? u"SUCCESS" : u"ERROR", lastError);
+            isAllWell ? u"SUCCESS" : u"ERROR", code);
   if (!isAllWell) {
-    Fail(lastError);
+    Fail(code);
   }
 }
 
 // Copies without looking for what is at the target before: in a new tree nothing is, and the copy
-// itself would tell. False when it came to nothing, which is as if it had not been tried; else the
-// last error is what that look would have left.
-bool TreeCopy::CopyToFree() {
+// itself would tell. A failure is as if it had not been tried.
+platform::Code TreeCopy::CopyToFree() {
   Level& level = levels_.back();
-  if (!level.isNextFree) {
-    return false;
-  }
-  const platform::Code lastError = platform::LastError();
-  platform::SetLastError(platform::kFileNotFound);
-  level.isNextFree = files::Copy(source_, target_, true) == platform::kSuccess;
-  if (!level.isNextFree) {
-    platform::SetLastError(lastError);
-  }
-  return level.isNextFree;
+  const platform::Code code =
+      level.isNextFree ? files::Copy(source_, target_, true) : platform::kAlreadyExists;
+  level.isNextFree = code == platform::kSuccess;
+  return code;
 }
 
 // Also makes an existing target writable.

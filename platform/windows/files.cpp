@@ -198,9 +198,11 @@ Code SetAttributes(cvn::StringView path, Attributes attributes) {
 }
 
 Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists) {
-  LastErrorKeeper lastError;
-  return lastError.Outcome(::CopyFileW(Wide(PathForCall(from)), Wide(PathForCall(to)),
-                                       failIfExists ? TRUE : FALSE) != 0);
+  const bool isDone =
+      ::CopyFileW(Wide(PathForCall(from)), Wide(PathForCall(to)), failIfExists ? TRUE : FALSE) != 0;
+  const Code code = isDone ? ERROR_SUCCESS : ::GetLastError();
+  ::SetLastError(code);
+  return code;
 }
 
 Code Move(cvn::StringView from, cvn::StringView to, std::uint32_t flags) {

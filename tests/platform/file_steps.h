@@ -57,8 +57,16 @@ inline Code Delete(View name, View) { return files::Delete(name); }
 inline Code DeleteLater(View name, View) { return files::DeleteAtReboot(name); }
 inline Code Replace(View name, View other) { return files::Replace(name, other); }
 inline Code TakePlace(View name, View other) { return files::TakePlace(name, other); }
-inline Code Copy(View name, View other) { return files::Copy(name, other, false); }
-inline Code CopyNew(View name, View other) { return files::Copy(name, other, true); }
+inline Code CopyAs(View name, View other, bool failIfExists) {
+  const Code code = files::Copy(name, other, failIfExists);
+  EXPECT_EQ(LastError(), code);  // also of a success
+  if (code == kSuccess) {
+    SetLastError(kUntouched);
+  }
+  return code;
+}
+inline Code Copy(View name, View other) { return CopyAs(name, other, false); }
+inline Code CopyNew(View name, View other) { return CopyAs(name, other, true); }
 template <std::uint32_t flags>
 Code Move(View name, View other) {
   return files::Move(name, other, flags);

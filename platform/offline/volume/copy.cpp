@@ -234,7 +234,7 @@ Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists) {
   if (code == kSuccess) {
     code = posix::CopyFile(source, target, {.replace = !failIfExists});
   }
-  return posix::Report(code);
+  return posix::Fail(code);  // a success is told as well
 }
 
 }  // namespace platform::files
