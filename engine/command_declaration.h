@@ -70,7 +70,7 @@ bool LoadNumber(const AttributeDescription& /*attribute*/, cvn::StringView value
 template <auto kMember>
 bool LoadFlag(const AttributeDescription& /*attribute*/, cvn::StringView value,
               FunctionBase* command) {
-  MemberOf(command, kMember) = value == u"true" || value == u"1";
+  MemberOf(command, kMember) = IsFlagOn(value);
   return true;
 }
 
@@ -171,6 +171,27 @@ constexpr AttributeDescription GivenHandle(cvn::StringView name, HandleKinds kin
 constexpr AttributeDescription Judged(AttributeDescription attribute, LiteralJudge judge) {
   attribute.judge = judge;
   return attribute;
+}
+
+// The attribute, whose value names what the command does `use` to.
+constexpr AttributeDescription Naming(AttributeDescription attribute, Subject subject, Use use) {
+  attribute.subject = subject;
+  attribute.use = use;
+  return attribute;
+}
+
+// The attribute, whose value goes on that of the attribute `front` of the same command.
+constexpr AttributeDescription Following(AttributeDescription attribute, cvn::StringView front,
+                                         cvn::StringView joint = u"\\") {
+  attribute.front = front;
+  attribute.joint = joint;
+  return attribute;
+}
+
+// The flag, which has the command's work wait until the system starts again.
+constexpr AttributeDescription Deferring(AttributeDescription flag) {
+  flag.defers = true;
+  return flag;
 }
 
 // A decimal number of 32 bits: junk counts as 0, a number out of range saturates.

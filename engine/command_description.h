@@ -31,6 +31,40 @@ enum class Presence {
   Optional,
 };
 
+// What outside of the script a text names.
+enum class Subject : std::uint8_t {
+  None,
+  RegistryKey,    // its tree's name first; one that is removed goes with all below it
+  RegistryValue,  // its key first
+  File,           // its name may have wildcards, where the command takes those
+  Folder,
+  Tree,   // a folder with all that is below it
+  Entry,  // a file, or a folder with all that is in it
+  Service,
+  Process,  // by its executable
+  Program,  // with its arguments
+  Library,  // with the function's name, where one is called
+  Url,
+  Component,  // of the product
+  User,       // its domain first
+};
+
+// What a command does to it.
+enum class Use : std::uint8_t {
+  Read,      // looks at it, waits for it
+  Create,    // makes it; one that is there stays as it is
+  Change,    // makes it or changes it
+  Remove,    // also: moves it away
+  Start,     // of services and components
+  Stop,      // likewise, and of processes
+  Run,       // starts the program, calls the library
+  Register,  // has the system start it later
+  ActAs,     // goes on as that user
+};
+
+// Whether the value of a Flag counts as true.
+constexpr bool IsFlagOn(cvn::StringView value) { return value == u"true" || value == u"1"; }
+
 struct AttributeDescription;
 
 // Puts the value of an attribute, or the fallback of a missing one, into the member of `command`
@@ -66,6 +100,22 @@ struct AttributeDescription {
   // those. Of one that is closed, neither.
   HandleKinds neededKinds = 0;
   HandleKinds givenKinds = 0;
+  // What the value names, with those in front of it: the value of the attribute `front`, then
+  // `joint`, then this one. An empty value goes without the joint, unless it names a registry
+  // value: then it is the key's default one. For those who only read a script.
+  Subject subject = Subject::None;
+  Use use = Use::Read;
+  cvn::StringView front = {};  // empty for none
+  cvn::StringView joint = {};
+  // Of a Flag: when it is true, what the command does may wait until the system starts again.
+  bool defers = false;
+};
+
+// Something that a command names itself, whatever its attributes say.
+struct FixedSubject {
+  Subject subject = Subject::None;
+  Use use = Use::Read;
+  cvn::StringView name = {};
 };
 
 // A text that a failed command leaves, for onerrorspec.
@@ -80,6 +130,7 @@ struct CommandDescription {
   std::span<const FailureDescription> failures = {};  // of commands that end with an error text
   // What surprises: one sentence or more, for the reference. Empty when nothing does.
   cvn::StringView notes = {};
+  FixedSubject fixedSubject = {};
 };
 
 }  // namespace tessel

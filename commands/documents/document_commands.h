@@ -14,14 +14,16 @@ struct FunctionOnFile : FunctionRetError {
 
 template <HandleKinds kKind>
 inline constexpr AttributeDescription kOpenAttributes[] = {
-    Expanded<&FunctionOnFile::path>(u"path", Presence::NonEmpty, u"The file to read."),
+    Naming(Expanded<&FunctionOnFile::path>(u"path", Presence::NonEmpty, u"The file to read."),
+           Subject::File, Use::Read),
     GivenHandle<&FunctionOnFile::handle>(
         u"handle", kKind,
         u"The name to open it under. A document that the name holds already is closed."),
 };
 
 inline constexpr AttributeDescription kSavedFile =
-    Expanded<&FunctionOnFile::path>(u"path", Presence::NonEmpty, u"The file to write.");
+    Naming(Expanded<&FunctionOnFile::path>(u"path", Presence::NonEmpty, u"The file to write."),
+           Subject::File, Use::Change);
 
 // A command that closes a handle, whatever it holds. An unknown one is no error.
 struct FunctionCloseDocument : FunctionBase {

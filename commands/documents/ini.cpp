@@ -18,8 +18,11 @@ struct FunctionOnIni : FunctionRetError {
   cvn::String key;
 };
 
-constexpr AttributeDescription kPath = Expanded<&FunctionOnIni::path>(
-    u"path", Presence::NonEmpty, u"The file. A bare name means one in the Windows folder.");
+template <Use kUse>
+constexpr AttributeDescription kPath = Naming(
+    Expanded<&FunctionOnIni::path>(u"path", Presence::NonEmpty,
+                                   u"The file. A bare name means one in the Windows folder."),
+    Subject::File, kUse);
 constexpr AttributeDescription kSection = Expanded<&FunctionOnIni::section>(
     u"section", Presence::NonEmpty, u"The section, without its brackets.");
 constexpr AttributeDescription kKey =
@@ -45,7 +48,7 @@ void FunctionIniGetValue::Execute() {
 }
 
 constexpr AttributeDescription kIniGetValueAttributes[] = {
-    kPath,
+    kPath<Use::Read>,
     kSection,
     kKey,
     Variable<&FunctionIniGetValue::var>(u"var", Presence::NonEmpty, u"Receives the value."),
@@ -81,7 +84,7 @@ void FunctionIniSetValue::Execute() {
 }
 
 constexpr AttributeDescription kIniSetValueAttributes[] = {
-    kPath,
+    kPath<Use::Change>,
     kSection,
     kKey,
     Expanded<&FunctionIniSetValue::value>(

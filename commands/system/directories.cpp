@@ -35,7 +35,9 @@ struct FunctionDirExists : FunctionRetBool {
 };
 
 constexpr AttributeDescription kDirExistsAttributes[] = {
-    Expanded<&FunctionDirExists::path>(u"path", Presence::NonEmpty, u"The folder to look for."),
+    Naming(
+        Expanded<&FunctionDirExists::path>(u"path", Presence::NonEmpty, u"The folder to look for."),
+        Subject::Folder, Use::Read),
 };
 
 constexpr CommandDescription kDirExists = {
@@ -57,8 +59,10 @@ struct FunctionDirCreate : FunctionRetError {
 };
 
 constexpr AttributeDescription kDirCreateAttributes[] = {
-    Expanded<&FunctionDirCreate::path>(
-        u"path", Presence::NonEmpty, u"The folder to make. The one that it lies in must be there."),
+    Naming(Expanded<&FunctionDirCreate::path>(
+               u"path", Presence::NonEmpty,
+               u"The folder to make. The one that it lies in must be there."),
+           Subject::Folder, Use::Create),
 };
 
 constexpr FailureDescription kDirCreateFailures[] = {
@@ -86,7 +90,7 @@ struct FunctionDirFind : FunctionWithFind {
 
 constexpr CommandDescription kDirFind = {
     .purpose = u"Lists the folders that match, in a folder and below it.",
-    .attributes = kFindAttributes,
+    .attributes = kFindAttributes<Subject::Folder>,
     .notes =
         u"Never fails: a folder that is missing has none. A pattern such as `*` also finds "
         u"`.` and `..` in each folder that is searched. Links to folders are followed. In "
@@ -310,12 +314,15 @@ WholeTextPattern::Outcome FunctionDirCopyRecursive::MatchFilter(WholeTextPattern
 }
 
 constexpr AttributeDescription kDirCopyRecAttributes[] = {
-    Expanded<&FunctionDirCopyRecursive::src>(u"src", Presence::NonEmpty,
-                                             u"The folder whose content is copied."),
-    Expanded<&FunctionDirCopyRecursive::dest>(
-        u"dest", Presence::NonEmpty,
-        u"The folder that takes the content. It is made with its parents, when a file comes to "
-        u"it."),
+    Naming(Expanded<&FunctionDirCopyRecursive::src>(u"src", Presence::NonEmpty,
+                                                    u"The folder whose content is copied."),
+           Subject::Tree, Use::Read),
+    Naming(
+        Expanded<&FunctionDirCopyRecursive::dest>(
+            u"dest", Presence::NonEmpty,
+            u"The folder that takes the content. It is made with its parents, when a file comes to "
+            u"it."),
+        Subject::Tree, Use::Change),
     kFailIfExists,
     kIgnoreErrors<FunctionDirCopyRecursive>,
     kDiffLWTOnly,
@@ -364,8 +371,9 @@ struct FunctionDirDeleteRecursive : FunctionWithDelete {
 };
 
 constexpr AttributeDescription kDirDeleteRecAttributes[] = {
-    Expanded<&FunctionDirDeleteRecursive::path>(u"path", Presence::NonEmpty,
-                                                u"The folder to delete."),
+    Naming(Expanded<&FunctionDirDeleteRecursive::path>(u"path", Presence::NonEmpty,
+                                                       u"The folder to delete."),
+           Subject::Tree, Use::Remove),
     kIgnoreErrors<FunctionDirDeleteRecursive>,
     kRenameIfFails,
     kAfterRebootIfFails,

@@ -32,12 +32,17 @@ struct FunctionWithFind : FunctionRetError {
   std::int32_t depth;
 };
 
+// `kFound` is what it lists.
+template <Subject kFound>
 inline constexpr AttributeDescription kFindAttributes[] = {
     Expanded<&FunctionWithFind::dir>(u"dir", Presence::NonEmpty, u"The folder to search."),
-    Expanded<&FunctionWithFind::pattern>(
-        u"pattern", Presence::NonEmpty,
-        u"The names to find, with the wildcards `*` and `?`. It holds in each folder that is "
-        u"searched."),
+    Naming(
+        Following(Expanded<&FunctionWithFind::pattern>(u"pattern", Presence::NonEmpty,
+                                                       u"The names to find, with the wildcards `*` "
+                                                       u"and `?`. It holds in each folder that is "
+                                                       u"searched."),
+                  u"dir"),
+        kFound, Use::Read),
     Variable<&FunctionWithFind::var>(u"var", Presence::NonEmpty,
                                      u"Receives the paths; an empty text when nothing matches."),
     Text<&FunctionWithFind::delim>(
@@ -90,11 +95,11 @@ inline constexpr AttributeDescription kRenameIfFails = Flag<&FunctionWithDelete:
     u"false");
 
 inline constexpr AttributeDescription kAfterRebootIfFails =
-    Flag<&FunctionWithDelete::afterRebootIfFails>(
+    Deferring(Flag<&FunctionWithDelete::afterRebootIfFails>(
         u"afterRebootIfFails",
         u"Whether a file that can't be deleted, under its new name if it was renamed, is deleted "
         u"when the system starts again. Without `renameIfFails`, the command ends with the failure "
         u"all the same.",
-        u"false");
+        u"false"));
 
 }  // namespace tessel

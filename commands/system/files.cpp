@@ -55,7 +55,9 @@ struct FunctionFileExists : FunctionRetBool {
 };
 
 constexpr AttributeDescription kFileExistsAttributes[] = {
-    Expanded<&FunctionFileExists::path>(u"path", Presence::NonEmpty, u"The file to look for."),
+    Naming(
+        Expanded<&FunctionFileExists::path>(u"path", Presence::NonEmpty, u"The file to look for."),
+        Subject::File, Use::Read),
 };
 
 constexpr CommandDescription kFileExists = {
@@ -76,8 +78,9 @@ struct FunctionFileCreate : FunctionRetError {
 };
 
 constexpr AttributeDescription kFileCreateAttributes[] = {
-    Expanded<&FunctionFileCreate::path>(u"path", Presence::NonEmpty,
-                                        u"The file to make. Its folder must be there."),
+    Naming(Expanded<&FunctionFileCreate::path>(u"path", Presence::NonEmpty,
+                                               u"The file to make. Its folder must be there."),
+           Subject::File, Use::Create),
 };
 
 constexpr FailureDescription kFileCreateFailures[] = {
@@ -110,9 +113,12 @@ void FunctionFileCopySingle::Execute() {
 }
 
 constexpr AttributeDescription kFileCopySingleAttributes[] = {
-    Expanded<&FunctionFileCopySingle::src>(u"src", Presence::NonEmpty, u"The file to copy."),
-    Expanded<&FunctionFileCopySingle::dest>(
-        u"dest", Presence::NonEmpty, u"The copy's path, with its name. Its folder must be there."),
+    Naming(Expanded<&FunctionFileCopySingle::src>(u"src", Presence::NonEmpty, u"The file to copy."),
+           Subject::File, Use::Read),
+    Naming(Expanded<&FunctionFileCopySingle::dest>(
+               u"dest", Presence::NonEmpty,
+               u"The copy's path, with its name. Its folder must be there."),
+           Subject::File, Use::Change),
     kFailIfExists,
     kDiffLWTOnly,
 };
@@ -189,12 +195,15 @@ platform::Code FunctionFileCopyPattern::CopyMatch(const files::SearchEntry& entr
 }
 
 constexpr AttributeDescription kFileCopyPatternAttributes[] = {
-    Expanded<&FunctionFileCopyPattern::src>(u"src", Presence::NonEmpty,
-                                            u"The files to copy: a path whose name may have the "
-                                            u"wildcards `*` and `?`. Folders are left "
-                                            u"out."),
-    Expanded<&FunctionFileCopyPattern::dest>(u"dest", Presence::NonEmpty,
-                                             u"The folder that they go to. It must be there."),
+    Naming(Expanded<&FunctionFileCopyPattern::src>(
+               u"src", Presence::NonEmpty,
+               u"The files to copy: a path whose name may have the "
+               u"wildcards `*` and `?`. Folders are left "
+               u"out."),
+           Subject::File, Use::Read),
+    Naming(Expanded<&FunctionFileCopyPattern::dest>(
+               u"dest", Presence::NonEmpty, u"The folder that they go to. It must be there."),
+           Subject::Folder, Use::Change),
     kFailIfExists,
     kIgnoreErrors<FunctionFileCopyPattern>,
     kDiffLWTOnly,
@@ -251,9 +260,10 @@ platform::Code FunctionFileDeletePattern::DeleteMatches(const cvn::String& wante
 }
 
 constexpr AttributeDescription kFileDeletePatternAttributes[] = {
-    Expanded<&FunctionFileDeletePattern::path>(
-        u"path", Presence::NonEmpty,
-        u"The files to delete: a path whose name may have the wildcards `*` and `?`."),
+    Naming(Expanded<&FunctionFileDeletePattern::path>(
+               u"path", Presence::NonEmpty,
+               u"The files to delete: a path whose name may have the wildcards `*` and `?`."),
+           Subject::File, Use::Remove),
     kIgnoreErrors<FunctionFileDeletePattern>,
     kRenameIfFails,
     kAfterRebootIfFails,
@@ -297,11 +307,13 @@ struct FunctionFileDownload : FunctionRetError {
 };
 
 constexpr AttributeDescription kFileDownloadAttributes[] = {
-    Expanded<&FunctionFileDownload::file>(
-        u"file", Presence::NonEmpty,
-        u"Where the download goes. A file that is there is replaced, once all has arrived."),
-    Expanded<&FunctionFileDownload::url>(u"url", Presence::NonEmpty,
-                                         u"What to fetch: an http, https, ftp or file URL."),
+    Naming(Expanded<&FunctionFileDownload::file>(
+               u"file", Presence::NonEmpty,
+               u"Where the download goes. A file that is there is replaced, once all has arrived."),
+           Subject::File, Use::Change),
+    Naming(Expanded<&FunctionFileDownload::url>(u"url", Presence::NonEmpty,
+                                                u"What to fetch: an http, https, ftp or file URL."),
+           Subject::Url, Use::Read),
 };
 
 // Low halves of the Internet codes, and codes of the file.
@@ -346,7 +358,7 @@ struct FunctionFileFind : FunctionWithFind {
 
 constexpr CommandDescription kFileFind = {
     .purpose = u"Lists the files that match, in a folder and below it.",
-    .attributes = kFindAttributes,
+    .attributes = kFindAttributes<Subject::File>,
     .notes =
         u"Never fails: a folder that is missing has no files. A folder that has an attribute "
         u"besides being one (hidden, read-only and so on) counts as a file. Links to folders "
@@ -367,7 +379,9 @@ struct FunctionFileIsSigned : FunctionRetBool {
 };
 
 constexpr AttributeDescription kFileIsSignedAttributes[] = {
-    Expanded<&FunctionFileIsSigned::path>(u"path", Presence::NonEmpty, u"The file to look at."),
+    Naming(
+        Expanded<&FunctionFileIsSigned::path>(u"path", Presence::NonEmpty, u"The file to look at."),
+        Subject::File, Use::Read),
 };
 
 constexpr CommandDescription kFileIsSigned = {

@@ -42,18 +42,20 @@ platform::Code FunctionMove::Move(cvn::StringView from, cvn::StringView to) cons
 namespace {
 
 constexpr AttributeDescription kAttributes[] = {
-    Expanded<&FunctionMove::src>(u"src", Presence::NonEmpty, u"The file or folder to move."),
-    Expanded<&FunctionMove::dest>(
-        u"dest", Presence::NonEmpty,
-        u"Its new path, with its new name. The folder of that must be there."),
+    Naming(Expanded<&FunctionMove::src>(u"src", Presence::NonEmpty, u"The file or folder to move."),
+           Subject::Entry, Use::Remove),
+    Naming(Expanded<&FunctionMove::dest>(
+               u"dest", Presence::NonEmpty,
+               u"Its new path, with its new name. The folder of that must be there."),
+           Subject::Entry, Use::Change),
     Flag<&FunctionMove::failIfExists>(
         u"failIfExists",
         u"Whether a file at `dest` is a failure (183), and not replaced. A folder never replaces "
         u"anything.",
         u"true"),
-    Flag<&FunctionMove::afterReboot>(
+    Deferring(Flag<&FunctionMove::afterReboot>(
         u"afterReboot", u"Whether the move is only noted, for when the system starts again.",
-        u"false"),
+        u"false")),
 };
 
 constexpr FailureDescription kFailures[] = {

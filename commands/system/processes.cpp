@@ -80,12 +80,15 @@ void FunctionProcessStart::Execute() {
 
 constexpr AttributeDescription kProcessRunAttributes[] = {
     Expanded<&FunctionProcessStart::path>(u"path", Presence::NonEmpty, u"The program."),
-    Expanded<&FunctionProcessStart::wkdir>(
-        u"wkdir", Presence::Optional,
-        u"The folder that the program starts in. Empty for the run's own."),
-    Expanded<&FunctionProcessStart::args>(
-        u"args", Presence::Optional,
-        u"The arguments, as a command line has them behind the program."),
+    Naming(Expanded<&FunctionProcessStart::wkdir>(
+               u"wkdir", Presence::Optional,
+               u"The folder that the program starts in. Empty for the run's own."),
+           Subject::Folder, Use::Read),
+    Naming(Following(Expanded<&FunctionProcessStart::args>(
+                         u"args", Presence::Optional,
+                         u"The arguments, as a command line has them behind the program."),
+                     u"path", u" "),
+           Subject::Program, Use::Run),
     Number<&FunctionProcessStart::waittime>(
         u"waittime", Presence::Optional,
         u"How long to wait for the program's end, in milliseconds: `0` not at all, `-1` without a "
@@ -155,11 +158,14 @@ bool GatherIds(cvn::StringView name, ProcessIds* ids) {
   return true;
 }
 
-template <typename Class>
-constexpr AttributeDescription kProcesses = Expanded<&Class::processes>(
-    u"name", Presence::NonEmpty,
-    u"An executable's name, for those of that name in any folder, or with a backslash in it the "
-    u"whole path of one. Case doesn't count; two backslashes count as one, but at the beginning.");
+template <typename Class, Use kUse>
+constexpr AttributeDescription kProcesses =
+    Naming(Expanded<&Class::processes>(u"name", Presence::NonEmpty,
+                                       u"An executable's name, for those of that name in any "
+                                       u"folder, or with a backslash in it the "
+                                       u"whole path of one. Case doesn't count; two backslashes "
+                                       u"count as one, but at the beginning."),
+           Subject::Process, kUse);
 
 // Opens processes until there are as many as one wait takes. Gives how many ids it took.
 std::size_t OpenBatch(std::span<const std::uint32_t> ids, cvn::List<process::Handle>* handles) {
@@ -208,7 +214,7 @@ void FunctionProcessWait::Execute() {
 }
 
 constexpr AttributeDescription kProcessWaitAttributes[] = {
-    kProcesses<FunctionProcessWait>,
+    kProcesses<FunctionProcessWait, Use::Read>,
     Number<&FunctionProcessWait::waittime>(
         u"waittime", Presence::NonEmpty,
         u"How long to wait, in milliseconds; `-1` without a limit."),
@@ -266,7 +272,8 @@ void FunctionProcessKill::Execute() {
   TraceEnd(u"processKill");
 }
 
-constexpr AttributeDescription kProcessKillAttributes[] = {kProcesses<FunctionProcessKill>};
+constexpr AttributeDescription kProcessKillAttributes[] = {
+    kProcesses<FunctionProcessKill, Use::Stop>};
 
 constexpr FailureDescription kProcessKillFailures[] = {
     {u"5", u"a process may not be ended"},
@@ -305,8 +312,10 @@ void FunctionProcessImpersonateUser::Execute() {
 constexpr AttributeDescription kProcessImpersonateUserAttributes[] = {
     Expanded<&FunctionProcessImpersonateUser::domain>(
         u"domain", Presence::NonEmpty, u"The user's domain; `.` for the system's own users."),
-    Expanded<&FunctionProcessImpersonateUser::username>(u"username", Presence::NonEmpty,
-                                                        u"The user's name."),
+    Naming(Following(Expanded<&FunctionProcessImpersonateUser::username>(
+                         u"username", Presence::NonEmpty, u"The user's name."),
+                     u"domain"),
+           Subject::User, Use::ActAs),
     Expanded<&FunctionProcessImpersonateUser::password>(
         u"password", Presence::NonEmpty, u"The password. It doesn't show in the trace."),
 };
@@ -341,6 +350,7 @@ constexpr CommandDescription kProcessRevertToSelf = {
     .attributes = {},
     .failures = kProcessRevertToSelfFailures,
     .notes = u"It succeeds, too, when the run went on as nobody else.",
+    .fixedSubject = {Subject::User, Use::ActAs, u"the run's own user"},
 };
 
 // Gives the entry point's result, or the code of what kept it from being called.
@@ -385,9 +395,12 @@ void FunctionProcessEntrypoint::Execute() {
 
 constexpr AttributeDescription kProcessEntrypointAttributes[] = {
     Expanded<&FunctionProcessEntrypoint::path>(u"path", Presence::NonEmpty, u"The library."),
-    Expanded<&FunctionProcessEntrypoint::entrypoint>(
-        u"entrypoint", Presence::NonEmpty,
-        u"The name under which the library exports the function; here case counts."),
+    Naming(
+        Following(Expanded<&FunctionProcessEntrypoint::entrypoint>(
+                      u"entrypoint", Presence::NonEmpty,
+                      u"The name under which the library exports the function; here case counts."),
+                  u"path", u"!"),
+        Subject::Library, Use::Run),
     Expanded<&FunctionProcessEntrypoint::dllTextArgument>(
         u"dllTextArgument", Presence::Optional,
         u"The text that the function gets, as its second argument."),

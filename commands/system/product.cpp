@@ -82,8 +82,11 @@ void FunctionRunlevel::CallBroker(cvn::StringView command, cvn::StringView verb,
   TraceEnd(command);
 }
 
+template <Use kUse>
 constexpr AttributeDescription kRunlevelAttributes[] = {
-    Expanded<&FunctionRunlevel::component>(u"name", Presence::NonEmpty, u"The component's name."),
+    Naming(Expanded<&FunctionRunlevel::component>(u"name", Presence::NonEmpty,
+                                                  u"The component's name."),
+           Subject::Component, kUse),
     Number<&FunctionRunlevel::waittime>(
         u"waittime", Presence::Optional,
         u"A time in seconds, handed to the product; what it means is the product's.", u"0"),
@@ -100,7 +103,7 @@ struct FunctionAmStart : FunctionRunlevel {
 
 constexpr CommandDescription kAmStart = {
     .purpose = u"Starts a component of the product.",
-    .attributes = kRunlevelAttributes,
+    .attributes = kRunlevelAttributes<Use::Start>,
     .failures = kRunlevelFailures,
     .notes = u"It takes as long as the product does.",
 };
@@ -111,7 +114,7 @@ struct FunctionAmStop : FunctionRunlevel {
 
 constexpr CommandDescription kAmStop = {
     .purpose = u"Stops a component of the product.",
-    .attributes = kRunlevelAttributes,
+    .attributes = kRunlevelAttributes<Use::Stop>,
     .failures = kRunlevelFailures,
     .notes = u"It takes as long as the product does.",
 };
@@ -178,6 +181,7 @@ constexpr CommandDescription kApplyHqPolicies = {
     .notes =
         u"That the policies couldn't be applied for another reason is a success. In the trace "
         u"the command goes by `ReApplyHqPolicy`.",
+    .fixedSubject = {Subject::Component, Use::Change, u"the policies of the management platform"},
 };
 
 constexpr CommandRecord kCommands[] = {

@@ -40,12 +40,18 @@ constexpr AttributeDescription kRoot =
     Choice<&Class::root, kRoots>(u"root", u"The tree that the key belongs to.");
 
 template <typename Class>
-constexpr AttributeDescription kKey = Expanded<&Class::key>(u"key", Presence::Required,
-                                                            u"The key's path from `root` on.");
+constexpr AttributeDescription kKey = Following(
+    Expanded<&Class::key>(u"key", Presence::Required, u"The key's path from `root` on."), u"root");
 
-template <typename Class>
-constexpr AttributeDescription kValue = Expanded<&Class::value>(
-    u"value", Presence::Required, u"The value's name. Empty for the key's default value.");
+template <typename Class, Use kUse>
+constexpr AttributeDescription kNamedKey = Naming(kKey<Class>, Subject::RegistryKey, kUse);
+
+template <typename Class, Use kUse>
+constexpr AttributeDescription kValue = Naming(
+    Following(Expanded<&Class::value>(u"value", Presence::Required,
+                                      u"The value's name. Empty for the key's default value."),
+              u"key"),
+    Subject::RegistryValue, kUse);
 
 constexpr FailureDescription kDenied = {u"5", u"access is denied"};
 constexpr FailureDescription kOther = {u"", u"any other code of the system"};
@@ -63,7 +69,7 @@ struct FunctionRegExistsKey : OnKey<FunctionRetBool> {
 
 constexpr AttributeDescription kRegExistsKeyAttributes[] = {
     kRoot<FunctionRegExistsKey>,
-    kKey<FunctionRegExistsKey>,
+    kNamedKey<FunctionRegExistsKey, Use::Read>,
 };
 
 constexpr CommandDescription kRegExistsKey = {
@@ -87,9 +93,11 @@ struct FunctionRegCreateKey : OnKey<FunctionRetError> {
 
 constexpr AttributeDescription kRegCreateKeyAttributes[] = {
     kRoot<FunctionRegCreateKey>,
-    Expanded<&FunctionRegCreateKey::key>(
-        u"key", Presence::Required,
-        u"The key's path from `root` on. What is missing on the way is made too."),
+    Naming(Following(Expanded<&FunctionRegCreateKey::key>(
+                         u"key", Presence::Required,
+                         u"The key's path from `root` on. What is missing on the way is made too."),
+                     u"root"),
+           Subject::RegistryKey, Use::Create),
     Flag<&FunctionRegCreateKey::isVolatile>(
         u"volatile", u"Whether a key that is made lasts only until the system stops.", u"false"),
 };
@@ -142,7 +150,7 @@ constexpr AttributeDescription kRegReadAttributes[] = {
     Variable<&FunctionRegRead::var>(u"var", Presence::NonEmpty, u"Receives the value as text."),
     kRoot<FunctionRegRead>,
     kKey<FunctionRegRead>,
-    kValue<FunctionRegRead>,
+    kValue<FunctionRegRead, Use::Read>,
 };
 
 constexpr FailureDescription kRegReadFailures[] = {
@@ -202,7 +210,7 @@ constexpr Word<std::uint32_t> kTypes[] = {
 constexpr AttributeDescription kRegWriteAttributes[] = {
     kRoot<FunctionRegWrite>,
     kKey<FunctionRegWrite>,
-    kValue<FunctionRegWrite>,
+    kValue<FunctionRegWrite, Use::Change>,
     Expanded<&FunctionRegWrite::data>(
         u"data", Presence::Required,
         u"The text that the value is made of, as `type` says. It shows in the trace."),
@@ -285,7 +293,7 @@ constexpr AttributeDescription kRegGetNamesAttributes[] = {
         u"Receives the names; an empty text when there are none. After a failure it keeps what it "
         u"had."),
     kRoot<FunctionRegGetNames>,
-    kKey<FunctionRegGetNames>,
+    kNamedKey<FunctionRegGetNames, Use::Read>,
     Text<&FunctionRegGetNames::delim>(u"delim", Presence::Required,
                                       u"Stands behind each name, the last one too."),
 };
@@ -395,7 +403,7 @@ struct FunctionRegDeleteKey : OnKey<FunctionRetError> {
 
 constexpr AttributeDescription kRegDeleteKeyAttributes[] = {
     kRoot<FunctionRegDeleteKey>,
-    kKey<FunctionRegDeleteKey>,
+    kNamedKey<FunctionRegDeleteKey, Use::Remove>,
 };
 
 constexpr FailureDescription kRegDeleteKeyFailures[] = {
@@ -435,7 +443,7 @@ void FunctionRegDeleteValue::Execute() {
 constexpr AttributeDescription kRegDeleteValueAttributes[] = {
     kRoot<FunctionRegDeleteValue>,
     kKey<FunctionRegDeleteValue>,
-    kValue<FunctionRegDeleteValue>,
+    kValue<FunctionRegDeleteValue, Use::Remove>,
 };
 
 constexpr FailureDescription kRegDeleteValueFailures[] = {

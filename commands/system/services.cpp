@@ -18,9 +18,11 @@ using platform::Code;
 using platform::kSuccess;
 using services::Handle;
 
-template <typename Class>
-constexpr AttributeDescription kService = Expanded<&Class::service>(
-    u"name", Presence::NonEmpty, u"The service's name, not the one that is shown.");
+template <typename Class, Use kUse>
+constexpr AttributeDescription kService =
+    Naming(Expanded<&Class::service>(u"name", Presence::NonEmpty,
+                                     u"The service's name, not the one that is shown."),
+           Subject::Service, kUse);
 
 constexpr FailureDescription kDenied = {u"5", u"access is denied"};
 constexpr FailureDescription kNoName = {u"123", u"no service can have that name"};
@@ -49,7 +51,8 @@ struct FunctionServiceQuestion : FunctionRetBool {
   cvn::String service;
 };
 
-constexpr AttributeDescription kQuestionAttributes[] = {kService<FunctionServiceQuestion>};
+constexpr AttributeDescription kQuestionAttributes[] = {
+    kService<FunctionServiceQuestion, Use::Read>};
 
 bool IsInstalled(cvn::StringView name) {
   Handle manager;
@@ -201,8 +204,9 @@ struct FunctionServiceChange : FunctionRetError {
   std::int32_t waittime;
 };
 
+template <Use kUse>
 constexpr AttributeDescription kChangeAttributes[] = {
-    kService<FunctionServiceChange>,
+    kService<FunctionServiceChange, kUse>,
     Number<&FunctionServiceChange::waittime>(
         u"waittime", Presence::Optional,
         u"How long to wait for the change, in milliseconds, counted in pauses of 100; `0` for not "
@@ -232,7 +236,7 @@ constexpr FailureDescription kServiceStartFailures[] = {
 
 constexpr CommandDescription kServiceStart = {
     .purpose = u"Starts a service. One that runs already is a success.",
-    .attributes = kChangeAttributes,
+    .attributes = kChangeAttributes<Use::Start>,
     .failures = kServiceStartFailures,
     .notes =
         u"Without a `waittime` the service is asked to start, and nobody sees whether it "
@@ -256,7 +260,7 @@ constexpr FailureDescription kServiceStopFailures[] = {
 
 constexpr CommandDescription kServiceStop = {
     .purpose = u"Stops a service. One that doesn't run is a success.",
-    .attributes = kChangeAttributes,
+    .attributes = kChangeAttributes<Use::Stop>,
     .failures = kServiceStopFailures,
     .notes =
         u"A `waittime` that is a multiple of 100 never gives `timeout`: a service that is "
@@ -320,7 +324,9 @@ void FunctionServiceCreate::Execute() {
 }
 
 constexpr AttributeDescription kServiceCreateAttributes[] = {
-    Expanded<&FunctionServiceCreate::service>(u"name", Presence::NonEmpty, u"The service's name."),
+    Naming(Expanded<&FunctionServiceCreate::service>(u"name", Presence::NonEmpty,
+                                                     u"The service's name."),
+           Subject::Service, Use::Create),
     Expanded<&FunctionServiceCreate::displayName>(
         u"displayName", Presence::Optional,
         u"The name that is shown. Missing or empty, it is that of `name`."),
@@ -336,9 +342,10 @@ constexpr AttributeDescription kServiceCreateAttributes[] = {
         u"errorControl", Presence::NonEmpty,
         u"What the system does when the start fails: `0` nothing, `1` it notes it, `2` and `3` it "
         u"starts anew as it last could."),
-    Expanded<&FunctionServiceCreate::path>(
-        u"path", Presence::Optional,
-        u"The service's program, with its arguments. Without one the system refuses the service."),
+    Naming(Expanded<&FunctionServiceCreate::path>(u"path", Presence::Optional,
+                                                  u"The service's program, with its arguments. "
+                                                  u"Without one the system refuses the service."),
+           Subject::Program, Use::Register),
     Text<&FunctionServiceCreate::group>(
         u"group", Presence::Optional,
         u"The group of services that it starts with. Empty for none."),
@@ -395,7 +402,8 @@ struct FunctionServiceDelete : FunctionRetError {
   cvn::String service;
 };
 
-constexpr AttributeDescription kServiceDeleteAttributes[] = {kService<FunctionServiceDelete>};
+constexpr AttributeDescription kServiceDeleteAttributes[] = {
+    kService<FunctionServiceDelete, Use::Remove>};
 
 constexpr FailureDescription kServiceDeleteFailures[] = {
     kDenied, kNoName, kNoService, {u"1072", u"the service waits for its deletion already"}, kOther,
