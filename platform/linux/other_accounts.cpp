@@ -11,11 +11,18 @@
 #include <vector>
 
 #include "platform/linux/descriptor.h"
+#include "platform/linux/host_view.h"
 
 namespace platform::posix {
 namespace {
 
-bool IsTrusted(uid_t owner) { return owner == 0 || owner == geteuid(); }
+// The overflow user of the kernel (Documentation/admin-guide/sysctl/fs.rst: overflowuid).
+constexpr uid_t kHiddenOwner = 65534;
+
+// Who can't be told from root is taken for root only where nothing that others do is seen.
+bool IsTrusted(uid_t owner) {
+  return owner == 0 || owner == geteuid() || (CurrentView().hidesOwners && owner == kHiddenOwner);
+}
 
 bool IsOwnersGroup(const struct stat& entry) {
   const passwd* user = getpwuid(entry.st_uid);

@@ -48,6 +48,17 @@ DirectoryIndex::~DirectoryIndex() {
   }
 }
 
+void DirectoryIndex::Renew() {
+  const std::lock_guard lock(mutex_);
+  if (events_ >= 0) {
+    close(events_);
+  }
+  events_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  missedIn_.reset();
+  directories_.clear();
+  watches_.clear();
+}
+
 DirectoryIndex::Times DirectoryIndex::TimesOf(const struct stat& status) {
   return {Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim)};
 }

@@ -39,6 +39,10 @@ class DirectoryIndex {
   // names are missed one after the other, as in a folder that is filled.
   bool IsMissed(int directory, std::string_view name);
 
+  // Forgets all, and shares the kernel's reports no longer with the process that this one was
+  // forked from.
+  void Renew();
+
  private:
   // The names by the hash of what they fold to.
   using Names = std::unordered_multimap<std::size_t, std::string>;

@@ -93,6 +93,8 @@ Code Machine::Open(const Machine& machine) {
 
 void Machine::Close(Code state) { MachineOfProcess().state_ = state; }
 
+void Machine::Forget() { MachineOfProcess() = Machine(); }
+
 // Without Resolve, which would look for the very machine that is about to be made or opened.
 Code HostFolder(cvn::StringView folder, std::string* host) {
   folder = UpToZero(folder);

@@ -69,7 +69,9 @@ Code CopyMetadata(int from, const struct stat& entry, int to) {
   for (std::size_t at = 0; code == kSuccess && at < names.size(); at = names.find('\0', at) + 1) {
     code = CopyExtended(from, &names[at], to, &value);
   }
-  if (code == kSuccess && fchown(to, entry.st_uid, entry.st_gid) != 0 && errno != EPERM) {
+  // EINVAL: an owner that a user namespace shows, but can't give.
+  if (code == kSuccess && fchown(to, entry.st_uid, entry.st_gid) != 0 && errno != EPERM &&
+      errno != EINVAL) {
     code = CodeOf(errno);
   }
   return code == kSuccess ? CopyPermissions(entry, to) : code;

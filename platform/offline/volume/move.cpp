@@ -16,6 +16,7 @@
 #include "platform/linux/descriptor.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/host_view.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/copy.h"
 #include "platform/offline/volume/file_steps.h"
@@ -177,13 +178,35 @@ Code Rename(const HostPath& source, const HostPath& target, bool replace) {
   }
 }
 
+// In a view a folder of the machine can't be renamed; nobody else sees what stands there meanwhile.
+Code MoveTree(const HostPath& source, const HostPath& target) {
+  const FileAt to = target.At();
+  const Descriptor from(source.Open(O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+  if (from.Get() < 0 || mkdirat(to.folder, target.name.c_str(), S_IRWXU) != 0) {
+    return CodeOf(errno);
+  }
+  const FileAt made = {to.folder, target.name.c_str()};
+  const Descriptor copy(
+      openat(made.folder, made.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const Code code = CopyTree(from.Get(), copy.Get(), CopyWay::Content);
+  if (code != kSuccess) {
+    IgnoreError(RemoveTree(made));  // why the move failed counts
+    return code;
+  }
+  return RemoveTree(source.At());
+}
+
 Code Relocate(const HostPath& source, const HostPath& target, std::uint32_t flags) {
   const bool replace = (flags & files::kMoveReplaceExisting) != 0;
   const bool mayCopy = (flags & files::kMoveCopyAllowed) != 0 && !source.IsFolder();
   Code code = kNotSameDevice;
   if (mayCopy || IsOnMachine(source) == IsOnMachine(target)) {
     code = ChangeFolder(source, [&] {
-      return ChangeFolder(target, [&] { return Rename(source, target, replace); });
+      return ChangeFolder(target, [&] {
+        const Code renamed = Rename(source, target, replace);
+        const bool isKept = renamed == kNotSameDevice && S_ISDIR(source.entry.st_mode);
+        return isKept && CurrentView().keepsFolders ? MoveTree(source, target) : renamed;
+      });
     });
   }
   if (code == kNotSameDevice && mayCopy) {

@@ -27,6 +27,11 @@ const std::shared_ptr<const Descriptor>& HostRoot() {
   return root;
 }
 
+void ReopenHostRoot() {
+  const Descriptor fresh(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  dup3(fresh.Get(), HostRoot()->Get(), O_CLOEXEC);  // in the place of the one that all hold
+}
+
 const std::shared_ptr<const Descriptor>& RootFolder(bool onMachine) {
   return onMachine ? Machine::Get().Folder() : HostRoot();
 }
@@ -262,6 +267,12 @@ cvn::String ToMachinePath(std::string_view hostPath) {
   text += hostPath.empty() ? "/" : hostPath;
   std::replace(text.begin(), text.end(), '/', '\\');
   return ToWide(text);
+}
+
+void ForgetHost() {
+  ReopenHostRoot();
+  NameIndex().Renew();
+  Machine::Forget();
 }
 
 }  // namespace platform::posix

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -33,6 +34,9 @@ class Machine {
 
   // From now on everything on drive C: fails with this code.
   static void Close(Code state);
+
+  // From now on there is none, as at first.
+  static void Forget();
 
   Machine() = default;
   // Finds the folder that the host calls `folder`. It is taken as it is; nothing is made.
@@ -177,5 +181,32 @@ Code ReadDigest(const files::File& file, machine::EntryState* state);
 // As files::Move, without the delay. The drives C: and Z: are volumes of their own, even on one
 // file system of the host. Leaves the thread's last error alone.
 Code MoveNow(cvn::StringView from, cvn::StringView to, std::uint32_t flags);
+
+// Whole trees of files, by descriptors: copied, removed and measured. None follows a link, and none
+// leaves the tree, whatever others move meanwhile; then it fails with 2. The depth of a tree costs
+// memory, but no stack and no descriptors.
+
+// Told between files how many bytes those had that were come to.
+using TreeProgress = std::function<void(std::uint64_t bytes)>;
+
+enum class CopyWay {
+  Content,  // blocks are shared where the file system does that by itself
+  Shared,   // only with shared blocks; 50, or 17, where the file system can't
+};
+
+// Copies all that is in the folder `from` into the folder `to`, both open, and gives `to` and all
+// in it the times, permissions, owners and extended attributes of what they are copies of, as far
+// as this user may. Pipes, sockets and devices are left out. After a failure a part is there.
+Code CopyTree(int from, int to, CopyWay way, const TreeProgress& progress = {});
+
+// Removes a folder with all that is in it. What others put there meanwhile may keep it.
+Code RemoveTree(FileAt folder);
+
+// Adds up the bytes of all files in an open folder.
+Code MeasureTree(int folder, std::uint64_t* bytes);
+
+// Forgets all that was found of the machine and of the host: for a process that has come to see
+// another host than the one that it was forked from.
+void ForgetHost();
 
 }  // namespace platform::posix

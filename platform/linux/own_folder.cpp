@@ -1,4 +1,4 @@
-#include "platform/offline/volume/own_folder.h"
+#include "platform/linux/own_folder.h"
 
 #include <dirent.h>
 #include <fcntl.h>
