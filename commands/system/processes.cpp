@@ -8,7 +8,9 @@
 #include "platform/name_fold.h"
 #include "platform/paths.h"
 #include "platform/process.h"
+#include "platform/rehearsal.h"
 #include "support/containers.h"
+#include "support/format.h"
 #include "support/utf.h"
 #include "trace/trace.h"
 
@@ -17,6 +19,7 @@ namespace {
 
 namespace libraries = platform::libraries;
 namespace process = platform::process;
+namespace rehearsal = platform::rehearsal;
 using platform::Code;
 using platform::kSuccess;
 using platform::paths::FoldName;
@@ -357,6 +360,10 @@ constexpr CommandDescription kProcessRevertToSelf = {
 std::uint32_t CallEntryPoint(cvn::StringView path, cvn::StringView entrypoint, std::int32_t number,
                              const cvn::String& text) {
   using EntryPoint = std::int32_t (*)(std::int32_t, const char16_t*);
+  if (rehearsal::IsOn()) {
+    return rehearsal::Answer(rehearsal::Action::CallLibrary,
+                             cvn::Format(u"%s, %s", path, entrypoint));
+  }
   libraries::Library library;
   const Code code = libraries::Load(path, libraries::kDefaultSearch, &library);
   if (code != kSuccess) {

@@ -7,7 +7,9 @@
 #include "files/path_text.h"
 #include "platform/clock.h"
 #include "platform/paths.h"
+#include "platform/rehearsal.h"
 #include "platform/stop_request.h"
+#include "support/format.h"
 #include "trace/trace.h"
 
 namespace cvn {
@@ -33,6 +35,8 @@ class IIntegration {
 namespace tessel {
 namespace {
 
+namespace rehearsal = platform::rehearsal;
+using platform::Code;
 using platform::kSuccess;
 
 // Starts and stops the product's components. Both operations block until they are done, and give 0
@@ -61,17 +65,35 @@ struct FunctionRunlevel : FunctionRetError {
   std::int32_t waittime;
 };
 
+// In a rehearsal nothing of the product is loaded: a world that answers 126 has no such library.
+std::uint32_t RehearseCall(cvn::StringView library, cvn::StringView function, bool* isBound) {
+  const Code code =
+      rehearsal::Answer(rehearsal::Action::CallLibrary, cvn::Format(u"%s, %s", library, function));
+  *isBound = code != platform::kModNotFound;
+  return code;
+}
+
 void FunctionRunlevel::CallBroker(cvn::StringView command, cvn::StringView verb,
                                   Operation operation) {
+  constexpr cvn::StringView kLibrary = u"runlevelbroker.dll";
   const cvn::String expanded = ExpandVariables(component, variables);
   TraceLine(u"%s function called for '%s', with wait time set to %ds", command, expanded, waittime);
   ExportedObject<IRunlevelBroker> broker;
-  if (broker.Bind(u"runlevelbroker.dll", u"RunlevelBroker") != kSuccess) {
+  std::uint32_t status = kSuccess;
+  bool isBound = true;
+  if (rehearsal::IsOn()) {
+    status = RehearseCall(kLibrary, cvn::Format(u"%s '%s'", verb, expanded), &isBound);
+  } else {
+    isBound = broker.Bind(kLibrary, u"RunlevelBroker") == kSuccess;
+    if (isBound) {
+      status = (broker.Get()->*operation)(expanded.CStr(), waittime);
+    }
+  }
+  if (!isBound) {
     TraceLine(u"[%s] Initialization failed", command);
     hasError = true;
     error = u"InitFailed";
   } else {
-    const std::uint32_t status = (broker.Get()->*operation)(expanded.CStr(), waittime);
     TraceLine(u"[%s] %s returned %d.", command, verb, static_cast<std::int32_t>(status));
     if (status != kSuccess) {
       hasError = true;
@@ -136,11 +158,13 @@ bool ApplyPolicies(cvn::IIntegration* integration) {
   return false;
 }
 
+constexpr cvn::StringView kIntegrationLibrary = u"cvn.integration.comm.dll";
+
 // The library lies in the parent of the program's folder.
 cvn::String IntegrationLibrary() {
   cvn::String folder = platform::paths::ModuleFileName();
   platform::paths::RemoveFileSpec(&folder);
-  return JoinPath(folder, u"..\\cvn.integration.comm.dll");
+  return JoinPath(JoinPath(folder, u".."), kIntegrationLibrary);
 }
 
 // Applies the management platform's policies again; waits for the management service up to half a
@@ -153,10 +177,18 @@ struct FunctionApplyHqPolicies : FunctionRetError {
 void FunctionApplyHqPolicies::Execute() {
   TraceLine(u"ReApplyHqPolicy function start");
   ExportedPlugin<cvn::IIntegration, cvn::IIntegration> plugin;
-  if (!plugin.Open(IntegrationLibrary(), u"cvn.Integration")) {
+  bool isBound = true;
+  bool isApplied = true;
+  if (rehearsal::IsOn()) {
+    isApplied = RehearseCall(kIntegrationLibrary, u"ReApplyPolicies", &isBound) == kSuccess;
+  } else {
+    isBound = plugin.Open(IntegrationLibrary(), u"cvn.Integration");
+    isApplied = isBound && ApplyPolicies(plugin.Get());
+  }
+  if (!isBound) {
     TraceLine(u"[ReApplyHqPolicy] IntegrationPlg init failed");
     Fail(u"IntegrationPlg init failed");
-  } else if (!ApplyPolicies(plugin.Get())) {
+  } else if (!isApplied) {
     Fail(u"Timeout");
   }
   plugin.Close();

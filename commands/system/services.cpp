@@ -6,6 +6,7 @@
 #include "engine/command_declaration.h"
 #include "engine/variable_store.h"
 #include "platform/clock.h"
+#include "platform/rehearsal.h"
 #include "platform/services.h"
 #include "platform/stop_request.h"
 #include "trace/trace.h"
@@ -13,6 +14,7 @@
 namespace tessel {
 namespace {
 
+namespace rehearsal = platform::rehearsal;
 namespace services = platform::services;
 using platform::Code;
 using platform::kSuccess;
@@ -115,6 +117,7 @@ struct ServiceChange {
   cvn::StringView verb;
   cvn::StringView done;
   std::uint32_t right;
+  rehearsal::Action action;
   std::uint32_t target;
   // Asks the service for the change, and may learn of its state.
   Code (*ask)(const Handle& service, std::uint32_t* state);
@@ -130,13 +133,20 @@ constexpr ServiceChange kStart = {
     u"start",
     u"started",
     services::kStart,
+    rehearsal::Action::StartService,
     services::kStateRunning,
     [](const Handle& service, std::uint32_t* /*state*/) { return services::Start(service); },
     true,
 };
 constexpr ServiceChange kStop = {
-    u"serviceStop",          u"stop",        u"stopped", services::kStop,
-    services::kStateStopped, services::Stop, false,
+    u"serviceStop",
+    u"stop",
+    u"stopped",
+    services::kStop,
+    rehearsal::Action::StopService,
+    services::kStateStopped,
+    services::Stop,
+    false,
 };
 
 Code WaitForState(const Handle& service, const ServiceChange& change, std::int32_t waittime,
@@ -174,6 +184,12 @@ Code ChangeState(cvn::StringView name, const ServiceChange& change, std::int32_t
     return Failed(code, change.word, u"cannot query status");
   }
   if (state == change.target) {
+    // Where the service runs when the patch does, the change would be asked for.
+    code = rehearsal::IsOn() ? rehearsal::Answer(change.action, name) : kSuccess;
+    if (code != kSuccess) {
+      TraceLine(u"%s cannot %s service", change.word, change.verb);
+      return code;
+    }
     TraceLine(u"%s service already %s", change.word, change.done);
     return kSuccess;
   }

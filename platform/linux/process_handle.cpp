@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,15 +10,19 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <climits>
 #include <csignal>
 #include <system_error>
 #include <thread>
 
+#include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/process_info.h"
 #include "platform/linux/stop_signals.h"
+#include "platform/rehearsal.h"
+#include "support/format.h"
 
 namespace platform::process {
 namespace {
@@ -134,6 +139,33 @@ bool IsProtected(std::uint32_t id) {
   return id == 1 || posix::ReadImageLink(id, &image) == kGenFailure;
 }
 
+// The process of an open descriptor; 0 when it has ended, or can't be told.
+std::uint32_t IdOf(int descriptor) {
+  constexpr std::string_view kId = "Pid:\t";  // pidfd_open(2) refers to proc(5) for it
+  char buffer[1024];
+  const std::string name = "fdinfo/" + std::to_string(descriptor);
+  std::string_view text = posix::ReadProcessFile(CurrentId(), name.c_str(), buffer);
+  text.remove_prefix(std::min(text.find(kId), text.size()));
+  text.remove_prefix(std::min(kId.size(), text.size()));
+  std::uint32_t id = 0;
+  const auto result = std::from_chars(text.begin(), text.end(), id);
+  return result.ec == std::errc() ? id : 0;
+}
+
+Code RehearseEnd(int descriptor) {
+  const std::uint32_t id = IdOf(descriptor);
+  std::string image;
+  const bool isKnown = posix::ReadImageLink(id, &image) == kSuccess;
+  const cvn::String name = posix::ToWide(image.substr(image.rfind('/') + 1));
+  const Code code =
+      rehearsal::Answer(rehearsal::Action::EndProcess,
+                        isKnown ? cvn::Format(u"%s (%u)", name, id) : cvn::Format(u"%u", id));
+  if (code == kSuccess) {
+    rehearsal::SetEnded(id);
+  }
+  return code;
+}
+
 }  // namespace
 
 void Handle::Close() {
@@ -186,6 +218,9 @@ std::uint32_t WaitForAll(std::span<const Handle> processes, std::uint32_t millis
 }
 
 Code Terminate(const Handle& process, std::uint32_t /*exitCode*/) {
+  if (rehearsal::IsOn()) {
+    return posix::Report(RehearseEnd(DescriptorOf(process)));
+  }
   if (syscall(SYS_pidfd_send_signal, DescriptorOf(process), SIGKILL, nullptr, 0) != 0) {
     return Fail(errno == ESRCH ? kAccessDenied : posix::CodeOf(errno));
   }
@@ -202,6 +237,16 @@ Code OpenChild(pid_t child, process::Handle* handle) {
     return CodeOf(errno);
   }
   *handle = process::Handle(descriptor | process::kChild);
+  return kSuccess;
+}
+
+Code OpenEnded(process::Handle* handle) {
+  // Readable from the start, which is what the end of a process is waited for by.
+  const int descriptor = eventfd(1, EFD_CLOEXEC);
+  if (descriptor < 0) {
+    return CodeOf(errno);
+  }
+  *handle = process::Handle(descriptor);
   return kSuccess;
 }
 

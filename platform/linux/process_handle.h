@@ -11,4 +11,7 @@ namespace platform::posix {
 // taken off the host's list of processes, at once or whenever it ends.
 Code OpenChild(pid_t child, process::Handle* handle);
 
+// Gives the handle of a process that has ended, where none was started.
+Code OpenEnded(process::Handle* handle);
+
 }  // namespace platform::posix

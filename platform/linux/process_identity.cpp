@@ -6,6 +6,8 @@
 #include "platform/linux/error_map.h"
 #include "platform/linux/process_info.h"
 #include "platform/process.h"
+#include "platform/rehearsal.h"
+#include "support/format.h"
 
 namespace platform::process {
 
@@ -29,9 +31,11 @@ cvn::String UserSid(std::uint32_t id) {
   return posix::ToWide(number == "0" ? "S-1-5-18" : "S-1-22-1-" + number);
 }
 
-Code Impersonate(cvn::StringView /*user*/, cvn::StringView /*domain*/,
-                 cvn::StringView /*password*/) {
-  return posix::Fail(kNotSupported);
+Code Impersonate(cvn::StringView user, cvn::StringView domain, cvn::StringView /*password*/) {
+  using rehearsal::Action;
+  return posix::Report(rehearsal::IsOn() ? rehearsal::Answer(Action::Impersonate,
+                                                             cvn::Format(u"%s\\%s", domain, user))
+                                         : Code(kNotSupported));
 }
 
 Code Revert() { return kSuccess; }

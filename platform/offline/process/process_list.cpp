@@ -12,6 +12,7 @@
 #include "platform/linux/process_info.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/process.h"
+#include "platform/rehearsal.h"
 
 namespace platform::process {
 namespace {
@@ -78,7 +79,7 @@ Code List(cvn::List<Entry>* entries, ListStep* failedStep) {
     if (child == nullptr) {
       break;
     }
-    if (const auto id = NumberIn(child->d_name)) {
+    if (const auto id = NumberIn(child->d_name); id && !rehearsal::HasEnded(*id)) {
       if (auto entry = EntryOf(*id)) {
         entries->push_back(std::move(*entry));
       }

@@ -18,6 +18,7 @@
 #include "platform/paths.h"
 #include "platform/process.h"
 #include "platform/registry.h"
+#include "platform/rehearsal.h"
 
 namespace platform::process {
 namespace {
@@ -208,7 +209,13 @@ Code Spawn(const posix::Executable& program, std::vector<std::string>* arguments
   return code;
 }
 
+Code RehearseStart(cvn::StringView commandLine, Handle* process) {
+  const Code code = rehearsal::Answer(rehearsal::Action::StartProgram, commandLine);
+  return code == kSuccess ? posix::OpenEnded(process) : code;
+}
+
 Code TryStart(cvn::StringView commandLine, cvn::StringView directory, Handle* process) {
+  const cvn::StringView whole = commandLine;
   std::vector<std::string> arguments(1);
   std::string folder;
   posix::Executable program;
@@ -216,7 +223,7 @@ Code TryStart(cvn::StringView commandLine, cvn::StringView directory, Handle* pr
   if (code == kSuccess && !directory.empty()) {
     code = FindFolder(directory, &folder);
   }
-  if (code == kSuccess) {
+  if (code == kSuccess && !rehearsal::IsOn()) {
     code = program.Open(&arguments);
   }
   if (code == kSuccess) {
@@ -224,6 +231,9 @@ Code TryStart(cvn::StringView commandLine, cvn::StringView directory, Handle* pr
   }
   if (code != kSuccess) {
     return code;
+  }
+  if (rehearsal::IsOn()) {
+    return RehearseStart(whole, process);
   }
   posix::AppendArguments(commandLine, &arguments);
   return Spawn(program, &arguments, folder, process);

@@ -11,6 +11,7 @@
 #include "platform/offline/registry/service_database.h"
 #include "platform/offline/registry/service_keys.h"
 #include "platform/registry.h"
+#include "platform/rehearsal.h"
 
 namespace platform::services {
 namespace {
@@ -69,6 +70,19 @@ Code WithHandle(const Handle& handle, bool isManager, std::uint32_t access, Acti
 bool MayWrite(const Key& key) {
   Key again;
   return registry::OpenKey(key, u"", registry::kSetValue, &again) == kSuccess;
+}
+
+// Gives the answer of a rehearsal; else `otherwise`, since nothing runs.
+Code Rehearse(rehearsal::Action action, const Opened& opened, Code otherwise) {
+  if (!rehearsal::IsOn()) {
+    return otherwise;
+  }
+  const cvn::String& name = opened.service->name;
+  const Code code = rehearsal::Answer(action, name);
+  if (code == kSuccess) {
+    rehearsal::SetRunning(name, action == rehearsal::Action::StartService);
+  }
+  return code;
 }
 
 void Publish(std::uint32_t access, std::shared_ptr<posix::OpenService> service, Handle* handle) {
@@ -133,8 +147,8 @@ Code Open(const Handle& manager, cvn::StringView name, std::uint32_t access, Han
 }
 
 Code QueryState(const Handle& service, std::uint32_t* state) {
-  return WithHandle(service, false, kQueryStatus, [state](const Opened&) {
-    *state = kStateStopped;
+  return WithHandle(service, false, kQueryStatus, [state](const Opened& opened) {
+    *state = rehearsal::IsRunning(opened.service->name) ? kStateRunning : kStateStopped;
     return kSuccess;
   });
 }
@@ -172,12 +186,14 @@ Code Start(const Handle& service) {
         return kDependencyDeleted;
       }
     }
-    return kNotSupported;
+    return Rehearse(rehearsal::Action::StartService, opened, kNotSupported);
   });
 }
 
 Code Stop(const Handle& service, std::uint32_t* /*state*/) {
-  return WithHandle(service, false, kStop, [](const Opened&) { return kNotActive; });
+  return WithHandle(service, false, kStop, [](const Opened& opened) {
+    return Rehearse(rehearsal::Action::StopService, opened, kNotActive);
+  });
 }
 
 Code Create(const Handle& manager, const Config& config) {
