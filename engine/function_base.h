@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "engine/run_observer.h"
 #include "support/containers.h"
 #include "support/string.h"
 
@@ -62,6 +63,7 @@ class FunctionBase {
   ObjectStore* objects = nullptr;
 
   // Set by the loader, so that a step has nothing to look up.
+  ScriptPlace scriptPlace;
   FunctionKind kind = FunctionKind::Plain;
   bool keepsToRegistry = false;               // as its family does
   FunctionBase* const* jumpTarget = nullptr;  // of a goto: where its label's command stands

@@ -1,6 +1,7 @@
 #include "engine/loop_lowering.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "support/format.h"
 #include "support/utf.h"
@@ -11,10 +12,19 @@ namespace {
 // Characters that one round of a `for` takes at most.
 constexpr const char* kLongestPiece = "10000";
 
+// An element that a loop is rewritten to has no place in the text; the loop's goes with it, and
+// with each copy of it, as the data that TinyXML has for its users.
+static_assert(sizeof(ScriptPlace) == sizeof(void*), "a place takes the room of a pointer");
+
+void SetPlace(TiXmlElement* element, ScriptPlace place) {
+  element->SetUserData(std::bit_cast<void*>(place));
+}
+
 // Builds what takes the loop's place, element after element.
 class Lowering {
  public:
-  Lowering(TiXmlElement* parent, TiXmlElement* loop) : parent_(parent), loop_(loop) {}
+  Lowering(TiXmlElement* parent, TiXmlElement* loop)
+      : parent_(parent), loop_(loop), place_(PlaceOf(*loop)) {}
 
   // The loop's attribute; empty when there is none.
   std::string Attribute(const AttributeDescription& attribute) const {
@@ -23,8 +33,15 @@ class Lowering {
   }
 
   // Adds a copy of `element`, and gives it.
-  TiXmlElement* Add(const TiXmlElement& element) {
+  TiXmlElement* AddCopy(const TiXmlElement& element) {
     return parent_->InsertBeforeChild(loop_, element)->ToElement();
+  }
+  // Adds an element that stands for a part of the loop.
+  TiXmlElement* Add(const TiXmlElement& element) {
+    TiXmlElement* added = AddCopy(element);
+    SetPlace(added, place_);
+    place_.isWithinLoop = 1;
+    return added;
   }
   TiXmlElement* Add(const char* name) { return Add(TiXmlElement(name)); }
   void AddLabel(const std::string& label) { Add("nothing")->SetAttribute("id", label); }
@@ -33,13 +50,14 @@ class Lowering {
   void AddBody() {
     const TiXmlElement* element = loop_->FirstChildElement();
     for (; element != nullptr; element = element->NextSiblingElement()) {
-      Add(*element);
+      AddCopy(*element);
     }
   }
 
  private:
   TiXmlElement* parent_;
   TiXmlElement* loop_;
+  ScriptPlace place_;  // of the element to come
 };
 
 // A token that no other loop of the document has: an address within it.
@@ -245,6 +263,15 @@ LoopKind LoopKindOf(const std::string& elementName) {
 const CommandDescription* DescriptionOf(LoopKind kind) {
   const LoopRecord* loop = FindLoop(kind);
   return loop == nullptr ? nullptr : &loop->description;
+}
+
+ScriptPlace PlaceOf(const TiXmlElement& element) {
+  // An element of the text has a row, if places were kept, and no data.
+  if (element.GetUserData() != nullptr) {
+    return std::bit_cast<ScriptPlace>(element.GetUserData());
+  }
+  return {static_cast<std::uint32_t>(element.Row()),
+          static_cast<std::uint32_t>(element.Column()) & 0x7FFFFFFF};
 }
 
 TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* loop) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "engine/command_description.h"
+#include "engine/run_observer.h"
 #include "support/string.h"
 
 namespace tessel {
@@ -34,5 +35,8 @@ const CommandDescription* DescriptionOf(LoopKind kind);
 // `parent`, and gives the first of them. Null, and no change, when the loop lacks an attribute that
 // it needs.
 TiXmlElement* LowerLoop(LoopKind kind, TiXmlElement* parent, TiXmlElement* loop);
+
+// Where an element of the script stands, also one that LowerLoop made or copied.
+ScriptPlace PlaceOf(const TiXmlElement& element);
 
 }  // namespace tessel

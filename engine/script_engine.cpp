@@ -37,7 +37,12 @@ cvn::String& OnErrorTarget() {
   return target;
 }
 
-bool ScriptEngine::ParseText(cvn::StringView text) { return ParseXmlText(text, this); }
+bool ScriptEngine::ParseText(cvn::StringView text) {
+  if (observer_ != nullptr) {
+    observer_->Parsing(text);
+  }
+  return ParseXmlText(text, this, observer_ != nullptr);
+}
 
 std::int32_t ScriptEngine::Run() {
   TraceLine(u"Start executing");
@@ -62,6 +67,9 @@ std::int32_t ScriptEngine::Run() {
 }
 
 ScriptEngine::StepResult ScriptEngine::Step(FunctionBase* command) {
+  if (observer_ != nullptr) {
+    observer_->Entering(*command);
+  }
   if (command->name == u"goto") {
     const cvn::String* target = command->attributes.Find(u"target");
     TraceLine(u"GoTo label '%s'", *target);
@@ -106,6 +114,9 @@ FunctionBase* ScriptEngine::AfterErrorResult(const FunctionRetError& command) {
     return command.onSuccess.get();
   }
   const cvn::String& failure = command.GetError();
+  if (observer_ != nullptr) {
+    observer_->Failed(command, failure);
+  }
   SetVariable(u"error", failure, command.variables);
   const auto handler = command.errorHandlers.find(failure);
   if (handler != command.errorHandlers.end()) {

@@ -32,7 +32,8 @@ inline constexpr std::int32_t kRunCancelled = -1223;
 // stores.
 class ScriptEngine : public TiXmlDocument {
  public:
-  ScriptEngine() = default;
+  // `observer` outlives this; null for nobody.
+  explicit ScriptEngine(RunObserver* observer = nullptr) : observer_(observer) {}
   ScriptEngine(const ScriptEngine&) = delete;
   ScriptEngine& operator=(const ScriptEngine&) = delete;
 
@@ -87,6 +88,8 @@ class ScriptEngine : public TiXmlDocument {
   FunctionBase* AfterBoolResult(const FunctionRetBool& command);
   FunctionBase* AfterErrorResult(const FunctionRetError& command);
   FunctionBase* JumpTo(const cvn::String& label);
+
+  RunObserver* const observer_;
 
   cvn::Map<cvn::String, FunctionBase*>
       labels_;  // null while a label is referred to but not defined

@@ -32,6 +32,16 @@ TiXmlElement* WithoutLoop(TiXmlElement* parent, TiXmlElement* element) {
   return first;
 }
 
+// A command in a handler that a loop's rewriting made has no place but that of its owner.
+ScriptPlace PlaceBelow(const FunctionBase* owner, const TiXmlElement& element) {
+  ScriptPlace place = PlaceOf(element);
+  if (place.line == 0 && owner != nullptr) {
+    place = owner->scriptPlace;
+    place.isWithinLoop = 1;
+  }
+  return place;
+}
+
 }  // namespace
 
 std::int32_t ScriptEngine::Load(const cvn::Map<cvn::String, cvn::String>& commandLine,
@@ -157,6 +167,7 @@ ScriptEngine::CommandList ScriptEngine::CompileCommand(FunctionBase* parentComma
     return nullptr;
   }
   command->parent = parentCommand;
+  command->scriptPlace = PlaceBelow(parentCommand, *element);
   if (!DefineLabel(command.get())) {
     return nullptr;
   }

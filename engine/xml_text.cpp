@@ -6,11 +6,11 @@
 
 namespace tessel {
 
-bool ParseXmlText(cvn::StringView text, TiXmlDocument* document) {
-  return ParseXmlUtf8(cvn::WideToUtf8(text), document);
+bool ParseXmlText(cvn::StringView text, TiXmlDocument* document, bool keepsPlaces) {
+  return ParseXmlUtf8(cvn::WideToUtf8(text), document, keepsPlaces);
 }
 
-bool ParseXmlUtf8(const std::string& utf8, TiXmlDocument* document) {
+bool ParseXmlUtf8(const std::string& utf8, TiXmlDocument* document, bool keepsPlaces) {
   if (utf8.empty()) {
     return false;
   }
@@ -18,8 +18,7 @@ bool ParseXmlUtf8(const std::string& utf8, TiXmlDocument* document) {
     TraceLine(u"Elements are nested more than %u levels deep.", cvn::kDeepestXml);
     return false;
   }
-  // Nobody asks for rows and columns, and tracking them costs more than parsing.
-  document->SetTabSize(0);
+  document->SetTabSize(keepsPlaces ? 1 : 0);
   document->Parse(utf8.c_str(), nullptr, TIXML_ENCODING_UTF8);
   return !document->Error();
 }
