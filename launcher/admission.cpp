@@ -76,15 +76,27 @@ std::int32_t Admission::ReadScript() {
       return gates_.RefuseUndecryptable(contentHash_);
     }
   }
+  TakeText(plainText);
+  return 0;
+}
+
+std::int32_t Admission::TakeScript(platform::Code machineOpened, const std::string& script) {
+  const std::int32_t code = JudgeMachine(machineOpened);
+  if (code == 0) {
+    TakeText(script);
+  }
+  return code;
+}
+
+void Admission::TakeText(const std::string& script) {
   // The text ends at its first zero byte.
-  meta_.content = cvn::Utf8ToWide(plainText.c_str());
+  meta_.content = cvn::Utf8ToWide(script.c_str());
   ExtractPatchMetaData(&meta_);
   TraceLine(u"Running patch of type: %s, with id: %s", meta_.patchType, meta_.id);
   facts_.reporter.SetPatchId(meta_.id);
   for (const cvn::String& tag : meta_.tags) {
     facts_.tags.push_back(cvn::Format(u"patch:%s", tag));
   }
-  return 0;
 }
 
 RunEnd Admission::LoadScript(std::optional<ScriptEngine>* engine) {
@@ -92,7 +104,7 @@ RunEnd Admission::LoadScript(std::optional<ScriptEngine>* engine) {
     RefuseTraceFiles();  // a script names one that is opened before its commands are looked at
   }
   TraceLine(u"Loading decrypted file");
-  engine->emplace();
+  engine->emplace(observer_);
   if (!(*engine)->ParseText(meta_.content)) {
     Tell(u"Failed to load patch.");
     TraceLine(u"Cannot parse file from '%s'\n", Path());

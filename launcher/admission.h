@@ -19,17 +19,22 @@ namespace tessel {
 // Its two steps are to be taken in their order. With an examination the patch is only judged.
 class Admission {
  public:
-  // `settings` names a patch by the time of the first step. `examination` is null for a run. All
-  // arguments outlive this.
-  Admission(const LaunchSettings& settings, RunFacts* facts, Examination* examination)
+  // `settings` names a patch by the time of the first step. `examination` is null for a run,
+  // `observer` where nobody watches it. All arguments outlive this.
+  Admission(const LaunchSettings& settings, RunFacts* facts, Examination* examination,
+            RunObserver* observer = nullptr)
       : settings_(settings),
         facts_(*facts),
         examination_(examination),
+        observer_(observer),
         gates_(settings, meta_, facts, examination) {}
 
   // The machine, whose opening gave `machineOpened`, the patch file, and the gates. 0, or the exit
   // code of the refusal; a file that can't be read gives the platform's own code.
   std::int32_t PassGates(platform::Code machineOpened);
+
+  // In place of PassGates for a script in UTF-8 that a tool runs as it is.
+  std::int32_t TakeScript(platform::Code machineOpened, const std::string& script);
 
   // Compiles the script into a new engine. How a run ends whose script isn't accepted; an exit code
   // of 0 when it is.
@@ -42,6 +47,7 @@ class Admission {
   std::int32_t JudgeMachine(platform::Code opened);
   std::int32_t ReadPatch(std::string* bytes);
   std::int32_t ReadScript();
+  void TakeText(const std::string& script);
   void Tell(cvn::StringView words);
 
   const cvn::String& Path() const { return *settings_.patchFilePath; }
@@ -49,6 +55,7 @@ class Admission {
   const LaunchSettings& settings_;
   RunFacts& facts_;
   Examination* const examination_;
+  RunObserver* const observer_;
   PatchMetaData meta_;
   cvn::String contentHash_;  // of the patch as it was read
   Gates gates_;

@@ -58,17 +58,17 @@ platform::Code OpenMachine() {
 
 // Hardens the process and opens the trace, before anything from outside is looked at. Gives the
 // code of the machine's opening; after a failure everything on drive C: fails with it.
-platform::Code PrepareProcess() {
+platform::Code PrepareProcess(cvn::String* traceFile) {
   platform::stop::Watch();
   platform::libraries::NarrowSearch();
   const platform::Code opened = OpenMachine();
   ApplyProcessEnvironment();
   platform::streams::SetTextModes();
   EnablePrivileges();
-  const cvn::String path = MakeTraceFilePath();
+  *traceFile = MakeTraceFilePath();
   // Goes nowhere, since no trace is open yet; every opening is announced like this.
-  TraceLine(u"set trace file: %s\n", path);
-  OpenTraceFile(path);
+  TraceLine(u"set trace file: %s\n", *traceFile);
+  OpenTraceFile(*traceFile);
   return opened;
 }
 
@@ -94,7 +94,8 @@ std::int32_t FlushRegistry() {
 class PatchRun {
  public:
   // `machineOpened` is the code of the machine's opening.
-  explicit PatchRun(platform::Code machineOpened) : machineOpened_(machineOpened) {}
+  PatchRun(platform::Code machineOpened, WatchedRun* watched)
+      : machineOpened_(machineOpened), watched_(*watched) {}
 
   std::int32_t Run(const cvn::List<cvn::String>& arguments);
 
@@ -106,16 +107,18 @@ class PatchRun {
   const cvn::String& Path() const { return *settings_.patchFilePath; }
 
   const platform::Code machineOpened_;
+  WatchedRun& watched_;
   LaunchSettings settings_;
   cvn::String path_;  // of the patch
   RunFacts facts_;
-  Admission admission_{settings_, &facts_, nullptr};
+  Admission admission_{settings_, &facts_, nullptr, watched_.observer};
   bool passedGates_ = false;
   std::optional<ScriptEngine> engine_;  // from the load of the script on
 };
 
 std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
   const RunEnd end = GoThrough(arguments);
+  watched_.end = end;
   ReportRun(&facts_, end);
   if (end.ranScript) {
     TraceLine(u"End execution");
@@ -134,12 +137,13 @@ std::int32_t PatchRun::Run(const cvn::List<cvn::String>& arguments) {
 RunEnd PatchRun::GoThrough(const cvn::List<cvn::String>& arguments) {
   std::int32_t code = ReadOptions(arguments);
   if (code == 0) {
-    code = admission_.PassGates(machineOpened_);
+    code = watched_.script != nullptr ? admission_.TakeScript(machineOpened_, *watched_.script)
+                                      : admission_.PassGates(machineOpened_);
   }
   if (code != 0) {
     return {.exitCode = code};
   }
-  passedGates_ = true;
+  passedGates_ = watched_.script == nullptr;
   if (settings_.detachMode) {
     platform::streams::WriteLine(Output::Out, u"Patch validation finished.");
   }
@@ -195,9 +199,14 @@ RunEnd PatchRun::RunScript() {
 
 }  // namespace
 
+std::int32_t RunPatch(const cvn::List<cvn::String>& arguments, WatchedRun* watched) {
+  const platform::Code machineOpened = PrepareProcess(&watched->traceFile);
+  return PatchRun(machineOpened, watched).Run(arguments);
+}
+
 std::int32_t RunPatch(const cvn::List<cvn::String>& arguments) {
-  const platform::Code machineOpened = PrepareProcess();
-  return PatchRun(machineOpened).Run(arguments);
+  WatchedRun unwatched;
+  return RunPatch(arguments, &unwatched);
 }
 
 }  // namespace tessel
