@@ -9,6 +9,7 @@
 #include <span>
 
 #include "platform/error.h"
+#include "platform/machine_changes.h"
 #include "support/string.h"
 
 namespace platform::machine {
@@ -70,6 +71,13 @@ class View {
   // finds there.
   Code Run(const std::function<int()>& task, const ViewLimits& limits,
            const std::function<void(const ViewUse&)>& progress, ViewEnd* end, int* exitCode);
+
+  // Tells what the tasks have changed, and has the bytes of it. From then on the machine itself is
+  // open in this process, and Run is over. Codes as for ViewDifference
+  // (platform/offline/changes/changes.h), and those of Use.
+  Code CollectChanges(ChangeSet* changes);
+  // Good after that, while this lives.
+  ChangeBytes& Bytes();
 
   // Memory that tasks and the caller share. All zeroes before the first task.
   std::span<std::byte> SharedMemory();

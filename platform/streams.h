@@ -16,4 +16,15 @@ void SetTextModes();
 // or fails swallows it.
 void WriteLine(Output stream, cvn::StringView text);
 
+// Whether somebody reads it as it is written: it leads to a terminal, or to a console.
+bool IsTerminal(Output stream);
+
+// Puts a text in the place of the terminal's last line, which stays unfinished until the next call
+// or line; an empty one clears it.
+void WriteStatus(Output stream, cvn::StringView text);
+
+// Reads a line of the user's from the terminal, without its end. False when standard input is none,
+// or is at its end.
+bool ReadAnswer(cvn::String* line);
+
 }  // namespace platform::streams

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <string>
+#include <string_view>
 
 #include "support/utf.h"
 
@@ -16,11 +17,11 @@ namespace platform::streams {
 // action back.
 void SetTextModes() { signal(SIGPIPE, SIG_IGN); }
 
-void WriteLine(Output stream, cvn::StringView text) {
-  const int descriptor = stream == Output::Out ? STDOUT_FILENO : STDERR_FILENO;
-  std::string line = cvn::WideToUtf8(text);
-  line.push_back('\n');
-  std::string_view rest = line;
+namespace {
+
+int DescriptorOf(Output stream) { return stream == Output::Out ? STDOUT_FILENO : STDERR_FILENO; }
+
+void WriteBytes(int descriptor, std::string_view rest) {
   while (!rest.empty()) {
     const ssize_t written = write(descriptor, rest.data(), rest.size());
     if (written >= 0) {
@@ -32,6 +33,32 @@ void WriteLine(Output stream, cvn::StringView text) {
       return;
     }
   }
+}
+
+}  // namespace
+
+void WriteLine(Output stream, cvn::StringView text) {
+  std::string line = cvn::WideToUtf8(text);
+  line.push_back('\n');
+  WriteBytes(DescriptorOf(stream), line);
+}
+
+bool IsTerminal(Output stream) { return isatty(DescriptorOf(stream)) == 1; }
+
+void WriteStatus(Output stream, cvn::StringView text) {
+  // Back to the line's beginning, and erase to its end (ECMA-48: EL).
+  WriteBytes(DescriptorOf(stream), "\r\x1B[K" + cvn::WideToUtf8(text));
+}
+
+bool ReadAnswer(cvn::String* line) {
+  std::string bytes;
+  char byte = '\0';
+  bool isRead = isatty(STDIN_FILENO) == 1;
+  while (isRead && (isRead = read(STDIN_FILENO, &byte, 1) == 1) && byte != '\n') {
+    bytes.push_back(byte);
+  }
+  *line = cvn::Utf8ToWide(bytes);
+  return isRead;
 }
 
 }  // namespace platform::streams

@@ -2,9 +2,20 @@
 #include "platform/machine_view.h"
 
 namespace platform::machine {
+namespace {
+
+class NoBytes : public ChangeBytes {
+ public:
+  Code Open(const FileChange& /*change*/, Side /*side*/, files::File* /*file*/) override {
+    return kFileNotFound;
+  }
+};
+
+}  // namespace
 
 struct View::State {
   cvn::String folder;
+  NoBytes bytes;
 };
 
 Code View::Prepare(const ViewOptions& /*options*/, std::unique_ptr<View>* view) {
@@ -23,6 +34,10 @@ Code View::Run(const std::function<int()>& /*task*/, const ViewLimits& /*limits*
                int* /*exitCode*/) {
   return kNotSupported;
 }
+
+Code View::CollectChanges(ChangeSet* /*changes*/) { return kNotSupported; }
+
+ChangeBytes& View::Bytes() { return state_->bytes; }
 
 std::span<std::byte> View::SharedMemory() { return {}; }
 

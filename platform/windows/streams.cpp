@@ -82,4 +82,12 @@ void WriteLine(Output stream, cvn::StringView text) {
   }
 }
 
+// What takes so long that it shows a status, or asks, is there on Linux alone.
+bool IsTerminal(Output /*stream*/) { return false; }
+void WriteStatus(Output /*stream*/, cvn::StringView /*text*/) {}
+bool ReadAnswer(cvn::String* line) {
+  line->Clear();
+  return false;
+}
+
 }  // namespace platform::streams

@@ -19,7 +19,7 @@ PARTS = {
     "platform/windows": {"formats"},
     "platform/linux": {"formats"},
     "platform/offline/volume": {"formats", "linux"},
-    "platform/offline/view": {"formats", "linux", "volume"},
+    "platform/offline/view": {"formats", "linux", "volume", "changes"},
     "platform/offline/environment": {"formats", "linux", "volume"},
     "platform/offline/registry": {"formats", "linux", "volume", "environment"},
     "platform/offline/changes": {"formats", "linux", "volume", "registry"},

@@ -15,6 +15,7 @@ extern const CommandSpec kMachineCreateCommand;
 extern const CommandSpec kMachineShowCommand;
 extern const CommandSpec kPackCommand;
 extern const CommandSpec kReferenceCommand;
+extern const CommandSpec kRehearseCommand;
 extern const CommandSpec kSchemaCommand;
 extern const CommandSpec kUnpackCommand;
 extern const CommandSpec kVerifyCommand;

@@ -97,7 +97,14 @@ class OptionParser {
       return 0;
     }
     options_->values_[name].emplace_back(value);
-    return 2;
+    if (spec->valueName.find(u' ') == cvn::StringView::npos) {
+      return 2;
+    }
+    if (rest.size() < 2) {
+      return Fail(u"option '%s' needs two values", name);
+    }
+    options_->values_[name].push_back(rest[1]);
+    return 3;
   }
 
   bool HasAllRequired() {

@@ -12,7 +12,8 @@ namespace tlx {
 struct OptionSpec {
   cvn::StringView name;  // with its dashes: "--key"
   // What the value is, for usage and help; empty for a switch. One with bars, "x64|x86", names all
-  // the values that there are.
+  // the values that there are; one with a blank, "KEY VALUE", stands for two, of which the second
+  // may be anything, and Values has them by turns.
   cvn::StringView valueName;
   bool isRequired;
   cvn::StringView help;

@@ -1,10 +1,7 @@
 #include <optional>
 
 #include "engine/script_engine.h"
-#include "files/path_text.h"
 #include "launcher/admission.h"
-#include "platform/environment.h"
-#include "platform/file_search.h"
 #include "platform/machine.h"
 #include "platform/paths.h"
 #include "platform/streams.h"
@@ -16,6 +13,7 @@
 #include "tools/tlx/json_output.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
+#include "tools/tlx/patch_operand.h"
 #include "tools/tlx/script_check.h"
 #include "tools/tlx/script_lint.h"
 #include "tools/tlx/verification.h"
@@ -43,39 +41,12 @@ cvn::String FaultOf(const Options& options) {
              : cvn::String();
 }
 
-// The path of the patch: of the only one in a folder, and a full one. The exit code of a failure
-// that it told.
-int FindPatch(cvn::StringView operand, cvn::String* patch) {
-  *patch = paths::OfCaller(operand);
-  if (paths::IsRelative(*patch)) {
-    *patch = tessel::JoinPath(paths::CurrentDirectory(), operand);
-  }
-  if (!paths::IsDirectory(*patch)) {
-    return kExitDone;
-  }
-  platform::files::Search search;
-  platform::files::SearchEntry entry;
-  if (search.First(tessel::JoinPath(*patch, u"*.tlx"), &entry) != platform::kSuccess) {
-    return FailOnFile(operand, u"there is no file .tlx in this folder");
-  }
-  const cvn::String found = tessel::JoinPath(*patch, entry.Name());
-  if (search.Next(&entry) == platform::kSuccess) {
-    return FailOnFile(operand, u"there are several files .tlx in this folder: name one");
-  }
-  *patch = found;
-  return kExitDone;
-}
-
 // Opens the machine, and never makes one. The exit code of a failure that it told.
 int OpenMachine(const Options& options, Verification* verification, Code* opened) {
   if (!options.Has(u"--machine")) {
     *opened = platform::machine::UseDefault();
-    return *opened == platform::kPathNotFound &&
-                   !platform::environment::Get(u"TESSEL_MACHINE").has_value()
-               ? FailOnFile(platform::machine::DefaultFolder(),
-                            u"there is no machine yet; the first run makes one, which trusts "
-                            u"nobody's signatures. --machine names another")
-               : kExitDone;
+    return *opened == platform::kPathNotFound && IsDefaultMachineMissing() ? kExitBadInput
+                                                                           : kExitDone;
   }
   verification->examination.machineFolder = options.Value(u"--machine");
   *opened = platform::machine::Use(options.Value(u"--machine"));

@@ -17,6 +17,7 @@
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_names.h"
 #include "platform/linux/own_folder.h"
+#include "platform/machine.h"
 #include "platform/offline/view/task.h"
 #include "platform/offline/volume/volume.h"
 
@@ -153,22 +154,24 @@ Code View::State::Make(const ViewOptions& options) {
 Code View::State::MakeOverlay() {
   posix::Descriptor scratch;
   struct stat status {};
+  posix::Descriptor upper;
   Code code = posix::MakeIn(folders.workFolder, ViewFolders::kScratch, &scratch);
-  code = code == kSuccess ? posix::MakeIn(folders.workFolder, ViewFolders::kUpper, &changed) : code;
+  code = code == kSuccess ? posix::MakeIn(folders.workFolder, ViewFolders::kUpper, &upper) : code;
   if (code == kSuccess && fstat(folders.machineFolder.Get(), &status) != 0) {
     code = CodeOf(errno);
   }
-  if (code == kSuccess && !posix::TakesMarks(changed.Get(), keeper.HidesOwners())) {
+  if (code == kSuccess && !posix::TakesMarks(upper.Get(), keeper.HidesOwners())) {
     code = kNotSupported;
   }
   // Of the machine's root the upper folder tells: it has to say what that says.
   if (code == kSuccess) {
-    code = posix::CopyMetadata(folders.machineFolder.Get(), status, changed.Get());
+    code = posix::CopyMetadata(folders.machineFolder.Get(), status, upper.Get());
   }
   const timespec times[] = {status.st_atim, status.st_mtim};
-  if (code == kSuccess && futimens(changed.Get(), times) != 0) {
+  if (code == kSuccess && futimens(upper.Get(), times) != 0) {
     code = CodeOf(errno);
   }
+  changed = std::make_shared<posix::Descriptor>(std::move(upper));
   return code == kSuccess ? CodeOf(keeper.Ask(KeeperStep::MountOverlay)) : code;
 }
 
@@ -177,10 +180,13 @@ Code View::State::MakeCopy(const ViewOptions& options) {
     return kNotSupported;
   }
   const auto copy = [&](posix::CopyWay way) {
-    const Code made = posix::MakeIn(folders.workFolder, ViewFolders::kCopy, &changed);
-    return made == kSuccess
-               ? posix::CopyTree(folders.machineFolder.Get(), changed.Get(), way, options.copied)
-               : made;
+    posix::Descriptor made;
+    Code code = posix::MakeIn(folders.workFolder, ViewFolders::kCopy, &made);
+    if (code == kSuccess) {
+      code = posix::CopyTree(folders.machineFolder.Get(), made.Get(), way, options.copied);
+    }
+    changed = std::make_shared<posix::Descriptor>(std::move(made));
+    return code;
   };
   kind = ViewKind::SharedCopy;
   Code code = copy(posix::CopyWay::Shared);
@@ -193,7 +199,22 @@ Code View::State::MakeCopy(const ViewOptions& options) {
       code = options.mayCopy(bytes) ? copy(posix::CopyWay::Content) : kCancelled;
     }
   }
+  if (code == kSuccess) {
+    code = NoteCopied();
+  }
   return code == kSuccess ? CodeOf(keeper.Ask(KeeperStep::MountCopy)) : code;
+}
+
+// What was changed in the copy has later times than a file that is made now.
+Code View::State::NoteCopied() {
+  constexpr int kMake = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+  const posix::Descriptor mark(openat(folders.workFolder.Get(), "copied", kMake, S_IRUSR));
+  struct stat status {};
+  if (mark.Get() < 0 || fstat(mark.Get(), &status) != 0) {
+    return CodeOf(errno);
+  }
+  copiedAt = status.st_ctim;
+  return kSuccess;
 }
 
 Code View::Prepare(const ViewOptions& options, std::unique_ptr<View>* view) {
@@ -221,6 +242,19 @@ Code View::Run(const std::function<int()>& task, const ViewLimits& limits,
   *exitCode = result->exitCode;
   return posix::Report(code);
 }
+
+Code View::CollectChanges(ChangeSet* changes) {
+  const Code code = machine::Use(state_->folder);
+  if (code != kSuccess) {
+    return code;
+  }
+  state_->difference.emplace(posix::ViewFolder{.folder = state_->changed,
+                                               .isLayer = state_->kind == ViewKind::Overlay,
+                                               .completedAt = state_->copiedAt});
+  return state_->difference->Collect(changes);
+}
+
+ChangeBytes& View::Bytes() { return *state_->difference; }
 
 std::span<std::byte> View::SharedMemory() {
   return state_->shared.Bytes().subspan(posix::kTasksBytes);

@@ -1,10 +1,14 @@
 // What a view keeps.
 #pragma once
 
+#include <ctime>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/linux/descriptor.h"
 #include "platform/machine_view.h"
+#include "platform/offline/changes/changes.h"
 #include "platform/offline/view/keeper.h"
 #include "platform/offline/view/spaces.h"
 
@@ -36,12 +40,15 @@ struct View::State {
   posix::ViewFolders folders;
   posix::SharedPages shared;
   // What tasks see beside the machine: the upper folder of an overlay, or the copy.
-  posix::Descriptor changed;
+  std::shared_ptr<const posix::Descriptor> changed;
+  std::optional<timespec> copiedAt;
+  std::optional<posix::ViewDifference> difference;
   posix::Keeper keeper{folders};  // ends first
 
  private:
   Code MakeOverlay();
   Code MakeCopy(const ViewOptions& options);
+  Code NoteCopied();
 };
 
 }  // namespace platform::machine

@@ -1,0 +1,47 @@
+#include "tools/tlx/patch_operand.h"
+
+#include "files/path_text.h"
+#include "platform/environment.h"
+#include "platform/file_search.h"
+#include "platform/machine.h"
+#include "platform/paths.h"
+#include "tools/tlx/messages.h"
+
+namespace tlx {
+
+namespace paths = platform::paths;
+
+int FindPatch(cvn::StringView operand, cvn::String* patch) {
+  *patch = paths::OfCaller(operand);
+  if (paths::IsRelative(*patch)) {
+    *patch = tessel::JoinPath(paths::CurrentDirectory(), operand);
+  }
+  if (!paths::IsDirectory(*patch)) {
+    return kExitDone;
+  }
+  platform::files::Search search;
+  platform::files::SearchEntry entry;
+  if (search.First(tessel::JoinPath(*patch, u"*.tlx"), &entry) != platform::kSuccess) {
+    return FailOnFile(operand, u"there is no file .tlx in this folder");
+  }
+  const cvn::String found = tessel::JoinPath(*patch, entry.Name());
+  if (search.Next(&entry) == platform::kSuccess) {
+    return FailOnFile(operand, u"there are several files .tlx in this folder: name one");
+  }
+  *patch = found;
+  return kExitDone;
+}
+
+bool IsDefaultMachineMissing() {
+  const cvn::String folder = platform::machine::DefaultFolder();
+  if (platform::environment::Get(u"TESSEL_MACHINE").has_value() ||
+      paths::IsDirectory(paths::OfCaller(folder))) {
+    return false;
+  }
+  FailOnFile(folder,
+             u"there is no machine yet; the first run makes one, which trusts nobody's signatures. "
+             u"--machine names another");
+  return true;
+}
+
+}  // namespace tlx

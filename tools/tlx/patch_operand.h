@@ -1,0 +1,15 @@
+// The patch and the machine that a command line names.
+#pragma once
+
+#include "support/string.h"
+
+namespace tlx {
+
+// The path of the patch: of the only one in a folder, and a full one. The exit code of a failure
+// that it told.
+int FindPatch(cvn::StringView operand, cvn::String* patch);
+
+// Whether there is no machine, and none was named: the first run makes one. Then the user is told.
+bool IsDefaultMachineMissing();
+
+}  // namespace tlx

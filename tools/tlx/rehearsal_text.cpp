@@ -1,0 +1,102 @@
+#include "tools/tlx/rehearsal_text.h"
+
+#include <algorithm>
+
+#include "support/format.h"
+#include "support/utf.h"
+#include "tools/tlx/machine_text.h"
+
+namespace tlx {
+namespace {
+
+using platform::machine::ViewEnd;
+using platform::machine::ViewKind;
+
+cvn::StringView WordsFor(ViewKind kind) {
+  switch (kind) {
+    case ViewKind::Overlay:
+      return u"an overlay";
+    case ViewKind::SharedCopy:
+      return u"a copy that shares its blocks";
+    case ViewKind::PlainCopy:
+      return u"a copy";
+  }
+  return u"";
+}
+
+cvn::StringView WordsFor(ViewEnd end) {
+  switch (end) {
+    case ViewEnd::Ended:
+      return u"It ended by itself.";
+    case ViewEnd::TimeOut:
+      return u"The run was cut short: it took longer than --max-seconds allows.";
+    case ViewEnd::TooMuchWritten:
+      return u"The run was cut short: it wrote more than --max-megabytes allows, or nearly filled "
+             u"the disk.";
+    case ViewEnd::TooManyProcesses:
+      return u"The run was cut short: it started more programs than --max-processes allows.";
+    case ViewEnd::Crashed:
+      return u"The run was killed, or crashed.";
+  }
+  return u"";
+}
+
+void AddWould(const cvn::List<WouldDo>& would, cvn::List<cvn::String>* lines) {
+  if (!would.empty()) {
+    lines->emplace_back(u"Not done, beyond the machine:");
+  }
+  for (const WouldDo& one : would) {
+    lines->push_back(cvn::Format(
+        u"  line %u, %s: would %s%s", one.line, one.command, Printable(one.what),
+        one.answer == platform::kSuccess
+            ? cvn::String()
+            : cvn::Format(u" (answered with %d)", static_cast<std::int32_t>(one.answer))));
+  }
+}
+
+void AddUnreached(const cvn::List<CommandVisits>& visits, cvn::List<cvn::String>* lines) {
+  bool isFirst = true;
+  for (const CommandVisits& visit : visits) {
+    if (visit.count != 0) {
+      continue;
+    }
+    if (isFirst) {
+      lines->emplace_back(u"Never reached:");
+      isFirst = false;
+    }
+    lines->push_back(cvn::Format(u"  line %u, %s", visit.line, visit.name));
+  }
+}
+
+}  // namespace
+
+cvn::List<cvn::String> DescribeRehearsal(const Rehearsal& rehearsal) {
+  cvn::List<cvn::String> lines;
+  lines.push_back(cvn::Format(u"Patch: %s", Printable(rehearsal.patch)));
+  lines.push_back(cvn::Format(u"Machine: %s, seen through %s; it stays as it is",
+                              Printable(rehearsal.machineFolder), WordsFor(rehearsal.kind)));
+  if (rehearsal.IsCutShort()) {
+    lines.emplace_back(WordsFor(rehearsal.end));
+  } else {
+    lines.push_back(
+        cvn::Format(u"Exit code: %d, %s", rehearsal.exitCode, cvn::Utf8ToWide(rehearsal.reason)));
+  }
+  if (rehearsal.failure && (rehearsal.IsCutShort() || rehearsal.exitCode != 0)) {
+    lines.push_back(cvn::Format(u"Last failure: line %u, %s: error %s", rehearsal.failure->line,
+                                rehearsal.failure->command, Printable(rehearsal.failure->error)));
+  }
+  AddWould(rehearsal.would, &lines);
+  // Of a patch that was refused nothing was reached.
+  if (std::ranges::any_of(rehearsal.visits, &CommandVisits::count)) {
+    AddUnreached(rehearsal.visits, &lines);
+  }
+  for (const std::string& event : rehearsal.events) {
+    lines.push_back(cvn::Format(u"Event: %s", Printable(cvn::Utf8ToWide(event))));
+  }
+  if (!rehearsal.isRecordWhole) {
+    lines.emplace_back(u"It did more beyond the machine than could be kept.");
+  }
+  return lines;
+}
+
+}  // namespace tlx

@@ -1,0 +1,132 @@
+#include <memory>
+
+#include "files/path_text.h"
+#include "platform/paths.h"
+#include "platform/streams.h"
+#include "support/format.h"
+#include "tools/tlx/commands.h"
+#include "tools/tlx/file_io.h"
+#include "tools/tlx/machine_text.h"
+#include "tools/tlx/messages.h"
+#include "tools/tlx/patch_operand.h"
+#include "tools/tlx/rehearsal.h"
+#include "tools/tlx/rehearsal_text.h"
+#include "tools/tlx/view_options.h"
+
+namespace tlx {
+namespace {
+
+namespace machine = platform::machine;
+namespace paths = platform::paths;
+using platform::Code;
+using platform::streams::Output;
+
+constexpr OptionSpec kOptions[] = {
+    kMachineOption,
+    kVariableOption,
+    {u"--answer", u"COMMAND=ERROR", false,
+     u"What each COMMAND that reaches beyond the machine fails with: a code, or a word of its own",
+     true},
+    kSecondsOption,
+    kMegabytesOption,
+    kProcessesOption,
+    kYesOption,
+};
+
+constexpr OperandSpec kOperands[] = {
+    {u"PATCH", true, u"A patch file or a folder with one, or a script, .xml or '-'"},
+};
+
+// The command and the code of "COMMAND=ERROR". False when it is none.
+bool ReadAnswerOption(cvn::StringView text, cvn::Map<cvn::String, Code>* answers) {
+  const std::size_t equals = text.find(u'=');
+  if (equals == cvn::StringView::npos || !ReachesBeyond(text.substr(0, equals))) {
+    return false;
+  }
+  const std::optional<Code> code = AnswerCode(text.substr(equals + 1));
+  if (code) {
+    answers->insert_or_assign(text.substr(0, equals), *code);
+  }
+  return code.has_value();
+}
+
+cvn::String FaultOf(const Options& options) {
+  cvn::Map<cvn::String, Code> answers;
+  for (const cvn::String& answer : options.Values(u"--answer")) {
+    if (!ReadAnswerOption(answer, &answers)) {
+      return cvn::Format(
+          u"option '--answer' takes a command that reaches beyond the machine, '=' and an error, "
+          u"as in processRun=2; not '%s'",
+          answer);
+    }
+  }
+  return FaultOfLimits(options);
+}
+
+// A script by its name, or from standard input; else a patch. The exit code of a failure that it
+// told.
+int TakeOperand(cvn::StringView operand, RunRequest* request) {
+  if (operand != u"-" && !paths::FindExtension(operand).ends_with(u"xml")) {
+    return FindPatch(operand, &request->patch);
+  }
+  request->patch = paths::OfCaller(operand);
+  if (paths::IsRelative(request->patch)) {
+    request->patch = tessel::JoinPath(paths::CurrentDirectory(), operand);
+  }
+  const Code code = ReadInput(operand, &request->script.emplace());
+  return code == platform::kSuccess ? kExitDone : FailToRead(operand, code);
+}
+
+int Rehearse(const Options& options) {
+  RunRequest request;
+  request.limits = LimitsOf(options);
+  for (const cvn::String& text : options.Values(kVariableOption.name)) {
+    request.variables.push_back(text);
+  }
+  for (const cvn::String& answer : options.Values(u"--answer")) {
+    ReadAnswerOption(answer, &request.answers);
+  }
+  std::unique_ptr<machine::View> view;
+  int exitCode = TakeOperand(options.Operand(0), &request);
+  if (exitCode == kExitDone) {
+    exitCode = PrepareView(options, true, &view);
+  }
+  if (exitCode != kExitDone) {
+    return exitCode;
+  }
+  Rehearsal rehearsal;
+  rehearsal.patch = options.Operand(0);
+  const Code code = RunInView(request, view.get(), &rehearsal);
+  if (code != platform::kSuccess) {
+    return FailOnFile(view->Folder(), cvn::Format(u"no run in a view of it could be started: %s",
+                                                  DescribeCode(code)));
+  }
+  for (const cvn::String& line : DescribeRehearsal(rehearsal)) {
+    platform::streams::WriteLine(Output::Out, line);
+  }
+  return rehearsal.exitCode == 0 && !rehearsal.IsCutShort() ? kExitDone : kExitBadInput;
+}
+
+}  // namespace
+
+const CommandSpec kRehearseCommand = {
+    u"rehearse",
+    u"Run a patch or a script on a view of the machine, which stays as it is",
+    u"Runs as tessel does, gates and all, in a copy-on-write view of the machine: nothing is "
+    u"changed "
+    u"there, the\n"
+    u"host's files can only be read, and there is no network. Programs, downloads, services, "
+    u"libraries and users\n"
+    u"aren't touched: that they would be is told, and the script goes on as if it had worked, or "
+    u"as "
+    u"--answer says.\n"
+    u"A script needs neither packing nor signing. The exit code is 0 when that of the run is. "
+    u"Linux "
+    u"only.\n",
+    kOptions,
+    Rehearse,
+    kOperands,
+    FaultOf,
+};
+
+}  // namespace tlx
