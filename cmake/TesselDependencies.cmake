@@ -11,6 +11,7 @@
 #   dep_gtest           GoogleTest and GoogleMock; dep_gtest_main brings main() along
 #   dep_benchmark       Google Benchmark; dep_benchmark_main brings main() along
 #   dep_curl            Linux only; headers, since the library is loaded when it is needed
+#   dep_libgit2         Linux only
 #   dep_hivex           Linux only, and only where it is installed
 #   dep_libxml2         a peer of the benches: Linux only, and only where it is installed
 
@@ -101,6 +102,7 @@ tessel_dependency(dep_benchmark_main PACKAGE libbenchmark-dev HEADER benchmark/b
 if(NOT WIN32)
   tessel_dependency(dep_hivex OPTIONAL PACKAGE libhivex-dev HEADER hivex.h LIBRARIES hivex)
   tessel_dependency(dep_curl PACKAGE libcurl4-openssl-dev HEADER curl/curl.h)
+  tessel_dependency(dep_libgit2 PACKAGE libgit2-dev HEADER git2/patch.h LIBRARIES git2)
   tessel_dependency(dep_libxml2 OPTIONAL PACKAGE libxml2-dev HEADER libxml/parser.h
     INCLUDE_SUFFIX libxml2 LIBRARIES xml2)
 endif()

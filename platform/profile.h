@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 #include "platform/error.h"
 #include "support/string.h"
@@ -25,5 +26,8 @@ cvn::String ReadString(cvn::StringView section, cvn::StringView key, cvn::String
 // takes the place of the old one in one step.
 Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView value,
                  cvn::StringView path);
+
+// The text of bytes in the code page that such files have.
+cvn::String DecodeAnsi(std::string_view bytes);
 
 }  // namespace platform::profile

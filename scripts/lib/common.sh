@@ -113,8 +113,8 @@ need_packages() {
 
 need_linux_packages() {
   need_packages build-essential cmake ninja-build ccache openssl libssl-dev libtinyxml-dev \
-    libjsoncpp-dev libpcre2-dev libhivex-dev libcurl4-openssl-dev libgtest-dev libgmock-dev \
-    libbenchmark-dev
+    libjsoncpp-dev libpcre2-dev libhivex-dev libcurl4-openssl-dev libgit2-dev libgtest-dev \
+    libgmock-dev libbenchmark-dev
 }
 
 need_windows_packages() {

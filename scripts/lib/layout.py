@@ -1,6 +1,6 @@
 """The folders of the sources, from the root."""
 
 # From the lowest layer up.
-PRODUCT = ("support", "platform", "files", "logging", "trace", "engine", "trust", "telemetry",
+PRODUCT = ("support", "platform", "files", "changes", "logging", "trace", "engine", "trust", "telemetry",
            "commands", "launcher", "tools")
 SOURCES = (*PRODUCT, "tests", "bench", "fuzz")

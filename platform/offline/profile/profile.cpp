@@ -181,4 +181,8 @@ Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView v
   return mapping && !mapping->writesToFile ? kSuccess : WriteToFile(section, key, value, path);
 }
 
+cvn::String DecodeAnsi(std::string_view bytes) {
+  return cvn::StringView(AnsiCodePage().Decode(bytes));
+}
+
 }  // namespace platform::profile
