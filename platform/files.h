@@ -113,9 +113,10 @@ inline constexpr Attributes kReparsePoint = 0x400;
 // The attributes of a file or folder, as GetFileAttributesW: of a link itself, not of what it leads
 // to.
 //
-// On Linux READONLY is a missing write permission of the owner, HIDDEN, SYSTEM and ARCHIVE stand in
-// system.ntfs_attrib_be or user.DOSATTRIB, and a symbolic link is a reparse point, with DIRECTORY
-// when it leads to a folder. READONLY of a folder on C: denies its owner nothing of what is in it.
+// On Linux they stand in system.ntfs_attrib_be; where the volume is not NTFS, READONLY is a missing
+// write permission of the owner, and HIDDEN, SYSTEM and ARCHIVE stand in user.DOSATTRIB. A symbolic
+// link is a reparse point, with DIRECTORY when it leads to a folder. READONLY of a folder on C:
+// denies its owner nothing of what is in it.
 Code GetAttributes(cvn::StringView path, Attributes* attributes);
 
 // As SetFileAttributesW: sets READONLY, HIDDEN, SYSTEM and ARCHIVE to what `attributes` says

@@ -128,7 +128,7 @@ need_tidy_packages() {
 need_test_packages() {
   need_tidy_packages
   need_packages python3 python3-jsonschema git clang-format-14 libhivex-bin libregf-utils \
-    libwin-hivex-perl libxml2-utils osslsigncode libengine-pkcs11-openssl softhsm2 wine wine64
+    libwin-hivex-perl libxml2-utils ntfs-3g osslsigncode libengine-pkcs11-openssl softhsm2 wine wine64
 }
 
 need_fuzz_packages() {

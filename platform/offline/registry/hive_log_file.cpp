@@ -76,7 +76,7 @@ Code LogFile::OpenForWriting(int like, bool* isNew) {
     return kAccessDenied;
   }
   return !*isNew                     ? kSuccess
-         : fstat(like, &status) == 0 ? CopyMetadata(like, status, file_.Get())
+         : fstat(like, &status) == 0 ? CopyMetadata(like, status, file_.Get(), Streams::Leave)
                                      : RegistryFault(errno);
 }
 

@@ -22,6 +22,7 @@ using files::Attributes;
 constexpr const char* kNtfsName = "system.ntfs_attrib_be";
 constexpr const char* kDosName = "user.DOSATTRIB";
 constexpr Attributes kStored = files::kHidden | files::kSystem | files::kArchive;
+constexpr Attributes kSettable = kStored | files::kReadOnly;
 constexpr mode_t kAnyonesWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 
 using NtfsWord = std::array<char, 4>;
@@ -138,16 +139,28 @@ Code CodeOfReading() {
   return isNone ? kSuccess : CodeOf(errno, kReadFault);
 }
 
-// HIDDEN, SYSTEM and ARCHIVE, and on NTFS READONLY, as they are stored, or what a new file has when
-// that can't be read.
+// What a file has of the attributes that can be set, and where the volume is NTFS its own word.
+struct Stored {
+  Attributes value = 0;
+  std::optional<NtfsWord> ntfs;
+};
+
+// READONLY as the host's permissions have it. NTFS has a bit of its own for it, and permissions
+// there say who may write.
+Attributes ReadOnlyOf(const struct stat& entry) {
+  return (entry.st_mode & S_IWUSR) == 0 ? files::kReadOnly : 0;
+}
+
+// Reads what is stored. When that can't be read, `*stored` is what a new file has.
 template <typename File>
-Code ReadStored(const File& file, const struct stat& entry, Attributes* stored) {
-  *stored = DefaultOf(entry);
+Code ReadStored(const File& file, const struct stat& entry, Stored* stored) {
+  *stored = {DefaultOf(entry) | ReadOnlyOf(entry), std::nullopt};
   if (!IsFileOrFolder(entry)) {
     return kSuccess;
   }
-  if (const std::optional<NtfsWord> word = ReadNtfsWord(file)) {
-    *stored = ValueOf(*word) & (kStored | files::kReadOnly);
+  stored->ntfs = ReadNtfsWord(file);
+  if (stored->ntfs) {
+    stored->value = ValueOf(*stored->ntfs) & kSettable;
     return kSuccess;
   }
   if (const Code code = CodeOfReading(); code != kSuccess) {
@@ -159,15 +172,15 @@ Code ReadStored(const File& file, const struct stat& entry, Attributes* stored) 
     return CodeOfReading();
   }
   const std::string_view value(buffer.data(), static_cast<std::size_t>(length));
-  static_cast<void>(ParseBinary(value, stored) || ParseText(value, stored));
-  *stored &= kStored;
+  Attributes apart = DefaultOf(entry);
+  static_cast<void>(ParseBinary(value, &apart) || ParseText(value, &apart));
+  stored->value = (apart & kStored) | ReadOnlyOf(entry);
   return kSuccess;
 }
 
 template <typename File>
 Code WriteNtfs(const File& file, NtfsWord word, Attributes wanted) {
-  constexpr Attributes kChanged = kStored | files::kReadOnly;
-  word[3] = static_cast<char>((ValueOf(word) & ~kChanged) | (wanted & kChanged));
+  word[3] = static_cast<char>((ValueOf(word) & ~kSettable) | (wanted & kSettable));
   return file.Write(kNtfsName, word) == 0 ? kSuccess : CodeOf(errno);
 }
 
@@ -186,44 +199,44 @@ Code WriteDos(const File& file, const struct stat& entry, Attributes wanted) {
 template <typename File>
 Code ReadAttributesOfNode(const File& file, const struct stat& entry, bool isFolder,
                           Attributes* attributes) {
-  const Code code = ReadStored(file, entry, attributes);
-  *attributes |= isFolder ? files::kDirectory : 0;
-  *attributes |= (entry.st_mode & S_IWUSR) == 0 ? files::kReadOnly : 0;
+  Stored stored;
+  const Code code = ReadStored(file, entry, &stored);
+  *attributes = stored.value | (isFolder ? files::kDirectory : 0);
   *attributes = *attributes == 0 ? files::kNormal : *attributes;
   return code;
+}
+
+// Stores READONLY as permissions, and the others apart, for a file that has `held`.
+template <typename File>
+Code StoreOnHost(const File& file, const struct stat& entry, Attributes held, Attributes wanted) {
+  Code code = kSuccess;
+  const mode_t before = entry.st_mode & 07777;
+  const mode_t writable = before | S_IWUSR;
+  mode_t now = before;
+  mode_t final = (wanted & files::kReadOnly) != 0 ? before & ~kAnyonesWrite : writable;
+  if (((held ^ wanted) & kStored) != 0) {
+    // Extended attributes of a file that can't be written can't be, either.
+    now = now != writable && file.SetMode(writable) == 0 ? writable : now;
+    code = WriteDos(file, entry, wanted);
+    final = code == kSuccess ? final : before;
+  }
+  const bool changed = now == final || file.SetMode(final) == 0;
+  return code == kSuccess && !changed ? CodeOf(errno) : code;
 }
 
 // Stores what differs from the attributes that the file has.
 template <typename File>
 Code StoreInNode(const File& file, const struct stat& entry, Attributes wanted) {
-  constexpr Attributes kSettable = kStored | files::kReadOnly;
-  Attributes held = 0;
-  Code code = ReadAttributesOfNode(file, entry, S_ISDIR(entry.st_mode), &held);
-  if (code != kSuccess || ((held ^ wanted) & kSettable) == 0) {
+  Stored held;
+  const Code code = ReadStored(file, entry, &held);
+  if (code != kSuccess || ((held.value ^ wanted) & kSettable) == 0) {
     return code;
   }
   if (!IsFileOrFolder(entry)) {
     return kNotSupported;
   }
-  const std::optional<NtfsWord> ntfs = ReadNtfsWord(file);
-  Attributes stored = 0;
-  code = ReadStored(file, entry, &stored);
-  if (code != kSuccess) {
-    return code;
-  }
-  const mode_t before = entry.st_mode & 07777;
-  const mode_t writable = before | S_IWUSR;
-  mode_t now = before;
-  mode_t final = (wanted & files::kReadOnly) != 0 ? before & ~kAnyonesWrite : writable;
-  if (((stored ^ wanted) & (ntfs ? kSettable : kStored)) != 0) {
-    // Extended attributes of a file that can't be written can't be, either.
-    now = now != writable && file.SetMode(writable) == 0 ? writable : now;
-    code = ntfs ? WriteNtfs(file, *ntfs, wanted) : WriteDos(file, entry, wanted);
-    final = code == kSuccess ? final : before;
-  }
-  // A driver for NTFS may have no permissions to change: the volume's own bit is set by now.
-  const bool changed = now == final || file.SetMode(final) == 0 || ntfs;
-  return code == kSuccess && !changed ? CodeOf(errno) : code;
+  return held.ntfs ? WriteNtfs(file, *held.ntfs, wanted)
+                   : StoreOnHost(file, entry, held.value, wanted);
 }
 
 }  // namespace
@@ -245,7 +258,6 @@ Code StoreAttributes(FileAt file, const struct stat& entry, Attributes wanted) {
     return StoreInNode(NamedFile(file), entry, wanted);
   }
   // A link always has ARCHIVE alone.
-  constexpr Attributes kSettable = kStored | files::kReadOnly;
   return (wanted & kSettable) == files::kArchive ? kSuccess : kNotSupported;
 }
 
@@ -253,12 +265,17 @@ Code StoreAttributes(int descriptor, const struct stat& entry, Attributes wanted
   return StoreInNode(OpenedFile(descriptor), entry, wanted);
 }
 
+Code ClearAttributes(int folder) {
+  struct stat entry {};
+  return fstat(folder, &entry) == 0 ? StoreAttributes(folder, entry, 0) : CodeOf(errno);
+}
+
 bool IsReadOnly(const HostPath& host) {
   if (!IsFileOrFolder(host.entry)) {
     return false;
   }
   const std::optional<NtfsWord> ntfs = ReadNtfsWord(NamedFile(host.At()));
-  return (host.entry.st_mode & S_IWUSR) == 0 || (ntfs && (ValueOf(*ntfs) & files::kReadOnly) != 0);
+  return ((ntfs ? ValueOf(*ntfs) : ReadOnlyOf(host.entry)) & files::kReadOnly) != 0;
 }
 
 }  // namespace platform::posix

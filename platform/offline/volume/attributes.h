@@ -1,10 +1,10 @@
 // The attributes that Windows gives to files, as the host keeps them.
 //
-// READONLY is a missing write permission of the owner. HIDDEN, SYSTEM and ARCHIVE stand in
-// system.ntfs_attrib_be where the volume is NTFS, which has READONLY there too; elsewhere in
-// user.DOSATTRIB, as the text "0x22", or in the binary forms of Samba, which are read only. A file
-// without that has ARCHIVE alone, as every new file of Windows, and a folder has none; so what is
-// made or copied seldom needs it.
+// Where the volume is NTFS they stand in system.ntfs_attrib_be. Elsewhere READONLY is a missing
+// write permission of the owner, and HIDDEN, SYSTEM and ARCHIVE stand in user.DOSATTRIB, as the
+// text "0x22", or in the binary forms of Samba, which are read only. A file without that has
+// ARCHIVE alone, as every new file of Windows, and a folder has none; so what is made or copied
+// seldom needs it.
 //
 // A symbolic link is a reparse point, has DIRECTORY when it leads to a folder, and cannot have any
 // attribute stored.
@@ -33,5 +33,8 @@ Code StoreAttributes(FileAt file, const struct stat& entry, files::Attributes wa
 
 // The same of an open file.
 Code StoreAttributes(int descriptor, const struct stat& entry, files::Attributes wanted);
+
+// Takes all of them from an open folder that is new: ntfs-3g gives it ARCHIVE, and Windows nothing.
+Code ClearAttributes(int folder);
 
 }  // namespace platform::posix

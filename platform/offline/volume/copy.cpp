@@ -15,6 +15,7 @@
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
+#include "platform/offline/volume/ntfs_security.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/volume.h"
 
@@ -149,13 +150,20 @@ Code FindTarget(const HostPath& target, const struct stat& source, HostPath* pla
   return code == kSuccess ? CheckUnused(*place) : code;
 }
 
+// The streams belong to the content, where there can be any: on drive C:, and wherever NTFS is.
+Code CopyStreamsOf(const HostPath& source, int from, const struct stat& entry, int to) {
+  return source.onMachine || DescriptorAttribute(from, entry.st_dev) != nullptr
+             ? CopyStreams(from, to)
+             : kSuccess;
+}
+
 // Gives the new file what it has besides content. `place` has no entry where nothing is
 // replaced.
 Code Finish(const AtomicFile& draft, const struct stat& from, files::Attributes attributes,
             const HostPath& place) {
   const bool replaces = place.entry.st_mode != 0;
   if (replaces) {
-    const Code code = CopyMetadata(place, draft.File());
+    const Code code = CopyMetadata(place, draft.File(), Streams::Leave);
     if (code != kSuccess) {
       return code;
     }
@@ -189,9 +197,16 @@ Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions option
     return code;
   }
   AtomicFile draft(place.At().folder);
-  code = CodeOf(draft.Create(place.entry.st_mode == 0, (entry.st_mode & 0777) | S_IWUSR));
+  const bool isNew = place.entry.st_mode == 0;
+  code = CodeOf(draft.Create(isNew, (entry.st_mode & 0777) | S_IWUSR));
+  if (code == kSuccess && isNew) {
+    code = InheritSecurity(place.At().folder, draft.File());
+  }
   if (code == kSuccess) {
     code = CopyContent(from.Get(), entry, draft.File());
+  }
+  if (code == kSuccess) {
+    code = CopyStreamsOf(source, from.Get(), entry, draft.File());
   }
   files::Attributes attributes = 0;
   if (code == kSuccess) {

@@ -11,6 +11,7 @@
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
+#include "platform/offline/volume/ntfs_security.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/volume.h"
 
@@ -188,7 +189,10 @@ Code Open(cvn::StringView path, Access access, Share share, Disposition disposit
   }
   File opened;
   opened.handle_ = descriptor;
-  const Code prepared = Prepare(descriptor, &host, access, share, disposition);
+  Code prepared = Prepare(descriptor, &host, access, share, disposition);
+  if (prepared == kSuccess && !isThere) {
+    prepared = posix::InheritSecurity(host.At().folder, descriptor);
+  }
   if (prepared != kSuccess) {
     if (disposition == Disposition::CreateNew) {
       IgnoreError(Unlink(host));  // the caller gets no file, so none is left
@@ -211,12 +215,8 @@ Code CreateDirectory(cvn::StringView path) {
   if (code != kFileNotFound) {
     return Fail(code);
   }
-  return Report(posix::ChangeFolder(host, [&host] {
-    if (mkdirat(host.At().folder, host.At().name, kFolderMode) == 0) {
-      return kSuccess;
-    }
-    return errno == EEXIST ? kAlreadyExists : CodeOf(errno);
-  }));
+  return Report(
+      posix::ChangeFolder(host, [&host] { return posix::MakeFolder(host.At(), kFolderMode); }));
 }
 
 Code Delete(cvn::StringView path) {

@@ -12,24 +12,31 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
+#include "platform/offline/volume/ntfs_security.h"
 
 namespace platform::posix {
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr mode_t kPermissions = 07777;
 
-// The names, each with a zero after it.
+bool IsUsers(std::string_view name) { return name.starts_with("user."); }
+
+// The attributes of Windows are none, where they are kept in the same way.
+bool IsStream(std::string_view name) { return IsUsers(name) && name != "user.DOSATTRIB"; }
+
+// The names, each with a zero after it. Most files have none.
 Code ListExtended(int file, std::string* names) {
-  names->resize(XATTR_LIST_MAX);
-  const ssize_t length = flistxattr(file, names->data(), names->size());
+  ssize_t length = flistxattr(file, nullptr, 0);
+  if (length > 0) {
+    names->resize(XATTR_LIST_MAX);
+    length = flistxattr(file, names->data(), names->size());
+  }
   if (length < 0 && errno != EOPNOTSUPP) {
-    return CodeOf(errno, kReadFault);
+    return errno == E2BIG ? kCantAccessFile : CodeOf(errno, kReadFault);
   }
   names->resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-  // A volume with NTFS has these without listing them.
-  for (const char* name : {"system.ntfs_attrib_be", "system.ntfs_acl"}) {
-    names->append(name).push_back('\0');
-  }
   return kSuccess;
 }
 
@@ -38,15 +45,24 @@ Code CopyExtended(int from, const char* name, int to, std::vector<char>* value) 
   const ssize_t size = fgetxattr(from, name, value->data(), value->size());
   if (size < 0) {
     const bool isNone = errno == ENODATA || errno == EOPNOTSUPP;
-    return isNone ? kSuccess : CodeOf(errno, kReadFault);
+    return isNone ? kSuccess : errno == E2BIG ? kCantAccessFile : CodeOf(errno, kReadFault);
   }
   if (fsetxattr(to, name, value->data(), static_cast<std::size_t>(size), 0) == 0 ||
       errno == EOPNOTSUPP) {
     return kSuccess;
   }
-  const bool isOurs = std::string_view(name).starts_with("user.");
   const bool isDenied = errno == EPERM || errno == EACCES;
-  return isDenied && !isOurs ? kSuccess : CodeOf(errno, kWriteFault);
+  return isDenied && !IsUsers(name) ? kSuccess : CodeOf(errno, kWriteFault);
+}
+
+// Calls `act` with each of the names that `isMeant` accepts, until it gives another code than 0.
+template <typename IsMeant, typename Act>
+Code ForEach(const std::string& names, IsMeant isMeant, Act act) {
+  Code code = kSuccess;
+  for (std::size_t at = 0; code == kSuccess && at < names.size(); at = names.find('\0', at) + 1) {
+    code = isMeant(&names[at]) ? act(&names[at]) : kSuccess;
+  }
+  return code;
 }
 
 // A volume whose files have no permissions of their own shows the same ones for both.
@@ -62,24 +78,58 @@ Code CopyPermissions(const struct stat& entry, int to) {
 
 }  // namespace
 
-Code CopyMetadata(int from, const struct stat& entry, int to) {
+Code CopyMetadata(int from, const struct stat& entry, int to, Streams streams) {
+  const char* descriptor = DescriptorAttribute(from, entry.st_dev);
   std::string names;
-  Code code = ListExtended(from, &names);
   std::vector<char> value;
-  for (std::size_t at = 0; code == kSuccess && at < names.size(); at = names.find('\0', at) + 1) {
-    code = CopyExtended(from, &names[at], to, &value);
+  const auto copy = [&](const char* name) { return CopyExtended(from, name, to, &value); };
+  Code code = ListExtended(from, &names);
+  if (descriptor != nullptr) {
+    // Drivers for NTFS don't list these. The time of creation is ntfs-3g's only.
+    names.append("system.ntfs_attrib_be\0system.ntfs_crtime\0"sv);
+  }
+  if (code == kSuccess) {
+    code = ForEach(
+        names, [&](const char* name) { return streams == Streams::Keep || !IsStream(name); }, copy);
   }
   // EINVAL: an owner that a user namespace shows, but can't give.
   if (code == kSuccess && fchown(to, entry.st_uid, entry.st_gid) != 0 && errno != EPERM &&
       errno != EINVAL) {
     code = CodeOf(errno);
   }
-  return code == kSuccess ? CopyPermissions(entry, to) : code;
+  if (code == kSuccess) {
+    code = CopyPermissions(entry, to);
+  }
+  // Last, since a driver that keeps owners and permissions makes them a descriptor of its own.
+  return code == kSuccess && descriptor != nullptr ? copy(descriptor) : code;
 }
 
-Code CopyMetadata(const HostPath& from, int to) {
+Code CopyMetadata(const HostPath& from, int to, Streams streams) {
   const Descriptor file(from.Open(O_RDONLY | O_NONBLOCK));
-  return file.Get() < 0 ? CodeOf(errno) : CopyMetadata(file.Get(), from.entry, to);
+  return file.Get() < 0 ? CodeOf(errno) : CopyMetadata(file.Get(), from.entry, to, streams);
+}
+
+Code CopyStreams(int from, int to) {
+  struct stat target {};
+  std::string names;
+  std::vector<char> value;
+  const Code code = fstat(to, &target) == 0 ? ListExtended(from, &names) : CodeOf(errno);
+  const auto copy = [&](const char* name) {
+    const Code copied = CopyExtended(from, name, to, &value);
+    // Other volumes have no streams, and little room for these.
+    return DescriptorAttribute(to, target.st_dev) == nullptr ? kSuccess : copied;
+  };
+  return code == kSuccess ? ForEach(names, IsStream, copy) : code;
+}
+
+Code RemoveStreams(int file) {
+  std::string names;
+  const Code code = ListExtended(file, &names);
+  const auto remove = [file](const char* name) {
+    const bool isGone = fremovexattr(file, name) == 0 || errno == ENODATA;
+    return isGone ? kSuccess : CodeOf(errno, kWriteFault);
+  };
+  return code == kSuccess ? ForEach(names, IsStream, remove) : code;
 }
 
 }  // namespace platform::posix

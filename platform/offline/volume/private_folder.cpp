@@ -180,6 +180,8 @@ Code PrivateFolder::Make(cvn::StringView place, cvn::StringView name) {
   if (code != kSuccess) {
     return posix::Fail(code);
   }
+  // What comes of it, only a search would tell.
+  IgnoreError(posix::ClearAttributes(state->folder.Get()));
   state_ = std::move(state);
   return kSuccess;
 }
@@ -218,6 +220,9 @@ Code PrivateFolder::State::MakeFolders(const std::string& below, std::string* sp
         folders.erase(known);
         return CodeOf(errno);
       }
+      const Descriptor made(openat(folder.Get(), known->second.c_str(),
+                                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      IgnoreError(posix::ClearAttributes(made.Get()));  // as above
     }
     *spelled = known->second;
     begin = end + 1;

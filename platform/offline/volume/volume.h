@@ -157,13 +157,22 @@ cvn::String ToMachinePath(std::string_view hostPath);
 // not bind root.
 bool IsReadOnly(const HostPath& host);
 
-// Gives the open file `to` the owner, permissions and extended attributes of the open file `from`,
-// whose status is `entry`. What the volume can't keep, and what only the system may give, is left
-// out. After a failure `to` has a part of them.
-Code CopyMetadata(int from, const struct stat& entry, int to);
+// Named streams, which ntfs-3g shows as extended attributes "user.NAME". One of more than 64 KiB
+// can't be read that way, nor names of more than that: 1920.
+enum class Streams { Keep, Leave };
+
+// Gives the open file `to` the owner, permissions, extended attributes and time of creation of the
+// open file `from`, whose status is `entry`. What the volume can't keep, and what only the system
+// may give, is left out. After a failure `to` has a part of them.
+Code CopyMetadata(int from, const struct stat& entry, int to, Streams streams = Streams::Keep);
 
 // The same for the file, and no link, at a place.
-Code CopyMetadata(const HostPath& from, int to);
+Code CopyMetadata(const HostPath& from, int to, Streams streams = Streams::Keep);
+
+// Gives the open file `to` the streams of the open file `from` as well, as far as its volume takes
+// them; or takes all that it has from a file.
+Code CopyStreams(int from, int to);
+Code RemoveStreams(int file);
 
 // Tells what there is under a name; a link is not followed. `digest` stays empty. Of the extended
 // attributes it leaves out what an overlay keeps for itself, what the host's security modules do,
