@@ -72,7 +72,7 @@ TEST_F(FilesConformance, Opens) {
       {Ensure, u"ensured"},
   };
   Run(kSteps);
-  for (const auto call : {Read, Create, Make, Delete, Remove, Exists}) {
+  for (const auto call : {Read, Create, Delete, Exists}) {
     EXPECT_CODE(kPathNotFound, call(u"  ", {}));
   }
 }
@@ -367,7 +367,9 @@ TEST_F(FilesConformance, CopiesAndMoves) {
       {TakePlace, u"version", u"Deep"},  // which keeps its spelling
   };
   Run(kSteps);
-  EXPECT_EQ(Found(Path(u"*")), "., .., DEEP, empty, folder, Sub");
+  // Wine leaves names that are there as they are.
+  EXPECT_EQ(Found(Path(u"*")), RunsUnderWine() ? "., .., Deep, empty, folder, sub"
+                                               : "., .., DEEP, empty, folder, Sub");
 }
 
 // The moves that the session manager makes at the next start.
