@@ -13,6 +13,8 @@
 
 #include "platform/formats/little_endian.h"
 #include "platform/formats/security_descriptor.h"
+#include "platform/machine.h"
+#include "support/utf.h"
 #include "tests/platform/host_folder.h"
 #include "tests/platform/private_mount.h"
 
@@ -396,6 +398,20 @@ TEST_P(Ntfs, FoldersHaveNoArchive) {
   Run(std::initializer_list<Step>{{Make, u"ntfs\\folder"}, {Create, u"ntfs\\folder\\file"}});
   EXPECT_EQ(WordOf("folder"), "10");
   EXPECT_EQ(WordOf("folder/file"), "20");
+}
+
+TEST_P(Ntfs, AMachineIsMadeWhereAVolumeIsMounted) {
+  const cvn::String folder = cvn::Utf8ToWide(Host("ntfs"));
+  ASSERT_EQ(machine::Create(folder, {}), kSuccess);
+  EXPECT_EQ(machine::Create(folder, {}), kDirNotEmpty);
+  EXPECT_EQ(WordOf("Windows/System32"), "10");
+  const std::string hive = "Windows/System32/config/SOFTWARE";
+  EXPECT_TRUE(Get(hive, "system.ntfs_acl").size() > 20);
+  EXPECT_EQ(SecurityOf(hive).find("World"), std::string::npos) << SecurityOf(hive);
+  // Nothing stays on a volume that is too small.
+  const PrivateMount small(Host("small"), "tmpfs", "size=32k");
+  EXPECT_EQ(machine::Create(cvn::Utf8ToWide(Host("small")), {}), kDiskFull);
+  EXPECT_TRUE(std::filesystem::is_empty(Host("small")));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "platform/offline/machine/new_machine.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -45,24 +46,58 @@ std::string BelowMachine(cvn::StringView path) {
   return host;
 }
 
-std::error_code MakeFolders(const std::filesystem::path& folder, const Description& description) {
-  std::vector<std::string> below(std::begin(kFolders), std::end(kFolders));
-  below.push_back(BelowMachine(TemporaryFolder()));
+// The machine's folders, below its own.
+std::vector<std::string> FoldersOf(const Description& description) {
+  std::vector<std::string> folders(std::begin(kFolders), std::end(kFolders));
+  folders.push_back(BelowMachine(TemporaryFolder()));
   if (description.product) {
-    below.push_back(BelowMachine(description.product->installFolder));
+    folders.push_back(BelowMachine(description.product->installFolder));
   }
-  std::error_code error;
-  for (const std::string& name : below) {
-    if (!error) {
-      std::filesystem::create_directories(folder / name, error);
+  return folders;
+}
+
+// Makes the folders of the path `below` that are missing.
+Code MakeFolders(const std::string& folder, const std::string& below) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  constexpr mode_t kPermissions = 0777;
+  Descriptor place(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (std::size_t begin = 0; place.Get() >= 0 && begin < below.size();) {
+    const std::size_t end = std::min(below.find('/', begin), below.size());
+    const std::string name = below.substr(begin, end - begin);
+    const Code code = MakeFolder({place.Get(), name.c_str()}, kPermissions);
+    if (code != kSuccess && code != kAlreadyExists) {
+      return code;
     }
+    place.Reset(openat(place.Get(), name.c_str(), kFlags));
+    begin = end + 1;
   }
-  return error;
+  return place.Get() < 0 ? CodeOf(errno) : kSuccess;
 }
 
 Code Fill(const std::string& folder, const Description& description) {
-  const std::error_code error = MakeFolders(folder, description);
-  return error ? CodeOf(error.value()) : WriteNewRegistry(folder, description);
+  Code code = kSuccess;
+  for (const std::string& below : FoldersOf(description)) {
+    code = code == kSuccess ? MakeFolders(folder, below) : code;
+  }
+  return code == kSuccess ? WriteNewRegistry(folder, description) : code;
+}
+
+// A volume is mounted here, so the folder can't be put into its place.
+bool IsMountPoint(const std::string& folder) {
+  struct statx status {};
+  return statx(AT_FDCWD, folder.c_str(), 0, STATX_TYPE, &status) == 0 &&
+         (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+Code FillVolume(const std::string& folder, const Description& description) {
+  const Code code = Fill(folder, description);
+  if (code != kSuccess) {
+    std::error_code error;
+    for (const std::string& below : FoldersOf(description)) {
+      std::filesystem::remove_all(folder + '/' + below.substr(0, below.find('/')), error);
+    }
+  }
+  return code;
 }
 
 }  // namespace
@@ -72,6 +107,9 @@ Code MakeMachine(const std::string& folder, const Description& description) {
   const std::filesystem::path path(folder);
   if (std::filesystem::exists(path, error) && !std::filesystem::is_empty(path, error) && !error) {
     return kDirNotEmpty;
+  }
+  if (IsMountPoint(folder)) {
+    return FillVolume(folder, description);
   }
   std::filesystem::create_directories(path.parent_path(), error);
   std::string fresh = folder + ".XXXXXX";

@@ -10,7 +10,8 @@
 namespace platform::posix {
 
 // As machine::Create, in a folder as the host names it. It is built under another name beside it,
-// so that half of a machine is never to be found.
+// so that half of a machine is never to be found; where a volume is mounted, in the folder itself,
+// the registry last.
 Code MakeMachine(const std::string& folder, const machine::Description& description);
 
 // The machine that the environment names; without TESSEL_MACHINE, one that is missing is made.

@@ -15,6 +15,7 @@
 #include "platform/offline/registry/hive_log_file.h"
 #include "platform/offline/registry/registry.h"
 #include "platform/offline/registry/registry_space.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/registry.h"
 
 namespace platform::posix {
@@ -124,7 +125,10 @@ Code NewHive::Write() {
   if (error != 0) {
     return RegistryFault(error);
   }
-  Code code = WriteAt(file.File(), 0, bytes_->Bytes());
+  Code code = InheritSecurity(folder, file.File());
+  if (code == kSuccess) {
+    code = WriteAt(file.File(), 0, bytes_->Bytes());
+  }
   if (code == kSuccess && fsync(file.File()) != 0) {
     code = RegistryFault(errno);
   }

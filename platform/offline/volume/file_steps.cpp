@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "platform/linux/error_map.h"
+#include "platform/offline/volume/ntfs_security.h"
 #include "platform/offline/volume/share_locks.h"
 
 namespace platform::posix {
@@ -39,7 +40,9 @@ Code CheckUnused(const HostPath& host) {
 WritableFolder::WritableFolder(const HostPath& place) : folder_(place.folder) {
   struct stat entry {};
   const int folder = place.At().folder;
+  // On NTFS that mode is none of READONLY, and a change would put another descriptor in place.
   if (fstat(folder, &entry) == 0 && (entry.st_mode & S_IWUSR) == 0 &&
+      DescriptorAttribute(folder, entry.st_dev) == nullptr &&
       fchmodat(folder, ".", (entry.st_mode & 07777) | S_IWUSR, 0) == 0) {
     before_ = entry.st_mode & 07777;
   }

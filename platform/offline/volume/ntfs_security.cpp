@@ -18,6 +18,7 @@
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 namespace {

@@ -157,6 +157,16 @@ cvn::String ToMachinePath(std::string_view hostPath);
 // not bind root.
 bool IsReadOnly(const HostPath& host);
 
+// Gives the open file `made`, which is new in the open folder `folder`, the descriptor that Windows
+// would have it inherit: drivers give full access to everyone, or what the host's permissions come
+// to. What this account may not set stays. What a folder passes on is worked out once in a process.
+// Where the volume is not NTFS nothing happens.
+Code InheritSecurity(int folder, int made);
+
+// Makes a folder, as mkdirat, that inherits likewise. It has no ARCHIVE, as ntfs-3g would have it.
+// 183 when the name is taken.
+Code MakeFolder(FileAt place, mode_t permissions);
+
 // Named streams, which ntfs-3g shows as extended attributes "user.NAME". One of more than 64 KiB
 // can't be read that way, nor names of more than that: 1920.
 enum class Streams { Keep, Leave };
