@@ -133,6 +133,7 @@ void Keeper::Serve(int channel) {
     send(channel, &answer, sizeof(answer), MSG_NOSIGNAL);
   }
   EndTasks(hosts);
+  spaces.Unmount();
   IgnoreError(RemoveTree({place_.Get(), NameOf(folders_.work).c_str()}));  // the next view may
   _exit(0);
 }
@@ -151,6 +152,7 @@ int Keeper::Ask(KeeperStep step) {
   }
   flags_ = answer.flags;
   hidesOwners_ = answer.hasUsers;
+  isSealed_ = isSealed_ || (step == KeeperStep::Seal && answer.error == 0);
   return answer.error;
 }
 

@@ -30,6 +30,7 @@ class Keeper {
   // Takes the calling process, a child, into the view's namespaces. 0, or the value of errno.
   int Join() const;
   bool HidesOwners() const { return hidesOwners_; }
+  bool IsSealed() const { return isSealed_; }
 
  private:
   struct Answer {
@@ -47,6 +48,7 @@ class Keeper {
   pid_t id_ = -1;
   int flags_ = 0;
   bool hidesOwners_ = false;
+  bool isSealed_ = false;
 };
 
 }  // namespace platform::posix

@@ -46,6 +46,10 @@ int ChangeAttributes(const char* path, unsigned flags, std::uint64_t set, std::u
   return mount_setattr(AT_FDCWD, path, flags, &change, sizeof(change)) == 0 ? 0 : errno;
 }
 
+std::string TemporaryFolder(const ViewFolders& folders) {
+  return folders.work + '/' + ViewFolders::kTemporary;
+}
+
 }  // namespace
 
 int ViewSpaces::Enter(bool isSealed) {
@@ -60,8 +64,10 @@ int ViewSpaces::Enter(bool isSealed) {
   if (error != 0) {
     return error;
   }
-  flags_ = flags | (hasUsers_ ? CLONE_NEWUSER : 0);
-  return Mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+  // What is mounted and taken back here must never be so outside.
+  error = Mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+  flags_ = error == 0 ? flags | (hasUsers_ ? CLONE_NEWUSER : 0) : 0;
+  return error;
 }
 
 // A folder of the host as these namespaces have it.
@@ -110,8 +116,15 @@ int ViewSpaces::MountCopy() {
   return Mount(PathOf(copy.Get()).c_str(), PathOf(machine.Get()), nullptr, MS_BIND, nullptr);
 }
 
+void ViewSpaces::Unmount() const {
+  if (flags_ != 0) {
+    umount2(folders_.machine.c_str(), MNT_DETACH);
+    umount2(TemporaryFolder(folders_).c_str(), MNT_DETACH);
+  }
+}
+
 int ViewSpaces::Seal() {
-  const std::string temporary = folders_.work + '/' + ViewFolders::kTemporary;
+  const std::string temporary = TemporaryFolder(folders_);
   int error = Mount("tmpfs", temporary, "tmpfs", MS_NODEV | MS_NOSUID, kTemporarySize);
   for (const char* device : kDevices) {
     // A host that lacks one has no need of it here.

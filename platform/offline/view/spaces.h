@@ -39,6 +39,8 @@ class ViewSpaces {
   // Makes all but that and the folder for temporary files read-only and without devices, but for
   // those that any program may need.
   int Seal();
+  // Takes back what was mounted: a folder that something is mounted on can't be removed.
+  void Unmount() const;
 
  private:
   int Reopen(const std::string& path, int known, Descriptor* folder) const;

@@ -75,7 +75,8 @@ int ViewTask::EnterView(pid_t parent) const {
   if (isInFolder && chdir(current) != 0 && chdir("/") != 0) {
     return errno;
   }
-  CurrentView() = {.keepsFolders = true, .hidesOwners = keeper_.HidesOwners()};
+  CurrentView() = {
+      .keepsFolders = true, .hidesOwners = keeper_.HidesOwners(), .isSealed = keeper_.IsSealed()};
   ForgetHost();
   setenv("TESSEL_MACHINE", folders_.machine.c_str(), 1);
   setenv("TMPDIR", (folders_.work + '/' + ViewFolders::kTemporary).c_str(), 1);

@@ -42,6 +42,8 @@ class DirectoryIndex {
   // Forgets all, and shares the kernel's reports no longer with the process that this one was
   // forked from.
   void Renew();
+  // The descriptor of the kernel's reports; negative when there is none.
+  int Events() const { return events_; }
 
  private:
   // The names by the hash of what they fold to.

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/linux/error_map.h"
+#include "platform/linux/host_view.h"
 #include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/short_names.h"
 
@@ -116,7 +117,7 @@ Code FolderWalk::Enter(std::string name, bool followsLinks) {
 Code FolderWalk::OpenEntry(std::string* name, int flags, Descriptor* object) const {
   const bool mayBeAlias = MayLeadThroughAlias(folder_->Get(), *name);
   if (!mayBeAlias) {
-    object->Reset(openat(folder_->Get(), name->c_str(), flags));
+    object->Reset(OpenOnHost(folder_->Get(), name->c_str(), flags));
     if (object->Get() >= 0 || errno != ENOENT) {
       return object->Get() >= 0 ? kSuccess : CodeOf(errno);
     }
@@ -128,7 +129,7 @@ Code FolderWalk::OpenEntry(std::string* name, int flags, Descriptor* object) con
   } else if (code != kAccessDenied || !mayBeAlias) {
     return code == kAccessDenied ? kFileNotFound : code;  // can't be listed: exact names only
   }
-  object->Reset(openat(folder_->Get(), name->c_str(), flags));
+  object->Reset(OpenOnHost(folder_->Get(), name->c_str(), flags));
   return object->Get() >= 0 ? kSuccess : CodeOf(errno);
 }
 

@@ -12,6 +12,7 @@
 #include "platform/formats/names.h"
 #include "platform/formats/windows_path.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/host_view.h"
 #include "platform/offline/volume/folder_walk.h"
 #include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/short_names.h"
@@ -29,7 +30,8 @@ const std::shared_ptr<const Descriptor>& HostRoot() {
 
 void ReopenHostRoot() {
   const Descriptor fresh(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  dup3(fresh.Get(), HostRoot()->Get(), O_CLOEXEC);  // in the place of the one that all hold
+  // In the place of the one that all hold.
+  dup3(fresh.Get(), HostRoot()->Get(), O_CLOEXEC);
 }
 
 const std::shared_ptr<const Descriptor>& RootFolder(bool onMachine) {
@@ -41,7 +43,7 @@ const std::shared_ptr<const Descriptor>& RootFolder(bool onMachine) {
 int OpenFolder(int root, const std::string& below, bool onMachine) {
   constexpr int kFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
   if (!onMachine) {
-    return openat(root, below.c_str(), kFlags);
+    return OpenOnHost(root, below.c_str(), kFlags);
   }
   open_how how{};
   how.flags = kFlags;
@@ -110,6 +112,18 @@ Code FindDevice(PathDraft draft, cvn::StringView name, HostPath* host) {
   return kSuccess;
 }
 
+// Whether a path of the host is that of a file which this process has opened (held_file.h), and no
+// standard stream.
+bool IsHeldFile(std::string_view path) {
+  constexpr std::string_view kOwn = "/proc/self/fd/";
+  const std::string_view number = path.substr(std::min(kOwn.size(), path.size()));
+  return path.starts_with(kOwn) && number != "0" && number != "1" && number != "2";
+}
+
+int OpenHeld(int folder, const char* name, int flags, mode_t permissions) {
+  return openat(folder, name, flags, permissions);
+}
+
 }  // namespace
 
 FileAt HostPath::At() const {
@@ -125,10 +139,11 @@ int HostPath::Open(int flags, mode_t permissions) const {
                : -1;
   }
   const FileAt file = At();
+  const auto openFile = !onMachine && IsHeldFile(spelling) ? OpenHeld : OpenOnHost;
   int descriptor = -1;
   do {
-    descriptor = openat(file.folder, file.name, flags | O_CLOEXEC | (onMachine ? O_NOFOLLOW : 0),
-                        permissions);
+    descriptor = openFile(file.folder, file.name, flags | O_CLOEXEC | (onMachine ? O_NOFOLLOW : 0),
+                          permissions);
   } while (descriptor < 0 && errno == EINTR);
   return descriptor;
 }
@@ -270,9 +285,19 @@ cvn::String ToMachinePath(std::string_view hostPath) {
 }
 
 void ForgetHost() {
-  ReopenHostRoot();
-  NameIndex().Renew();
   Machine::Forget();
+  NameIndex().Renew();
+  ReopenHostRoot();
+  const int root = HostRoot()->Get();
+  const int events = NameIndex().Events();
+  unsigned first = STDERR_FILENO + 1;
+  for (const int kept : {std::min(root, events), std::max(root, events)}) {
+    if (kept >= static_cast<int>(first)) {
+      close_range(first, static_cast<unsigned>(kept) - 1, 0);
+      first = static_cast<unsigned>(kept) + 1;
+    }
+  }
+  close_range(first, ~0U, 0);
 }
 
 }  // namespace platform::posix

@@ -224,8 +224,9 @@ Code RemoveTree(FileAt folder);
 // Adds up the bytes of all files in an open folder.
 Code MeasureTree(int folder, std::uint64_t* bytes);
 
-// Forgets all that was found of the machine and of the host: for a process that has come to see
-// another host than the one that it was forked from.
+// Forgets all that was found of the machine and of the host, and closes every descriptor but those
+// of the standard streams: for a process that has come to see another host than the one that it was
+// forked from, and will end without destroying anything.
 void ForgetHost();
 
 }  // namespace platform::posix
