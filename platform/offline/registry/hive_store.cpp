@@ -9,14 +9,11 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/clock.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/file_lock.h"
 
 namespace platform::posix {
 namespace {
-
-constexpr std::int64_t kLongestWait = 30 * clock::kTicksPerSecond;
-constexpr std::uint32_t kLongestPause = 20;  // milliseconds
 
 bool IsSameFile(const struct stat& left, const struct stat& right) {
   return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
@@ -85,20 +82,11 @@ Code HiveStore::Open() {
 }
 
 Code HiveStore::TakeLock(Lock wanted) {
-  const int operation = (wanted == Lock::Alone ? LOCK_EX : LOCK_SH) | LOCK_NB;
-  const std::int64_t end = clock::NowTicks() + kLongestWait;
-  std::uint32_t pause = 1;
   lock_ = Lock::None;
-  // A file system that has no locks lets everything pass.
-  while (flock(file_.Get(), operation) != 0 && (errno == EWOULDBLOCK || errno == EINTR)) {
-    if (clock::NowTicks() > end) {
-      return kBusy;
-    }
-    clock::Sleep(pause);
-    pause = std::min(2 * pause, kLongestPause);
-  }
-  lock_ = wanted;
-  return kSuccess;
+  bool isHeld = false;  // a file system that has no locks lets everything pass
+  const Code code = WaitForLock(file_.Get(), wanted == Lock::Alone, &isHeld);
+  lock_ = code == kSuccess ? wanted : Lock::None;
+  return code;
 }
 
 void HiveStore::Leave() {

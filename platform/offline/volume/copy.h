@@ -19,8 +19,4 @@ struct CopyOptions {
 // keep the old content.
 Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options);
 
-// Copies all that the open file `from` holds, whose status is `entry`, to the empty open file `to`.
-// Holes stay holes.
-Code CopyContent(int from, const struct stat& entry, int to);
-
 }  // namespace platform::posix

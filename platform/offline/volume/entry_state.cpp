@@ -12,10 +12,10 @@
 #include <utility>
 
 #include "platform/byte_source.h"
-#include "platform/clock.h"
 #include "platform/file_digest.h"
 #include "platform/held_folder.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/file_time.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/volume.h"
 #include "support/format.h"
@@ -89,11 +89,6 @@ Code ReadExtended(int file, EntryState* state) {
   return kSuccess;
 }
 
-std::int64_t TicksOf(const timespec& time) {
-  return clock::kTicksFrom1601To1970 + time.tv_sec * clock::kTicksPerSecond +
-         time.tv_nsec / (1'000'000'000 / clock::kTicksPerSecond);
-}
-
 Code ReadLink(FileAt link, EntryState* state) {
   std::array<char, PATH_MAX> text;
   const ssize_t length = readlinkat(link.folder, link.name, text.data(), text.size());
@@ -109,7 +104,7 @@ Code ReadLink(FileAt link, EntryState* state) {
 Code ReadNode(int file, const struct stat& status, EntryState* state) {
   const bool isFolder = S_ISDIR(status.st_mode);
   state->kind = isFolder ? EntryKind::Folder : EntryKind::File;
-  state->written = TicksOf(status.st_mtim);
+  state->written = static_cast<std::int64_t>(FileTimeOf(status.st_mtim));
   state->size = isFolder ? 0 : static_cast<std::uint64_t>(status.st_size);
   state->mode = status.st_mode & kPermissions;
   const Code code = ReadAttributes(file, status, &state->attributes);

@@ -11,13 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/clock.h"
 #include "platform/formats/names.h"
 #include "platform/formats/short_name.h"
 #include "platform/formats/wildcards.h"
 #include "platform/formats/windows_path.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/file_time.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/volume.h"
@@ -29,12 +29,6 @@ using posix::CodeOf;
 using posix::Fail;
 using posix::FileAt;
 using posix::HostPath;
-
-std::uint64_t FileTimeOf(const timespec& time) {
-  const std::int64_t ticks =
-      time.tv_sec * clock::kTicksPerSecond + time.tv_nsec / 100 + clock::kTicksFrom1601To1970;
-  return static_cast<std::uint64_t>(std::max<std::int64_t>(ticks, 0));
-}
 
 constexpr struct stat kUnknown {};
 
@@ -264,7 +258,7 @@ Attributes SearchEntry::GetAttributes() const {
 }
 
 std::uint64_t SearchEntry::LastWriteTime() const {
-  return FileTimeOf(details_->Place(isDirectory_).entry.st_mtim);
+  return posix::FileTimeOf(details_->Place(isDirectory_).entry.st_mtim);
 }
 
 struct Search::State {

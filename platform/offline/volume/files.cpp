@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <limits>
 
-#include "platform/clock.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/file_time.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
 #include "platform/offline/volume/ntfs_security.h"
@@ -157,12 +157,7 @@ Code File::Flush() {
 }
 
 Code File::SetLastWriteTime(std::uint64_t time) {
-  // Split before the shift to 1970, so that what is left of a second is never negative.
-  constexpr auto kTicksPerSecond = static_cast<std::uint64_t>(clock::kTicksPerSecond);
-  constexpr std::int64_t kShift = clock::kTicksFrom1601To1970 / clock::kTicksPerSecond;
-  const timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT},
-                             {.tv_sec = static_cast<std::int64_t>(time / kTicksPerSecond) - kShift,
-                              .tv_nsec = static_cast<std::int64_t>(time % kTicksPerSecond * 100)}};
+  const timespec times[] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, posix::TimeOf(time)};
   return futimens(static_cast<int>(handle_), times) == 0 ? kSuccess : Fail(CodeOf(errno));
 }
 

@@ -197,6 +197,16 @@ Code ReadEntryState(FileAt entry, machine::EntryState* state, files::File* opene
 // Reads the open file for its `size` and `digest`.
 Code ReadDigest(const files::File& file, machine::EntryState* state);
 
+// Gives a file or folder the extended attributes, attributes, permissions and time of the last
+// write that `state` has, as far as it has others; a link has none of these. A time of 0 says
+// nothing. The access control list of an NTFS volume stays where `state` has none. 50 where the
+// volume can't store something. After a failure it has a part of them.
+Code WriteEntryState(FileAt entry, const machine::EntryState& state);
+
+// Copies all that the open file `from` holds, whose status is `entry`, to the empty open file `to`.
+// Holes stay holes.
+Code CopyContent(int from, const struct stat& entry, int to);
+
 // As files::Move, without the delay. The drives C: and Z: are volumes of their own, even on one
 // file system of the host. Leaves the thread's last error alone.
 Code MoveNow(cvn::StringView from, cvn::StringView to, std::uint32_t flags);

@@ -1,0 +1,91 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+#include "platform/linux/error_map.h"
+#include "platform/linux/file_time.h"
+#include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/volume.h"
+
+namespace platform::posix {
+namespace {
+
+using machine::EntryState;
+
+constexpr mode_t kPermissions = 07777;
+
+bool Has(const EntryState& state, std::string_view name) {
+  return std::ranges::any_of(state.extended, [name](const auto& one) { return one.first == name; });
+}
+
+Code WriteExtended(int file, const EntryState& now, const EntryState& wanted) {
+  for (const auto& [name, value] : now.extended) {
+    // A driver that tells of a list at one time may keep it to itself at another.
+    if (name != "system.ntfs_acl" && !Has(wanted, name) && fremovexattr(file, name.c_str()) != 0 &&
+        errno != ENODATA) {
+      return CodeOf(errno);
+    }
+  }
+  for (const auto& one : wanted.extended) {
+    const auto& [name, value] = one;
+    if (std::ranges::find(now.extended, one) == now.extended.end() &&
+        fsetxattr(file, name.c_str(), value.data(), value.size(), 0) != 0) {
+      return CodeOf(errno);
+    }
+  }
+  return kSuccess;
+}
+
+// A driver for NTFS may have no permissions to change.
+Code WritePermissions(int file, mode_t wanted) {
+  struct stat entry {};
+  if (fstat(file, &entry) != 0) {
+    return CodeOf(errno);
+  }
+  const bool isSet = (entry.st_mode & kPermissions) == wanted || fchmod(file, wanted) == 0;
+  return isSet || errno == EOPNOTSUPP ? kSuccess : CodeOf(errno);
+}
+
+Code WriteTime(int file, std::uint64_t wanted) {
+  struct stat entry {};
+  if (fstat(file, &entry) != 0) {
+    return CodeOf(errno);
+  }
+  const timespec times[] = {{0, UTIME_OMIT}, TimeOf(wanted)};
+  const bool isSet =
+      wanted == 0 || FileTimeOf(entry.st_mtim) == wanted || futimens(file, times) == 0;
+  return isSet ? kSuccess : CodeOf(errno);
+}
+
+}  // namespace
+
+Code WriteEntryState(FileAt entry, const EntryState& state) {
+  EntryState now;
+  files::File file;
+  Code code = ReadEntryStatus(entry, &now, &file);
+  if (code != kSuccess || now.kind != state.kind) {
+    return code == kSuccess ? kInvalidParameter : code;
+  }
+  if (now.kind == machine::EntryKind::Link) {
+    return kSuccess;
+  }
+  const int node = static_cast<int>(file.Handle());
+  // The extended attributes of what its owner may not write to can't be written either.
+  if (now.extended != state.extended) {
+    code = WritePermissions(node, now.mode | S_IWUSR);
+    code = code == kSuccess ? WriteExtended(node, now, state) : code;
+  }
+  struct stat status {};
+  if (code == kSuccess && fstat(node, &status) != 0) {
+    code = CodeOf(errno);
+  }
+  code = code == kSuccess ? StoreAttributes(node, status, state.attributes) : code;
+  code = code == kSuccess ? WritePermissions(node, state.mode) : code;
+  return code == kSuccess ? WriteTime(node, static_cast<std::uint64_t>(state.written)) : code;
+}
+
+}  // namespace platform::posix
