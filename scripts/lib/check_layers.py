@@ -23,6 +23,7 @@ PARTS = {
     "platform/offline/environment": {"formats", "linux", "volume"},
     "platform/offline/registry": {"formats", "linux", "volume", "environment"},
     "platform/offline/changes": {"formats", "linux", "volume", "registry"},
+    "platform/offline/commit": {"formats", "linux", "volume", "registry"},
     "platform/offline/machine": {"formats", "linux", "volume", "environment", "registry"},
     "platform/offline/profile": {"formats", "linux", "volume", "registry"},
     "platform/offline/process": {"formats", "linux", "volume", "environment", "registry"},
