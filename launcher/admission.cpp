@@ -19,7 +19,7 @@ constexpr std::int32_t kPatchInvalidPatch = 1636;
 
 }  // namespace
 
-std::int32_t Admission::PassGates(platform::Code machineOpened) {
+std::int32_t Admission::PassGates(const MachineOpening& machineOpened) {
   std::int32_t code = JudgeMachine(machineOpened);
   if (code == 0) {
     code = ReadScript();
@@ -35,7 +35,7 @@ void Admission::Tell(cvn::StringView words) {
   }
 }
 
-std::int32_t Admission::JudgeMachine(platform::Code opened) {
+std::int32_t Admission::JudgeMachine(const MachineOpening& opened) {
   const cvn::String folder =
       examination_ == nullptr ? platform::machine::DefaultFolder() : examination_->machineFolder;
   const std::optional<MachineFault> fault = FindMachineFault(opened, folder);
@@ -80,7 +80,7 @@ std::int32_t Admission::ReadScript() {
   return 0;
 }
 
-std::int32_t Admission::TakeScript(platform::Code machineOpened, const std::string& script) {
+std::int32_t Admission::TakeScript(const MachineOpening& machineOpened, const std::string& script) {
   const std::int32_t code = JudgeMachine(machineOpened);
   if (code == 0) {
     TakeText(script);

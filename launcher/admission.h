@@ -9,6 +9,7 @@
 #include "launcher/command_line.h"
 #include "launcher/examination.h"
 #include "launcher/gates.h"
+#include "launcher/machine_check.h"
 #include "launcher/patch_metadata.h"
 #include "launcher/run_reports.h"
 #include "platform/error.h"
@@ -29,12 +30,12 @@ class Admission {
         observer_(observer),
         gates_(settings, meta_, facts, examination) {}
 
-  // The machine, whose opening gave `machineOpened`, the patch file, and the gates. 0, or the exit
-  // code of the refusal; a file that can't be read gives the platform's own code.
-  std::int32_t PassGates(platform::Code machineOpened);
+  // The machine, the patch file, and the gates. 0, or the exit code of the refusal; a file that
+  // can't be read gives the platform's own code.
+  std::int32_t PassGates(const MachineOpening& machineOpened);
 
   // In place of PassGates for a script in UTF-8 that a tool runs as it is.
-  std::int32_t TakeScript(platform::Code machineOpened, const std::string& script);
+  std::int32_t TakeScript(const MachineOpening& machineOpened, const std::string& script);
 
   // Compiles the script into a new engine. How a run ends whose script isn't accepted; an exit code
   // of 0 when it is.
@@ -44,7 +45,7 @@ class Admission {
   const PatchMetaData& MetaData() const { return meta_; }
 
  private:
-  std::int32_t JudgeMachine(platform::Code opened);
+  std::int32_t JudgeMachine(const MachineOpening& opened);
   std::int32_t ReadPatch(std::string* bytes);
   std::int32_t ReadScript();
   void TakeText(const std::string& script);

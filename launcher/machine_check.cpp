@@ -1,6 +1,7 @@
 #include "launcher/machine_check.h"
 
 #include "platform/machine.h"
+#include "platform/private_folder.h"
 #include "platform/volume_state.h"
 #include "support/format.h"
 
@@ -79,6 +80,22 @@ std::optional<MachineFault> FaultOfVolume(const cvn::String& folder) {
   return std::nullopt;
 }
 
+MachineFault BusyFault(const cvn::String& folder) {
+  return {
+      kMachineBusy,
+      cvn::Format(u"The machine '%s' is refused: 'tlx apply' or 'tlx undo' has had it alone for "
+                  u"half a minute. Run again when that has ended.",
+                  folder)};
+}
+
+MachineFault UnfinishedFault(const cvn::String& folder, platform::Code why) {
+  return {
+      kMachineUnfinished,
+      cvn::Format(u"The machine '%s' is refused: 'tlx apply' or 'tlx undo' was interrupted there "
+                  u"and can't be finished: %s.",
+                  folder, ProblemOfPending(why))};
+}
+
 cvn::String ProblemOfRegistry(platform::Code code) {
   switch (code) {
     case platform::kFileNotFound:
@@ -94,12 +111,59 @@ cvn::String ProblemOfRegistry(platform::Code code) {
 
 }  // namespace
 
-std::optional<MachineFault> FindMachineFault(platform::Code opened, const cvn::String& folder) {
-  if (opened == machine::kHibernated) {
-    return HibernationFault(folder);
+MachineOpening ShareOpenedMachine(machine::MachineLock* lock) {
+  MachineOpening opening;
+  opening.code = machine::ShareMachine(lock, &opening.found, &opening.why);
+  return opening;
+}
+
+cvn::StringView WordsOf(machine::PendingCommit found) {
+  switch (found) {
+    case machine::PendingCommit::Finished:
+      return u"an interrupted 'tlx apply' or 'tlx undo' was finished";
+    case machine::PendingCommit::Dropped:
+      return u"an interrupted 'tlx apply' or 'tlx undo', which had changed nothing, was cleared "
+             u"away";
+    case machine::PendingCommit::None:
+      break;
   }
-  if (opened != platform::kSuccess) {
-    return FaultOfFolder(folder, ProblemOfFolder(opened, folder));
+  return {};
+}
+
+cvn::String ProblemOfPending(platform::Code why) {
+  switch (why) {
+    case platform::files::kForeignPlace:
+      return u"its folder C:\\$TesselCommit is another account's; run as that one, or remove the "
+             u"folder if nobody here has made it";
+    case platform::files::kNotPrivate:
+      return u"others can write to its folder C:\\$TesselCommit, or that is no folder, so nothing "
+             u"in "
+             u"it is believed; find out who made it, and remove it";
+    case machine::kCorrupt:
+      return u"its journal in C:\\$TesselCommit is damaged; restore the machine, or remove that "
+             u"folder to take the machine as it is";
+    case machine::kLaterJournal:
+      return u"a later release has begun it, which is to finish it";
+    case platform::kDiskFull:
+      return u"the disk is full; make room there";
+    default:
+      return cvn::Format(u"error %u; see to that, and run again", why);
+  }
+}
+
+std::optional<MachineFault> FindMachineFault(const MachineOpening& opened,
+                                             const cvn::String& folder) {
+  switch (opened.code) {
+    case platform::kSuccess:
+      break;
+    case machine::kHibernated:
+      return HibernationFault(folder);
+    case platform::kBusy:
+      return BusyFault(folder);
+    case machine::kCommitPending:
+      return UnfinishedFault(folder, opened.why);
+    default:
+      return FaultOfFolder(folder, ProblemOfFolder(opened.code, folder));
   }
   if (std::optional<MachineFault> fault = FaultOfVolume(folder)) {
     return fault;

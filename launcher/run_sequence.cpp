@@ -7,6 +7,7 @@
 #include "files/path_text.h"
 #include "launcher/admission.h"
 #include "launcher/command_line.h"
+#include "launcher/machine_check.h"
 #include "launcher/process_environment.h"
 #include "launcher/run_reports.h"
 #include "platform/clock.h"
@@ -49,19 +50,20 @@ cvn::String MakeTraceFilePath() {
   return path;
 }
 
-// Opens the machine that is to be patched; the default one is made on first use.
-platform::Code OpenMachine() {
+// Opens the machine that is to be patched, and shares it; the default one is made on first use.
+MachineOpening OpenMachine(platform::machine::MachineLock* lock) {
   platform::machine::Description description;
   description.product = product::InstalledIn(product::kInstallFolder);
-  return platform::machine::UseOrCreateDefault(description);
+  const platform::Code code = platform::machine::UseOrCreateDefault(description);
+  return code == platform::kSuccess ? ShareOpenedMachine(lock) : MachineOpening(code);
 }
 
-// Hardens the process and opens the trace, before anything from outside is looked at. Gives the
-// code of the machine's opening; after a failure everything on drive C: fails with it.
-platform::Code PrepareProcess(cvn::String* traceFile) {
+// Hardens the process and opens the trace, before anything from outside is looked at. After a
+// failure of the machine's opening everything on drive C: fails with its code.
+MachineOpening PrepareProcess(platform::machine::MachineLock* lock, cvn::String* traceFile) {
   platform::stop::Watch();
   platform::libraries::NarrowSearch();
-  const platform::Code opened = OpenMachine();
+  MachineOpening opened = OpenMachine(lock);
   ApplyProcessEnvironment();
   platform::streams::SetTextModes();
   EnablePrivileges();
@@ -69,6 +71,9 @@ platform::Code PrepareProcess(cvn::String* traceFile) {
   // Goes nowhere, since no trace is open yet; every opening is announced like this.
   TraceLine(u"set trace file: %s\n", *traceFile);
   OpenTraceFile(*traceFile);
+  if (const cvn::StringView found = WordsOf(opened.found); !found.empty()) {
+    TraceLine(u"On the machine %s", found);
+  }
   return opened;
 }
 
@@ -93,8 +98,7 @@ std::int32_t FlushRegistry() {
 // the run.
 class PatchRun {
  public:
-  // `machineOpened` is the code of the machine's opening.
-  PatchRun(platform::Code machineOpened, WatchedRun* watched)
+  PatchRun(const MachineOpening& machineOpened, WatchedRun* watched)
       : machineOpened_(machineOpened), watched_(*watched) {}
 
   std::int32_t Run(const cvn::List<cvn::String>& arguments);
@@ -106,7 +110,7 @@ class PatchRun {
 
   const cvn::String& Path() const { return *settings_.patchFilePath; }
 
-  const platform::Code machineOpened_;
+  const MachineOpening machineOpened_;
   WatchedRun& watched_;
   LaunchSettings settings_;
   cvn::String path_;  // of the patch
@@ -200,7 +204,8 @@ RunEnd PatchRun::RunScript() {
 }  // namespace
 
 std::int32_t RunPatch(const cvn::List<cvn::String>& arguments, WatchedRun* watched) {
-  const platform::Code machineOpened = PrepareProcess(&watched->traceFile);
+  platform::machine::MachineLock lock;
+  const MachineOpening machineOpened = PrepareProcess(&lock, &watched->traceFile);
   return PatchRun(machineOpened, watched).Run(arguments);
 }
 

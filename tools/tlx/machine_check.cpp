@@ -35,6 +35,7 @@ constexpr cvn::StringView kUnknown = u"unknown";
 // All that an administrator wants to know before a run.
 struct MachineState {
   cvn::String folder;
+  cvn::StringView interrupted;                // what became of an interrupted commit
   std::optional<tessel::MachineFault> fault;  // why a run would be refused
   cvn::List<cvn::String> warnings;            // why one would be unwise
   cvn::String windows = kUnknown;
@@ -77,11 +78,12 @@ void LookAtHives(MachineState* state) {
   }
 }
 
-MachineState LookAt(cvn::StringView folder, platform::Code opened) {
+MachineState LookAt(cvn::StringView folder, const tessel::MachineOpening& opened) {
   MachineState state;
   state.folder = folder;
+  state.interrupted = tessel::WordsOf(opened.found);
   state.fault = tessel::FindMachineFault(opened, state.folder);
-  if (opened != platform::kSuccess) {
+  if (opened.code != platform::kSuccess) {
     return state;
   }
   // Where it fails, the fault tells.
@@ -121,6 +123,7 @@ Json::Value MachineJson(const MachineState& state) {
   document["isFit"] = state.IsFit();
   document["exitCode"] = state.fault ? state.fault->exitCode : 0;
   document["refusal"] = state.fault ? JsonText(state.fault->words) : Json::Value("");
+  document["interrupted"] = JsonText(state.interrupted);
   document["warnings"] = JsonTexts(state.warnings);
   document["windows"]["name"] = JsonText(state.windows);
   document["windows"]["version"] = JsonText(state.version);
@@ -142,6 +145,9 @@ void PrintState(const MachineState& state) {
     platform::streams::WriteLine(platform::streams::Output::Out,
                                  cvn::Format(u"%-16s%s", title, text));
   };
+  if (!state.interrupted.empty()) {
+    row(u"Interrupted:", state.interrupted);
+  }
   row(u"Windows:",
       cvn::Format(u"%s, version %s, build %s", state.windows, state.version, state.build));
   row(u"Hibernated:", state.volume.isHibernated ? u"yes" : u"no");
@@ -170,7 +176,10 @@ int CheckMachine(const Options& options) {
   if (opened == platform::kNotSupported) {
     return FailOnFile(folder, kNoMachinesHere);
   }
-  const MachineState state = LookAt(folder, opened);
+  machine::MachineLock lock;
+  const MachineState state =
+      LookAt(folder, opened == platform::kSuccess ? tessel::ShareOpenedMachine(&lock)
+                                                  : tessel::MachineOpening(opened));
   if (options.Has(u"--json")) {
     PrintJson(MachineJson(state));
   } else {
@@ -190,7 +199,8 @@ const CommandSpec kMachineCheckCommand = {
     u"the\n"
     u"product is. The exit code is 0 only when a run would neither be refused nor be unwise; what "
     u"stands\n"
-    u"in the way is told. Nothing is changed.\n",
+    u"in the way is told. An interrupted 'tlx apply' or 'tlx undo' is finished; else nothing is "
+    u"changed.\n",
     kOptions,
     CheckMachine,
     kOperands,
