@@ -11,7 +11,7 @@ namespace platform::rehearsal {
 
 enum class Action {
   StartProgram,  // its command line
-  EndProcess,    // its name, or its number where it has none
+  EndProcess,    // its name and number
   Download,      // the URL
   StartService,  // its name
   StopService,

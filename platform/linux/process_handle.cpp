@@ -152,14 +152,21 @@ std::uint32_t IdOf(int descriptor) {
   return result.ec == std::errc() ? id : 0;
 }
 
+// The file name of a process's image or, where that may not be looked at, what it goes by.
+cvn::String NameOf(std::uint32_t id) {
+  std::string image;
+  if (posix::ReadImageLink(id, &image) == kSuccess) {
+    return posix::ToWide(image.substr(image.rfind('/') + 1));
+  }
+  char buffer[64];
+  const std::string_view name = posix::ReadProcessFile(id, "comm", buffer);
+  return posix::ToWide(name.substr(0, name.find('\n')));
+}
+
 Code RehearseEnd(int descriptor) {
   const std::uint32_t id = IdOf(descriptor);
-  std::string image;
-  const bool isKnown = posix::ReadImageLink(id, &image) == kSuccess;
-  const cvn::String name = posix::ToWide(image.substr(image.rfind('/') + 1));
   const Code code =
-      rehearsal::Answer(rehearsal::Action::EndProcess,
-                        isKnown ? cvn::Format(u"%s (%u)", name, id) : cvn::Format(u"%u", id));
+      rehearsal::Answer(rehearsal::Action::EndProcess, cvn::Format(u"%s (%u)", NameOf(id), id));
   if (code == kSuccess) {
     rehearsal::SetEnded(id);
   }

@@ -70,7 +70,7 @@ std::string ContentOf(const platform::machine::FileChange& change,
   return content;
 }
 
-std::string WithoutByteOrderMark(std::string text) {
+std::string_view WithoutByteOrderMark(std::string_view text) {
   constexpr std::string_view kMark = "\xEF\xBB\xBF";
   return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
 }
@@ -92,7 +92,7 @@ void TakeReports(const RunPlaces& places, platform::machine::ChangeBytes* bytes,
     }
     std::string content = ContentOf(change, bytes);
     if (isTrace) {
-      rehearsal->trace = WithoutByteOrderMark(std::move(content));
+      rehearsal->trace = WithoutByteOrderMark(content);
     } else {
       content.resize(std::min(content.find('\n'), content.size()));
       rehearsal->events.push_back(std::move(content));

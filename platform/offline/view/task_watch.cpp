@@ -79,8 +79,12 @@ bool IsNearlyFull(int folder) {
   constexpr std::uint64_t kBytesLeft = std::uint64_t{64} << 20;
   constexpr std::uint64_t kNamesLeft = 4096;
   struct statvfs volume {};
-  return fstatvfs(folder, &volume) == 0 && (volume.f_bavail * volume.f_frsize < kBytesLeft ||
-                                            (volume.f_files != 0 && volume.f_favail < kNamesLeft));
+  if (fstatvfs(folder, &volume) != 0) {
+    return false;
+  }
+  // Some file systems count neither.
+  return (volume.f_blocks != 0 && volume.f_bavail * volume.f_frsize < kBytesLeft) ||
+         (volume.f_files != 0 && volume.f_favail < kNamesLeft);
 }
 
 }  // namespace

@@ -1,0 +1,287 @@
+#!/usr/bin/env python3
+"""Rehearses scripts and patches, and looks at what they leave: nothing.
+
+    rehearsals.py --linux TESSEL --tlx TLX --key PEM --json OUT [--filter GLOB] [-v]
+
+Each row runs as this user and, if that is root, as an ordinary one as well.
+"""
+
+import hashlib
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+import world
+from world import INSTALL, expect, host_to_drive
+
+NOBODY = 65534
+HEADER = ('<patch version="1.0"><header><property name="id" value="r"/><property name="patchType" '
+          'value="external"/><property name="created" value="1704067200"/>'
+          '<property name="expires" value="24855"/></header><script>\n')  # its commands begin in line 2
+
+
+def snapshot(folder):
+    """All that a run could change in a machine, but for the times of reading."""
+    state = {}
+    for path in [folder, *sorted(folder.rglob('*'))]:
+        status = path.lstat()
+        content = hashlib.sha256(path.read_bytes()).hexdigest() if path.is_file() else ''
+        marks = [(name, os.getxattr(path, name, follow_symlinks=False))
+                 for name in os.listxattr(path, follow_symlinks=False)]
+        state[path] = (status.st_mode, status.st_uid, status.st_nlink, status.st_mtime_ns,
+                       status.st_ctime_ns, content, marks)
+    return state
+
+
+class Stage:
+    """A machine, a folder for temporary files, and a user."""
+
+    def __init__(self, these, folder, user):
+        self.these, self.folder, self.user = these, folder, user
+        self.machine, self.temporary = folder / 'machine', folder / 'temporary'
+        shutil.copytree(these.machine, self.machine, symlinks=True)
+        self.temporary.mkdir()
+        for path in [folder, *folder.rglob('*')]:
+            os.lchown(path, user, user)
+        self.before = snapshot(self.machine)
+
+    def words(self, operand, *options):
+        user = [] if self.user == os.geteuid() else [
+            'setpriv', f'--reuid={self.user}', f'--regid={self.user}', '--clear-groups']
+        return [*user, self.these.tlx, 'rehearse', operand, '--machine', self.machine, *options]
+
+    def script(self, body):
+        path = self.folder / 'script.xml'
+        path.write_text(HEADER + body + '</script></patch>', encoding='utf-8')
+        return path
+
+    def start(self, words):
+        return subprocess.Popen(words, env={**os.environ, 'TMPDIR': str(self.temporary)}, text=True,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE)
+
+    def told(self, words, exit_code):
+        """What a rehearsal prints, without the events. It leaves nothing."""
+        process = self.start(words)
+        out, errors = process.communicate(timeout=world.TIME_LIMIT)
+        expect(process.returncode == exit_code, f'ended with {process.returncode}:\n{out}{errors}')
+        self.expect_nothing()
+        return [line for line in out.splitlines() if not line.startswith('Event: ')], errors
+
+    def rehearse(self, body, exit_code, *options):
+        return self.told(self.words(self.script(body), *options), exit_code)[0]
+
+    def expect_nothing(self):
+        expect(snapshot(self.machine) == self.before, 'the machine has changed')
+        left = list(self.temporary.iterdir())
+        expect(not left, f'left behind: {left}')
+
+
+BEYOND = r"""<serviceStart name="AmUpdateService"/>
+<serviceRunning name="AmUpdateService"><onFalse><exit code="-1"/></onFalse></serviceRunning>
+<serviceStop name="AmUpdateService"/>
+<processRun path="Z:\bin\true" waittime="-1"><onerrorspec err="timeout"><exit code="-2"/></onerrorspec></processRun>
+<processKill name="rehearsed-sleep"/><processWait name="rehearsed-sleep" waittime="-1"/>
+<processEntrypoint path="C:\none.dll" entrypoint="Go"/>
+<fileDownload url="https://example.invalid/x" file="C:\x"/>
+<fileExists path="C:\x"><onFalse><exit code="-3"/></onFalse></fileExists>
+<processImpersonateUser domain="." username="u" password="p"/>
+<amStop name="part"><onerrorspec err="InitFailed"><exit code="-4"/></onerrorspec></amStop>
+<exit code="0"/>"""
+
+
+def beyond(stage):
+    sleeper = shutil.copy2('/bin/sleep', stage.folder / 'rehearsed-sleep')
+    victim = subprocess.Popen([sleeper, '60'], user=stage.user)
+    try:
+        told = stage.rehearse(BEYOND, 0)
+        expect(victim.poll() is None, 'a process was ended')
+    finally:
+        victim.kill()
+        victim.wait()
+    would = [line.split(': would ')[1] for line in told if ': would ' in line]
+    expect([line.rstrip() for line in would] == [
+        'start the service AmUpdateService', 'stop the service AmUpdateService',
+        r'start the program "Z:\bin\true"', f'end the process rehearsed-sleep ({victim.pid})',
+        'call the library C:\\none.dll, Go', 'download https://example.invalid/x',
+        'go on as the user .\\u', "call the library runlevelbroker.dll, Stop 'part'"], f'{would}')
+    for answer, code in (('processRun=timeout', -2), ('amStop=InitFailed', -4)):
+        told = stage.rehearse(BEYOND, 1, '--answer', answer)
+        expect(any(line.startswith(f'Exit code: {code},') for line in told), f'{answer}: {told}')
+
+
+PLACES = r"""<assign var="n" value="0"/>
+<for var="x" value="a;b" delim=";">
+  <addInt var="n" value="1"/>
+</for>
+<test left="%n%" operator="==" right="2" type="number"><onFalse><exit code="0"/></onFalse></test>
+<fileMove src="C:\none" dest="C:\other"><onerror>
+  <exit code="-9"/>
+</onerror></fileMove>
+<nothing/>"""
+
+
+def places(stage):
+    """Lines are the author's, also around a loop that was rewritten."""
+    told = stage.rehearse(PLACES, 1)
+    expect(told[2:] == ['Exit code: -9, -9', 'Last failure: line 7, fileMove: error 1168',
+                        'Never reached:', '  line 6, exit', '  line 10, nothing'], f'{told}')
+
+
+def changed(stage):
+    """A folder that was there before is moved, and all goes on from there."""
+    moved = INSTALL.parent / 'Moved'
+    (stage.machine / INSTALL / 'deep' / 'er').mkdir(parents=True)
+    (stage.machine / INSTALL / 'deep' / 'er' / 'file').write_text('x')
+    for path in (stage.machine / INSTALL).rglob('*'):
+        os.lchown(path, stage.user, stage.user)
+    stage.before = snapshot(stage.machine)
+    stage.rehearse(
+        f'<dirMove src="{world.drive_path(INSTALL)}" dest="{world.drive_path(moved)}">'
+        '<onerror><exit code="-1"/></onerror></dirMove>'
+        f'<dirExists path="{world.drive_path(INSTALL)}"><onTrue><exit code="-2"/></onTrue></dirExists>'
+        f'<fileExists path="{world.drive_path(moved / "deep" / "er" / "file")}">'
+        '<onFalse><exit code="-3"/></onFalse></fileExists>'
+        '<regWrite root="HKEY_LOCAL_MACHINE" key="SOFTWARE\\r" value="a" type="REG_SZ" data="b"/>'
+        '<dirDeleteRec path="C:\\Windows\\System32\\config"/><exit code="0"/>', 0)
+
+
+def sealed(stage):
+    """No way to the host's files leads around the view."""
+    outside = stage.folder / 'outside'
+    outside.mkdir(mode=0o777)
+    os.chown(outside, stage.user, stage.user)
+    (stage.folder / 'link').symlink_to(f'/proc/{os.getpid()}/root{outside}')
+    neighbour = subprocess.Popen(['sleep', '60'], user=stage.user, cwd=outside)
+    try:
+        ways = [outside, stage.folder / 'link', f'/proc/{neighbour.pid}/cwd',
+                f'/proc/{neighbour.pid}/root{outside}', f'/proc/self/root{outside}',
+                *(f'/proc/self/fd/{number}' for number in range(3, 24))]
+        body = ''.join(f'<fileCreate path="{host_to_drive(way)}\\made"><onsuccess><exit code="-1"/>'
+                       '</onsuccess></fileCreate>' for way in ways)
+        stage.rehearse(f'{body}<traceSetFile path="{host_to_drive(outside)}\\trace"/>'
+                       '<exit code="0"/>', 0)
+    finally:
+        neighbour.kill()
+        neighbour.wait()
+    expect(not list(outside.iterdir()), 'the host has changed')
+
+
+FOREVER = '<nothing id="again"/><goto target="again"/>'
+FILLING = ('<addInt id="again" var="n" value="1"/><fileCopySingle '
+           r'src="C:\Windows\System32\config\SOFTWARE" dest="C:\%n%"/><goto target="again"/>')
+
+
+def runaway(stage):
+    for body, option, words in ((FOREVER, '--max-seconds', 'took longer'),
+                                (FILLING, '--max-megabytes', 'wrote more')):
+        told = stage.rehearse(body, 1, option, '1')
+        expect(words in told[2], f'{option}: {told}')
+
+
+def children(process):
+    text = pathlib.Path(f'/proc/{process}/task/{process}/children').read_text(encoding='ascii')
+    return [int(number) for number in text.split()]
+
+
+def killed(stage):
+    """Whoever is killed, nothing is left; after two at once, nothing that the next doesn't remove."""
+    for victims in ((0,), (1,), (2,), (0, 1)):
+        # setpriv becomes the program.
+        process = stage.start(stage.words(stage.script(FOREVER)))
+        while len(children(process.pid)) < 2:
+            expect(process.poll() is None, 'it ended by itself')
+        everyone = [process.pid, *children(process.pid)]  # the tool, the keeper and the task
+        for victim in victims:
+            os.kill(everyone[victim], signal.SIGKILL)
+        if victims == (1,):
+            os.kill(everyone[2], signal.SIGTERM)
+        process.communicate(timeout=world.TIME_LIMIT)
+        deadline = time.monotonic() + world.TIME_LIMIT
+        while any(pathlib.Path(f'/proc/{one}').exists() for one in everyone):
+            expect(time.monotonic() < deadline, f'{victims}: a process is left')
+        if victims == (0, 1):
+            stage.rehearse('<exit code="0"/>', 0)
+        stage.expect_nothing()
+
+
+def gated(stage):
+    """A patch passes its gates, and is refused where they refuse it."""
+    folder = stage.folder / 'patch'
+    folder.mkdir()
+    stage.these.world.pack(folder / 'fix.tlx', '<exit code="0"/>')
+    os.chmod(folder, 0o755)
+    told, errors = stage.told(stage.words(folder), 1)
+    expect('Integrity check failed' in errors and told[2].startswith('Exit code: 323,'), f'{told}')
+    stage.these.world.sign(folder)
+    stage.told(stage.words(folder), 0)
+
+
+def copied(stage):
+    """Where there can be no overlay, the machine is copied; much of it only when that is allowed."""
+    (stage.machine / 'large').touch()
+    os.truncate(stage.machine / 'large', 300 << 20)
+    stage.before = snapshot(stage.machine)
+    script = stage.script(r'<dirMove src="C:\Windows" dest="C:\Other"/><exit code="0"/>')
+    # An overlay, which only these processes see: it can't be the upper layer of another one.
+    layers = [stage.folder / name for name in ('lower', 'upper', 'scratch')]
+    for layer in layers:
+        layer.mkdir(mode=0o700)
+    where = 'lowerdir={},upperdir={},workdir={}'.format(*layers)
+    without = ['unshare', '--mount', 'sh', '-c',
+               f'mount -t overlay -o {where} none {stage.temporary} && exec "$@"', '-']
+    _, errors = stage.told([*without, *stage.words(script)], 1)
+    expect('--yes' in errors, errors)
+    told, _ = stage.told([*without, *stage.words(script, '--yes')], 0)
+    expect('seen through a copy' in told[1], f'{told}')
+    expect(not list(layers[1].iterdir()), 'a copy is left')
+
+
+ROWS = {'beyond': beyond, 'places': places, 'changed': changed, 'sealed': sealed, 'runaway': runaway,
+        'killed': killed, 'gated': gated}
+
+
+class Rehearsals:
+    def __init__(self, options, root):
+        self.root, self.tlx = root, shutil.copy2(options.tlx, root)
+        self.world = world.World(options.linux, options.tlx, options.key, root)
+        self.machine = self.world.make_machine(root / 'machine')
+
+    def rows(self):
+        for name, action in ROWS.items():
+            yield name, action, os.geteuid()
+            if os.geteuid() == 0:
+                yield f'{name}/as-user', action, NOBODY
+        yield 'root/copied', copied, 0
+
+    def run(self, name, action, user):
+        folder = self.root / name.replace('/', '.')
+        folder.mkdir()
+        fault = world.fault_of(lambda: action(Stage(self, folder, user)))
+        shutil.rmtree(folder, ignore_errors=True)
+        return fault
+
+
+def lacks_surroundings(name):
+    """Whether the host has no namespaces for mounts, or the row needs root."""
+    no_mounts = subprocess.run(['unshare', '--mount', '--map-root-user', 'true'],
+                               stderr=subprocess.DEVNULL, check=False).returncode != 0
+    return no_mounts or (name.startswith('root/') and os.geteuid() != 0)
+
+
+def main():
+    options = world.option_parser('Rehearses scripts and patches.').parse_args()
+    with tempfile.TemporaryDirectory(prefix='tessel-rehearsals.', ignore_cleanup_errors=True) as name:
+        root = pathlib.Path(name).resolve()
+        os.chmod(root, 0o755)
+        rehearsals = Rehearsals(options, root)
+        return world.run_rows(rehearsals.rows(), options, lacks_surroundings, rehearsals.run)
+
+
+if __name__ == '__main__':
+    sys.exit(main())
