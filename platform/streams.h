@@ -16,6 +16,10 @@ void SetTextModes();
 // or fails swallows it.
 void WriteLine(Output stream, cvn::StringView text);
 
+// From here on what this process, and those that it starts, write to standard output goes to
+// standard error.
+void SendOutputToError();
+
 // Whether somebody reads it as it is written: it leads to a terminal, or to a console.
 bool IsTerminal(Output stream);
 

@@ -43,6 +43,8 @@ void WriteLine(Output stream, cvn::StringView text) {
   WriteBytes(DescriptorOf(stream), line);
 }
 
+void SendOutputToError() { dup2(STDERR_FILENO, STDOUT_FILENO); }
+
 bool IsTerminal(Output stream) { return isatty(DescriptorOf(stream)) == 1; }
 
 void WriteStatus(Output stream, cvn::StringView text) {

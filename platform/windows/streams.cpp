@@ -83,6 +83,8 @@ void WriteLine(Output stream, cvn::StringView text) {
 }
 
 // What takes so long that it shows a status, or asks, is there on Linux alone.
+void SendOutputToError() { ::SetStdHandle(STD_OUTPUT_HANDLE, ::GetStdHandle(STD_ERROR_HANDLE)); }
+
 bool IsTerminal(Output /*stream*/) { return false; }
 void WriteStatus(Output /*stream*/, cvn::StringView /*text*/) {}
 bool ReadAnswer(cvn::String* line) {

@@ -1,12 +1,8 @@
 #include "tools/tlx/flow_dot.h"
 
-#include <algorithm>
 #include <string_view>
 
-#include "engine/script_command.h"
-#include "support/format.h"
-#include "support/numbers.h"
-#include "support/utf.h"
+#include "tools/tlx/flow_label.h"
 
 namespace tlx {
 namespace {
@@ -15,10 +11,6 @@ using tessel::FunctionKind;
 using tessel::LoopKind;
 
 constexpr std::size_t kLongestLabel = 48;
-
-// Of a command's attributes the first of these tells most about it.
-constexpr const char* kTelling[] = {"target", "path", "src", "file",   "dir",   "xpath",
-                                    "key",    "name", "var", "handle", "value", "milisec"};
 
 constexpr std::string_view kHead =
     "digraph script {\n"
@@ -43,49 +35,23 @@ std::string Quoted(std::string_view text) {
   return quoted + '"';
 }
 
-// Cut to what fits into a node.
-std::string Shortened(std::string_view text) {
-  if (text.size() <= kLongestLabel) {
-    return std::string(text);
-  }
-  std::size_t end = kLongestLabel;
-  while ((static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
-    --end;
-  }
-  return std::string(text.substr(0, end)) + "...";
-}
-
-std::string Telling(const TiXmlElement& element) {
-  if (element.ValueStr() == "test") {
-    std::string text(AttributeOf(element, "left"));
-    text.append(" ").append(AttributeOf(element, "operator")).append(" ");
-    return text.append(AttributeOf(element, "right"));
-  }
-  for (const char* name : kTelling) {
-    const std::string_view value = AttributeOf(element, name);
-    if (!value.empty()) {
-      return std::string(value);
-    }
-  }
-  return {};
-}
-
 class DotWriter {
  public:
-  explicit DotWriter(const ScriptFlow& flow) : flow_(flow) {}
+  DotWriter(const ScriptFlow& flow, const FlowRoad* road) : flow_(flow), road_(road) {}
 
   std::string Write() {
     text_ = kHead;
     AddNodes();
-    AddEdge("start", flow_.Lists().front().first, "");
-    cvn::List<FlowEdge> edges;
-    for (std::size_t at = 0; at < flow_.Commands().size(); ++at) {
-      flow_.FindEdges(flow_.Commands()[at], &edges);
-      for (const FlowEdge& edge : edges) {
-        AddEdge(at, edge);
-      }
+    for (const RoadEdge& edge : EdgesOf(flow_, road_ == nullptr ? FlowRoad() : *road_)) {
+      AddEdge(edge);
     }
-    AddSharedNodes();
+    if (hasFallback_) {
+      // Where it depends on the run which onErrorGoTo was the last, its target is one of all.
+      text_ += "  fallback [label=\"last onErrorGoTo\", shape=ellipse, style=dashed];\n";
+    }
+    if (hasEnd_) {
+      text_ += "  end [label=\"-1\", shape=doublecircle];\n";
+    }
     return std::move(text_) + "}\n";
   }
 
@@ -98,11 +64,12 @@ class DotWriter {
 
   void AddNodes();
   void AddNode(std::size_t index);
-  void AddEdge(const std::string& from, std::size_t to, std::string_view attributes);
-  void AddEdge(std::size_t from, const FlowEdge& edge);
-  void AddSharedNodes();
+  std::string PaintOf(std::size_t index) const;
+  void AddEdge(const RoadEdge& edge);
+  std::string LabelOfEdge(const RoadEdge& edge) const;
 
   const ScriptFlow& flow_;
+  const FlowRoad* road_;
   std::string text_;
   bool hasFallback_ = false;
   bool hasEnd_ = false;
@@ -130,69 +97,83 @@ void DotWriter::AddNodes() {
 
 void DotWriter::AddNode(std::size_t index) {
   const FlowCommand& command = flow_.Commands()[index];
-  const TiXmlElement& element = *command.element;
-  std::string label = element.ValueStr();
-  const std::string telling = Telling(element);
+  std::string label = command.element->ValueStr();
+  const std::string telling = TellingOf(command);
+  const char* between = "\n";
   std::string shape;
   if (command.loop != LoopKind::None) {
     shape = ", shape=hexagon";
   } else if (command.record == nullptr) {
     shape = ", color=red";
   } else if (command.record->kind == FunctionKind::ExitResult) {
-    const cvn::String code = cvn::Utf8ToWide(AttributeOf(element, "code"));
-    label += " " + std::to_string(cvn::ReadInt32(code));
+    between = " ";
     shape = ", shape=doublecircle";
   } else if (command.record->kind == FunctionKind::BoolResult) {
     shape = ", shape=diamond";
   }
   if (!telling.empty()) {
-    label += "\n" + Shortened(telling);
+    label += between + Shortened(telling, kLongestLabel);
   }
-  const std::string_view id = AttributeOf(element, "id");
+  const std::string_view id = LabelOf(command);
   if (!id.empty()) {
-    label.insert(0, Shortened(id) + ":\n");
+    label.insert(0, Shortened(id, kLongestLabel) + ":\n");
+  }
+  if (road_ != nullptr && road_->visits[index] != 0) {
+    label += "\n" + std::to_string(road_->visits[index]) + " x";
   }
   text_ += "  " + NodeOf(index) + " [label=" + Quoted(label) + shape;
-  text_ += command.isReached ? "];\n" : ", color=gray, fontcolor=gray];\n";
+  text_ += command.isReached ? "" : ", color=gray, fontcolor=gray";
+  text_ += PaintOf(index) + "];\n";
 }
 
-void DotWriter::AddEdge(const std::string& from, std::size_t to, std::string_view attributes) {
-  hasEnd_ = hasEnd_ || to == kNoCommand;
-  hasFallback_ = hasFallback_ || to == kAnyFallback;
-  text_.append("  ").append(from).append(" -> ").append(NodeOf(to));
-  text_.append(attributes).append(";\n");
+std::string DotWriter::PaintOf(std::size_t index) const {
+  if (road_ == nullptr) {
+    return {};
+  }
+  return road_->visits[index] != 0 ? ", style=\"rounded,filled\", fillcolor=lightblue, penwidth=2"
+                                   : ", style=\"rounded,dotted\"";
 }
 
-void DotWriter::AddEdge(std::size_t from, const FlowEdge& edge) {
-  std::string attributes;
-  if (edge.kind == FlowEdge::Kind::List && edge.list->element->ValueStr() == tessel::kOnErrorSpec) {
-    const std::string_view error = AttributeOf(*edge.list->element, "err");
-    attributes = " [label=" + Quoted("onerrorspec " + Shortened(error)) + "]";
-  } else if (edge.kind == FlowEdge::Kind::List && flow_.Commands()[from].loop == LoopKind::None) {
-    attributes = " [label=" + Quoted(edge.list->element->ValueStr()) + "]";
-  } else if (edge.kind == FlowEdge::Kind::Fallback) {
-    attributes = " [label=\"onErrorGoTo\", style=dashed]";
+std::string DotWriter::LabelOfEdge(const RoadEdge& road) const {
+  const FlowEdge& edge = road.edge;
+  if (edge.kind == FlowEdge::Kind::List && flow_.Commands()[road.from].loop == LoopKind::None) {
+    return Shortened(NameOf(*edge.list), kLongestLabel);
+  }
+  if (edge.kind == FlowEdge::Kind::Fallback && road.from != kAnyFallback) {
+    return "onErrorGoTo";
+  }
+  return edge.kind == FlowEdge::Kind::Jump && edge.to == kNoCommand ? "no such label" : "";
+}
+
+void DotWriter::AddEdge(const RoadEdge& road) {
+  const FlowEdge& edge = road.edge;
+  hasEnd_ = hasEnd_ || edge.to == kNoCommand;
+  hasFallback_ = hasFallback_ || edge.to == kAnyFallback;
+  cvn::List<std::string> attributes;
+  const std::string label = LabelOfEdge(road);
+  if (!label.empty()) {
+    attributes.push_back("label=" + Quoted(label));
+  }
+  if (edge.kind == FlowEdge::Kind::Fallback) {
+    attributes.emplace_back("style=dashed");
   } else if (edge.kind == FlowEdge::Kind::Jump && edge.to == kNoCommand) {
-    attributes = " [label=\"no such label\", color=red]";
+    attributes.emplace_back("color=red");
   }
-  AddEdge(NodeOf(from), edge.to, attributes);
-}
-
-void DotWriter::AddSharedNodes() {
-  // Where it depends on the run which onErrorGoTo was the last, its target is one of all.
-  if (hasFallback_) {
-    text_ += "  fallback [label=\"last onErrorGoTo\", shape=ellipse, style=dashed];\n";
-    for (const std::size_t target : flow_.Fallbacks()) {
-      AddEdge("fallback", target, " [style=dashed]");
-    }
+  if (road_ != nullptr && road.taken != 0) {
+    attributes.emplace_back("penwidth=3");
   }
-  if (hasEnd_) {
-    text_ += "  end [label=\"-1\", shape=doublecircle];\n";
+  text_ += "  " + (road.from == kNoCommand ? std::string("start") : NodeOf(road.from)) + " -> ";
+  text_ += NodeOf(edge.to);
+  for (std::size_t i = 0; i < attributes.size(); ++i) {
+    text_ += (i == 0 ? " [" : ", ") + attributes[i];
   }
+  text_ += attributes.empty() ? ";\n" : "];\n";
 }
 
 }  // namespace
 
-std::string DotOf(const ScriptFlow& flow) { return DotWriter(flow).Write(); }
+std::string DotOf(const ScriptFlow& flow, const FlowRoad* road) {
+  return DotWriter(flow, road).Write();
+}
 
 }  // namespace tlx

@@ -3,8 +3,10 @@
 #include <algorithm>
 
 #include "launcher/run_sequence.h"
+#include "platform/clock.h"
 #include "platform/paths.h"
 #include "platform/rehearsal.h"
+#include "platform/streams.h"
 #include "platform/whole_file.h"
 #include "support/numbers.h"
 #include "tools/tlx/run_record.h"
@@ -46,6 +48,9 @@ cvn::List<cvn::String> ArgumentsFor(const RunRequest& request) {
 }
 
 int RunAndRecord(const RunRequest& request, std::span<std::byte> memory) {
+  if (request.sparesOutput) {
+    platform::streams::SendOutputToError();
+  }
   tessel::WatchedRun run;
   RunRecorder recorder(request, run, memory);
   run.observer = &recorder;
@@ -110,10 +115,13 @@ platform::Code RunInView(const RunRequest& request, platform::machine::View* vie
   RunProgress progress;
   rehearsal->kind = view->Kind();
   rehearsal->machineFolder = view->Folder();
+  rehearsal->startedAt = platform::clock::NowTicks() / platform::clock::kTicksPerSecond;
+  const std::uint32_t start = platform::clock::TimerMilliseconds();
   platform::Code code =
       view->Run([&] { return RunAndRecord(request, memory); }, request.limits,
                 [&progress](const platform::machine::ViewUse& use) { progress.Show(use); },
                 &rehearsal->end, &rehearsal->exitCode);
+  rehearsal->milliseconds = platform::clock::TimerMilliseconds() - start;
   if (code != platform::kSuccess) {
     return code;
   }

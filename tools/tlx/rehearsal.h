@@ -11,6 +11,7 @@
 #include "platform/machine_view.h"
 #include "support/containers.h"
 #include "support/string.h"
+#include "tools/tlx/flow_road.h"
 
 namespace tlx {
 
@@ -47,10 +48,14 @@ struct Rehearsal {
   std::optional<FailurePoint> failure;
   cvn::List<WouldDo> would;         // in the order of the run
   cvn::List<CommandVisits> visits;  // of all commands of the script, in its order
-  bool isRecordWhole = true;        // false where `would` was too much to be kept
-  std::string script;               // its text in UTF-8; empty when the run never had it
-  std::string trace;                // in UTF-8, without a byte-order mark
-  cvn::List<std::string> events;    // that would be sent: JSON, one each
+  // How often one command followed another, by their places in `visits`.
+  cvn::Map<FlowStep, std::uint64_t> steps;
+  std::int64_t startedAt = 0;      // in seconds since 1970 UTC
+  std::uint32_t milliseconds = 0;  // that the run took
+  bool isRecordWhole = true;       // false where `would` was too much to be kept
+  std::string script;              // its text in UTF-8; empty when the run never had it
+  std::string trace;               // in UTF-8, without a byte-order mark
+  cvn::List<std::string> events;   // that would be sent: JSON, one each
   // Without the run's own trace and events.
   platform::machine::ChangeSet changes;
 
@@ -67,6 +72,9 @@ struct RunRequest {
   bool isRehearsal = true;
   cvn::Map<cvn::String, platform::Code> answers;
   platform::machine::ViewLimits limits;
+  // Whether what the run writes to standard output goes to standard error, since the caller's own
+  // output is for programs.
+  bool sparesOutput = false;
 };
 
 // Runs what `request` names in the view, once for each view, and tells of it. The code of what kept

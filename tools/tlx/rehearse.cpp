@@ -6,10 +6,12 @@
 #include "support/format.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
+#include "tools/tlx/json_output.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/patch_operand.h"
 #include "tools/tlx/rehearsal.h"
+#include "tools/tlx/rehearsal_json.h"
 #include "tools/tlx/rehearsal_text.h"
 #include "tools/tlx/view_options.h"
 
@@ -31,6 +33,7 @@ constexpr OptionSpec kOptions[] = {
     kMegabytesOption,
     kProcessesOption,
     kYesOption,
+    {u"--json", u"", false, u"Print one line of JSON, as docs/rehearsal.schema.json describes it"},
 };
 
 constexpr OperandSpec kOperands[] = {
@@ -80,6 +83,7 @@ int TakeOperand(cvn::StringView operand, RunRequest* request) {
 int Rehearse(const Options& options) {
   RunRequest request;
   request.limits = LimitsOf(options);
+  request.sparesOutput = options.Has(u"--json");
   for (const cvn::String& text : options.Values(kVariableOption.name)) {
     request.variables.push_back(text);
   }
@@ -101,8 +105,12 @@ int Rehearse(const Options& options) {
     return FailOnFile(view->Folder(), cvn::Format(u"no run in a view of it could be started: %s",
                                                   DescribeCode(code)));
   }
-  for (const cvn::String& line : DescribeRehearsal(rehearsal)) {
-    platform::streams::WriteLine(Output::Out, line);
+  if (options.Has(u"--json")) {
+    PrintJson(RehearsalJson(rehearsal));
+  } else {
+    for (const cvn::String& line : DescribeRehearsal(rehearsal)) {
+      platform::streams::WriteLine(Output::Out, line);
+    }
   }
   return rehearsal.exitCode == 0 && !rehearsal.IsCutShort() ? kExitDone : kExitBadInput;
 }

@@ -1,13 +1,12 @@
 #include "tools/tlx/run_record.h"
 
-#include <json/reader.h>
 #include <json/value.h>
 #include <tinyxml.h>
 
 #include <algorithm>
 #include <cstring>
 #include <exception>
-#include <memory>
+#include <optional>
 #include <string_view>
 
 #include "engine/function_base.h"
@@ -17,6 +16,7 @@
 #include "telemetry/event_envelope.h"
 #include "telemetry/event_spool.h"
 #include "telemetry/reason_names.h"
+#include "tools/tlx/json_input.h"
 #include "tools/tlx/script_flow.h"
 
 namespace tlx {
@@ -24,8 +24,8 @@ namespace {
 
 using platform::rehearsal::Action;
 
-// What stands at the beginning of the memory. Lines of JSON follow, and at the end of the memory,
-// 64 bits each, how often each command was entered.
+// What stands at the beginning of the memory. Lines of JSON follow; behind their room, 64 bits
+// each, how often each command was entered; and then how often one followed another.
 struct Head {
   std::uint64_t lines;  // their bytes
   std::uint64_t isCut;  // a line had no room
@@ -37,6 +37,16 @@ struct Head {
 
 // For the lines; a script that enters a million times what reaches beyond the machine has more.
 constexpr std::uint64_t kMostLines = std::uint64_t{32} << 20;
+
+// A place of a table by hash. Its numbers are one more than those of the commands; 0 stands for no
+// command, and both are 0 in a place that is free.
+struct StepCount {
+  std::uint32_t from;
+  std::uint32_t to;
+  std::uint64_t count;
+};
+// A command is followed by few others; what finds no place among so many isn't counted.
+constexpr std::size_t kMostProbes = 64;
 
 template <std::size_t Size>
 void StoreText(cvn::StringView text, char (&place)[Size]) {
@@ -94,6 +104,30 @@ auto CountersIn(std::span<Byte> memory, std::size_t count) {
   return std::span<Counter>(first, fits ? count : 0);
 }
 
+// The table of steps of so many commands; empty when there is no room.
+template <typename Byte>
+auto StepsIn(std::span<Byte> memory, std::size_t count) {
+  using Step = std::conditional_t<std::is_const_v<Byte>, const StepCount, StepCount>;
+  const std::size_t places = 4 * count + kMostProbes;
+  const std::size_t begin = sizeof(Head) + kMostLines + count * sizeof(std::uint64_t);
+  const bool fits = begin <= memory.size() && places <= (memory.size() - begin) / sizeof(Step);
+  return std::span<Step>(reinterpret_cast<Step*>(memory.data() + begin), fits ? places : 0);
+}
+
+void CountStep(std::span<StepCount> table, std::uint32_t from, std::uint32_t to) {
+  constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;  // 2^64 by the golden ratio
+  const std::uint64_t hash = ((std::uint64_t{from} << 32) + to) * kSpread >> 20;
+  for (std::size_t i = 0; i < std::min(kMostProbes, table.size()); ++i) {
+    StepCount& place = table[(hash + i) % table.size()];
+    if (place.count == 0 || (place.from == from && place.to == to)) {
+      place.from = from;
+      place.to = to;
+      ++place.count;
+      return;
+    }
+  }
+}
+
 cvn::StringView WordsFor(Action action) {
   switch (action) {
     case Action::StartProgram:
@@ -137,13 +171,12 @@ void TakeLine(const Json::Value& line, Rehearsal* rehearsal, RunPlaces* places) 
   }
 }
 
-// JsonCpp throws on what is no JSON, or of another type than expected.
+// JsonCpp throws on a value of another type than expected.
 void TakeText(std::string_view text, Rehearsal* rehearsal, RunPlaces* places) {
   try {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    Json::Value line;
-    if (reader->parse(text.data(), text.data() + text.size(), &line, nullptr)) {
-      TakeLine(line, rehearsal, places);
+    const std::optional<Json::Value> line = ReadJsonObject(text);
+    if (line) {
+      TakeLine(*line, rehearsal, places);
     }
   } catch (const std::exception&) {
     rehearsal->isRecordWhole = false;
@@ -174,14 +207,24 @@ void RunRecorder::Parsing(cvn::StringView text) {
 void RunRecorder::Entering(const tessel::FunctionBase& command) {
   current_ = &command;
   const tessel::ScriptPlace& place = command.scriptPlace;
-  if (place.isWithinLoop != 0) {
+  const auto found = commands_.find({place.line, place.column});
+  if (found == commands_.end()) {
     return;
   }
-  const auto found = commands_.find({place.line, place.column});
+  // The commands of a loop follow each other within it.
+  if (place.isWithinLoop == 0 || found->second != previous_) {
+    StepTo(found->second);
+  }
   const auto counters = CountersIn(memory_, commands_.size());
-  if (found != commands_.end() && found->second < counters.size()) {
+  if (place.isWithinLoop == 0 && found->second < counters.size()) {
     ++counters[found->second];
   }
+}
+
+void RunRecorder::StepTo(std::size_t index) {
+  CountStep(StepsIn(memory_, commands_.size()), static_cast<std::uint32_t>(previous_ + 1),
+            static_cast<std::uint32_t>(index + 1));
+  previous_ = index;
 }
 
 void RunRecorder::Failed(const tessel::FunctionBase& command, const cvn::String& error) {
@@ -207,6 +250,9 @@ platform::Code RunRecorder::Answer(Action action, cvn::StringView what) {
 }
 
 void RunRecorder::Finish() {
+  if (previous_ != kNoCommand) {
+    StepTo(kNoCommand);
+  }
   AddPlaces();  // a refused run never came to its script
   Json::Value line(Json::objectValue);
   line["reason"] = run_.end.detail.empty() ? tessel::ToolRanReasonName(run_.end.exitCode)
@@ -233,6 +279,12 @@ void ReadRunRecord(std::span<const std::byte> memory, Rehearsal* rehearsal, RunP
   const auto counters = CountersIn(memory, rehearsal->visits.size());
   for (std::size_t i = 0; i < counters.size(); ++i) {
     rehearsal->visits[i].count = counters[i];
+  }
+  for (const StepCount& step : StepsIn(memory, rehearsal->visits.size())) {
+    if (step.count != 0 && std::max(step.from, step.to) <= rehearsal->visits.size()) {
+      const FlowStep between(std::size_t{step.from} - 1, std::size_t{step.to} - 1);
+      rehearsal->steps.emplace(between, step.count);
+    }
   }
 }
 

@@ -32,12 +32,14 @@ class RunRecorder : public tessel::RunObserver, public platform::rehearsal::Worl
 
  private:
   void AddPlaces();
+  void StepTo(std::size_t index);
 
   const RunRequest& request_;
   const tessel::WatchedRun& run_;
   const std::span<std::byte> memory_;
   const tessel::FunctionBase* current_ = nullptr;
   std::map<std::pair<std::uint32_t, std::uint32_t>, std::size_t> commands_;  // by line and column
+  std::size_t previous_ = kNoCommand;  // that was entered last
 };
 
 // Where the run wrote what isn't the machine's; empty when that isn't known.

@@ -1,6 +1,7 @@
 #include "tools/tlx/script_check.h"
 
 #include <string_view>
+#include <utility>
 
 #include "platform/formats/patch_container.h"
 #include "support/format.h"
@@ -109,14 +110,20 @@ std::optional<ScriptFault> CheckScript(const std::string& script, TiXmlDocument*
   return CheckRoot(*root);
 }
 
-int ReadScript(cvn::StringView path, TiXmlDocument* document) {
+int ReadScript(cvn::StringView path, TiXmlDocument* document, std::string* text) {
   std::string script;
   const platform::Code code = ReadInput(path, &script);
   if (code != platform::kSuccess) {
     return FailToRead(path, code);
   }
   const auto fault = CheckScript(script, document);
-  return fault ? FailAt(path, fault->position, fault->text) : kExitDone;
+  if (fault) {
+    return FailAt(path, fault->position, fault->text);
+  }
+  if (text != nullptr) {
+    *text = std::move(script);
+  }
+  return kExitDone;
 }
 
 }  // namespace tlx

@@ -21,8 +21,8 @@ struct ScriptFault {
 // has an element `script`.
 std::optional<ScriptFault> CheckScript(const std::string& script, TiXmlDocument* document);
 
-// Reads the script of that path into `document`; tells the user of a script that CheckScript or the
-// system refuses. Returns the exit code.
-int ReadScript(cvn::StringView path, TiXmlDocument* document);
+// Reads the script of that path into `document`, and its text into `text`, unless that is null;
+// tells the user of a script that CheckScript or the system refuses. Returns the exit code.
+int ReadScript(cvn::StringView path, TiXmlDocument* document, std::string* text = nullptr);
 
 }  // namespace tlx

@@ -1,11 +1,9 @@
 #include "tools/tlx/spooled_event.h"
 
-#include <json/reader.h>
 #include <json/value.h>
 
 #include <algorithm>
-#include <exception>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,6 +12,7 @@
 #include "platform/paths.h"
 #include "platform/whole_file.h"
 #include "support/utf.h"
+#include "tools/tlx/json_input.h"
 #include "tools/tlx/messages.h"
 
 namespace tlx {
@@ -73,19 +72,8 @@ bool HasJsonTokens(std::string_view line) {
 
 // An event is one line, and whoever takes it in must find in it what is shown here: no parser may
 // have a choice between two members, or leave something out.
-bool Parse(std::string_view line, Json::Value* document) {
-  if (!cvn::IsValidUtf8(line) || !HasJsonTokens(line)) {
-    return false;
-  }
-  Json::CharReaderBuilder rules;
-  Json::CharReaderBuilder::strictMode(&rules.settings_);
-  try {
-    const std::unique_ptr<Json::CharReader> reader(rules.newCharReader());
-    return reader->parse(line.data(), line.data() + line.size(), document, nullptr) &&
-           document->isObject();
-  } catch (const std::exception&) {  // nests too deep
-    return false;
-  }
+std::optional<Json::Value> Parse(std::string_view line) {
+  return cvn::IsValidUtf8(line) && HasJsonTokens(line) ? ReadJsonObject(line) : std::nullopt;
 }
 
 // A member of an object; null when there is none, or the value is no object.
@@ -123,12 +111,12 @@ cvn::String ReadEvent(cvn::StringView path, SpooledEvent* event) {
     return DescribeCode(code);
   }
   event->line.resize(event->line.size() - (event->line.ends_with('\n') ? 1 : 0));
-  Json::Value document;
-  if (!Parse(event->line, &document)) {
+  const std::optional<Json::Value> document = Parse(event->line);
+  if (!document) {
     return u"it is not one JSON object in one line of UTF-8";
   }
-  return document["data"].isObject() && Describe(document, event) ? cvn::String()
-                                                                  : u"it holds no event";
+  return (*document)["data"].isObject() && Describe(*document, event) ? cvn::String()
+                                                                      : u"it holds no event";
 }
 
 bool IsEventFile(const files::SearchEntry& entry) {

@@ -1,0 +1,15 @@
+// JSON that the subcommands read.
+#pragma once
+
+#include <json/value.h>
+
+#include <optional>
+#include <string_view>
+
+namespace tlx {
+
+// One object, as the standard has it: no comments, no member twice, nothing behind it. Nothing for
+// what isn't one, or nests too deep for the library.
+std::optional<Json::Value> ReadJsonObject(std::string_view text);
+
+}  // namespace tlx
