@@ -170,7 +170,11 @@ Code WriteSet(cvn::StringView folder, const SetRecord& record, const ChangeSet& 
   }
   *problem = u"the manifest can't be written";
   code = WriteManifest(draft.Path(), record, changes);
-  return code == kSuccess ? draft.Finish() : code;
+  code = code == kSuccess ? draft.Finish() : code;
+  if (code == kSuccess) {
+    problem->Clear();
+  }
+  return code;
 }
 
 Code KeptSet::Read(cvn::StringView folder, cvn::String* problem) {

@@ -173,6 +173,10 @@ class ManifestReader {
     if (!state) {
       Fail("state");
     }
+    // 18 digits: from 1917 to 4769.
+    if (record->time < 100'000'000'000'000'000 || record->time > 999'999'999'999'999'999) {
+      Fail("time");
+    }
     if (std::ranges::find(kViewNames, record->view) == std::end(kViewNames)) {
       Fail("view");
     }

@@ -1,8 +1,6 @@
 #include <json/value.h>
 #include <json/writer.h>
 
-#include <array>
-#include <cstdio>
 #include <exception>
 
 #include "changes/manifest.h"
@@ -30,12 +28,6 @@ void AddSides(const Change& change, ToJson toJson, Json::Value* value) {
   if (change.after) {
     (*value)["after"] = toJson(*change.after);
   }
-}
-
-std::string OctalText(std::uint32_t mode) {
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "%04o", mode);
-  return text.data();
 }
 
 Json::Value ToJson(const EntryState& state) {

@@ -1,6 +1,7 @@
 #include "changes/manifest_text.h"
 
-#include <algorithm>
+#include <array>
+#include <cstdio>
 
 #include "support/format.h"
 #include "support/utf.h"
@@ -92,6 +93,12 @@ std::optional<std::string> BytesFromJson(const Json::Value& value) {
   return bytes ? std::optional(
                      std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size()))
                : std::nullopt;
+}
+
+std::string OctalText(std::uint32_t mode) {
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), "%04o", mode);
+  return text.data();
 }
 
 }  // namespace tessel

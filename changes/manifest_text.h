@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -26,5 +27,8 @@ std::optional<std::string> BytesFromJson(const Json::Value& value);
 // Hexadecimal digits in lower case, two a byte.
 std::string ToHex(std::span<const std::byte> bytes);
 std::optional<std::vector<std::byte>> FromHex(std::string_view text);
+
+// Permission bits of the host: four octal digits.
+std::string OctalText(std::uint32_t mode);
 
 }  // namespace tessel

@@ -6,6 +6,7 @@
 namespace tlx {
 
 extern const CommandSpec kCatalogCommand;
+extern const CommandSpec kChangesCommand;
 extern const CommandSpec kEventsCommand;
 extern const CommandSpec kGraphCommand;
 extern const CommandSpec kKeygenCommand;

@@ -1,0 +1,114 @@
+#include "changes/kept_set.h"
+#include "changes/manifest_names.h"
+#include "platform/clock.h"
+#include "platform/paths.h"
+#include "platform/streams.h"
+#include "support/format.h"
+#include "support/utf.h"
+#include "tools/tlx/change_report.h"
+#include "tools/tlx/commands.h"
+#include "tools/tlx/json_output.h"
+#include "tools/tlx/machine_text.h"
+#include "tools/tlx/messages.h"
+#include "tools/tlx/verification.h"
+
+namespace tlx {
+namespace {
+
+using tessel::SetState;
+
+constexpr OptionSpec kOptions[] = {
+    {u"--json", u"", false, u"Print one line of JSON, as docs/changes.schema.json describes it"},
+};
+
+constexpr OperandSpec kOperands[] = {
+    {u"SET", true, u"The folder of the set"},
+};
+
+cvn::StringView WordsFor(SetState state) {
+  switch (state) {
+    case SetState::Rehearsed:
+      return u"rehearsed only";
+    case SetState::Committed:
+      return u"on the machine";
+    case SetState::Undone:
+      break;
+  }
+  return u"taken back";
+}
+
+cvn::String TimeOf(const tessel::SetRecord& record) {
+  return UtcText((record.time - platform::clock::kTicksFrom1601To1970) /
+                 platform::clock::kTicksPerSecond);
+}
+
+void PrintText(const tessel::SetRecord& record, const ChangeReport& report) {
+  const auto row = [](cvn::StringView title, cvn::StringView text) {
+    platform::streams::WriteLine(platform::streams::Output::Out,
+                                 cvn::Format(u"%-12s%s", title, Printable(text)));
+  };
+  row(u"Patch:", record.patch);
+  if (!record.patchId.Empty()) {
+    row(u"Id:", record.patchId);
+  }
+  row(u"Machine:", record.machineFolder);
+  row(u"Run:", cvn::Format(u"%s, exit code %d, %s", TimeOf(record), record.exitCode,
+                           cvn::Utf8ToWide(record.reason)));
+  row(u"Changes:", WordsFor(record.state));
+  for (const cvn::String& line : DescribeReport(report)) {
+    platform::streams::WriteLine(platform::streams::Output::Out, line);
+  }
+}
+
+void PrintAsJson(const tessel::SetRecord& record, const ChangeReport& report) {
+  Json::Value document(Json::objectValue);
+  document["version"] = 1;
+  document["state"] = tessel::NameOf(tessel::kStateNames, record.state);
+  document["time"] = JsonText(TimeOf(record));
+  document["machine"] = JsonText(record.machineFolder);
+  document["patch"] = JsonText(record.patch);
+  if (!record.patchId.Empty()) {
+    document["patchId"] = JsonText(record.patchId);
+  }
+  document["exitCode"] = record.exitCode;
+  document["reason"] = record.reason;
+  document["view"] = record.view;
+  document["changes"] = ReportJson(report);
+  PrintJson(document);
+}
+
+int ShowChanges(const Options& options) {
+  const cvn::StringView operand = options.Operand(0);
+  tessel::KeptSet set;
+  cvn::String problem;
+  const platform::Code code = set.Read(platform::paths::OfCaller(operand), &problem);
+  if (code == tessel::kDamagedSet) {
+    return FailOnFile(operand, Printable(problem));
+  }
+  if (code != platform::kSuccess) {
+    return FailOnFile(operand, cvn::Format(u"%s: %s", Printable(problem), DescribeCode(code)));
+  }
+  const ChangeReport report = ReportChanges(set.Changes(), &set);
+  if (options.Has(u"--json")) {
+    PrintAsJson(set.Record(), report);
+  } else {
+    PrintText(set.Record(), report);
+  }
+  return kExitDone;
+}
+
+}  // namespace
+
+const CommandSpec kChangesCommand = {
+    u"changes",
+    u"Show a kept change set",
+    u"Tells which files, services and keys of the registry a run has changed, or would change. A "
+    u"set is a folder\n"
+    u"that tlx rehearse --keep or tlx apply --undo has made. It is read whole first, and refused "
+    u"when it is damaged.\n",
+    kOptions,
+    ShowChanges,
+    kOperands,
+};
+
+}  // namespace tlx
