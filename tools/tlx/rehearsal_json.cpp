@@ -18,18 +18,6 @@ using platform::machine::ViewKind;
 
 constexpr int kVersion = 1;
 
-const char* NameOf(ViewKind kind) {
-  switch (kind) {
-    case ViewKind::Overlay:
-      return "overlay";
-    case ViewKind::SharedCopy:
-      return "sharedCopy";
-    case ViewKind::PlainCopy:
-      return "plainCopy";
-  }
-  return "";
-}
-
 const char* NameOf(ViewEnd end) {
   switch (end) {
     case ViewEnd::Ended:
@@ -132,12 +120,24 @@ bool ReadScript(const Json::Value& script, RehearsedScript* read) {
 
 }  // namespace
 
+const char* ViewName(ViewKind kind) {
+  switch (kind) {
+    case ViewKind::Overlay:
+      return "overlay";
+    case ViewKind::SharedCopy:
+      return "sharedCopy";
+    case ViewKind::PlainCopy:
+      return "plainCopy";
+  }
+  return "";
+}
+
 Json::Value RehearsalJson(const Rehearsal& rehearsal) {
   Json::Value document(Json::objectValue);
   document["version"] = kVersion;
   document["patch"] = JsonText(rehearsal.patch);
   document["machine"] = JsonText(rehearsal.machineFolder);
-  document["view"] = NameOf(rehearsal.kind);
+  document["view"] = ViewName(rehearsal.kind);
   document["startedAt"] = JsonText(UtcText(rehearsal.startedAt));
   document["milliseconds"] = rehearsal.milliseconds;
   document["end"] = NameOf(rehearsal.end);

@@ -12,6 +12,9 @@
 
 namespace tlx {
 
+// How a view was made, as JSON has it: overlay, sharedCopy, plainCopy.
+const char* ViewName(platform::machine::ViewKind kind);
+
 // As docs/rehearsal.schema.json describes it.
 Json::Value RehearsalJson(const Rehearsal& rehearsal);
 

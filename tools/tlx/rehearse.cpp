@@ -7,6 +7,7 @@
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
 #include "tools/tlx/json_output.h"
+#include "tools/tlx/keep_rehearsal.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/patch_operand.h"
@@ -29,6 +30,7 @@ constexpr OptionSpec kOptions[] = {
     {u"--answer", u"COMMAND=ERROR", false,
      u"What each COMMAND that reaches beyond the machine fails with: a code, or a word of its own",
      true},
+    {u"--keep", u"SET", false, u"Keep the change set in a new folder, for tlx changes"},
     kSecondsOption,
     kMegabytesOption,
     kProcessesOption,
@@ -110,6 +112,12 @@ int Rehearse(const Options& options) {
   } else {
     for (const cvn::String& line : DescribeRehearsal(rehearsal)) {
       platform::streams::WriteLine(Output::Out, line);
+    }
+  }
+  if (options.Has(u"--keep")) {
+    exitCode = KeepRehearsal(options.Value(u"--keep"), rehearsal, request, &view->Bytes());
+    if (exitCode != kExitDone) {
+      return exitCode;
     }
   }
   return rehearsal.exitCode == 0 && !rehearsal.IsCutShort() ? kExitDone : kExitBadInput;
