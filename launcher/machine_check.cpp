@@ -151,8 +151,8 @@ cvn::String ProblemOfPending(platform::Code why) {
   }
 }
 
-std::optional<MachineFault> FindMachineFault(const MachineOpening& opened,
-                                             const cvn::String& folder) {
+std::optional<MachineFault> FindVolumeFault(const MachineOpening& opened,
+                                            const cvn::String& folder) {
   switch (opened.code) {
     case platform::kSuccess:
       break;
@@ -165,7 +165,12 @@ std::optional<MachineFault> FindMachineFault(const MachineOpening& opened,
     default:
       return FaultOfFolder(folder, ProblemOfFolder(opened.code, folder));
   }
-  if (std::optional<MachineFault> fault = FaultOfVolume(folder)) {
+  return FaultOfVolume(folder);
+}
+
+std::optional<MachineFault> FindMachineFault(const MachineOpening& opened,
+                                             const cvn::String& folder) {
+  if (std::optional<MachineFault> fault = FindVolumeFault(opened, folder)) {
     return fault;
   }
   const platform::Code code = machine::CheckRegistry();

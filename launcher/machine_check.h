@@ -51,6 +51,10 @@ cvn::String ProblemOfPending(platform::Code why);
 std::optional<MachineFault> FindMachineFault(const MachineOpening& opened,
                                              const cvn::String& folder);
 
+// The same as far as it can be told without the registry.
+std::optional<MachineFault> FindVolumeFault(const MachineOpening& opened,
+                                            const cvn::String& folder);
+
 // The words of a fault that only the gates can see: the machine's version of Windows can't be read.
 MachineFault UnknownVersionFault(const cvn::String& folder);
 

@@ -5,6 +5,7 @@
 
 namespace tlx {
 
+extern const CommandSpec kApplyCommand;
 extern const CommandSpec kCatalogCommand;
 extern const CommandSpec kChangesCommand;
 extern const CommandSpec kEventsCommand;
@@ -18,6 +19,7 @@ extern const CommandSpec kPackCommand;
 extern const CommandSpec kReferenceCommand;
 extern const CommandSpec kRehearseCommand;
 extern const CommandSpec kSchemaCommand;
+extern const CommandSpec kUndoCommand;
 extern const CommandSpec kUnpackCommand;
 extern const CommandSpec kVerifyCommand;
 

@@ -11,11 +11,16 @@ namespace tlx {
 
 namespace paths = platform::paths;
 
-int FindPatch(cvn::StringView operand, cvn::String* patch) {
-  *patch = paths::OfCaller(operand);
-  if (paths::IsRelative(*patch)) {
-    *patch = tessel::JoinPath(paths::CurrentDirectory(), operand);
+cvn::String FullPathOf(cvn::StringView operand) {
+  cvn::String path = paths::OfCaller(operand);
+  if (paths::IsRelative(path)) {
+    path = tessel::JoinPath(paths::CurrentDirectory(), operand);
   }
+  return path;
+}
+
+int FindPatch(cvn::StringView operand, cvn::String* patch) {
+  *patch = FullPathOf(operand);
   if (!paths::IsDirectory(*patch)) {
     return kExitDone;
   }

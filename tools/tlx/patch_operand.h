@@ -5,6 +5,9 @@
 
 namespace tlx {
 
+// The full path of a file or folder that the user named. To be asked before a machine is open.
+cvn::String FullPathOf(cvn::StringView operand);
+
 // The path of the patch: of the only one in a folder, and a full one. The exit code of a failure
 // that it told.
 int FindPatch(cvn::StringView operand, cvn::String* patch);

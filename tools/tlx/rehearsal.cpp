@@ -80,8 +80,8 @@ std::string_view WithoutByteOrderMark(std::string_view text) {
   return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
 }
 
-// Takes what the run reported of itself out of the change set.
-void TakeReports(const RunPlaces& places, platform::machine::ChangeBytes* bytes,
+// Reads what the run reported of itself; that of a rehearsal is no change.
+void TakeReports(const RunPlaces& places, bool isRehearsal, platform::machine::ChangeBytes* bytes,
                  Rehearsal* rehearsal) {
   cvn::String spool = places.eventsFolder;
   platform::paths::AddBackslash(&spool);
@@ -102,7 +102,7 @@ void TakeReports(const RunPlaces& places, platform::machine::ChangeBytes* bytes,
       content.resize(std::min(content.find('\n'), content.size()));
       rehearsal->events.push_back(std::move(content));
     }
-    return true;
+    return isRehearsal;
   });
 }
 
@@ -128,7 +128,7 @@ platform::Code RunInView(const RunRequest& request, platform::machine::View* vie
   ReadRunRecord(memory, rehearsal, &places);
   code = view->CollectChanges(&rehearsal->changes);
   if (code == platform::kSuccess) {
-    TakeReports(places, &view->Bytes(), rehearsal);
+    TakeReports(places, request.isRehearsal, &view->Bytes(), rehearsal);
   }
   return code;
 }

@@ -1,6 +1,7 @@
 #include "tools/tlx/rehearsal_text.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "support/format.h"
 #include "support/utf.h"
@@ -70,11 +71,8 @@ void AddUnreached(const cvn::List<CommandVisits>& visits, cvn::List<cvn::String>
 
 }  // namespace
 
-cvn::List<cvn::String> DescribeRehearsal(const Rehearsal& rehearsal) {
+cvn::List<cvn::String> DescribeEnd(const Rehearsal& rehearsal) {
   cvn::List<cvn::String> lines;
-  lines.push_back(cvn::Format(u"Patch: %s", Printable(rehearsal.patch)));
-  lines.push_back(cvn::Format(u"Machine: %s, seen through %s; it stays as it is",
-                              Printable(rehearsal.machineFolder), WordsFor(rehearsal.kind)));
   if (rehearsal.IsCutShort()) {
     lines.emplace_back(WordsFor(rehearsal.end));
   } else {
@@ -84,6 +82,17 @@ cvn::List<cvn::String> DescribeRehearsal(const Rehearsal& rehearsal) {
   if (rehearsal.failure && (rehearsal.IsCutShort() || rehearsal.exitCode != 0)) {
     lines.push_back(cvn::Format(u"Last failure: line %u, %s: error %s", rehearsal.failure->line,
                                 rehearsal.failure->command, Printable(rehearsal.failure->error)));
+  }
+  return lines;
+}
+
+cvn::List<cvn::String> DescribeRehearsal(const Rehearsal& rehearsal) {
+  cvn::List<cvn::String> lines;
+  lines.push_back(cvn::Format(u"Patch: %s", Printable(rehearsal.patch)));
+  lines.push_back(cvn::Format(u"Machine: %s, seen through %s; it stays as it is",
+                              Printable(rehearsal.machineFolder), WordsFor(rehearsal.kind)));
+  for (cvn::String& line : DescribeEnd(rehearsal)) {
+    lines.push_back(std::move(line));
   }
   AddWould(rehearsal.would, &lines);
   // Of a patch that was refused nothing was reached.

@@ -6,6 +6,9 @@
 
 namespace tlx {
 
+// Exit code or what cut the run short, and the last failure, in lines.
+cvn::List<cvn::String> DescribeEnd(const Rehearsal& rehearsal);
+
 // For people, in lines, but for its change set.
 cvn::List<cvn::String> DescribeRehearsal(const Rehearsal& rehearsal);
 

@@ -1,6 +1,5 @@
 #include <memory>
 
-#include "files/path_text.h"
 #include "platform/paths.h"
 #include "platform/streams.h"
 #include "support/format.h"
@@ -9,6 +8,7 @@
 #include "tools/tlx/json_output.h"
 #include "tools/tlx/keep_rehearsal.h"
 #include "tools/tlx/machine_text.h"
+#include "tools/tlx/machine_turn.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/patch_operand.h"
 #include "tools/tlx/rehearsal.h"
@@ -74,10 +74,7 @@ int TakeOperand(cvn::StringView operand, RunRequest* request) {
   if (operand != u"-" && !paths::FindExtension(operand).ends_with(u"xml")) {
     return FindPatch(operand, &request->patch);
   }
-  request->patch = paths::OfCaller(operand);
-  if (paths::IsRelative(request->patch)) {
-    request->patch = tessel::JoinPath(paths::CurrentDirectory(), operand);
-  }
+  request->patch = FullPathOf(operand);
   const Code code = ReadInput(operand, &request->script.emplace());
   return code == platform::kSuccess ? kExitDone : FailToRead(operand, code);
 }
@@ -92,8 +89,10 @@ int Rehearse(const Options& options) {
   for (const cvn::String& answer : options.Values(u"--answer")) {
     ReadAnswerOption(answer, &request.answers);
   }
+  machine::MachineLock lock;
   std::unique_ptr<machine::View> view;
   int exitCode = TakeOperand(options.Operand(0), &request);
+  exitCode = exitCode == kExitDone ? ShareMachine(options, &lock) : exitCode;
   if (exitCode == kExitDone) {
     exitCode = PrepareView(options, true, &view);
   }

@@ -1,6 +1,5 @@
 #include "tools/tlx/view_options.h"
 
-#include "platform/clock.h"
 #include "platform/machine.h"
 #include "platform/private_folder.h"
 #include "platform/streams.h"
@@ -9,6 +8,7 @@
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/patch_operand.h"
+#include "tools/tlx/status_line.h"
 
 namespace tlx {
 namespace {
@@ -44,30 +44,6 @@ bool MayCopy(const Options& options, std::uint64_t bytes) {
       cvn::Format(u"The host has no overlay for this machine. Copy all of it, %s? [y/N]", size));
   return platform::streams::ReadAnswer(&answer) && (answer == u"y" || answer == u"Y");
 }
-
-// Tells at most every fifth of a second how far a copy is, from the first second on.
-class CopyProgress {
- public:
-  void Show(std::uint64_t bytes) {
-    const std::int64_t now = platform::clock::NowTicks();
-    if (now < next_ || !platform::streams::IsTerminal(Output::Error)) {
-      return;
-    }
-    isShown_ = true;
-    next_ = now + platform::clock::kTicksPerSecond / 5;
-    platform::streams::WriteStatus(
-        Output::Error, cvn::Format(u"Copying the machine: %llu MiB", bytes / kMegabyte));
-  }
-  ~CopyProgress() {
-    if (isShown_) {
-      platform::streams::WriteStatus(Output::Error, u"");
-    }
-  }
-
- private:
-  std::int64_t next_ = platform::clock::NowTicks() + platform::clock::kTicksPerSecond;
-  bool isShown_ = false;
-};
 
 int FailToPrepare(cvn::StringView folder, Code code) {
   switch (code) {
@@ -116,12 +92,16 @@ int PrepareView(const Options& options, bool isSealed, std::unique_ptr<machine::
   if (!options.Has(kMachineOption.name) && IsDefaultMachineMissing()) {
     return kExitBadInput;
   }
-  CopyProgress progress;
+  StatusLine status;
   machine::ViewOptions wanted;
   wanted.folder = named;
   wanted.isSealed = isSealed;
   wanted.mayCopy = [&options](std::uint64_t bytes) { return MayCopy(options, bytes); };
-  wanted.copied = [&progress](std::uint64_t bytes) { progress.Show(bytes); };
+  wanted.copied = [&status](std::uint64_t bytes) {
+    if (status.IsDue()) {
+      status.Show(cvn::Format(u"Copying the machine: %llu MiB", bytes / kMegabyte));
+    }
+  };
   const Code code = machine::View::Prepare(wanted, view);
   const cvn::String folder = named.empty() ? machine::DefaultFolder() : cvn::String(named);
   return code == platform::kSuccess ? kExitDone : FailToPrepare(folder, code);

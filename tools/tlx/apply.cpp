@@ -1,0 +1,214 @@
+#include <algorithm>
+#include <memory>
+
+#include "changes/kept_set.h"
+#include "platform/clock.h"
+#include "platform/paths.h"
+#include "platform/streams.h"
+#include "support/format.h"
+#include "support/numbers.h"
+#include "support/utf.h"
+#include "tools/tlx/commands.h"
+#include "tools/tlx/file_io.h"
+#include "tools/tlx/keep_rehearsal.h"
+#include "tools/tlx/machine_text.h"
+#include "tools/tlx/machine_turn.h"
+#include "tools/tlx/messages.h"
+#include "tools/tlx/patch_operand.h"
+#include "tools/tlx/rehearsal.h"
+#include "tools/tlx/rehearsal_text.h"
+#include "tools/tlx/view_options.h"
+
+namespace tlx {
+namespace {
+
+namespace machine = platform::machine;
+namespace paths = platform::paths;
+using platform::Code;
+using platform::streams::Output;
+using platform::streams::WriteLine;
+
+constexpr OptionSpec kOptions[] = {
+    kMachineOption,
+    {u"--accept", u"CODE,...", false,
+     u"The exit codes with which the run is committed; 0 without it"},
+    {u"--undo", u"SET", false, u"Keep what is changed in the new folder SET, for 'tlx undo'"},
+    {u"--trace", u"FILE", false,
+     u"Where the trace of a run goes that isn't committed; a file in the current folder without "
+     u"it"},
+    kVariableOption,
+    kSecondsOption,
+    kMegabytesOption,
+    kProcessesOption,
+    kYesOption,
+};
+
+constexpr OperandSpec kOperands[] = {
+    {u"PATCH", true, u"A patch file, or a folder with one"},
+};
+
+// The numbers of a list with commas. False when it is none.
+bool ReadCodes(cvn::StringView text, cvn::List<std::int32_t>* codes) {
+  while (true) {
+    const std::size_t end = std::min(text.find(u','), text.size());
+    const cvn::StringView code = text.substr(0, end);
+    const bool isNegative = code.starts_with(u'-');
+    if (!cvn::IsAllDigits(code.substr(isNegative ? 1 : 0)) || code.size() > 11) {
+      return false;
+    }
+    codes->push_back(cvn::ReadInt32(code));
+    if (end == text.size()) {
+      return true;
+    }
+    text.remove_prefix(end + 1);
+  }
+}
+
+cvn::String FaultOf(const Options& options) {
+  cvn::List<std::int32_t> codes;
+  if (options.Has(u"--accept") && !ReadCodes(options.Value(u"--accept"), &codes)) {
+    return cvn::Format(u"option '--accept' takes exit codes with commas, as in 0,-3010; not '%s'",
+                       options.Value(u"--accept"));
+  }
+  if (options.Operand(0) == u"-") {
+    return u"a patch can't come from standard input: what it may do depends on where it lies";
+  }
+  return FaultOfLimits(options);
+}
+
+bool IsAccepted(const Options& options, const Rehearsal& run) {
+  cvn::List<std::int32_t> codes;
+  if (!options.Has(u"--accept") || !ReadCodes(options.Value(u"--accept"), &codes)) {
+    codes = {0};
+  }
+  return !run.IsCutShort() && std::ranges::find(codes, run.exitCode) != codes.end();
+}
+
+void TellRun(const Options& options, const Rehearsal& run) {
+  for (const cvn::String& line : DescribeEnd(run)) {
+    WriteLine(Output::Out, line);
+  }
+  bool isFirst = true;
+  for (const CommandVisits& visit : run.visits) {
+    if (visit.count == 0 || !ReachesBeyond(visit.name)) {
+      continue;
+    }
+    if (isFirst) {
+      WriteLine(Output::Out, options.Has(u"--undo")
+                                 ? u"Reached beyond the machine, and stays as it is after an undo:"
+                                 : u"Reached beyond the machine:");
+      isFirst = false;
+    }
+    WriteLine(Output::Out,
+              cvn::Format(u"  line %u, %s, %llu times", visit.line, visit.name, visit.count));
+  }
+}
+
+// The machine has no trace of a run that never was.
+int RefuseRun(const Options& options, const Rehearsal& run) {
+  cvn::String file = options.Value(u"--trace");
+  if (file.Empty()) {
+    file = cvn::Format(u"tessel-trace-%lld.txt",
+                       platform::clock::NowTicks() / platform::clock::kTicksPerSecond);
+  }
+  if (WriteText(file, run.trace) == kExitDone && file != u"-") {
+    WriteLine(Output::Error, cvn::Format(u"The trace of the run is in %s.", Printable(file)));
+  }
+  return FailOnFile(
+      options.Operand(0),
+      run.IsCutShort() ? cvn::String(u"the run didn't come to its end, so nothing was changed")
+                       : cvn::Format(u"the run ended with %d, which isn't accepted, so nothing was "
+                                     u"changed",
+                                     run.exitCode));
+}
+
+// The set counts as committed when the commit has begun; until then the machine is as it was.
+void NoteCommitted(const cvn::String& setFolder) {
+  tessel::KeptSet set;
+  cvn::String problem;
+  Code code = set.Read(setFolder, &problem);
+  code = code == platform::kSuccess ? set.PutState(tessel::SetState::Committed) : code;
+  if (code != platform::kSuccess) {
+    WarnOfFile(setFolder, cvn::Format(u"that it was committed couldn't be noted there: %s",
+                                      DescribeCode(code)));
+  }
+}
+
+int Commit(const Options& options, const RunRequest& request, const Rehearsal& run,
+           const cvn::String& setFolder, machine::ChangeBytes* bytes) {
+  if (!setFolder.Empty() && KeepRehearsal(setFolder, run, request, bytes) != kExitDone) {
+    return FailOnFile(options.Operand(0), u"nothing was changed, because that couldn't be undone");
+  }
+  bool isBegun = false;
+  const int exitCode = CommitChanges(MachineName(options), run.changes, bytes, &isBegun);
+  if (isBegun && !setFolder.Empty()) {
+    NoteCommitted(setFolder);
+  }
+  return exitCode;
+}
+
+int Apply(const Options& options) {
+  RunRequest request;
+  request.isRehearsal = false;
+  request.limits = LimitsOf(options);
+  for (const cvn::String& text : options.Values(kVariableOption.name)) {
+    request.variables.push_back(text);
+  }
+  const cvn::String setFolder =
+      options.Has(u"--undo") ? FullPathOf(options.Value(u"--undo")) : cvn::String();
+  if (!setFolder.Empty() && paths::Exists(setFolder)) {
+    return FailOnFile(options.Value(u"--undo"), u"there is something of that name already");
+  }
+  machine::MachineLock lock;
+  std::unique_ptr<machine::View> view;
+  int exitCode = FindPatch(options.Operand(0), &request.patch);
+  exitCode = exitCode == kExitDone ? HaveMachineAlone(options, &lock) : exitCode;
+  exitCode = exitCode == kExitDone ? PrepareView(options, false, &view) : exitCode;
+  if (exitCode != kExitDone) {
+    return exitCode;
+  }
+  Rehearsal run;
+  run.patch = options.Operand(0);
+  const Code code = RunInView(request, view.get(), &run);
+  if (code != platform::kSuccess) {
+    return FailOnFile(view->Folder(),
+                      cvn::Format(u"nothing was changed, since no run in a view of it could be "
+                                  u"started, or what it did be found: %s",
+                                  DescribeCode(code)));
+  }
+  TellRun(options, run);
+  if (!IsAccepted(options, run)) {
+    return RefuseRun(options, run);
+  }
+  exitCode = Commit(options, request, run, setFolder, &view->Bytes());
+  if (exitCode != kExitDone) {
+    return exitCode;
+  }
+  WriteLine(Output::Out, cvn::Format(u"Committed: %s", CountsOf(run.changes)));
+  return run.exitCode == 0 ? kExitDone : kExitBadInput;
+}
+
+}  // namespace
+
+const CommandSpec kApplyCommand = {
+    u"apply",
+    u"Run a patch, and commit all that it changes on the machine or nothing",
+    u"Runs the patch as tessel does, gates and all, in a view of the machine. Only when its exit "
+    u"code is accepted\n"
+    u"is what it changed committed to the machine, trace and events included, by a journal: if "
+    u"that "
+    u"is interrupted,\n"
+    u"the next run, 'tlx apply', 'tlx undo' or 'tlx machine check' ends it. Otherwise nothing has "
+    u"changed there.\n"
+    u"Programs that the script starts run in the view too; what they, downloads and services do "
+    u"beyond the machine\n"
+    u"has happened either way, and is told. Nobody else uses the machine meanwhile. The exit code "
+    u"is 0 when the\n"
+    u"run's was and all is committed. Not on Windows.\n",
+    kOptions,
+    Apply,
+    kOperands,
+    FaultOf,
+};
+
+}  // namespace tlx
