@@ -65,7 +65,7 @@ Code Commit(const ChangeSet& changes, ChangeBytes& bytes, const CommitProgress& 
             CommitResult* result);
 
 enum class PendingCommit {
-  None,
+  None,      // nothing, or an empty folder, which is gone
   Finished,  // it had begun, and is complete now
   Dropped,   // it had not begun, and what was put on the machine for it is gone
 };

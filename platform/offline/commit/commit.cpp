@@ -133,7 +133,9 @@ Code CheckRoom(const Costs& costs) {
 
 Code FinishStaged(posix::Staging* staging, int root, PendingCommit* found) {
   if (!staging->HasJournal()) {
-    *found = staging->IsComplete() ? PendingCommit::Finished : PendingCommit::Dropped;
+    *found = staging->IsComplete() ? PendingCommit::Finished
+             : staging->IsEmpty()  ? PendingCommit::None
+                                   : PendingCommit::Dropped;
     return staging->Remove();
   }
   std::vector<std::byte> journal;

@@ -186,6 +186,14 @@ Code Staging::CloseJournal() const {
 
 bool Staging::IsComplete() const { return Exists({folder_.Get(), kDone}); }
 
+bool Staging::IsEmpty() const {
+  const DirectoryStream names = OpenDirectory({folder_.Get(), "."}, 0);
+  const dirent* entry = nullptr;
+  while (names != nullptr && (entry = readdir(names.get())) != nullptr && IsDots(entry->d_name)) {
+  }
+  return entry == nullptr;
+}
+
 Code Staging::Reserve(std::uint64_t bytes) const {
   const Descriptor file(openat(folder_.Get(), kReserve, O_WRONLY | kNewFile, kOwnersFile));
   return file.Get() < 0 ? CodeOf(errno)
@@ -209,7 +217,8 @@ Code Staging::RemoveAll(bool* isEmpty) const {
   *isEmpty = true;
   while (const dirent* entry = readdir(names.get())) {
     const char* name = entry->d_name;
-    if (IsDots(name) || std::strcmp(name, kTime) == 0) {
+    // These two tell what the folder is left of, should this be interrupted.
+    if (IsDots(name) || std::strcmp(name, kTime) == 0 || std::strcmp(name, kDone) == 0) {
       continue;
     }
     *isEmpty = false;
@@ -252,8 +261,10 @@ Code Staging::Remove() {
   for (bool isEmpty = false; code == kSuccess && !isEmpty;) {
     code = RemoveAll(&isEmpty);
   }
-  if (code == kSuccess && isTold && unlinkat(folder_.Get(), kTime, 0) != 0) {
-    code = CodeOf(errno);
+  for (const char* last : {kTime, kDone}) {
+    if (code == kSuccess && unlinkat(folder_.Get(), last, 0) != 0 && errno != ENOENT) {
+      code = CodeOf(errno);
+    }
   }
   if (code == kSuccess && unlinkat(root_, kFolder, AT_REMOVEDIR) != 0) {
     code = CodeOf(errno);

@@ -41,6 +41,8 @@ class Staging {
   // The commit is complete.
   Code CloseJournal() const;
   bool IsComplete() const;
+  // Nothing has been put there, or nothing was left to be removed.
+  bool IsEmpty() const;
 
   // Room that is given back when the commit begins, so that a full disk doesn't stop it halfway.
   Code Reserve(std::uint64_t bytes) const;
