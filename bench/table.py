@@ -15,6 +15,7 @@ import time
 import catalog_bench
 import memory_bench
 import registry_bench
+import rehearsal_bench
 import tree_bench
 from measure import Row
 
@@ -135,6 +136,7 @@ def main():
         prepare = functools.partial(pack, arguments)
         show(registry_bench.rows(arguments.tessel, prepare, work, environment))
         show(tree_bench.rows(arguments.tessel, prepare, work, environment))
+        show(rehearsal_bench.rows(arguments.tessel, arguments.tlx, prepare, work, environment))
         trusting = catalog_bench.trust(arguments.tlx, work)
         show(catalog_bench.rows(arguments.tessel, arguments.tlx, prepare, work, trusting))
         show(memory_bench.rows(arguments.tessel, arguments.tlx, prepare, work, environment, trusting))

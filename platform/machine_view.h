@@ -29,6 +29,9 @@ struct ViewOptions {
   std::function<void(std::uint64_t bytes)> copied;
 };
 
+// ERROR_CALL_NOT_IMPLEMENTED: there are no views on Windows.
+inline constexpr Code kNoViews = 120;
+
 // What a task may use. All of it counts for the programs that it starts as well.
 struct ViewLimits {
   std::uint32_t seconds = 600;
@@ -50,7 +53,7 @@ enum class ViewEnd { Ended, TimeOut, TooMuchWritten, TooManyProcesses, Crashed }
 class View {
  public:
   // Makes what a view of a machine needs; nothing walks the machine unless it has to be copied. 3
-  // and 267 as Use gives them; 50 when the host allows no namespaces for mounts, something is
+  // and 267 as Use gives them; kNoViews; 50 when the host allows no namespaces for mounts, something is
   // mounted within the machine's folder, or that is the host's root; 1223 when the copy is refused
   // by `mayCopy`; 1338 (files::kNotPrivate) when there is no place that others can be kept out of.
   // The process may have no other thread, and must not have opened the machine or its registry.
@@ -76,7 +79,7 @@ class View {
   // open in this process, and Run is over. Codes as for ViewDifference
   // (platform/offline/changes/changes.h), and those of Use.
   Code CollectChanges(ChangeSet* changes);
-  // Good after that, while this lives.
+  // Good after that has succeeded, while this lives.
   ChangeBytes& Bytes();
 
   // Memory that tasks and the caller share. All zeroes before the first task.

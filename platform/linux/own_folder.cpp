@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "platform/linux/error_map.h"
+#include "platform/linux/file_names.h"
 #include "platform/linux/other_accounts.h"
 #include "platform/private_folder.h"
 
@@ -115,8 +116,12 @@ Code MakeOwnFolder(const std::string& path, Descriptor* folder) {
   return files::kNotPrivate;
 }
 
-Code MakeOwnFolderOnHost(Descriptor* folder, std::string* path) {
+Code MakeOwnFolderOnHost(Descriptor* folder, std::string* path, const std::string& outside) {
   for (const std::string& place : HostPlaces()) {
+    std::string real;
+    if (!outside.empty() && RealPath(place, &real) == 0 && IsWithin(real, outside)) {
+      continue;
+    }
     std::string made = place + '/' + std::string(kHostPrefix) + "XXXXXX";
     struct statvfs volume {};
     if (mkdtemp(made.data()) == nullptr) {

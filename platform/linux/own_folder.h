@@ -15,8 +15,9 @@ namespace platform::posix {
 Code MakeOwnFolder(const std::string& path, Descriptor* folder);
 
 // Makes one with a name of its own in the first of TMPDIR, /var/tmp and /tmp that others can be
-// kept out of, and from which programs run. files::kNotPrivate when there is none.
-Code MakeOwnFolderOnHost(Descriptor* folder, std::string* path);
+// kept out of, and from which programs run; none within the folder `outside`, a path without links.
+// files::kNotPrivate when there is none.
+Code MakeOwnFolderOnHost(Descriptor* folder, std::string* path, const std::string& outside = {});
 
 // The folders that were made so in `place` and on the host, and whose processes have ended: a
 // hundred at most, so that others are left to the next call.

@@ -20,8 +20,8 @@ struct View::State {
 
 Code View::Prepare(const ViewOptions& /*options*/, std::unique_ptr<View>* view) {
   view->reset();
-  SetLastError(kNotSupported);
-  return kNotSupported;
+  SetLastError(kNoViews);
+  return kNoViews;
 }
 
 View::View(std::unique_ptr<State> state) : state_(std::move(state)) {}
@@ -32,10 +32,10 @@ const cvn::String& View::Folder() const { return state_->folder; }
 Code View::Run(const std::function<int()>& /*task*/, const ViewLimits& /*limits*/,
                const std::function<void(const ViewUse&)>& /*progress*/, ViewEnd* /*end*/,
                int* /*exitCode*/) {
-  return kNotSupported;
+  return kNoViews;
 }
 
-Code View::CollectChanges(ChangeSet* /*changes*/) { return kNotSupported; }
+Code View::CollectChanges(ChangeSet* /*changes*/) { return kNoViews; }
 
 ChangeBytes& View::Bytes() { return state_->bytes; }
 

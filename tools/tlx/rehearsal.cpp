@@ -117,7 +117,7 @@ platform::Code RunInView(const RunRequest& request, platform::machine::View* vie
   rehearsal->machineFolder = view->Folder();
   rehearsal->startedAt = platform::clock::NowTicks() / platform::clock::kTicksPerSecond;
   const std::uint32_t start = platform::clock::TimerMilliseconds();
-  platform::Code code =
+  const platform::Code code =
       view->Run([&] { return RunAndRecord(request, memory); }, request.limits,
                 [&progress](const platform::machine::ViewUse& use) { progress.Show(use); },
                 &rehearsal->end, &rehearsal->exitCode);
@@ -126,11 +126,12 @@ platform::Code RunInView(const RunRequest& request, platform::machine::View* vie
     return code;
   }
   ReadRunRecord(memory, rehearsal, &places);
-  code = view->CollectChanges(&rehearsal->changes);
-  if (code == platform::kSuccess) {
+  rehearsal->changesCode = view->CollectChanges(&rehearsal->changes);
+  if (rehearsal->changesCode == platform::kSuccess) {
     TakeReports(places, request.isRehearsal, &view->Bytes(), rehearsal);
   }
-  return code;
+  // A rehearsal has more to tell; what is to be committed has to be whole.
+  return request.isRehearsal ? platform::kSuccess : rehearsal->changesCode;
 }
 
 std::optional<platform::Code> AnswerCode(cvn::StringView error) {
@@ -138,10 +139,10 @@ std::optional<platform::Code> AnswerCode(cvn::StringView error) {
   if (word != std::end(kWords)) {
     return word->code;
   }
-  const std::int32_t number = cvn::ReadInt32(error);
-  const bool isNumber = number != 0 || error == u"0";
-  return isNumber ? std::optional(platform::Code(static_cast<std::uint32_t>(number)))
-                  : std::nullopt;
+  if (!cvn::IsAllDigits(error.substr(error.starts_with(u'-') ? 1 : 0))) {
+    return std::nullopt;
+  }
+  return platform::Code(static_cast<std::uint32_t>(cvn::ReadInt32(error)));
 }
 
 bool ReachesBeyond(cvn::StringView command) {

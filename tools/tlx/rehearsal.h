@@ -56,8 +56,10 @@ struct Rehearsal {
   std::string script;              // its text in UTF-8; empty when the run never had it
   std::string trace;               // in UTF-8, without a byte-order mark
   cvn::List<std::string> events;   // that would be sent: JSON, one each
-  // Those of a rehearsal are without the run's own trace and events.
+  // Those of a rehearsal are without the run's own trace and events. The code is that of what kept
+  // them from being told.
   platform::machine::ChangeSet changes;
+  platform::Code changesCode;
 
   bool IsCutShort() const { return end != platform::machine::ViewEnd::Ended; }
 };

@@ -6,6 +6,7 @@
 #include "support/format.h"
 #include "support/utf.h"
 #include "tools/tlx/machine_text.h"
+#include "tools/tlx/messages.h"
 
 namespace tlx {
 namespace {
@@ -76,8 +77,10 @@ cvn::List<cvn::String> DescribeEnd(const Rehearsal& rehearsal) {
   if (rehearsal.IsCutShort()) {
     lines.emplace_back(WordsFor(rehearsal.end));
   } else {
-    lines.push_back(
-        cvn::Format(u"Exit code: %d, %s", rehearsal.exitCode, cvn::Utf8ToWide(rehearsal.reason)));
+    // A number without a name is its own reason.
+    const bool isNamed = rehearsal.reason != std::to_string(rehearsal.exitCode);
+    const cvn::String reason = cvn::Utf8ToWide(isNamed ? ", " + rehearsal.reason : std::string());
+    lines.push_back(cvn::Format(u"Exit code: %d%s", rehearsal.exitCode, reason));
   }
   if (rehearsal.failure && (rehearsal.IsCutShort() || rehearsal.exitCode != 0)) {
     lines.push_back(cvn::Format(u"Last failure: line %u, %s: error %s", rehearsal.failure->line,
@@ -101,6 +104,10 @@ cvn::List<cvn::String> DescribeRehearsal(const Rehearsal& rehearsal) {
   }
   for (const std::string& event : rehearsal.events) {
     lines.push_back(cvn::Format(u"Event: %s", Printable(cvn::Utf8ToWide(event))));
+  }
+  if (rehearsal.changesCode != platform::kSuccess) {
+    lines.push_back(
+        cvn::Format(u"What it changed can't be told: %s", DescribeCode(rehearsal.changesCode)));
   }
   if (!rehearsal.isRecordWhole) {
     lines.emplace_back(u"It did more beyond the machine than could be kept.");

@@ -113,13 +113,14 @@ int Rehearse(const Options& options) {
       platform::streams::WriteLine(Output::Out, line);
     }
   }
-  if (options.Has(u"--keep")) {
+  const bool isTold = rehearsal.changesCode == platform::kSuccess;
+  if (options.Has(u"--keep") && isTold) {
     exitCode = KeepRehearsal(options.Value(u"--keep"), rehearsal, request, &view->Bytes());
     if (exitCode != kExitDone) {
       return exitCode;
     }
   }
-  return rehearsal.exitCode == 0 && !rehearsal.IsCutShort() ? kExitDone : kExitBadInput;
+  return isTold && rehearsal.exitCode == 0 && !rehearsal.IsCutShort() ? kExitDone : kExitBadInput;
 }
 
 }  // namespace

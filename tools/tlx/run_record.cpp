@@ -241,7 +241,9 @@ platform::Code RunRecorder::Answer(Action action, cvn::StringView what) {
       found == request_.answers.end() ? platform::kSuccess : found->second;
   Json::Value line(Json::objectValue);
   Json::Value& would = line["would"];
-  would["what"] = cvn::WideToUtf8(cvn::Format(u"%s %s", WordsFor(action), what));
+  // A command line may end in a blank.
+  const std::size_t length = what.find_last_not_of(u' ') + 1;
+  would["what"] = cvn::WideToUtf8(cvn::Format(u"%s %s", WordsFor(action), what.substr(0, length)));
   would["command"] = cvn::WideToUtf8(command);
   would["line"] = current_ == nullptr ? 0 : current_->scriptPlace.line;
   would["answer"] = static_cast<std::uint32_t>(answer);

@@ -47,6 +47,8 @@ bool MayCopy(const Options& options, std::uint64_t bytes) {
 
 int FailToPrepare(cvn::StringView folder, Code code) {
   switch (code) {
+    case machine::kNoViews:
+      return FailOnFile(u"tlx", kNoMachinesHere);
     case platform::kNotSupported:
       return FailOnFile(
           folder,
@@ -89,9 +91,6 @@ machine::ViewLimits LimitsOf(const Options& options) {
 
 int PrepareView(const Options& options, bool isSealed, std::unique_ptr<machine::View>* view) {
   const cvn::StringView named = options.Value(kMachineOption.name);
-  if (!options.Has(kMachineOption.name) && IsDefaultMachineMissing()) {
-    return kExitBadInput;
-  }
   StatusLine status;
   machine::ViewOptions wanted;
   wanted.folder = named;
@@ -103,6 +102,9 @@ int PrepareView(const Options& options, bool isSealed, std::unique_ptr<machine::
     }
   };
   const Code code = machine::View::Prepare(wanted, view);
+  if (code == platform::kPathNotFound && named.empty() && IsDefaultMachineMissing()) {
+    return kExitBadInput;
+  }
   const cvn::String folder = named.empty() ? machine::DefaultFolder() : cvn::String(named);
   return code == platform::kSuccess ? kExitDone : FailToPrepare(folder, code);
 }

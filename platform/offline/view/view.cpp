@@ -134,7 +134,7 @@ Code View::State::Make(const ViewOptions& options) {
   folder = posix::ToWide(folders.machine);
   posix::RemoveAbandoned();
   signal(SIGCHLD, SIG_DFL);  // where it is ignored, children vanish before they are waited for
-  code = posix::MakeOwnFolderOnHost(&folders.workFolder, &folders.work);
+  code = posix::MakeOwnFolderOnHost(&folders.workFolder, &folders.work, folders.machine);
   code = code == kSuccess ? CodeOf(keeper.Start()) : code;
   code = code == kSuccess ? shared.Map(posix::kTasksBytes + posix::kSharedSize) : code;
   posix::Descriptor temporary;
