@@ -1,46 +1,34 @@
 #include "changes/kept_set.h"
 #include "changes/manifest_names.h"
-#include "platform/clock.h"
 #include "platform/paths.h"
 #include "platform/streams.h"
 #include "support/format.h"
 #include "support/utf.h"
 #include "tools/tlx/change_report.h"
 #include "tools/tlx/commands.h"
+#include "tools/tlx/file_io.h"
 #include "tools/tlx/json_output.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
-#include "tools/tlx/verification.h"
+#include "tools/tlx/page.h"
+#include "tools/tlx/set_text.h"
 
 namespace tlx {
 namespace {
 
-using tessel::SetState;
-
 constexpr OptionSpec kOptions[] = {
     {u"--json", u"", false, u"Print one line of JSON, as docs/changes.schema.json describes it"},
+    {u"--html", u"FILE.html", false, u"Write a page with it, which needs no network"},
 };
+
+cvn::String FaultOf(const Options& options) {
+  return options.Has(u"--json") && options.Value(u"--html") == u"-" ? cvn::String(kOneOutput)
+                                                                    : cvn::String();
+}
 
 constexpr OperandSpec kOperands[] = {
     {u"SET", true, u"The folder of the set"},
 };
-
-cvn::StringView WordsFor(SetState state) {
-  switch (state) {
-    case SetState::Rehearsed:
-      return u"rehearsed only";
-    case SetState::Committed:
-      return u"on the machine";
-    case SetState::Undone:
-      break;
-  }
-  return u"taken back";
-}
-
-cvn::String TimeOf(const tessel::SetRecord& record) {
-  return UtcText((record.time - platform::clock::kTicksFrom1601To1970) /
-                 platform::clock::kTicksPerSecond);
-}
 
 void PrintText(const tessel::SetRecord& record, const ChangeReport& report) {
   const auto row = [](cvn::StringView title, cvn::StringView text) {
@@ -52,7 +40,7 @@ void PrintText(const tessel::SetRecord& record, const ChangeReport& report) {
     row(u"Id:", record.patchId);
   }
   row(u"Machine:", record.machineFolder);
-  row(u"Run:", cvn::Format(u"%s, exit code %d, %s", TimeOf(record), record.exitCode,
+  row(u"Run:", cvn::Format(u"%s, exit code %d, %s", TimeText(record), record.exitCode,
                            cvn::Utf8ToWide(record.reason)));
   row(u"Changes:", WordsFor(record.state));
   for (const cvn::String& line : DescribeReport(report)) {
@@ -64,7 +52,7 @@ void PrintAsJson(const tessel::SetRecord& record, const ChangeReport& report) {
   Json::Value document(Json::objectValue);
   document["version"] = 1;
   document["state"] = tessel::NameOf(tessel::kStateNames, record.state);
-  document["time"] = JsonText(TimeOf(record));
+  document["time"] = JsonText(TimeText(record));
   document["machine"] = JsonText(record.machineFolder);
   document["patch"] = JsonText(record.patch);
   if (!record.patchId.Empty()) {
@@ -91,10 +79,12 @@ int ShowChanges(const Options& options) {
   const ChangeReport report = ReportChanges(set.Changes(), &set);
   if (options.Has(u"--json")) {
     PrintAsJson(set.Record(), report);
-  } else {
+  } else if (options.Value(u"--html") != u"-") {
     PrintText(set.Record(), report);
   }
-  return kExitDone;
+  return options.Has(u"--html")
+             ? WriteWholeFile(options.Value(u"--html"), SetPage(operand, set.Record(), report))
+             : kExitDone;
 }
 
 }  // namespace
@@ -109,6 +99,7 @@ const CommandSpec kChangesCommand = {
     kOptions,
     ShowChanges,
     kOperands,
+    FaultOf,
 };
 
 }  // namespace tlx

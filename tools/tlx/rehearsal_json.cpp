@@ -132,7 +132,7 @@ const char* ViewName(ViewKind kind) {
   return "";
 }
 
-Json::Value RehearsalJson(const Rehearsal& rehearsal) {
+Json::Value RehearsalJson(const Rehearsal& rehearsal, const ChangeReport& report) {
   Json::Value document(Json::objectValue);
   document["version"] = kVersion;
   document["patch"] = JsonText(rehearsal.patch);
@@ -152,6 +152,9 @@ Json::Value RehearsalJson(const Rehearsal& rehearsal) {
   document["isRecordWhole"] = rehearsal.isRecordWhole;
   if (!rehearsal.script.empty()) {
     document["script"] = ScriptJson(rehearsal);
+  }
+  if (rehearsal.changesCode == platform::kSuccess) {
+    document["changes"] = ReportJson(report);
   }
   document["events"] = EventsJson(rehearsal.events);
   document["trace"] = JsonText(cvn::Utf8ToWide(rehearsal.trace));

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "tools/tlx/change_report.h"
 #include "tools/tlx/flow_road.h"
 #include "tools/tlx/rehearsal.h"
 
@@ -15,8 +16,8 @@ namespace tlx {
 // How a view was made, as JSON has it: overlay, sharedCopy, plainCopy.
 const char* ViewName(platform::machine::ViewKind kind);
 
-// As docs/rehearsal.schema.json describes it.
-Json::Value RehearsalJson(const Rehearsal& rehearsal);
+// As docs/rehearsal.schema.json describes it. `report` is of its changes.
+Json::Value RehearsalJson(const Rehearsal& rehearsal, const ChangeReport& report);
 
 struct RehearsedScript {
   std::string digest;  // see ScriptDigest

@@ -14,35 +14,6 @@ namespace {
 using platform::machine::ViewEnd;
 using platform::machine::ViewKind;
 
-cvn::StringView WordsFor(ViewKind kind) {
-  switch (kind) {
-    case ViewKind::Overlay:
-      return u"an overlay";
-    case ViewKind::SharedCopy:
-      return u"a copy that shares its blocks";
-    case ViewKind::PlainCopy:
-      return u"a copy";
-  }
-  return u"";
-}
-
-cvn::StringView WordsFor(ViewEnd end) {
-  switch (end) {
-    case ViewEnd::Ended:
-      return u"It ended by itself.";
-    case ViewEnd::TimeOut:
-      return u"The run was cut short: it took longer than --max-seconds allows.";
-    case ViewEnd::TooMuchWritten:
-      return u"The run was cut short: it wrote more than --max-megabytes allows, or nearly filled "
-             u"the disk.";
-    case ViewEnd::TooManyProcesses:
-      return u"The run was cut short: it started more programs than --max-processes allows.";
-    case ViewEnd::Crashed:
-      return u"The run was killed, or crashed.";
-  }
-  return u"";
-}
-
 void AddWould(const cvn::List<WouldDo>& would, cvn::List<cvn::String>* lines) {
   if (!would.empty()) {
     lines->emplace_back(u"Not done, beyond the machine:");
@@ -71,6 +42,35 @@ void AddUnreached(const cvn::List<CommandVisits>& visits, cvn::List<cvn::String>
 }
 
 }  // namespace
+
+cvn::StringView WordsFor(ViewKind kind) {
+  switch (kind) {
+    case ViewKind::Overlay:
+      return u"an overlay";
+    case ViewKind::SharedCopy:
+      return u"a copy that shares its blocks";
+    case ViewKind::PlainCopy:
+      return u"a copy";
+  }
+  return u"";
+}
+
+cvn::StringView WordsFor(ViewEnd end) {
+  switch (end) {
+    case ViewEnd::Ended:
+      return u"It ended by itself.";
+    case ViewEnd::TimeOut:
+      return u"The run was cut short: it took longer than --max-seconds allows.";
+    case ViewEnd::TooMuchWritten:
+      return u"The run was cut short: it wrote more than --max-megabytes allows, or nearly filled "
+             u"the disk.";
+    case ViewEnd::TooManyProcesses:
+      return u"The run was cut short: it started more programs than --max-processes allows.";
+    case ViewEnd::Crashed:
+      return u"The run was killed, or crashed.";
+  }
+  return u"";
+}
 
 cvn::List<cvn::String> DescribeEnd(const Rehearsal& rehearsal) {
   cvn::List<cvn::String> lines;

@@ -6,6 +6,9 @@
 
 namespace tlx {
 
+cvn::StringView WordsFor(platform::machine::ViewKind kind);  // "an overlay"
+cvn::StringView WordsFor(platform::machine::ViewEnd end);    // a sentence
+
 // Exit code or what cut the run short, and the last failure, in lines.
 cvn::List<cvn::String> DescribeEnd(const Rehearsal& rehearsal);
 

@@ -3,6 +3,7 @@
 #include "platform/paths.h"
 #include "platform/streams.h"
 #include "support/format.h"
+#include "tools/tlx/change_report.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
 #include "tools/tlx/json_output.h"
@@ -10,6 +11,7 @@
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/machine_turn.h"
 #include "tools/tlx/messages.h"
+#include "tools/tlx/page.h"
 #include "tools/tlx/patch_operand.h"
 #include "tools/tlx/rehearsal.h"
 #include "tools/tlx/rehearsal_json.h"
@@ -36,6 +38,7 @@ constexpr OptionSpec kOptions[] = {
     kProcessesOption,
     kYesOption,
     {u"--json", u"", false, u"Print one line of JSON, as docs/rehearsal.schema.json describes it"},
+    {u"--html", u"FILE.html", false, u"Write a page with all of it, which needs no network"},
 };
 
 constexpr OperandSpec kOperands[] = {
@@ -65,6 +68,9 @@ cvn::String FaultOf(const Options& options) {
           answer);
     }
   }
+  if (options.Has(u"--json") && options.Value(u"--html") == u"-") {
+    return kOneOutput;
+  }
   return FaultOfLimits(options);
 }
 
@@ -79,10 +85,35 @@ int TakeOperand(cvn::StringView operand, RunRequest* request) {
   return code == platform::kSuccess ? kExitDone : FailToRead(operand, code);
 }
 
+// Whether standard output is for the JSON or the page alone.
+bool IsOutputTaken(const Options& options) {
+  return options.Has(u"--json") || options.Value(u"--html") == u"-";
+}
+
+void PrintLines(const cvn::List<cvn::String>& lines) {
+  for (const cvn::String& line : lines) {
+    platform::streams::WriteLine(Output::Out, line);
+  }
+}
+
+// The exit code of a failure that it told.
+int Tell(const Rehearsal& rehearsal, const ChangeReport& report, const Options& options) {
+  if (options.Has(u"--json")) {
+    PrintJson(RehearsalJson(rehearsal, report));
+  } else if (!IsOutputTaken(options)) {
+    const bool isTold = rehearsal.changesCode == platform::kSuccess;
+    PrintLines(DescribeRehearsal(rehearsal));
+    PrintLines(isTold ? DescribeReport(report) : cvn::List<cvn::String>());
+  }
+  return options.Has(u"--html")
+             ? WriteWholeFile(options.Value(u"--html"), RehearsalPage(rehearsal, report))
+             : kExitDone;
+}
+
 int Rehearse(const Options& options) {
   RunRequest request;
   request.limits = LimitsOf(options);
-  request.sparesOutput = options.Has(u"--json");
+  request.sparesOutput = IsOutputTaken(options);
   for (const cvn::String& text : options.Values(kVariableOption.name)) {
     request.variables.push_back(text);
   }
@@ -106,21 +137,13 @@ int Rehearse(const Options& options) {
     return FailOnFile(view->Folder(), cvn::Format(u"no run in a view of it could be started: %s",
                                                   DescribeCode(code)));
   }
-  if (options.Has(u"--json")) {
-    PrintJson(RehearsalJson(rehearsal));
-  } else {
-    for (const cvn::String& line : DescribeRehearsal(rehearsal)) {
-      platform::streams::WriteLine(Output::Out, line);
-    }
-  }
   const bool isTold = rehearsal.changesCode == platform::kSuccess;
-  if (options.Has(u"--keep") && isTold) {
+  exitCode = Tell(rehearsal, ReportChanges(rehearsal.changes, &view->Bytes()), options);
+  if (exitCode == kExitDone && options.Has(u"--keep") && isTold) {
     exitCode = KeepRehearsal(options.Value(u"--keep"), rehearsal, request, &view->Bytes());
-    if (exitCode != kExitDone) {
-      return exitCode;
-    }
   }
-  return isTold && rehearsal.exitCode == 0 && !rehearsal.IsCutShort() ? kExitDone : kExitBadInput;
+  const bool isGood = isTold && rehearsal.exitCode == 0 && !rehearsal.IsCutShort();
+  return isGood ? exitCode : kExitBadInput;
 }
 
 }  // namespace
