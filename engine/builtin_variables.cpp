@@ -49,18 +49,41 @@ cvn::StringView ArchitectureName() {
   return u"x64";
 }
 
+// With a separator at its end.
+cvn::String EngineFolder() {
+  cvn::String folder = platform::paths::ModuleFileName();
+  platform::paths::RemoveFileSpec(&folder);
+  platform::paths::AddBackslash(&folder);
+  return folder;
+}
+
+constexpr struct {
+  cvn::StringView name;
+  cvn::String (*value)();
+} kVariables[] = {
+    {u"currentdir", platform::paths::CurrentDirectory},
+    {u"enginefname",
+     [] { return cvn::String(platform::paths::FindFileName(platform::paths::ModuleFileName())); }},
+    {u"enginedir", EngineFolder},
+    {u"arch", [] { return cvn::String(ArchitectureName()); }},
+    {u"os", [] { return cvn::String(OsName()); }},
+    {u"error", [] { return cvn::String(u"0"); }},
+};
+
 }  // namespace
 
+cvn::List<cvn::StringView> BuiltinVariables() {
+  cvn::List<cvn::StringView> names = {kScriptFolderVariable, kRandomVariable};
+  for (const auto& variable : kVariables) {
+    names.push_back(variable.name);
+  }
+  return names;
+}
+
 void SetBuiltinVariables(VariableStore* variables) {
-  SetVariable(u"currentdir", platform::paths::CurrentDirectory(), variables);
-  cvn::String program = platform::paths::ModuleFileName();
-  SetVariable(u"enginefname", platform::paths::FindFileName(program), variables);
-  platform::paths::RemoveFileSpec(&program);
-  platform::paths::AddBackslash(&program);
-  SetVariable(u"enginedir", program, variables);
-  SetVariable(u"arch", ArchitectureName(), variables);
-  SetVariable(u"os", OsName(), variables);
-  SetVariable(u"error", u"0", variables);
+  for (const auto& variable : kVariables) {
+    SetVariable(variable.name, variable.value(), variables);
+  }
 }
 
 }  // namespace tessel

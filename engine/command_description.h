@@ -59,7 +59,7 @@ enum class Use : std::uint8_t {
   Stop,      // likewise, and of processes
   Run,       // starts the program, calls the library
   Register,  // has the system start it later
-  ActAs,     // goes on as that user
+  Become,    // goes on as that user
 };
 
 // Whether the value of a Flag counts as true.

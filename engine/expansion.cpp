@@ -3,6 +3,7 @@
 #include <optional>
 #include <unordered_map>
 
+#include "engine/builtin_variables.h"
 #include "engine/variable_store.h"
 #include "platform/clock.h"
 #include "platform/environment.h"
@@ -83,20 +84,44 @@ bool AppendFromEnvironment(cvn::StringView reference, cvn::String* out) {
   return true;
 }
 
-// Expands the reference between `start` and `closing`, and appends it. Gives the position to go on
-// at.
-std::size_t AppendReference(cvn::StringView text, std::size_t start, std::size_t closing,
-                            VariableStore* variables, cvn::String* out) {
-  const cvn::StringView name = text.substr(start, closing - start);
+// Appends what the name between two percent signs of a text stands for. False when that is nothing.
+bool AppendReference(cvn::StringView name, VariableStore* variables, cvn::String* out) {
   if (const cvn::String* value = variables->Find(name)) {
     out->Append(*value);
-  } else if (cvn::EqualNoCase(name, u"random")) {
-    out->Append(DrawRandom());
-  } else if (!AppendFromEnvironment(text.substr(start - 1, closing - start + 2), out)) {
-    out->Append(text.substr(start - 1, closing - start + 1));
-    return closing;
+    return true;
   }
-  return closing + 1;
+  if (cvn::EqualNoCase(name, kRandomVariable)) {
+    out->Append(DrawRandom());
+    return true;
+  }
+  return AppendFromEnvironment({name.data() - 1, name.size() + 2}, out);
+}
+
+// Gives the text from `percent` on, its first percent sign, piece by piece: to `onText` what stays,
+// to `onReference` the names in references. It tells whether the reference is dealt with.
+template <typename OnText, typename OnReference>
+void TakeApart(cvn::StringView text, std::size_t percent, OnText onText, OnReference onReference) {
+  ReferenceScanner scanner(text);
+  std::size_t at = 0;
+  for (; percent != kNone; percent = cvn::FindUnit(text, u'%', at)) {
+    onText(text.substr(at, percent - at));
+    at = percent + 1;
+    if (at < text.size() && text[at] == u'%') {
+      onText(text.substr(at, 1));
+      ++at;
+      continue;
+    }
+    const std::size_t closing = scanner.FindClosing(at);
+    if (closing == kNone) {
+      onText(text.substr(percent, 1));
+    } else if (onReference(text.substr(at, closing - at))) {
+      at = closing + 1;
+    } else {
+      onText(text.substr(percent, closing - percent));
+      at = closing;
+    }
+  }
+  onText(text.substr(at));
 }
 
 // The value of a text that is one reference to a variable and nothing else; null for any other
@@ -114,7 +139,7 @@ const cvn::String* FindSingleReference(cvn::StringView text, VariableStore* vari
 
 cvn::String ExpandVariables(const cvn::String& text, VariableStore* variables) {
   const cvn::StringView view = text;
-  std::size_t percent = cvn::FindUnit(view, u'%');
+  const std::size_t percent = cvn::FindUnit(view, u'%');
   if (percent == kNone) {
     return text;
   }
@@ -122,25 +147,16 @@ cvn::String ExpandVariables(const cvn::String& text, VariableStore* variables) {
     return *value;
   }
   cvn::String out;
-  ReferenceScanner scanner(view);
-  std::size_t at = 0;
-  for (; percent != kNone; percent = cvn::FindUnit(view, u'%', at)) {
-    out.Append(view.substr(at, percent - at));
-    at = percent + 1;
-    if (at < view.size() && view[at] == u'%') {
-      out.Append(u'%');
-      ++at;
-      continue;
-    }
-    const std::size_t closing = scanner.FindClosing(at);
-    if (closing == kNone) {
-      out.Append(u'%');
-    } else {
-      at = AppendReference(view, at, closing, variables, &out);
-    }
-  }
-  out.Append(view.substr(at));
+  TakeApart(
+      view, percent, [&out](cvn::StringView piece) { out.Append(piece); },
+      [&](cvn::StringView name) { return AppendReference(name, variables, &out); });
   return out;
+}
+
+void VisitReferences(cvn::StringView text,
+                     const std::function<bool(cvn::StringView name)>& stands) {
+  TakeApart(
+      text, cvn::FindUnit(text, u'%'), [](cvn::StringView /*piece*/) {}, stands);
 }
 
 }  // namespace tessel

@@ -42,10 +42,10 @@ PatchDates ReadDates(const TiXmlElement* header) {
 ExpiryResult CheckPatchExpiry(const TiXmlElement* header, std::int64_t nowTicks) {
   PatchDates dates = ReadDates(header);
   if (dates.patchType == u"update") {
-    return {true, 0};
+    return {true, 0, dates.created};
   }
   if (nowTicks / platform::clock::kTicksPerSecond < dates.created) {
-    return {false, 0};
+    return {false, 0, dates.created};
   }
   if (dates.days == 0) {
     TraceLine(u"Use default value for expirationDays.");
@@ -61,7 +61,7 @@ ExpiryResult CheckPatchExpiry(const TiXmlElement* header, std::int64_t nowTicks)
       static_cast<std::int64_t>(static_cast<std::uint64_t>(nowTicks) -
                                 created * std::uint64_t{platform::clock::kTicksPerSecond});
   const float daysLeft = static_cast<float>(dates.days) - static_cast<float>(age) / kTicksPerDay;
-  return {!(daysLeft < 0), expiresAt};
+  return {!(daysLeft < 0), expiresAt, dates.created};
 }
 
 }  // namespace tessel

@@ -12,6 +12,7 @@ namespace tessel {
 struct ExpiryResult {
   bool valid;
   std::int64_t expiresAt;  // seconds since 1970; 0 when the check did not get that far
+  std::int64_t madeAt;     // likewise, as the header has it
 };
 
 // Judges the dates in the `property` children of `header` at the moment `nowTicks` (100-nanosecond

@@ -24,6 +24,10 @@ inline constexpr std::int32_t kLoadInvalid = 1636;
 // What Run answers when the script ends without an exit command.
 inline constexpr std::int32_t kRanOffTheEnd = -1;
 
+// What the process ends with for what Run answers: a negative number whatever the sign was,
+// computed so that the most negative one is no exception.
+constexpr std::int32_t ProcessCodeOf(std::int32_t answer) { return answer > 0 ? -answer : answer; }
+
 // What it answers when the program was asked to stop: ERROR_CANCELLED.
 inline constexpr std::int32_t kRunCancelled = -1223;
 

@@ -1,6 +1,8 @@
 // The variables of a script, and the expansion of references to them.
 #pragma once
 
+#include <functional>
+
 #include "engine/object_store.h"
 #include "support/containers.h"
 #include "support/string.h"
@@ -46,5 +48,10 @@ void SetVariable(cvn::StringView name, cvn::String value, VariableStore* variabl
 // that exists. An unknown reference stays as it is, and %% gives one percent sign. A text that is
 // one single reference shares the variable's memory.
 cvn::String ExpandVariables(const cvn::String& text, VariableStore* variables);
+
+// Shows `stands` the name of each reference that the expansion of `text` looks up, in their order.
+// It tells whether the name stands for something: the percent sign behind one that doesn't may
+// begin the next reference. The names are views into `text`, with the sign before and behind them.
+void VisitReferences(cvn::StringView text, const std::function<bool(cvn::StringView name)>& stands);
 
 }  // namespace tessel

@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "engine/builtin_variables.h"
 #include "engine/script_engine.h"
 #include "files/path_text.h"
 #include "launcher/admission.h"
@@ -185,15 +186,13 @@ RunEnd PatchRun::RunScript() {
   if (refused.exitCode != 0) {
     return refused;
   }
-  SetVariable(u"scriptdir",
+  SetVariable(kScriptFolderVariable,
               ProtectedFolderPath().Empty() ? GetParentFolder(Path()) : ProtectedFolderPath(),
               &ProcessVariables());
   TraceLine(u"Execute");
   const std::int32_t result = engine_->Run();
   const std::int32_t written = FlushRegistry();
-  // As a negative number whatever its sign was; computed so that the most negative one is no
-  // exception.
-  const std::int32_t ended = result > 0 ? -result : result;
+  const std::int32_t ended = ProcessCodeOf(result);
   return {.exitCode = ended == 0 ? -written : ended,
           .detail = written != 0             ? u"RegistryWriteFault"
                     : engine_->IsCancelled() ? u"PatchCancelled"

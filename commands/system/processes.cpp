@@ -318,7 +318,7 @@ constexpr AttributeDescription kProcessImpersonateUserAttributes[] = {
     Naming(Following(Expanded<&FunctionProcessImpersonateUser::username>(
                          u"username", Presence::NonEmpty, u"The user's name."),
                      u"domain"),
-           Subject::User, Use::ActAs),
+           Subject::User, Use::Become),
     Expanded<&FunctionProcessImpersonateUser::password>(
         u"password", Presence::NonEmpty, u"The password. It doesn't show in the trace."),
 };
@@ -353,7 +353,7 @@ constexpr CommandDescription kProcessRevertToSelf = {
     .attributes = {},
     .failures = kProcessRevertToSelfFailures,
     .notes = u"It succeeds, too, when the run went on as nobody else.",
-    .fixedSubject = {Subject::User, Use::ActAs, u"the run's own user"},
+    .fixedSubject = {Subject::User, Use::Become, u"the run's own user"},
 };
 
 // Gives the entry point's result, or the code of what kept it from being called.

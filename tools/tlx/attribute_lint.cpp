@@ -6,6 +6,7 @@
 #include "support/format.h"
 #include "support/numbers.h"
 #include "support/utf.h"
+#include "tools/tlx/references.h"
 #include "tools/tlx/spelling.h"
 
 namespace tlx {
@@ -17,8 +18,6 @@ using tessel::AttributeForm;
 using tessel::AttributeMap;
 using tessel::CommandDescription;
 using tessel::FunctionBase;
-
-constexpr std::size_t kNone = cvn::StringView::npos;
 
 bool IsChoice(const AttributeDescription& attribute, cvn::StringView value) {
   return std::ranges::find(attribute.choices, value) != attribute.choices.end();
@@ -50,20 +49,6 @@ void TellFault(const TiXmlElement& element, const AttributeDescription& attribut
   findings->Error(PlaceOf(element, attribute), cvn::Format(u"'%s': %s", NameOf(element), text));
 }
 
-bool StartsName(char16_t c) {
-  return c == u'_' || (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
-}
-
-bool ContinuesName(char16_t c) { return StartsName(c) || (c >= u'0' && c <= u'9') || c == u'.'; }
-
-// The part of a variable's name that is used as it is written: all but the index of an array.
-cvn::StringView LiteralPart(cvn::StringView name) {
-  const std::size_t bracket = name.find(u'[');
-  const bool hasIndex =
-      bracket != kNone && bracket > 0 && name.ends_with(u']') && bracket + 2 < name.size();
-  return hasIndex ? name.substr(0, bracket) : name;
-}
-
 // What a value that holds a reference, or is no value at all, counts as; empty when it is a text.
 cvn::String CountsAs(const AttributeDescription& attribute, const cvn::String& value) {
   switch (attribute.form) {
@@ -83,7 +68,8 @@ cvn::String CountsAs(const AttributeDescription& attribute, const cvn::String& v
 bool WarnOfReference(const TiXmlBase& where, const AttributeDescription& attribute,
                      const cvn::String& value, Findings* findings) {
   const bool isVariable = attribute.form == AttributeForm::Variable;
-  const cvn::StringView reference = FindReference(isVariable ? LiteralPart(value) : value.AsView());
+  const cvn::StringView reference =
+      FindReference(isVariable ? ElementName(value).name : value.AsView());
   if (attribute.form == AttributeForm::Expanded || attribute.form == AttributeForm::Label ||
       reference.empty()) {
     return false;
@@ -170,29 +156,6 @@ const TiXmlAttribute* FindAttribute(const TiXmlElement& element, const char* nam
 const TiXmlBase& PlaceOf(const TiXmlElement& element, const char* name) {
   const TiXmlAttribute* attribute = FindAttribute(element, name);
   return attribute == nullptr ? static_cast<const TiXmlBase&>(element) : *attribute;
-}
-
-cvn::StringView FindReference(cvn::StringView text) {
-  for (std::size_t at = text.find(u'%'); at != kNone; at = text.find(u'%', at)) {
-    const std::size_t start = at++;
-    if (at < text.size() && text[at] == u'%') {
-      ++at;
-      continue;
-    }
-    if (at == text.size() || !StartsName(text[at])) {
-      continue;
-    }
-    while (at < text.size() && ContinuesName(text[at])) {
-      ++at;
-    }
-    if (at < text.size() && text[at] == u'[') {
-      at = std::min(text.find(u']', at), text.size() - 1) + 1;
-    }
-    if (at < text.size() && text[at] == u'%') {
-      return text.substr(start, at + 1 - start);
-    }
-  }
-  return {};
 }
 
 void JudgeAttributes(const TiXmlElement& element, const CommandDescription& description,

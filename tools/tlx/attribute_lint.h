@@ -34,7 +34,4 @@ void JudgeLiteral(const TiXmlBase& where, cvn::StringView name, const cvn::Strin
 void WarnOfNumber(const TiXmlBase& where, cvn::StringView name, cvn::StringView value,
                   std::int64_t counted, Findings* findings);
 
-// A reference, "%name%", in the text; empty when there is none.
-cvn::StringView FindReference(cvn::StringView text);
-
 }  // namespace tlx

@@ -10,6 +10,7 @@
 #include "tools/tlx/attribute_lint.h"
 #include "tools/tlx/flow_cycles.h"
 #include "tools/tlx/handle_lint.h"
+#include "tools/tlx/references.h"
 
 namespace tlx {
 namespace {
@@ -156,18 +157,13 @@ void FlowLint::CheckEnd() {
   if (flow_.Commands().empty()) {
     findings_->Warn(script_, u"there is no command: the run ends with -1");
   }
-  cvn::List<FlowEdge> edges;
-  for (const FlowCommand& command : flow_.Commands()) {
-    if (command.sequel != kNoCommand || !command.isReached) {
-      continue;
-    }
-    flow_.FindEdges(command, &edges);
-    if (std::ranges::any_of(
-            edges, [](const FlowEdge& edge) { return edge.kind == FlowEdge::Kind::Sequence; })) {
-      findings_->Warn(*command.element,
-                      u"the script may end behind this command without an 'exit', with -1");
-      return;
-    }
+  // A 'goto' to nowhere is told where its target is.
+  const auto last = std::ranges::find_if(flow_.Commands(), [this](const FlowCommand& command) {
+    return !IsGoTo(command) && flow_.MayEndBehind(command);
+  });
+  if (last != flow_.Commands().end()) {
+    findings_->Warn(*last->element,
+                    u"the script may end behind this command without an 'exit', with -1");
   }
 }
 

@@ -240,4 +240,13 @@ void ScriptFlow::FindEdges(const FlowCommand& command, cvn::List<FlowEdge>* edge
   }
 }
 
+bool ScriptFlow::MayEndBehind(const FlowCommand& command) const {
+  if (!command.isReached || (command.sequel != kNoCommand && !IsGoTo(command))) {
+    return false;
+  }
+  cvn::List<FlowEdge> edges;
+  FindEdges(command, &edges);
+  return std::ranges::find(edges, kNoCommand, &FlowEdge::to) != edges.end();
+}
+
 }  // namespace tlx

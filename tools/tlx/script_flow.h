@@ -81,6 +81,8 @@ class ScriptFlow {
   std::size_t TargetOf(const FlowCommand& command) const;
   // Sets `*edges` to what may happen after a command.
   void FindEdges(const FlowCommand& command, cvn::List<FlowEdge>* edges) const;
+  // Whether some run may come to the command and end behind it, without an 'exit'.
+  bool MayEndBehind(const FlowCommand& command) const;
 
  private:
   void AddCommands();

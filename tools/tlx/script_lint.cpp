@@ -11,6 +11,7 @@
 #include "tools/tlx/attribute_lint.h"
 #include "tools/tlx/flow_lint.h"
 #include "tools/tlx/header_lint.h"
+#include "tools/tlx/references.h"
 #include "tools/tlx/script_flow.h"
 #include "tools/tlx/spelling.h"
 
