@@ -18,8 +18,13 @@ import spooled_events
 import world
 from world import INSTALL, expect
 
-VERIFICATION = jsonschema.Draft7Validator(json.loads(
-    (pathlib.Path(__file__).resolve().parents[2] / 'docs' / 'verify.schema.json').read_text()))
+DOCS = pathlib.Path(__file__).resolve().parents[2] / 'docs'
+SCHEMAS = {name: json.loads((DOCS / name).read_text())
+           for name in ('inspect.schema.json', 'verify.schema.json')}
+VERIFICATION = jsonschema.Draft7Validator(SCHEMAS['verify.schema.json'])
+INSPECTION = jsonschema.Draft7Validator(
+    SCHEMAS['inspect.schema.json'],
+    resolver=jsonschema.RefResolver('', SCHEMAS['inspect.schema.json'], store=SCHEMAS))
 NOBODY = 65534
 SERVICE = pathlib.PurePath('Update Service')
 # Runs until the file 'go' is there, and tells by the file 'started' that it does.
@@ -147,15 +152,31 @@ class Run:
         return dataclasses.replace(ended, foretold=foretold)
 
     def foretell(self):
-        """What 'tlx verify' says of the run to come. It changes nothing."""
+        """What 'tlx verify' says of the run to come, and 'tlx inspect' too. They change nothing."""
         before = snapshot(self.folder)
         tool = subprocess.run([self.gates.tlx, 'verify', self.patch, '--machine', self.machine,
                                '--json'], capture_output=True, check=False)
         said = json.loads(tool.stdout)
         VERIFICATION.validate(said)
+        self.inspect(said)
         expect(snapshot(self.folder) == before or self.has_company, 'tlx verify changed something')
         expect(tool.returncode == (0 if said['starts'] else 1), f'tlx verify: {tool}')
         return said
+
+    def inspect(self, verified):
+        """'tlx inspect' tells of every patch that can be read, and of its catalog what verify does."""
+        tool = subprocess.run([self.gates.tlx, 'inspect', self.patch, '--machine', self.machine,
+                               '--json'], capture_output=True, check=False)
+        if tool.returncode != 0:
+            expect(tool.returncode == 1 and not tool.stdout and not verified['starts'],
+                   f'tlx inspect: {tool}')
+            return
+        told = json.loads(tool.stdout)
+        INSPECTION.validate(told)
+        expect(told['container']['key'] == 'own' and told['header']['id'] == verified['header']['id'],
+               f'tlx inspect: {told}')
+        expect(told.get('verification', verified) == verified or self.has_company,
+               f'tlx inspect says {told}, and tlx verify {verified}')
 
     def checked(self):
         """What tlx machine check tells of the machine."""

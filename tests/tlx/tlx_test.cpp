@@ -237,9 +237,49 @@ TEST_F(TlxTest, ADashIsAStandardStream) {
   const std::string taken = from(In("s.xml"), {"graph", "-", "--out", In("s.xml")});
   EXPECT_EQ(taken,
             "1" + In("s.xml") + ": error: it is a file that was read, and isn't written over\n");
+  EXPECT_NE(from(In("s.xml"), {"inspect", "-"}).find("0-\n  Kind:        a script"),
+            std::string::npos);
   EXPECT_EQ(from(Key("one"), {"unpack", "--key", "-", "--in", "-", "--out", "-"})[0], '1');
   EXPECT_EQ(from("/dev/null", {"keygen", "--private", "-", "--public", "-"}),
             "1-: error: the two keys can't share a file\n");
+}
+
+TEST_F(TlxTest, PatchesAndScriptsAreInspected) {
+  ASSERT_EQ(Pack(kScript).exitCode, 0);
+  const std::string patch = ReadFile(In("p.tlx"));
+  std::string flipped = patch;
+  flipped[100] = static_cast<char>(flipped[100] ^ 1);
+  std::string text = patch;
+  text[0] = '<';  // as a block may begin
+  const struct {
+    std::string bytes;
+    Lines options;
+    std::string told;  // of what is printed, or the error
+  } cases[] = {
+      {kScript, {}, "a script as it is, not packed\n  Size:        38 bytes\n"},
+      {std::string("\xEF\xBB\xBF\r\n ") + kScript, {}, "a script as it is, not packed\n"},
+      {patch, {"--key", PublicKey("one")}, "a patch of 1 blocks\n  Size:        256 bytes\n"},
+      {patch,
+       {},
+       "it isn't a patch for this program: neither a script, nor made with the private "},
+      {patch, {"--key", PublicKey("two")}, "the block at offset 0 was not made with this pair"},
+      {flipped, {"--key", PublicKey("one")}, "the block at offset 0 was not made with this pair"},
+      {text, {}, "it isn't a patch for this program"},
+      {patch.substr(1), {}, "no patch, or a part of one: its 255 bytes are not a multiple of 256"},
+      {"", {}, ":1: error: the file is empty"},
+      {"<p version='1'>\n <script></p>", {}, ":2:10: error: not well-formed XML"},
+  };
+  for (const auto& row : cases) {
+    WriteFile(In("i"), row.bytes);
+    Lines words = {"inspect", In("i")};
+    words.insert(words.end(), row.options.begin(), row.options.end());
+    const ToolResult result = Tlx(words);
+    const bool isTold = row.told.starts_with("a ");
+    EXPECT_EQ(result.exitCode, isTold ? 0 : 1) << result.err;
+    EXPECT_EQ(isTold ? result.err : result.out, "");
+    EXPECT_NE((result.out + result.err).find(row.told), std::string::npos)
+        << result.out << result.err;
+  }
 }
 
 TEST_F(TlxTest, EventsAreOneObjectInOneLine) {

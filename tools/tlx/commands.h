@@ -10,6 +10,7 @@ extern const CommandSpec kCatalogCommand;
 extern const CommandSpec kChangesCommand;
 extern const CommandSpec kEventsCommand;
 extern const CommandSpec kGraphCommand;
+extern const CommandSpec kInspectCommand;
 extern const CommandSpec kKeygenCommand;
 extern const CommandSpec kLintCommand;
 extern const CommandSpec kMachineCheckCommand;

@@ -37,16 +37,17 @@ int FindPatch(cvn::StringView operand, cvn::String* patch) {
   return kExitDone;
 }
 
+bool HasNoDefaultMachine() {
+  return !platform::environment::Get(u"TESSEL_MACHINE").has_value() &&
+         !paths::IsDirectory(paths::OfCaller(platform::machine::DefaultFolder()));
+}
+
 bool IsDefaultMachineMissing() {
-  const cvn::String folder = platform::machine::DefaultFolder();
-  if (platform::environment::Get(u"TESSEL_MACHINE").has_value() ||
-      paths::IsDirectory(paths::OfCaller(folder))) {
-    return false;
+  const bool isMissing = HasNoDefaultMachine();
+  if (isMissing) {
+    FailOnFile(platform::machine::DefaultFolder(), kNoMachineYet);
   }
-  FailOnFile(folder,
-             u"there is no machine yet; the first run makes one, which trusts nobody's signatures. "
-             u"--machine names another");
-  return true;
+  return isMissing;
 }
 
 }  // namespace tlx

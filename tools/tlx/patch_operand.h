@@ -12,7 +12,13 @@ cvn::String FullPathOf(cvn::StringView operand);
 // that it told.
 int FindPatch(cvn::StringView operand, cvn::String* patch);
 
-// Whether there is no machine, and none was named: the first run makes one. Then the user is told.
+inline constexpr cvn::StringView kNoMachineYet =
+    u"there is no machine yet; the first run makes one, which trusts nobody's signatures. "
+    u"--machine names another";
+
+// Whether there is no machine, and none was named: the first run makes one.
+bool HasNoDefaultMachine();
+// The same; then the user is told.
 bool IsDefaultMachineMissing();
 
 }  // namespace tlx

@@ -16,11 +16,11 @@ using platform::streams::Output;
 using platform::streams::WriteLine;
 
 const CommandSpec* const kCommands[] = {
-    &kKeygenCommand,      &kLintCommand,         &kGraphCommand,   &kPackCommand,
-    &kUnpackCommand,      &kCatalogCommand,      &kVerifyCommand,  &kRehearseCommand,
-    &kApplyCommand,       &kUndoCommand,         &kChangesCommand, &kMachineCreateCommand,
-    &kMachineShowCommand, &kMachineCheckCommand, &kEventsCommand,  &kReferenceCommand,
-    &kSchemaCommand};
+    &kKeygenCommand,        &kLintCommand,        &kGraphCommand,        &kInspectCommand,
+    &kPackCommand,          &kUnpackCommand,      &kCatalogCommand,      &kVerifyCommand,
+    &kRehearseCommand,      &kApplyCommand,       &kUndoCommand,         &kChangesCommand,
+    &kMachineCreateCommand, &kMachineShowCommand, &kMachineCheckCommand, &kEventsCommand,
+    &kReferenceCommand,     &kSchemaCommand};
 
 bool IsHelp(cvn::StringView argument) { return argument == u"--help" || argument == u"-h"; }
 

@@ -1,9 +1,7 @@
-#include "platform/formats/patch_container.h"
-#include "support/format.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
-#include "tools/tlx/key_file.h"
 #include "tools/tlx/messages.h"
+#include "tools/tlx/patch_input.h"
 
 namespace tlx {
 namespace {
@@ -24,24 +22,9 @@ int Unpack(const Options& options) {
   if (patch.empty()) {
     return FailOnFile(patchPath, u"the file is empty");
   }
-  if (patch.size() % platform::kPatchBlockSize != 0) {
-    return FailOnFile(
-        patchPath, cvn::Format(u"no patch, or a part of one: its %u bytes are not a multiple of %u",
-                               patch.size(), platform::kPatchBlockSize));
-  }
-  cvn::String problem;
-  const platform::OpenSsl<RSA> key = ReadPublicKey(options.Value(u"--key"), &problem);
-  if (key == nullptr) {
-    return FailOnFile(options.Value(u"--key"), problem);
-  }
   std::string script;
-  std::size_t badOffset = 0;
-  if (!platform::DecipherPatch(key.get(), patch, &script, &badOffset)) {
-    return FailOnFile(
-        patchPath,
-        cvn::Format(u"the block at offset %u was not made with this pair of keys", badOffset));
-  }
-  return WriteWholeFile(options.Value(u"--out"), script);
+  const int exitCode = DecipherWith(options.Value(u"--key"), patchPath, patch, &script);
+  return exitCode == kExitDone ? WriteWholeFile(options.Value(u"--out"), script) : exitCode;
 }
 
 }  // namespace

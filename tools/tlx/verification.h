@@ -9,6 +9,7 @@
 
 #include "launcher/examination.h"
 #include "launcher/patch_metadata.h"
+#include "platform/error.h"
 #include "support/containers.h"
 #include "support/string.h"
 
@@ -28,8 +29,23 @@ struct Verification {
   bool Starts() const { return exitCode == 0; }
 };
 
+// Why a patch can't be judged on a machine.
+struct MachineProblem {
+  cvn::String place;
+  cvn::StringView text;
+};
+
+// Opens the machine of that folder, or without one that which tessel takes; never makes one.
+// `*opened` is the code of that, for JudgePatch. A problem when there is no machine to judge on.
+std::optional<MachineProblem> OpenMachineToJudge(cvn::StringView folder, Verification* verification,
+                                                 platform::Code* opened);
+// Judges the patch `verification->patch`, and fills in all but that, as far as a run would come.
+void JudgePatch(platform::Code machineOpened, Verification* verification);
+
 // For people, in lines.
 cvn::List<cvn::String> DescribeVerification(const Verification& verification);
+// Its signatures and files, a row or two for each.
+void AddCatalogInShort(const tessel::CatalogJudgement& catalog, cvn::List<cvn::String>* lines);
 // As docs/verify.schema.json describes it.
 Json::Value VerificationJson(const Verification& verification);
 

@@ -7,6 +7,7 @@
 #include "support/utf.h"
 #include "telemetry/reason_names.h"
 #include "tools/tlx/machine_text.h"
+#include "tools/tlx/text_rows.h"
 #include "tools/tlx/verification.h"
 
 namespace tlx {
@@ -15,16 +16,32 @@ namespace {
 namespace signatures = platform::signatures;
 using Lines = cvn::List<cvn::String>;
 
-void AddRow(cvn::StringView title, cvn::StringView text, Lines* lines) {
-  lines->push_back(cvn::Format(u"  %-13s%s", title, Printable(text)));
+void AddFileCount(const tessel::CatalogJudgement& catalog, Lines* lines) {
+  const auto genuine = std::ranges::count(catalog.files, tessel::FileState::Genuine,
+                                          &tessel::CatalogJudgement::ListedFile::state);
+  AddRow(u"Files:", cvn::Format(u"%u listed, %u of them genuine", catalog.files.size(), genuine),
+         lines);
 }
 
-void AddSignature(const tessel::SignatureFinding& finding, Lines* lines) {
+void AddVerdict(const tessel::SignatureFinding& finding, Lines* lines) {
   const cvn::String problem = tessel::WhatIsWrong(finding);
   AddRow(u"Signature:",
          problem.Empty() ? cvn::String(u"good, and the publisher's")
                          : cvn::Format(u"refused: %s", problem),
          lines);
+}
+
+void AddGoodUntil(const tessel::SignatureFinding& finding, Lines* lines) {
+  if (tessel::WhatIsWrong(finding).Empty()) {
+    AddRow(u"  good until",
+           finding.signer.goodUntil ? UtcText(*finding.signer.goodUntil)
+                                    : cvn::String(u"no end: the time stamp keeps it good"),
+           lines);
+  }
+}
+
+void AddSignature(const tessel::SignatureFinding& finding, Lines* lines) {
+  AddVerdict(finding, lines);
   if (!finding.signer.certificates.empty()) {
     const signatures::Certificate& signer = finding.signer.certificates.front();
     AddRow(u"  signer", signer.subject, lines);
@@ -48,12 +65,7 @@ void AddSignature(const tessel::SignatureFinding& finding, Lines* lines) {
   } else if (!finding.signer.certificates.empty()) {
     AddRow(u"  stamped", u"no", lines);
   }
-  if (problem.Empty()) {
-    AddRow(u"  good until",
-           finding.signer.goodUntil ? UtcText(*finding.signer.goodUntil)
-                                    : cvn::String(u"no end: the time stamp keeps it good"),
-           lines);
-  }
+  AddGoodUntil(finding, lines);
 }
 
 void AddCatalog(const tessel::CatalogJudgement& catalog, Lines* lines) {
@@ -63,10 +75,7 @@ void AddCatalog(const tessel::CatalogJudgement& catalog, Lines* lines) {
   if (catalog.files.empty()) {
     return;
   }
-  const auto genuine = std::ranges::count(catalog.files, tessel::FileState::Genuine,
-                                          &tessel::CatalogJudgement::ListedFile::state);
-  AddRow(u"Files:", cvn::Format(u"%u listed, %u of them genuine", catalog.files.size(), genuine),
-         lines);
+  AddFileCount(catalog, lines);
   for (const tessel::CatalogJudgement::ListedFile& file : catalog.files) {
     AddRow(cvn::Format(u"  %s", NameOf(file.state)),
            file.isPatch ? cvn::Format(u"%s (the patch)", file.name) : file.name, lines);
@@ -113,6 +122,16 @@ void AddWay(const tessel::Examination& examination, Lines* lines) {
 }
 
 }  // namespace
+
+void AddCatalogInShort(const tessel::CatalogJudgement& catalog, Lines* lines) {
+  for (const tessel::SignatureFinding& finding : catalog.signatures) {
+    AddVerdict(finding, lines);
+    AddGoodUntil(finding, lines);
+  }
+  if (!catalog.files.empty()) {
+    AddFileCount(catalog, lines);
+  }
+}
 
 Lines DescribeVerification(const Verification& verification) {
   const tessel::Examination& examination = verification.examination;
