@@ -54,6 +54,8 @@ class File {
   // Moves the position, counted in bytes from the start.
   Code Seek(std::uint64_t position);
   Code SeekToEnd();
+  // Cuts the file to `size` bytes, or fills it up with zeros; the position stays.
+  Code SetSize(std::uint64_t size);
   // Returns when the file's content has reached the disk.
   Code Flush();
   // Sets the last-write time, in 100-nanosecond units since 1601-01-01 UTC, as SetFileTime; the
@@ -84,10 +86,14 @@ Code CreateDirectoryRecursive(cvn::StringView path);
 // MOVEFILE_REPLACE_EXISTING and MOVEFILE_WRITE_THROUGH: with the codes of Move.
 Code Replace(cvn::StringView from, cvn::StringView to);
 
-// The same for a new version of a file: one that is at `to` hands on its owner, permissions and
-// attributes, and the spelling of its name, as ReplaceFileW does. 5 when it is read-only or no
-// file, 32 when it is open.
+// The same for a new version of a file: one that is at `to` hands on its owner, permissions,
+// attributes and streams, and the spelling of its name, as ReplaceFileW does. 5 when it is read-only
+// or no file, 32 when it is open, 1920 when it has streams that can't be read.
 Code TakePlace(cvn::StringView from, cvn::StringView to);
+
+// Whether the file that `path` leads to has other names (hard links), which TakePlace would leave
+// with the old version. On Linux that counts on C: only.
+bool HasOtherNames(cvn::StringView path);
 
 // Returns when the names in a folder have reached the disk, after a Move into it. On Windows the
 // file system's own log sees to that, and nothing happens.

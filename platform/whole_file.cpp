@@ -2,25 +2,12 @@
 
 #include <span>
 
+#include "platform/draft.h"
 #include "platform/error.h"
-#include "platform/paths.h"
+#include "platform/overwrite.h"
 #include "platform/private_file.h"
-#include "platform/random.h"
-#include "support/format.h"
 
 namespace platform {
-namespace {
-
-// Beside the file. Of a long name only the beginning is kept, for names can't be longer than 255.
-cvn::String TemporaryPathFor(cvn::StringView path) {
-  constexpr std::size_t kKeptName = 64;
-  const std::size_t name = paths::FindFileName(path).size();
-  const std::size_t cut = name > kKeptName ? name - kKeptName : 0;
-  return cvn::Format(u"%s.%08x.tmp", path.substr(0, path.size() - cut), SecureRandom32());
-}
-
-}  // namespace
-
 Code ReadWholeFile(cvn::StringView path, std::string* bytes) {
   files::File file;
   const Code code = files::Open(path, files::Access::Read, files::Share::Read,
@@ -60,7 +47,7 @@ Code ReadWholeFile(files::File* file, std::string* bytes) {
 }
 
 OutputFile::OutputFile(cvn::StringView path)
-    : path_(path), temporaryPath_(TemporaryPathFor(path)) {}
+    : path_(path), temporaryPath_(files::DraftPathFor(path)) {}
 
 OutputFile::~OutputFile() {
   if (!hasTemporary_) {
@@ -80,12 +67,16 @@ OutputFile::~OutputFile() {
 
 Code OutputFile::Write(std::string_view bytes, Readers readers) {
   readers_ = readers;
+  files::RemoveAbandonedDrafts(temporaryPath_);
   files::File file;
   Code code = readers == Readers::OwnerOnly
                   ? files::CreatePrivate(temporaryPath_, &file)
                   : files::Open(temporaryPath_, files::Access::Write, files::Share::None,
                                 files::Disposition::CreateNew, &file);
   hasTemporary_ = file.IsOpen();
+  if (code == kSuccess) {
+    code = files::ClaimDraft(temporaryPath_, &claim_);
+  }
   if (code == kSuccess) {
     code = file.Write(std::as_bytes(std::span(bytes)));
   }
@@ -96,12 +87,33 @@ Code OutputFile::Write(std::string_view bytes, Readers readers) {
 }
 
 Code OutputFile::Commit() {
+  if (readers_ == Readers::Anybody && files::HasOtherNames(path_)) {
+    return WriteOver();
+  }
+  const Code lastError = LastError();
   const Code code = readers_ == Readers::OwnerOnly ? files::Replace(temporaryPath_, path_)
                                                    : files::TakePlace(temporaryPath_, path_);
+  if (code == kCantAccessFile) {
+    SetLastError(lastError);
+    return WriteOver();
+  }
   if (code == kSuccess) {
     hasTemporary_ = false;
   }
   return code;
+}
+
+// The file stays the same one, with all its names and whatever it has beside its content.
+Code OutputFile::WriteOver() {
+  files::File from;
+  files::File to;
+  Code code = files::Open(temporaryPath_, files::Access::Read, files::Share::Read,
+                          files::Disposition::OpenExisting, &from);
+  if (code == kSuccess) {
+    code = files::Open(path_, files::Access::ReadWrite, files::Share::None,
+                       files::Disposition::OpenExisting, &to);
+  }
+  return code == kSuccess ? OverwriteContent(&from, &to) : code;
 }
 
 }  // namespace platform

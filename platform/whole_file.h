@@ -20,9 +20,12 @@ Code ReadWholeFile(cvn::StringView path, std::string* bytes);
 Code ReadWholeFile(files::File* file, std::string* bytes);
 
 // A file that appears under its name complete or not at all: it is written beside that name and
-// moved over it by Commit. Without a Commit the name keeps what it had, and nothing is left.
+// moved over it by Commit. Without a Commit the name keeps what it had, and nothing is left; what a
+// killed process leaves beside it, the next one removes.
 // An older file under the name hands on its permissions and attributes, unless only the owner may
-// read the new one.
+// read the new one. One that has other names too (hard links) is written over instead, so that all
+// of them have the new content, as when a program on Windows saves it: who is killed in that moment
+// leaves a part of both.
 class OutputFile {
  public:
   enum class Readers { Anybody, OwnerOnly };
@@ -40,8 +43,11 @@ class OutputFile {
   Code Commit();
 
  private:
+  Code WriteOver();
+
   cvn::String path_;
   cvn::String temporaryPath_;
+  files::File claim_;  // of the temporary file
   bool hasTemporary_ = false;
   Readers readers_ = Readers::Anybody;
 };

@@ -13,8 +13,10 @@
 #include <cstdio>
 #include <mutex>
 #include <set>
+#include <string_view>
 #include <tuple>
 
+#include "platform/formats/draft_name.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/file_names.h"
 #include "platform/random.h"
@@ -24,21 +26,11 @@ namespace {
 
 constexpr const char* kEnding = "tmp";
 
-// The process that made the draft of this name; 0 for any other name.
-pid_t MakerOf(const char* name) {
-  int maker = 0;
-  std::uint64_t number = 0;
-  int end = 0;
-  const bool isDraft =
-      std::sscanf(name, "tessel-%9d-%16" SCNx64 ".tmp%n", &maker, &number, &end) == 2;
-  return isDraft && end != 0 && name[end] == '\0' ? maker : 0;
-}
-
 // A draft is locked while it is made, because the number of a process means nothing to those in
 // other containers.
 void RemoveIfLeft(int folder, const char* name) {
-  const pid_t maker = MakerOf(name);
-  if (maker <= 0 || kill(maker, 0) == 0 || errno != ESRCH) {
+  const auto maker = static_cast<pid_t>(MakerOfDraft(std::string_view(name)));
+  if (maker == 0 || kill(maker, 0) == 0 || errno != ESRCH) {
     return;
   }
   const Descriptor draft(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -50,8 +42,18 @@ void RemoveIfLeft(int folder, const char* name) {
   }
 }
 
-// Once for each folder, which may have any number of files.
-void RemoveLeft(int folder) {
+}  // namespace
+
+std::string FreshName(const char* ending) {
+  // From a random start, so that what an ended process left is seldom in the way.
+  static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
+  std::array<char, 48> name;
+  std::snprintf(name.data(), name.size(), "tessel-%d-%016" PRIx64 ".%s", getpid(), counter++,
+                ending);
+  return name.data();
+}
+
+void RemoveAbandonedDrafts(int folder) {
   constexpr std::size_t kMostFolders = 10'000;
   static std::mutex mutex;
   // With the time of its making, since a number may be that of another folder later.
@@ -73,17 +75,6 @@ void RemoveLeft(int folder) {
   }
 }
 
-}  // namespace
-
-std::string FreshName(const char* ending) {
-  // From a random start, so that what an ended process left is seldom in the way.
-  static std::atomic<std::uint64_t> counter = std::uint64_t{SecureRandom32()} << 32;
-  std::array<char, 48> name;
-  std::snprintf(name.data(), name.size(), "tessel-%d-%016" PRIx64 ".%s", getpid(), counter++,
-                ending);
-  return name.data();
-}
-
 AtomicFile::~AtomicFile() {
   if (isNamed_) {
     unlinkat(folder_, name_.c_str(), 0);
@@ -92,13 +83,13 @@ AtomicFile::~AtomicFile() {
 
 int AtomicFile::Create(bool isTargetFree, mode_t permissions) {
   if (isTargetFree) {
-    file_.Reset(openat(folder_, ".", O_WRONLY | O_TMPFILE | O_CLOEXEC, permissions));
+    file_.Reset(openat(folder_, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, permissions));
   }
   return file_.Get() < 0 ? CreateWithFreshName(permissions) : 0;
 }
 
 int AtomicFile::CreateWithFreshName(mode_t permissions) {
-  RemoveLeft(folder_);
+  RemoveAbandonedDrafts(folder_);
   int error = EEXIST;
   constexpr int kAttempts = 8;
   for (int attempt = 0; error == EEXIST && attempt < kAttempts; ++attempt) {
@@ -112,7 +103,7 @@ int AtomicFile::CreateWithFreshName(mode_t permissions) {
 }
 
 int AtomicFile::CreateNew(mode_t permissions) {
-  file_.Reset(openat(folder_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
+  file_.Reset(openat(folder_, name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
   isNamed_ = file_.Get() >= 0;
   return isNamed_ ? 0 : errno;
 }

@@ -13,6 +13,11 @@ namespace platform::posix {
 // process and a number, and `ending` after a dot.
 std::string FreshName(const char* ending);
 
+// Removes from an open folder what processes that have ended left there under such names with
+// "tmp", once in a process for each folder: regular files of this account with no other name, which
+// nobody has locked.
+void RemoveAbandonedDrafts(int folder);
+
 // A file under construction, and gone at the end of its life unless it got its name. It lies in one
 // folder, which its maker holds open for all of that life. All operations give 0, or the value of
 // errno.
@@ -25,8 +30,7 @@ class AtomicFile {
 
   // Makes the file. For a name that is free it has none before, where the host can make such files:
   // then nothing is left of it if the process is killed. Else it is called "tessel-....tmp" until
-  // then; and of what processes that have ended left under such names in the folder, it first
-  // removes what is of this account and of its kind.
+  // then, and it first removes what others left so. It is open for reading and writing.
   int Create(bool isTargetFree, mode_t permissions);
 
   int File() const { return file_.Get(); }

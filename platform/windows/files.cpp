@@ -113,6 +113,14 @@ Code File::Seek(std::uint64_t position) {
 
 Code File::SeekToEnd() { return MovePosition(handle_, 0, FILE_END); }
 
+Code File::SetSize(std::uint64_t size) {
+  LastErrorKeeper lastError;
+  FILE_END_OF_FILE_INFO end{};
+  end.EndOfFile.QuadPart = static_cast<LONGLONG>(size);
+  return lastError.Outcome(
+      ::SetFileInformationByHandle(HandleOf(handle_), FileEndOfFileInfo, &end, sizeof(end)) != 0);
+}
+
 Code File::Flush() {
   LastErrorKeeper lastError;
   return lastError.Outcome(::FlushFileBuffers(HandleOf(handle_)) != 0);
@@ -168,6 +176,20 @@ Code TakePlace(cvn::StringView from, cvn::StringView to) {
         ::MoveFileExW(Wide(PathForCall(from)), Wide(PathForCall(to)), MOVEFILE_WRITE_THROUGH) != 0;
   }
   return lastError.Outcome(done);
+}
+
+bool HasOtherNames(cvn::StringView path) {
+  LastErrorKeeper lastError;
+  const HANDLE handle = ::CreateFileW(Wide(PathForCall(path)), FILE_READ_ATTRIBUTES,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    return false;
+  }
+  BY_HANDLE_FILE_INFORMATION information{};
+  const bool isKnown = ::GetFileInformationByHandle(handle, &information) != 0;
+  ::CloseHandle(handle);
+  return isKnown && information.nNumberOfLinks > 1;
 }
 
 Code FlushFolder(cvn::StringView /*path*/) { return kSuccess; }

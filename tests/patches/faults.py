@@ -163,7 +163,7 @@ class Bench(world.World):
 _VARIABLE = [(re.compile(pattern), text) for pattern, text in (
     (r'ts-\d+-\d+', 'ts'), (r'(customPatches.)\d+-\d+', r'\1run'),
     (r'[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}', 'UUID'), (r'deleted_-?\d+_', 'deleted_'),
-    (r'tessel-[0-9a-f]{16}\.tmp', 'tessel.tmp'), (r'\.[0-9a-f]{8}\.tmp', '.tmp'),
+    (r'tessel-\d+-[0-9a-f]{16}\.tmp', 'tessel.tmp'),
     (r'0x[0-9A-F]{16}', 'POINTER'), (r'(?i)process(es)? (with )?(id )?\W*\d+', 'process N'))]
 
 

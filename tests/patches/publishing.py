@@ -92,7 +92,7 @@ def not_files(this, folder):
     """What is no regular file is told, without waiting for anybody, and --force doesn't help."""
     place = this.patch_folder(folder)
     os.mkfifo(place / 'pipe')
-    (place / 'patch.cat.0123abcd.tmp').touch()
+    (place / 'tessel-1-0123456789abcdef.tmp').touch()
     for name, target in (('file', 'fix.tlx'), ('folder', 'Sub'), ('patch.cat', 'nowhere')):
         (place / name).symlink_to(target)
     for more in ((), ('--force',)):
@@ -102,9 +102,9 @@ def not_files(this, folder):
                 ('file', 'it is a link; a patch takes only files themselves along'),
                 ('folder', 'it is a link; a patch takes only files themselves along'),
                 ('patch.cat', 'it is a link; a patch takes only files themselves along'),
-                ('patch.cat.0123abcd.tmp', 'it is left of a catalog that was never finished; '
-                                           'remove it'),
-                ('pipe', 'it is no regular file, and no run takes it'))], f'{code} {lines}')
+                ('pipe', 'it is no regular file, and no run takes it'),
+                ('tessel-1-0123456789abcdef.tmp', 'it was never finished, unless another tlx is at '
+                                                  'it; remove it'))], f'{code} {lines}')
 
 
 def signers(this, folder):

@@ -6,7 +6,9 @@
 #include "platform/held_folder.h"
 #include "platform/paths.h"
 #include "platform/private_file.h"
+#include "platform/process.h"
 #include "platform/registry.h"
+#include "support/format.h"
 #include "tests/platform/file_steps.h"
 
 namespace platform::test {
@@ -236,6 +238,39 @@ TEST_F(FilesConformance, DeletesReplacesAndTakesPlaces) {
       {Empty, u"version"},
       {TakePlace, u"version", u"another"},
       {Has, u"another", u"new"},
+  };
+  Run(kSteps);
+}
+
+TEST_F(FilesConformance, NewContentReachesAllNamesOfAFile) {
+  constexpr cvn::StringView kAbandoned = u"tessel-999999999-0123456789abcdef.tmp";
+  constexpr cvn::StringView kNoDraft = u"tessel-999999999-0123456789abcde.tmp";
+  const cvn::String longer(Repeated(u"long ", 100'000));
+  const cvn::String live = cvn::Format(u"tessel-%u-0123456789abcdef.tmp", process::CurrentId());
+  WriteContent(Path(u"longer"), Utf8(longer));
+  for (const cvn::StringView name : {live.AsView(), kAbandoned, kNoDraft}) {
+    WriteContent(Path(name), "");
+  }
+  const Step kSteps[] = {
+      {Link, u"file", u"name"},
+      {Save, u"file"},
+      {Has, u"name", u"saved"},
+      {Copy, u"longer", u"name"},
+      {Has, u"file", longer},
+      {Copy, u"other", u"name"},
+      {Has, u"file", u"other content"},
+      {Mark<kReadOnly>, u"name"},
+      {Save, u"file", {}, kAccessDenied},
+      {Copy, u"longer", u"file", kAccessDenied},
+      {Mark<kNormal>, u"name"},
+      {Replace, u"longer", u"name"},
+      {Has, u"file", u"other content"},
+      {Save, u"file"},
+      {Has, u"name", longer},
+      // Of what others left, the drafts of processes that have ended are gone.
+      {Exists, kAbandoned, {}, kFileNotFound},
+      {Exists, live},
+      {Exists, kNoDraft},
   };
   Run(kSteps);
 }

@@ -5,6 +5,7 @@
 
 #include "platform/paths.h"
 #include "platform/text_file.h"
+#include "platform/whole_file.h"
 #include "tests/platform/fixture.h"
 
 namespace platform::test {
@@ -64,6 +65,15 @@ inline Code CopyAs(View name, View other, bool failIfExists) {
     SetLastError(kUntouched);
   }
   return code;
+}
+// Saves "saved" as a new version, past what an ended process left of one.
+inline Code Save(View name, View) {
+  OutputFile output(name);
+  const Code code = output.Write("saved", OutputFile::Readers::Anybody);
+  return code == kSuccess ? output.Commit() : code;
+}
+inline Code Link(View name, View other) {
+  return MakeOtherName(name, other) ? kSuccess : kGenFailure;
 }
 inline Code Copy(View name, View other) { return CopyAs(name, other, false); }
 inline Code CopyNew(View name, View other) { return CopyAs(name, other, true); }

@@ -23,6 +23,8 @@ void CleanPlatform();
 void RemoveTree(cvn::StringView folder);
 // Makes a link to a folder. False where there is none to be had.
 bool MakeFolderLink(cvn::StringView link, cvn::StringView folder);
+// Gives a file another name (a hard link).
+bool MakeOtherName(cvn::StringView file, cvn::StringView name);
 bool RunsUnderWine();
 // How many descriptors, or handles, the process has open.
 std::size_t OpenHandles();

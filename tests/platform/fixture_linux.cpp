@@ -48,6 +48,12 @@ bool MakeFolderLink(cvn::StringView link, cvn::StringView folder) {
   return symlink(HostPathOf(folder).c_str(), place.spelling.c_str()) == 0;
 }
 
+bool MakeOtherName(cvn::StringView file, cvn::StringView name) {
+  posix::HostPath place;
+  EXPECT_EQ(posix::Resolve(name, &place), kFileNotFound);
+  return link(HostPathOf(file).c_str(), place.spelling.c_str()) == 0;
+}
+
 bool RunsUnderWine() { return false; }
 
 std::size_t OpenHandles() {

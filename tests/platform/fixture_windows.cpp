@@ -40,6 +40,10 @@ bool MakeFolderLink(cvn::StringView link, cvn::StringView folder) {
   return ::GetFileAttributesW(Wide(PathForCall(link))) != INVALID_FILE_ATTRIBUTES;
 }
 
+bool MakeOtherName(cvn::StringView file, cvn::StringView name) {
+  return ::CreateHardLinkW(Wide(PathForCall(name)), Wide(PathForCall(file)), nullptr) != 0;
+}
+
 bool RunsUnderWine() {
   return windows::FindFunction<const char*()>("ntdll.dll", "wine_get_version") != nullptr;
 }

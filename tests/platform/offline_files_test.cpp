@@ -293,8 +293,14 @@ TEST_F(OfflineFiles, AFullDiskLeavesNoHalfFile) {
     GTEST_SKIP() << "file systems can't be mounted here";
   }
   WriteContent(Path(u"large"), std::string(1 << 20, 'x'));
+  WriteContent(Path(u"half"), std::string(160 << 10, 'x'));
   constexpr Step kSteps[] = {
       {Create, u"mount\\old"},
+      // There is room for the copy, and none to write it over.
+      {Link, u"mount\\old", u"mount\\name"},
+      {Copy, u"half", u"mount\\old", kDiskFull},
+      {Has, u"mount\\name", u"new"},
+      {Delete, u"mount\\name"},
       {Copy, u"large", u"mount\\new", kDiskFull},
       {Copy, u"large", u"mount\\old", kDiskFull},
       {Move<kMoveCopyAllowed>, u"large", u"mount\\new", kDiskFull},
@@ -332,25 +338,27 @@ TEST_F(OfflineFiles, ACopyHasTheSameHoles) {
 }
 
 // Under its name, a file is there whole or as it was before, whenever its writer is killed.
-TEST_F(OfflineFiles, AKilledCopyLeavesNoHalfFile) {
+TEST_F(OfflineFiles, AKilledWriterLeavesNoHalfFile) {
   const std::string older(3 << 20, 'o');
   const std::string newer(3 << 20, 'n');
   WriteContent(Path(u"older"), older);
   WriteContent(Path(u"newer"), newer);
   WriteContent(Path(u"target"), older);
-  const auto copyBoth = [this] {
+  const auto writeBoth = [&] {
     EXPECT_EQ(files::Copy(Path(u"newer"), Path(u"target"), false), kSuccess);
-    EXPECT_EQ(files::Copy(Path(u"older"), Path(u"target"), false), kSuccess);
+    OutputFile output(Path(u"target"));
+    EXPECT_EQ(output.Write(older, OutputFile::Readers::Anybody), kSuccess);
+    EXPECT_EQ(output.Commit(), kSuccess);
   };
-  KillInTheMiddle(30, copyBoth, [&] {
+  KillInTheMiddle(30, writeBoth, [&] {
     const std::string content = HostContentOf(Host("target"));
     ASSERT_TRUE(content == older || content == newer) << content.size() << " bytes";
   });
-  // What the killed ones left goes with the next copy, and what isn't theirs stays.
+  // What the killed ones left goes with the next, and what isn't theirs stays.
   for (const cvn::StringView name : {u"tessel-1-0123456789abcdef.tmp", u"tessel-99-x.tmp"}) {
     WriteContent(Path(name), "");
   }
-  copyBoth();
+  writeBoth();
   EXPECT_EQ(Found(Path(u"*")),
             "., .., newer, older, target, tessel-1-0123456789abcdef.tmp, tessel-99-x.tmp");
 }

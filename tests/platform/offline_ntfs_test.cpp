@@ -394,6 +394,41 @@ TEST_P(Ntfs, CopiesTakeStreamsAlong) {
   EXPECT_EQ(SecurityOf("old"), kOwn);
 }
 
+// Most files of System32 have another name in the component store.
+TEST_P(Ntfs, AllNamesOfAFileHaveWhatIsWritten) {
+  Run(std::initializer_list<Step>{
+      {Create, u"ntfs\\file"}, {Create, u"ntfs\\other"}, {Link, u"ntfs\\file", u"ntfs\\name"}});
+  Set("file", "user.old", "old");
+  Set("other", "user.new", "new");
+  Set("file", "system.ntfs_acl",
+      Descriptor("Installer", 0x8404, "0 0 1f01ff Installer 0 0 1200a9 Administrators"));
+  Run(std::initializer_list<Step>{{Save, u"ntfs\\file"}, {Has, u"ntfs\\name", u"saved"}});
+  EXPECT_EQ(Get("name", "user.old"), "old");
+  Run(std::initializer_list<Step>{{Copy, u"ntfs\\other", u"ntfs\\name"},
+                                  {Has, u"ntfs\\file", u"new"}});
+  EXPECT_EQ(Get("file", "user.old") + Get("file", "user.new"), "new");
+  EXPECT_EQ(SecurityOf("file"), kOwn);
+}
+
+// Streams of more than 64 KiB can't be read. A save leaves them where they are.
+TEST_P(Ntfs, LargeStreamsAreNotLost) {
+  Run(std::initializer_list<Step>{{Create, u"ntfs\\file"}});
+  umount2(Host("ntfs").c_str(), MNT_DETACH);
+  const std::string image = Host("image");
+  ASSERT_TRUE(Ran({"ntfs-3g", "-o", "streams_interface=windows", image, Host("ntfs")}));
+  std::ofstream(Host("ntfs/file:large")) << std::string(100'000, 's');
+  umount2(Host("ntfs").c_str(), 0);
+  ASSERT_TRUE(Ran({"ntfs-3g", "-o", GetParam(), image, Host("ntfs")}));
+  Run(std::initializer_list<Step>{{CopyNew, u"ntfs\\file", u"ntfs\\copy", kCantAccessFile},
+                                  {Exists, u"ntfs\\copy", {}, kFileNotFound},
+                                  {CopyNew, u"ntfs\\file", u"outside"},
+                                  {Save, u"ntfs\\file"},
+                                  {Has, u"ntfs\\file", u"saved"}});
+  char names[64] = {};
+  EXPECT_EQ(listxattr(Host("ntfs/file").c_str(), names, sizeof(names)), 11);
+  EXPECT_STREQ(names, "user.large");
+}
+
 TEST_P(Ntfs, FoldersHaveNoArchive) {
   Run(std::initializer_list<Step>{{Make, u"ntfs\\folder"}, {Create, u"ntfs\\folder\\file"}});
   EXPECT_EQ(WordOf("folder"), "10");

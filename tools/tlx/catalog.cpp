@@ -2,6 +2,7 @@
 #include <set>
 
 #include "files/path_text.h"
+#include "platform/draft.h"
 #include "platform/paths.h"
 #include "support/format.h"
 #include "tools/tlx/catalog_signature.h"
@@ -107,6 +108,8 @@ int CheckSigner(const Options& options, cvn::StringView path, const Draft& draft
 // --- The list
 
 int MakeList(const Options& options, std::string* list) {
+  // What is left of a catalog that was never finished is none of its files.
+  platform::files::RemoveAbandonedDrafts(CatalogPath(options));
   std::vector<ListedFile> files;
   const int exitCode = ListPatchFolder(Folder(options), options.Has(u"--force"), &files);
   if (exitCode != kExitDone) {

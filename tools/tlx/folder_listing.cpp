@@ -7,6 +7,7 @@
 #include "files/listing.h"
 #include "files/path_text.h"
 #include "platform/file_digest.h"
+#include "platform/formats/draft_name.h"
 #include "platform/held_folder.h"
 #include "platform/name_fold.h"
 #include "platform/paths.h"
@@ -71,13 +72,6 @@ class FolderWalk {
     }
   }
 
-  // A catalog that was being written when its writer was killed.
-  static bool IsDraft(cvn::StringView name) {
-    return name.ends_with(u".tmp") && name.size() > kCatalogName.size() &&
-           name[kCatalogName.size()] == u'.' &&
-           cvn::EqualNoCase(name.substr(0, kCatalogName.size()), kCatalogName);
-  }
-
   void Take(const cvn::String& folder, const cvn::String& place, const SearchEntry& entry) {
     cvn::String name = folder;
     if (!name.Empty()) {
@@ -90,8 +84,9 @@ class FolderWalk {
       folders_.push_back(std::move(name));
     } else if (!entry.IsRegular()) {
       exitCode_ = FailOnFile(place, kNoRegularFile);
-    } else if (IsDraft(name)) {
-      exitCode_ = FailOnFile(place, u"it is left of a catalog that was never finished; remove it");
+    } else if (platform::MakerOfDraft(cvn::StringView(entry.Name())) != 0) {
+      exitCode_ =
+          FailOnFile(place, u"it was never finished, unless another tlx is at it; remove it");
     } else if (!cvn::EqualNoCase(name, kCatalogName)) {
       files_.emplace_back().name = std::move(name);
     }

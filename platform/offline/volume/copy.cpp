@@ -18,6 +18,7 @@
 #include "platform/offline/volume/ntfs_security.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/volume.h"
+#include "platform/overwrite.h"
 
 namespace platform::posix {
 namespace {
@@ -150,78 +151,94 @@ Code FindTarget(const HostPath& target, const struct stat& source, HostPath* pla
   return code == kSuccess ? CheckUnused(*place) : code;
 }
 
-// The streams belong to the content, where there can be any: on drive C:, and wherever NTFS is.
-Code CopyStreamsOf(const HostPath& source, int from, const struct stat& entry, int to) {
-  return source.onMachine || DescriptorAttribute(from, entry.st_dev) != nullptr
-             ? CopyStreams(from, to)
-             : kSuccess;
+// An open file to be copied, and what it has beside its content.
+struct Source {
+  Descriptor file;
+  struct stat entry = {};
+  files::Attributes attributes = 0;
+  bool hasStreams = false;  // there can be any: on drive C:, and wherever NTFS is
+};
+
+Code Load(const HostPath& place, Source* source) {
+  Code code = OpenSource(place, &source->file, &source->entry);
+  if (code == kSuccess) {
+    code = ReadAttributes(source->file.Get(), source->entry, &source->attributes);
+  }
+  source->hasStreams =
+      code == kSuccess &&
+      (place.onMachine || DescriptorAttribute(source->file.Get(), source->entry.st_dev) != nullptr);
+  return code;
 }
 
-// Gives the new file what it has besides content. `place` has no entry where nothing is
-// replaced.
-Code Finish(const AtomicFile& draft, const struct stat& from, files::Attributes attributes,
-            const HostPath& place) {
-  const bool replaces = place.entry.st_mode != 0;
-  if (replaces) {
-    const Code code = CopyMetadata(place, draft.File(), Streams::Leave);
-    if (code != kSuccess) {
-      return code;
-    }
-  }
-  // A new file has ARCHIVE.
-  if (replaces || (attributes & ~files::kArchive) != 0) {
+// Gives the copy what belongs to its content. A new one has ARCHIVE as it is.
+Code Complete(const Source& source, bool isNew, int copy) {
+  Code code = source.hasStreams ? CopyStreams(source.file.Get(), copy) : kSuccess;
+  if (code == kSuccess && (!isNew || (source.attributes & ~files::kArchive) != 0)) {
     struct stat made {};
-    if (fstat(draft.File(), &made) != 0) {
-      return CodeOf(errno);
-    }
-    const Code code = StoreAttributes(draft.File(), made, attributes | files::kArchive);
+    code = fstat(copy, &made) == 0
+               ? StoreAttributes(copy, made, source.attributes | files::kArchive)
+               : CodeOf(errno);
     // Where there is no place for attributes, the content still counts.
-    if (code != kSuccess && code != kNotSupported) {
-      return code;
-    }
+    code = code == kNotSupported ? kSuccess : code;
   }
-  const timespec times[] = {{0, UTIME_OMIT}, from.st_mtim};
-  return futimens(draft.File(), times) == 0 ? kSuccess : CodeOf(errno);
+  const timespec times[] = {{0, UTIME_OMIT}, source.entry.st_mtim};
+  return code == kSuccess && futimens(copy, times) != 0 ? CodeOf(errno) : code;
 }
 
-Code CopyOnce(const HostPath& source, const HostPath& target, CopyOptions options) {
-  Descriptor from;
-  struct stat entry {};
-  Code code = OpenSource(source, &from, &entry);
-  if (code != kSuccess) {
-    return code;
+// Writes a copy that is whole over the file at `place`, all of whose names are to have it.
+Code WriteOver(const Source& source, const AtomicFile& draft, const HostPath& place) {
+  files::File whole(dup(draft.File()));
+  files::File target(place.Open(O_RDWR | O_NONBLOCK));
+  if (!whole.IsOpen() || !target.IsOpen()) {
+    return CodeOf(errno);
   }
+  const auto descriptor = static_cast<int>(target.Handle());
+  Code code = TakeShare(descriptor, files::Access::ReadWrite, files::Share::None);
+  if (code == kSuccess) {
+    code = OverwriteContent(&whole, &target);
+  }
+  if (code == kSuccess) {
+    code = RemoveStreams(descriptor);
+  }
+  return code == kSuccess ? Complete(source, false, descriptor) : code;
+}
+
+Code GiveName(const Source& source, AtomicFile* draft, const HostPath& place, CopyOptions options) {
+  const bool isNew = place.entry.st_mode == 0;
+  Code code = isNew ? kSuccess : CopyMetadata(place, draft->File(), Streams::Leave);
+  if (code == kSuccess) {
+    code = Complete(source, isNew, draft->File());
+  }
+  if (code == kSuccess && options.flush && fsync(draft->File()) != 0) {
+    code = CodeOf(errno, kWriteFault);
+  }
+  return code == kSuccess ? CodeOf(draft->Name(place.At().name, options.replace)) : code;
+}
+
+Code CopyOnce(const HostPath& from, const HostPath& target, CopyOptions options) {
+  Source source;
   HostPath place;
-  code = FindTarget(target, entry, &place);
+  Code code = Load(from, &source);
+  if (code == kSuccess) {
+    code = FindTarget(target, source.entry, &place);
+  }
   if (code != kSuccess) {
     return code;
   }
   AtomicFile draft(place.At().folder);
   const bool isNew = place.entry.st_mode == 0;
-  code = CodeOf(draft.Create(isNew, (entry.st_mode & 0777) | S_IWUSR));
+  code = CodeOf(draft.Create(isNew, (source.entry.st_mode & 0777) | S_IWUSR));
   if (code == kSuccess && isNew) {
     code = InheritSecurity(place.At().folder, draft.File());
   }
   if (code == kSuccess) {
-    code = CopyContent(from.Get(), entry, draft.File());
+    code = CopyContent(source.file.Get(), source.entry, draft.File());
   }
-  if (code == kSuccess) {
-    code = CopyStreamsOf(source, from.Get(), entry, draft.File());
+  if (code != kSuccess) {
+    return code;
   }
-  files::Attributes attributes = 0;
-  if (code == kSuccess) {
-    code = ReadAttributes(from.Get(), entry, &attributes);
-  }
-  if (code == kSuccess) {
-    code = Finish(draft, entry, attributes, place);
-  }
-  if (code == kSuccess && options.flush && fsync(draft.File()) != 0) {
-    code = CodeOf(errno, kWriteFault);
-  }
-  if (code == kSuccess) {
-    code = CodeOf(draft.Name(place.At().name, options.replace));
-  }
-  return code;
+  return IsSharedContent(place) ? WriteOver(source, draft, place)
+                                : GiveName(source, &draft, place, options);
 }
 
 }  // namespace

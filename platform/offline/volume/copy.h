@@ -11,12 +11,13 @@ struct CopyOptions {
   bool flush = false;    // return when the content has reached the disk
 };
 
-// Copies the file `source` to `target`, both as Resolve gave them. The copy is made under a name of
-// its own beside the target and takes the target's name when it is whole, so there is never half a
-// file under that name, even when the process is killed. (That may leave the other,
-// "tessel-....tmp", until the next copy into that folder.) The owner, the permissions and the
-// extended attributes of a target that is replaced stay; its other names, if it has hard links,
-// keep the old content.
+// Copies the file `source` to `target`, both as Resolve gave them, with its named streams. The copy
+// is made under a name of its own beside the target and takes the target's name when it is whole,
+// so there is never half a file under that name, even when the process is killed. (That may leave
+// the other, "tessel-....tmp", until the next copy into that folder.) The owner, the permissions,
+// the descriptor and the time of creation of a target that is replaced stay. A target on C: that
+// has other names is written over with the whole copy instead, as Windows does it, so that all of
+// them have it: who is killed in that moment leaves a part of both contents.
 Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options);
 
 }  // namespace platform::posix

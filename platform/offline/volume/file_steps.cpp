@@ -37,6 +37,10 @@ Code CheckUnused(const HostPath& host) {
   return S_ISREG(host.entry.st_mode) && IsInUse(host.At()) ? kSharingViolation : kSuccess;
 }
 
+bool IsSharedContent(const HostPath& host) {
+  return host.onMachine && S_ISREG(host.entry.st_mode) && host.entry.st_nlink > 1;
+}
+
 WritableFolder::WritableFolder(const HostPath& place) : folder_(place.folder) {
   struct stat entry {};
   const int folder = place.At().folder;

@@ -21,6 +21,10 @@ Code LocateFile(cvn::StringView path, files::Disposition disposition, HostPath* 
 // others: there is no share mode for that here.
 Code CheckUnused(const HostPath& host);
 
+// Whether a file of the machine has other names, which are to have what is written to it as well:
+// most files of Windows are in its component store too.
+bool IsSharedContent(const HostPath& host);
+
 // Makes the folder of a place writable that its owner, who is this user, may not write to. At the
 // end of its life the folder is as it was.
 class WritableFolder {

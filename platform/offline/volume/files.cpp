@@ -144,6 +144,12 @@ Code File::SeekToEnd() {
   return lseek(static_cast<int>(handle_), 0, SEEK_END) < 0 ? Fail(CodeOf(errno)) : kSuccess;
 }
 
+Code File::SetSize(std::uint64_t size) {
+  return ftruncate(static_cast<int>(handle_), static_cast<off_t>(size)) == 0
+             ? kSuccess
+             : Fail(CodeOf(errno, kWriteFault));
+}
+
 Code File::Flush() {
   const int flags = fcntl(static_cast<int>(handle_), F_GETFL);
   if (flags >= 0 && (flags & O_ACCMODE) == O_RDONLY) {
@@ -249,6 +255,12 @@ Code RemoveDirectory(cvn::StringView path) {
     const Code removed = Unlink(host, isLink ? 0 : AT_REMOVEDIR);
     return removed == kFileExists ? kDirNotEmpty : removed;
   }));
+}
+
+bool HasOtherNames(cvn::StringView path) {
+  HostPath host;
+  return posix::Resolve(path, &host) == kSuccess && posix::FollowLink(&host) == kSuccess &&
+         posix::IsSharedContent(host);
 }
 
 Code FlushFolder(cvn::StringView path) {
