@@ -62,7 +62,7 @@ class Steps {
   Code CloseFolder(const CommitPlan::Opened& one);
   Code Depart(const CommitPlan::Departure& one);
   Code Arrive(const CommitPlan::Arrival& one);
-  Code MakeFolder(FileAt place);
+  Code MakeNewFolder(FileAt place);
   Code Rewrite(const CommitPlan::Rewrite& one);
   Code Settle(const CommitPlan::Settled& one);
   Code FlushAll();
@@ -160,12 +160,21 @@ Code Steps::Arrive(const CommitPlan::Arrival& one) {
     return code;
   }
   if (one.slot == 0) {
-    return MakeFolder(place);
+    return MakeNewFolder(place);
   }
   const SlotName slot(one.slot);
   struct stat entry {};
   if (!Status(slot.In(staging_), &entry)) {
     return errno == ENOENT ? kSuccess : CodeOf(errno);
+  }
+  if (one.inherits) {
+    const FileAt staged = slot.In(staging_);
+    const Descriptor file(openat(staged.folder, staged.name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    const Code inherited =
+        file.Get() < 0 ? CodeOf(errno) : InheritSecurity(place.folder, file.Get());
+    if (inherited != kSuccess) {
+      return inherited;
+    }
   }
   const Code moved = Rename(slot.In(staging_), place);
   if (S_ISDIR(entry.st_mode)) {
@@ -174,15 +183,12 @@ Code Steps::Arrive(const CommitPlan::Arrival& one) {
   return moved;
 }
 
-Code Steps::MakeFolder(FileAt place) {
-  if (mkdirat(place.folder, place.name, kNewFolder) == 0) {
-    return kSuccess;
-  }
-  const int error = errno;
+Code Steps::MakeNewFolder(FileAt place) {
+  const Code code = MakeFolder(place, kNewFolder);
   struct stat entry {};
-  const bool isThere = error == EEXIST && Status(place, &entry) && S_ISDIR(entry.st_mode);
+  const bool isThere = code == kAlreadyExists && Status(place, &entry) && S_ISDIR(entry.st_mode);
   // In the end it is as it is to be, which an earlier try may have seen to; but names come first.
-  return isThere ? SetMode(place, (entry.st_mode & kPermissions) | kNewFolder) : CodeOf(error);
+  return isThere ? SetMode(place, (entry.st_mode & kPermissions) | kNewFolder) : code;
 }
 
 Code Steps::Rewrite(const CommitPlan::Rewrite& one) {

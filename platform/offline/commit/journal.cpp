@@ -173,7 +173,10 @@ void GoThrough(Archive& archive, Plan& plan) {
     archive.Sequence(one.path);
     archive.Number(one.slot);
   };
-  archive.Each(plan.arrivals, slot);
+  archive.Each(plan.arrivals, [&](auto& one) {
+    slot(one);
+    archive.Flag(one.inherits);
+  });
   archive.Each(plan.rewrites, slot);
   archive.Each(plan.settled, [&archive](auto& one) {
     archive.Sequence(one.path);

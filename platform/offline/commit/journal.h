@@ -28,6 +28,7 @@ struct CommitPlan {
   struct Arrival {
     std::string path;
     std::uint32_t slot = 0;  // 0 for a folder
+    bool inherits = false;   // a new file: its descriptor on NTFS is what its folder passes on
   };
   // A file whose bytes are to be those of a slot.
   struct Rewrite {

@@ -98,22 +98,24 @@ Code Planner::PlanDeparture(const OutlinedChange& one, std::uint32_t* slot) {
 
 Code Planner::PlanArrival(const OutlinedChange& one, std::uint32_t departed) {
   std::uint32_t slot = 0;
+  bool inherits = false;
   Code code = kSuccess;
   if (one.KeepsBytes()) {
     slot = departed;
   } else if (one.change->after->kind != EntryKind::Folder) {
-    code = Stage(one, &slot);
+    code = Stage(one, &slot, &inherits);
   }
   code = code == kSuccess ? OpenFolder(FolderOf(one.target)) : code;
-  plan_->arrivals.push_back({one.target, slot});
+  plan_->arrivals.push_back({one.target, slot, inherits});
   return code;
 }
 
 Code Planner::PlanReplacement(const OutlinedChange& one) {
   struct stat entry {};
   std::uint32_t slot = 0;
+  bool inherits = false;
   Code code = StatusOf(&tree_, one.target, &entry);
-  code = code == kSuccess ? Stage(one, &slot) : code;
+  code = code == kSuccess ? Stage(one, &slot, &inherits) : code;
   const auto linked = linked_.find(Identity(entry.st_dev, entry.st_ino));
   if (linked != linked_.end() && linked->second.second) {
     plan_->rewrites.push_back({one.target, slot});
@@ -121,7 +123,7 @@ Code Planner::PlanReplacement(const OutlinedChange& one) {
     rewrittenBytes_ += one.change->after->size;
     return code;
   }
-  plan_->arrivals.push_back({one.target, slot});
+  plan_->arrivals.push_back({one.target, slot, inherits});
   return code == kSuccess ? OpenFolder(FolderOf(one.target)) : code;
 }
 
@@ -152,10 +154,10 @@ Code Planner::OpenFolder(std::string_view path) {
   return code;
 }
 
-Code Planner::Stage(const OutlinedChange& one, std::uint32_t* slot) {
+Code Planner::Stage(const OutlinedChange& one, std::uint32_t* slot, bool* inherits) {
   *slot = ++slots_;
   if (one.change->after->kind == EntryKind::File) {
-    return StageFile(one, *slot);
+    return StageFile(one, *slot, inherits);
   }
   const SlotName name(*slot);
   const FileAt place = name.In(staging_);
@@ -164,7 +166,7 @@ Code Planner::Stage(const OutlinedChange& one, std::uint32_t* slot) {
              : CodeOf(errno);
 }
 
-Code Planner::StageFile(const OutlinedChange& one, std::uint32_t slot) {
+Code Planner::StageFile(const OutlinedChange& one, std::uint32_t slot, bool* inherits) {
   Descriptor made;
   Code code = staging_.MakeFile(slot, &made);
   if (code != kSuccess) {
@@ -173,7 +175,11 @@ Code Planner::StageFile(const OutlinedChange& one, std::uint32_t slot) {
   files::File file(made.Release());
   code = StageBytes(one, &file);
   code = code == kSuccess ? TakeOver(one, file) : code;
-  code = code == kSuccess ? WriteEntryState(SlotName(slot).In(staging_), *one.change->after) : code;
+  const SlotName name(slot);
+  code = code == kSuccess ? WriteEntryState(name.In(staging_), *one.change->after) : code;
+  EntryState staged;
+  code = code == kSuccess ? ReadEntryStatus(name.In(staging_), &staged) : code;
+  *inherits = one.Arrives() && HasUnseenDescriptor(staged, *one.change->after);
   return code == kSuccess ? file.Flush() : code;
 }
 

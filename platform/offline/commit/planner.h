@@ -41,8 +41,8 @@ class Planner {
   Code PlanReplacement(const OutlinedChange& one);
   void Settle(const OutlinedChange& one);
   Code OpenFolder(std::string_view path);
-  Code Stage(const OutlinedChange& one, std::uint32_t* slot);
-  Code StageFile(const OutlinedChange& one, std::uint32_t slot);
+  Code Stage(const OutlinedChange& one, std::uint32_t* slot, bool* inherits);
+  Code StageFile(const OutlinedChange& one, std::uint32_t slot, bool* inherits);
   Code StageBytes(const OutlinedChange& one, files::File* file);
   Code TakeOver(const OutlinedChange& one, const files::File& staged);
   Code TrySettled() const;

@@ -17,6 +17,7 @@ namespace {
 using machine::EntryState;
 
 constexpr mode_t kPermissions = 07777;
+constexpr std::string_view kNtfsDescriptor = "system.ntfs_acl";
 
 bool Has(const EntryState& state, std::string_view name) {
   return std::ranges::any_of(state.extended, [name](const auto& one) { return one.first == name; });
@@ -24,9 +25,8 @@ bool Has(const EntryState& state, std::string_view name) {
 
 Code WriteExtended(int file, const EntryState& now, const EntryState& wanted) {
   for (const auto& [name, value] : now.extended) {
-    // A driver that tells of a list at one time may keep it to itself at another.
-    if (name != "system.ntfs_acl" && !Has(wanted, name) && fremovexattr(file, name.c_str()) != 0 &&
-        errno != ENODATA) {
+    const bool goes = name != kNtfsDescriptor && !Has(wanted, name);
+    if (goes && fremovexattr(file, name.c_str()) != 0 && errno != ENODATA) {
       return CodeOf(errno);
     }
   }
@@ -63,6 +63,10 @@ Code WriteTime(int file, std::uint64_t wanted) {
 
 }  // namespace
 
+bool HasUnseenDescriptor(const EntryState& found, const EntryState& told) {
+  return Has(found, kNtfsDescriptor) && !Has(told, kNtfsDescriptor);
+}
+
 Code WriteEntryState(FileAt entry, const EntryState& state) {
   EntryState now;
   files::File file;
@@ -84,7 +88,9 @@ Code WriteEntryState(FileAt entry, const EntryState& state) {
     code = CodeOf(errno);
   }
   code = code == kSuccess ? StoreAttributes(node, status, state.attributes) : code;
-  code = code == kSuccess ? WritePermissions(node, state.mode) : code;
+  // There the host's permissions are a view of the descriptor.
+  const mode_t mode = HasUnseenDescriptor(now, state) ? now.mode : state.mode;
+  code = code == kSuccess ? WritePermissions(node, mode) : code;
   return code == kSuccess ? WriteTime(node, static_cast<std::uint64_t>(state.written)) : code;
 }
 

@@ -197,10 +197,14 @@ Code ReadEntryState(FileAt entry, machine::EntryState* state, files::File* opene
 // Reads the open file for its `size` and `digest`.
 Code ReadDigest(const files::File& file, machine::EntryState* state);
 
+// Whether an entry on NTFS has a descriptor that a state doesn't tell, since what was seen lay
+// elsewhere: in a view. Then the permissions that it tells aren't the entry's, either.
+bool HasUnseenDescriptor(const machine::EntryState& found, const machine::EntryState& told);
+
 // Gives a file or folder the extended attributes, attributes, permissions and time of the last
 // write that `state` has, as far as it has others; a link has none of these. A time of 0 says
-// nothing. The access control list of an NTFS volume stays where `state` has none. 50 where the
-// volume can't store something. After a failure it has a part of them.
+// nothing. An unseen descriptor stays, with the permissions. 50 where the volume can't store
+// something. After a failure it has a part of them.
 Code WriteEntryState(FileAt entry, const machine::EntryState& state);
 
 // Copies all that the open file `from` holds, whose status is `entry`, to the empty open file `to`.
