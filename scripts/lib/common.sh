@@ -131,6 +131,11 @@ need_test_packages() {
     libwin-hivex-perl libxml2-utils ntfs-3g osslsigncode libengine-pkcs11-openssl softhsm2 wine wine64
 }
 
+# Without it the tests of pages are skipped.
+need_browser() {
+  (need_packages chromium fonts-dejavu-core) || note "Pages can't be tested: there is no Chromium"
+}
+
 need_fuzz_packages() {
   need_packages clang-14 libclang-rt-14-dev llvm-14
 }

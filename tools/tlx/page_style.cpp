@@ -104,6 +104,8 @@ del { background: var(--removed); }
 @media (max-width: 40rem) {
   body { padding: 0 .75rem 1.5rem; }
   dl > div { grid-template-columns: 1fr; }
+  th, .word { overflow-wrap: anywhere; }
+  th, td { padding-right: .5rem; }
 }
 @media print {
   body { max-width: none; padding: 0; font-size: 10pt; }

@@ -21,6 +21,7 @@
 namespace tlx {
 namespace {
 
+namespace files = platform::files;
 namespace machine = platform::machine;
 namespace paths = platform::paths;
 using platform::Code;
@@ -74,11 +75,22 @@ cvn::String FaultOf(const Options& options) {
   return FaultOfLimits(options);
 }
 
+// The run reads the patch, and not this process; a page may not replace it all the same.
+void KeepFromWriting(cvn::StringView patch) {
+  files::File file;
+  if (files::Open(patch, files::Access::Read, files::Share::ReadWriteDelete,
+                  files::Disposition::OpenExisting, &file) == platform::kSuccess) {
+    RememberReadFile(file);
+  }
+}
+
 // A script by its name, or from standard input; else a patch. The exit code of a failure that it
 // told.
 int TakeOperand(cvn::StringView operand, RunRequest* request) {
   if (operand != u"-" && !paths::FindExtension(operand).ends_with(u"xml")) {
-    return FindPatch(operand, &request->patch);
+    const int exitCode = FindPatch(operand, &request->patch);
+    KeepFromWriting(request->patch);
+    return exitCode;
   }
   request->patch = FullPathOf(operand);
   const Code code = ReadInput(operand, &request->script.emplace());
