@@ -25,8 +25,9 @@ class RunObserver {
   virtual void Parsing(cvn::StringView text) = 0;
   // A command is about to be executed.
   virtual void Entering(const FunctionBase& command) = 0;
-  // It has failed, with the error text that handlers see.
-  virtual void Failed(const FunctionBase& command, const cvn::String& error) = 0;
+  // It has failed, with the error text that handlers see; `isHandled` when one of its own, or an
+  // onErrorGoTo, takes that.
+  virtual void Failed(const FunctionBase& command, const cvn::String& error, bool isHandled) = 0;
 
  protected:
   ~RunObserver() = default;

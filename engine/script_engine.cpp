@@ -114,11 +114,13 @@ FunctionBase* ScriptEngine::AfterErrorResult(const FunctionRetError& command) {
     return command.onSuccess.get();
   }
   const cvn::String& failure = command.GetError();
+  const auto handler = command.errorHandlers.find(failure);
   if (observer_ != nullptr) {
-    observer_->Failed(command, failure);
+    observer_->Failed(command, failure,
+                      handler != command.errorHandlers.end() || command.onError != nullptr ||
+                          !OnErrorTarget().Empty());
   }
   SetVariable(u"error", failure, command.variables);
-  const auto handler = command.errorHandlers.find(failure);
   if (handler != command.errorHandlers.end()) {
     TraceLine(u"Entering onerrorspec handler err='%s'", failure);
     return handler->second.get();

@@ -30,11 +30,12 @@ struct WouldDo {
   platform::Code answer;
 };
 
-// The command that failed last, with the error text that handlers saw.
+// A command that failed, with the error text that handlers saw.
 struct FailurePoint {
   cvn::String command;
   std::size_t line;
   cvn::String error;
+  bool isHandled = false;  // by a handler of its own, or an onErrorGoTo
 };
 
 struct Rehearsal {
@@ -45,9 +46,10 @@ struct Rehearsal {
   std::string reason;  // of that end, in the report on the run
   // How the run ended when it wasn't by itself; the exit code means nothing then.
   platform::machine::ViewEnd end = platform::machine::ViewEnd::Ended;
-  std::optional<FailurePoint> failure;
-  cvn::List<WouldDo> would;         // in the order of the run
-  cvn::List<CommandVisits> visits;  // of all commands of the script, in its order
+  std::optional<FailurePoint> failure;  // the last one
+  cvn::List<FailurePoint> failures;     // of each command the first, in the order of the run
+  cvn::List<WouldDo> would;             // in the order of the run
+  cvn::List<CommandVisits> visits;      // of all commands of the script, in its order
   // How often one command followed another, by their places in `visits`.
   cvn::Map<FlowStep, std::uint64_t> steps;
   std::int64_t startedAt = 0;      // in seconds since 1970 UTC

@@ -54,6 +54,7 @@ Json::Value FailureJson(const FailurePoint& failure) {
   value["command"] = JsonText(failure.command);
   value["line"] = Number(failure.line);
   value["error"] = JsonText(failure.error);
+  value["isHandled"] = failure.isHandled;
   return value;
 }
 
@@ -147,6 +148,10 @@ Json::Value RehearsalJson(const Rehearsal& rehearsal, const ChangeReport& report
   }
   if (rehearsal.failure) {
     document["failure"] = FailureJson(*rehearsal.failure);
+  }
+  Json::Value& failures = document["failures"] = Json::Value(Json::arrayValue);
+  for (const FailurePoint& failure : rehearsal.failures) {
+    failures.append(FailureJson(failure));
   }
   document["would"] = WouldJson(rehearsal.would);
   document["isRecordWhole"] = rehearsal.isRecordWhole;

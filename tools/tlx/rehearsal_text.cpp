@@ -14,6 +14,26 @@ namespace {
 using platform::machine::ViewEnd;
 using platform::machine::ViewKind;
 
+cvn::String Describe(const FailurePoint& failure) {
+  return cvn::Format(u"line %u, %s: error %s", failure.line, failure.command,
+                     Printable(failure.error));
+}
+
+// What nothing in the script took notice of is often what its author doesn't know of.
+void AddUnhandled(const cvn::List<FailurePoint>& failures, cvn::List<cvn::String>* lines) {
+  bool isFirst = true;
+  for (const FailurePoint& failure : failures) {
+    if (failure.isHandled) {
+      continue;
+    }
+    if (isFirst) {
+      lines->emplace_back(u"Failed, and no handler took it:");
+      isFirst = false;
+    }
+    lines->push_back(cvn::Format(u"  %s", Describe(failure)));
+  }
+}
+
 void AddWould(const cvn::List<WouldDo>& would, cvn::List<cvn::String>* lines) {
   if (!would.empty()) {
     lines->emplace_back(u"Not done, beyond the machine:");
@@ -83,8 +103,7 @@ cvn::List<cvn::String> DescribeEnd(const Rehearsal& rehearsal) {
     lines.push_back(cvn::Format(u"Exit code: %d%s", rehearsal.exitCode, reason));
   }
   if (rehearsal.failure && (rehearsal.IsCutShort() || rehearsal.exitCode != 0)) {
-    lines.push_back(cvn::Format(u"Last failure: line %u, %s: error %s", rehearsal.failure->line,
-                                rehearsal.failure->command, Printable(rehearsal.failure->error)));
+    lines.push_back(cvn::Format(u"Last failure: %s", Describe(*rehearsal.failure)));
   }
   return lines;
 }
@@ -97,6 +116,7 @@ cvn::List<cvn::String> DescribeRehearsal(const Rehearsal& rehearsal) {
   for (cvn::String& line : DescribeEnd(rehearsal)) {
     lines.push_back(std::move(line));
   }
+  AddUnhandled(rehearsal.failures, &lines);
   AddWould(rehearsal.would, &lines);
   // Of a patch that was refused nothing was reached.
   if (std::ranges::any_of(rehearsal.visits, &CommandVisits::count)) {

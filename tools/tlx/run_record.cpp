@@ -31,6 +31,7 @@ struct Head {
   std::uint64_t isCut;  // a line had no room
   // The last failure: places that are written over, since there may be any number.
   std::uint64_t failureLine;
+  std::uint64_t isFailureHandled;
   char command[64];
   char error[256];
 };
@@ -155,7 +156,17 @@ void TakeWould(const Json::Value& would, Rehearsal* rehearsal) {
                               platform::Code(would["answer"].asUInt())});
 }
 
+void TakeFailure(const Json::Value& failure, Rehearsal* rehearsal) {
+  rehearsal->failures.push_back({cvn::Utf8ToWide(failure["command"].asString()),
+                                 static_cast<std::size_t>(failure["line"].asUInt64()),
+                                 cvn::Utf8ToWide(failure["error"].asString()),
+                                 failure["isHandled"].asBool()});
+}
+
 void TakeLine(const Json::Value& line, Rehearsal* rehearsal, RunPlaces* places) {
+  if (line.isMember("failure")) {
+    TakeFailure(line["failure"], rehearsal);
+  }
   if (line.isMember("would")) {
     TakeWould(line["would"], rehearsal);
   }
@@ -227,9 +238,20 @@ void RunRecorder::StepTo(std::size_t index) {
   previous_ = index;
 }
 
-void RunRecorder::Failed(const tessel::FunctionBase& command, const cvn::String& error) {
+void RunRecorder::Failed(const tessel::FunctionBase& command, const cvn::String& error,
+                         bool isHandled) {
+  if (failed_.insert(&command).second) {
+    Json::Value line(Json::objectValue);
+    Json::Value& failure = line["failure"];
+    failure["command"] = cvn::WideToUtf8(command.name);
+    failure["line"] = command.scriptPlace.line;
+    failure["error"] = cvn::WideToUtf8(error);
+    failure["isHandled"] = isHandled;
+    AddLine(memory_, line);
+  }
   Head* head = HeadOf(memory_);
   head->failureLine = command.scriptPlace.line;
+  head->isFailureHandled = isHandled ? 1 : 0;
   StoreText(command.name, head->command);
   StoreText(error, head->error);
 }
@@ -274,8 +296,9 @@ void ReadRunRecord(std::span<const std::byte> memory, Rehearsal* rehearsal, RunP
     lines.remove_prefix(std::min(line.size() + 1, lines.size()));
   }
   if (head.failureLine != 0 || head.command[0] != '\0') {
-    rehearsal->failure = FailurePoint{
-        StoredIn(head.command), static_cast<std::size_t>(head.failureLine), StoredIn(head.error)};
+    rehearsal->failure =
+        FailurePoint{StoredIn(head.command), static_cast<std::size_t>(head.failureLine),
+                     StoredIn(head.error), head.isFailureHandled != 0};
   }
   rehearsal->visits = CommandsOf(cvn::Utf8ToWide(rehearsal->script));
   const auto counters = CountersIn(memory, rehearsal->visits.size());

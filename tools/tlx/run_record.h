@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -24,7 +25,8 @@ class RunRecorder : public tessel::RunObserver, public platform::rehearsal::Worl
 
   void Parsing(cvn::StringView text) override;
   void Entering(const tessel::FunctionBase& command) override;
-  void Failed(const tessel::FunctionBase& command, const cvn::String& error) override;
+  void Failed(const tessel::FunctionBase& command, const cvn::String& error,
+              bool isHandled) override;
   platform::Code Answer(platform::rehearsal::Action action, cvn::StringView what) override;
 
   // When the run has ended.
@@ -39,6 +41,7 @@ class RunRecorder : public tessel::RunObserver, public platform::rehearsal::Worl
   const std::span<std::byte> memory_;
   const tessel::FunctionBase* current_ = nullptr;
   std::map<std::pair<std::uint32_t, std::uint32_t>, std::size_t> commands_;  // by line and column
+  std::set<const tessel::FunctionBase*> failed_;
   std::size_t previous_ = kNoCommand;  // that was entered last
 };
 
