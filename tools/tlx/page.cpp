@@ -62,6 +62,10 @@ std::string SummaryOf(const Rehearsal& rehearsal, const ChangeReport& report,
   html += TermRow("Reason", Html(rehearsal.reason.empty() ? "none" : rehearsal.reason));
   html += TermRow("Last failure", rehearsal.failure ? FailureOf(*rehearsal.failure, linesOnPage)
                                                     : std::string("none"));
+  for (const FailurePoint& failure : rehearsal.failures) {
+    html += failure.isHandled ? std::string()
+                              : TermRow("Failed unhandled", FailureOf(failure, linesOnPage));
+  }
   html += TermRow("Commands",
                   std::to_string(entered) + " of " + std::to_string(visits.size()) + " entered");
   html += TermRow("Changes", AreChangesTold(rehearsal) ? CountsOf(report) : UntoldOf(rehearsal));
@@ -95,7 +99,7 @@ std::string RehearsalPage(const Rehearsal& rehearsal, const ChangeReport& report
                   {{"summary", "Summary", SummaryOf(rehearsal, report, linesOnPage)},
                    {"flow", "Flow", FlowBody(rehearsal, isKnown ? &*flow : nullptr, linesOnPage)},
                    {"script", "Script", ScriptBody(rehearsal, lines)},
-                   {"changes", "Changes", ChangesBody(report)},
+                   {"changes", "Changes", changes},
                    {"beyond", "Beyond the machine", BeyondBody(rehearsal, linesOnPage)},
                    {"events", "Events", EventsBody(rehearsal)},
                    {"trace", "Trace", TraceBody(rehearsal)}});

@@ -7,6 +7,8 @@
 #include "support/utf.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
+#include "tools/tlx/spooled_event.h"
+#include "tools/tlx/verification.h"
 
 namespace tlx {
 namespace {
@@ -32,6 +34,20 @@ void AddUnhandled(const cvn::List<FailurePoint>& failures, cvn::List<cvn::String
     }
     lines->push_back(cvn::Format(u"  %s", Describe(failure)));
   }
+}
+
+void AddScriptFaults(const std::string& script, cvn::List<cvn::String>* lines) {
+  cvn::List<cvn::String> sentences;
+  ListScriptFaults(cvn::Utf8ToWide(script), &sentences);
+  for (const cvn::String& sentence : sentences) {
+    lines->push_back(cvn::Format(u"  %s", Printable(sentence)));
+  }
+}
+
+cvn::String DescribeEvent(const std::string& line) {
+  const std::optional<SpooledEvent> event = ReadEventLine(line);
+  return event ? cvn::Format(u"Event: %s %s", Printable(event->name), Printable(event->reason))
+               : cvn::Format(u"Event: %s", Printable(cvn::Utf8ToWide(line)));
 }
 
 void AddWould(const cvn::List<WouldDo>& would, cvn::List<cvn::String>* lines) {
@@ -121,9 +137,11 @@ cvn::List<cvn::String> DescribeRehearsal(const Rehearsal& rehearsal) {
   // Of a patch that was refused nothing was reached.
   if (std::ranges::any_of(rehearsal.visits, &CommandVisits::count)) {
     AddUnreached(rehearsal.visits, &lines);
+  } else if (!rehearsal.script.empty() && !rehearsal.IsCutShort()) {
+    AddScriptFaults(rehearsal.script, &lines);
   }
   for (const std::string& event : rehearsal.events) {
-    lines.push_back(cvn::Format(u"Event: %s", Printable(cvn::Utf8ToWide(event))));
+    lines.push_back(DescribeEvent(event));
   }
   if (rehearsal.changesCode != platform::kSuccess) {
     lines.push_back(

@@ -104,13 +104,8 @@ bool Describe(const Json::Value& document, SpooledEvent* event) {
   return true;
 }
 
-// What is wrong with a file; empty when it is an event.
-cvn::String ReadEvent(cvn::StringView path, SpooledEvent* event) {
-  const platform::Code code = platform::ReadWholeFile(path, &event->line);
-  if (code != platform::kSuccess) {
-    return DescribeCode(code);
-  }
-  event->line.resize(event->line.size() - (event->line.ends_with('\n') ? 1 : 0));
+// What is wrong with the event's line; empty when it is an event.
+cvn::String DescribeLine(SpooledEvent* event) {
   const std::optional<Json::Value> document = Parse(event->line);
   if (!document) {
     return u"it is not one JSON object in one line of UTF-8";
@@ -119,11 +114,27 @@ cvn::String ReadEvent(cvn::StringView path, SpooledEvent* event) {
                                                                       : u"it holds no event";
 }
 
+// What is wrong with a file; empty when it is an event.
+cvn::String ReadEvent(cvn::StringView path, SpooledEvent* event) {
+  const platform::Code code = platform::ReadWholeFile(path, &event->line);
+  if (code != platform::kSuccess) {
+    return DescribeCode(code);
+  }
+  event->line.resize(event->line.size() - (event->line.ends_with('\n') ? 1 : 0));
+  return DescribeLine(event);
+}
+
 bool IsEventFile(const files::SearchEntry& entry) {
   return !entry.IsDirectory() && !entry.Name().AsView().ends_with(u".tmp");
 }
 
 }  // namespace
+
+std::optional<SpooledEvent> ReadEventLine(std::string line) {
+  SpooledEvent event;
+  event.line = std::move(line);
+  return DescribeLine(&event).Empty() ? std::optional(std::move(event)) : std::nullopt;
+}
 
 platform::Code ReadSpool(cvn::StringView folder, cvn::List<SpooledEvent>* events,
                          cvn::List<BrokenEvent>* broken) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "platform/error.h"
@@ -18,6 +19,9 @@ struct SpooledEvent {
   std::int64_t code = 0;
   std::string line;  // the whole file, without the line feed at its end
 };
+
+// The event that a line holds, without a line feed; nothing for what is none.
+std::optional<SpooledEvent> ReadEventLine(std::string line);
 
 // A file of the folder that is no event.
 struct BrokenEvent {

@@ -47,25 +47,6 @@ void GoThroughGates(Code machineOpened, Verification* verification) {
   }
 }
 
-// What is wrong with a script that the runner refuses to load.
-void ListScriptFaults(const tessel::PatchMetaData& header, cvn::List<cvn::String>* obstacles) {
-  const auto add = [obstacles](TextPosition position, cvn::StringView text) {
-    obstacles->push_back(
-        cvn::Format(u"The script, line %u, column %u: %s.", position.line, position.column, text));
-  };
-  TiXmlDocument document;
-  const auto fault = CheckScript(cvn::WideToUtf8(header.content), &document);
-  if (fault) {
-    add(fault->position, fault->text);
-    return;
-  }
-  for (const Finding& finding : LintScript(document)) {
-    if (finding.isError) {
-      add(finding.position, finding.text);
-    }
-  }
-}
-
 void ListObstacles(Verification* verification) {
   const tessel::Examination& examination = verification->examination;
   cvn::List<cvn::String>& obstacles = verification->obstacles;
@@ -82,7 +63,7 @@ void ListObstacles(Verification* verification) {
         u"the "
         u"first it counts as made in 1970.");
   } else if (examination.words == u"Failed to load patch.") {
-    ListScriptFaults(*verification->header, &obstacles);
+    ListScriptFaults(verification->header->content, &obstacles);
   }
   if (!examination.catalog) {
     return;
@@ -105,6 +86,24 @@ void ListObstacles(Verification* verification) {
 }
 
 }  // namespace
+
+void ListScriptFaults(cvn::StringView script, cvn::List<cvn::String>* sentences) {
+  const auto add = [sentences](TextPosition position, cvn::StringView text) {
+    sentences->push_back(
+        cvn::Format(u"The script, line %u, column %u: %s.", position.line, position.column, text));
+  };
+  TiXmlDocument document;
+  const auto fault = CheckScript(cvn::WideToUtf8(script), &document);
+  if (fault) {
+    add(fault->position, fault->text);
+    return;
+  }
+  for (const Finding& finding : LintScript(document)) {
+    if (finding.isError) {
+      add(finding.position, finding.text);
+    }
+  }
+}
 
 std::optional<MachineProblem> OpenMachineToJudge(cvn::StringView folder, Verification* verification,
                                                  Code* opened) {

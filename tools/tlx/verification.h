@@ -49,6 +49,9 @@ void AddCatalogInShort(const tessel::CatalogJudgement& catalog, cvn::List<cvn::S
 // As docs/verify.schema.json describes it.
 Json::Value VerificationJson(const Verification& verification);
 
+// What is wrong with a script that the runner refuses to load, with lines and columns.
+void ListScriptFaults(cvn::StringView script, cvn::List<cvn::String>* sentences);
+
 // A moment in UTC as RFC 3339 writes it: "2026-01-31T08:00:00Z".
 cvn::String UtcText(std::int64_t seconds);
 
