@@ -89,8 +89,8 @@ void ListObstacles(Verification* verification) {
 
 void ListScriptFaults(cvn::StringView script, cvn::List<cvn::String>* sentences) {
   const auto add = [sentences](TextPosition position, cvn::StringView text) {
-    sentences->push_back(
-        cvn::Format(u"The script, line %u, column %u: %s.", position.line, position.column, text));
+    sentences->push_back(cvn::Format(u"The script, line %u, column %u: %s%s", position.line,
+                                     position.column, text, text.ends_with(u'?') ? u"" : u"."));
   };
   TiXmlDocument document;
   const auto fault = CheckScript(cvn::WideToUtf8(script), &document);
