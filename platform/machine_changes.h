@@ -52,6 +52,7 @@ struct ValueChange {
   cvn::String name;  // empty for the key's default value
   std::optional<ValueState> before;
   std::optional<ValueState> after;
+  bool operator==(const ValueChange&) const = default;
 };
 
 struct KeyState {
@@ -67,6 +68,7 @@ struct KeyChange {
   std::optional<KeyState> before;  // none of a key that was added
   std::optional<KeyState> after;   // none of a key that was removed
   cvn::List<ValueChange> values;   // those that differ, by their names
+  bool operator==(const KeyChange&) const = default;
 };
 
 // The order of paths: what contains something comes right before what is in it.

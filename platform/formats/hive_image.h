@@ -86,7 +86,8 @@ class HiveImage {
   std::uint32_t DataSize() const { return cells_.DataSize(); }  // of all bins
 
   Code Read(Cell key, KeyRecord* record) const;
-  Code ReadName(Cell key, std::u16string* name) const;
+  // `parent` may be null; without meaning in the root.
+  Code ReadName(Cell key, std::u16string* name, Cell* parent) const;
   // The security descriptor of a key, self-relative; empty for one that has none.
   Code ReadSecurity(Cell key, std::vector<std::byte>* descriptor) const;
   // 2 when there is none. A key that names another key as its parent is damage: so no way down from
@@ -100,6 +101,16 @@ class HiveImage {
   // In the order in which they were added; 259 at the end.
   Code ValueAt(Cell key, std::uint32_t index, ValueRecord* found) const;
   Code ReadData(Cell value, std::vector<std::byte>* data) const;
+
+  // Appends the cells that are a key's: its own, those of its lists and class, of its values and
+  // their data. What is damaged has none.
+  void ListCells(Cell key, std::vector<Cell>* cells) const;
+  // Lists the cells in use of either image that aren't in the other, byte by byte and in the same
+  // place. It costs no more than a look at the bytes where few differ. Of security it lists none: a
+  // key whose security is another has another cell itself. 1009 for a damaged bin, and where one
+  // descriptor has taken the place of another, so that this can't be said.
+  static Code ListDifferentCells(const HiveImage& before, const HiveImage& after,
+                                 std::vector<Cell>* inBefore, std::vector<Cell>* inAfter);
 
   // Changes: all or nothing. 1009 when something that would have to be changed is damaged, 112 when
   // the hive would become larger than a hive can be, 8 without memory, and what HiveBytes gives.
@@ -171,6 +182,7 @@ class HiveImage {
   Code FindManyValue(Cell key, View list, std::uint32_t count, const std::u16string& folded,
                      Cell* found) const;
   static void FillValue(View value, Cell cell, ValueRecord* record);
+  Code ListCellsInOtherBins(const HiveImage& other, std::vector<Cell>* cells) const;
   std::size_t LargestPlainData() const;
   DataForm FormOf(View value) const;
   View SegmentsOf(View record, std::size_t size) const;

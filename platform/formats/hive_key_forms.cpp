@@ -58,12 +58,15 @@ Code HiveImage::RemoveUser(Cell security) {
   return code;
 }
 
-Code HiveImage::ReadName(Cell key, std::u16string* name) const {
+Code HiveImage::ReadName(Cell key, std::u16string* name, Cell* parent) const {
   const View view = KeyAt(key);
   if (!view) {
     return kBadDatabase;
   }
   *name = NameOfKey(view).Text();
+  if (parent != nullptr) {
+    *parent = view.Long(kKeyParent);
+  }
   return kSuccess;
 }
 

@@ -72,7 +72,7 @@ ChangeSet SomeKeys() {
   const KeyState plain;
   KeyState secured;
   secured.security = {std::byte{1}};
-  ValueState list = Text(std::u16string_view(u"one\0two\0", 9));
+  ValueState list = Text(std::u16string_view(u"one\0two\0\0", 9));
   list.type = 7;
   ChangeSet changes;
   changes.keys = {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <unordered_set>
 #include <utility>
 
 #include "platform/formats/names.h"
-#include "platform/offline/registry/hive_store.h"
 
 namespace platform::posix {
 namespace {
@@ -62,23 +62,18 @@ class HiveComparison {
  public:
   HiveComparison(const HiveImage& before, const HiveImage& after, cvn::StringView hive,
                  cvn::List<KeyChange>* changes)
-      : before_(before),
-        after_(after),
-        hive_(hive),
-        changes_(*changes),
-        allowance_(4 * (std::uint64_t{before.DataSize()} + after.DataSize()) + kLeastAllowance) {}
+      : before_(before), after_(after), hive_(hive), changes_(*changes), allowance_(Allowance()) {}
 
   Code Run() {
-    const auto first = static_cast<std::ptrdiff_t>(changes_.size());
-    pending_.push_back({before_.Root(), after_.Root()});
-    Code code = kSuccess;
-    while (code == kSuccess && !pending_.empty()) {
-      const Pair pair = pending_.back();
-      pending_.pop_back();
-      code = CompareKey(pair);
-      code = code == kSuccess ? EnterSubKeys(pair) : code;
+    const std::size_t known = changes_.size();
+    Code code = CompareDifferentCells();
+    if (code != kSuccess) {
+      changes_.resize(known);
+      allowance_ = Allowance();
+      pending_ = {{before_.Root(), after_.Root()}};
+      code = ComparePending(true);
     }
-    std::sort(changes_.begin() + first, changes_.end(),
+    std::sort(changes_.begin() + static_cast<std::ptrdiff_t>(known), changes_.end(),
               [](const KeyChange& left, const KeyChange& right) {
                 return machine::ComesBefore(left.path, right.path);
               });
@@ -93,6 +88,78 @@ class HiveComparison {
     Cell before = kNoCell;
     Cell after = kNoCell;
   };
+
+  std::uint64_t Allowance() const {
+    return 4 * (std::uint64_t{before_.DataSize()} + after_.DataSize()) + kLeastAllowance;
+  }
+
+  // Of a hive that was changed in place only the keys are compared whose cells differ, and keys
+  // that came or went with all below them. That is all that differs if it is what all the cells
+  // belong to that differ; 1009 where they don't.
+  Code CompareDifferentCells() {
+    std::vector<Cell> wasCells;
+    std::vector<Cell> isCells;
+    const Code code = HiveImage::ListDifferentCells(before_, after_, &wasCells, &isCells);
+    if (code != kSuccess) {
+      return code;
+    }
+    std::unordered_set<std::uint64_t> known;
+    const auto add = [&](const Pair& pair) {
+      const bool isPair = pair.before != kNoCell && pair.after != kNoCell;
+      if (isPair && known.insert(std::uint64_t{pair.before} << 32 | pair.after).second) {
+        pending_.push_back(pair);
+      }
+    };
+    for (const Cell cell : wasCells) {
+      add({cell, CounterpartOf(before_, cell, after_)});
+    }
+    for (const Cell cell : isCells) {
+      add({CounterpartOf(after_, cell, before_), cell});
+    }
+    const Code compared = ComparePending(false);
+    return compared != kSuccess ||
+                   (AreAllIn(wasCells, &seenBefore_) && AreAllIn(isCells, &seenAfter_))
+               ? compared
+               : Code(kBadDatabase);
+  }
+
+  // The cell of the key in the other image that has the path of this one; none for what is no key.
+  static Cell CounterpartOf(const HiveImage& image, Cell cell, const HiveImage& other) {
+    std::vector<std::u16string> way;
+    if (WayTo(image, cell, &way) != kSuccess) {
+      return kNoCell;
+    }
+    Cell found = other.Root();
+    for (auto name = way.rbegin(); name != way.rend(); ++name) {
+      const Cell parent = found;
+      if (other.FindSubKey(parent, *name, &found) != kSuccess) {
+        return kNoCell;
+      }
+    }
+    return found;
+  }
+
+  static bool AreAllIn(const std::vector<Cell>& cells, std::vector<Cell>* seen) {
+    std::ranges::sort(*seen);
+    return std::ranges::all_of(
+        cells, [seen](Cell cell) { return std::ranges::binary_search(*seen, cell); });
+  }
+
+  // Compares what is pending: with `isDeep`, and where a key is on one side only, all below too.
+  Code ComparePending(bool isDeep) {
+    Code code = kSuccess;
+    while (code == kSuccess && !pending_.empty()) {
+      const Pair pair = pending_.back();
+      pending_.pop_back();
+      code = CompareKey(pair);
+      code = code == kSuccess ? EnterSubKeys(pair, isDeep) : code;
+      if (!isDeep) {
+        before_.ListCells(pair.before, &seenBefore_);
+        after_.ListCells(pair.after, &seenAfter_);
+      }
+    }
+    return code;
+  }
 
   // In a sound hive no byte belongs to two keys, but for descriptors, and those are short. In
   // another one that is all that may be read.
@@ -142,6 +209,7 @@ class HiveComparison {
     HiveImage::KeyRecord is;
     Code code = before_.Read(pair.before, &was);
     code = code == kSuccess ? after_.Read(pair.after, &is) : code;
+    code = code == kSuccess ? Take(was.className.size() + is.className.size()) : code;
     *isSame =
         was.className == is.className && ((was.flags ^ is.flags) & HiveImage::kKeyIsLink) == 0;
     return code == kSuccess && *isSame ? CompareSecurity(pair, {was.security, is.security}, isSame)
@@ -163,11 +231,12 @@ class HiveComparison {
     return code == kSuccess ? Take(was.size() + is.size()) : code;
   }
 
-  static Code ListValues(const HiveImage& image, Cell key, std::vector<Value>* values) {
+  Code ListValues(const HiveImage& image, Cell key, std::vector<Value>* values) {
     Code code = key == kNoCell ? Code(kNoMoreItems) : kSuccess;
     for (std::uint32_t i = 0; code == kSuccess; ++i) {
       Value value;
       code = image.ValueAt(key, i, &value.record);
+      code = code == kSuccess ? Take(sizeof(Cell) + value.record.name.size()) : code;
       if (code == kSuccess) {
         value.folded = Folded(value.record.name);
         values->push_back(std::move(value));
@@ -214,47 +283,57 @@ class HiveComparison {
     std::vector<Cell> cells;
     Code code = key == kNoCell ? kSuccess : image.ListSubKeys(key, &cells);
     for (const Cell cell : cells) {
-      HiveImage::KeyRecord record;
-      code = code == kSuccess ? image.Read(cell, &record) : code;
-      if (code != kSuccess || record.parent != key || cell == image.Root()) {
-        return code == kSuccess ? Code(kBadDatabase) : code;
+      std::u16string name;
+      Cell parent = kNoCell;
+      code = image.ReadName(cell, &name, &parent);
+      if (code != kSuccess || parent != key || cell == image.Root()) {
+        return kBadDatabase;
       }
-      subKeys->push_back({Folded(record.name), cell});
+      subKeys->push_back({Folded(name), cell});
     }
     SortByName(subKeys);
     return code;
   }
 
-  Code EnterSubKeys(const Pair& pair) {
+  Code EnterSubKeys(const Pair& pair, bool isDeep) {
     std::vector<SubKey> before;
     std::vector<SubKey> after;
     Code code = ListSubKeys(before_, pair.before, &before);
     code = code == kSuccess ? ListSubKeys(after_, pair.after, &after) : code;
     return code == kSuccess ? Merge(before, after,
-                                    [this](const SubKey* was, const SubKey* is) -> Code {
-                                      pending_.push_back({was == nullptr ? kNoCell : was->cell,
-                                                          is == nullptr ? kNoCell : is->cell});
+                                    [&](const SubKey* was, const SubKey* is) -> Code {
+                                      if (isDeep || was == nullptr || is == nullptr) {
+                                        pending_.push_back({was == nullptr ? kNoCell : was->cell,
+                                                            is == nullptr ? kNoCell : is->cell});
+                                      }
                                       return kSuccess;
                                     })
                             : code;
   }
 
-  Code PathOf(const Pair& pair, cvn::String* path) {
-    const HiveImage& image = pair.after == kNoCell ? before_ : after_;
-    std::u16string text;
-    std::size_t depth = 0;
-    for (Cell key = pair.after == kNoCell ? pair.before : pair.after; key != image.Root();) {
-      HiveImage::KeyRecord record;
-      const Code code = image.Read(key, &record);
-      if (code != kSuccess || ++depth > kDeepestKey || record.name.empty() ||
-          record.name.find(u'\\') != std::u16string::npos) {
-        return code == kSuccess ? Code(kBadDatabase) : code;
+  // The names that lead to a key, its own first.
+  static Code WayTo(const HiveImage& image, Cell key, std::vector<std::u16string>* names) {
+    while (key != image.Root()) {
+      const Code code = image.ReadName(key, &names->emplace_back(), &key);
+      if (code != kSuccess || names->size() > kDeepestKey) {
+        return kBadDatabase;
       }
-      text.insert(0, text.empty() ? record.name : record.name + u'\\');
-      key = record.parent;
+    }
+    return kSuccess;
+  }
+
+  Code PathOf(const Pair& pair, cvn::String* path) {
+    const bool isGone = pair.after == kNoCell;
+    std::vector<std::u16string> way;
+    Code code = WayTo(isGone ? before_ : after_, isGone ? pair.before : pair.after, &way);
+    std::u16string text;
+    for (auto name = way.rbegin(); code == kSuccess && name != way.rend(); ++name) {
+      const bool isOdd = name->empty() || name->find(u'\\') != std::u16string::npos;
+      code = isOdd ? Code(kBadDatabase) : kSuccess;
+      text.append(text.empty() ? u"" : u"\\").append(*name);
     }
     *path = cvn::StringView(text);
-    return Take(text.size() * sizeof(char16_t));
+    return code == kSuccess ? Take(text.size() * sizeof(char16_t)) : code;
   }
 
   const HiveImage& before_;
@@ -263,43 +342,16 @@ class HiveComparison {
   cvn::List<KeyChange>& changes_;
   std::uint64_t allowance_;  // bytes that may still be read
   std::vector<Pair> pending_;
+  std::vector<Cell> seenBefore_;  // the cells of the keys that were compared
+  std::vector<Cell> seenAfter_;
   std::map<std::pair<Cell, Cell>, bool> sameSecurity_;
 };
 
 }  // namespace
 
-Code ReadForm(const HiveImage& image, Cell key, KeyState* state) {
-  HiveImage::KeyRecord record;
-  const Code code = image.Read(key, &record);
-  state->className = cvn::StringView(record.className);
-  state->isLink = (record.flags & HiveImage::kKeyIsLink) != 0;
-  return code == kSuccess ? image.ReadSecurity(key, &state->security) : code;
-}
-
 Code CompareImages(const HiveImage& before, const HiveImage& after, cvn::StringView hive,
                    cvn::List<KeyChange>* changes) {
   return HiveComparison(before, after, hive, changes).Run();
-}
-
-Code CompareHives(const HiveFiles& before, const HiveFiles& after, cvn::StringView hive,
-                  cvn::List<KeyChange>* changes) {
-  HiveStore first(before);
-  HiveStore second(after);
-  HiveImage was(&first.Pages());
-  HiveImage is(&second.Pages());
-  const std::size_t known = changes->size();
-  Code code = first.Enter(false);
-  code = code == kSuccess ? second.Enter(false) : code;
-  code = code == kSuccess ? was.Open() : code;
-  code = code == kSuccess ? is.Open() : code;
-  code = code == kSuccess ? CompareImages(was, is, hive, changes) : code;
-  if (code == kSuccess && (first.Pages().IsTorn() || second.Pages().IsTorn())) {
-    code = kReadFault;
-  }
-  if (code != kSuccess) {
-    changes->resize(known);
-  }
-  return code;
 }
 
 }  // namespace platform::posix

@@ -3,10 +3,8 @@
 #include <string>
 #include <unordered_set>
 
-#include "platform/clock.h"
 #include "platform/formats/names.h"
 #include "platform/offline/registry/hive_difference.h"
-#include "platform/offline/registry/hive_store.h"
 #include "platform/offline/registry/registry_space.h"
 
 namespace platform::posix {
@@ -143,7 +141,7 @@ class KeyCheck {
     for (auto subKey = subKeys.begin(); code == kSuccess && *isSo && subKey != subKeys.end();
          ++subKey) {
       std::u16string name;
-      code = image_.ReadName(*subKey, &name);
+      code = image_.ReadName(*subKey, &name, nullptr);
       *isSo = known_.contains(Folded(std::u16string(change.path).append(u"\\").append(name)));
     }
     return code;
@@ -154,31 +152,15 @@ class KeyCheck {
   std::unordered_set<std::u16string> known_;  // folded paths
 };
 
-// Opens the hive, and completes what `use` does with it.
-template <typename Use>
-Code WithHive(const HostPath& place, bool isChange, Use use) {
-  HiveStore store(place);
-  HiveImage image(&store.Pages());
-  Code code = store.Enter(isChange);
-  if (code == kSuccess && isChange) {
-    code = store.BeginChange();
-  }
-  code = code == kSuccess ? image.Open() : code;
-  code = code == kSuccess ? use(&image) : code;
-  if (code == kSuccess && store.Pages().IsTorn()) {
-    code = kReadFault;
-  }
-  if (code == kSuccess && isChange) {
-    code = store.Commit();
-    code = code == kSuccess ? store.Sync() : code;
-  }
-  store.Leave();
-  // The log has it all.
-  IgnoreError(code == kSuccess && isChange ? store.Settle() : kSuccess);
-  return code;
-}
-
 }  // namespace
+
+Code ReadForm(const HiveImage& image, Cell key, KeyState* state) {
+  HiveImage::KeyRecord record;
+  const Code code = image.Read(key, &record);
+  state->className = cvn::StringView(record.className);
+  state->isLink = (record.flags & HiveImage::kKeyIsLink) != 0;
+  return code == kSuccess ? image.ReadSecurity(key, &state->security) : code;
+}
 
 Code ApplyToImage(std::span<const KeyChange> changes, Side to, std::uint64_t time,
                   HiveImage* image) {
@@ -209,19 +191,6 @@ Code FindOthersInImage(const HiveImage& image, std::span<const KeyChange> change
     }
   }
   return kSuccess;
-}
-
-Code ApplyKeyChanges(const HostPath& hive, std::span<const KeyChange> changes, Side to) {
-  const auto time = static_cast<std::uint64_t>(clock::kTicksFrom1601To1970 + clock::NowTicks());
-  return WithHive(hive, true,
-                  [&](HiveImage* image) { return ApplyToImage(changes, to, time, image); });
-}
-
-Code FindOtherKeys(const HostPath& hive, std::span<const KeyChange> changes, Side side,
-                   std::vector<std::size_t>* others) {
-  return WithHive(hive, false, [&](HiveImage* image) {
-    return FindOthersInImage(*image, changes, side, others);
-  });
 }
 
 }  // namespace platform::posix

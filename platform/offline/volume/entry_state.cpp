@@ -43,8 +43,12 @@ bool IsKept(std::string_view name) {
 // The names of a file's extended attributes, and of one that a volume with NTFS has without listing
 // it.
 Code ListNames(int file, std::vector<std::string>* names) {
-  std::string list(XATTR_LIST_MAX, '\0');
-  const ssize_t length = flistxattr(file, list.data(), list.size());
+  std::string list;
+  ssize_t length = flistxattr(file, nullptr, 0);
+  if (length > 0) {  // most files have none
+    list.resize(XATTR_LIST_MAX);
+    length = flistxattr(file, list.data(), list.size());
+  }
   if (length < 0 && errno != EOPNOTSUPP) {
     return CodeOf(errno, kReadFault);
   }
@@ -70,8 +74,11 @@ Code ReadExtended(int file, EntryState* state) {
   std::size_t total = 0;
   std::vector<std::byte> value;
   for (std::string& name : names) {
-    value.resize(XATTR_SIZE_MAX);
-    const ssize_t size = fgetxattr(file, name.c_str(), value.data(), value.size());
+    ssize_t size = fgetxattr(file, name.c_str(), nullptr, 0);
+    if (size > 0) {
+      value.resize(XATTR_SIZE_MAX);
+      size = fgetxattr(file, name.c_str(), value.data(), value.size());
+    }
     if (size < 0 && errno != ENODATA && errno != EOPNOTSUPP) {
       return CodeOf(errno, kReadFault);
     }
