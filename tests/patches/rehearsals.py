@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Rehearses scripts and patches, and looks at what they leave: nothing.
+"""Rehearses scripts and patches, and looks at what they leave: nothing. Applies some, and takes them back.
 
     rehearsals.py --linux TESSEL --tlx TLX --key PEM --json OUT [--filter GLOB] [-v]
 
@@ -64,6 +64,15 @@ class Stage:
         return subprocess.Popen(words, env={**os.environ, 'TMPDIR': str(self.temporary)}, text=True,
                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE)
+
+    def ended(self, exit_code, command, operand, *options):
+        """What another command of tlx prints, and its errors."""
+        words = self.words(operand, *options)
+        words[words.index('rehearse')] = command
+        process = self.start(words)
+        out, errors = process.communicate(timeout=world.TIME_LIMIT)
+        expect(process.returncode == exit_code, f'ended with {process.returncode}:\n{out}{errors}')
+        return out, errors
 
     def told(self, words, exit_code):
         """What a rehearsal prints, without the events. It leaves nothing."""
@@ -222,6 +231,90 @@ def gated(stage):
     stage.told(stage.words(folder), 0)
 
 
+def files_of(machine):
+    """What is taken back, but for the registry, whose keys others compare."""
+    return {path: (mode, links, written // 100, content, marks)
+            for path, (mode, _, links, written, _, content, marks) in snapshot(machine).items()
+            if path.suffix not in ('.LOG1', '.LOG2') and path.name != 'SOFTWARE'}
+
+
+def signed(stage, name, body):
+    folder = stage.folder / name
+    folder.mkdir(mode=0o755)
+    stage.these.world.pack(folder / 'fix.tlx', body)
+    stage.these.world.sign(folder)
+    return folder
+
+
+CHANGING = (r'<fileCreate path="C:\Users\new.txt"/><fileMove src="C:\Users\old" dest="C:\Users\moved"/>'
+            '<regCreateKey root="HKEY_LOCAL_MACHINE" key="SOFTWARE\\Applied"/>'
+            '<processRun path="Z:\\usr\\bin\\true"/><exit code="{}"/>')
+
+
+def applied(stage):
+    """All is committed with an accepted code, and taken back where the machine is what it was left."""
+    users = stage.machine / 'Users'
+    (users / 'old').write_text('moved')
+    os.link(users / 'old', users / 'other')
+    os.chown(users / 'old', stage.user, stage.user)
+    before, kept = files_of(stage.machine), stage.folder / 'set'
+    patch = signed(stage, 'patch', CHANGING.format(3))
+    trace = stage.folder / 'trace'
+    _, errors = stage.ended(1, 'apply', patch, '--trace', trace, '--undo', kept)
+    expect('ended with -3, which' in errors and files_of(stage.machine) == before, errors)
+    expect('Exit function called with exitcode 3' in trace.read_text('utf-8'), 'another trace')
+    out, _ = stage.ended(1, 'apply', patch, '--accept', '0,-3', '--undo', kept)
+    expect('  line 3, processRun' in out, out)
+    after = files_of(stage.machine)
+    expect((users / 'new.txt').exists() and os.path.samefile(users / 'moved', users / 'other'),
+           f'not committed: {set(after) ^ set(before)}')
+    expect(list((stage.machine / world.TRACES).glob('ts-*')), 'no trace is committed')
+    (users / 'new.txt').write_text('x')
+    _, errors = stage.ended(1, 'undo', kept)
+    expect('new.txt: error: has other bytes' in errors and 'because of 1 conflicts' in errors, errors)
+    (users / 'new.txt').write_text('')
+    stage.ended(0, 'undo', kept)
+    left = files_of(stage.machine)
+    expect(left == before, f'{[path for path in left | before if left.get(path) != before.get(path)]}')
+    _, errors = stage.ended(1, 'undo', kept)
+    expect('taken back already' in errors, errors)
+
+
+def interrupted(stage):
+    """Who comes next clears up, and says so; nothing that others could have put there is believed."""
+    left = stage.machine / '$TesselCommit'
+    for name, mode, told in (('1', 0o700, 'had changed nothing, was cleared away'),
+                             ('done', 0o700, 'was finished'), ('journal', 0o777, 'nothing in it is believed')):
+        left.mkdir()
+        (left / name).touch()
+        for path in (left, left / name):
+            os.chown(path, stage.user, stage.user)
+        left.chmod(mode)
+        patch = stage.folder / 'none.tlx'
+        told_now = ''.join(stage.ended(1, 'apply', patch, '--trace', '-'))
+        expect(told in told_now and left.exists() == (mode == 0o777), told_now)
+
+
+def on_ntfs(stage):
+    """What is new inherits as in a run, and hard links stay."""
+    script = r'''set -e
+        truncate -s 64M "$1/image"; mkntfs -qF "$1/image" >"$1/log" 2>&1; mkdir "$1/ntfs"
+        ntfs-3g -o "$2" "$1/image" "$1/ntfs" >"$1/log" 2>&1; trap 'umount "$1/ntfs"' EXIT
+        m=$1/ntfs/C; cp -r "$3" "$m"; cd "$1"; T=$m/Windows/Temp; ln "$T/old" "$T/other"
+        acl() { getfattr --only-values -n system.ntfs_acl "$T/new$1" | sha256sum; }
+        "$4" apply patch --machine "$m" --undo set; test -e "$T/new1"; of_apply=$(acl 1)
+        "$4" undo set --machine "$m"; test ! -e "$T/new1"
+        TESSEL_MACHINE=$m "$5" /encfile "$1/patch/fix.tlx"; test "$(acl 1)" = "$of_apply"
+        test "$(stat -c %h "$T/old")" = 2; rm -r set ntfs/C; umount "$1/ntfs"; trap - EXIT; rmdir ntfs'''
+    (stage.machine / 'Windows/Temp/old').write_text('old')
+    signed(stage, 'patch', r'<fileCreate path="C:\Windows\Temp\new1"/><exit code="0"/>')
+    for options in ('permissions', 'umask=000'):
+        ended = subprocess.run(
+            ['unshare', '--mount', 'sh', '-c', script, '-', stage.folder, options, stage.machine,
+             stage.these.tlx, stage.these.world.tessel], capture_output=True, text=True, check=False)
+        expect(ended.returncode == 0, f'{options}: {ended.stdout}{ended.stderr}')
+
+
 def copied(stage):
     """Where there can be no overlay, the machine is copied; much of it only when that is allowed."""
     (stage.machine / 'large').touch()
@@ -243,7 +336,7 @@ def copied(stage):
 
 
 ROWS = {'beyond': beyond, 'places': places, 'changed': changed, 'sealed': sealed, 'runaway': runaway,
-        'killed': killed, 'gated': gated}
+        'killed': killed, 'gated': gated, 'applied': applied, 'interrupted': interrupted}
 
 
 class Rehearsals:
@@ -258,6 +351,7 @@ class Rehearsals:
             if os.geteuid() == 0:
                 yield f'{name}/as-user', action, NOBODY
         yield 'root/copied', copied, 0
+        yield 'root/on-ntfs', on_ntfs, 0
 
     def run(self, name, action, user):
         folder = self.root / name.replace('/', '.')

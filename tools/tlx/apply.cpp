@@ -99,8 +99,9 @@ void TellRun(const Options& options, const Rehearsal& run) {
                                  : u"Reached beyond the machine:");
       isFirst = false;
     }
-    WriteLine(Output::Out,
-              cvn::Format(u"  line %u, %s, %llu times", visit.line, visit.name, visit.count));
+    const cvn::String times =
+        visit.count == 1 ? cvn::String() : cvn::Format(u", %llu times", visit.count);
+    WriteLine(Output::Out, cvn::Format(u"  line %u, %s%s", visit.line, visit.name, times));
   }
 }
 
