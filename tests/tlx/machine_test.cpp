@@ -4,6 +4,8 @@
 
 #include <functional>
 
+#include "platform/environment.h"
+#include "platform/formats/environment_names.h"
 #include "platform/machine.h"
 #include "platform/registry.h"
 #include "support/utf.h"
@@ -160,6 +162,13 @@ TEST_F(MachineTest, ShowListsAKey) {
                              "  delete C:\\gone\n"
                              "  move C:\\a b to C:\\c\n"
                              "  move C:\\new to C:\\old (replacing)\n"));
+}
+
+// What 'tlx inspect' calls the machine's is what a run takes from it.
+TEST_F(MachineTest, EveryMachineHasTheEnvironmentOfWindows) {
+  for (const cvn::StringView name : platform::WindowsEnvironmentNames()) {
+    EXPECT_TRUE(platform::environment::Get(name).has_value()) << cvn::WideToUtf8(name);
+  }
 }
 
 }  // namespace

@@ -258,7 +258,7 @@ TEST_F(TlxTest, PatchesAndScriptsAreInspected) {
   } cases[] = {
       {kScript, {}, "a script as it is, not packed\n  Size:        38 bytes\n"},
       {std::string("\xEF\xBB\xBF\r\n ") + kScript, {}, "a script as it is, not packed\n"},
-      {patch, {"--key", PublicKey("one")}, "a patch of 1 blocks\n  Size:        256 bytes\n"},
+      {patch, {"--key", PublicKey("one")}, "a patch (blocks: 1)\n  Size:        256 bytes\n"},
       {patch,
        {},
        "it isn't a patch for this program: neither a script, nor made with the private "},

@@ -14,6 +14,7 @@
 #include "tools/tlx/patch_operand.h"
 #include "tools/tlx/script_check.h"
 #include "tools/tlx/script_lint.h"
+#include "trust/path_key.h"
 
 namespace tlx {
 namespace {
@@ -62,7 +63,7 @@ cvn::String WhyNoCatalog(cvn::StringView patch, const Inspection& inspection) {
   if (patch == u"-") {
     return u"a patch is judged by where it lies, and this one came from standard input";
   }
-  cvn::String folder = patch;
+  cvn::String folder = tessel::TidyPath(patch);
   paths::RemoveFileSpec(&folder);
   return paths::Exists(tessel::JoinPath(folder, kCatalogName))
              ? cvn::String()

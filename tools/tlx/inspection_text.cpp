@@ -60,7 +60,7 @@ void AddContainer(const Inspection& inspection, Lines* lines) {
   const PatchInput& input = inspection.input;
   AddRow(u"Kind:",
          input.blocks == 0 ? cvn::String(u"a script as it is, not packed")
-                           : cvn::Format(u"a patch of %u blocks", input.blocks),
+                           : cvn::Format(u"a patch (blocks: %u)", input.blocks),
          lines);
   AddRow(u"Size:", cvn::Format(u"%u bytes", input.size), lines);
   AddRow(u"SHA-256:", input.digest, lines);
@@ -209,7 +209,9 @@ void AddEnds(const ScriptReading& reading, Lines* lines) {
 
 void AddCommands(const ScriptReading& reading, Lines* lines) {
   constexpr std::size_t kFamilyWidth = 20;
-  AddSection(u"Commands", lines);
+  if (!reading.commands.empty()) {
+    AddSection(u"Commands", lines);
+  }
   for (const auto& [title, commands] : reading.commands) {
     cvn::String list;
     for (const auto& [name, count] : commands) {
