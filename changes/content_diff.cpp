@@ -56,6 +56,12 @@ bool IsTooLarge(const std::optional<std::string>& bytes) {
   return bytes && bytes->size() > kLargestDiffed;
 }
 
+// Two texts of few different lines, and many of them, take seconds to be compared.
+bool HasTooManyLines(std::string_view text) {
+  constexpr std::ptrdiff_t kMostLines = 50'000;
+  return std::ranges::count(text, '\n') > kMostLines;
+}
+
 }  // namespace
 
 ContentDiff DiffContent(cvn::StringView path, const std::optional<std::string>& before,
@@ -76,8 +82,7 @@ ContentDiff DiffContent(cvn::StringView path, const std::optional<std::string>& 
     return diff;
   }
   diff.isLayoutOnly = before && after && was.text == is.text;
-  // Printing a document anew may make it larger.
-  diff.isTooLarge = was.text.size() > 4 * kLargestDiffed || is.text.size() > 4 * kLargestDiffed;
+  diff.isTooLarge = HasTooManyLines(was.text) || HasTooManyLines(is.text);
   if (!diff.isLayoutOnly && !diff.isTooLarge) {
     auto lines = DiffLines(was.text, is.text);
     diff.isTooLarge = !lines;

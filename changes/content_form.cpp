@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <ostream>
 #include <pugixml.hpp>
-#include <sstream>
+#include <stdexcept>
+#include <streambuf>
 
 #include "platform/profile.h"
 #include "support/utf.h"
@@ -26,6 +28,40 @@ bool HasTextOnly(std::string_view bytes) {
     return byte >= ' ' || (byte >= '\t' && byte <= '\r') || byte == 0x1A || byte == 0x1B;
   });
 }
+
+// Indented, a document that nests deep is many times as long as it was.
+constexpr std::size_t kLargestPrint = 4 * kLargestDiffed;
+
+class BoundedWriter : public pugi::xml_writer {
+ public:
+  void write(const void* data, std::size_t size) override {
+    if (size > kLargestPrint - text.size()) {
+      throw std::length_error("too long a print");
+    }
+    text.append(static_cast<const char*>(data), size);
+  }
+
+  std::string text;
+};
+
+// A stream over it turns bad at the end.
+class BoundedBuffer : public std::streambuf {
+ public:
+  std::string text;
+
+ protected:
+  int overflow(int character) override {
+    const auto one = static_cast<char>(character);
+    return xsputn(&one, 1) == 1 ? character : EOF;
+  }
+  std::streamsize xsputn(const char* data, std::streamsize size) override {
+    if (static_cast<std::size_t>(size) > kLargestPrint - text.size()) {
+      return 0;
+    }
+    text.append(data, static_cast<std::size_t>(size));
+    return size;
+  }
+};
 
 std::string_view Trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
@@ -59,10 +95,10 @@ std::optional<std::string> CanonicalXml(std::string_view bytes) {
         !document.document_element()) {
       return std::nullopt;
     }
-    std::ostringstream out;
+    BoundedWriter out;
     document.save(out, "  ", pugi::format_indent | pugi::format_no_declaration,
                   pugi::encoding_utf8);
-    return std::move(out).str();
+    return std::move(out.text);
   } catch (const std::exception&) {
     return std::nullopt;
   }
@@ -80,7 +116,12 @@ std::optional<std::string> CanonicalJson(std::string_view text) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
     builder["emitUTF8"] = true;
-    return Json::writeString(builder, document) + '\n';
+    BoundedBuffer buffer;
+    std::ostream out(&buffer);
+    const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
+    writer->write(document, &out);
+    out << '\n';
+    return out.good() ? std::optional(std::move(buffer.text)) : std::nullopt;
   } catch (const std::exception&) {
     return std::nullopt;
   }

@@ -13,7 +13,8 @@ namespace tessel {
 // Nothing for what is no text, as it has control characters that texts don't have.
 std::optional<std::string> TextOfBytes(std::string_view bytes);
 
-// The same content, printed in one way, if it is a well-formed document of that form.
+// The same content, printed in one way, if it is a well-formed document of that form whose print
+// isn't too long.
 std::optional<std::string> CanonicalXml(std::string_view bytes);
 std::optional<std::string> CanonicalJson(std::string_view text);
 // Sections and keys with their values; comments and blanks don't count.

@@ -237,6 +237,22 @@ std::string Shown(cvn::StringView path, const std::optional<std::string>& before
   return text;
 }
 
+std::string Nested(const std::string& open, const std::string& close, int levels,
+                   const std::string& inside = {}, int times = 1) {
+  std::string text;
+  for (int i = 0; i < levels; ++i) {
+    text += open;
+  }
+  for (int i = 0; i < times; ++i) {
+    text += inside;
+  }
+  text += inside.ends_with(',') ? "0" : "";
+  for (int i = 0; i < levels; ++i) {
+    text += close;
+  }
+  return text;
+}
+
 TEST(Contents, DifferByWhatTheyHold) {
   const std::string large(kLargestDiffed + 1, 'x');
   const struct {
@@ -266,8 +282,13 @@ TEST(Contents, DifferByWhatTheyHold) {
       {u"a.INI", "[a]\nk = 1\n; no\n", "\n[a]\nk=1", "I layout"},
       {u"a.ini", "[a]\nk=1\n", "[a]\nk=2\n", "I|@@ -1,2 +1,2 @@| [a]|-k=1|+k=2"},
       {u"a.txt", large, "x", "B large"},
+      {u"a.txt", std::string(60'000, '\n'), "x", "T large"},
       {u"a.xml", std::string(300'000, '<'), "<a/>", "T|"},
       {u"a.json", std::string(100'000, '['), "[]", "T|"},
+      // Indented, these would be many gigabytes.
+      {u"a.xml", Nested("<a>", "</a>", 100'000), "<a/>", "T|"},
+      {u"a.json", Nested("[", "]", 900, "0,0,0,0,0,0,0,0,", 50), "[]", "J|"},
+      {u"a.json", Nested("[", "]", 900, "0,0,0,0,0,0,0,0,", 20'000), "[]", "T|"},
   };
   for (const auto& one : cases) {
     const std::string shown = Shown(one.path, one.before, one.after);

@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <iterator>
+#include <span>
 
 #include "support/format.h"
 #include "support/utf.h"
@@ -10,6 +10,10 @@ namespace tlx {
 namespace {
 
 using platform::machine::EntryKind;
+
+// As much of a diff as people read in a terminal.
+constexpr std::size_t kMostDiffLines = 500;
+constexpr std::size_t kLongestLine = 1000;  // in bytes of UTF-8
 
 class TextPrinter {
  public:
@@ -66,11 +70,21 @@ class TextPrinter {
       lines_.push_back(cvn::Format(u"      %s", fact));
     }
     if (note.content) {
-      for (const tessel::DiffLine& diff : note.content->lines) {
-        const char16_t sign[] = {static_cast<char16_t>(diff.origin), u'\0'};
-        lines_.push_back(cvn::Format(u"      %s%s", diff.origin == '@' ? u"" : sign,
-                                     Printable(cvn::Utf8ToWide(diff.text))));
-      }
+      PrintDiff(note.content->lines);
+    }
+  }
+
+  void PrintDiff(const cvn::List<tessel::DiffLine>& lines) {
+    const std::size_t shown = std::min(lines.size(), kMostDiffLines);
+    for (const tessel::DiffLine& line : std::span(lines).first(shown)) {
+      const char16_t sign[] = {static_cast<char16_t>(line.origin), u'\0'};
+      const bool isCut = line.text.size() > kLongestLine;
+      lines_.push_back(cvn::Format(u"      %s%s%s", line.origin == '@' ? u"" : sign,
+                                   Printable(cvn::Utf8ToWide(line.text.substr(0, kLongestLine))),
+                                   isCut ? u"..." : u""));
+    }
+    if (shown < lines.size()) {
+      lines_.push_back(cvn::Format(u"      and %u more lines", lines.size() - shown));
     }
   }
 
