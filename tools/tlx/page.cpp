@@ -57,9 +57,7 @@ std::string SummaryOf(const Rehearsal& rehearsal, const ChangeReport& report,
                                  Html(WordsFor(rehearsal.kind)) + "; it stays as it is");
   html += TermRow("Begun", Html(UtcText(rehearsal.startedAt)));
   html += TermRow("Took", std::to_string(rehearsal.milliseconds) + " ms");
-  html += TermRow("Exit code", rehearsal.IsCutShort() ? "none: it was cut short"
-                                                      : std::to_string(rehearsal.exitCode));
-  html += TermRow("Reason", Html(rehearsal.reason.empty() ? "none" : rehearsal.reason));
+  html += TermRow("End", Html(OutcomeOf(rehearsal)));
   html += TermRow("Last failure", rehearsal.failure ? FailureOf(*rehearsal.failure, linesOnPage)
                                                     : std::string("none"));
   for (const FailurePoint& failure : rehearsal.failures) {
@@ -87,7 +85,7 @@ std::string RehearsalPage(const Rehearsal& rehearsal, const ChangeReport& report
   }
   const bool isKnown = flow && flow->Commands().size() == rehearsal.visits.size();
   const cvn::List<std::string_view> lines = LinesOf(rehearsal.script);
-  const std::size_t linesOnPage = std::min(lines.size(), kMostScriptLines);
+  const std::size_t linesOnPage = CountShown(lines);
   const std::string changes = AreChangesTold(rehearsal)
                                   ? ChangesBody(report)
                                   : "<p>What it changed " + UntoldOf(rehearsal) + "</p>\n";
@@ -98,7 +96,7 @@ std::string RehearsalPage(const Rehearsal& rehearsal, const ChangeReport& report
   return MakePage(head,
                   {{"summary", "Summary", SummaryOf(rehearsal, report, linesOnPage)},
                    {"flow", "Flow", FlowBody(rehearsal, isKnown ? &*flow : nullptr, linesOnPage)},
-                   {"script", "Script", ScriptBody(rehearsal, lines)},
+                   {"script", "Script", ScriptBody(rehearsal, lines, linesOnPage)},
                    {"changes", "Changes", changes},
                    {"beyond", "Beyond the machine", BeyondBody(rehearsal, linesOnPage)},
                    {"events", "Events", EventsBody(rehearsal)},

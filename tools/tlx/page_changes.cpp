@@ -10,12 +10,12 @@
 namespace tlx {
 namespace {
 
-constexpr std::size_t kMostFiles = 2000;
-constexpr std::size_t kMostKeys = 2000;
-constexpr std::size_t kMostValues = 200;                      // of a key
-constexpr std::size_t kMostFacts = 100;                       // of a file, and of a value's lines
-constexpr std::size_t kMostDiffLines = 500;                   // of a file
-constexpr std::size_t kMostDiffBytes = std::size_t{4} << 20;  // of all files
+constexpr std::size_t kMostEntries = 2000;   // files, keys, services
+constexpr std::size_t kMostValues = 200;     // of a key
+constexpr std::size_t kMostFacts = 50;       // of a file or key; lines of a value
+constexpr std::size_t kMostDiffLines = 500;  // of a file
+// When a part of the section has so much, nothing more is begun in it.
+constexpr std::size_t kMostBytes = std::size_t{4} << 20;
 // So many begin unfolded.
 constexpr std::size_t kMostOpen = 40;
 
@@ -31,7 +31,7 @@ std::string Items(const cvn::List<cvn::String>& lines) {
   const std::size_t shown = std::min(lines.size(), kMostFacts);
   std::string html = "<ul class=\"facts\">\n";
   for (const cvn::String& line : std::span(lines).first(shown)) {
-    html += "<li>" + Html(line) + "</li>\n";
+    html += "<li>" + LineText(cvn::WideToUtf8(line)) + "</li>\n";
   }
   return html + "</ul>\n" + LeftOut(lines.size() - shown, "line");
 }
@@ -56,7 +56,7 @@ class ChangesWriter {
   void AddFiles();
   void AddFile(const FileNote& file);
   void AddContent(const tessel::ContentDiff& content);
-  void AddDiff(std::span<const tessel::DiffLine> lines);
+  void AddDiffLine(const tessel::DiffLine& line);
   void AddKeys(const char* title, const cvn::List<KeyNote>& keys);
   void AddKey(const KeyNote& key);
   void AddValues(const cvn::List<ValueNote>& values);
@@ -64,6 +64,7 @@ class ChangesWriter {
   void AddLines(const char* title, const cvn::List<cvn::String>& lines);
 
   void AddHeading(const char* title, std::size_t count) {
+    begin_ = html_.size();
     html_ += std::string("<h3>") + title + " (" + std::to_string(count) + ")</h3>\n";
   }
   // A line that unfolds.
@@ -73,10 +74,21 @@ class ChangesWriter {
   }
   void Close() { html_ += "</div>\n</details>\n"; }
 
+  // Shows items one by one, as far as there is room.
+  template <typename Item, typename Show>
+  void AddSome(const cvn::List<Item>& items, std::size_t most, std::string_view noun, Show show) {
+    std::size_t shown = 0;
+    while (shown < std::min(items.size(), most) && html_.size() - begin_ < kMostBytes) {
+      show(items[shown++]);
+    }
+    left_ = LeftOut(items.size() - shown, noun);
+  }
+
   const ChangeReport& report_;
   std::string html_;
+  std::size_t begin_ = 0;  // of the part that is being written
+  std::string left_;       // what AddSome left out, in words
   std::size_t opened_ = 0;
-  std::size_t diffBytes_ = 0;
 };
 
 void ChangesWriter::AddFiles() {
@@ -84,11 +96,8 @@ void ChangesWriter::AddFiles() {
     return;
   }
   AddHeading("Files", report_.files.size());
-  const std::size_t shown = std::min(report_.files.size(), kMostFiles);
-  for (const FileNote& file : std::span(report_.files).first(shown)) {
-    AddFile(file);
-  }
-  html_ += LeftOut(report_.files.size() - shown, "file");
+  AddSome(report_.files, kMostEntries, "file", [this](const FileNote& file) { AddFile(file); });
+  html_ += left_;
 }
 
 void ChangesWriter::AddFile(const FileNote& file) {
@@ -119,28 +128,19 @@ void ChangesWriter::AddContent(const tessel::ContentDiff& content) {
     html_ += std::string("<p>Compared by what it holds, not by its layout (") +
              NameOf(content.form) + ").</p>\n";
   }
-  if (diffBytes_ >= kMostDiffBytes) {
-    html_ += LeftOut(content.lines.size(), "line");
-    return;
-  }
-  const std::size_t shown = std::min(content.lines.size(), kMostDiffLines);
-  AddDiff(std::span(content.lines).first(shown));
-  html_ += LeftOut(content.lines.size() - shown, "line");
+  html_ += "<pre class=\"diff\">";
+  AddSome(content.lines, kMostDiffLines, "line",
+          [this](const tessel::DiffLine& line) { AddDiffLine(line); });
+  html_ += "</pre>\n" + left_;
 }
 
-void ChangesWriter::AddDiff(std::span<const tessel::DiffLine> lines) {
-  const std::size_t begin = html_.size();
-  html_ += "<pre class=\"diff\">";
-  for (const tessel::DiffLine& line : lines) {
-    const char* element = line.origin == '+' ? "ins" : line.origin == '-' ? "del" : "span";
-    html_.append("<").append(element).append(line.origin == '@' ? " class=\"part\">" : ">");
-    if (line.origin != '@') {
-      html_.append(1, line.origin).append(" ");
-    }
-    html_.append(LineText(line.text)).append("\n</").append(element).append(">");
+void ChangesWriter::AddDiffLine(const tessel::DiffLine& line) {
+  const char* element = line.origin == '+' ? "ins" : line.origin == '-' ? "del" : "span";
+  html_.append("<").append(element).append(line.origin == '@' ? " class=\"part\">" : ">");
+  if (line.origin != '@') {
+    html_.append(1, line.origin).append(" ");
   }
-  html_ += "</pre>\n";
-  diffBytes_ += html_.size() - begin;
+  html_.append(LineText(line.text)).append("\n</").append(element).append(">");
 }
 
 void ChangesWriter::AddKeys(const char* title, const cvn::List<KeyNote>& keys) {
@@ -148,11 +148,8 @@ void ChangesWriter::AddKeys(const char* title, const cvn::List<KeyNote>& keys) {
     return;
   }
   AddHeading(title, keys.size());
-  const std::size_t shown = std::min(keys.size(), kMostKeys);
-  for (const KeyNote& key : std::span(keys).first(shown)) {
-    AddKey(key);
-  }
-  html_ += LeftOut(keys.size() - shown, "key");
+  AddSome(keys, kMostEntries, "key", [this](const KeyNote& key) { AddKey(key); });
+  html_ += left_;
 }
 
 void ChangesWriter::AddKey(const KeyNote& key) {
@@ -172,7 +169,7 @@ std::string ValueLines(const cvn::List<cvn::String>& lines) {
   std::string html;
   for (const cvn::String& line : std::span(lines).first(shown)) {
     html += html.empty() ? "" : "<br>";
-    html += "<code>" + LineText(cvn::WideToUtf8(line)) + "</code>";
+    html += Code(line);
   }
   return (lines.empty() ? "none" : html) + LeftOut(lines.size() - shown, "line");
 }
@@ -182,15 +179,14 @@ void ChangesWriter::AddValues(const cvn::List<ValueNote>& values) {
     return;
   }
   html_ += TableStart("Values of the key", {"Value", "Change", "Before", "After"});
-  const std::size_t shown = std::min(values.size(), kMostValues);
-  for (const ValueNote& value : std::span(values).first(shown)) {
+  AddSome(values, kMostValues, "value", [this](const ValueNote& value) {
     html_ += "<tr><th scope=\"row\">";
     html_ += value.name.Empty() ? "(default)" : Code(value.name);
-    html_ += std::string("</th><td>") + NameOf(value.kind) + "</td><td>";
+    html_ += std::string("</th><td class=\"word\">") + NameOf(value.kind) + "</td><td>";
     html_ += ValueLines(value.before) + "</td><td>" + ValueLines(value.after) + "</td></tr>\n";
-  }
+  });
   html_.append(kTableEnd);
-  html_ += LeftOut(values.size() - shown, "value");
+  html_ += left_;
 }
 
 void ChangesWriter::AddServices() {
@@ -198,17 +194,13 @@ void ChangesWriter::AddServices() {
     return;
   }
   AddHeading("Services", report_.services.size());
-  const std::size_t shown = std::min(report_.services.size(), kMostKeys);
-  for (const ServiceNote& service : std::span(report_.services).first(shown)) {
+  AddSome(report_.services, kMostEntries, "service", [this](const ServiceNote& service) {
     Open(Tag(service.kind) + "service " + Code(service.name));
-    const std::size_t keys = std::min(service.keys.size(), kMostValues);
-    for (const KeyNote& key : std::span(service.keys).first(keys)) {
-      AddKey(key);
-    }
-    html_ += LeftOut(service.keys.size() - keys, "key");
+    AddSome(service.keys, kMostValues, "key", [this](const KeyNote& key) { AddKey(key); });
+    html_ += left_;
     Close();
-  }
-  html_ += LeftOut(report_.services.size() - shown, "service");
+  });
+  html_ += left_;
 }
 
 void ChangesWriter::AddLines(const char* title, const cvn::List<cvn::String>& lines) {

@@ -2,15 +2,13 @@
 
 #include <openssl/evp.h>
 
+#include "support/utf.h"
 #include "tools/tlx/html_text.h"
 #include "tools/tlx/page_style.h"
 #include "version.h"
 
 namespace tlx {
 namespace {
-
-// Bytes of a line that are shown.
-constexpr std::size_t kLongestLine = 2000;
 
 // As a policy names an element's text: 'sha256-...'.
 std::string HashSource(std::string_view text) {
@@ -72,8 +70,8 @@ std::string MakePage(const PageHead& head, const cvn::List<PageSection>& section
   return html;
 }
 
-std::string Code(cvn::StringView text) { return "<code>" + Html(text) + "</code>"; }
-std::string Code(std::string_view utf8) { return "<code>" + Html(utf8) + "</code>"; }
+std::string Code(cvn::StringView text) { return Code(cvn::WideToUtf8(text)); }
+std::string Code(std::string_view utf8) { return "<code>" + LineText(utf8) + "</code>"; }
 
 std::string TermRow(std::string_view term, const std::string& html) {
   return std::string("<div><dt>").append(term).append("</dt><dd>") + html + "</dd></div>\n";

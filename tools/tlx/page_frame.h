@@ -30,6 +30,11 @@ std::string MakePage(const PageHead& head, const cvn::List<PageSection>& section
 
 // The parts of a section's body; all of them escape what they are given.
 
+// The bytes of a line that are shown.
+inline constexpr std::size_t kLongestLine = 2000;
+// One line of a text, without its end; what is too long for a page is cut, and says so.
+std::string LineText(std::string_view utf8);
+// The same as a piece of code: a path, a name.
 std::string Code(cvn::StringView text);
 std::string Code(std::string_view utf8);
 // A row of a list of terms; `html` is what the term has.
@@ -41,8 +46,5 @@ std::string LeftOut(std::size_t count, std::string_view noun);
 // A table's beginning, with a caption for those who don't see it, and its head; ours.
 std::string TableStart(std::string_view caption, const cvn::List<std::string_view>& columns);
 inline constexpr std::string_view kTableEnd = "</tbody></table>\n";
-
-// One line of a text, without its end; cut when it is too long for a page.
-std::string LineText(std::string_view utf8);
 
 }  // namespace tlx

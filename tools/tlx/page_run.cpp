@@ -11,9 +11,25 @@
 namespace tlx {
 namespace {
 
-constexpr std::size_t kMostTraceLines = 10'000;  // half of them from its end
+// Of a script, and of a trace: there, half of them are from its end.
+constexpr std::size_t kMostLines = 10'000;
+constexpr std::size_t kMostBytes = std::size_t{4} << 20;
 constexpr std::size_t kMostRows = 1000;
-constexpr std::size_t kLongestEvent = 16'000;
+constexpr std::size_t kLongestName = 200;
+
+// How many lines, from the first on, are within the limits, divided by so many parts of the text.
+template <typename Iterator>
+std::size_t CountWithin(Iterator line, Iterator end, std::size_t parts) {
+  std::size_t count = 0;
+  std::size_t bytes = 0;
+  for (; line != end && count < kMostLines / parts; ++line, ++count) {
+    bytes += std::min(line->size(), kLongestLine);
+    if (bytes > kMostBytes / parts) {
+      break;
+    }
+  }
+  return count;
+}
 
 // Of the commands that stand on each line: how often they were entered.
 cvn::Map<std::size_t, cvn::List<std::uint64_t>> VisitsByLine(const Rehearsal& rehearsal) {
@@ -42,7 +58,7 @@ std::string WhereIs(const FlowCommand& command, const ScriptFlow& flow) {
   }
   const FlowCommand& owner = flow.Commands()[list.owner];
   const std::string name = owner.loop == tessel::LoopKind::None ? NameOf(list) + " of " : "";
-  return Code(std::string_view(Shortened(name + owner.element->ValueStr(), kMostRows)));
+  return Code(std::string_view(Shortened(name + owner.element->ValueStr(), kLongestName)));
 }
 
 std::string NeverEntered(const Rehearsal& rehearsal, const ScriptFlow& flow,
@@ -56,7 +72,7 @@ std::string NeverEntered(const Rehearsal& rehearsal, const ScriptFlow& flow,
     const FlowCommand& command = flow.Commands()[at];
     rows += "<tr><th scope=\"row\">" + LineLink(rehearsal.visits[at].line, linesOnPage);
     rows += "</th><td class=\"word\">" + Code(rehearsal.visits[at].name) + "</td><td>";
-    rows += LabelOf(command).empty() ? "" : Code(Shortened(LabelOf(command), kMostRows));
+    rows += LabelOf(command).empty() ? "" : Code(Shortened(LabelOf(command), kLongestName));
     rows += "</td><td>" + WhereIs(command, flow) + "</td></tr>\n";
   }
   if (count == 0) {
@@ -140,7 +156,12 @@ std::string FlowBody(const Rehearsal& rehearsal, const ScriptFlow* flow, std::si
          NeverEntered(rehearsal, *flow, linesOnPage) + "</div>\n";
 }
 
-std::string ScriptBody(const Rehearsal& rehearsal, const cvn::List<std::string_view>& lines) {
+std::size_t CountShown(const cvn::List<std::string_view>& lines) {
+  return CountWithin(lines.begin(), lines.end(), 1);
+}
+
+std::string ScriptBody(const Rehearsal& rehearsal, const cvn::List<std::string_view>& lines,
+                       std::size_t linesOnPage) {
   if (lines.empty()) {
     return "<p>The run didn't come to its script.</p>\n";
   }
@@ -148,14 +169,13 @@ std::string ScriptBody(const Rehearsal& rehearsal, const cvn::List<std::string_v
   const std::size_t failedLine = rehearsal.failure ? rehearsal.failure->line : 0;
   std::string html =
       "<div class=\"lines\">\n" + TableStart("The script's lines", {"Line", "Entered", "Text"});
-  const std::size_t shown = std::min(lines.size(), kMostScriptLines);
-  for (std::size_t at = 0; at < shown; ++at) {
+  for (std::size_t at = 0; at < linesOnPage; ++at) {
     const auto found = byLine.find(at + 1);
     AddScriptRow(at + 1, lines[at], found == byLine.end() ? nullptr : &found->second,
                  at + 1 == failedLine, &html);
   }
   html.append(kTableEnd);
-  return html + "</div>\n" + LeftOut(lines.size() - shown, "line");
+  return html + "</div>\n" + LeftOut(lines.size() - linesOnPage, "line");
 }
 
 std::string BeyondBody(const Rehearsal& rehearsal, std::size_t linesOnPage) {
@@ -192,8 +212,7 @@ std::string EventsBody(const Rehearsal& rehearsal) {
   std::string html = "<ul>\n";
   const std::size_t shown = std::min(rehearsal.events.size(), kMostRows);
   for (const std::string& event : std::span(rehearsal.events).first(shown)) {
-    const CutText cut = CutUtf8(event, kLongestEvent);
-    html += "<li>" + Code(cut.shown) + LeftOut(cut.leftOut, "byte") + "</li>\n";
+    html += "<li>" + Code(std::string_view(event)) + "</li>\n";
   }
   return html + "</ul>\n" + LeftOut(rehearsal.events.size() - shown, "event");
 }
@@ -210,12 +229,14 @@ std::string TraceBody(const Rehearsal& rehearsal) {
       "<div class=\"scroll trace\" role=\"region\" aria-label=\"Lines of the trace\" "
       "tabindex=\"0\">\n<pre>";
   const std::span<const std::string_view> all = lines;
-  if (all.size() <= kMostTraceLines) {
+  if (CountShown(lines) == lines.size()) {
     AddTraceLines(all, &html);
   } else {
-    AddTraceLines(all.first(kMostTraceLines / 2), &html);
-    html += "</pre>\n" + LeftOut(all.size() - kMostTraceLines, "line") + "<pre>";
-    AddTraceLines(all.last(kMostTraceLines / 2), &html);
+    const std::size_t first = CountWithin(lines.begin(), lines.end(), 2);
+    const std::size_t last = CountWithin(lines.rbegin(), lines.rend(), 2);
+    AddTraceLines(all.first(first), &html);
+    html += "</pre>\n" + LeftOut(all.size() - first - last, "line") + "<pre>";
+    AddTraceLines(all.last(last), &html);
   }
   return html + "</pre>\n</div>\n";
 }
