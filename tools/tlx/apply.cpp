@@ -156,7 +156,7 @@ int Apply(const Options& options) {
     request.variables.push_back(text);
   }
   const cvn::String setFolder =
-      options.Has(u"--undo") ? FullPathOf(options.Value(u"--undo")) : cvn::String();
+      options.Has(u"--undo") ? PathWithDriveOf(options.Value(u"--undo")) : cvn::String();
   if (!setFolder.Empty() && paths::Exists(setFolder)) {
     return FailOnFile(options.Value(u"--undo"), u"there is something of that name already");
   }

@@ -5,6 +5,7 @@
 #include "platform/file_search.h"
 #include "platform/machine.h"
 #include "platform/paths.h"
+#include "support/format.h"
 #include "tools/tlx/messages.h"
 
 namespace tlx {
@@ -17,6 +18,15 @@ cvn::String FullPathOf(cvn::StringView operand) {
     path = tessel::JoinPath(paths::CurrentDirectory(), operand);
   }
   return path;
+}
+
+cvn::String PathWithDriveOf(cvn::StringView operand) {
+  const cvn::String path = FullPathOf(operand);
+  if (!path.AsView().starts_with(u'/')) {
+    return path;
+  }
+  constexpr std::size_t kDrive = 2;
+  return cvn::Format(u"%s%s", paths::CurrentDirectory().AsView().substr(0, kDrive), path);
 }
 
 int FindPatch(cvn::StringView operand, cvn::String* patch) {

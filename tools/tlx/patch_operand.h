@@ -8,6 +8,10 @@ namespace tlx {
 // The full path of a file or folder that the user named. To be asked before a machine is open.
 cvn::String FullPathOf(cvn::StringView operand);
 
+// The same with its drive, so that it still leads there when the machine is open and the current
+// directory has turned out to lie on it.
+cvn::String PathWithDriveOf(cvn::StringView operand);
+
 // The path of the patch: of the only one in a folder, and a full one. The exit code of a failure
 // that it told.
 int FindPatch(cvn::StringView operand, cvn::String* patch);

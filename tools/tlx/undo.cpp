@@ -21,7 +21,7 @@ constexpr OperandSpec kOperands[] = {
 
 int Undo(const Options& options) {
   // Its path is looked up before the machine is open, since a part of it may lie there.
-  const cvn::String folder = FullPathOf(options.Operand(0));
+  const cvn::String folder = PathWithDriveOf(options.Operand(0));
   tessel::KeptSet set;
   cvn::String problem;
   if (const Code code = set.Read(folder, &problem); code != platform::kSuccess) {
