@@ -53,6 +53,11 @@ def _commands():
 _BEGINS, _ENDS, _WORDS = _commands()
 
 
+def beginning(command):
+    """What a command's first line in the trace begins with."""
+    return _BEGINS[command].split('{')[0]
+
+
 def _number(text):
     digits = re.match(r'\s*[+-]?\d+', text)
     return max(-1 << 31, min(int(digits[0]) if digits else 0, (1 << 31) - 1))

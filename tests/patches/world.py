@@ -71,16 +71,20 @@ def decode_lines(data, what, line_end):
     return lines[:-1]
 
 
-def read_trace(path):
-    """The trace's lines without their stamps, or with '~' in front of those that have none."""
-    data = path.read_bytes()
-    expect(data.startswith(b'\xef\xbb\xbf'), f'{path.name} does not begin with the mark of UTF-8')
+def trace_lines(data, what):
+    """The lines of a trace without their stamps, or with '~' in front of those that have none."""
     lines = []
-    for line in decode_lines(data[3:], path.name, '\r\n'):
+    for line in decode_lines(data, what, '\r\n'):
         stamp = STAMP.match(line)
         lines.append(line[stamp.end():] if stamp else '~' + line)
-    expect(not lines or lines[0][0] != '~', f'{path.name} has a first line without a time stamp')
+    expect(not lines or lines[0][0] != '~', f'{what} has a first line without a time stamp')
     return lines
+
+
+def read_trace(path):
+    data = path.read_bytes()
+    expect(data.startswith(b'\xef\xbb\xbf'), f'{path.name} does not begin with the mark of UTF-8')
+    return trace_lines(data[3:], path.name)
 
 
 class Authority:
