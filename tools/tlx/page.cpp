@@ -60,10 +60,6 @@ std::string SummaryOf(const Rehearsal& rehearsal, const ChangeReport& report,
   html += TermRow("End", Html(OutcomeOf(rehearsal)));
   html += TermRow("Last failure", rehearsal.failure ? FailureOf(*rehearsal.failure, linesOnPage)
                                                     : std::string("none"));
-  for (const FailurePoint& failure : rehearsal.failures) {
-    html += failure.isHandled ? std::string()
-                              : TermRow("Failed unhandled", FailureOf(failure, linesOnPage));
-  }
   html += TermRow("Commands",
                   std::to_string(entered) + " of " + std::to_string(visits.size()) + " entered");
   html += TermRow("Changes", AreChangesTold(rehearsal) ? CountsOf(report) : UntoldOf(rehearsal));
@@ -95,6 +91,7 @@ std::string RehearsalPage(const Rehearsal& rehearsal, const ChangeReport& report
       OutcomeOf(rehearsal)};
   return MakePage(head,
                   {{"summary", "Summary", SummaryOf(rehearsal, report, linesOnPage)},
+                   {"failures", "Failures", FailuresBody(rehearsal, linesOnPage)},
                    {"flow", "Flow", FlowBody(rehearsal, isKnown ? &*flow : nullptr, linesOnPage)},
                    {"script", "Script", ScriptBody(rehearsal, lines, linesOnPage)},
                    {"changes", "Changes", changes},

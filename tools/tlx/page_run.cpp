@@ -148,6 +148,23 @@ std::string LineLink(std::size_t line, std::size_t linesOnPage) {
                                          : "<a href=\"#L" + number + "\">line " + number + "</a>";
 }
 
+std::string FailuresBody(const Rehearsal& rehearsal, std::size_t linesOnPage) {
+  if (rehearsal.failures.empty()) {
+    return "<p>No command failed.</p>\n";
+  }
+  std::string html = "<p>Of each command that failed, the first time.</p>\n" +
+                     TableStart("Commands that failed", {"Line", "Command", "Error", "Handled"});
+  const std::size_t shown = std::min(rehearsal.failures.size(), kMostRows);
+  for (const FailurePoint& failure : std::span(rehearsal.failures).first(shown)) {
+    html += "<tr><th scope=\"row\">" + LineLink(failure.line, linesOnPage);
+    html += "</th><td class=\"word\">" + Code(failure.command) + "</td><td>";
+    html += Code(failure.error) + "</td><td class=\"word\">";
+    html += failure.isHandled ? "yes</td></tr>\n" : "no: the run went on</td></tr>\n";
+  }
+  html.append(kTableEnd);
+  return html + LeftOut(rehearsal.failures.size() - shown, "command");
+}
+
 std::string FlowBody(const Rehearsal& rehearsal, const ScriptFlow* flow, std::size_t linesOnPage) {
   if (flow == nullptr) {
     return "<p>There is no flow to draw: the run didn't come to a script that could be read.</p>\n";

@@ -20,6 +20,8 @@ std::size_t CountShown(const cvn::List<std::string_view>& lines);
 // "line 12", as a link where the page has the line.
 std::string LineLink(std::size_t line, std::size_t linesOnPage);
 
+// Which commands failed, handled or not.
+std::string FailuresBody(const Rehearsal& rehearsal, std::size_t linesOnPage);
 // The picture, and what was never entered. `flow` is the script's, or null when that can't be read;
 // its commands are those of `visits`.
 std::string FlowBody(const Rehearsal& rehearsal, const ScriptFlow* flow, std::size_t linesOnPage);
