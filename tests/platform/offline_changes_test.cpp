@@ -8,6 +8,7 @@
 
 #include "platform/formats/names.h"
 #include "platform/offline/changes/changes.h"
+#include "platform/offline/registry/hive_store.h"
 #include "platform/offline/registry/registry.h"
 #include "platform/registry.h"
 #include "support/utf.h"
@@ -82,6 +83,7 @@ class Changes : public HostFolderTest {
       ADD_FAILURE() << "no overlay: " << errno;
       return {};
     }
+    upper_ = scratch + "/upper";
     operate(view);
     EXPECT_EQ(umount2(view.c_str(), MNT_DETACH), 0);
     return Collect({.folder = Open(scratch + "/upper"), .isLayer = true, .completedAt = {}});
@@ -115,6 +117,7 @@ class Changes : public HostFolderTest {
   }
 
   std::unique_ptr<posix::ViewDifference> difference_;
+  std::string upper_;
 
  private:
   static std::shared_ptr<const posix::Descriptor> Open(const std::string& path) {
@@ -248,9 +251,21 @@ TEST_F(Changes, TellHivesByTheirKeys) {
     change.path = u"New";
     change.after.emplace();
     change.values.push_back({u"v", std::nullopt, machine::ValueState{1, {}}});
-    EXPECT_EQ(posix::ApplyKeyChanges(posix::PlaceOnHost(view + "/Windows/System32/config/SOFTWARE"),
-                                     std::span(&change, 1), Side::After),
-              kSuccess);
+    const auto config = posix::PlaceOnHost(view + "/Windows/System32/config/SOFTWARE");
+    posix::HiveStore reader(config);
+    posix::HiveImage image(&reader.Pages());
+    EXPECT_EQ(reader.Enter(false), kSuccess);
+    reader.Leave();
+    EXPECT_EQ(posix::ApplyKeyChanges(config, std::span(&change, 1), Side::After), kSuccess);
+    // A reader sees what others have written, also where that is another file by now.
+    posix::HiveImage::Cell key = 0;
+    EXPECT_EQ(reader.Enter(false), kSuccess);
+    EXPECT_EQ(image.Open(), kSuccess);
+    EXPECT_EQ(image.FindSubKey(image.Root(), u"New", &key), kSuccess);
+    reader.Leave();
+    // One that is only read stays where it is.
+    posix::HiveStore system(posix::PlaceOnHost(view + "/Windows/System32/config/SYSTEM"));
+    EXPECT_EQ(system.Enter(false), kSuccess);
     // One that isn't whole any more is a file.
     fs::resize_file(view + "/Windows/System32/config/SAM", 100);
   };
@@ -261,6 +276,8 @@ TEST_F(Changes, TellHivesByTheirKeys) {
   for (const ChangeSet& changes : {InOverlay(operate), InCopy(operate)}) {
     EXPECT_EQ(Describe(changes), expected);
   }
+  EXPECT_TRUE(fs::exists(upper_ + "/Windows/System32/config/SOFTWARE"));
+  EXPECT_FALSE(fs::exists(upper_ + "/Windows/System32/config/SYSTEM"));
 }
 
 }  // namespace

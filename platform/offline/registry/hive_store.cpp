@@ -39,7 +39,8 @@ Code HiveStore::Enter(bool alone) {
   // A file may take the place of another while the lock on that is waited for.
   constexpr int kMostReplacements = 10;
   for (int i = 0; code == kSuccess && i < kMostReplacements; ++i) {
-    code = file_.Get() < 0 ? Open() : kSuccess;
+    const bool isFit = file_.Get() >= 0 && (!alone || isForWriting_ || !canWrite_);
+    code = isFit ? kSuccess : Open(alone);
     code = code == kSuccess ? TakeLock(wanted) : code;
     struct stat named {};
     struct stat opened {};
@@ -65,11 +66,15 @@ Code HiveStore::Enter(bool alone) {
   return code;
 }
 
-Code HiveStore::Open() {
+// Readers open the file for reading alone: below an overlay, what is opened for writing is copied.
+Code HiveStore::Open(bool forWriting) {
+  const auto [folder, name] = place_.At();
   // O_NONBLOCK: a pipe in the place of the file would let the run wait for ever.
-  file_.Reset(place_.Open(O_RDWR | O_NONBLOCK));
-  canWrite_ = file_.Get() >= 0;
-  if (!canWrite_) {
+  file_.Reset(forWriting ? place_.Open(O_RDWR | O_NONBLOCK) : -1);
+  isForWriting_ = file_.Get() >= 0;
+  canWrite_ = forWriting ? isForWriting_ : faccessat(folder, name, W_OK, AT_EACCESS) == 0;
+  if (!isForWriting_) {
+    isLoaded_ = isLoaded_ && !forWriting;  // what may be done with it has to be found anew
     file_.Reset(place_.Open(O_RDONLY | O_NONBLOCK));
   }
   struct stat status {};
@@ -149,10 +154,16 @@ Code HiveStore::Load() {
 }
 
 Code HiveStore::MapPrimary(const BaseBlock& base) {
-  return base.DataSize() % HivePages::kPage != 0
-             ? kBadDatabase
-             : pages_.Map(file_.Get(), static_cast<std::size_t>(status_.st_size),
-                          HivePages::kPage + base.DataSize());
+  if (base.DataSize() % HivePages::kPage != 0) {
+    return kBadDatabase;
+  }
+  // A descriptor from before an overlay copied the file would map the one below.
+  const Descriptor fresh(place_.Open(O_RDONLY | O_NONBLOCK));
+  struct stat status {};
+  const bool isSame =
+      fresh.Get() >= 0 && fstat(fresh.Get(), &status) == 0 && IsSameFile(status, status_);
+  return pages_.Map(isSame ? fresh.Get() : file_.Get(), static_cast<std::size_t>(status_.st_size),
+                    HivePages::kPage + base.DataSize());
 }
 
 void HiveStore::FindWritability() {

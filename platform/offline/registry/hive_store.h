@@ -75,7 +75,7 @@ class HiveStore {
 
   // Looking.
   Code TakeLock(Lock wanted);
-  Code Open();
+  Code Open(bool forWriting);
   Code Look(const struct stat& status);
   Code Load();
   Code MapPrimary(const BaseBlock& base);
@@ -105,7 +105,8 @@ class HiveStore {
   const HostPath place_;
   const std::optional<std::array<HostPath, kHiveLogs.size()>> logs_;
   Descriptor file_;
-  bool canWrite_ = false;  // file_ was opened for it
+  bool canWrite_ = false;      // as far as the host's permissions go
+  bool isForWriting_ = false;  // file_ was opened for it
   Lock lock_ = Lock::None;
   HivePages pages_;
   std::uint64_t version_ = 0;
