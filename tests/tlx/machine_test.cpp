@@ -124,7 +124,7 @@ TEST_F(MachineTest, ShowListsAKey) {
   } kValues[] = {
       {u"", 1, "t\0e\0x\0t\0\0\0"sv},
       {u"expand", 2, "%\0x\0%\0\0\0"sv},
-      {u"unclean \x1B\n", 1, "\x1B\0[\0"sv},
+      {u"unclean \x1B\u202E\n", 1, "\x1B\0[\0"sv},
       {u"number", 4, "\xFE\xFF\xFF\xFF"sv},
       {u"big", 11, "\x01\0\0\0\0\0\0\x80"sv},
       {u"list", 7, "a\0\0\0\0\0b\0c\0\0\0\0\0"sv},
@@ -140,7 +140,7 @@ TEST_F(MachineTest, ShowListsAKey) {
               "0   Sub key\\\n"
               "  (default): REG_SZ \"text\"\n"
               "  expand: REG_EXPAND_SZ \"%x%\"\n"
-              "  unclean \\x1B\\x0A: REG_SZ \"\\x1B[\"\n"
+              "  unclean \\x1B\\u202E\\x0A: REG_SZ \"\\x1B[\"\n"
               "  number: REG_DWORD 0xFFFFFFFE (4294967294)\n"
               "  big: REG_QWORD 0x8000000000000001 (9223372036854775809)\n"
               "  list: REG_MULTI_SZ of 3 strings\n    \"a\"\n    \"\"\n    \"bc\"\n"

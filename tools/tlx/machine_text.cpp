@@ -8,6 +8,7 @@
 
 #include "platform/registry.h"
 #include "support/format.h"
+#include "tools/tlx/unseen.h"
 
 namespace tlx {
 namespace {
@@ -110,12 +111,12 @@ cvn::StringView ArchitectureName(cvn::StringView environmentName) {
 }
 
 cvn::String Printable(cvn::StringView text) {
-  constexpr char16_t kDelete = 0x7F;
-  constexpr char16_t kLastControl = 0x9F;
   cvn::String printable;
   for (const char16_t c : text) {
-    if (c < u' ' || (c >= kDelete && c <= kLastControl)) {
+    if (c == u'\t' || c == u'\n' || (c < 0x100 && IsUnseen(c))) {
       printable.Append(cvn::Format(u"\\x%02X", static_cast<std::uint16_t>(c)));
+    } else if (IsUnseen(c)) {
+      printable.Append(cvn::Format(u"\\u%04X", static_cast<std::uint16_t>(c)));
     } else {
       printable.Append(c);
     }

@@ -18,7 +18,8 @@ inline constexpr cvn::StringView kNoMachinesHere =
 cvn::StringView EnvironmentArchitecture(cvn::StringView name);
 cvn::StringView ArchitectureName(cvn::StringView environmentName);
 
-// The text with its control characters as \xNN: a registry is no place that a terminal can trust.
+// The text with what nobody sees as \xNN or \uNNNN: a registry is no place that a terminal can
+// trust.
 cvn::String Printable(cvn::StringView text);
 
 // The text in stored bytes, up to the first zero.
