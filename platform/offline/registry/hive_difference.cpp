@@ -259,14 +259,15 @@ class HiveComparison {
   }
 
   Code CompareValue(const Value* was, const Value* is, cvn::List<ValueChange>* changes) {
-    ValueChange change;
+    ValueChange& change = changes->emplace_back();
     Code code = was == nullptr ? kSuccess : ReadValue(before_, was->record, &change.before);
     if (code == kSuccess && is != nullptr) {
       code = ReadValue(after_, is->record, &change.after);
     }
-    if (code == kSuccess && change.before != change.after) {
+    if (code != kSuccess || change.before == change.after) {
+      changes->pop_back();
+    } else {
       change.name = cvn::StringView((is == nullptr ? was : is)->record.name);
-      changes->push_back(std::move(change));
     }
     return code;
   }
