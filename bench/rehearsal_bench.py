@@ -1,4 +1,5 @@
-"""Measures what a rehearsal costs beside the run itself, and that it costs no more on a large machine."""
+"""Measures what a rehearsal costs beside the run itself, that it costs no more on a large machine, and how a commit
+grows with what it changes."""
 
 import subprocess
 
@@ -6,6 +7,7 @@ import measure
 
 FILES = 100_000
 TIMES = 10
+COMMITS = 3
 KEPT = 60  # milliseconds that a view may cost whatever the run does
 
 
@@ -19,6 +21,23 @@ def _fill(machine):
 
 def _best(command, environment):
     return min(measure.run(command, environment) for _ in range(TIMES))
+
+
+def _apply(tlx, pack, work, environment, count):
+    """Milliseconds of a patch that is applied, with so many new files, on a new machine each."""
+    source = work / f"{count} files"
+    source.mkdir()
+    for number in range(count):
+        (source / f"file {number:05}.dat").write_bytes(b"x" * 100)
+    patch = pack(work, f"apply {count}", f"<dirCopyRec src='{measure.to_drive(source)}' dest='C:\\new'>"
+                 "<onerror><exit code='1'/></onerror></dirCopyRec><exit code='0'/>")
+    times = []
+    for number in range(COMMITS):
+        machine = work / f"machine {count} {number}"
+        subprocess.run([tlx, "machine", "create", "--windows", "7", machine], check=True)
+        times.append(measure.run([str(tlx), "apply", str(patch)],
+                                 dict(environment, TESSEL_MACHINE=str(machine))))
+    return min(times)
 
 
 def rows(tessel, tlx, pack, work, environment):
@@ -36,4 +55,6 @@ def rows(tessel, tlx, pack, work, environment):
         measure.Row("rehearse on 100,000 files", large, "half of 60 ms, and the run",
                     KEPT / 2 + _best(run, named), 2),
         measure.Row("rehearse on 100,000 files", large, "a new machine", small, 1.5),
+        measure.Row("apply 10,000 new files", _apply(tlx, pack, work, environment, 10_000),
+                    "1,000 new files", _apply(tlx, pack, work, environment, 1_000), 12),
     ]
