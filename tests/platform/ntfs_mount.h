@@ -22,21 +22,24 @@ namespace platform::test {
 // Is there until the end of its life. The driver is a process of ours and dies with it.
 class NtfsMount {
  public:
-  // `image` is made beside the folder, where it stays.
-  explicit NtfsMount(const std::string& folder) : folder_(folder) {
+  // The image is made beside the folder, where it stays; one that is there is mounted again.
+  explicit NtfsMount(const std::string& folder, const std::string& options = "rw")
+      : folder_(folder) {
     const std::string image = folder + ".image";
-    std::filesystem::create_directory(folder);
-    std::ofstream(image).close();
-    std::filesystem::resize_file(image, std::uintmax_t{16} << 20);
+    const bool isNew = std::filesystem::create_directory(folder);
+    if (isNew) {
+      std::ofstream(image).close();
+      std::filesystem::resize_file(image, std::uintmax_t{16} << 20);
+    }
     if (geteuid() != 0 || !PrivateMount::IsPrivate() ||
-        std::system(("mkntfs -F -q " + image + " >/dev/null 2>&1").c_str()) != 0) {
+        (isNew && std::system(("mkntfs -F -q " + image + " >/dev/null 2>&1").c_str()) != 0)) {
       return;
     }
     driver_ = fork();
     if (driver_ == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       const std::string driver =
-          "exec ntfs-3g -o no_detach " + image + " " + folder + " 2>/dev/null";
+          "exec ntfs-3g -o no_detach," + options + " " + image + " " + folder + " 2>/dev/null";
       execl("/bin/sh", "sh", "-c", driver.c_str(), nullptr);
       _exit(127);
     }
@@ -47,11 +50,15 @@ class NtfsMount {
   NtfsMount(const NtfsMount&) = delete;
   NtfsMount& operator=(const NtfsMount&) = delete;
   ~NtfsMount() {
-    if (IsMounted()) {
+    if (!IsMounted()) {
+      return;
+    }
+    // The driver ends by itself where nothing of the volume is open.
+    if (umount2(folder_.c_str(), 0) != 0) {
       umount2(folder_.c_str(), MNT_DETACH);
       kill(driver_, SIGKILL);
-      waitpid(driver_, nullptr, 0);
     }
+    waitpid(driver_, nullptr, 0);
   }
 
   // False where there is no driver, or nothing can be mounted.

@@ -17,6 +17,7 @@
 #include "platform/offline/volume/file_steps.h"
 #include "platform/offline/volume/ntfs_security.h"
 #include "platform/offline/volume/share_locks.h"
+#include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/overwrite.h"
 
@@ -212,7 +213,15 @@ Code GiveName(const Source& source, AtomicFile* draft, const HostPath& place, Co
   if (code == kSuccess && options.flush && fsync(draft->File()) != 0) {
     code = CodeOf(errno, kWriteFault);
   }
-  return code == kSuccess ? CodeOf(draft->Name(place.At().name, options.replace)) : code;
+  if (code != kSuccess) {
+    return code;
+  }
+  const KeptShortName shortName(place);
+  code = CodeOf(draft->Name(place.At().name, options.replace));
+  if (code == kSuccess) {
+    shortName.GiveBack();
+  }
+  return code;
 }
 
 Code CopyOnce(const HostPath& from, const HostPath& target, CopyOptions options) {

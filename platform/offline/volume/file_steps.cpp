@@ -5,6 +5,7 @@
 #include "platform/linux/error_map.h"
 #include "platform/offline/volume/ntfs_security.h"
 #include "platform/offline/volume/share_locks.h"
+#include "platform/offline/volume/short_names.h"
 
 namespace platform::posix {
 
@@ -38,7 +39,10 @@ Code CheckUnused(const HostPath& host) {
 }
 
 bool IsSharedContent(const HostPath& host) {
-  return host.onMachine && S_ISREG(host.entry.st_mode) && host.entry.st_nlink > 1;
+  // Drivers count the short name on NTFS as well; a file has one at most.
+  const nlink_t count = host.entry.st_nlink;
+  return host.onMachine && S_ISREG(host.entry.st_mode) &&
+         (count > 2 || (count == 2 && !ShortNameOf(host.At())));
 }
 
 WritableFolder::WritableFolder(const HostPath& place) : folder_(place.folder) {

@@ -20,6 +20,7 @@
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/copy.h"
 #include "platform/offline/volume/file_steps.h"
+#include "platform/offline/volume/short_names.h"
 
 namespace platform::posix {
 namespace {
@@ -255,7 +256,12 @@ Code TakePlace(const HostPath& fresh, HostPath* old) {
     return code;
   }
   old->name = old->At().name;  // its spelling stays as well
-  return MoveFound(fresh, *old, files::kMoveReplaceExisting | files::kMoveWriteThrough);
+  const KeptShortName shortName(*old);
+  code = MoveFound(fresh, *old, files::kMoveReplaceExisting | files::kMoveWriteThrough);
+  if (code == kSuccess) {
+    shortName.GiveBack();
+  }
+  return code;
 }
 
 }  // namespace

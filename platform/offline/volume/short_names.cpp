@@ -10,6 +10,7 @@
 
 #include "platform/formats/names.h"
 #include "platform/formats/short_name.h"
+#include "platform/offline/volume/ntfs_security.h"
 
 namespace platform::posix {
 namespace {
@@ -80,6 +81,23 @@ std::optional<std::u16string> ShortNameOf(FileAt file) {
   std::u16string folded;
   AppendFolded(std::string_view(value.data(), static_cast<std::size_t>(length)), &folded);
   return IsShortForm(folded) ? std::optional(std::move(folded)) : std::nullopt;
+}
+
+KeptShortName::KeptShortName(const HostPath& place) : place_(place) {
+  if (place.entry.st_mode == 0 ||
+      DescriptorAttribute(place.At().folder, place.entry.st_dev) == nullptr) {
+    return;
+  }
+  std::array<char, 64> value;
+  const ssize_t length =
+      lgetxattr(PathThrough(place.At()).c_str(), kShortName, value.data(), value.size());
+  name_.assign(value.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+}
+
+void KeptShortName::GiveBack() const {
+  if (!name_.empty()) {
+    lsetxattr(PathThrough(place_.At()).c_str(), kShortName, name_.data(), name_.size(), 0);
+  }
 }
 
 }  // namespace platform::posix

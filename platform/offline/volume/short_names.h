@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "platform/linux/file_names.h"
+#include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
 
@@ -39,5 +40,20 @@ bool MayLeadThroughAlias(int folder, std::string_view path);
 // The short name of an entry in upper case. Nothing when it has none, or one that is none by its
 // form.
 std::optional<std::u16string> ShortNameOf(FileAt file);
+
+// Keeps the short name of a file whose place another one takes: the driver removes it with the
+// file.
+class KeptShortName {
+ public:
+  // Of the file at `place`, which outlives this; none where there is no file.
+  explicit KeptShortName(const HostPath& place);
+
+  // Gives it to what has the name now. What can't have it has none.
+  void GiveBack() const;
+
+ private:
+  const HostPath& place_;
+  std::string name_;
+};
 
 }  // namespace platform::posix
