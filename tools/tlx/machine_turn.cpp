@@ -143,9 +143,11 @@ int CommitChanges(cvn::StringView machine, const machine::ChangeSet& changes,
 }
 
 cvn::String CountsOf(const machine::ChangeSet& changes) {
-  return cvn::Format(u"%u files, folders and links, %u keys",
-                     static_cast<std::uint32_t>(changes.files.size()),
-                     static_cast<std::uint32_t>(changes.keys.size()));
+  const std::size_t files = changes.files.size();
+  const std::size_t keys = changes.keys.size();
+  return cvn::Format(u"%u %s, %u %s", files,
+                     files == 1 ? u"file, folder or link" : u"files, folders and links", keys,
+                     keys == 1 ? u"key" : u"keys");
 }
 
 }  // namespace tlx

@@ -223,6 +223,9 @@ Code Steps::Settle(const CommitPlan::Settled& one) {
 }
 
 Code Steps::FlushAll() {
+  if (staging_.CanFlushAtOnce(changed_.size())) {
+    return staging_.FlushAtOnce();
+  }
   for (const std::string& path : changed_) {
     if (const Code code = Flush(path); code != kSuccess) {
       return code;

@@ -39,13 +39,15 @@ Code StatusOf(MachineTree* tree, std::string_view path, struct stat* entry) {
 
 Code Planner::MakePlan(CommitPlan* plan) {
   plan_ = plan;
+  flushesAtOnce_ = staging_.CanFlushAtOnce(outline_.Changes().size());
   Code code = FindLinkedFiles();
   for (const OutlinedChange& one : outline_.Changes()) {
     code = code == kSuccess ? Plan(one) : code;
   }
   // What is in a folder leaves before the folder.
   std::ranges::stable_sort(plan->departures, std::ranges::greater(), DepthOf);
-  return code == kSuccess ? TrySettled() : code;
+  code = code == kSuccess ? TrySettled() : code;
+  return code == kSuccess && flushesAtOnce_ ? staging_.FlushAtOnce() : code;
 }
 
 // One file under several names can be written in its place only if they all say the same of it.
@@ -180,7 +182,7 @@ Code Planner::StageFile(const OutlinedChange& one, std::uint32_t slot, bool* inh
   EntryState staged;
   code = code == kSuccess ? ReadEntryStatus(name.In(staging_), &staged) : code;
   *inherits = one.Arrives() && HasUnseenDescriptor(staged, *one.change->after);
-  return code == kSuccess ? file.Flush() : code;
+  return code == kSuccess && !flushesAtOnce_ ? file.Flush() : code;
 }
 
 Code Planner::StageBytes(const OutlinedChange& one, files::File* file) {

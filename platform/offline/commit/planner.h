@@ -55,6 +55,7 @@ class Planner {
   Meter& meter_;
   CommitPlan* plan_ = nullptr;
   std::uint32_t slots_ = 0;
+  bool flushesAtOnce_ = false;
   std::uint64_t rewrittenBytes_ = 0;
   std::set<std::string, std::less<>> folders_;  // that were looked at by OpenFolder
   // The files with several links whose bytes change, and whether all of their names agree.

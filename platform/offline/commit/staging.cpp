@@ -1,6 +1,8 @@
 #include "platform/offline/commit/staging.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +28,8 @@ constexpr const char* kJournal = "journal";
 constexpr const char* kDone = "done";
 constexpr const char* kReserve = "reserve";
 constexpr const char* kTime = "time";  // its last write is that of the machine's folder
+
+constexpr std::size_t kMostSingleFlushes = 32;
 
 constexpr mode_t kOwnersFile = S_IRUSR | S_IWUSR;
 constexpr mode_t kOwnersFolder = S_IRWXU;
@@ -135,6 +139,16 @@ Code Staging::MakeFile(std::uint32_t slot, Descriptor* file) const {
 Code Staging::MakeFolder(std::uint32_t slot) const {
   const SlotName name(slot);
   return mkdirat(folder_.Get(), name.In(*this).name, kOwnersFolder) == 0 ? kSuccess : CodeOf(errno);
+}
+
+bool Staging::CanFlushAtOnce(std::size_t entries) const {
+  struct statfs volume {};
+  return entries > kMostSingleFlushes && fstatfs(root_, &volume) == 0 &&
+         volume.f_type != FUSE_SUPER_MAGIC;
+}
+
+Code Staging::FlushAtOnce() const {
+  return syncfs(folder_.Get()) == 0 ? kSuccess : CodeOf(errno, kWriteFault);
 }
 
 Code Staging::WriteJournal(std::span<const std::byte> bytes) const {

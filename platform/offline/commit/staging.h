@@ -34,6 +34,12 @@ class Staging {
   Code MakeFile(std::uint32_t slot, Descriptor* file) const;
   Code MakeFolder(std::uint32_t slot) const;
 
+  // Whether one call brings so many changed entries to the disk, for less than one call each: few
+  // are cheaper by themselves, and a driver outside of the kernel isn't told of such a call.
+  bool CanFlushAtOnce(std::size_t entries) const;
+  // Brings all of the volume to the disk.
+  Code FlushAtOnce() const;
+
   // Once the journal is there the commit has begun. With success it is on the disk, with all else.
   Code WriteJournal(std::span<const std::byte> bytes) const;
   bool HasJournal() const;
