@@ -87,8 +87,8 @@ Code CreateDirectoryRecursive(cvn::StringView path);
 Code Replace(cvn::StringView from, cvn::StringView to);
 
 // The same for a new version of a file: one that is at `to` hands on its owner, permissions,
-// attributes and streams, and the spelling of its name, as ReplaceFileW does. 5 when it is read-only
-// or no file, 32 when it is open, 1920 when it has streams that can't be read.
+// attributes and streams, and the spelling of its name, as ReplaceFileW does. 5 when it is
+// read-only or no file, 32 when it is open, 1920 when it has streams that can't be read.
 Code TakePlace(cvn::StringView from, cvn::StringView to);
 
 // Whether the file that `path` leads to has other names (hard links), which TakePlace would leave

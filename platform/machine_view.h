@@ -53,10 +53,11 @@ enum class ViewEnd { Ended, TimeOut, TooMuchWritten, TooManyProcesses, Crashed }
 class View {
  public:
   // Makes what a view of a machine needs; nothing walks the machine unless it has to be copied. 3
-  // and 267 as Use gives them; kNoViews; 50 when the host allows no namespaces for mounts, something is
-  // mounted within the machine's folder, or that is the host's root; 1223 when the copy is refused
-  // by `mayCopy`; 1338 (files::kNotPrivate) when there is no place that others can be kept out of.
-  // The process may have no other thread, and must not have opened the machine or its registry.
+  // and 267 as Use gives them; kNoViews; 50 when the host allows no namespaces for mounts,
+  // something is mounted within the machine's folder, or that is the host's root; 1223 when the
+  // copy is refused by `mayCopy`; 1338 (files::kNotPrivate) when there is no place that others can
+  // be kept out of. The process may have no other thread, and must not have opened the machine or
+  // its registry.
   static Code Prepare(const ViewOptions& options, std::unique_ptr<View>* view);
   ~View();
   View(const View&) = delete;

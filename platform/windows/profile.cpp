@@ -30,9 +30,8 @@ cvn::String DecodeAnsi(std::string_view bytes) {
   constexpr std::size_t kLargest = 0x7FFFFFFF;
   bytes = bytes.substr(0, kLargest);
   std::vector<wchar_t> text(bytes.size());
-  const int length =
-      ::MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()), text.data(),
-                            static_cast<int>(text.size()));
+  const int length = ::MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()),
+                                           text.data(), static_cast<int>(text.size()));
   return windows::ViewOf(text.data(), static_cast<std::size_t>(length));
 }
 
