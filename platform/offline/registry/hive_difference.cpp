@@ -259,24 +259,30 @@ class HiveComparison {
   }
 
   Code CompareValue(const Value* was, const Value* is, cvn::List<ValueChange>* changes) {
-    ValueChange& change = changes->emplace_back();
-    Code code = was == nullptr ? kSuccess : ReadValue(before_, was->record, &change.before);
+    ValueState before;
+    ValueState after;
+    Code code = was == nullptr ? kSuccess : ReadValue(before_, was->record, &before);
     if (code == kSuccess && is != nullptr) {
-      code = ReadValue(after_, is->record, &change.after);
+      code = ReadValue(after_, is->record, &after);
     }
-    if (code != kSuccess || change.before == change.after) {
-      changes->pop_back();
-    } else {
-      change.name = cvn::StringView((is == nullptr ? was : is)->record.name);
+    if (code != kSuccess || (was != nullptr && is != nullptr && before == after)) {
+      return code;
     }
-    return code;
+    ValueChange& change = changes->emplace_back();
+    change.name = cvn::StringView((is == nullptr ? was : is)->record.name);
+    if (was != nullptr) {
+      change.before = std::move(before);
+    }
+    if (is != nullptr) {
+      change.after = std::move(after);
+    }
+    return kSuccess;
   }
 
-  Code ReadValue(const HiveImage& image, const HiveImage::ValueRecord& record,
-                 std::optional<ValueState>* state) {
+  Code ReadValue(const HiveImage& image, const HiveImage::ValueRecord& record, ValueState* state) {
     const Code code = Take(record.size);
-    state->emplace().type = record.type;
-    return code == kSuccess ? image.ReadData(record.cell, &(*state)->data) : code;
+    state->type = record.type;
+    return code == kSuccess ? image.ReadData(record.cell, &state->data) : code;
   }
 
   // Keys name their parent: so no way down meets one twice.
