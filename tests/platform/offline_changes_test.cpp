@@ -244,6 +244,17 @@ TEST_F(Changes, TellWhatDiffersInFilesAlikeFromOverlayAndCopy) {
   EXPECT_EQ(Describe(InCopy(operate)), expected);
 }
 
+TEST_F(Changes, GiveFilesNothingThatNoStateHas) {
+  Write(Host("file"), "");
+  const posix::HostPath place = posix::PlaceOnHost(Host("file"));
+  EntryState state;
+  ASSERT_EQ(posix::ReadEntryState(place.At(), &state), kSuccess);
+  for (const char* name : {"security.capability", "user.overlay.opaque", "user.DOSATTRIB"}) {
+    state.extended = {{name, {std::byte{'y'}}}};
+    EXPECT_EQ(posix::WriteEntryState(place.At(), state), kInvalidParameter) << name;
+  }
+}
+
 TEST_F(Changes, TellHivesByTheirKeys) {
   SKIP_WITHOUT_MOUNTS();
   const auto operate = [](const std::string& view) {

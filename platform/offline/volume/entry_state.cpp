@@ -1,3 +1,5 @@
+#include "platform/offline/volume/entry_state.h"
+
 #include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/stat.h>
@@ -32,14 +34,6 @@ constexpr mode_t kPermissions = 07777;
 constexpr std::size_t kMostExtended = std::size_t{16} << 20;
 constexpr const char* kUnlistedDescriptor = "system.ntfs_acl";
 
-bool IsKept(std::string_view name) {
-  constexpr std::string_view kLeftOut[] = {"trusted.overlay.", "user.overlay.", "security.",
-                                           "system.ntfs_"};
-  return name == kUnlistedDescriptor || name == "security.NTACL" ||
-         (name != "user.DOSATTRIB" &&
-          std::ranges::none_of(kLeftOut, [name](auto start) { return name.starts_with(start); }));
-}
-
 // The names of a file's extended attributes, and of one that a volume with NTFS has without listing
 // it.
 Code ListNames(int file, std::vector<std::string>* names) {
@@ -55,7 +49,7 @@ Code ListNames(int file, std::vector<std::string>* names) {
   list.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
   for (std::string_view rest = list; !rest.empty();) {
     const std::string_view name = rest.substr(0, rest.find('\0'));
-    if (IsKept(name) && name != kUnlistedDescriptor) {
+    if (IsOfState(name) && name != kUnlistedDescriptor) {
       names->emplace_back(name);
     }
     rest.remove_prefix(std::min(name.size() + 1, rest.size()));
@@ -119,6 +113,15 @@ Code ReadNode(int file, const struct stat& status, EntryState* state) {
 }
 
 }  // namespace
+
+bool IsOfState(std::string_view extendedAttribute) {
+  constexpr std::string_view kLeftOut[] = {"trusted.overlay.", "user.overlay.", "security.",
+                                           "system.ntfs_"};
+  const std::string_view name = extendedAttribute;
+  return name == kUnlistedDescriptor || name == "security.NTACL" ||
+         (name != "user.DOSATTRIB" &&
+          std::ranges::none_of(kLeftOut, [name](auto start) { return name.starts_with(start); }));
+}
 
 Code ReadEntryStatus(FileAt entry, EntryState* state, files::File* opened) {
   *state = {};

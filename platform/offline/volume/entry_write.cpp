@@ -9,6 +9,7 @@
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_time.h"
 #include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/entry_state.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
@@ -32,6 +33,9 @@ Code WriteExtended(int file, const EntryState& now, const EntryState& wanted) {
   }
   for (const auto& one : wanted.extended) {
     const auto& [name, value] = one;
+    if (!IsOfState(name)) {
+      return kInvalidParameter;  // a state that was read has none of these
+    }
     if (std::ranges::find(now.extended, one) == now.extended.end() &&
         fsetxattr(file, name.c_str(), value.data(), value.size(), 0) != 0) {
       return CodeOf(errno);

@@ -204,7 +204,8 @@ bool HasUnseenDescriptor(const machine::EntryState& found, const machine::EntryS
 // Gives a file or folder the extended attributes, attributes, permissions and time of the last
 // write that `state` has, as far as it has others; a link has none of these. A time of 0 says
 // nothing. An unseen descriptor stays, with the permissions. 50 where the volume can't store
-// something. After a failure it has a part of them.
+// something, 87 for an extended attribute that no state has, such as a capability. After a failure
+// it has a part of them.
 Code WriteEntryState(FileAt entry, const machine::EntryState& state);
 
 // Copies all that the open file `from` holds, whose status is `entry`, to the empty open file `to`.
