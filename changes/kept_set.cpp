@@ -50,11 +50,8 @@ cvn::String BytesPath(cvn::StringView folder, const EntryState& state) {
 // Whether an open file has the bytes that the state tells.
 bool HoldsBytes(const files::File& file, const EntryState& state) {
   const platform::ByteSource source(file);
-  const platform::Range everything{0, source.Size()};
-  const EVP_MD* const algorithm = EVP_sha256();
-  const auto digests =
-      platform::Digest(source, std::span(&everything, 1), std::span(&algorithm, 1));
-  return digests && source.Size() == state.size && ToHex(digests->front()) == state.digest;
+  const std::optional<platform::Bytes> digest = platform::WholeDigest(source);
+  return digest && source.Size() == state.size && ToHex(*digest) == state.digest;
 }
 
 // A set under construction. Nothing is left of it unless it gets its name.

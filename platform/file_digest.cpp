@@ -1,6 +1,7 @@
 #include "platform/file_digest.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -58,6 +59,13 @@ std::optional<std::vector<Bytes>> Digest(const ByteSource& source, std::span<con
     }
   }
   return Update(Bytes(zeros), contexts) ? Finish(contexts) : std::nullopt;
+}
+
+std::optional<Bytes> WholeDigest(const ByteSource& source) {
+  const Range everything{0, source.Size()};
+  const EVP_MD* const algorithm = EVP_sha256();
+  auto digests = Digest(source, std::span(&everything, 1), std::span(&algorithm, 1));
+  return digests ? std::optional(std::move(digests->front())) : std::nullopt;
 }
 
 Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm) {

@@ -18,6 +18,9 @@ std::optional<std::vector<Bytes>> Digest(const ByteSource& source, std::span<con
                                          std::span<const EVP_MD* const> algorithms,
                                          std::size_t zeros = 0);
 
+// The SHA-256 of all that a source holds. Nothing when it can't be read.
+std::optional<Bytes> WholeDigest(const ByteSource& source);
+
 // The digest of bytes in memory; empty when OpenSSL fails.
 Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm);
 

@@ -152,14 +152,12 @@ Code ReadEntryStatus(FileAt entry, EntryState* state, files::File* opened) {
 
 Code ReadDigest(const files::File& file, EntryState* state) {
   const ByteSource source(file);
-  const Range everything{0, source.Size()};
-  const EVP_MD* const algorithm = EVP_sha256();
-  const auto digests = Digest(source, std::span(&everything, 1), std::span(&algorithm, 1));
-  if (!digests) {
+  const std::optional<Bytes> digest = WholeDigest(source);
+  if (!digest) {
     return kReadFault;
   }
   state->size = source.Size();
-  state->digest = cvn::WideToUtf8(cvn::HexText(digests->front()));
+  state->digest = cvn::WideToUtf8(cvn::HexText(*digest));
   return kSuccess;
 }
 
