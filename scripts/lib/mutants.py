@@ -10,7 +10,6 @@ import json
 import os
 import random
 import re
-import shutil
 import subprocess
 import tempfile
 import threading

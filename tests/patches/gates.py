@@ -11,6 +11,7 @@ Each run has a machine and a patch folder of its own; the certificates are made 
 
 import contextlib
 import fcntl
+import fnmatch
 import os
 import pathlib
 import random

@@ -7,7 +7,6 @@ Rows of pages are skipped where there is no Chromium that starts, and those of a
 without --rules.
 """
 
-import base64
 import html
 import json
 import os
