@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "platform/held_folder.h"
 #include "platform/machine.h"
 #include "platform/streams.h"
 #include "support/format.h"
@@ -57,6 +58,8 @@ cvn::String DescribeCode(platform::Code code) {
       return u"another program uses it";
     case platform::kWriteProtect:
       return u"the disk is write-protected";
+    case platform::files::kNoRegularFile:
+      return u"it is no regular file; for standard input there is '-'";
     case platform::kBrokenPipe:
       return u"nobody reads it any more";
     case platform::kDiskFull:

@@ -72,8 +72,10 @@ int DecipherWith(cvn::StringView keyFile, cvn::StringView shownAs, std::string_v
 int ReadPatchInput(cvn::StringView path, cvn::StringView shownAs, cvn::StringView keyFile,
                    PatchInput* input) {
   std::string bytes;
-  const platform::Code code = ReadInput(path, &bytes);
-  if (code != platform::kSuccess) {
+  // By its name as a run does: a pipe that nobody writes to isn't waited for.
+  const platform::Code code =
+      path == u"-" ? ReadInput(path, &bytes) : tessel::ReadPatchFile(path, &bytes);
+  if (code != platform::kSuccess && code != tessel::kInvalidScriptFile) {
     return FailToRead(shownAs, code);
   }
   input->size = bytes.size();

@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "platform/held_folder.h"
 #include "platform/paths.h"
 #include "platform/streams.h"
 #include "support/format.h"
@@ -78,8 +79,7 @@ cvn::String FaultOf(const Options& options) {
 // The run reads the patch, and not this process; a page may not replace it all the same.
 void KeepFromWriting(cvn::StringView patch) {
   files::File file;
-  if (files::Open(patch, files::Access::Read, files::Share::ReadWriteDelete,
-                  files::Disposition::OpenExisting, &file) == platform::kSuccess) {
+  if (files::OpenRegular(patch, &file) == platform::kSuccess) {
     RememberReadFile(file);
   }
 }
