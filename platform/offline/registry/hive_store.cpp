@@ -55,7 +55,6 @@ Code HiveStore::Enter(bool alone) {
       code = Look(opened);
       break;
     }
-    // What is mapped keeps the file, and its lock, beyond its descriptor.
     Leave();
     file_.Reset(-1);
     isLoaded_ = false;
@@ -68,6 +67,8 @@ Code HiveStore::Enter(bool alone) {
 
 // Readers open the file for reading alone: below an overlay, what is opened for writing is copied.
 Code HiveStore::Open(bool forWriting) {
+  // What is mapped may keep the file, and its lock, beyond its descriptor.
+  Leave();
   const auto [folder, name] = place_.At();
   // O_NONBLOCK: a pipe in the place of the file would let the run wait for ever.
   file_.Reset(forWriting ? place_.Open(O_RDWR | O_NONBLOCK) : -1);
