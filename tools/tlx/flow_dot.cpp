@@ -65,8 +65,8 @@ class DotWriter {
   void AddNodes();
   void AddNode(std::size_t index);
   std::string PaintOf(std::size_t index) const;
-  void AddEdge(const RoadEdge& edge);
-  std::string LabelOfEdge(const RoadEdge& edge) const;
+  void AddEdge(const RoadEdge& road);
+  std::string LabelOfEdge(const RoadEdge& road) const;
 
   const ScriptFlow& flow_;
   const FlowRoad* road_;

@@ -21,7 +21,7 @@ cvn::String FullPathOf(cvn::StringView operand) {
 }
 
 cvn::String PathWithDriveOf(cvn::StringView operand) {
-  const cvn::String path = FullPathOf(operand);
+  cvn::String path = FullPathOf(operand);
   if (!path.AsView().starts_with(u'/')) {
     return path;
   }
