@@ -81,12 +81,15 @@ int ViewSpaces::Reopen(const std::string& path, int known, Descriptor* folder) c
   return before.st_dev == now.st_dev && before.st_ino == now.st_ino ? 0 : ESTALE;
 }
 
+int ViewSpaces::ReopenBoth(Descriptor* machine, Descriptor* work) const {
+  const int error = Reopen(folders_.machine, folders_.machineFolder.Get(), machine);
+  return error == 0 ? Reopen(folders_.work, folders_.workFolder.Get(), work) : error;
+}
+
 int ViewSpaces::MountOverlay() {
   Descriptor machine;
   Descriptor work;
-  int error = Reopen(folders_.machine, folders_.machineFolder.Get(), &machine);
-  error = error == 0 ? Reopen(folders_.work, folders_.workFolder.Get(), &work) : error;
-  if (error != 0) {
+  if (const int error = ReopenBoth(&machine, &work); error != 0) {
     return error;
   }
   const Descriptor upper(openat(work.Get(), ViewFolders::kUpper, kFindFolder));
@@ -100,16 +103,14 @@ int ViewSpaces::MountOverlay() {
       hasUsers_ ? ",userxattr" : ",redirect_dir=nofollow,metacopy=off,xino=off";
   const std::string target = PathOf(machine.Get());
   // Nobody needs on the disk what is dropped or committed later.
-  error = Mount("overlay", target, "overlay", 0, (options + form + ",volatile").c_str());
+  const int error = Mount("overlay", target, "overlay", 0, (options + form + ",volatile").c_str());
   return error == EINVAL ? Mount("overlay", target, "overlay", 0, (options + form).c_str()) : error;
 }
 
 int ViewSpaces::MountCopy() {
   Descriptor machine;
   Descriptor work;
-  int error = Reopen(folders_.machine, folders_.machineFolder.Get(), &machine);
-  error = error == 0 ? Reopen(folders_.work, folders_.workFolder.Get(), &work) : error;
-  if (error != 0) {
+  if (const int error = ReopenBoth(&machine, &work); error != 0) {
     return error;
   }
   const Descriptor copy(openat(work.Get(), ViewFolders::kCopy, kFindFolder));

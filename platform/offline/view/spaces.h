@@ -44,6 +44,7 @@ class ViewSpaces {
 
  private:
   int Reopen(const std::string& path, int known, Descriptor* folder) const;
+  int ReopenBoth(Descriptor* machine, Descriptor* work) const;
 
   const ViewFolders& folders_;
   bool hasUsers_ = false;
