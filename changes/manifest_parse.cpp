@@ -1,16 +1,12 @@
-#include <json/reader.h>
 #include <json/value.h>
 
-#include <charconv>
 #include <exception>
-#include <initializer_list>
-#include <memory>
+#include <optional>
 
+#include "changes/json_input.h"
 #include "changes/manifest.h"
+#include "changes/manifest_fields.h"
 #include "changes/manifest_names.h"
-#include "changes/manifest_text.h"
-#include "support/format.h"
-#include "support/utf.h"
 
 namespace tessel {
 namespace {
@@ -24,8 +20,6 @@ using platform::machine::KeyChange;
 using platform::machine::KeyState;
 using platform::machine::ValueChange;
 using platform::machine::ValueState;
-
-using Names = std::initializer_list<const char*>;
 
 constexpr std::uint32_t kPermissions = 07777;
 
@@ -53,118 +47,34 @@ bool IsKeyPath(cvn::StringView path) {
                           path.find(u"\\\\") == cvn::StringView::npos);
 }
 
-// Fills in what JSON has. The first fault is kept, and from then on nothing means anything.
-class ManifestReader {
+// Fills in what JSON has.
+class ManifestReader : private ManifestFields {
  public:
-  explicit ManifestReader(cvn::String* problem) : problem_(*problem) {}
+  using ManifestFields::ManifestFields;
 
   bool Read(const Json::Value& document, SetRecord* record, ChangeSet* changes) {
     Expect(document,
            {"version", "state", "time", "machine", "patch", "exitCode", "reason", "view", "files",
             "keys"},
            {"patchId"});
-    if (isGood_ && document["version"] != kManifestVersion) {
+    if (ReadNumber<std::int32_t>(document, "version") != kManifestVersion) {
       Fail("version");
     }
     ReadRecord(document, record);
-    ReadList(document["files"], "files", &changes->files, &ManifestReader::ReadFile);
-    ReadList(document["keys"], "keys", &changes->keys, &ManifestReader::ReadKey);
+    ReadList(document, "files", &changes->files, &ManifestReader::ReadFile);
+    ReadList(document, "keys", &changes->keys, &ManifestReader::ReadKey);
     ExpectOrder(*changes);
-    return isGood_;
+    return IsGood();
   }
 
  private:
-  bool Fail(const char* what) {
-    if (isGood_) {
-      problem_ = place_.Empty() ? cvn::Format(u"'%s' isn't as it has to be", cvn::Utf8ToWide(what))
-                                : cvn::Format(u"'%s' of %s isn't as it has to be",
-                                              cvn::Utf8ToWide(what), place_);
-    }
-    isGood_ = false;
-    return false;
-  }
-
-  // An object that has all of these members and no others but optional ones.
-  void Expect(const Json::Value& value, Names required, Names optional) {
-    if (!isGood_ || !value.isObject()) {
-      Fail("object");
-      return;
-    }
-    std::size_t known = 0;
-    for (const char* name : required) {
-      ++known;
-      if (!value.isMember(name)) {
-        Fail(name);
-      }
-    }
-    for (const char* name : optional) {
-      known += value.isMember(name) ? 1U : 0U;
-    }
-    if (value.size() != known) {
-      Fail("members");
-    }
-  }
-
-  template <typename Number>
-  Number ReadNumber(const Json::Value& value, const char* name) {
-    if (!isGood_ || !value[name].isIntegral() || !value[name].is<Number>()) {
-      Fail(name);
-      return 0;
-    }
-    return value[name].as<Number>();
-  }
-
-  std::string ReadString(const Json::Value& value, const char* name) {
-    if (!isGood_ || !value[name].isString()) {
-      Fail(name);
-      return {};
-    }
-    return value[name].asString();
-  }
-
-  cvn::String ReadText(const Json::Value& value, const char* name) {
-    const auto text = isGood_ ? TextFromJson(value[name]) : std::nullopt;
-    if (!text) {
-      Fail(name);
-    }
-    return text.value_or(cvn::String());
-  }
-
-  std::string ReadBytes(const Json::Value& value, const char* name) {
-    const auto bytes = isGood_ ? BytesFromJson(value[name]) : std::nullopt;
-    if (!bytes) {
-      Fail(name);
-    }
-    return bytes.value_or(std::string());
-  }
-
-  std::vector<std::byte> ReadHex(const Json::Value& value, const char* name) {
-    auto bytes = FromHex(ReadString(value, name));
-    if (!bytes) {
-      Fail(name);
-    }
-    return std::move(bytes).value_or(std::vector<std::byte>());
-  }
-
-  // A number that is written as a text: JSON's own have 53 bits for many a reader.
-  template <typename Number>
-  Number ReadDigits(const Json::Value& value, const char* name, int base) {
-    const std::string text = ReadString(value, name);
-    Number number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
-      Fail(name);
-    }
-    return number;
-  }
-
   void ReadRecord(const Json::Value& document, SetRecord* record) {
     const auto state = Named(kStateNames, ReadString(document, "state"));
     record->state = state.value_or(SetState::Rehearsed);
     record->time = ReadDigits<std::int64_t>(document, "time", 10);
     record->machineFolder = ReadText(document, "machine");
     record->patch = ReadText(document, "patch");
-    if (document.isMember("patchId")) {
+    if (Find(document, "patchId") != nullptr) {
       record->patchId = ReadText(document, "patchId");
     }
     record->exitCode = ReadNumber<std::int32_t>(document, "exitCode");
@@ -185,13 +95,14 @@ class ManifestReader {
   template <typename Item>
   void ReadList(const Json::Value& value, const char* name, cvn::List<Item>* items,
                 void (ManifestReader::*read)(const Json::Value&, Item*)) {
-    if (!isGood_ || !value.isArray()) {
+    const Json::Value* list = Find(value, name);
+    if (list == nullptr || !list->isArray()) {
       Fail(name);
       return;
     }
-    for (const Json::Value& one : value) {
+    for (const Json::Value& one : *list) {
       (this->*read)(one, &items->emplace_back());
-      if (!isGood_) {
+      if (!IsGood()) {
         return;
       }
     }
@@ -201,26 +112,26 @@ class ManifestReader {
   void ReadSides(const Json::Value& value, std::optional<State>* before,
                  std::optional<State>* after,
                  void (ManifestReader::*read)(const Json::Value&, State*)) {
-    if (isGood_ && !value.isMember("before") && !value.isMember("after")) {
+    if (const Json::Value* one = Find(value, "before")) {
+      (this->*read)(*one, &before->emplace());
+    }
+    if (const Json::Value* one = Find(value, "after")) {
+      (this->*read)(*one, &after->emplace());
+    }
+    if (!*before && !*after) {
       Fail("before");
-    }
-    if (isGood_ && value.isMember("before")) {
-      (this->*read)(value["before"], &before->emplace());
-    }
-    if (isGood_ && value.isMember("after")) {
-      (this->*read)(value["after"], &after->emplace());
     }
   }
 
   void ReadFile(const Json::Value& value, FileChange* change) {
     Expect(value, {"path"}, {"movedFrom", "before", "after"});
     change->path = ReadText(value, "path");
-    place_ = change->path;
+    SetPlace(change->path);
     if (!IsPath(change->path)) {
       Fail("path");
     }
     ReadSides(value, &change->before, &change->after, &ManifestReader::ReadEntry);
-    if (isGood_ && value.isMember("movedFrom")) {
+    if (Find(value, "movedFrom") != nullptr) {
       change->movedFrom = ReadText(value, "movedFrom");
       if (!IsPath(change->movedFrom) || !change->before || !change->after) {
         Fail("movedFrom");
@@ -229,8 +140,7 @@ class ManifestReader {
   }
 
   void ReadEntry(const Json::Value& value, EntryState* state) {
-    const auto kind =
-        isGood_ && value.isObject() ? Named(kKindNames, ReadString(value, "kind")) : std::nullopt;
+    const auto kind = Named(kKindNames, ReadString(value, "kind"));
     if (!kind) {
       Fail("kind");
       return;
@@ -261,8 +171,8 @@ class ManifestReader {
         Fail("digest");
       }
     }
-    if (isGood_ && value.isMember("extended")) {
-      ReadList(value["extended"], "extended", &state->extended, &ManifestReader::ReadExtended);
+    if (Find(value, "extended") != nullptr) {
+      ReadList(value, "extended", &state->extended, &ManifestReader::ReadExtended);
     }
   }
 
@@ -280,7 +190,7 @@ class ManifestReader {
     Expect(value, {"hive", "path", "values"}, {"before", "after"});
     change->hive = ReadText(value, "hive");
     change->path = ReadText(value, "path");
-    place_ = change->path;
+    SetPlace(change->path);
     if (!IsPath(change->hive)) {
       Fail("hive");
     }
@@ -288,19 +198,17 @@ class ManifestReader {
       Fail("path");
     }
     ReadSides(value, &change->before, &change->after, &ManifestReader::ReadForm);
-    if (isGood_) {
-      ReadList(value["values"], "values", &change->values, &ManifestReader::ReadValue);
-    }
+    ReadList(value, "values", &change->values, &ManifestReader::ReadValue);
   }
 
   void ReadForm(const Json::Value& value, KeyState* state) {
     Expect(value, {"security"}, {"class", "isLink"});
     state->security = ReadHex(value, "security");
-    if (isGood_ && value.isMember("class")) {
+    if (Find(value, "class") != nullptr) {
       state->className = ReadText(value, "class");
     }
-    if (isGood_ && value.isMember("isLink")) {
-      state->isLink = value["isLink"].isBool() ? value["isLink"].asBool() : Fail("isLink");
+    if (Find(value, "isLink") != nullptr) {
+      state->isLink = ReadFlag(value, "isLink");
     }
   }
 
@@ -316,19 +224,14 @@ class ManifestReader {
     state->data = ReadHex(value, "data");
   }
 
-  void FailOnOrder(cvn::StringView path) {
-    problem_ = cvn::Format(u"%s stands in it twice, or in a wrong place", path);
-    isGood_ = false;
-  }
-
   // Everything once, and what contains something before it.
   void ExpectOrder(const ChangeSet& changes) {
-    for (std::size_t i = 1; isGood_ && i < changes.files.size(); ++i) {
+    for (std::size_t i = 1; IsGood() && i < changes.files.size(); ++i) {
       if (!ComesBefore(changes.files[i - 1].path, changes.files[i].path)) {
         FailOnOrder(changes.files[i].path);
       }
     }
-    for (std::size_t i = 1; isGood_ && i < changes.keys.size(); ++i) {
+    for (std::size_t i = 1; IsGood() && i < changes.keys.size(); ++i) {
       const KeyChange& left = changes.keys[i - 1];
       const KeyChange& right = changes.keys[i];
       if (!(left.hive == right.hive ? ComesBefore(left.path, right.path)
@@ -337,10 +240,6 @@ class ManifestReader {
       }
     }
   }
-
-  cvn::String& problem_;
-  cvn::String place_;  // the path of the change that is being read
-  bool isGood_ = true;
 };
 
 }  // namespace
@@ -350,17 +249,14 @@ bool ParseManifest(std::string_view text, SetRecord* record, ChangeSet* changes,
   *record = {};
   *changes = {};
   try {
-    Json::CharReaderBuilder rules;
-    Json::CharReaderBuilder::strictMode(&rules.settings_);
-    const std::unique_ptr<Json::CharReader> reader(rules.newCharReader());
-    Json::Value document;
-    if (!reader->parse(text.data(), text.data() + text.size(), &document, nullptr)) {
-      *problem = u"it is no JSON";
+    const std::optional<Json::Value> document = ReadJsonObject(text);
+    if (!document) {
+      *problem = u"it is no JSON object, or nests too deep";
       return false;
     }
-    return ManifestReader(problem).Read(document, record, changes);
+    return ManifestReader(problem).Read(*document, record, changes);
   } catch (const std::exception&) {
-    *problem = u"it is too large, or nested too deep";
+    *problem = u"it is too large";
     return false;
   }
 }

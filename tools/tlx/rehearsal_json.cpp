@@ -3,10 +3,10 @@
 #include <limits>
 #include <span>
 
+#include "changes/json_input.h"
 #include "platform/file_digest.h"
 #include "support/format.h"
 #include "support/utf.h"
-#include "tools/tlx/json_input.h"
 #include "tools/tlx/json_output.h"
 #include "tools/tlx/verification.h"
 
@@ -89,7 +89,7 @@ Json::Value ScriptJson(const Rehearsal& rehearsal) {
 Json::Value EventsJson(const cvn::List<std::string>& events) {
   Json::Value list(Json::arrayValue);
   for (const std::string& event : events) {
-    const std::optional<Json::Value> value = ReadJsonObject(event);
+    const std::optional<Json::Value> value = tessel::ReadJsonObject(event);
     list.append(value ? *value : JsonText(cvn::Utf8ToWide(event)));
   }
   return list;
@@ -167,7 +167,7 @@ Json::Value RehearsalJson(const Rehearsal& rehearsal, const ChangeReport& report
 }
 
 std::optional<RehearsedScript> ReadRehearsedScript(std::string_view json) {
-  const std::optional<Json::Value> document = ReadJsonObject(json);
+  const std::optional<Json::Value> document = tessel::ReadJsonObject(json);
   try {
     RehearsedScript read;
     if (document && (*document)["version"] == kVersion &&

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string_view>
 
+#include "changes/json_input.h"
 #include "engine/function_base.h"
 #include "engine/xml_text.h"
 #include "support/format.h"
@@ -16,7 +17,6 @@
 #include "telemetry/event_envelope.h"
 #include "telemetry/event_spool.h"
 #include "telemetry/reason_names.h"
-#include "tools/tlx/json_input.h"
 #include "tools/tlx/script_flow.h"
 
 namespace tlx {
@@ -185,7 +185,7 @@ void TakeLine(const Json::Value& line, Rehearsal* rehearsal, RunPlaces* places) 
 // JsonCpp throws on a value of another type than expected.
 void TakeText(std::string_view text, Rehearsal* rehearsal, RunPlaces* places) {
   try {
-    const std::optional<Json::Value> line = ReadJsonObject(text);
+    const std::optional<Json::Value> line = tessel::ReadJsonObject(text);
     if (line) {
       TakeLine(*line, rehearsal, places);
     }

@@ -8,11 +8,11 @@
 #include <string_view>
 #include <utility>
 
+#include "changes/json_input.h"
 #include "platform/file_search.h"
 #include "platform/paths.h"
 #include "platform/whole_file.h"
 #include "support/utf.h"
-#include "tools/tlx/json_input.h"
 #include "tools/tlx/messages.h"
 
 namespace tlx {
@@ -73,7 +73,8 @@ bool HasJsonTokens(std::string_view line) {
 // An event is one line, and whoever takes it in must find in it what is shown here: no parser may
 // have a choice between two members, or leave something out.
 std::optional<Json::Value> Parse(std::string_view line) {
-  return cvn::IsValidUtf8(line) && HasJsonTokens(line) ? ReadJsonObject(line) : std::nullopt;
+  return cvn::IsValidUtf8(line) && HasJsonTokens(line) ? tessel::ReadJsonObject(line)
+                                                       : std::nullopt;
 }
 
 // A member of an object; null when there is none, or the value is no object.

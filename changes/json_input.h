@@ -1,4 +1,4 @@
-// JSON that the subcommands read.
+// JSON that is read as the standard has it.
 #pragma once
 
 #include <json/value.h>
@@ -6,10 +6,10 @@
 #include <optional>
 #include <string_view>
 
-namespace tlx {
+namespace tessel {
 
 // One object, as the standard has it: no comments, no member twice, nothing behind it. Nothing for
 // what isn't one, or nests too deep for the library.
 std::optional<Json::Value> ReadJsonObject(std::string_view text);
 
-}  // namespace tlx
+}  // namespace tessel

@@ -1,11 +1,11 @@
-#include "tools/tlx/json_input.h"
+#include "changes/json_input.h"
 
 #include <json/reader.h>
 
 #include <exception>
 #include <memory>
 
-namespace tlx {
+namespace tessel {
 
 std::optional<Json::Value> ReadJsonObject(std::string_view text) {
   Json::CharReaderBuilder rules;
@@ -20,4 +20,4 @@ std::optional<Json::Value> ReadJsonObject(std::string_view text) {
   }
 }
 
-}  // namespace tlx
+}  // namespace tessel
