@@ -257,6 +257,8 @@ def applied(stage):
     (users / 'old').write_text('moved')
     os.link(users / 'old', users / 'other')
     os.chown(users / 'old', stage.user, stage.user)
+    for folder in (stage.machine, users):  # the volume's, and no mark of an overlay
+        os.setxattr(folder, 'user.overlay.opaque', b'y')
     before, kept = files_of(stage.machine), stage.folder / 'set'
     patch = signed(stage, 'patch', CHANGING.format(3))
     trace = stage.folder / 'trace'

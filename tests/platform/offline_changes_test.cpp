@@ -86,7 +86,9 @@ class Changes : public HostFolderTest {
     upper_ = scratch + "/upper";
     operate(view);
     EXPECT_EQ(umount2(view.c_str(), MNT_DETACH), 0);
-    return Collect({.folder = Open(scratch + "/upper"), .isLayer = true, .completedAt = {}});
+    return Collect({.folder = Open(scratch + "/upper"),
+                    .hidingMark = "trusted.overlay.opaque",
+                    .completedAt = {}});
   }
 
   ChangeSet InCopy(const std::function<void(const std::string&)>& operate) {

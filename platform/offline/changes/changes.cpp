@@ -73,11 +73,11 @@ class HiveChanges {
     folders.path = hive.substr(0, hive.rfind('/') + 1);
     folders.before = OpenFolder(Machine::Get().Folder()->Get(), folders.path);
     folders.after = OpenFolder(view_.folder->Get(), folders.path);
-    folders.isLayered = view_.isLayer;
+    folders.isLayered = view_.IsLayer();
     for (std::size_t end = folders.path.find('/'); folders.isLayered && end != std::string::npos;
          end = folders.path.find('/', end + 1)) {
       const auto folder = OpenFolder(view_.folder->Get(), folders.path.substr(0, end));
-      folders.isLayered = !IsOpaque(folder->Get());
+      folders.isLayered = !IsOpaque(folder->Get(), view_);
     }
     return folders;
   }
@@ -94,7 +94,7 @@ class HiveChanges {
     const Folders folders = FindFolders(hive);
     HiveFiles before;
     HiveFiles after;
-    bool isChanged = !view_.isLayer;
+    bool isChanged = !view_.IsLayer();
     const auto find = [&](const HostPath& place, HostPath* was, HostPath* is) {
       bool isOwn = false;
       *was = place;

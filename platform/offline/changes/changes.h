@@ -14,10 +14,12 @@ namespace platform::posix {
 // Where a view's files are.
 struct ViewFolder {
   std::shared_ptr<const Descriptor> folder;
-  // The upper folder of an overlay mount over the machine's folder, without redirections and files
-  // of metadata alone: it has what is new and changed, and marks what is gone. Otherwise a copy of
-  // the whole machine, with times, permissions and extended attributes.
-  bool isLayer = false;
+  // The extended attribute by which an overlay mount over the machine's folder marks those folders
+  // in its upper one, `folder`, that hide the ones below. That has what is new and changed, without
+  // redirections and files of metadata alone. No name for a copy of the whole machine, with times,
+  // permissions and extended attributes.
+  const char* hidingMark = nullptr;
+  bool IsLayer() const { return hidingMark != nullptr; }
   // Of a copy: the host's time (of the last change, as stat tells it) of a file that was made when
   // the copy was complete. What hasn't been changed since then needn't be read.
   std::optional<timespec> completedAt;

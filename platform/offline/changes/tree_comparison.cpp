@@ -80,7 +80,7 @@ class TreeComparison {
 
   Code Run() {
     pending_.push_back(
-        {.path = ".", .isLayer = view_.isLayer, .isInPlace = view_.completedAt.has_value()});
+        {.path = ".", .isLayer = view_.IsLayer(), .isInPlace = view_.completedAt.has_value()});
     Code code = kSuccess;
     while (code == kSuccess && !pending_.empty()) {
       const Folder folder = std::move(pending_.back());
@@ -98,7 +98,7 @@ class TreeComparison {
     Code code = folder.hasBefore ? OpenFolder(before_, folder.path, &before) : kSuccess;
     if (code == kSuccess && folder.hasAfter) {
       code = OpenFolder(view_.folder->Get(), folder.path, &after);
-      folder.isLayer = folder.isLayer && !IsOpaque(after.Get());
+      folder.isLayer = folder.isLayer && !IsOpaque(after.Get(), view_);
       code = code == kSuccess ? AddNames(after, &names) : code;
     }
     if (code == kSuccess && folder.hasBefore && !folder.isLayer) {
@@ -247,13 +247,9 @@ std::string PlaceOf(cvn::StringView machinePath) {
   return text;
 }
 
-bool IsOpaque(int folder) {
-  return std::ranges::any_of(
-      std::initializer_list<const char*>{"trusted.overlay.opaque", "user.overlay.opaque"},
-      [folder](const char* name) {
-        char value = '\0';
-        return fgetxattr(folder, name, &value, sizeof(value)) == 1 && value == 'y';
-      });
+bool IsOpaque(int folder, const ViewFolder& view) {
+  char value = '\0';
+  return fgetxattr(folder, view.hidingMark, &value, sizeof(value)) == 1 && value == 'y';
 }
 
 Code CompareTrees(int before, const ViewFolder& view, const Places& leftOut,

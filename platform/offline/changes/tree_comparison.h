@@ -19,8 +19,9 @@ bool ToMachinePath(std::string_view below, cvn::String* path);
 // And back.
 std::string PlaceOf(cvn::StringView machinePath);
 
-// Whether an open folder of an overlay hides the one below it.
-bool IsOpaque(int folder);
+// Whether an open folder of a view that is a layer hides the one below it. Only the overlay itself
+// sets its mark: of one that is read by other means the volume may have the same attribute.
+bool IsOpaque(int folder, const ViewFolder& view);
 
 // Appends what differs between the folder `before` and the view, without `leftOut`; in no order.
 Code CompareTrees(int before, const ViewFolder& view, const Places& leftOut,

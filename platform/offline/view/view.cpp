@@ -108,10 +108,19 @@ bool HasMounts(const std::string& folder) {
   return false;
 }
 
-// Whether the upper folder takes the attributes by which an overlay marks folders that hide others.
-bool TakesMarks(int upper, bool hasUsers) {
-  const char* name = hasUsers ? "user.overlay.probe" : "trusted.overlay.probe";
-  return fsetxattr(upper, name, "y", 1, 0) == 0 && fremovexattr(upper, name) == 0;
+// The attribute by which an overlay marks folders that hide others.
+const char* HidingMark(const Keeper& keeper) {
+  return keeper.HidesOwners() ? "user.overlay.opaque" : "trusted.overlay.opaque";
+}
+
+// Whether the upper folder takes that.
+bool TakesMark(int upper, const char* mark) {
+  return fsetxattr(upper, mark, "y", 1, 0) == 0 && fremovexattr(upper, mark) == 0;
+}
+
+// What the machine's folder has of that name means nothing.
+Code RemoveMark(int upper, const char* mark) {
+  return fremovexattr(upper, mark) == 0 || errno == ENODATA ? kSuccess : CodeOf(errno);
 }
 
 }  // namespace
@@ -160,12 +169,14 @@ Code View::State::MakeOverlay() {
   if (code == kSuccess && fstat(folders.machineFolder.Get(), &status) != 0) {
     code = CodeOf(errno);
   }
-  if (code == kSuccess && !posix::TakesMarks(upper.Get(), keeper.HidesOwners())) {
+  const char* mark = posix::HidingMark(keeper);
+  if (code == kSuccess && !posix::TakesMark(upper.Get(), mark)) {
     code = kNotSupported;
   }
   // Of the machine's root the upper folder tells: it has to say what that says.
   if (code == kSuccess) {
     code = posix::CopyMetadata(folders.machineFolder.Get(), status, upper.Get());
+    code = code == kSuccess ? posix::RemoveMark(upper.Get(), mark) : code;
   }
   const timespec times[] = {status.st_atim, status.st_mtim};
   if (code == kSuccess && futimens(upper.Get(), times) != 0) {
@@ -248,9 +259,10 @@ Code View::CollectChanges(ChangeSet* changes) {
   if (code != kSuccess) {
     return code;
   }
-  state_->difference.emplace(posix::ViewFolder{.folder = state_->changed,
-                                               .isLayer = state_->kind == ViewKind::Overlay,
-                                               .completedAt = state_->copiedAt});
+  const char* mark =
+      state_->kind == ViewKind::Overlay ? posix::HidingMark(state_->keeper) : nullptr;
+  state_->difference.emplace(posix::ViewFolder{
+      .folder = state_->changed, .hidingMark = mark, .completedAt = state_->copiedAt});
   return state_->difference->Collect(changes);
 }
 
