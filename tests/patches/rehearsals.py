@@ -191,6 +191,10 @@ def runaway(stage):
                                 (FILLING, '--max-megabytes', 'wrote more')):
         told = stage.rehearse(body, 1, option, '1')
         expect(words in told[2], f'{option}: {told}')
+    # What its process had started before it became this program is none of the run's.
+    behind = ['sh', '-c', 'sleep 60 >/dev/null 2>&1 & echo $!; exec "$@"', '-']
+    told, _ = stage.told([*behind, *stage.words(stage.script(FOREVER), '--max-seconds', '1')], 1)
+    os.kill(int(told[0]), signal.SIGKILL)
 
 
 def children(process):

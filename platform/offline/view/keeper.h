@@ -26,7 +26,6 @@ class Keeper {
   // The same for a step that it takes; EPIPE when it has ended.
   int Ask(KeeperStep step);
 
-  pid_t Id() const { return id_; }
   // Takes the calling process, a child, into the view's namespaces. 0, or the value of errno.
   int Join() const;
   bool HidesOwners() const { return hidesOwners_; }

@@ -101,6 +101,7 @@ Code ViewTask::Run(const std::function<int()>& task,
   result_ = {};
   std::fflush(nullptr);  // else both processes would print what is buffered
   const OrphanCare care;
+  TaskWatch watch(folders_.workFolder.Get(), limits_);
   const pid_t parent = getpid();
   const pid_t child = fork();
   if (child == 0) {
@@ -109,7 +110,7 @@ Code ViewTask::Run(const std::function<int()>& task,
   if (child < 0) {
     return CodeOf(errno);
   }
-  *end = TaskWatch(child, keeper_.Id(), folders_.workFolder.Get(), limits_).Wait(progress);
+  *end = watch.Wait(child, progress);
   if (result_.error != 0) {
     return CodeOf(result_.error);
   }

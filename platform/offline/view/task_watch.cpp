@@ -27,7 +27,8 @@ using machine::ViewEnd;
 constexpr auto kGrace = std::chrono::seconds(2);  // from the request to stop to the end
 constexpr int kTick = 20;                         // milliseconds between two looks at the limits
 
-// The children of one thread of a process, as many as a buffer takes.
+// The children of one thread of a process, as many as a buffer takes. A number that isn't whole,
+// since the buffer ended in it, would be that of another process; a blank follows the others.
 void AddChildren(pid_t process, const std::string& thread, std::vector<pid_t>* children) {
   char buffer[4096];
   const std::string name = "task/" + thread + "/children";
@@ -36,12 +37,11 @@ void AddChildren(pid_t process, const std::string& thread, std::vector<pid_t>* c
   pid_t child = 0;
   while (!list.empty()) {
     const auto [end, fault] = std::from_chars(list.begin(), list.end(), child);
-    if (fault != std::errc()) {
+    if (fault != std::errc() || end == list.end()) {
       return;
     }
     children->push_back(child);
-    list.remove_prefix(
-        std::min<std::size_t>(list.size(), static_cast<std::size_t>(end - list.begin()) + 1));
+    list.remove_prefix(static_cast<std::size_t>(end - list.begin()) + 1);
   }
 }
 
@@ -89,13 +89,20 @@ bool IsNearlyFull(int folder) {
 
 }  // namespace
 
+TaskWatch::TaskWatch(int workFolder, const machine::ViewLimits& limits)
+    : workFolder_(workFolder), limits_(limits), others_(ChildrenOf(getpid())) {}
+
+// The task, as long as nobody has waited for it, and its orphans.
+std::vector<pid_t> TaskWatch::OwnChildren() const {
+  std::vector<pid_t> children = ChildrenOf(getpid());
+  std::erase_if(children, [this](pid_t child) { return std::ranges::count(others_, child) != 0; });
+  return children;
+}
+
 // Takes those off the host's list that have ended.
 bool TaskWatch::IsRunning() {
   bool isAny = false;
-  for (const pid_t child : ChildrenOf(getpid())) {
-    if (child == keeper_) {
-      continue;
-    }
+  for (const pid_t child : OwnChildren()) {
     const bool hasEnded = waitpid(child, nullptr, WNOHANG) == child;
     hasTaskEnded_ = hasTaskEnded_ || (hasEnded && child == task_);
     isAny = isAny || !hasEnded;
@@ -104,8 +111,7 @@ bool TaskWatch::IsRunning() {
 }
 
 void TaskWatch::Measure() {
-  std::vector<pid_t> processes = ChildrenOf(getpid());
-  std::erase(processes, keeper_);
+  std::vector<pid_t> processes = OwnChildren();
   std::uint64_t bytes = 0;
   for (std::size_t i = 0; i < processes.size() && i <= limits_.processes + 1; ++i) {
     bytes += BytesWrittenBy(processes[i]);
@@ -133,16 +139,16 @@ ViewEnd TaskWatch::LimitReached() const {
 // The children of what is killed become this process's.
 void TaskWatch::EndAll() {
   while (IsRunning()) {
-    for (const pid_t child : ChildrenOf(getpid())) {
-      if (child != keeper_) {
-        kill(child, SIGKILL);
-      }
+    for (const pid_t child : OwnChildren()) {
+      kill(child, SIGKILL);
     }
     poll(nullptr, 0, 1);
   }
 }
 
-ViewEnd TaskWatch::Wait(const std::function<void(const machine::ViewUse&)>& progress) {
+ViewEnd TaskWatch::Wait(pid_t started,
+                        const std::function<void(const machine::ViewUse&)>& progress) {
+  task_ = started;
   Descriptor task(static_cast<int>(syscall(SYS_pidfd_open, task_, 0)));
   ViewEnd end = ViewEnd::Ended;
   auto deadline = Clock::time_point::max();
@@ -156,7 +162,7 @@ ViewEnd TaskWatch::Wait(const std::function<void(const machine::ViewUse&)>& prog
     Measure();
     if (end == ViewEnd::Ended) {
       end = LimitReached();
-      if (end != ViewEnd::Ended) {
+      if (end != ViewEnd::Ended && !hasTaskEnded_) {
         kill(task_, SIGTERM);
         deadline = Clock::now() + kGrace;
       }

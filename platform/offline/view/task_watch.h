@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <functional>
+#include <vector>
 
 #include "platform/machine_view.h"
 
@@ -12,26 +13,29 @@ namespace platform::posix {
 
 class TaskWatch {
  public:
-  // `task` and `keeper` are children of this process, which becomes the parent of all that the task
-  // leaves behind. `workFolder` lies on the file system that the view writes to.
-  TaskWatch(pid_t task, pid_t keeper, int workFolder, const machine::ViewLimits& limits)
-      : task_(task), keeper_(keeper), workFolder_(workFolder), limits_(limits) {}
+  // Before the task starts: the children that this process has by then are none of its own, the
+  // keeper as well as those of whatever this process was before it became this program.
+  // `workFolder` lies on the file system that the view writes to.
+  TaskWatch(int workFolder, const machine::ViewLimits& limits);
 
-  // Returns when neither the task nor a program that it started runs any more.
-  machine::ViewEnd Wait(const std::function<void(const machine::ViewUse&)>& progress);
+  // Returns when neither the task nor a program that it started runs any more. `started`, the task,
+  // is a child of this process, which becomes the parent of all that the task leaves behind.
+  machine::ViewEnd Wait(pid_t started,
+                        const std::function<void(const machine::ViewUse&)>& progress);
 
  private:
   using Clock = std::chrono::steady_clock;
 
+  std::vector<pid_t> OwnChildren() const;
   bool IsRunning();
   void Measure();
   machine::ViewEnd LimitReached() const;
   void EndAll();
 
-  const pid_t task_;
-  const pid_t keeper_;
   const int workFolder_;
   const machine::ViewLimits& limits_;
+  const std::vector<pid_t> others_;
+  pid_t task_ = -1;
   const Clock::time_point start_ = Clock::now();
   bool hasTaskEnded_ = false;
   machine::ViewUse use_;
