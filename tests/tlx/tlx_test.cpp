@@ -369,7 +369,7 @@ TEST_F(TlxTest, UsageGoesWhereItWasAskedFor) {
       {0, {"-h"}, "Usage: tlx COMMAND"},
       {0, {"--version"}, "tlx " TESSEL_VERSION_TEXT "\n"},
       {0, {"pack", "--key", "k", "--help"}, "Usage: tlx pack --"},
-      {0, {"machine", "show", "--help"}, "Usage: tlx machine show DIR [KEY]\n"},
+      {0, {"machine", "show", "--help"}, "Usage: tlx machine show DIR [HKEY]\n"},
   };
   for (const auto& row : cases) {
     const ToolResult result = Tlx(row.arguments);

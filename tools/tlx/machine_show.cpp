@@ -24,7 +24,7 @@ using registry::Root;
 
 constexpr OperandSpec kOperands[] = {
     {u"DIR", true, u"The machine's folder"},
-    {u"KEY", false, u"A key to list, like HKLM\\SOFTWARE\\Microsoft"},
+    {u"HKEY", false, u"A key to list, like HKLM\\SOFTWARE\\Microsoft"},
 };
 
 struct NamedRoot {

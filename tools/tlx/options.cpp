@@ -23,17 +23,23 @@ cvn::StringView Options::Operand(std::size_t index) const {
 namespace {
 
 bool IsChoice(cvn::StringView choices, cvn::StringView value) {
-  while (!choices.empty()) {
-    const cvn::StringView choice = choices.substr(0, choices.find(u'|'));
-    if (choice == value) {
-      return true;
-    }
-    choices.remove_prefix(std::min(choice.size() + 1, choices.size()));
-  }
-  return false;
+  const cvn::List<cvn::StringView> all = ChoicesOf(choices);
+  return std::ranges::find(all, value) != all.end();
 }
 
 }  // namespace
+
+cvn::List<cvn::StringView> ChoicesOf(cvn::StringView name) {
+  cvn::List<cvn::StringView> choices;
+  while (true) {
+    const std::size_t end = name.find(u'|');
+    choices.push_back(name.substr(0, end));
+    if (end == cvn::StringView::npos) {
+      return choices;
+    }
+    name.remove_prefix(end + 1);
+  }
+}
 
 class OptionParser {
  public:
@@ -67,8 +73,13 @@ class OptionParser {
 
   // Like TakeOption, for the operand.
   std::size_t TakeOperand(cvn::StringView value) {
+    const OperandSpec& spec = command_.operands[options_->operands_.size()];
     if (value.empty()) {
-      return Fail(u"%s is empty", command_.operands[options_->operands_.size()].name);
+      return Fail(u"%s is empty", spec.name.Text());
+    }
+    if (spec.name.Kind() == ValueKind::Choice && !IsChoice(spec.name.Text(), value)) {
+      *problem_ = cvn::Format(u"'%s' isn't one of %s", value, spec.name.Text());
+      return 0;
     }
     options_->operands_.emplace_back(value);
     return 1;
@@ -84,7 +95,7 @@ class OptionParser {
     if (options_->Has(name) && !spec->isRepeatable) {
       return Fail(u"option '%s' is given twice", name);
     }
-    if (spec->valueName.empty()) {
+    if (spec->value.Kind() == ValueKind::None) {
       options_->values_[name] = {};
       return 1;
     }
@@ -92,12 +103,12 @@ class OptionParser {
       return Fail(u"option '%s' needs a value", name);
     }
     const cvn::StringView value = rest.front();
-    if (spec->valueName.find(u'|') != cvn::StringView::npos && !IsChoice(spec->valueName, value)) {
-      *problem_ = cvn::Format(u"option '%s' takes %s, not '%s'", name, spec->valueName, value);
+    if (spec->value.Kind() == ValueKind::Choice && !IsChoice(spec->value.Text(), value)) {
+      *problem_ = cvn::Format(u"option '%s' takes %s, not '%s'", name, spec->value.Text(), value);
       return 0;
     }
     options_->values_[name].emplace_back(value);
-    if (spec->valueName.find(u' ') == cvn::StringView::npos) {
+    if (spec->value.Text().find(u' ') == cvn::StringView::npos) {
       return 2;
     }
     if (rest.size() < 2) {
@@ -116,7 +127,7 @@ class OptionParser {
     }
     for (const OperandSpec& spec : command_.operands.subspan(options_->operands_.size())) {
       if (spec.isRequired) {
-        Fail(u"%s is missing", spec.name);
+        Fail(u"%s is missing", spec.name.Text());
         return false;
       }
     }
@@ -137,9 +148,9 @@ namespace {
 
 cvn::String WithValue(const OptionSpec& spec) {
   cvn::String text = spec.name;
-  if (!spec.valueName.empty()) {
+  if (spec.value.Kind() != ValueKind::None) {
     text.Append(u' ');
-    text.Append(spec.valueName);
+    text.Append(spec.value.Text());
   }
   return text;
 }
@@ -154,7 +165,7 @@ ParseOutcome ParseOptions(const CommandSpec& command, std::span<const cvn::Strin
 cvn::String UsageOf(const CommandSpec& command) {
   cvn::String text = cvn::Format(u"Usage: tlx %s", command.name);
   for (const OperandSpec& spec : command.operands) {
-    text.Append(cvn::Format(spec.isRequired ? u" %s" : u" [%s]", spec.name));
+    text.Append(cvn::Format(spec.isRequired ? u" %s" : u" [%s]", spec.name.Text()));
   }
   for (const OptionSpec& spec : command.options) {
     text.Append(cvn::Format(spec.isRequired ? u" %s" : u" [%s]", WithValue(spec)));
@@ -171,7 +182,7 @@ cvn::String HelpOf(const CommandSpec& command) {
   };
   cvn::String text = cvn::Format(u"%s\n\n%s\n", UsageOf(command), command.details);
   for (const OperandSpec& spec : command.operands) {
-    text.Append(cvn::Format(u"%s\n", row(spec.name, spec.help)));
+    text.Append(cvn::Format(u"%s\n", row(spec.name.Text(), spec.help)));
   }
   text.Append(command.operands.empty() ? u"Options:\n" : u"\nOptions:\n");
   for (const OptionSpec& spec : command.options) {

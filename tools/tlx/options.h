@@ -2,6 +2,8 @@
 // help follow it.
 #pragma once
 
+#include <algorithm>
+#include <initializer_list>
 #include <span>
 
 #include "support/containers.h"
@@ -9,12 +11,60 @@
 
 namespace tlx {
 
+enum class ValueKind {
+  None,    // of a switch
+  Text,    // anything
+  Choice,  // one of those that the name lists
+  File,    // or a folder that stands for the file in it
+  Folder,
+};
+
+// The name of a value in usage and help, which decides what a shell completes it with. One with
+// bars, "x64|x86", lists all the values that there are; one with a blank, "KEY VALUE", stands for
+// two, of which the second may be anything; an empty one stands for none.
+class ValueName {
+ public:
+  // A name with a dot, "KEY.pem", is a file's. Any other has to be listed here.
+  consteval ValueName(const char16_t* text)  // NOLINT(google-explicit-constructor): tables use it
+      : text_(text), kind_(KindOf(text_)) {}
+
+  constexpr cvn::StringView Text() const { return text_; }
+  constexpr ValueKind Kind() const { return kind_; }
+
+ private:
+  static void TheKindOfThisNameIsNotListed() {}
+
+  static consteval ValueKind KindOf(cvn::StringView name) {
+    const auto isOneOf = [name](std::initializer_list<cvn::StringView> names) {
+      return std::ranges::find(names, name) != names.end();
+    };
+    if (name.empty()) {
+      return ValueKind::None;
+    }
+    if (name.find(u'|') != cvn::StringView::npos) {
+      return ValueKind::Choice;
+    }
+    if (isOneOf({u"DIR", u"SET"})) {
+      return ValueKind::Folder;
+    }
+    if (isOneOf({u"CODE,...", u"COMMAND=ERROR", u"HKEY", u"KEY VALUE", u"N", u"NAME", u"PAGE",
+                 u"PATH", u"REASON", u"TIME", u"URL"})) {
+      return ValueKind::Text;
+    }
+    if (!isOneOf({u"FILE", u"KEY", u"PATCH", u"SIGNATURE"}) &&
+        name.find(u'.') == cvn::StringView::npos) {
+      TheKindOfThisNameIsNotListed();
+    }
+    return ValueKind::File;
+  }
+
+  cvn::StringView text_;
+  ValueKind kind_;
+};
+
 struct OptionSpec {
   cvn::StringView name;  // with its dashes: "--key"
-  // What the value is, for usage and help; empty for a switch. One with bars, "x64|x86", names all
-  // the values that there are; one with a blank, "KEY VALUE", stands for two, of which the second
-  // may be anything, and Values has them by turns.
-  cvn::StringView valueName;
+  ValueName value;       // Values has those of two words by turns
   bool isRequired;
   cvn::StringView help;
   bool isRepeatable = false;
@@ -22,7 +72,7 @@ struct OptionSpec {
 
 // What stands on the command line without a dash, in this order.
 struct OperandSpec {
-  cvn::StringView name;
+  ValueName name;
   bool isRequired;
   cvn::StringView help;
 };
@@ -62,6 +112,9 @@ enum class ParseOutcome { Run, Help, BadUsage };
 // it and does not begin with "--". On BadUsage, `*problem` is the text for the user.
 ParseOutcome ParseOptions(const CommandSpec& command, std::span<const cvn::String> arguments,
                           Options* options, cvn::String* problem);
+
+// The values that a name with bars lists.
+cvn::List<cvn::StringView> ChoicesOf(cvn::StringView name);
 
 // "Usage: tlx pack --key KEY.pem ...", without a line end.
 cvn::String UsageOf(const CommandSpec& command);
