@@ -214,6 +214,10 @@ TEST_F(OfflineFiles, PermissionsBindAsOnWindows) {
     GTEST_SKIP() << "only root can be another user";
   }
   RunAsOrdinaryUser(0755, kForeignSteps);
+  // Which names a folder has can't be told, but that there are two files.
+  Touch(Host("ROOT'S"));
+  constexpr Step kUnreadableSteps[] = {{Move<0>, u"root's", u"ROOT'S", kAlreadyExists}};
+  RunAsOrdinaryUser(0733, kUnreadableSteps);
 }
 
 TEST_F(OfflineFiles, LinksAreThemselvesAndLeadElsewhere) {

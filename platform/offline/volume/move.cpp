@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -36,14 +37,18 @@ bool IsOneFolder(const HostPath& left, const HostPath& right) {
          IsOneFile(leftFolder, rightFolder);
 }
 
-// Whether a folder lists all of these names, spelled like that.
-bool AreListed(int folder, std::set<std::string_view> names) {
+// Whether a folder lists all of these names, spelled like that. Nothing when it can't be read.
+std::optional<bool> AreListed(int folder, std::set<std::string_view> names) {
   const DirectoryStream stream = OpenDirectory({folder, "."}, 0);
-  const dirent* entry = nullptr;
-  while (!names.empty() && stream != nullptr && (entry = readdir(stream.get())) != nullptr) {
+  while (!names.empty() && stream != nullptr) {
+    errno = 0;
+    const dirent* entry = readdir(stream.get());
+    if (entry == nullptr) {
+      return errno == 0 ? std::optional(false) : std::nullopt;
+    }
     names.erase(entry->d_name);
   }
-  return names.empty();
+  return names.empty() ? std::optional(true) : std::nullopt;
 }
 
 bool AreAlike(std::string_view left, std::string_view right) {
@@ -54,16 +59,18 @@ bool AreAlike(std::string_view left, std::string_view right) {
 }
 
 // A file system without regard to case finds one name by two spellings, of which it lists one. Some
-// give each spelling an inode number of its own.
+// give each spelling an inode number of its own. Where the folder can't be read, two files aren't
+// taken for one: the one would be written over without a question.
 bool IsOnePlace(const HostPath& left, const HostPath& right) {
   const FileAt first = left.At();
   const FileAt second = right.At();
   if (!IsOneFolder(left, right)) {
     return false;
   }
+  const bool isOneFile = IsOneFile(left.entry, right.entry);
   return std::string_view(first.name) == second.name ||
-         ((IsOneFile(left.entry, right.entry) || AreAlike(first.name, second.name)) &&
-          !AreListed(first.folder, {first.name, second.name}));
+         ((isOneFile || AreAlike(first.name, second.name)) &&
+          !AreListed(first.folder, {first.name, second.name}).value_or(!isOneFile));
 }
 
 // True when the host's path lies on the machine's drive. A drive is told by where the file is, and
@@ -119,7 +126,7 @@ int Respell(FileAt from, FileAt to) {
   int error = RenameOver(from, to);
   if (error != 0 || std::string_view(from.name) == to.name ||
       fstatat(from.folder, from.name, &entry, AT_SYMLINK_NOFOLLOW) != 0 ||
-      AreListed(to.folder, {to.name})) {
+      AreListed(to.folder, {to.name}).value_or(false)) {
     return error;
   }
   const std::string other = FreshName("moved");

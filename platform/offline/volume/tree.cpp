@@ -257,14 +257,16 @@ class TreeRemover : public TreeVisitor {
   }
   Code Leave(const std::string& /*name*/) override { return kSuccess; }
 
-  // A folder that its owner may not read, write or search becomes one that he may.
+  // A folder that its owner may not read, write or search becomes one that he may; a link that has
+  // taken its place leads nowhere.
   static Code Open(int folder, const char* name) {
     struct stat status {};
     if (fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
       return CodeOf(errno);
     }
     const bool isOpen = !S_ISDIR(status.st_mode) || (status.st_mode & S_IRWXU) == S_IRWXU;
-    return isOpen || fchmodat(folder, name, S_IRWXU, 0) == 0 ? kSuccess : CodeOf(errno);
+    return isOpen || fchmodat(folder, name, S_IRWXU, AT_SYMLINK_NOFOLLOW) == 0 ? kSuccess
+                                                                               : CodeOf(errno);
   }
 
  protected:
