@@ -77,7 +77,9 @@ int ViewTask::EnterView(pid_t parent) const {
   }
   CurrentView() = {
       .keepsFolders = true, .hidesOwners = keeper_.HidesOwners(), .isSealed = keeper_.IsSealed()};
-  ForgetHost();
+  if (const int forgotten = ForgetHost(); forgotten != 0) {
+    return forgotten;
+  }
   setenv("TESSEL_MACHINE", folders_.machine.c_str(), 1);
   setenv("TMPDIR", (folders_.work + '/' + ViewFolders::kTemporary).c_str(), 1);
   LimitFiles(limits_.bytes);

@@ -188,7 +188,7 @@ Code Complete(const Source& source, bool isNew, int copy) {
 
 // Writes a copy that is whole over the file at `place`, all of whose names are to have it.
 Code WriteOver(const Source& source, const AtomicFile& draft, const HostPath& place) {
-  files::File whole(dup(draft.File()));
+  files::File whole(fcntl(draft.File(), F_DUPFD_CLOEXEC, 0));
   files::File target(place.Open(O_RDWR | O_NONBLOCK));
   if (!whole.IsOpen() || !target.IsOpen()) {
     return CodeOf(errno);

@@ -28,10 +28,11 @@ const std::shared_ptr<const Descriptor>& HostRoot() {
   return root;
 }
 
-void ReopenHostRoot() {
+// 0, or the value of errno: then it is what it was.
+int ReopenHostRoot() {
   const Descriptor fresh(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
   // In the place of the one that all hold.
-  dup3(fresh.Get(), HostRoot()->Get(), O_CLOEXEC);
+  return fresh.Get() < 0 || dup3(fresh.Get(), HostRoot()->Get(), O_CLOEXEC) < 0 ? errno : 0;
 }
 
 const std::shared_ptr<const Descriptor>& RootFolder(bool onMachine) {
@@ -284,10 +285,10 @@ cvn::String ToMachinePath(std::string_view hostPath) {
   return ToWide(text);
 }
 
-void ForgetHost() {
+int ForgetHost() {
   Machine::Forget();
   NameIndex().Renew();
-  ReopenHostRoot();
+  const int error = ReopenHostRoot();
   const int root = HostRoot()->Get();
   const int events = NameIndex().Events();
   unsigned first = STDERR_FILENO + 1;
@@ -298,6 +299,7 @@ void ForgetHost() {
     }
   }
   close_range(first, ~0U, 0);
+  return error;
 }
 
 }  // namespace platform::posix

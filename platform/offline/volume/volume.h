@@ -241,7 +241,8 @@ Code MeasureTree(int folder, std::uint64_t* bytes);
 
 // Forgets all that was found of the machine and of the host, and closes every descriptor but those
 // of the standard streams: for a process that has come to see another host than the one that it was
-// forked from, and will end without destroying anything.
-void ForgetHost();
+// forked from, and will end without destroying anything. 0, or the value of errno when drive Z: is
+// still that of the other host.
+int ForgetHost();
 
 }  // namespace platform::posix
