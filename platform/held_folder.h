@@ -34,8 +34,9 @@ class HeldFolder {
   // between them, none of them "." or "..".
   //
   // A name is found as the disk spells it. Where case counts, that is the exact spelling, or else
-  // the only one that is the same but for case; 52 when there are several. A link is followed as
-  // long as it stays below the folder; elsewhere it fails. (Windows follows every link.)
+  // the only one that is the same but for case; 52 when there are several. A short name counts
+  // where no name is the same. A link is followed as long as it stays below the folder; elsewhere
+  // it fails. (Windows follows every link.)
   Code OpenFile(cvn::StringView name, File* file);
 
  private:

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "platform/final_path.h"
+#include "platform/held_folder.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/process.h"
 #include "platform/profile.h"
@@ -74,6 +75,11 @@ TEST_F(ShortNames, LeadToTheFile) {
   }
   EXPECT_EQ(Utf8(paths::LongName(Path(u"ntfs\\PROGRA~1\\ambrys~1"))),
             Utf8(Path(u"ntfs\\Program Files\\Ambry Shield")));
+  files::HeldFolder held;
+  files::File file;
+  ASSERT_EQ(held.Hold(Path(u"ntfs")), kSuccess);
+  EXPECT_CODE(kSuccess, held.OpenFile(u"progra~1\\ambrys~1\\LongFi~1.txt", &file));
+  EXPECT_CODE(kFileNotFound, held.OpenFile(u"progra~1\\ambrys~1\\LongFi~2.txt", &file));
   // A file whose own name it is comes first, in any case; the driver has them side by side.
   Touch(Host("ntfs/page~1.htm"));
   EXPECT_EQ(Place(u"PAGE~1.HTM"), "page~1.htm");

@@ -1,13 +1,12 @@
 #include "platform/held_folder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -15,11 +14,14 @@
 #include <vector>
 
 #include "platform/formats/names.h"
+#include "platform/formats/short_name.h"
 #include "platform/formats/windows_path.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/open_below.h"
 #include "platform/offline/volume/share_locks.h"
+#include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::files {
@@ -81,22 +83,47 @@ Code OpenRegularFile(const Descriptor& found, File* file) {
   return code;
 }
 
+// All of them, or none: one that is missing might be another spelling of one that is there.
 Code ReadNames(const Descriptor& folder, Names* names) {
-  const int descriptor =
-      folder.Get() < 0 ? -1 : posix::OpenFound(folder.Get(), O_RDONLY | O_DIRECTORY);
-  DIR* listing = descriptor < 0 ? nullptr : fdopendir(descriptor);
-  if (listing == nullptr) {
-    const Code code = CodeOf(errno);
-    if (descriptor >= 0) {
-      close(descriptor);
-    }
-    return code;
+  const posix::DirectoryStream stream = posix::OpenDirectory({folder.Get(), "."}, 0);
+  if (stream == nullptr) {
+    return CodeOf(errno);
   }
-  while (const dirent* entry = names->size() > kMostNames ? nullptr : readdir(listing)) {
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(stream.get());
+    if (entry == nullptr) {
+      return CodeOf(errno, kReadFault);
+    }
+    if (names->size() >= kMostNames) {
+      return kNotEnoughMemory;
+    }
     names->emplace(FoldedName(entry->d_name), entry->d_name);
   }
-  closedir(listing);
-  return names->size() > kMostNames ? kNotEnoughMemory : kSuccess;
+}
+
+// The same names by their short names, where the volume has any.
+Names ShortNamesOf(const Descriptor& folder, const Names& names) {
+  Names byShort;
+  struct stat entry {};
+  if (fstat(folder.Get(), &entry) == 0 && posix::VolumesWithShortNames().Has(folder.Get(), entry)) {
+    for (const auto& [folded, name] : names) {
+      if (auto shortName = posix::ShortNameOf({folder.Get(), name.c_str()})) {
+        byShort.emplace(std::move(*shortName), name);
+      }
+    }
+  }
+  return byShort;
+}
+
+// Finds the one name that stands for `folded`.
+Code FindOne(const Names& names, const std::u16string& folded, std::string* name) {
+  const auto [first, last] = names.equal_range(folded);
+  if (first == last) {
+    return kFileNotFound;
+  }
+  *name = first->second;
+  return std::next(first) == last ? kSuccess : kAmbiguousName;
 }
 
 }  // namespace
@@ -108,9 +135,15 @@ struct HeldFolder::State {
   Code Spell(const std::vector<std::string>& names, std::string* spelled);
   Code FindAlike(const std::string& below, const std::string& name, std::string* spelled);
 
+  // The names in a folder. Their short names are read when one may be meant.
+  struct Listed {
+    Names names;
+    std::optional<Names> shortNames;
+  };
+
   Descriptor folder;
   // Of the folders below that were asked for another spelling: each is read once.
-  std::map<std::string, Names> listed;
+  std::map<std::string, Listed> listed;
 };
 
 Code HeldFolder::State::Spell(const std::vector<std::string>& names, std::string* spelled) {
@@ -130,24 +163,29 @@ Code HeldFolder::State::Spell(const std::vector<std::string>& names, std::string
 
 Code HeldFolder::State::FindAlike(const std::string& below, const std::string& name,
                                   std::string* spelled) {
+  const Descriptor parent(posix::FindBelow(folder.Get(), below.empty() ? "." : below));
   const auto [known, isNew] = listed.try_emplace(below);
   if (isNew) {
-    const Code code = ReadNames(
-        Descriptor(posix::FindBelow(folder.Get(), below.empty() ? "." : below)), &known->second);
+    const Code code = parent.Get() < 0 ? CodeOf(errno) : ReadNames(parent, &known->second.names);
     if (code != kSuccess) {
       listed.erase(known);
       return code;
     }
   }
-  const auto [first, last] = known->second.equal_range(FoldedName(name));
-  if (first == last) {
-    return kFileNotFound;
+  auto& [names, shortNames] = known->second;
+  const std::u16string folded = FoldedName(name);
+  std::string found;
+  Code code = FindOne(names, folded, &found);
+  if (code == kFileNotFound && posix::IsShortForm(folded)) {
+    if (!shortNames) {
+      shortNames = ShortNamesOf(parent, names);
+    }
+    code = FindOne(*shortNames, folded, &found);
   }
-  if (std::next(first) != last) {
-    return kAmbiguousName;
+  if (code == kSuccess) {
+    *spelled = Below(below, found);
   }
-  *spelled = Below(below, first->second);
-  return kSuccess;
+  return code;
 }
 
 HeldFolder::HeldFolder() = default;
