@@ -12,6 +12,7 @@
 #include "platform/formats/little_endian.h"
 #include "platform/formats/security_descriptor.h"
 #include "platform/machine.h"
+#include "platform/private_file.h"
 #include "support/utf.h"
 #include "tests/platform/host_folder.h"
 #include "tests/platform/ntfs_mount.h"
@@ -309,6 +310,10 @@ TEST_P(Ntfs, NewFilesAndFoldersInherit) {
                                        {"moved", kOwn}}) {
     EXPECT_EQ(SecurityOf(std::string("folder/") + name), expected) << name;
   }
+  // What is for its owner alone doesn't.
+  files::File secret;
+  ASSERT_EQ(files::CreatePrivate(Path(u"ntfs\\folder\\secret"), &secret), kSuccess);
+  EXPECT_EQ(SecurityOf("folder/secret"), "9004 Administrators | 0 0 1f01ff Administrators");
   // A folder that has the number of one that is gone passes on what it has itself.
   Run(std::initializer_list<Step>{{Delete, u"ntfs\\folder\\sub\\deep\\file"},
                                   {Remove, u"ntfs\\folder\\sub\\deep"},

@@ -17,6 +17,16 @@ namespace platform::posix {
 // makes these of STATUS_FILE_IS_A_DIRECTORY, which comes before STATUS_OBJECT_NAME_COLLISION.
 Code LocateFile(cvn::StringView path, files::Disposition disposition, HostPath* host);
 
+// Who has access to a file that is new.
+enum class Readers {
+  Inherited,  // those that its folder passes on
+  OwnerOnly,  // besides the host's mode, where the volume has descriptors
+};
+
+// As files::Open. Leaves the thread's last error alone.
+Code OpenFile(cvn::StringView path, files::Access access, files::Share share,
+              files::Disposition disposition, Readers readers, files::File* file);
+
 // 32 when the file is open, and 87 for the null device. An open file can't be deleted or renamed by
 // others: there is no share mode for that here.
 Code CheckUnused(const HostPath& host);

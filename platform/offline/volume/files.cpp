@@ -85,6 +85,49 @@ Code Unlink(const HostPath& host, int flags = 0) {
 Code TransferFault(Code ioFault) { return errno == EBADF ? kAccessDenied : CodeOf(errno, ioFault); }
 
 }  // namespace
+}  // namespace platform::files
+
+namespace platform::posix {
+
+Code OpenFile(cvn::StringView path, files::Access access, files::Share share,
+              files::Disposition disposition, Readers readers, files::File* file) {
+  HostPath host;
+  const Code located = LocateFile(path, disposition, &host);
+  if (located != kSuccess) {
+    return located;
+  }
+  const bool isThere = host.entry.st_mode != 0;
+  // To open a device of the host is to use it, and to open a pipe is to wait: a volume has neither.
+  if (host.onMachine && isThere && !S_ISREG(host.entry.st_mode)) {
+    return kAccessDenied;
+  }
+  int descriptor = -1;
+  const auto openFile = [&] {
+    const int wait = host.onMachine ? O_NONBLOCK : 0;
+    descriptor = host.Open(files::FlagsOf(access, disposition) | wait, files::kFileMode);
+    return descriptor < 0 ? CodeOf(errno, kReadFault) : kSuccess;
+  };
+  Code code = isThere ? openFile() : ChangeFolder(host, openFile);
+  if (code != kSuccess) {
+    return code;
+  }
+  files::File opened(descriptor);
+  code = files::Prepare(descriptor, &host, access, share, disposition);
+  if (code == kSuccess && !isThere) {
+    code = readers == Readers::Inherited ? InheritSecurity(host.At().folder, descriptor)
+                                         : KeepForOwner(descriptor);
+  }
+  if (code == kSuccess) {
+    *file = std::move(opened);
+  } else if (disposition == files::Disposition::CreateNew) {
+    IgnoreError(files::Unlink(host));  // the caller gets no file, so none is left
+  }
+  return code;
+}
+
+}  // namespace platform::posix
+
+namespace platform::files {
 
 void File::Close() {
   if (IsOpen()) {
@@ -168,40 +211,7 @@ Code File::SetLastWriteTime(std::uint64_t time) {
 }
 
 Code Open(cvn::StringView path, Access access, Share share, Disposition disposition, File* file) {
-  HostPath host;
-  const Code located = posix::LocateFile(path, disposition, &host);
-  if (located != kSuccess) {
-    return Fail(located);
-  }
-  const bool isThere = host.entry.st_mode != 0;
-  // To open a device of the host is to use it, and to open a pipe is to wait: a volume has neither.
-  if (host.onMachine && isThere && !S_ISREG(host.entry.st_mode)) {
-    return Fail(kAccessDenied);
-  }
-  int descriptor = -1;
-  const auto openFile = [&] {
-    const int wait = host.onMachine ? O_NONBLOCK : 0;
-    descriptor = host.Open(FlagsOf(access, disposition) | wait, kFileMode);
-    return descriptor < 0 ? CodeOf(errno, kReadFault) : kSuccess;
-  };
-  const Code code = isThere ? openFile() : posix::ChangeFolder(host, openFile);
-  if (code != kSuccess) {
-    return Fail(code);
-  }
-  File opened;
-  opened.handle_ = descriptor;
-  Code prepared = Prepare(descriptor, &host, access, share, disposition);
-  if (prepared == kSuccess && !isThere) {
-    prepared = posix::InheritSecurity(host.At().folder, descriptor);
-  }
-  if (prepared != kSuccess) {
-    if (disposition == Disposition::CreateNew) {
-      IgnoreError(Unlink(host));  // the caller gets no file, so none is left
-    }
-    return Fail(prepared);
-  }
-  *file = std::move(opened);
-  return kSuccess;
+  return Report(posix::OpenFile(path, access, share, disposition, posix::Readers::Inherited, file));
 }
 
 Code CreateDirectory(cvn::StringView path) {
