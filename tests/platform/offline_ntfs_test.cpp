@@ -345,6 +345,26 @@ TEST_P(Ntfs, NewVersionsKeepWhatTheFileHas) {
   EXPECT_EQ(WordOf("file"), "22");  // what is written needs archiving
 }
 
+// The driver makes a descriptor of the permissions that it is given; these have no right to write.
+TEST_P(Ntfs, StatesAreWrittenWithTheirDescriptors) {
+  const std::string closed =
+      Descriptor("Administrators", 0x8004, "0 0 1f01b9 Administrators 0 0 1200a9 World");
+  Run(std::initializer_list<Step>{{Create, u"ntfs\\file"}});
+  for (const bool isSeen : {true, false}) {
+    Set("file", "user.old", "stream");
+    Set("file", "system.ntfs_acl", closed);
+    const std::string place = Host("ntfs/file");
+    machine::EntryState state;
+    ASSERT_EQ(posix::ReadEntryStatus({AT_FDCWD, place.c_str()}, &state), kSuccess);
+    std::erase_if(state.extended, [isSeen](const auto& one) {
+      return one.first == "user.old" || (!isSeen && one.first == "system.ntfs_acl");
+    });
+    EXPECT_EQ(posix::WriteEntryState({AT_FDCWD, place.c_str()}, state), kSuccess);
+    EXPECT_EQ(SecurityOf("file"), TextOf(closed)) << isSeen;
+    EXPECT_EQ(Get("file", "user.old"), "");
+  }
+}
+
 TEST_P(Ntfs, CopiesTakeStreamsAlong) {
   const std::string large(65536, 's');
   const std::string born("\0\0\0\0\0\0\xD0\1", 8);

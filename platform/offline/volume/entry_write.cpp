@@ -1,10 +1,12 @@
 #include <fcntl.h>
+#include <linux/limits.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
+#include <vector>
 
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_time.h"
@@ -18,12 +20,13 @@ namespace {
 using machine::EntryState;
 
 constexpr mode_t kPermissions = 07777;
-constexpr std::string_view kNtfsDescriptor = "system.ntfs_acl";
+constexpr const char* kNtfsDescriptor = "system.ntfs_acl";
 
 bool Has(const EntryState& state, std::string_view name) {
   return std::ranges::any_of(state.extended, [name](const auto& one) { return one.first == name; });
 }
 
+// All but the descriptor.
 Code WriteExtended(int file, const EntryState& now, const EntryState& wanted) {
   for (const auto& [name, value] : now.extended) {
     const bool goes = name != kNtfsDescriptor && !Has(wanted, name);
@@ -36,7 +39,7 @@ Code WriteExtended(int file, const EntryState& now, const EntryState& wanted) {
     if (!IsOfState(name)) {
       return kInvalidParameter;  // a state that was read has none of these
     }
-    if (std::ranges::find(now.extended, one) == now.extended.end() &&
+    if (name != kNtfsDescriptor && std::ranges::find(now.extended, one) == now.extended.end() &&
         fsetxattr(file, name.c_str(), value.data(), value.size(), 0) != 0) {
       return CodeOf(errno);
     }
@@ -52,6 +55,22 @@ Code WritePermissions(int file, mode_t wanted) {
   }
   const bool isSet = (entry.st_mode & kPermissions) == wanted || fchmod(file, wanted) == 0;
   return isSet || errno == EOPNOTSUPP ? kSuccess : CodeOf(errno);
+}
+
+// A driver for NTFS makes a new descriptor when permissions change.
+Code WriteDescriptor(int file, const EntryState& wanted) {
+  const auto found = std::ranges::find(wanted.extended, kNtfsDescriptor,
+                                       &decltype(wanted.extended)::value_type::first);
+  if (found == wanted.extended.end()) {
+    return kSuccess;
+  }
+  std::vector<std::byte> now(XATTR_SIZE_MAX);
+  const ssize_t size = fgetxattr(file, kNtfsDescriptor, now.data(), now.size());
+  now.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  const std::vector<std::byte>& bytes = found->second;
+  return now == bytes || fsetxattr(file, kNtfsDescriptor, bytes.data(), bytes.size(), 0) == 0
+             ? kSuccess
+             : CodeOf(errno);
 }
 
 Code WriteTime(int file, std::uint64_t wanted) {
@@ -92,9 +111,10 @@ Code WriteEntryState(FileAt entry, const EntryState& state) {
     code = CodeOf(errno);
   }
   code = code == kSuccess ? StoreAttributes(node, status, state.attributes) : code;
-  // There the host's permissions are a view of the descriptor.
-  const mode_t mode = HasUnseenDescriptor(now, state) ? now.mode : state.mode;
-  code = code == kSuccess ? WritePermissions(node, mode) : code;
+  // Where there is a descriptor the host's permissions are a view of it.
+  const EntryState& described = HasUnseenDescriptor(now, state) ? now : state;
+  code = code == kSuccess ? WritePermissions(node, described.mode) : code;
+  code = code == kSuccess ? WriteDescriptor(node, described) : code;
   return code == kSuccess ? WriteTime(node, static_cast<std::uint64_t>(state.written)) : code;
 }
 
