@@ -50,18 +50,24 @@ ChangeSet SomeFiles() {
   EntryState link;
   link.kind = EntryKind::Link;
   link.target = "\x1B[2J";
-  changes.files = {{u"C:\\a", {}, Folder(1), Folder(2)},
-                   {u"C:\\a\\hidden", {}, File("a"), hidden},
-                   {u"C:\\a\\dated", {}, File("a"), dated},
-                   {u"C:\\a\\link\x1B", {}, {}, link},
-                   {u"C:\\b", u"C:\\c", Folder(1), Folder(1)},
-                   {u"C:\\b\\x", u"C:\\c\\x", File("x"), File("x")},
-                   {u"C:\\b\\y", u"C:\\c\\y", File("y"), hidden},
-                   {u"C:\\bin", {}, File("12"), File("345")},
-                   {u"C:\\gone", {}, File("1"), {}},
-                   {u"C:\\P\\matrix\\events\\1", {}, {}, File("1")},
-                   {u"C:\\ProgramData\\Tessera\\ts-1-2.txt", {}, {}, File("1")},
-                   {u"C:\\turned", {}, Folder(1), File("1")}};
+  changes.files = {
+      {u"C:\\a", {}, Folder(1), Folder(2)},
+      {u"C:\\a\\hidden", {}, File("a"), hidden},
+      {u"C:\\a\\dated", {}, File("a"), dated},
+      {u"C:\\a\\link\x1B", {}, {}, link},
+      {u"C:\\b", u"C:\\c", Folder(1), Folder(1)},
+      {u"C:\\b\\x", u"C:\\c\\x", File("x"), File("x")},
+      {u"C:\\b\\y", u"C:\\c\\y", File("y"), hidden},
+      {u"C:\\bin", {}, File("12"), File("345")},
+      {u"C:\\gone", {}, File("1"), {}},
+      {u"C:\\M\\matrix", {}, {}, Folder(1)},
+      {u"C:\\P\\matrix", {}, {}, Folder(1)},
+      {u"C:\\P\\matrix\\events", {}, {}, Folder(1)},
+      {u"C:\\P\\matrix\\events\\00c0ffee-0000-4000-8000-0123456789ab", {}, {}, File("1")},
+      {u"C:\\P\\matrix\\events\\1", {}, {}, File("1")},
+      {u"C:\\ProgramData\\Tessera\\ts-1-2.txt", {}, {}, File("1")},
+      {u"C:\\ProgramData\\Tessera\\ts-1-2.txt.exe", {}, {}, File("1")},
+      {u"C:\\turned", {}, Folder(1), File("1")}};
   changes.files[6].after->digest = "y";
   return changes;
 }
@@ -87,6 +93,7 @@ ChangeSet SomeKeys() {
        plain,
        {{u"Start", Text(u"1"), Text(u"2")}}},
       {kSystem, u"ControlSet001\\Services\\Old\\Parameters", plain, {}, {}},
+      {kSystem, u"ControlSet001\\Services\\Sub\\Sub", {}, plain, {}},
       {kSystem, u"Select", plain, secured, {{u"", {}, Text(u"\n")}, {u"gone", Text(u"x"), {}}}},
       {u"C:\\Users\\Ann\\NTUSER.DAT", u"", plain, plain, {{u"list", {}, list}}}};
   return changes;
@@ -120,17 +127,28 @@ TEST(ChangeReports, TellWhatMatters) {
       content: 2 bytes, SHA-256 12 -> 3 bytes, SHA-256 345
   removed  C:\gone
       1 byte, SHA-256 1
+  added    C:\M\matrix (folder)
+  added    C:\P\matrix\events\1
+      1 byte, SHA-256 1
+  added    C:\ProgramData\Tessera\ts-1-2.txt.exe
+      1 byte, SHA-256 1
   changed  C:\turned
       kind: folder -> file
       1 byte, SHA-256 1
+The run's own traces and events:
+  added    C:\P\matrix
+  added    C:\P\matrix\events
+  added    C:\P\matrix\events\00c0ffee-0000-4000-8000-0123456789ab
+  added    C:\ProgramData\Tessera\ts-1-2.txt
 )");
-  EXPECT_EQ(ReportChanges(SomeFiles(), nullptr).ownFiles.size(), 2U);
   EXPECT_EQ(Described(SomeKeys()), R"(Services:
   changed  Old
     changed  [HKEY_LOCAL_MACHINE\SYSTEM\ControlSet001\Services\Old]
         -"Start"=REG_SZ "1"
         +"Start"=REG_SZ "2"
     removed  [HKEY_LOCAL_MACHINE\SYSTEM\ControlSet001\Services\Old\Parameters]
+  changed  Sub
+    added    [HKEY_LOCAL_MACHINE\SYSTEM\ControlSet001\Services\Sub\Sub]
 Registry:
   changed  [HKEY_LOCAL_MACHINE\SYSTEM\Select]
       security descriptor: 0 -> 1 bytes

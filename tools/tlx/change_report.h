@@ -55,7 +55,8 @@ struct ChangeReport {
   cvn::List<ServiceNote> services;
   cvn::List<cvn::String> atNextBoot;     // "delete C:\x", "move C:\x to C:\y"
   cvn::List<cvn::String> notAtNextBoot;  // what was to be done then, and isn't any more
-  cvn::List<cvn::String> ownFiles;       // traces and events of the run itself
+  // Traces and events of the run itself, and folders for them.
+  cvn::List<cvn::String> ownFiles;
   bool IsEmpty() const;
 };
 

@@ -34,6 +34,10 @@ class TextPrinter {
     PrintKeys(report.keys, u"  ");
     PrintList(u"At the next boot:", report.atNextBoot);
     PrintList(u"No longer at the next boot:", report.notAtNextBoot);
+    Title(report.ownFiles.empty(), u"The run's own traces and events:");
+    for (const cvn::String& path : report.ownFiles) {
+      lines_.push_back(cvn::Format(u"  added    %s", Printable(path)));
+    }
     return std::move(lines_);
   }
 

@@ -49,6 +49,7 @@ class ChangesWriter {
     AddServices();
     AddLines("At the next boot", report_.atNextBoot);
     AddLines("No longer at the next boot", report_.notAtNextBoot);
+    AddLines("The run's own traces and events", report_.ownFiles);
     return std::move(html_);
   }
 

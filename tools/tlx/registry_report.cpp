@@ -61,9 +61,10 @@ cvn::StringView InControlSet(const KeyChange& change) {
   return isIn ? path.substr(end + 1) : cvn::StringView();
 }
 
+constexpr cvn::StringView kServices = u"Services\\";
+
 // The service that a key is of, or lies in; empty for none.
 cvn::StringView ServiceOf(const KeyChange& change) {
-  constexpr cvn::StringView kServices = u"Services\\";
   const cvn::StringView path = InControlSet(change);
   if (!cvn::EqualNoCase(path.substr(0, kServices.size()), kServices)) {
     return {};
@@ -95,6 +96,23 @@ cvn::List<cvn::String> FormFacts(const KeyChange& change) {
   return facts;
 }
 
+// Adds the lines that the other list doesn't have, or not as often.
+void AddOnlyIn(const cvn::List<cvn::String>& list, const cvn::List<cvn::String>& other,
+               cvn::List<cvn::String>* lines) {
+  cvn::Map<cvn::String, std::size_t> counts;
+  for (const cvn::String& line : other) {
+    ++counts[line];
+  }
+  for (const cvn::String& line : list) {
+    std::size_t& count = counts[line];
+    if (count == 0) {
+      lines->push_back(line);
+    } else {
+      --count;
+    }
+  }
+}
+
 class RegistryReporter {
  public:
   explicit RegistryReporter(ChangeReport* report) : report_(*report) {}
@@ -124,7 +142,7 @@ class RegistryReporter {
   void AddToService(cvn::StringView name, const KeyChange& change, KeyNote note) {
     cvn::List<ServiceNote>& services = report_.services;
     if (services.empty() || !cvn::EqualNoCase(services.back().name, name)) {
-      const bool isServicesKey = InControlSet(change).ends_with(name);
+      const bool isServicesKey = InControlSet(change).size() == kServices.size() + name.size();
       services.push_back({isServicesKey ? note.kind : ChangeKind::Changed, cvn::String(name), {}});
     }
     services.back().keys.push_back(std::move(note));
@@ -132,20 +150,12 @@ class RegistryReporter {
 
   void ReportPendingMoves(const ValueChange& value) {
     const auto linesOf = [](const std::optional<ValueState>& state) {
-      auto lines = state ? DescribePendingMoves(state->data) : cvn::List<cvn::String>();
-      return lines;
+      return state ? DescribePendingMoves(state->data) : cvn::List<cvn::String>();
     };
     const cvn::List<cvn::String> before = linesOf(value.before);
-    cvn::List<cvn::String> added = linesOf(value.after);
-    for (const cvn::String& line : before) {
-      const auto found = std::ranges::find(added, line);
-      if (found == added.end()) {
-        report_.notAtNextBoot.push_back(line);
-      } else {
-        added.erase(found);
-      }
-    }
-    std::ranges::move(added, std::back_inserter(report_.atNextBoot));
+    const cvn::List<cvn::String> after = linesOf(value.after);
+    AddOnlyIn(before, after, &report_.notAtNextBoot);
+    AddOnlyIn(after, before, &report_.atNextBoot);
   }
 
   ChangeReport& report_;

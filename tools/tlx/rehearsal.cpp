@@ -9,6 +9,7 @@
 #include "platform/streams.h"
 #include "platform/whole_file.h"
 #include "support/numbers.h"
+#include "tools/tlx/own_files.h"
 #include "tools/tlx/run_record.h"
 #include "tools/tlx/view_options.h"
 
@@ -88,7 +89,7 @@ void TakeReports(const RunPlaces& places, bool isRehearsal, platform::machine::C
   const auto isEvent = [&spool](cvn::StringView path) {
     const std::size_t name = spool.Length();
     return name > 1 && path.size() > name && cvn::EqualNoCase(path.substr(0, name), spool) &&
-           path.find(u'\\', name) == cvn::StringView::npos;
+           IsEventName(path.substr(name));
   };
   std::erase_if(rehearsal->changes.files, [&](const platform::machine::FileChange& change) {
     const bool isTrace = cvn::EqualNoCase(change.path, places.traceFile);
