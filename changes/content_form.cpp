@@ -63,6 +63,20 @@ class BoundedBuffer : public std::streambuf {
   }
 };
 
+// Whether there are more digits in a row than a number keeps for sure when it is read.
+bool HasLongNumber(std::string_view text) {
+  constexpr int kMostDigits = 15;
+  int digits = 0;
+  for (const char c : text) {
+    const bool isDigit = c >= '0' && c <= '9';
+    digits = isDigit ? digits + 1 : (c == '.' ? digits : 0);
+    if (digits > kMostDigits) {
+      return true;
+    }
+  }
+  return false;
+}
+
 std::string_view Trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
   text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
@@ -105,9 +119,16 @@ std::optional<std::string> CanonicalXml(std::string_view bytes) {
 }
 
 std::optional<std::string> CanonicalJson(std::string_view text) {
+  if (HasLongNumber(text)) {
+    return std::nullopt;
+  }
   try {
     Json::CharReaderBuilder rules;
     rules["collectComments"] = false;
+    // What would be lost can differ: then it is compared as a text.
+    rules["allowComments"] = false;
+    rules["failIfExtra"] = true;
+    rules["rejectDupKeys"] = true;
     const std::unique_ptr<Json::CharReader> reader(rules.newCharReader());
     Json::Value document;
     if (!reader->parse(text.data(), text.data() + text.size(), &document, nullptr)) {
