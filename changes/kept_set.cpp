@@ -8,13 +8,11 @@
 
 #include "changes/manifest.h"
 #include "changes/manifest_text.h"
-#include "files/delete_tree.h"
+#include "changes/set_draft.h"
 #include "files/path_text.h"
 #include "platform/file_digest.h"
 #include "platform/held_folder.h"
-#include "platform/paths.h"
 #include "platform/private_file.h"
-#include "platform/random.h"
 #include "platform/whole_file.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -31,9 +29,6 @@ using platform::machine::EntryKind;
 using platform::machine::EntryState;
 using platform::machine::FileChange;
 using platform::machine::Side;
-
-constexpr cvn::StringView kManifestName = u"manifest.json";
-constexpr cvn::StringView kBytesName = u"bytes";
 
 const std::optional<EntryState>& StateOf(const FileChange& change, Side side) {
   return side == Side::Before ? change.before : change.after;
@@ -53,44 +48,6 @@ bool HoldsBytes(const files::File& file, const EntryState& state) {
   const std::optional<platform::Bytes> digest = platform::WholeDigest(source);
   return digest && source.Size() == state.size && ToHex(*digest) == state.digest;
 }
-
-// A set under construction. Nothing is left of it unless it gets its name.
-class SetDraft {
- public:
-  explicit SetDraft(cvn::StringView folder)
-      : folder_(folder), draft_(cvn::Format(u"%s.%08x.tmp", folder, platform::SecureRandom32())) {}
-  SetDraft(const SetDraft&) = delete;
-  SetDraft& operator=(const SetDraft&) = delete;
-  ~SetDraft() {
-    if (isMade_) {
-      platform::IgnoreError(DeleteTree(draft_, true, {}));  // why it is in vain has been told
-    }
-  }
-
-  const cvn::String& Path() const { return draft_; }
-
-  Code Make() {
-    if (platform::paths::Exists(folder_)) {
-      return platform::kAlreadyExists;
-    }
-    Code code = files::CreateDirectory(draft_);
-    isMade_ = code == kSuccess;
-    return isMade_ ? files::CreateDirectory(JoinPath(draft_, kBytesName)) : code;
-  }
-
-  Code Finish() {
-    Code code = files::FlushFolder(JoinPath(draft_, kBytesName));
-    code = code == kSuccess ? files::FlushFolder(draft_) : code;
-    code = code == kSuccess ? files::Move(draft_, folder_, files::kMoveWriteThrough) : code;
-    isMade_ = code != kSuccess;
-    return code;
-  }
-
- private:
-  const cvn::StringView folder_;
-  const cvn::String draft_;
-  bool isMade_ = false;
-};
 
 Code CopyBytes(files::File* from, const cvn::String& to, files::File* copy) {
   Code code = files::CreatePrivate(to, copy);
@@ -136,7 +93,15 @@ Code KeepAllBytes(cvn::StringView folder, const ChangeSet& changes, ChangeBytes*
   return kSuccess;
 }
 
-Code WriteManifest(cvn::StringView folder, const SetRecord& record, const ChangeSet& changes) {
+}  // namespace
+
+bool HasKeptBytes(const FileChange& change, Side side) {
+  const bool isSame = IsFile(change.before) && IsFile(change.after) &&
+                      change.before->digest == change.after->digest;
+  return IsFile(StateOf(change, side)) && !isSame;
+}
+
+Code PutRecord(cvn::StringView folder, const SetRecord& record, const ChangeSet& changes) {
   const std::string text = PrintManifest(record, changes);
   if (text.empty()) {
     return platform::kNotEnoughMemory;
@@ -144,14 +109,6 @@ Code WriteManifest(cvn::StringView folder, const SetRecord& record, const Change
   platform::OutputFile file(JoinPath(folder, kManifestName));
   const Code code = file.Write(text, platform::OutputFile::Readers::OwnerOnly);
   return code == kSuccess ? file.Commit() : code;
-}
-
-}  // namespace
-
-bool HasKeptBytes(const FileChange& change, Side side) {
-  const bool isSame = IsFile(change.before) && IsFile(change.after) &&
-                      change.before->digest == change.after->digest;
-  return IsFile(StateOf(change, side)) && !isSame;
 }
 
 Code WriteSet(cvn::StringView folder, const SetRecord& record, const ChangeSet& changes,
@@ -166,7 +123,7 @@ Code WriteSet(cvn::StringView folder, const SetRecord& record, const ChangeSet& 
     return code;
   }
   *problem = u"the manifest can't be written";
-  code = WriteManifest(draft.Path(), record, changes);
+  code = PutRecord(draft.Path(), record, changes);
   code = code == kSuccess ? draft.Finish() : code;
   if (code == kSuccess) {
     problem->Clear();
@@ -225,7 +182,7 @@ Code KeptSet::Open(const FileChange& change, Side side, files::File* file) {
 Code KeptSet::PutState(SetState state) {
   SetRecord record = record_;
   record.state = state;
-  const Code code = WriteManifest(folder_, record, changes_);
+  const Code code = PutRecord(folder_, record, changes_);
   if (code == kSuccess) {
     record_ = record;
   }

@@ -23,13 +23,18 @@ struct SetRecord {
   std::string view;    // how the view was made: overlay, sharedCopy, plainCopy
 };
 
-// Makes the folder, which must not be there, all or nothing: it has its name when all of it has
-// reached the disk. Bytes are kept of each file that differs in them; what only moved, or changed
-// its state, is on the machine. 183 when there is something of that name. After a failure
+// Makes the folder, which must not be there, all or nothing: it has its name, which has no
+// separator at its end, when all of it has reached the disk. Bytes are kept of each file that
+// differs in them; what only moved, or changed its state, is on the machine. 183 when there is
+// something of that name. After a failure
 // `*problem` says in a sentence what it concerns.
 platform::Code WriteSet(cvn::StringView folder, const SetRecord& record,
                         const platform::machine::ChangeSet& changes,
                         platform::machine::ChangeBytes* bytes, cvn::String* problem);
+
+// Replaces the manifest in a set's folder by one with this record, at once.
+platform::Code PutRecord(cvn::StringView folder, const SetRecord& record,
+                         const platform::machine::ChangeSet& changes);
 
 class KeptSet final : public platform::machine::ChangeBytes {
  public:

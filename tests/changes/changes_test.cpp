@@ -5,6 +5,7 @@
 #include "changes/content_diff.h"
 #include "changes/kept_set.h"
 #include "changes/manifest.h"
+#include "changes/set_draft.h"
 #include "platform/file_digest.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -143,6 +144,27 @@ TEST_F(Sets, AreNotLeftHalfWritten) {
   EXPECT_EQ(Found(Path(u"*")), "., .., content");
 }
 
+TEST_F(Sets, RemoveWhatKilledOnesLeft) {
+  const cvn::String left = Path(u"set.0123abcd.tmp");
+  const cvn::String foreign = Path(u"set.89abcdef.tmp");
+  for (const cvn::String& folder : {left, foreign, Path(u"set.0123abcg.tmp")}) {
+    ASSERT_EQ(files::CreateDirectory(folder), kSuccess);
+    ASSERT_EQ(files::CreateDirectory(cvn::Format(u"%s\\bytes", folder)), kSuccess);
+  }
+  WriteContent(cvn::Format(u"%s\\bytes\\%s", left, cvn::Utf8ToWide(FileState("x").digest)), "x");
+  WriteContent(cvn::Format(u"%s\\claim", left), "");
+  WriteContent(cvn::Format(u"%s\\bytes\\mine", foreign), "x");
+  {
+    const cvn::String set = Path(u"set");
+    SetDraft other(set);  // is being made
+    ASSERT_EQ(other.Make(), kSuccess);
+    ASSERT_EQ(Write(), kSuccess) << Utf8(problem_);
+    EXPECT_EQ(Found(cvn::Format(u"%s\\*", other.Path())), "., .., bytes, claim");
+  }
+  EXPECT_EQ(Found(Path(u"set*")), "set, set.0123abcg.tmp, set.89abcdef.tmp");
+  EXPECT_EQ(Found(Path(u"set\\*")), "., .., bytes, manifest.json");
+}
+
 TEST_F(Sets, AreRefusedWithBytesThatAreNotTheirs) {
   ASSERT_EQ(Write(), kSuccess);
   WriteContent(BytesPath("old"), "odd");
@@ -279,6 +301,9 @@ TEST(Contents, DifferByWhatTheyHold) {
       {u"a.xml", "<a/>", "<a", "T|@@ -1 +1 @@|-<a/>|+<a"},
       {u"a.json", R"({"b":1,"a":[]})", "{ \"a\" : [ ],\n\"b\" : 1 }", "J layout"},
       {u"a.json", R"({"a":1})", R"({"a":2})", "J|@@ -1,3 +1,3 @@| {|-  \"a\" : 1|+  \"a\" : 2| }"},
+      {u"a.json", R"({"a":1})", R"({"a":1} x)", "T|"},
+      {u"a.json", R"({"a":1})", R"({"a":0,"a":1})", "T|"},
+      {u"a.json", "[1.000000000000000001]", "[1.000000000000000002]", "T|"},
       {u"a.INI", "[a]\nk = 1\n; no\n", "\n[a]\nk=1", "I layout"},
       {u"a.ini", "[a]\nk=1\n", "[a]\nk=2\n", "I|@@ -1,2 +1,2 @@| [a]|-k=1|+k=2"},
       {u"a.txt", large, "x", "B large"},
