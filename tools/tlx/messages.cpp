@@ -1,22 +1,17 @@
 #include "tools/tlx/messages.h"
 
-#include <algorithm>
-#include <string>
-
 #include "platform/held_folder.h"
 #include "platform/machine.h"
 #include "platform/streams.h"
 #include "support/format.h"
+#include "tools/tlx/machine_text.h"
 
 namespace tlx {
 namespace {
 
-// One line, whatever characters a host lets a name have.
+// One line that steers no terminal, whatever characters a host or a change set lets a name have.
 cvn::String Line(cvn::StringView file, cvn::StringView kind, cvn::StringView text) {
-  std::u16string line(cvn::Format(u"%s: %s: %s", file, kind, text).AsView());
-  std::ranges::replace_if(
-      line, [](char16_t unit) { return unit < 0x20 || unit == 0x7F; }, u'?');
-  return cvn::String(line);
+  return Printable(cvn::Format(u"%s: %s: %s", file, kind, text));
 }
 
 cvn::String PlaceIn(cvn::StringView file, TextPosition position) {
