@@ -190,8 +190,12 @@ class Pages(world.World):
         script = self.script(folder, EVIL_SCRIPT, EVIL)
         self.rehearse(script, '--keep', folder / 'set')
         page = folder / 'page.html'
-        subprocess.run([self.tlx, 'changes', folder / 'set', '--html', page], check=True,
-                       capture_output=True)
+        manifest = folder / 'set' / 'manifest.json'
+        before = manifest.read_bytes()
+        for target, code in ((manifest, 1), (page, 0)):
+            subprocess.run([self.tlx, 'changes', folder / 'set', '--html', target],
+                           check=code == 0, capture_output=True)
+        expect(manifest.read_bytes() == before, 'a page was written over the manifest')
         return page
 
 

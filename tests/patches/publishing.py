@@ -210,6 +210,10 @@ def elsewhere(this, folder):
     for more in ((content,), (unsigned, '--form', 'catalog')):
         made = this.tell('catalog', '--dir', place, '--unsigned', *more)
         expect(made == (0, []) and not (place / 'patch.cat').exists(), f'{more}: {made}')
+    (folder / 'link').symlink_to(place)
+    code, lines = this.tell('catalog', '--dir', place, '--unsigned', folder / 'link' / 'Sub' / 'list')
+    expect(code == 1 and 'a file outside of it' in lines[0] and not (place / 'Sub' / 'list').exists(),
+           f'a list in its own folder: {code}, {lines}')
     as_catalog = ('-econtent_type', '1.3.6.1.4.1.311.10.1')
 
     def sign(name, *how, signed=content):

@@ -269,6 +269,8 @@ def applied(stage):
     _, errors = stage.ended(1, 'apply', patch, '--trace', trace, '--undo', kept)
     expect('ended with -3, which' in errors and files_of(stage.machine) == before, errors)
     expect('Exit function called with exitcode 3' in trace.read_text('utf-8'), 'another trace')
+    _, errors = stage.ended(1, 'apply', patch, '--trace', patch / 'fix.tlx')
+    expect("isn't written over" in errors, errors)
     out, _ = stage.ended(1, 'apply', patch, '--accept', '0,-3', '--undo', kept)
     expect('  line 3, processRun' in out, out)
     after = files_of(stage.machine)

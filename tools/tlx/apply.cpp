@@ -3,7 +3,6 @@
 
 #include "changes/kept_set.h"
 #include "platform/clock.h"
-#include "platform/paths.h"
 #include "platform/streams.h"
 #include "support/format.h"
 #include "support/numbers.h"
@@ -17,13 +16,13 @@
 #include "tools/tlx/patch_operand.h"
 #include "tools/tlx/rehearsal.h"
 #include "tools/tlx/rehearsal_text.h"
+#include "tools/tlx/set_operand.h"
 #include "tools/tlx/view_options.h"
 
 namespace tlx {
 namespace {
 
 namespace machine = platform::machine;
-namespace paths = platform::paths;
 using platform::Code;
 using platform::streams::Output;
 using platform::streams::WriteLine;
@@ -53,10 +52,12 @@ bool ReadCodes(cvn::StringView text, cvn::List<std::int32_t>* codes) {
     const std::size_t end = std::min(text.find(u','), text.size());
     const cvn::StringView code = text.substr(0, end);
     const bool isNegative = code.starts_with(u'-');
-    if (!cvn::IsAllDigits(code.substr(isNegative ? 1 : 0)) || code.size() > 11) {
+    const std::int64_t number = cvn::ReadInt64(code);
+    if (!cvn::IsAllDigits(code.substr(isNegative ? 1 : 0)) ||
+        number != static_cast<std::int32_t>(number)) {
       return false;
     }
-    codes->push_back(cvn::ReadInt32(code));
+    codes->push_back(static_cast<std::int32_t>(number));
     if (end == text.size()) {
       return true;
     }
@@ -106,7 +107,10 @@ void TellRun(const Options& options, const Rehearsal& run) {
 }
 
 // The machine has no trace of a run that never was.
-int RefuseRun(const Options& options, const Rehearsal& run) {
+void KeepTrace(const Options& options, const Rehearsal& run) {
+  if (run.trace.empty()) {
+    return WarnOfFile(options.Operand(0), u"the run left no trace");
+  }
   cvn::String file = options.Value(u"--trace");
   if (file.Empty()) {
     file = cvn::Format(u"tessel-trace-%lld.txt",
@@ -115,6 +119,10 @@ int RefuseRun(const Options& options, const Rehearsal& run) {
   if (WriteText(file, run.trace) == kExitDone && file != u"-") {
     WriteLine(Output::Error, cvn::Format(u"The trace of the run is in %s.", Printable(file)));
   }
+}
+
+int RefuseRun(const Options& options, const Rehearsal& run) {
+  KeepTrace(options, run);
   return FailOnFile(
       options.Operand(0),
       run.IsCutShort() ? cvn::String(u"the run didn't come to its end, so nothing was changed")
@@ -124,11 +132,9 @@ int RefuseRun(const Options& options, const Rehearsal& run) {
 }
 
 // The set counts as committed when the commit has begun; until then the machine is as it was.
-void NoteCommitted(const cvn::String& setFolder) {
-  tessel::KeptSet set;
-  cvn::String problem;
-  Code code = set.Read(setFolder, &problem);
-  code = code == platform::kSuccess ? set.PutState(tessel::SetState::Committed) : code;
+void NoteCommitted(const RunRequest& request, const Rehearsal& run, const cvn::String& setFolder) {
+  const Code code = tessel::PutRecord(
+      setFolder, RecordOf(run, request, tessel::SetState::Committed), run.changes);
   if (code != platform::kSuccess) {
     WarnOfFile(setFolder, cvn::Format(u"that it was committed couldn't be noted there: %s",
                                       DescribeCode(code)));
@@ -143,7 +149,7 @@ int Commit(const Options& options, const RunRequest& request, const Rehearsal& r
   bool isBegun = false;
   const int exitCode = CommitChanges(MachineName(options), run.changes, bytes, &isBegun);
   if (isBegun && !setFolder.Empty()) {
-    NoteCommitted(setFolder);
+    NoteCommitted(request, run, setFolder);
   }
   return exitCode;
 }
@@ -155,14 +161,13 @@ int Apply(const Options& options) {
   for (const cvn::String& text : options.Values(kVariableOption.name)) {
     request.variables.push_back(text);
   }
-  const cvn::String setFolder =
-      options.Has(u"--undo") ? PathWithDriveOf(options.Value(u"--undo")) : cvn::String();
-  if (!setFolder.Empty() && paths::Exists(setFolder)) {
-    return FailOnFile(options.Value(u"--undo"), u"there is something of that name already");
-  }
+  cvn::String setFolder;
   machine::MachineLock lock;
   std::unique_ptr<machine::View> view;
   int exitCode = FindPatch(options.Operand(0), &request.patch);
+  if (exitCode == kExitDone && options.Has(u"--undo")) {
+    exitCode = FindPlaceOfSet(options.Value(u"--undo"), &setFolder);
+  }
   exitCode = exitCode == kExitDone ? HaveMachineAlone(options, &lock) : exitCode;
   exitCode = exitCode == kExitDone ? PrepareView(options, false, &view) : exitCode;
   if (exitCode != kExitDone) {

@@ -261,7 +261,8 @@ int Stamp(const Options& options, Draft* draft) {
 int Catalog(const Options& options) {
   if (options.Has(u"--unsigned")) {
     std::string list;
-    const int exitCode = MakeList(options, &list);
+    int exitCode = RefuseWithin(options.Value(u"--unsigned"), options.Value(u"--dir"));
+    exitCode = exitCode == kExitDone ? MakeList(options, &list) : exitCode;
     const bool isCatalog = options.Value(u"--form") == u"catalog";
     return exitCode != kExitDone ? exitCode
                                  : WriteWholeFile(options.Value(u"--unsigned"),

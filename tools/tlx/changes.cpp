@@ -1,6 +1,5 @@
 #include "changes/kept_set.h"
 #include "changes/manifest_names.h"
-#include "platform/paths.h"
 #include "platform/streams.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -11,6 +10,7 @@
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/page.h"
+#include "tools/tlx/set_operand.h"
 #include "tools/tlx/set_text.h"
 
 namespace tlx {
@@ -68,13 +68,11 @@ void PrintAsJson(const tessel::SetRecord& record, const ChangeReport& report) {
 int ShowChanges(const Options& options) {
   const cvn::StringView operand = options.Operand(0);
   tessel::KeptSet set;
-  cvn::String problem;
-  const platform::Code code = set.Read(platform::paths::OfCaller(operand), &problem);
-  if (code == tessel::kDamagedSet) {
-    return FailOnFile(operand, Printable(problem));
+  if (const int exitCode = ReadSet(operand, &set); exitCode != kExitDone) {
+    return exitCode;
   }
-  if (code != platform::kSuccess) {
-    return FailOnFile(operand, cvn::Format(u"%s: %s", Printable(problem), DescribeCode(code)));
+  if (const int exitCode = RefuseWithin(options.Value(u"--html"), operand); exitCode != kExitDone) {
+    return exitCode;
   }
   const ChangeReport report = ReportChanges(set.Changes(), &set);
   if (options.Has(u"--json")) {

@@ -7,11 +7,14 @@
 #include <vector>
 
 #include "platform/file_identity.h"
+#include "platform/final_path.h"
 #include "platform/paths.h"
 #include "platform/standard_files.h"
 #include "platform/streams.h"
+#include "support/format.h"
 #include "support/utf.h"
 #include "tools/tlx/messages.h"
+#include "tools/tlx/patch_operand.h"
 
 namespace tlx {
 namespace {
@@ -144,6 +147,26 @@ void OutputPlace::Undo() {
   if (!isStream_) {
     platform::IgnoreError(files::Delete(file_.Path()));
   }
+}
+
+int RefuseWithin(cvn::StringView path, cvn::StringView folder) {
+  cvn::String parent = FullPathOf(path);
+  platform::paths::RemoveFileSpec(&parent);
+  cvn::String place;
+  cvn::String around;
+  platform::paths::VolumeName volume{};
+  if (path.empty() || path == kStream ||
+      platform::paths::GetFinalPath(parent, &place, &volume) != platform::kSuccess ||
+      platform::paths::GetFinalPath(FullPathOf(folder), &around, &volume) != platform::kSuccess) {
+    return kExitDone;  // a place that isn't there is told when it is written to
+  }
+  platform::paths::AddBackslash(&place);
+  platform::paths::AddBackslash(&around);
+  return place.AsView().starts_with(around)
+             ? FailOnFile(path, cvn::Format(u"it would lie in %s, which has to stay as it is; name "
+                                            u"a file outside of it",
+                                            folder))
+             : kExitDone;
 }
 
 int WriteWholeFile(cvn::StringView path, std::string_view bytes) {

@@ -45,6 +45,10 @@ class OutputPlace {
   std::string_view bytes_;
 };
 
+// Refuses a file to be written that would lie in the folder, or below it. "-" and an empty path are
+// none. The exit code, with words for a refusal.
+int RefuseWithin(cvn::StringView path, cvn::StringView folder);
+
 // Writes a file that anybody may read, or standard output. On failure tells the user. Returns the
 // exit code.
 int WriteWholeFile(cvn::StringView path, std::string_view bytes);

@@ -2,7 +2,6 @@
 
 #include "launcher/patch_metadata.h"
 #include "platform/clock.h"
-#include "platform/paths.h"
 #include "support/format.h"
 #include "support/utf.h"
 #include "tools/tlx/machine_text.h"
@@ -34,13 +33,13 @@ tessel::SetRecord RecordOf(const Rehearsal& rehearsal, const RunRequest& request
 int KeepRehearsal(cvn::StringView folder, const Rehearsal& rehearsal, const RunRequest& request,
                   platform::machine::ChangeBytes* bytes) {
   cvn::String problem;
-  const platform::Code code = tessel::WriteSet(
-      platform::paths::OfCaller(folder), RecordOf(rehearsal, request, tessel::SetState::Rehearsed),
-      rehearsal.changes, bytes, &problem);
+  const platform::Code code =
+      tessel::WriteSet(folder, RecordOf(rehearsal, request, tessel::SetState::Rehearsed),
+                       rehearsal.changes, bytes, &problem);
   return code == platform::kSuccess
              ? kExitDone
-             : FailOnFile(folder, cvn::Format(u"the change set can't be kept: %s: %s",
-                                              Printable(problem), DescribeCode(code)));
+             : FailOnFile(folder, cvn::Format(u"the change set can't be kept: %s: %s", problem,
+                                              DescribeCode(code)));
 }
 
 }  // namespace tlx

@@ -10,7 +10,7 @@ namespace tlx {
 tessel::SetRecord RecordOf(const Rehearsal& rehearsal, const RunRequest& request,
                            tessel::SetState state);
 
-// Keeps what a rehearsal would have changed in a new folder. `bytes` are those of the view. The
+// Keeps what a rehearsal would have changed in a new folder, whose path has its drive. `bytes` are those of the view. The
 // exit code, with words on standard error for a failure.
 int KeepRehearsal(cvn::StringView folder, const Rehearsal& rehearsal, const RunRequest& request,
                   platform::machine::ChangeBytes* bytes);

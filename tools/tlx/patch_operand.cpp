@@ -3,14 +3,29 @@
 #include "files/path_text.h"
 #include "platform/environment.h"
 #include "platform/file_search.h"
+#include "platform/held_folder.h"
 #include "platform/machine.h"
 #include "platform/paths.h"
 #include "support/format.h"
+#include "tools/tlx/file_io.h"
 #include "tools/tlx/messages.h"
 
 namespace tlx {
 
+namespace files = platform::files;
 namespace paths = platform::paths;
+
+namespace {
+
+// Who reads the patch may be another process; nothing is written over it all the same.
+void KeepFromWriting(cvn::StringView patch) {
+  files::File file;
+  if (files::OpenRegular(patch, &file) == platform::kSuccess) {
+    RememberReadFile(file);
+  }
+}
+
+}  // namespace
 
 cvn::String FullPathOf(cvn::StringView operand) {
   cvn::String path = paths::OfCaller(operand);
@@ -32,10 +47,11 @@ cvn::String PathWithDriveOf(cvn::StringView operand) {
 int FindPatch(cvn::StringView operand, cvn::String* patch) {
   *patch = FullPathOf(operand);
   if (!paths::IsDirectory(*patch)) {
+    KeepFromWriting(*patch);
     return kExitDone;
   }
-  platform::files::Search search;
-  platform::files::SearchEntry entry;
+  files::Search search;
+  files::SearchEntry entry;
   if (search.First(tessel::JoinPath(*patch, u"*.tlx"), &entry) != platform::kSuccess) {
     return FailOnFile(operand, u"there is no file .tlx in this folder");
   }
@@ -44,6 +60,7 @@ int FindPatch(cvn::StringView operand, cvn::String* patch) {
     return FailOnFile(operand, u"there are several files .tlx in this folder: name one");
   }
   *patch = found;
+  KeepFromWriting(*patch);
   return kExitDone;
 }
 

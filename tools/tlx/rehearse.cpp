@@ -1,6 +1,5 @@
 #include <memory>
 
-#include "platform/held_folder.h"
 #include "platform/paths.h"
 #include "platform/streams.h"
 #include "support/format.h"
@@ -17,12 +16,12 @@
 #include "tools/tlx/rehearsal.h"
 #include "tools/tlx/rehearsal_json.h"
 #include "tools/tlx/rehearsal_text.h"
+#include "tools/tlx/set_operand.h"
 #include "tools/tlx/view_options.h"
 
 namespace tlx {
 namespace {
 
-namespace files = platform::files;
 namespace machine = platform::machine;
 namespace paths = platform::paths;
 using platform::Code;
@@ -76,21 +75,11 @@ cvn::String FaultOf(const Options& options) {
   return FaultOfLimits(options);
 }
 
-// The run reads the patch, and not this process; a page may not replace it all the same.
-void KeepFromWriting(cvn::StringView patch) {
-  files::File file;
-  if (files::OpenRegular(patch, &file) == platform::kSuccess) {
-    RememberReadFile(file);
-  }
-}
-
 // A script by its name, or from standard input; else a patch. The exit code of a failure that it
 // told.
 int TakeOperand(cvn::StringView operand, RunRequest* request) {
   if (operand != u"-" && !paths::FindExtension(operand).ends_with(u"xml")) {
-    const int exitCode = FindPatch(operand, &request->patch);
-    KeepFromWriting(request->patch);
-    return exitCode;
+    return FindPatch(operand, &request->patch);
   }
   request->patch = FullPathOf(operand);
   const Code code = ReadInput(operand, &request->script.emplace());
@@ -134,7 +123,11 @@ int Rehearse(const Options& options) {
   }
   machine::MachineLock lock;
   std::unique_ptr<machine::View> view;
+  cvn::String setFolder;
   int exitCode = TakeOperand(options.Operand(0), &request);
+  if (exitCode == kExitDone && options.Has(u"--keep")) {
+    exitCode = FindPlaceOfSet(options.Value(u"--keep"), &setFolder);
+  }
   exitCode = exitCode == kExitDone ? ShareMachine(options, &lock) : exitCode;
   if (exitCode == kExitDone) {
     exitCode = PrepareView(options, true, &view);
@@ -151,8 +144,8 @@ int Rehearse(const Options& options) {
   }
   const bool isTold = rehearsal.changesCode == platform::kSuccess;
   exitCode = Tell(rehearsal, ReportChanges(rehearsal.changes, &view->Bytes()), options);
-  if (exitCode == kExitDone && options.Has(u"--keep") && isTold) {
-    exitCode = KeepRehearsal(options.Value(u"--keep"), rehearsal, request, &view->Bytes());
+  if (exitCode == kExitDone && !setFolder.Empty() && isTold) {
+    exitCode = KeepRehearsal(setFolder, rehearsal, request, &view->Bytes());
   }
   const bool isGood = isTold && rehearsal.exitCode == 0 && !rehearsal.IsCutShort();
   return isGood ? exitCode : kExitBadInput;

@@ -4,14 +4,13 @@
 #include "tools/tlx/commands.h"
 #include "tools/tlx/machine_turn.h"
 #include "tools/tlx/messages.h"
-#include "tools/tlx/patch_operand.h"
+#include "tools/tlx/set_operand.h"
 #include "tools/tlx/view_options.h"
 
 namespace tlx {
 namespace {
 
 namespace machine = platform::machine;
-using platform::Code;
 
 constexpr OptionSpec kOptions[] = {kMachineOption};
 
@@ -20,18 +19,16 @@ constexpr OperandSpec kOperands[] = {
 };
 
 int Undo(const Options& options) {
-  // Its path is looked up before the machine is open, since a part of it may lie there.
-  const cvn::String folder = PathWithDriveOf(options.Operand(0));
   tessel::KeptSet set;
-  cvn::String problem;
-  if (const Code code = set.Read(folder, &problem); code != platform::kSuccess) {
-    return FailOnFile(options.Operand(0), problem);
+  int exitCode = ReadSet(options.Operand(0), &set);
+  if (exitCode != kExitDone) {
+    return exitCode;
   }
   if (set.Record().state == tessel::SetState::Undone) {
     return FailOnFile(options.Operand(0), u"it was taken back already");
   }
   machine::MachineLock lock;
-  int exitCode = HaveMachineAlone(options, &lock);
+  exitCode = HaveMachineAlone(options, &lock);
   if (exitCode != kExitDone) {
     return exitCode;
   }
