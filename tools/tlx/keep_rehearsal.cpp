@@ -1,5 +1,6 @@
 #include "tools/tlx/keep_rehearsal.h"
 
+#include "engine/script_engine.h"
 #include "launcher/patch_metadata.h"
 #include "platform/clock.h"
 #include "support/format.h"
@@ -7,6 +8,7 @@
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/rehearsal_json.h"
+#include "tools/tlx/rehearsal_text.h"
 
 namespace tlx {
 
@@ -17,6 +19,8 @@ tessel::SetRecord RecordOf(const Rehearsal& rehearsal, const RunRequest& request
     meta.content = cvn::Utf8ToWide(rehearsal.script);
     tessel::ExtractPatchMetaData(&meta);
   }
+  // One that was killed could tell neither code nor reason.
+  const bool isTold = !rehearsal.IsCutShort() || !rehearsal.reason.empty();
   return {
       .state = state,
       .time = rehearsal.startedAt * platform::clock::kTicksPerSecond +
@@ -24,8 +28,8 @@ tessel::SetRecord RecordOf(const Rehearsal& rehearsal, const RunRequest& request
       .machineFolder = rehearsal.machineFolder,
       .patch = rehearsal.patch,
       .patchId = meta.id,
-      .exitCode = rehearsal.exitCode,
-      .reason = rehearsal.reason,
+      .exitCode = isTold ? rehearsal.exitCode : tessel::kRunCancelled,
+      .reason = isTold ? rehearsal.reason : cvn::WideToUtf8(WordsFor(rehearsal.end)),
       .view = ViewName(rehearsal.kind),
   };
 }

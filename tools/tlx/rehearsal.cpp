@@ -1,6 +1,7 @@
 #include "tools/tlx/rehearsal.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "launcher/run_sequence.h"
 #include "platform/clock.h"
@@ -143,7 +144,12 @@ std::optional<platform::Code> AnswerCode(cvn::StringView error) {
   if (!cvn::IsAllDigits(error.substr(error.starts_with(u'-') ? 1 : 0))) {
     return std::nullopt;
   }
-  return platform::Code(static_cast<std::uint32_t>(cvn::ReadInt32(error)));
+  // Codes are shown with a sign and without one.
+  const std::int64_t number = cvn::ReadInt64(error);
+  return number >= std::numeric_limits<std::int32_t>::min() &&
+                 number <= std::numeric_limits<std::uint32_t>::max()
+             ? std::optional(platform::Code(static_cast<std::uint32_t>(number)))
+             : std::nullopt;
 }
 
 bool ReachesBeyond(cvn::StringView command) {

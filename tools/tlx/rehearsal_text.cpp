@@ -73,7 +73,7 @@ void AddUnreached(const cvn::List<CommandVisits>& visits, cvn::List<cvn::String>
       lines->emplace_back(u"Never reached:");
       isFirst = false;
     }
-    lines->push_back(cvn::Format(u"  line %u, %s", visit.line, visit.name));
+    lines->push_back(cvn::Format(u"  line %u, %s", visit.line, Printable(visit.name)));
   }
 }
 
@@ -116,7 +116,7 @@ cvn::List<cvn::String> DescribeEnd(const Rehearsal& rehearsal) {
     // A number without a name is its own reason.
     const bool isNamed = rehearsal.reason != std::to_string(rehearsal.exitCode);
     const cvn::String reason = cvn::Utf8ToWide(isNamed ? ", " + rehearsal.reason : std::string());
-    lines.push_back(cvn::Format(u"Exit code: %d%s", rehearsal.exitCode, reason));
+    lines.push_back(cvn::Format(u"Exit code: %d%s", rehearsal.exitCode, Printable(reason)));
   }
   if (rehearsal.failure && (rehearsal.IsCutShort() || rehearsal.exitCode != 0)) {
     lines.push_back(cvn::Format(u"Last failure: %s", Describe(*rehearsal.failure)));

@@ -70,10 +70,12 @@ int FailToPrepare(cvn::StringView folder, Code code) {
 cvn::String FaultOfLimits(const Options& options) {
   for (const OptionSpec& option : {kSecondsOption, kMegabytesOption, kProcessesOption}) {
     const cvn::StringView value = options.Value(option.name);
-    const bool isNumber = cvn::IsAllDigits(value) && cvn::ReadInt64(value) <= kMostOfLimit &&
-                          (cvn::ReadInt64(value) > 0 || option.name == kProcessesOption.name);
-    if (options.Has(option.name) && !isNumber) {
-      return cvn::Format(u"option '%s' takes a number, not '%s'", option.name, value);
+    const std::int64_t least = option.name == kProcessesOption.name ? 0 : 1;
+    const std::int64_t number = cvn::ReadInt64(value);
+    const bool isGood = cvn::IsAllDigits(value) && number >= least && number <= kMostOfLimit;
+    if (options.Has(option.name) && !isGood) {
+      return cvn::Format(u"option '%s' takes a number from %lld to %lld, not '%s'", option.name,
+                         least, kMostOfLimit, value);
     }
   }
   return {};
