@@ -105,6 +105,7 @@ void Build(const std::string& root, bool isAfter) {
     Write(at("Removed/Deep/Deeper/file.txt"), "gone");
     Write(at("Removed/file.txt"), "gone");
     chmod(at("Removed/Deep").c_str(), 0500);
+    chmod(at("Kind 1").c_str(), 0555);
   }
   chmod(at("changed.txt").c_str(), isAfter ? 0444 : 0644);
   chmod(at("Closed").c_str(), 0555);
@@ -397,7 +398,8 @@ TEST_F(Commits, ChangeNothingWhereTheMachineIsAnother) {
   EXPECT_NE(Words(Apply(machine::kConflict)).find("SOFTWARE: Commits is another key"),
             std::string::npos);
   // What changes say that no comparison of two machines does.
-  for (const char16_t* path : {u"C:\\..\\x", u"Z:\\x", u"C:\\a\\\\x", u"C:\\", u"C:\\a/x"}) {
+  for (const char16_t* path :
+       {u"C:\\..\\x", u"Z:\\x", u"C:\\a\\\\x", u"C:\\", u"C:\\a/x", u"C:\\$TESSELcommit\\x"}) {
     changes_.files = {{.path = path, .movedFrom = u"", .before = {}, .after = EntryState()}};
     Apply(kInvalidParameter);
   }

@@ -29,9 +29,11 @@ bool Status(FileAt file, struct stat* entry) {
   return fstatat(file.folder, file.name, entry, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-Code SetMode(FileAt file, mode_t mode) {
-  return fchmodat(file.folder, file.name, mode, AT_SYMLINK_NOFOLLOW) == 0 ? kSuccess
-                                                                          : CodeOf(errno);
+// A driver for NTFS makes a new descriptor of permissions, also of those that a file has.
+Code SetMode(FileAt file, const struct stat& entry, mode_t mode) {
+  const bool isSet = (entry.st_mode & kPermissions) == mode ||
+                     fchmodat(file.folder, file.name, mode, AT_SYMLINK_NOFOLLOW) == 0;
+  return isSet ? kSuccess : CodeOf(errno);
 }
 
 // A folder that goes to another one changes itself (in its ".."), so its owner must be able to
@@ -44,7 +46,7 @@ Code Rename(FileAt from, FileAt to) {
   const int error = errno;
   const bool mayWrite = error != EACCES || !Status(from, &entry) || !S_ISDIR(entry.st_mode) ||
                         (entry.st_mode & S_IWUSR) != 0;
-  if (mayWrite || SetMode(from, (entry.st_mode & kPermissions) | S_IWUSR) != kSuccess) {
+  if (mayWrite || SetMode(from, entry, (entry.st_mode & kPermissions) | S_IWUSR) != kSuccess) {
     return CodeOf(error);
   }
   return renameat(from.folder, from.name, to.folder, to.name) == 0 ? kSuccess : CodeOf(errno);
@@ -58,8 +60,9 @@ class Steps {
   Code TakeAll();
 
  private:
-  Code OpenFolder(const CommitPlan::Opened& one);
-  Code CloseFolder(const CommitPlan::Opened& one);
+  Code OpenFolder(const CommitPlan::Opened& one) { return SetFolderMode(one, S_IWUSR); }
+  Code CloseFolder(const CommitPlan::Opened& one) { return SetFolderMode(one, 0); }
+  Code SetFolderMode(const CommitPlan::Opened& one, mode_t more);
   Code Depart(const CommitPlan::Departure& one);
   Code Arrive(const CommitPlan::Arrival& one);
   Code MakeNewFolder(FileAt place);
@@ -107,24 +110,15 @@ Code Steps::TakeAll() {
   return code == kSuccess ? FlushAll() : code;
 }
 
-Code Steps::OpenFolder(const CommitPlan::Opened& one) {
+// A folder that has left by now, maybe for something else, is left alone.
+Code Steps::SetFolderMode(const CommitPlan::Opened& one, mode_t more) {
   FileAt place{};
-  const Code code = tree_.Find(one.path, &place);
   struct stat entry {};
-  if (IsGone(code) || (code == kSuccess && !Status(place, &entry))) {
-    return kSuccess;  // it has left by now
+  if (const Code code = tree_.Find(one.path, &place); code != kSuccess) {
+    return IsGone(code) ? kSuccess : code;
   }
-  return code == kSuccess ? SetMode(place, (one.mode & kPermissions) | S_IWUSR) : code;
-}
-
-Code Steps::CloseFolder(const CommitPlan::Opened& one) {
-  FileAt place{};
-  const Code code = tree_.Find(one.path, &place);
-  struct stat entry {};
-  if (IsGone(code) || (code == kSuccess && !Status(place, &entry))) {
-    return kSuccess;
-  }
-  return code == kSuccess ? SetMode(place, one.mode & kPermissions) : code;
+  const bool isThere = Status(place, &entry) && S_ISDIR(entry.st_mode);
+  return isThere ? SetMode(place, entry, (one.mode & kPermissions) | more) : kSuccess;
 }
 
 Code Steps::Depart(const CommitPlan::Departure& one) {
@@ -188,7 +182,7 @@ Code Steps::MakeNewFolder(FileAt place) {
   struct stat entry {};
   const bool isThere = code == kAlreadyExists && Status(place, &entry) && S_ISDIR(entry.st_mode);
   // In the end it is as it is to be, which an earlier try may have seen to; but names come first.
-  return isThere ? SetMode(place, (entry.st_mode & kPermissions) | kNewFolder) : code;
+  return isThere ? SetMode(place, entry, (entry.st_mode & kPermissions) | kNewFolder) : code;
 }
 
 Code Steps::Rewrite(const CommitPlan::Rewrite& one) {
@@ -205,7 +199,7 @@ Code Steps::Rewrite(const CommitPlan::Rewrite& one) {
   constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   Descriptor to(openat(place.folder, place.name, kFlags));
   if (to.Get() < 0 && errno == EACCES && Status(place, &entry) &&
-      SetMode(place, (entry.st_mode & kPermissions) | S_IWUSR) == kSuccess) {
+      SetMode(place, entry, (entry.st_mode & kPermissions) | S_IWUSR) == kSuccess) {
     to = Descriptor(openat(place.folder, place.name, kFlags));
   }
   if (from.Get() < 0 || to.Get() < 0 || fstat(from.Get(), &entry) != 0 ||

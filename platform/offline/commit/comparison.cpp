@@ -79,6 +79,11 @@ cvn::String DifferenceOf(const EntryState& found, const EntryState& expected) {
   return found.size == expected.size ? u"" : u"has other bytes";
 }
 
+// By an attribute that binds every account.
+bool IsKept(const struct statx& status) {
+  return (status.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
+}
+
 class Comparison {
  public:
   Comparison(const Outline& outline, MachineTree* tree, Meter* meter,
@@ -179,7 +184,7 @@ void Comparison::CheckOwner(const OutlinedChange& one, const files::File& file, 
   if (statx(folder, isLink ? place.name : "", flags, STATX_UID, &status) != 0) {
     return;
   }
-  if ((status.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0) {
+  if (IsKept(status)) {
     Add(PlaceBefore(one), u"is kept from changes by the host (chattr)");
   } else if (geteuid() != 0 && status.stx_uid != geteuid()) {
     Add(PlaceBefore(one), u"belongs to another account");
@@ -257,13 +262,16 @@ Code Comparison::CheckFolder(std::string_view path, const cvn::String& name) {
   }
   checkedFolder_ = path;
   FileAt place{};
-  struct stat entry {};
+  struct statx status {};
   const Code code = tree_.Find(path, &place);
-  if (code != kSuccess || fstatat(place.folder, place.name, &entry, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (code != kSuccess ||
+      statx(place.folder, place.name, AT_SYMLINK_NOFOLLOW, STATX_UID, &status) != 0) {
     return AddOr(code == kSuccess ? CodeOf(errno) : code, name);
   }
-  if (entry.st_uid != geteuid() &&
-      faccessat(place.folder, place.name, W_OK | X_OK, AT_EACCESS) != 0) {
+  if (IsKept(status)) {
+    Add(name, u"lies in a folder that is kept from changes by the host (chattr)");
+  } else if (status.stx_uid != geteuid() &&
+             faccessat(place.folder, place.name, W_OK | X_OK, AT_EACCESS) != 0) {
     Add(name, u"lies in a folder that this account may not write to");
   }
   return kSuccess;

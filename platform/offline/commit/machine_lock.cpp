@@ -1,6 +1,10 @@
 #include <fcntl.h>
 
+#include <cerrno>
+#include <utility>
+
 #include "platform/linux/descriptor.h"
+#include "platform/linux/error_map.h"
 #include "platform/linux/file_lock.h"
 #include "platform/machine_commit.h"
 #include "platform/offline/volume/volume.h"
@@ -23,9 +27,13 @@ Code MachineLock::Take(bool alone) {
     return machine.State();
   }
   if (state_ == nullptr) {
+    posix::Descriptor folder(
+        openat(machine.Folder()->Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.Get() < 0) {
+      return posix::CodeOf(errno);
+    }
     state_ = std::make_unique<State>();
-    state_->folder =
-        posix::Descriptor(openat(machine.Folder()->Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    state_->folder = std::move(folder);
   }
   return posix::WaitForLock(state_->folder.Get(), alone, &state_->isHeld);
 }

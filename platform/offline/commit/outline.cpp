@@ -1,11 +1,21 @@
 #include "platform/offline/commit/outline.h"
 
+#include <strings.h>
+
 #include "platform/offline/commit/machine_tree.h"
+#include "platform/offline/commit/staging.h"
 
 namespace platform::posix {
 namespace {
 
 std::string_view NameOf(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
+// Windows takes no notice of the case.
+bool IsOfCommits(std::string_view path) {
+  constexpr std::string_view kOwn = kCommitFolder;
+  return path.substr(0, path.find('/')).size() == kOwn.size() &&
+         strncasecmp(path.data(), kOwn.data(), kOwn.size()) == 0;
+}
 
 const OutlinedChange* FindIn(
     const std::unordered_map<std::string_view, const OutlinedChange*>& changes,
@@ -42,7 +52,8 @@ Code Outline::Read(const machine::ChangeSet& changes) {
         change.movedFrom.Empty() ? change.path.AsView() : change.movedFrom.AsView();
     const bool isSound = ToPathBelow(change.path, &one.target) && ToPathBelow(from, &one.source) &&
                          (change.before || change.after) &&
-                         (!one.IsMoved() || (change.before && change.after));
+                         (!one.IsMoved() || (change.before && change.after)) &&
+                         !IsOfCommits(one.target) && !IsOfCommits(one.source);
     if (!isSound || (one.target.empty() && (one.Departs() || one.Arrives()))) {
       return kInvalidParameter;
     }

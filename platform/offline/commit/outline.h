@@ -28,7 +28,7 @@ struct OutlinedChange {
 class Outline {
  public:
   // `changes` outlives this. 87 for changes that contradict each other, or name what isn't on the
-  // machine: such a set wasn't made by comparing two machines.
+  // machine, or the folder of commits: such a set wasn't made by comparing two machines.
   Code Read(const machine::ChangeSet& changes);
 
   const std::vector<OutlinedChange>& Changes() const { return changes_; }

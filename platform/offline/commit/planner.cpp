@@ -107,7 +107,7 @@ Code Planner::PlanArrival(const OutlinedChange& one, std::uint32_t departed) {
   } else if (one.change->after->kind != EntryKind::Folder) {
     code = Stage(one, &slot, &inherits);
   }
-  code = code == kSuccess ? OpenFolder(FolderOf(one.target)) : code;
+  code = code == kSuccess ? OpenTarget(FolderOf(one.target)) : code;
   plan_->arrivals.push_back({one.target, slot, inherits});
   return code;
 }
@@ -126,7 +126,7 @@ Code Planner::PlanReplacement(const OutlinedChange& one) {
     return code;
   }
   plan_->arrivals.push_back({one.target, slot, inherits});
-  return code == kSuccess ? OpenFolder(FolderOf(one.target)) : code;
+  return code == kSuccess ? OpenTarget(FolderOf(one.target)) : code;
 }
 
 // A file from a slot has all that it is to have, but for one that was there before.
@@ -143,8 +143,7 @@ void Planner::Settle(const OutlinedChange& one) {
 // A folder whose names change, and that its owner may not write to: as READONLY of a folder has it
 // on the host, while on Windows that says nothing of its names.
 Code Planner::OpenFolder(std::string_view path) {
-  const OutlinedChange* made = outline_.ArrivingAt(path);
-  if (folders_.contains(path) || geteuid() == 0 || (made != nullptr && made->Arrives())) {
+  if (folders_.contains(path) || geteuid() == 0) {
     return kSuccess;
   }
   folders_.emplace(path);
@@ -154,6 +153,12 @@ Code Planner::OpenFolder(std::string_view path) {
     plan_->opened.push_back({std::string(path), entry.st_mode & 07777});
   }
   return code;
+}
+
+// One that comes with the commit is open until its end.
+Code Planner::OpenTarget(std::string_view path) {
+  const OutlinedChange* made = outline_.ArrivingAt(path);
+  return made != nullptr && made->Arrives() ? kSuccess : OpenFolder(path);
 }
 
 Code Planner::Stage(const OutlinedChange& one, std::uint32_t* slot, bool* inherits) {

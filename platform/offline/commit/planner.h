@@ -41,6 +41,7 @@ class Planner {
   Code PlanReplacement(const OutlinedChange& one);
   void Settle(const OutlinedChange& one);
   Code OpenFolder(std::string_view path);
+  Code OpenTarget(std::string_view path);
   Code Stage(const OutlinedChange& one, std::uint32_t* slot, bool* inherits);
   Code StageFile(const OutlinedChange& one, std::uint32_t slot, bool* inherits);
   Code StageBytes(const OutlinedChange& one, files::File* file);

@@ -22,7 +22,6 @@
 namespace platform::posix {
 namespace {
 
-constexpr const char* kFolder = "$TesselCommit";
 constexpr const char* kDraft = "draft";
 constexpr const char* kJournal = "journal";
 constexpr const char* kDone = "done";
@@ -67,35 +66,36 @@ bool Remove(FileAt entry) {
          unlinkat(entry.folder, entry.name, AT_REMOVEDIR) == 0;
 }
 
+// What can't be looked at counts as there: nobody is to go on as if there were no commit.
 bool Exists(FileAt file) {
   struct stat entry {};
-  return fstatat(file.folder, file.name, &entry, AT_SYMLINK_NOFOLLOW) == 0;
+  return fstatat(file.folder, file.name, &entry, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
 }
 
 }  // namespace
 
-bool Staging::IsThere() const { return Exists({root_, kFolder}); }
+bool Staging::IsThere() const { return Exists({root_, kCommitFolder}); }
 
 Code Staging::Make() {
   struct stat root {};
   if (fstat(root_, &root) != 0) {
     return CodeOf(errno);
   }
-  if (mkdirat(root_, kFolder, kOwnersFolder) != 0) {
+  if (mkdirat(root_, kCommitFolder, kOwnersFolder) != 0) {
     return errno == EEXIST ? kAlreadyExists : CodeOf(errno);
   }
   Code code = Open();
   if (code != kSuccess) {
-    unlinkat(root_, kFolder, AT_REMOVEDIR);
+    unlinkat(root_, kCommitFolder, AT_REMOVEDIR);
     return code;
   }
   const Descriptor time(openat(folder_.Get(), kTime, O_WRONLY | kNewFile, kOwnersFile));
   code = time.Get() < 0 ? CodeOf(errno) : KeepTime(root.st_mtim);
   machine::EntryState state;
-  if (code == kSuccess && ReadEntryStatus({root_, kFolder}, &state) == kSuccess) {
+  if (code == kSuccess && ReadEntryStatus({root_, kCommitFolder}, &state) == kSuccess) {
     // Whom it is hidden from is Windows, where there is a place for that.
     state.attributes |= files::kHidden | files::kSystem;
-    IgnoreError(WriteEntryState({root_, kFolder}, state));
+    IgnoreError(WriteEntryState({root_, kCommitFolder}, state));
   }
   if (code != kSuccess) {
     IgnoreError(Remove());  // the first failure counts
@@ -104,7 +104,8 @@ Code Staging::Make() {
 }
 
 Code Staging::Open() {
-  folder_ = Descriptor(openat(root_, kFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  folder_ =
+      Descriptor(openat(root_, kCommitFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (folder_.Get() < 0) {
     return errno == ENOTDIR || errno == ELOOP ? files::kNotPrivate
            : errno == EACCES                  ? files::kForeignPlace
@@ -152,6 +153,9 @@ Code Staging::FlushAtOnce() const {
 }
 
 Code Staging::WriteJournal(std::span<const std::byte> bytes) const {
+  if (bytes.size() > kLargestJournal) {
+    return kFileTooLarge;
+  }
   const Descriptor draft(openat(folder_.Get(), kDraft, O_WRONLY | kNewFile, kOwnersFile));
   Code code = draft.Get() < 0 ? CodeOf(errno) : WriteAll(draft.Get(), bytes);
   code = code == kSuccess ? Flush(draft.Get()) : code;
@@ -280,7 +284,7 @@ Code Staging::Remove() {
       code = CodeOf(errno);
     }
   }
-  if (code == kSuccess && unlinkat(root_, kFolder, AT_REMOVEDIR) != 0) {
+  if (code == kSuccess && unlinkat(root_, kCommitFolder, AT_REMOVEDIR) != 0) {
     code = CodeOf(errno);
   }
   if (code != kSuccess) {

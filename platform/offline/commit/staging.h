@@ -16,6 +16,9 @@
 
 namespace platform::posix {
 
+// In the machine's folder.
+inline constexpr const char* kCommitFolder = "$TesselCommit";
+
 class Staging {
  public:
   // `root` is a descriptor of the machine's folder, which outlives this.
@@ -41,6 +44,7 @@ class Staging {
   Code FlushAtOnce() const;
 
   // Once the journal is there the commit has begun. With success it is on the disk, with all else.
+  // 223 for one that is too large to be read.
   Code WriteJournal(std::span<const std::byte> bytes) const;
   bool HasJournal() const;
   Code ReadJournal(std::vector<std::byte>* bytes) const;
