@@ -127,7 +127,7 @@ need_tidy_packages() {
 
 need_test_packages() {
   need_tidy_packages
-  need_packages python3 python3-jsonschema git clang-format-14 libhivex-bin libregf-utils \
+  need_packages python3 python3-jsonschema git clang-format-14 attr libhivex-bin libregf-utils \
     libwin-hivex-perl libxml2-utils ntfs-3g osslsigncode libengine-pkcs11-openssl softhsm2 wine wine64
 }
 

@@ -304,18 +304,24 @@ def interrupted(stage):
 
 
 def on_ntfs(stage):
-    """What is new inherits as in a run, and hard links stay."""
+    """What is new inherits as in a run, attributes are as after one, and hard links stay."""
     script = r'''set -e
         truncate -s 64M "$1/image"; mkntfs -qF "$1/image" >"$1/log" 2>&1; mkdir "$1/ntfs"
         ntfs-3g -o "$2" "$1/image" "$1/ntfs" >"$1/log" 2>&1; trap 'umount "$1/ntfs"' EXIT
         m=$1/ntfs/C; cp -r "$3" "$m"; cd "$1"; T=$m/Windows/Temp; ln "$T/old" "$T/other"
-        acl() { getfattr --only-values -n system.ntfs_acl "$T/new$1" | sha256sum; }
-        "$4" apply patch --machine "$m" --undo set; test -e "$T/new1"; of_apply=$(acl 1)
-        "$4" undo set --machine "$m"; test ! -e "$T/new1"
-        TESSEL_MACHINE=$m "$5" /encfile "$1/patch/fix.tlx"; test "$(acl 1)" = "$of_apply"
-        test "$(stat -c %h "$T/old")" = 2; rm -r set ntfs/C; umount "$1/ntfs"; trap - EXIT; rmdir ntfs'''
+        mkdir "$T/gone"; touch "$T/gone/1"; for name in old gone/1; do
+            setfattr -n system.ntfs_attrib_be -v 0x00000027 "$T/$name"; done
+        look() {
+            getfattr --only-values -n system.ntfs_acl "$T/new" >acl; test -s acl; sha256sum <acl
+            getfattr -e hex -n system.ntfs_attrib_be "$T/new" "$T/moved" "$T/other"; }
+        "$4" apply patch --machine "$m" --undo set; look >of-apply
+        "$4" undo set --machine "$m"; test ! -e "$T/new"; test -e "$T/gone/1"; test -e "$T/old"
+        TESSEL_MACHINE=$m "$5" /encfile "$1/patch/fix.tlx"; look >of-run; test ! -e "$T/gone"; diff of-apply of-run >&2
+        test "$(stat -c %h "$T/moved")" = 2; rm -r set ntfs/C; umount "$1/ntfs"; trap - EXIT; rmdir ntfs'''
     (stage.machine / 'Windows/Temp/old').write_text('old')
-    signed(stage, 'patch', r'<fileCreate path="C:\Windows\Temp\new1"/><exit code="0"/>')
+    signed(stage, 'patch', r'''<fileCreate path="C:\Windows\Temp\new"/>
+        <fileMove src="C:\Windows\Temp\old" dest="C:\Windows\Temp\moved"/>
+        <dirDeleteRec path="C:\Windows\Temp\gone"/><exit code="0"/>''')
     for options in ('permissions', 'umask=000'):
         ended = subprocess.run(
             ['unshare', '--mount', 'sh', '-c', script, '-', stage.folder, options, stage.machine,

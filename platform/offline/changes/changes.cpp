@@ -139,13 +139,32 @@ Code ViewDifference::Collect(ChangeSet* changes) const {
   *changes = {};
   Places hives;
   HiveChanges(view_, changes).Collect(&hives);
-  const Code code = CompareTrees(Machine::Get().Folder()->Get(), view_, hives, &changes->files);
+  Code code = CompareTrees(Machine::Get().Folder()->Get(), view_, hives, &changes->files);
   std::ranges::sort(changes->files, machine::ComesBefore,
                     [](const FileChange& change) { return change.path.AsView(); });
   FindMoves(&changes->files);
+  code = code == kSuccess ? TakeOverMoved(&changes->files) : code;
   std::ranges::stable_sort(changes->keys, machine::ComesBefore,
                            [](const machine::KeyChange& change) { return change.hive.AsView(); });
   return code;
+}
+
+// Only now it is known what each was before.
+Code ViewDifference::TakeOverMoved(cvn::List<FileChange>* changes) const {
+  for (FileChange& change : *changes) {
+    if (change.movedFrom.Empty() || change.before->kind == machine::EntryKind::Link) {
+      continue;
+    }
+    constexpr int kFlags = O_RDONLY | O_NONBLOCK;
+    const int machine = Machine::Get().Folder()->Get();
+    const files::File before(OpenBelow(machine, PlaceOf(change.movedFrom), kFlags));
+    const files::File after(OpenBelow(view_.folder->Get(), PlaceOf(change.path), kFlags));
+    if (!before.IsOpen() || !after.IsOpen()) {
+      return CodeOf(errno);
+    }
+    TakeOverLost(before, *change.before, after, &*change.after);
+  }
+  return kSuccess;
 }
 
 Code ViewDifference::Open(const FileChange& change, Side side, files::File* file) {

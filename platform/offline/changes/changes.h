@@ -45,6 +45,8 @@ class ViewDifference final : public machine::ChangeBytes {
   Code Open(const machine::FileChange& change, machine::Side side, files::File* file) override;
 
  private:
+  Code TakeOverMoved(cvn::List<machine::FileChange>* changes) const;
+
   ViewFolder view_;
 };
 

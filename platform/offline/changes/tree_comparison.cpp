@@ -34,30 +34,6 @@ bool HasExtended(const files::File& file, const char* name) {
   return file.IsOpen() && fgetxattr(static_cast<int>(file.Handle()), name, nullptr, 0) >= 0;
 }
 
-// What a volume with NTFS keeps in forms of its own isn't on a file that was copied from there to
-// the view, and is none of what the view has changed.
-void TakeOverLost(const files::File& before, const EntryState& was, const files::File& after,
-                  EntryState* is) {
-  constexpr const char* kNtfsAttributes = "system.ntfs_attrib_be";
-  constexpr std::string_view kNtfsDescriptor = "system.ntfs_acl";
-  if (!HasExtended(before, kNtfsAttributes) || HasExtended(after, kNtfsAttributes)) {
-    return;
-  }
-  if (!HasExtended(after, "user.DOSATTRIB")) {
-    constexpr files::Attributes kStored = files::kHidden | files::kSystem | files::kArchive;
-    const files::Attributes taken = kStored | (was.mode == is->mode ? files::kReadOnly : 0);
-    const files::Attributes all =
-        ((is->attributes & ~taken) | (was.attributes & taken)) & ~files::kNormal;
-    is->attributes = all == 0 ? files::kNormal : all;
-  }
-  const auto descriptor =
-      std::ranges::find(was.extended, kNtfsDescriptor, &decltype(was.extended)::value_type::first);
-  if (descriptor != was.extended.end()) {
-    is->extended.push_back(*descriptor);
-    std::ranges::sort(is->extended);
-  }
-}
-
 // A folder that is there on one side or both.
 struct Folder {
   std::string path;
@@ -229,6 +205,28 @@ class TreeComparison {
 };
 
 }  // namespace
+
+void TakeOverLost(const files::File& before, const EntryState& was, const files::File& after,
+                  EntryState* is) {
+  constexpr const char* kNtfsAttributes = "system.ntfs_attrib_be";
+  constexpr std::string_view kNtfsDescriptor = "system.ntfs_acl";
+  if (!HasExtended(before, kNtfsAttributes) || HasExtended(after, kNtfsAttributes)) {
+    return;
+  }
+  if (!HasExtended(after, "user.DOSATTRIB")) {
+    constexpr files::Attributes kStored = files::kHidden | files::kSystem | files::kArchive;
+    const files::Attributes taken = kStored | (was.mode == is->mode ? files::kReadOnly : 0);
+    const files::Attributes all =
+        ((is->attributes & ~taken) | (was.attributes & taken)) & ~files::kNormal;
+    is->attributes = all == 0 ? files::kNormal : all;
+  }
+  const auto descriptor =
+      std::ranges::find(was.extended, kNtfsDescriptor, &decltype(was.extended)::value_type::first);
+  if (descriptor != was.extended.end()) {
+    is->extended.push_back(*descriptor);
+    std::ranges::sort(is->extended);
+  }
+}
 
 bool ToMachinePath(std::string_view below, cvn::String* path) {
   std::string text = "C:/";
