@@ -56,8 +56,8 @@ class View {
   // and 267 as Use gives them; kNoViews; 50 when the host allows no namespaces for mounts,
   // something is mounted within the machine's folder, or that is the host's root; 1223 when the
   // copy is refused by `mayCopy`; 1338 (files::kNotPrivate) when there is no place that others can
-  // be kept out of. The process may have no other thread, and must not have opened the machine or
-  // its registry.
+  // be kept out of. The process may have no other thread, and must not have opened the machine's
+  // registry.
   static Code Prepare(const ViewOptions& options, std::unique_ptr<View>* view);
   ~View();
   View(const View&) = delete;
