@@ -64,6 +64,10 @@ using CommitProgress = std::function<void(std::uint64_t done, std::uint64_t all)
 Code Commit(const ChangeSet& changes, ChangeBytes& bytes, const CommitProgress& progress,
             CommitResult* result);
 
+// Lists what on the opened machine isn't as the changes expect it, a thousand at most, as Commit
+// does before it begins. Nothing is changed. The code is that of something that can't be looked at.
+Code FindConflicts(const ChangeSet& changes, cvn::List<Conflict>* conflicts);
+
 enum class PendingCommit {
   None,      // nothing, or an empty folder, which is gone
   Finished,  // it had begun, and is complete now

@@ -38,6 +38,10 @@ Code Commit(const ChangeSet& /*changes*/, ChangeBytes& /*bytes*/,
   return Refuse();
 }
 
+Code FindConflicts(const ChangeSet& /*changes*/, cvn::List<Conflict>* /*conflicts*/) {
+  return Refuse();
+}
+
 Code FinishPending(PendingCommit* found) {
   *found = PendingCommit::None;
   return kSuccess;

@@ -7,8 +7,10 @@ Each row runs as this user and, if that is root, as an ordinary one as well.
 """
 
 import hashlib
+import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -16,9 +18,12 @@ import sys
 import tempfile
 import time
 
+import jsonschema
+
 import world
 from world import INSTALL, expect, host_to_drive
 
+SCHEMAS = pathlib.Path(__file__).resolve().parents[2] / 'docs'
 NOBODY = 65534
 HEADER = ('<patch version="1.0"><header><property name="id" value="r"/><property name="patchType" '
           'value="external"/><property name="created" value="1704067200"/>'
@@ -288,6 +293,48 @@ def applied(stage):
     expect('taken back already' in errors, errors)
 
 
+def told_to_programs(stage):
+    """The JSON of apply and undo, also where a kill came between a commit and the note of it in the set."""
+    def told(schema, exit_code, command, operand, *options):
+        document = json.loads(stage.ended(exit_code, command, operand, '--json', *options)[0])
+        schema = SCHEMAS / f'{schema}.schema.json'
+        resolver = jsonschema.RefResolver(schema.as_uri(), json.loads(schema.read_text()))
+        jsonschema.Draft7Validator(resolver.referrer, resolver=resolver).validate(document)
+        return document
+
+    def undone(exit_code, *options):
+        return told('undo', exit_code, 'undo', kept, *options)['result']
+
+    def note(state):
+        manifest = kept / 'manifest.json'
+        text, count = re.subn('"state" *: *"[a-z]*"', f'"state": "{state}"', manifest.read_text())
+        expect(count == 1, f'{count} states in the manifest')
+        manifest.write_text(text)
+
+    kept = stage.folder / 'set'
+    patch = signed(stage, 'patch', '<trace value="said" std="out"/><fileCreate path="C:\\Users\\new"/>'
+                   '<processRun path="Z:\\usr\\bin\\true"/><exit code="3"/>')
+    refused = told('rehearsal', 1, 'apply', patch, '--undo', kept)
+    expect(refused['commit'] == 'none' and refused['exitCode'] == -3 and 'said' in refused['trace']
+           and not kept.exists(), f'{refused}')
+    before = files_of(stage.machine)
+    applied_now = told('rehearsal', 1, 'apply', patch, '--undo', kept, '--accept', '-3')
+    expect(applied_now['commit'] == 'done' and len(applied_now['events']) == 1
+           and [one['command'] for one in applied_now['beyond']] == ['processRun']
+           and [one['path'] for one in applied_now['changes']['files']] == ['C:\\Users\\new'],
+           f'{applied_now["changes"]}')
+    note('rehearsed')
+    expect(undone(0, '--dry-run') == 'possible', 'what was committed is taken for what was not')
+    (stage.machine / 'Users' / 'new').write_text('x')
+    expect(undone(1, '--dry-run') == undone(1) == 'conflicts', 'a conflict is not told')
+    (stage.machine / 'Users' / 'new').write_text('')
+    expect(undone(0) == 'done' and files_of(stage.machine) == before, 'it is not taken back')
+    note('rehearsed')
+    expect(undone(1) == 'neverCommitted', 'what was not committed is taken for what was')
+    note('committed')
+    expect(undone(0) == undone(1) == 'wasDone', 'an interrupted undo is not gone on with')
+
+
 def interrupted(stage):
     """Who comes next clears up, and says so; nothing that others could have put there is believed."""
     left = stage.machine / '$TesselCommit'
@@ -350,7 +397,8 @@ def copied(stage):
 
 
 ROWS = {'beyond': beyond, 'places': places, 'changed': changed, 'sealed': sealed, 'runaway': runaway,
-        'killed': killed, 'gated': gated, 'applied': applied, 'interrupted': interrupted}
+        'killed': killed, 'gated': gated, 'applied': applied, 'interrupted': interrupted,
+        'told-to-programs': told_to_programs}
 
 
 class Rehearsals:

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <memory>
 
 #include "changes/kept_set.h"
@@ -7,14 +8,17 @@
 #include "support/format.h"
 #include "support/numbers.h"
 #include "support/utf.h"
+#include "tools/tlx/change_report.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/file_io.h"
+#include "tools/tlx/json_output.h"
 #include "tools/tlx/keep_rehearsal.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/machine_turn.h"
 #include "tools/tlx/messages.h"
 #include "tools/tlx/patch_operand.h"
 #include "tools/tlx/rehearsal.h"
+#include "tools/tlx/rehearsal_json.h"
 #include "tools/tlx/rehearsal_text.h"
 #include "tools/tlx/set_operand.h"
 #include "tools/tlx/view_options.h"
@@ -40,6 +44,9 @@ constexpr OptionSpec kOptions[] = {
     kMegabytesOption,
     kProcessesOption,
     kYesOption,
+    {u"--json", u"", false,
+     u"Print one line of JSON, as docs/rehearsal.schema.json describes it, with the trace; there "
+     u"is no file with it then but that of --trace"},
 };
 
 constexpr OperandSpec kOperands[] = {
@@ -74,6 +81,9 @@ cvn::String FaultOf(const Options& options) {
   if (options.Operand(0) == u"-") {
     return u"a patch can't come from standard input: what it may do depends on where it lies";
   }
+  if (options.Has(u"--json") && options.Value(u"--trace") == u"-") {
+    return u"options '--json' and '--trace' can't both write to standard output";
+  }
   return FaultOfLimits(options);
 }
 
@@ -85,15 +95,35 @@ bool IsAccepted(const Options& options, const Rehearsal& run) {
   return !run.IsCutShort() && std::ranges::find(codes, run.exitCode) != codes.end();
 }
 
+// Which commands of the run may have done something beyond the machine.
+cvn::List<CommandVisits> VisitsBeyond(const Rehearsal& run) {
+  cvn::List<CommandVisits> visits;
+  std::ranges::copy_if(run.visits, std::back_inserter(visits), [](const CommandVisits& visit) {
+    return visit.count != 0 && ReachesBeyond(visit.name);
+  });
+  return visits;
+}
+
+// What is to be told of the run before the machine changes, which the report compares it with.
+Json::Value RunJson(const Rehearsal& run, machine::ChangeBytes* bytes) {
+  Json::Value document = RehearsalJson(run, ReportChanges(run.changes, bytes));
+  Json::Value& beyond = document["beyond"] = Json::Value(Json::arrayValue);
+  for (const CommandVisits& visit : VisitsBeyond(run)) {
+    Json::Value value(Json::objectValue);
+    value["command"] = JsonText(visit.name);
+    value["line"] = static_cast<Json::UInt64>(visit.line);
+    value["times"] = static_cast<Json::UInt64>(visit.count);
+    beyond.append(value);
+  }
+  return document;
+}
+
 void TellRun(const Options& options, const Rehearsal& run) {
   for (const cvn::String& line : DescribeEnd(run)) {
     WriteLine(Output::Out, line);
   }
   bool isFirst = true;
-  for (const CommandVisits& visit : run.visits) {
-    if (visit.count == 0 || !ReachesBeyond(visit.name)) {
-      continue;
-    }
+  for (const CommandVisits& visit : VisitsBeyond(run)) {
     if (isFirst) {
       WriteLine(Output::Out, options.Has(u"--undo")
                                  ? u"Reached beyond the machine, and stays as it is after an undo:"
@@ -112,11 +142,11 @@ void KeepTrace(const Options& options, const Rehearsal& run) {
     return WarnOfFile(options.Operand(0), u"the run left no trace");
   }
   cvn::String file = options.Value(u"--trace");
-  if (file.Empty()) {
+  if (file.Empty() && !options.Has(u"--json")) {
     file = cvn::Format(u"tessel-trace-%lld.txt",
                        platform::clock::NowTicks() / platform::clock::kTicksPerSecond);
   }
-  if (WriteText(file, run.trace) == kExitDone && file != u"-") {
+  if (!file.Empty() && WriteText(file, run.trace) == kExitDone && file != u"-") {
     WriteLine(Output::Error, cvn::Format(u"The trace of the run is in %s.", Printable(file)));
   }
 }
@@ -142,21 +172,48 @@ void NoteCommitted(const RunRequest& request, const Rehearsal& run, const cvn::S
 }
 
 int Commit(const Options& options, const RunRequest& request, const Rehearsal& run,
-           const cvn::String& setFolder, machine::ChangeBytes* bytes) {
+           const cvn::String& setFolder, machine::ChangeBytes* bytes, bool* isBegun) {
   if (!setFolder.Empty() && KeepRehearsal(setFolder, run, request, bytes) != kExitDone) {
     return FailOnFile(options.Operand(0), u"nothing was changed, because that couldn't be undone");
   }
-  bool isBegun = false;
-  const int exitCode = CommitChanges(MachineName(options), run.changes, bytes, &isBegun);
-  if (isBegun && !setFolder.Empty()) {
+  CommitOutcome outcome;
+  const int exitCode = CommitChanges(MachineName(options), run.changes, bytes, &outcome);
+  *isBegun = outcome.isBegun;
+  if (!outcome.conflicts.empty()) {
+    return TellConflicts(MachineName(options), outcome.conflicts);
+  }
+  if (*isBegun && !setFolder.Empty()) {
     NoteCommitted(request, run, setFolder);
   }
   return exitCode;
 }
 
+// Ends a run that has been in the view: commits what it changed, or not.
+int Conclude(const Options& options, const RunRequest& request, const Rehearsal& run,
+             const cvn::String& setFolder, machine::ChangeBytes* bytes) {
+  const bool isJson = options.Has(u"--json");
+  Json::Value document = isJson ? RunJson(run, bytes) : Json::Value();
+  if (!isJson) {
+    TellRun(options, run);
+  }
+  bool isBegun = false;
+  const bool isAccepted = IsAccepted(options, run);
+  const int exitCode = isAccepted ? Commit(options, request, run, setFolder, bytes, &isBegun)
+                                  : RefuseRun(options, run);
+  const bool isDone = isAccepted && exitCode == kExitDone;
+  if (isJson) {
+    document["commit"] = isDone ? "done" : isBegun ? "begun" : "none";
+    PrintJson(document);
+  } else if (isDone) {
+    WriteLine(Output::Out, cvn::Format(u"Committed: %s", CountsOf(run.changes)));
+  }
+  return isDone && run.exitCode != 0 ? kExitBadInput : exitCode;
+}
+
 int Apply(const Options& options) {
   RunRequest request;
   request.isRehearsal = false;
+  request.sparesOutput = options.Has(u"--json");
   request.limits = LimitsOf(options);
   for (const cvn::String& text : options.Values(kVariableOption.name)) {
     request.variables.push_back(text);
@@ -182,16 +239,7 @@ int Apply(const Options& options) {
                                   u"started, or what it did be found: %s",
                                   DescribeCode(code)));
   }
-  TellRun(options, run);
-  if (!IsAccepted(options, run)) {
-    return RefuseRun(options, run);
-  }
-  exitCode = Commit(options, request, run, setFolder, &view->Bytes());
-  if (exitCode != kExitDone) {
-    return exitCode;
-  }
-  WriteLine(Output::Out, cvn::Format(u"Committed: %s", CountsOf(run.changes)));
-  return run.exitCode == 0 ? kExitDone : kExitBadInput;
+  return Conclude(options, request, run, setFolder, &view->Bytes());
 }
 
 }  // namespace

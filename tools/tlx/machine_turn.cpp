@@ -54,14 +54,6 @@ cvn::String ProblemOf(Code code) {
   }
 }
 
-int TellConflicts(cvn::StringView name, const cvn::List<machine::Conflict>& conflicts) {
-  for (const machine::Conflict& conflict : conflicts) {
-    FailOnFile(Printable(conflict.place), conflict.problem);
-  }
-  return FailOnFile(name, cvn::Format(u"nothing was changed, because of %u conflicts",
-                                      static_cast<std::uint32_t>(conflicts.size())));
-}
-
 }  // namespace
 
 cvn::String MachineName(const Options& options) {
@@ -116,7 +108,7 @@ int ShareMachine(const Options& options, machine::MachineLock* lock) {
 }
 
 int CommitChanges(cvn::StringView machine, const machine::ChangeSet& changes,
-                  machine::ChangeBytes* bytes, bool* isBegun) {
+                  machine::ChangeBytes* bytes, CommitOutcome* outcome) {
   StatusLine status;
   const auto progress = [&status](std::uint64_t done, std::uint64_t all) {
     if (status.IsDue()) {
@@ -125,12 +117,13 @@ int CommitChanges(cvn::StringView machine, const machine::ChangeSet& changes,
   };
   machine::CommitResult result;
   const Code code = machine::Commit(changes, *bytes, progress, &result);
-  *isBegun = code == kSuccess || result.isPending;
+  outcome->isBegun = code == kSuccess || result.isPending;
+  outcome->conflicts = result.conflicts;
   if (code == kSuccess) {
     return kExitDone;
   }
   if (code == machine::kConflict) {
-    return TellConflicts(machine, result.conflicts);
+    return kExitBadInput;
   }
   return FailOnFile(
       machine,
@@ -140,6 +133,14 @@ int CommitChanges(cvn::StringView machine, const machine::ChangeSet& changes,
                 u"'tlx machine check', or the next run, ends them",
                 ProblemOf(code))
           : cvn::Format(u"nothing was changed: %s", ProblemOf(code)));
+}
+
+int TellConflicts(cvn::StringView machine, const cvn::List<machine::Conflict>& conflicts) {
+  for (const machine::Conflict& conflict : conflicts) {
+    FailOnFile(Printable(conflict.place), conflict.problem);
+  }
+  return FailOnFile(machine, cvn::Format(u"nothing was changed, because of %u conflicts",
+                                         static_cast<std::uint32_t>(conflicts.size())));
 }
 
 cvn::String CountsOf(const machine::ChangeSet& changes) {

@@ -18,10 +18,17 @@ int ShareMachine(const Options& options, platform::machine::MachineLock* lock);
 // How the machine is called in messages.
 cvn::String MachineName(const Options& options);
 
-// Commits with progress, and tells of a failure. `*isBegun` is true when the changes are on the
-// machine, or will be. Returns the exit code.
+struct CommitOutcome {
+  bool isBegun = false;  // the changes are on the machine, or will be
+  cvn::List<platform::machine::Conflict> conflicts;
+};
+
+// Commits with progress, and tells of a failure, but for conflicts. Returns the exit code.
 int CommitChanges(cvn::StringView machine, const platform::machine::ChangeSet& changes,
-                  platform::machine::ChangeBytes* bytes, bool* isBegun);
+                  platform::machine::ChangeBytes* bytes, CommitOutcome* outcome);
+
+// Tells what keeps changes from being made. Returns the exit code.
+int TellConflicts(cvn::StringView machine, const cvn::List<platform::machine::Conflict>& conflicts);
 
 // "3 files and folders, 2 keys".
 cvn::String CountsOf(const platform::machine::ChangeSet& changes);

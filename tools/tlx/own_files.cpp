@@ -13,6 +13,7 @@ using platform::machine::FileChange;
 constexpr cvn::StringView kTraceFolder = u"C:\\ProgramData\\Tessera";
 constexpr cvn::StringView kEventsFolder = u"\\matrix\\events";
 constexpr cvn::StringView kProductFolder = u"\\matrix";
+constexpr cvn::StringView kCopiesFolder = u"\\customPatches";
 
 bool EndsIn(cvn::StringView path, cvn::StringView ending) {
   return path.size() > ending.size() &&
@@ -53,6 +54,7 @@ bool IsOwn(std::span<const FileChange> changes, std::size_t at) {
   if (change.after->kind == EntryKind::Folder) {
     // One with anything before the events in it is somebody else's.
     return cvn::EqualNoCase(path, kTraceFolder) || EndsIn(path, kEventsFolder) ||
+           EndsIn(path, kCopiesFolder) ||
            (EndsIn(path, kProductFolder) && at + 1 < changes.size() &&
             EndsIn(changes[at + 1].path, kEventsFolder) && IsOwn(changes, at + 1));
   }

@@ -191,6 +191,16 @@ Code Commit(const ChangeSet& changes, ChangeBytes& bytes, const CommitProgress& 
   return code;
 }
 
+Code FindConflicts(const ChangeSet& changes, cvn::List<Conflict>* conflicts) {
+  const posix::Machine& machine = posix::Machine::Get();
+  if (machine.State() != kSuccess) {
+    return machine.State();
+  }
+  const CommitProgress untold;
+  Meter meter(untold, 0);
+  return Preparation(changes, machine.Folder()->Get(), &meter).Compare(conflicts);
+}
+
 bool IsCommitPending() {
   const posix::Machine& machine = posix::Machine::Get();
   return machine.State() == kSuccess && posix::Staging(machine.Folder()->Get()).IsThere();
