@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
@@ -23,6 +24,8 @@ namespace {
 constexpr mode_t kOwnersMode = S_IRWXU;
 // What begins the name of a folder on the host.
 constexpr std::string_view kHostPrefix = "tessel-private-";
+// What ends the name of one that is to be removed. With it, it is still found as one of these.
+constexpr std::string_view kTaken = "-0";
 
 Code OpenFolder(const std::string& path, Descriptor* folder) {
   folder->Reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -47,21 +50,30 @@ bool KeepsOthersOut(const Descriptor& folder, const std::string& path) {
   return unlinkat(folder.Get(), kProbe, 0) == 0 && isKept;
 }
 
-// Tells other runs that this process uses the folder. One that was removed meanwhile, because it
-// seemed to be abandoned, is none.
-bool Claim(const Descriptor& folder) {
+// Tells other runs that this process uses the folder. One that was taken meanwhile, because it
+// seemed to be abandoned, isn't at its path any more.
+bool Claim(const Descriptor& folder, const std::string& path) {
   struct stat entry {};
+  struct stat there {};
   // A file system without locks has nobody that takes the folder for abandoned.
   return (flock(folder.Get(), LOCK_SH | LOCK_NB) == 0 || errno != EWOULDBLOCK) &&
-         fstat(folder.Get(), &entry) == 0 && entry.st_nlink > 0;
+         fstat(folder.Get(), &entry) == 0 && lstat(path.c_str(), &there) == 0 &&
+         entry.st_dev == there.st_dev && entry.st_ino == there.st_ino;
 }
 
 // True for a folder of this account that no process has claimed, and that nobody could put in the
-// way of who walks through it.
-bool IsAbandoned(const std::string& path) {
+// way of who walks through it. It gets another name while it is locked, so that a process that is
+// just about to claim it notices.
+bool TakeAbandoned(std::string* path) {
   Descriptor folder;
-  return OpenFolder(path, &folder) == kSuccess && IsOursAlone(folder.Get()) &&
-         flock(folder.Get(), LOCK_EX | LOCK_NB) == 0 && !CanOthersRedirect(path);
+  const bool isAbandoned = OpenFolder(*path, &folder) == kSuccess && IsOursAlone(folder.Get()) &&
+                           flock(folder.Get(), LOCK_EX | LOCK_NB) == 0 && !CanOthersRedirect(*path);
+  const std::string taken = *path + std::string(kTaken);
+  // In a view of a machine, which nobody else sees, folders can't be renamed.
+  if (isAbandoned && !path->ends_with(kTaken) && rename(path->c_str(), taken.c_str()) == 0) {
+    *path = taken;
+  }
+  return isAbandoned;
 }
 
 // The folders of the host that may hold private ones, best first.
@@ -92,12 +104,29 @@ void AppendAbandoned(const std::string& place, Filter isCandidate, cvn::List<std
   }
   folder.Release();
   while (const dirent* entry = paths->size() < kMost ? readdir(listing) : nullptr) {
-    const std::string path = place + '/' + entry->d_name;
-    if (isCandidate(std::string_view(entry->d_name)) && IsAbandoned(path)) {
-      paths->push_back(path);
+    std::string path = place + '/' + entry->d_name;
+    if (isCandidate(std::string_view(entry->d_name)) && TakeAbandoned(&path)) {
+      paths->push_back(std::move(path));
     }
   }
   closedir(listing);
+}
+
+// Makes one that keeps others out, and from which programs run.
+bool MakeIn(const std::string& place, Descriptor* folder, std::string* path) {
+  std::string made = place + '/' + std::string(kHostPrefix) + "XXXXXX";
+  struct statvfs volume {};
+  if (mkdtemp(made.data()) == nullptr) {
+    return false;
+  }
+  if (OpenFolder(made, folder) == kSuccess && KeepsOthersOut(*folder, made) &&
+      fstatvfs(folder->Get(), &volume) == 0 && (volume.f_flag & ST_NOEXEC) == 0 &&
+      Claim(*folder, made)) {
+    *path = std::move(made);
+    return true;
+  }
+  rmdir(made.c_str());
+  return false;
 }
 
 }  // namespace
@@ -109,7 +138,8 @@ Code MakeOwnFolder(const std::string& path, Descriptor* folder) {
   if (mkdir(path.c_str(), kOwnersMode) != 0) {
     return errno == EEXIST ? kAlreadyExists : CodeOf(errno);
   }
-  if (OpenFolder(path, folder) == kSuccess && KeepsOthersOut(*folder, path) && Claim(*folder)) {
+  if (OpenFolder(path, folder) == kSuccess && KeepsOthersOut(*folder, path) &&
+      Claim(*folder, path)) {
     return kSuccess;
   }
   rmdir(path.c_str());
@@ -117,23 +147,18 @@ Code MakeOwnFolder(const std::string& path, Descriptor* folder) {
 }
 
 Code MakeOwnFolderOnHost(Descriptor* folder, std::string* path, const std::string& outside) {
+  constexpr int kAttempts = 8;
   for (const std::string& place : HostPlaces()) {
     std::string real;
     if (!outside.empty() && RealPath(place, &real) == 0 && IsWithin(real, outside)) {
       continue;
     }
-    std::string made = place + '/' + std::string(kHostPrefix) + "XXXXXX";
-    struct statvfs volume {};
-    if (mkdtemp(made.data()) == nullptr) {
-      continue;
+    // Another process may take the first ones for abandoned before they are claimed.
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+      if (MakeIn(place, folder, path)) {
+        return kSuccess;
+      }
     }
-    if (OpenFolder(made, folder) == kSuccess && KeepsOthersOut(*folder, made) &&
-        fstatvfs(folder->Get(), &volume) == 0 && (volume.f_flag & ST_NOEXEC) == 0 &&
-        Claim(*folder)) {
-      *path = std::move(made);
-      return kSuccess;
-    }
-    rmdir(made.c_str());
   }
   return files::kNotPrivate;
 }

@@ -20,7 +20,8 @@ Code MakeOwnFolder(const std::string& path, Descriptor* folder);
 Code MakeOwnFolderOnHost(Descriptor* folder, std::string* path, const std::string& outside = {});
 
 // The folders that were made so in `place` and on the host, and whose processes have ended: a
-// hundred at most, so that others are left to the next call.
+// hundred at most, so that others are left to the next call. They are the caller's to remove, and
+// have names of their own by then.
 cvn::List<std::string> FindAbandonedFolders(const std::string& place);
 
 }  // namespace platform::posix
