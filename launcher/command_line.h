@@ -1,6 +1,8 @@
 // The command line of the program.
 #pragma once
 
+#include <span>
+
 #include "support/containers.h"
 #include "support/string.h"
 
@@ -15,10 +17,20 @@ struct LaunchSettings {
   cvn::Map<cvn::String, cvn::String> scriptVariables;  // /var
 };
 
+enum class LaunchArgument { PatchFile, Diagnostic, Detach, SkipInstanceCheck, Variable };
+
+// A key of the command line, for reading it and for what tells users of it.
+struct LaunchArgumentSpec {
+  LaunchArgument argument;
+  cvn::StringView key;     // without what it may begin with
+  cvn::StringView values;  // the names of those that follow it, "KEY VALUE"; empty for none
+  cvn::StringView help;
+};
+std::span<const LaunchArgumentSpec> LaunchArguments();
+
 // Reads `arguments`, of which the first is the program. Keys are found without regard to case, and
-// may begin with one
-// '-' or '/'. /diagnostic takes effect at once. `options` gets what was asked for, in order, for
-// the reports.
+// may begin with one '-' or '/'. /diagnostic takes effect at once. `options` gets what was asked
+// for, in order, for the reports.
 //
 // False when an argument isn't understood, with the reason in `errorText`; what came before it
 // stays set. Whether /encfile was given at all is not checked.

@@ -12,6 +12,7 @@
 #include "support/utf.h"
 #include "tools/tlx/commands.h"
 #include "tools/tlx/messages.h"
+#include "tools/tlx/reference.h"
 #include "tools/tlx/reference_text.h"
 
 namespace tlx {
@@ -125,6 +126,7 @@ class Page {
 
   // Gives the exit code.
   int Write();
+  const cvn::String& Text() const { return text_; }
 
  private:
   void WriteIndex(std::span<const Section> sections);
@@ -155,10 +157,6 @@ int Page::Write() {
   int exitCode = kExitDone;
   for (const Section& section : sections) {
     exitCode = std::max(exitCode, WriteSection(section));
-  }
-  if (exitCode == kExitDone) {
-    text_.Truncate(text_.Length() - 1);
-    platform::streams::WriteLine(platform::streams::Output::Out, text_);
   }
   return exitCode;
 }
@@ -296,9 +294,24 @@ void Page::WriteCode(std::string_view text, std::size_t margin) {
   }
 }
 
-int PrintReference(const Options& options) { return Page(options.Value(u"--examples")).Write(); }
+int PrintReference(const Options& options) {
+  cvn::String text;
+  const int exitCode = LanguageReference(options.Value(u"--examples"), &text);
+  if (exitCode == kExitDone) {
+    text.Truncate(text.Length() - 1);
+    platform::streams::WriteLine(platform::streams::Output::Out, text);
+  }
+  return exitCode;
+}
 
 }  // namespace
+
+int LanguageReference(cvn::StringView examples, cvn::String* text) {
+  Page page(examples);
+  const int exitCode = page.Write();
+  *text = page.Text();
+  return exitCode;
+}
 
 const CommandSpec kReferenceCommand = {
     u"reference",

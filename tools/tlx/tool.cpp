@@ -5,6 +5,7 @@
 #include "platform/streams.h"
 #include "support/format.h"
 #include "tools/tlx/commands.h"
+#include "tools/tlx/completion.h"
 #include "tools/tlx/file_io.h"
 #include "tools/tlx/messages.h"
 #include "version.h"
@@ -20,7 +21,7 @@ const CommandSpec* const kCommands[] = {
     &kPackCommand,          &kUnpackCommand,      &kCatalogCommand,      &kVerifyCommand,
     &kRehearseCommand,      &kApplyCommand,       &kUndoCommand,         &kChangesCommand,
     &kMachineCreateCommand, &kMachineShowCommand, &kMachineCheckCommand, &kEventsCommand,
-    &kReferenceCommand,     &kSchemaCommand};
+    &kReferenceCommand,     &kSchemaCommand,      &kManCommand,          &kCompletionCommand};
 
 bool IsHelp(cvn::StringView argument) { return argument == u"--help" || argument == u"-h"; }
 
@@ -51,6 +52,8 @@ int RefuseUsage(cvn::StringView problem, cvn::StringView usage) {
 
 }  // namespace
 
+std::span<const CommandSpec* const> AllCommands() { return kCommands; }
+
 int RunTool(std::span<const cvn::String> arguments) {
   if (arguments.empty()) {
     WriteLine(Output::Error, ToolUsage());
@@ -58,6 +61,10 @@ int RunTool(std::span<const cvn::String> arguments) {
   }
   cvn::String name = arguments.front();
   arguments = arguments.subspan(1);
+  if (name == u"--complete") {
+    PrintCandidates(arguments);
+    return kExitDone;
+  }
   if (IsGroup(name) && !arguments.empty()) {
     name = IsHelp(arguments.front()) ? arguments.front()
                                      : cvn::Format(u"%s %s", name, arguments.front());
