@@ -123,20 +123,31 @@ set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_D
 add_library(dep_pugixml STATIC "${tessel_pugixml}/src/pugixml.cpp")
 target_include_directories(dep_pugixml SYSTEM PUBLIC "${tessel_pugixml}/src")
 target_include_directories(dep_pugixml PRIVATE "${PROJECT_SOURCE_DIR}")
-target_compile_options(dep_pugixml PRIVATE -w)
+# Where the cache is doesn't show in the programs.
+target_compile_options(dep_pugixml PRIVATE -w "-ffile-prefix-map=${tessel_pugixml}=pugixml")
 
-# Copies the DLLs that a Windows program needs into its folder: AmsJson.dll, and the C++ runtime that
-# it shares with that library.
-function(tessel_place_dlls folder)
-  set(dlls "${tessel_windows_libraries}/bin/AmsJson.dll")
+if(WIN32)
+  # The licence texts of all that the programs and their DLLs are made of.
+  execute_process(
+    COMMAND "${PROJECT_SOURCE_DIR}/scripts/windows-licences"
+    OUTPUT_VARIABLE tessel_licences
+    OUTPUT_STRIP_TRAILING_WHITESPACE
+    RESULT_VARIABLE result)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "There are no licences of libraries: scripts/windows-licences says why")
+  endif()
+  set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+    "${PROJECT_SOURCE_DIR}/scripts/windows-licences"
+    "${PROJECT_SOURCE_DIR}/scripts/lib/windows-licences.txt")
+
+  # The DLLs that a Windows program needs beside it: AmsJson.dll, and the C++ runtime that it shares with
+  # that library.
+  set(tessel_dlls "${tessel_windows_libraries}/bin/AmsJson.dll")
   foreach(name IN ITEMS libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
     execute_process(COMMAND "${CMAKE_CXX_COMPILER}" "-print-file-name=${name}"
       OUTPUT_VARIABLE place OUTPUT_STRIP_TRAILING_WHITESPACE)
-    list(APPEND dlls "${place}")
+    list(APPEND tessel_dlls "${place}")
   endforeach()
-  file(COPY ${dlls} DESTINATION "${folder}")
-endfunction()
-if(WIN32)
-  tessel_place_dlls("${PROJECT_BINARY_DIR}/bin")
-  tessel_place_dlls("${PROJECT_BINARY_DIR}/tests")
+  file(COPY ${tessel_dlls} DESTINATION "${PROJECT_BINARY_DIR}/bin")
+  file(COPY ${tessel_dlls} DESTINATION "${PROJECT_BINARY_DIR}/tests")
 endif()

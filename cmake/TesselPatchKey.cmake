@@ -139,3 +139,23 @@ tessel_write_patch_key("${patch_key_text}" "${PROJECT_BINARY_DIR}/generated/patc
 
 add_library(tessel_patch_key INTERFACE)
 target_include_directories(tessel_patch_key INTERFACE "${PROJECT_BINARY_DIR}/generated")
+
+# <build>/patch-key.txt goes with an installation: which key it has, without the key's text.
+set(key_digest_file "${PROJECT_BINARY_DIR}/generated/patch_key.der")
+tessel_openssl(pkey -pubin -in "${public_key}" -outform DER -out "${key_digest_file}")
+file(SHA256 "${key_digest_file}" key_digest)
+if(TESSEL_PUBLIC_KEY)
+  set(key_text "These programs run patches made with the private half of the key whose digest is below.
+The digest is that of 'openssl pkey -pubin -in PUB.pem -outform DER | sha256sum'.
+
+sha256:${key_digest}
+")
+else()
+  set(key_text "These programs have a DEVELOPMENT KEY: they are for trying only. They run patches made with the private
+half of the key whose digest is below, which is in the build folder that they come from, and those of
+nobody else. Whoever has that file can make patches that they run.
+
+development sha256:${key_digest}
+")
+endif()
+file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/patch-key.txt" CONTENT "${key_text}" @ONLY)

@@ -90,7 +90,7 @@ function(tessel_executable name folder sources depends)
   if(WIN32)
     # A script may nest a thousand levels deep, and the default reserve is 1 MiB, an eighth of what
     # Linux gives.
-    target_link_options(${name} PRIVATE -Wl,--stack,16777216)
+    target_link_options(${name} PRIVATE -Wl,--stack,16777216 -Wl,--no-insert-timestamp)
   endif()
 endfunction()
 
@@ -98,7 +98,9 @@ function(tessel_program name)
   tessel_parse_sources(program ${ARGN})
   tessel_executable(${name} bin "${program_sources}" "${program_depends}")
   if(WIN32)
-    target_link_options(${name} PRIVATE -municode)
+    # The map tells scripts/package whose code is in the program.
+    file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/maps")
+    target_link_options(${name} PRIVATE -municode "-Wl,-Map,${PROJECT_BINARY_DIR}/maps/${name}.map")
     target_link_libraries(${name} PRIVATE tessel_version)
   endif()
   add_dependencies(programs ${name})
