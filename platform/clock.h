@@ -10,6 +10,10 @@ std::int64_t NowTicks();
 inline constexpr std::int64_t kTicksPerSecond = 10'000'000;
 // From 1601-01-01, where the times of files and of the registry begin.
 inline constexpr std::int64_t kTicksFrom1601To1970 = 116'444'736'000'000'000;
+// Now, counted from there.
+inline std::uint64_t FileTimeNow() {
+  return static_cast<std::uint64_t>(kTicksFrom1601To1970 + NowTicks());
+}
 
 struct LocalTime {
   int year;   // 2026

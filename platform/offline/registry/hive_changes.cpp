@@ -4,13 +4,6 @@
 #include "platform/offline/registry/hive.h"
 
 namespace platform::posix {
-namespace {
-
-std::uint64_t Now() {
-  return static_cast<std::uint64_t>(clock::kTicksFrom1601To1970 + clock::NowTicks());
-}
-
-}  // namespace
 
 // Others may have changed the hive since the key was found.
 Code Hive::BeginChange(KeyNode& key) {
@@ -42,7 +35,7 @@ Code Hive::Add(KeyNode& parent, cvn::StringView name, bool isVolatile, KeyPtr* a
     return code;
   }
   HiveImage::Cell cell = HiveImage::kNoCell;
-  code = image_->AddSubKey(parent.cell, name, 0, {}, Now(), &cell);
+  code = image_->AddSubKey(parent.cell, name, 0, {}, clock::FileTimeNow(), &cell);
   ++changes_;
   return code == kSuccess ? NodeAt(*keeper, cell, added) : code;
 }
@@ -59,7 +52,7 @@ Code Hive::Remove(KeyNode& key) {
   if (key.isVolatile) {
     key.parent->memory->subKeys.erase(Folded(key.name));
   } else {
-    code = image_->RemoveKey(key.cell, Now());
+    code = image_->RemoveKey(key.cell, clock::FileTimeNow());
   }
   if (code == kSuccess) {
     ++changes_;
@@ -89,7 +82,7 @@ Code Hive::SetValue(KeyNode& key, cvn::StringView name, std::uint32_t type,
     return code;
   }
   if (!key.isVolatile) {
-    return image_->SetValue(key.cell, name, type, data, Now());
+    return image_->SetValue(key.cell, name, type, data, clock::FileTimeNow());
   }
   SetInMemory(&MemoryOf(key), name, type, data);
   return kSuccess;
@@ -101,7 +94,7 @@ Code Hive::DeleteValue(KeyNode& key, cvn::StringView name) {
     return code;
   }
   if (!key.isVolatile) {
-    return image_->RemoveValue(key.cell, name, Now());
+    return image_->RemoveValue(key.cell, name, clock::FileTimeNow());
   }
   KeyMemory& memory = MemoryOf(key);
   const auto known = memory.ages.find(Folded(name));

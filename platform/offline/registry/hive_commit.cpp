@@ -28,10 +28,6 @@ Code Cut(int file, std::uint64_t size) {
   return ftruncate(file, static_cast<off_t>(size)) == 0 ? kSuccess : RegistryFault(errno);
 }
 
-std::uint64_t Now() {
-  return static_cast<std::uint64_t>(clock::kTicksFrom1601To1970 + clock::NowTicks());
-}
-
 }  // namespace
 
 Code HiveStore::BeginChange() {
@@ -145,7 +141,7 @@ Code HiveStore::DropOtherLogs() const {
 
 // A log of the old kind has one write, so that the primary file is brought up to date with each.
 Code HiveStore::LogOld() {
-  const std::uint64_t time = std::max(Now(), base_.Time() + 1);
+  const std::uint64_t time = std::max(clock::FileTimeNow(), base_.Time() + 1);
   const std::uint32_t number = number_ + 1;
   std::memcpy(pages_.Change(kFirstBinTime, sizeof(time)), &time, sizeof(time));
   BaseBlock dirty = InMemory();
@@ -191,7 +187,7 @@ Code HiveStore::WritePrimary() {
   }
   BaseBlock base = InMemory();
   base.SetNumbers(number_ + 1, number_ + 1);
-  base.SetTime(isOldLog_ ? base.Time() : Now());
+  base.SetTime(isOldLog_ ? base.Time() : clock::FileTimeNow());
   code = code == kSuccess ? WriteBase(base) : code;
   code = code == kSuccess ? Flush(file_.Get()) : code;
   isStale_ = isStale_ || code != kSuccess;

@@ -32,10 +32,6 @@ std::u16string FileName(cvn::StringView name) {
   return std::u16string(u"\\SystemRoot\\System32\\Config\\").append(name);
 }
 
-std::uint64_t Now() {
-  return static_cast<std::uint64_t>(clock::kTicksFrom1601To1970 + clock::NowTicks());
-}
-
 }  // namespace
 
 class NewHiveBytes : public HiveBytes {
@@ -65,7 +61,8 @@ class NewHiveBytes : public HiveBytes {
 
 NewHive::NewHive(const std::string& machineFolder, cvn::StringView name, HiveImage::Readers readers)
     : place_(FileIn(machineFolder, name)),
-      bytes_(std::make_unique<NewHiveBytes>(HiveImage::Empty(FileName(name), readers, Now()))),
+      bytes_(std::make_unique<NewHiveBytes>(
+          HiveImage::Empty(FileName(name), readers, clock::FileTimeNow()))),
       image_(bytes_.get()),
       code_(image_.Open()) {}
 
@@ -79,7 +76,7 @@ Code NewHive::Ensure(cvn::StringView path, HiveImage::Cell* key) {
     const HiveImage::Cell parent = *key;
     code = code == kSuccess ? image_.FindSubKey(parent, name, key) : code;
     if (code == kFileNotFound) {
-      code = image_.AddSubKey(parent, name, 0, {}, Now(), key);
+      code = image_.AddSubKey(parent, name, 0, {}, clock::FileTimeNow(), key);
     }
   }
   return code;
@@ -95,7 +92,7 @@ void NewHive::Set(cvn::StringView key, cvn::StringView name, std::uint32_t type,
   HiveImage::Cell cell = HiveImage::kNoCell;
   Keep(Ensure(key, &cell));
   if (code_ == kSuccess) {
-    Keep(image_.SetValue(cell, name, type, data, Now()));
+    Keep(image_.SetValue(cell, name, type, data, clock::FileTimeNow()));
   }
 }
 
