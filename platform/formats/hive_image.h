@@ -38,6 +38,7 @@ class HiveImage {
   static constexpr std::size_t kLongestKeyName = 255;  // all in UTF-16 units
   static constexpr std::size_t kLongestClassName = 32767;
   static constexpr std::size_t kLongestValueName = 16383;
+  static constexpr std::size_t kDeepestKey = 512;  // levels, the root's among them; Windows' limit
 
   struct KeyRecord {
     std::u16string name;  // may be empty, or hold zeros, in what others have written

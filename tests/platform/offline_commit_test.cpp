@@ -405,6 +405,39 @@ TEST_F(Commits, ChangeNothingWhereTheMachineIsAnother) {
   }
 }
 
+// What a hive refuses is known before anything has changed.
+TEST_F(Commits, ChangeNothingWhereAHiveCantFollow) {
+  const ChangeSet sound = changes_;
+  const auto expectRefusal = [&](const std::string& words) {
+    EXPECT_NE(Words(Apply(machine::kConflict)).find(words), std::string::npos) << words;
+    EXPECT_FALSE(IsStaged()) << words;
+    ExpectSame(seenBefore_, LookAt(tree_), words);
+    changes_ = sound;
+    EXPECT_TRUE(HasKeysOf(machine::Side::Before)) << words;
+  };
+  chmod(Hive().spelling.c_str(), 0444);
+  expectRefusal("is read-only");
+  chmod(Hive().spelling.c_str(), 0644);
+  std::u16string deep = u"Commits";
+  for (int level = 0; level < 511; ++level) {
+    deep += u"\\d";
+  }
+  const std::u16string longName = u"Commits\\" + std::u16string(256, u'n');
+  for (const auto& [path, words] :
+       {std::pair(std::u16string(u"Commits\\Missing\\New"), "has no key that a new one can be in"),
+        std::pair(deep, "can't have a key that deep"),
+        std::pair(longName, "can't have a key that deep, or of that name")}) {
+    changes_.keys.push_back({.hive = kHive,
+                             .path = cvn::StringView(path),
+                             .before = {},
+                             .after = machine::KeyState(),
+                             .values = {}});
+    expectRefusal(words);
+  }
+  Apply(kSuccess);
+  EXPECT_TRUE(CheckEnd("not refused"));
+}
+
 TEST_F(Commits, RefuseBytesThatAreOthers) {
   Write(after_ + "/changed.txt", "NEW");
   Apply(machine::kCorrupt);

@@ -55,6 +55,21 @@ cvn::StringView ProblemOf(Code code) {
   }
 }
 
+// Why a hive can't take changes that fit it otherwise; empty for another failure. It would stop the
+// commit in its middle.
+cvn::StringView KeyProblemOf(Code code) {
+  switch (code) {
+    case kAccessDenied:
+      return u"is read-only, or has a key that may not be deleted";
+    case kFileNotFound:
+      return u"has no key that a new one can be in";
+    case kInvalidParameter:
+      return u"can't have a key that deep, or of that name";
+    default:
+      return {};
+  }
+}
+
 // What an entry differs in apart from its bytes; empty for nothing.
 cvn::String DifferenceOf(const EntryState& found, const EntryState& expected) {
   if (found.kind != expected.kind) {
@@ -292,7 +307,12 @@ Code Comparison::CompareKeys(std::span<const machine::KeyChange> hive) {
     Add(cvn::Format(u"%s: %s", hive[index].hive, hive[index].path),
         u"is another key, or has other values");
   }
-  return kSuccess;
+  code = others.empty() ? TryKeyChanges(place, hive, machine::Side::After) : kSuccess;
+  if (const cvn::StringView problem = KeyProblemOf(code); !problem.empty()) {
+    Add(hive.front().hive, problem);
+    return kSuccess;
+  }
+  return code;
 }
 
 }  // namespace

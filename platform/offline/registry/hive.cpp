@@ -129,7 +129,7 @@ Code Hive::NodeAt(KeyNode& parent, HiveImage::Cell cell, KeyPtr* found) {
   if (code != kSuccess) {
     return code;
   }
-  if (parent.depth >= kDeepestKey) {
+  if (parent.depth >= HiveImage::kDeepestKey) {
     return kBadDatabase;
   }
   std::weak_ptr<KeyNode>& known = parent.known[Folded(record.name)];

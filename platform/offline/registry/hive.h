@@ -77,8 +77,6 @@ struct KeyNode : std::enable_shared_from_this<KeyNode> {
 // A hive in memory has a root that is volatile.
 class Hive {
  public:
-  static constexpr std::size_t kDeepestKey = 512;  // levels; a limit of Windows
-
   // A hive in memory.
   Hive();
   // The hive in this file, which is no link and is read when it is first asked for.

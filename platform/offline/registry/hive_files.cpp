@@ -6,14 +6,17 @@
 namespace platform::posix {
 namespace {
 
-// Opens the hive, and completes what `use` does with it.
+enum class Purpose { Look, Try, Change };
+
+// Opens the hive, and completes what `use` does with it; but of what is tried nothing stays.
 template <typename Use>
-Code WithHive(const HostPath& place, bool isChange, Use use) {
+Code WithHive(const HostPath& place, Purpose purpose, Use use) {
+  const bool isChange = purpose == Purpose::Change;
   HiveStore store(place);
   HiveImage image(&store.Pages());
   Code code = store.Enter(isChange);
-  if (code == kSuccess && isChange) {
-    code = store.BeginChange();
+  if (code == kSuccess && purpose != Purpose::Look) {
+    code = isChange ? store.BeginChange() : store.Writability();
   }
   code = code == kSuccess ? image.Open() : code;
   code = code == kSuccess ? use(&image) : code;
@@ -53,16 +56,23 @@ Code CompareHives(const HiveFiles& before, const HiveFiles& after, cvn::StringVi
   return code;
 }
 
+Code TryKeyChanges(const HostPath& hive, std::span<const machine::KeyChange> changes,
+                   machine::Side to) {
+  return WithHive(hive, Purpose::Try, [&](HiveImage* image) {
+    return ApplyToImage(changes, to, clock::FileTimeNow(), image);
+  });
+}
+
 Code ApplyKeyChanges(const HostPath& hive, std::span<const machine::KeyChange> changes,
                      machine::Side to) {
-  const auto time = static_cast<std::uint64_t>(clock::kTicksFrom1601To1970 + clock::NowTicks());
-  return WithHive(hive, true,
-                  [&](HiveImage* image) { return ApplyToImage(changes, to, time, image); });
+  return WithHive(hive, Purpose::Change, [&](HiveImage* image) {
+    return ApplyToImage(changes, to, clock::FileTimeNow(), image);
+  });
 }
 
 Code FindOtherKeys(const HostPath& hive, std::span<const machine::KeyChange> changes,
                    machine::Side side, std::vector<std::size_t>* others) {
-  return WithHive(hive, false, [&](HiveImage* image) {
+  return WithHive(hive, Purpose::Look, [&](HiveImage* image) {
     return FindOthersInImage(*image, changes, side, others);
   });
 }

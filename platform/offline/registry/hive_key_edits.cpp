@@ -55,7 +55,9 @@ class KeyEdits {
     const KeyState& state = *StateOf(change, to_);
     Cell key = HiveImage::kNoCell;
     Cell parent = HiveImage::kNoCell;
-    Code code = FindKey(image_, change.path, &key, &parent);
+    // The root is a level too.
+    const bool isTooDeep = NamesOf(change.path).size() >= HiveImage::kDeepestKey;
+    Code code = isTooDeep ? Code(kInvalidParameter) : FindKey(image_, change.path, &key, &parent);
     if (code == kFileNotFound && parent != HiveImage::kNoCell) {
       const cvn::StringView path = change.path;
       code = image_.AddSubKey(parent, path.substr(path.rfind(u'\\') + 1), 0, {}, time_, &key);

@@ -33,7 +33,7 @@ Code CreateMissing(const Lookup& lookup, const Names& names, bool isVolatile, Ke
   const auto isTooLong = [](cvn::StringView name) { return name.size() > kLongestKeyName; };
   const auto begin = names.begin() + static_cast<std::ptrdiff_t>(lookup.count);
   if (RegistrySpace::Get().IsFrame(lookup.end) || std::any_of(begin, names.end(), isTooLong) ||
-      lookup.end->depth + names.size() - lookup.count > Hive::kDeepestKey) {
+      lookup.end->depth + names.size() - lookup.count > HiveImage::kDeepestKey) {
     return kInvalidParameter;
   }
   Hive& hive = *lookup.end->hive;

@@ -79,10 +79,15 @@ Code CompareHives(const HiveFiles& before, const HiveFiles& after, cvn::StringVi
 
 // Brings keys to what they are on the side `to`, all or nothing: as one entry of the hive's log,
 // which reaches the disk, and then in the primary file. What is so already stays. 5 for a hive that
-// is read-only, and when a key that has to go has subkeys that `changes` doesn't name, 2 when one
-// has to come where its parent is missing, 1009 for a damaged hive, 112, 170.
+// is read-only, and when a key that has to go may not be deleted or has subkeys that `changes`
+// doesn't name, 2 when one has to come where its parent is missing, 87 for one that is too deep and
+// for a name that is none, 1009 for a damaged hive, 112, 170.
 Code ApplyKeyChanges(const HostPath& hive, std::span<const machine::KeyChange> changes,
                      machine::Side to);
+
+// Gives what ApplyKeyChanges would, but for failures of the disk, and changes nothing.
+Code TryKeyChanges(const HostPath& hive, std::span<const machine::KeyChange> changes,
+                   machine::Side to);
 
 // The indexes of those changes whose keys aren't in the hive as they are on `side`. A key that the
 // other side doesn't have has to have the values and subkeys that `changes` tells, and no more.
