@@ -142,6 +142,18 @@ TEST(HiveDifference, TellsWhatCameToAKeyThatIsToGo) {
   EXPECT_EQ(ApplyToImage(changes, Side::Before, 1, &after.image), kAccessDenied);
 }
 
+// Damage that both sides have is no likeness.
+TEST(HiveDifference, TakesNoDamagedSecurityForTheSame) {
+  TestHive before(HiveImage::Empty(u"test", HiveImage::Readers::All, 1));
+  HiveImage::KeyRecord root;
+  ASSERT_EQ(before.image.Read(before.image.Root(), &root), kSuccess);
+  before.bytes.bytes[kBaseSize + root.security + 4] = std::byte{'x'};
+  TestHive after(before.bytes.bytes);
+  ASSERT_EQ(after.image.SetValue(after.image.Root(), u"v", 1, {}, 1), kSuccess);
+  Changes changes;
+  EXPECT_EQ(CompareImages(before.image, after.image, u"C:\\hive", &changes), kBadDatabase);
+}
+
 // Whatever the bytes are, all ends, and in a while that belongs to their number.
 TEST(HiveDifference, EndsWithDamage) {
   Editor editor(1);

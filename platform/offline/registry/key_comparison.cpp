@@ -97,9 +97,12 @@ Code KeyComparison::CompareSecurity(const CellPair& keys, std::pair<Cell, Cell> 
   std::vector<std::byte> is;
   Code code = before_.ReadSecurity(keys.before, &was);
   code = code == kSuccess ? after_.ReadSecurity(keys.after, &is) : code;
+  if (code != kSuccess) {
+    return code;
+  }
   *isSame = was == is;
   sameSecurity_.emplace(cells, *isSame);
-  return code == kSuccess ? Take(was.size() + is.size()) : code;
+  return Take(was.size() + is.size());
 }
 
 Code KeyComparison::ListValues(const HiveImage& image, Cell key, std::vector<Value>* values) {
