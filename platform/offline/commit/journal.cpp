@@ -29,6 +29,7 @@ class Writer {
     bytes_.insert(bytes_.end(), bytes, bytes + sizeof(number));
   }
   void Flag(bool flag) { Number(static_cast<std::uint8_t>(flag)); }
+  void Kind(machine::EntryKind kind) { Number(kind); }
   template <typename Units>
   void Sequence(const Units& units) {
     Number(static_cast<std::uint64_t>(units.size()));
@@ -69,6 +70,11 @@ class Reader {
     std::uint8_t number = 0;
     Number(number);
     flag = number != 0;
+    isWhole_ = isWhole_ && number <= 1;
+  }
+  void Kind(machine::EntryKind& kind) {
+    Number(kind);
+    isWhole_ = isWhole_ && kind >= machine::EntryKind::File && kind <= machine::EntryKind::Link;
   }
   template <typename Units>
   void Sequence(Units& units) {
@@ -123,7 +129,7 @@ class Reader {
 
 template <typename Archive, typename State>
 void GoThroughState(Archive& archive, State& state) {
-  archive.Number(state.kind);
+  archive.Kind(state.kind);
   archive.Number(state.attributes);
   archive.Number(state.written);
   archive.Number(state.size);
@@ -192,6 +198,11 @@ bool AllStayBelow(const List& list) {
   return std::ranges::all_of(list, [](const auto& one) { return StaysBelow(one.path); });
 }
 
+bool IsOnMachine(const machine::KeyChange& change) {
+  std::string below;
+  return ToPathBelow(change.hive, &below);
+}
+
 }  // namespace
 
 std::vector<std::byte> WriteJournal(const CommitPlan& plan) {
@@ -226,7 +237,8 @@ Code ReadJournal(std::span<const std::byte> bytes, CommitPlan* plan) {
   GoThrough(reader, *plan);
   const bool isSound = reader.IsWhole() && AllStayBelow(plan->opened) &&
                        AllStayBelow(plan->departures) && AllStayBelow(plan->arrivals) &&
-                       AllStayBelow(plan->rewrites) && AllStayBelow(plan->settled);
+                       AllStayBelow(plan->rewrites) && AllStayBelow(plan->settled) &&
+                       std::ranges::all_of(plan->keys, IsOnMachine);
   return isSound ? kSuccess : machine::kCorrupt;
 }
 
