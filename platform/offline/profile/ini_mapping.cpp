@@ -20,10 +20,16 @@ cvn::String Below(cvn::StringView path, cvn::StringView name) {
   return below;
 }
 
+// What is damaged, or can't be read at all, maps nothing; what is only busy may do so.
+Code Judged(Code code) { return code == kBusy ? code : kSuccess; }
+
 // The text of a value that names a place. An empty one names none.
-std::optional<std::u16string> PlaceIn(cvn::StringView key, cvn::StringView name) {
-  std::optional<std::u16string> place = ReadText(Root::LocalMachine, key, name);
-  return place && !place->empty() ? place : std::nullopt;
+Code FindPlace(cvn::StringView key, cvn::StringView name, std::optional<std::u16string>* place) {
+  const Code code = ReadText(Root::LocalMachine, key, name, place);
+  if (*place && (*place)->empty()) {
+    place->reset();
+  }
+  return Judged(code);
 }
 
 // A place as values of IniFileMapping have it: "!#@SYS:path", with or without marks, or "USR:path".
@@ -52,38 +58,58 @@ std::optional<IniMapping> ParsePlace(cvn::StringView place) {
   return mapping;
 }
 
-bool IsKey(cvn::StringView path) {
+Code FindKey(cvn::StringView path, bool* isThere) {
   registry::Key key;
-  return registry::OpenKey(registry::Key(Root::LocalMachine), path, registry::kQueryValue, &key) ==
-         kSuccess;
+  const Code code =
+      registry::OpenKey(registry::Key(Root::LocalMachine), path, registry::kQueryValue, &key);
+  *isThere = code == kSuccess;
+  return Judged(code);
+}
+
+// The mapping of a section that has a key of its own.
+Code FindInSection(cvn::StringView section, cvn::StringView key,
+                   std::optional<IniMapping>* mapping) {
+  std::optional<std::u16string> place;
+  Code code = FindPlace(section, key, &place);
+  if (code == kSuccess && !place) {
+    code = FindPlace(section, u"", &place);
+  }
+  *mapping = place ? ParsePlace(*place) : std::nullopt;
+  return code;
 }
 
 }  // namespace
 
-std::optional<IniMapping> FindIniMapping(cvn::StringView file, cvn::StringView section,
-                                         cvn::StringView key) {
+Code FindIniMapping(cvn::StringView file, cvn::StringView section, cvn::StringView key,
+                    std::optional<IniMapping>* mapping) {
   constexpr cvn::StringView kMappings =
       u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\IniFileMapping";
   const cvn::StringView name = paths::FindFileName(file);
   const cvn::String ofFile = Below(kMappings, name);
   const cvn::String ofSection = Below(ofFile, section);
-  if (name.empty() || name.ends_with(u'\\') || !IsKey(ofFile)) {
-    return std::nullopt;
+  mapping->reset();
+  bool isKey = false;
+  const bool isName = !name.empty() && !name.ends_with(u'\\');
+  Code code = isName ? FindKey(ofFile, &isKey) : kSuccess;
+  if (code != kSuccess || !isKey) {
+    return code;
   }
-  if (const auto place = PlaceIn(ofFile, section)) {
-    return ParsePlace(*place);
+  std::optional<std::u16string> place;
+  code = FindPlace(ofFile, section, &place);
+  if (code != kSuccess || place) {
+    *mapping = place ? ParsePlace(*place) : std::nullopt;
+    return code;
   }
-  if (IsKey(ofSection)) {
-    auto place = PlaceIn(ofSection, key);
-    place = place ? place : PlaceIn(ofSection, u"");
-    return place ? ParsePlace(*place) : std::nullopt;
+  code = FindKey(ofSection, &isKey);
+  if (code != kSuccess || isKey) {
+    return isKey ? FindInSection(ofSection, key, mapping) : code;
   }
-  const auto place = PlaceIn(ofFile, u"");
-  std::optional<IniMapping> mapping = place ? ParsePlace(*place) : std::nullopt;
-  if (mapping) {
-    mapping->path = Below(mapping->path, section);
+  code = FindPlace(ofFile, u"", &place);
+  *mapping = place ? ParsePlace(*place) : std::nullopt;
+  if (*mapping) {
+    (*mapping)->path = Below((*mapping)->path, section);
   }
-  return mapping;
+  return code;
 }
 
 std::optional<cvn::String> ReadMapped(const IniMapping& mapping, cvn::StringView key) {

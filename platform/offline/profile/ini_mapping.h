@@ -19,9 +19,9 @@ struct IniMapping {
 };
 
 // The mapping of a key of the file, which counts by its name alone. Nothing when the file itself is
-// meant.
-std::optional<IniMapping> FindIniMapping(cvn::StringView file, cvn::StringView section,
-                                         cvn::StringView key);
+// meant. 170 when others have the registry for too long.
+Code FindIniMapping(cvn::StringView file, cvn::StringView section, cvn::StringView key,
+                    std::optional<IniMapping>* mapping);
 
 // The value of the key that is mapped; nothing when there is none, or one that isn't text.
 std::optional<cvn::String> ReadMapped(const IniMapping& mapping, cvn::StringView key);

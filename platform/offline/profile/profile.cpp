@@ -152,7 +152,8 @@ cvn::String ReadString(cvn::StringView section, cvn::StringView key, cvn::String
   section = UpToZero(section);
   key = UpToZero(key);
   const Code lastError = LastError();
-  const auto mapping = posix::FindIniMapping(UpToZero(path), section, key);
+  std::optional<posix::IniMapping> mapping;
+  IgnoreError(posix::FindIniMapping(UpToZero(path), section, key, &mapping));  // then the file
   std::optional<cvn::String> found = mapping ? posix::ReadMapped(*mapping, key) : std::nullopt;
   if (!found && !(mapping && mapping->hidesFile)) {
     found = ReadFromFile(section, key, path);
@@ -173,8 +174,11 @@ Code WriteString(cvn::StringView section, cvn::StringView key, cvn::StringView v
   section = UpToZero(section);
   key = UpToZero(key);
   value = UpToZero(value);
-  const auto mapping = posix::FindIniMapping(UpToZero(path), section, key);
-  const Code code = mapping ? posix::WriteMapped(*mapping, key, value) : kSuccess;
+  std::optional<posix::IniMapping> mapping;
+  Code code = posix::FindIniMapping(UpToZero(path), section, key, &mapping);
+  if (code == kSuccess && mapping) {
+    code = posix::WriteMapped(*mapping, key, value);
+  }
   if (code != kSuccess) {
     return posix::Fail(code);
   }

@@ -62,7 +62,7 @@ Code HiveStore::Enter(bool alone) {
   if (code != kSuccess) {
     Leave();
   }
-  return code;
+  return code == kSuccess && !IsEntered() ? Code(kBusy) : code;
 }
 
 // Readers open the file for reading alone: below an overlay, what is opened for writing is copied.
@@ -84,7 +84,11 @@ Code HiveStore::Open(bool forWriting) {
     file_.Reset(-1);
     return code;
   }
-  return S_ISREG(status.st_mode) ? kSuccess : kBadDatabase;
+  if (!S_ISREG(status.st_mode)) {
+    file_.Reset(-1);
+    return kBadDatabase;
+  }
+  return kSuccess;
 }
 
 Code HiveStore::TakeLock(Lock wanted) {

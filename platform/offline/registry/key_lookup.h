@@ -36,12 +36,16 @@ struct Lookups {
         second(LookUp(from.keys.second, names, link)),
         hasSecond(from.keys.second != nullptr) {}
 
-  bool IsFound() const { return first.code == kSuccess || second.code == kSuccess; }
-  Code Failure() const { return hasSecond ? second.code : first.code; }
+  bool IsFound() const { return !IsBusy() && (first.code == kSuccess || second.code == kSuccess); }
+  Code Failure() const { return IsBusy() ? Code(kBusy) : (hasSecond ? second.code : first.code); }
   KeyPair Found() const {
     return {first.code == kSuccess ? first.end : nullptr,
             second.code == kSuccess ? second.end : nullptr};
   }
+
+ private:
+  // What others have for too long may be there: one key can't stand for both then.
+  bool IsBusy() const { return first.code == kBusy || second.code == kBusy; }
 };
 
 // Makes the keys that are missing at the end of a lookup that gave 2.

@@ -24,6 +24,9 @@ namespace platform::posix {
 // The text of a value, as it is stored. Nothing when there is none, or one that isn't text.
 std::optional<std::u16string> ReadText(registry::Root root, cvn::StringView path,
                                        cvn::StringView name);
+// The same, with why it couldn't be read; that there is none is no failure.
+Code ReadText(registry::Root root, cvn::StringView path, cvn::StringView name,
+              std::optional<std::u16string>* text);
 
 class NewHiveBytes;
 

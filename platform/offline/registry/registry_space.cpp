@@ -129,7 +129,9 @@ Code RegistrySpace::Open(registry::Root root, KeyPair* keys) {
 
 Code RegistrySpace::OpenCurrentUser(KeyPtr* key) {
   if (geteuid() != 0) {
-    AddProfiles();
+    if (const Code code = AddProfiles(); code != kSuccess) {
+      return code;
+    }
   }
   *key = currentUser_ == nullptr ? default_ : currentUser_;
   return *key == nullptr ? kFileNotFound : Enter(key);
@@ -147,6 +149,9 @@ Code RegistrySpace::OpenClasses(KeyPair* keys) {
   const Code machineCode = Walk(machine_, u"SOFTWARE\\Classes", &keys->second);
   if (machineCode != kSuccess) {
     keys->second = nullptr;
+  }
+  if (code == kBusy || machineCode == kBusy) {
+    return kBusy;
   }
   return keys->first != nullptr ? kSuccess : machineCode;
 }
@@ -182,7 +187,9 @@ Code RegistrySpace::Go(KeyPtr from, std::span<const cvn::StringView> names, KeyP
 // Goes on to what stands in the place of a key.
 Code RegistrySpace::Enter(KeyPtr* key) {
   if (*key == users_) {
-    AddProfiles();
+    if (const Code code = AddProfiles(); code != kSuccess) {
+      return code;
+    }
   }
   if ((*key)->isLink) {
     return FollowLink(**key, key);
@@ -242,14 +249,18 @@ void RegistrySpace::AddControlSetLinks(const KeyPtr& root) {
   }
 }
 
-void RegistrySpace::AddProfiles() {
+// 170 when others have the list of them for too long: whose a key is must not depend on that. A
+// machine whose list is missing or damaged has none.
+Code RegistrySpace::AddProfiles() {
   if (std::exchange(hasProfiles_, true)) {
-    return;
+    return kSuccess;
   }
   KeyPtr list;
-  if (Walk(machine_, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList", &list) !=
-      kSuccess) {
-    return;
+  const Code code =
+      Walk(machine_, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList", &list);
+  if (code != kSuccess) {
+    hasProfiles_ = code != kBusy;
+    return code == kBusy ? code : kSuccess;
   }
   std::u16string sid;
   for (std::uint32_t index = 0; list->hive->SubKeyNameAt(*list, index, &sid) == kSuccess; ++index) {
@@ -262,6 +273,7 @@ void RegistrySpace::AddProfiles() {
       AddProfile(sid, environment::Expand(*folder).value_or(cvn::String()));
     }
   }
+  return kSuccess;
 }
 
 void RegistrySpace::AddProfile(const std::u16string& sid, cvn::StringView folder) {
@@ -279,7 +291,7 @@ void RegistrySpace::AddProfile(const std::u16string& sid, cvn::StringView folder
 }
 
 std::vector<std::string> RegistrySpace::Files() {
-  AddProfiles();
+  IgnoreError(AddProfiles());
   // What can't be read has no profiles.
   IgnoreError(EndStep(kSuccess));
   std::vector<std::string> files;

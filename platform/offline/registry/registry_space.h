@@ -81,7 +81,7 @@ class RegistrySpace {
 
   KeyPtr AddHive(KeyNode& parent, cvn::StringView name, Mount::Kind kind,
                  cvn::StringView machinePath);
-  void AddProfiles();
+  Code AddProfiles();
   void AddProfile(const std::u16string& sid, cvn::StringView folder);
   void AddLinks(const Mount& mount, const KeyPtr& root);
   void AddControlSetLinks(const KeyPtr& root);

@@ -11,10 +11,19 @@ Code ReadValue(registry::Root root, cvn::StringView path, cvn::StringView name, 
   return code == kSuccess ? registry::QueryValue(key, name, &value->type, &value->bytes) : code;
 }
 
+Code ReadText(registry::Root root, cvn::StringView path, cvn::StringView name,
+              std::optional<std::u16string>* text) {
+  ValueData value;
+  const Code code = ReadValue(root, path, name, &value);
+  *text = code == kSuccess ? value.Text() : std::nullopt;
+  return code == kFileNotFound ? kSuccess : code;
+}
+
 std::optional<std::u16string> ReadText(registry::Root root, cvn::StringView path,
                                        cvn::StringView name) {
-  ValueData value;
-  return ReadValue(root, path, name, &value) == kSuccess ? value.Text() : std::nullopt;
+  std::optional<std::u16string> text;
+  IgnoreError(ReadText(root, path, name, &text));
+  return text;
 }
 
 }  // namespace platform::posix
