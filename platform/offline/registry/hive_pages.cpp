@@ -129,7 +129,7 @@ std::byte* HivePages::Change(std::uint32_t offset, std::uint32_t size) {
 }
 
 Code HivePages::Grow(std::uint32_t size) {
-  if (size > kReserved - kPage - size_) {
+  if (size_ + size > kReserved - kPage) {
     return kDiskFull;
   }
   marks_.reserve((size_ + size) / kPage);

@@ -60,8 +60,8 @@ bool IsOnMachine(cvn::StringView native) {
 }
 
 // Adds a pair to the session manager's list; an empty `to` deletes. 17 when a path is one of the
-// host. A list ends with an empty text, but there are others
-// in it too: each deletion is a path and an empty text.
+// host. A list ends with an empty text, but there are others in it too: each deletion is a path and
+// an empty text.
 Code AppendPair(cvn::StringView from, cvn::StringView to, bool replace = false) {
   if (!IsOnMachine(from) || !(to.empty() || IsOnMachine(to))) {
     return kNotSameDevice;
