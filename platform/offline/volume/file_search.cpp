@@ -9,16 +9,15 @@
 #include <cerrno>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "platform/formats/names.h"
 #include "platform/formats/short_name.h"
 #include "platform/formats/wildcards.h"
 #include "platform/formats/windows_path.h"
-#include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_time.h"
 #include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/folder_listing.h"
 #include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/volume.h"
 
@@ -72,139 +71,6 @@ Code FindFolder(cvn::StringView path, HostPath* host) {
   }
   return code == kFileNotFound ? kPathNotFound : code;
 }
-
-// The names in a folder that a pattern matches, in the order in which Windows has them. All text
-// stands in two buffers, so that a name costs no memory of its own.
-class Listing {
- public:
-  struct Item {
-    std::string_view name;
-    unsigned char type = DT_UNKNOWN;
-  };
-
-  // `withShort` tells that short names count as well.
-  Code Read(int folder, bool withDots, bool withShort, posix::Pattern pattern) {
-    const posix::DirectoryStream stream = posix::OpenDirectory({folder, "."}, 0);
-    if (stream == nullptr) {
-      return CodeOf(errno);
-    }
-    // NTFS lists both of them when the pattern matches the first. "..<" matches the second alone,
-    // and lists neither.
-    if (withDots && pattern.Matches(u".")) {
-      Add(".", DT_DIR);
-      Add("..", DT_DIR);
-    }
-    const std::size_t sorted = items_.size();
-    for (;;) {
-      errno = 0;
-      const dirent* entry = readdir(stream.get());
-      if (entry == nullptr) {
-        break;
-      }
-      const std::string_view name = entry->d_name;
-      if (name == "." || name == "..") {
-        continue;
-      }
-      bool matches = pattern.Matches(Fold(name));
-      if (!matches && withShort) {
-        const auto shortName = posix::ShortNameOf({folder, entry->d_name});
-        matches = shortName && pattern.Matches(*shortName);
-      }
-      if (matches) {
-        Add(name, entry->d_type);
-      }
-    }
-    if (errno != 0) {
-      return CodeOf(errno);
-    }
-    Sort(sorted);
-    return kSuccess;
-  }
-
-  std::optional<Item> Next() {
-    if (next_ == items_.size()) {
-      return std::nullopt;
-    }
-    const Stored& item = items_[next_++];
-    return Item{NameOf(item), item.type};
-  }
-
- private:
-  struct Stored {
-    std::size_t name;
-    std::size_t fold;
-    std::uint64_t key;  // what follows the part that all names begin with, most significant first
-    std::uint16_t nameLength;
-    std::uint16_t foldLength;
-    unsigned char type;
-  };
-
-  // Puts the upper-case form after all others, where it stays if the name is added.
-  cvn::StringView Fold(std::string_view name) {
-    folds_.resize(foldsUsed_);
-    isAscii_ = isAscii_ && posix::IsAscii(name);
-    posix::AppendFolded(name, &folds_);
-    return cvn::StringView(folds_).substr(foldsUsed_);
-  }
-
-  void Add(std::string_view name, unsigned char type) {
-    items_.push_back({names_.size(), foldsUsed_, 0, static_cast<std::uint16_t>(name.size()),
-                      static_cast<std::uint16_t>(folds_.size() - foldsUsed_), type});
-    names_ += name;
-    foldsUsed_ = folds_.size();
-  }
-
-  std::string_view NameOf(const Stored& item) const {
-    return std::string_view(names_).substr(item.name, item.nameLength);
-  }
-
-  cvn::StringView FoldOf(const Stored& item) const {
-    return cvn::StringView(folds_).substr(item.fold, item.foldLength);
-  }
-
-  // How many units all the names from `first` on begin with.
-  std::size_t CommonLength(std::size_t first) const {
-    cvn::StringView common = FoldOf(items_[first]);
-    for (std::size_t i = first + 1; i < items_.size() && !common.empty(); ++i) {
-      const cvn::StringView fold = FoldOf(items_[i]);
-      const auto end = std::mismatch(common.begin(), common.end(), fold.begin(), fold.end()).first;
-      common = common.substr(0, static_cast<std::size_t>(end - common.begin()));
-    }
-    return common.size();
-  }
-
-  // Sorts the items from `first` on. Most pairs are told apart by their keys.
-  void Sort(std::size_t first) {
-    if (first == items_.size()) {
-      return;
-    }
-    const std::size_t common = CommonLength(first);
-    const unsigned bits = isAscii_ ? 8 : 16;
-    const std::size_t count = 64 / bits;
-    for (std::size_t i = first; i < items_.size(); ++i) {
-      const cvn::StringView rest = FoldOf(items_[i]).substr(common);
-      for (std::size_t unit = 0; unit < count; ++unit) {
-        items_[i].key = items_[i].key << bits | (unit < rest.size() ? rest[unit] : u'\0');
-      }
-    }
-    std::sort(items_.begin() + static_cast<std::ptrdiff_t>(first), items_.end(),
-              [this](const Stored& left, const Stored& right) {
-                return left.key != right.key ? left.key < right.key : IsBefore(left, right);
-              });
-  }
-
-  bool IsBefore(const Stored& left, const Stored& right) const {
-    const int order = FoldOf(left).compare(FoldOf(right));
-    return order != 0 ? order < 0 : posix::ToWide(NameOf(left)) < posix::ToWide(NameOf(right));
-  }
-
-  std::string names_;
-  std::u16string folds_;
-  std::size_t foldsUsed_ = 0;
-  bool isAscii_ = true;
-  std::vector<Stored> items_;
-  std::size_t next_ = 0;
-};
 
 }  // namespace
 
@@ -262,7 +128,7 @@ std::uint64_t SearchEntry::LastWriteTime() const {
 }
 
 struct Search::State {
-  Listing listing;
+  posix::FolderListing listing;
   std::shared_ptr<const SearchedFolder> folder;
 
   // Gives what a folder's listing says; `status` when that is known already.
@@ -292,7 +158,7 @@ struct Search::State {
     const bool withShort = !pattern.MatchesAll() && posix::MayMatchShortForm(text) &&
                            fstat(searched, &status) == 0 &&
                            posix::VolumesWithShortNames().Has(searched, status);
-    return listing.Read(searched, !host.isRoot, withShort, pattern);
+    return listing.Read(searched, {.withDots = !host.isRoot, .withShortNames = withShort}, pattern);
   }
 
   Code FirstOfMany(cvn::StringView path, const Place& place, SearchEntry* entry) {
@@ -316,7 +182,7 @@ struct Search::State {
     if (code != kSuccess) {
       return code;
     }
-    const std::optional<Listing::Item> item = listing.Next();
+    const std::optional<posix::FolderListing::Item> item = listing.Next();
     if (!item) {
       return kFileNotFound;
     }
@@ -389,7 +255,7 @@ Code Search::First(cvn::StringView path, SearchEntry* entry) {
 }
 
 Code Search::Next(SearchEntry* entry) {
-  const std::optional<Listing::Item> item =
+  const std::optional<posix::FolderListing::Item> item =
       state_ == nullptr ? std::nullopt : state_->listing.Next();
   if (!item) {
     return Fail(kNoMoreFiles);
