@@ -3,13 +3,11 @@
 #include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <span>
 #include <string_view>
 #include <utility>
 
@@ -19,6 +17,7 @@
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_time.h"
 #include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/extended_attributes.h"
 #include "platform/offline/volume/volume.h"
 #include "support/format.h"
 #include "support/utf.h"
@@ -37,57 +36,32 @@ constexpr const char* kUnlistedDescriptor = "system.ntfs_acl";
 // The names of a file's extended attributes, and of one that a volume with NTFS has without listing
 // it.
 Code ListNames(int file, std::vector<std::string>* names) {
-  std::string list;
-  ssize_t length = flistxattr(file, nullptr, 0);
-  if (length > 0) {  // most files have none
-    list.resize(XATTR_LIST_MAX);
-    length = flistxattr(file, list.data(), list.size());
-  }
-  if (length < 0 && errno != EOPNOTSUPP) {
-    return CodeOf(errno, kReadFault);
-  }
-  list.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-  for (std::string_view rest = list; !rest.empty();) {
-    const std::string_view name = rest.substr(0, rest.find('\0'));
-    if (IsOfState(name) && name != kUnlistedDescriptor) {
-      names->emplace_back(name);
-    }
-    rest.remove_prefix(std::min(name.size() + 1, rest.size()));
-  }
+  const Code code = ListExtended(file, names);
+  std::erase_if(*names, [](const std::string& name) {
+    return !IsOfState(name) || name == kUnlistedDescriptor;
+  });
   names->emplace_back(kUnlistedDescriptor);
   std::ranges::sort(*names);
-  return kSuccess;
+  return code;
 }
 
-Code ReadExtended(int file, EntryState* state) {
+Code ReadAllExtended(int file, EntryState* state) {
   std::vector<std::string> names;
-  const Code listed = ListNames(file, &names);
-  if (listed != kSuccess) {
-    return listed;
-  }
+  Code code = ListNames(file, &names);
   std::size_t total = 0;
   std::vector<std::byte> value;
-  for (std::string& name : names) {
-    ssize_t size = fgetxattr(file, name.c_str(), nullptr, 0);
-    if (size > 0) {
-      value.resize(XATTR_SIZE_MAX);
-      size = fgetxattr(file, name.c_str(), value.data(), value.size());
+  for (auto name = names.begin(); code == kSuccess && name != names.end(); ++name) {
+    bool isThere = false;
+    code = ReadExtended(file, name->c_str(), &value, &isThere);
+    total += value.size();
+    if (code == kSuccess && total > kMostExtended) {
+      code = kFileTooLarge;
     }
-    if (size < 0 && errno != ENODATA && errno != EOPNOTSUPP) {
-      return CodeOf(errno, kReadFault);
+    if (code == kSuccess && isThere) {
+      state->extended.emplace_back(std::move(*name), std::move(value));
     }
-    if (size < 0) {
-      continue;
-    }
-    total += static_cast<std::size_t>(size);
-    if (total > kMostExtended) {
-      return kFileTooLarge;
-    }
-    const auto bytes = std::span(value).first(static_cast<std::size_t>(size));
-    state->extended.emplace_back(std::move(name),
-                                 std::vector<std::byte>(bytes.begin(), bytes.end()));
   }
-  return kSuccess;
+  return code;
 }
 
 Code ReadLink(FileAt link, EntryState* state) {
@@ -109,7 +83,7 @@ Code ReadNode(int file, const struct stat& status, EntryState* state) {
   state->size = isFolder ? 0 : static_cast<std::uint64_t>(status.st_size);
   state->mode = status.st_mode & kPermissions;
   const Code code = ReadAttributes(file, status, &state->attributes);
-  return code == kSuccess ? ReadExtended(file, state) : code;
+  return code == kSuccess ? ReadAllExtended(file, state) : code;
 }
 
 }  // namespace

@@ -1,23 +1,21 @@
 #include "platform/offline/volume/volume.h"
 
 #include <fcntl.h>
-#include <linux/limits.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
+#include "platform/offline/volume/extended_attributes.h"
 #include "platform/offline/volume/ntfs_security.h"
 
 namespace platform::posix {
 namespace {
-
-using namespace std::string_view_literals;
 
 constexpr mode_t kPermissions = 07777;
 
@@ -26,42 +24,33 @@ bool IsUsers(std::string_view name) { return name.starts_with("user."); }
 // The attributes of Windows are none, where they are kept in the same way.
 bool IsStream(std::string_view name) { return IsUsers(name) && name != "user.DOSATTRIB"; }
 
-// The names, each with a zero after it. Most files have none.
-Code ListExtended(int file, std::string* names) {
-  ssize_t length = flistxattr(file, nullptr, 0);
-  if (length > 0) {
-    names->resize(XATTR_LIST_MAX);
-    length = flistxattr(file, names->data(), names->size());
-  }
-  if (length < 0 && errno != EOPNOTSUPP) {
-    return errno == E2BIG ? kCantAccessFile : CodeOf(errno, kReadFault);
-  }
-  names->resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-  return kSuccess;
-}
-
-Code CopyExtended(int from, const char* name, int to, std::vector<char>* value) {
-  value->resize(XATTR_SIZE_MAX);
-  const ssize_t size = fgetxattr(from, name, value->data(), value->size());
-  if (size < 0) {
-    const bool isNone = errno == ENODATA || errno == EOPNOTSUPP;
-    return isNone ? kSuccess : errno == E2BIG ? kCantAccessFile : CodeOf(errno, kReadFault);
-  }
-  if (fsetxattr(to, name, value->data(), static_cast<std::size_t>(size), 0) == 0 ||
+// What the file doesn't have, or the other volume can't keep, is left out.
+Code CopyExtended(int from, const char* name, int to) {
+  std::vector<std::byte> value;
+  bool isThere = false;
+  const Code code = ReadExtended(from, name, &value, &isThere);
+  if (code != kSuccess || !isThere || fsetxattr(to, name, value.data(), value.size(), 0) == 0 ||
       errno == EOPNOTSUPP) {
-    return kSuccess;
+    return code;
   }
   const bool isDenied = errno == EPERM || errno == EACCES;
   return isDenied && !IsUsers(name) ? kSuccess : CodeOf(errno, kWriteFault);
 }
 
-// Calls `act` with each of the names that `isMeant` accepts, until it gives another code than 0.
-template <typename IsMeant, typename Act>
-Code ForEach(const std::string& names, IsMeant isMeant, Act act) {
+// Calls `act` with each of the names until it gives another code than 0.
+template <typename Act>
+Code ForEach(const std::vector<std::string>& names, Act act) {
   Code code = kSuccess;
-  for (std::size_t at = 0; code == kSuccess && at < names.size(); at = names.find('\0', at) + 1) {
-    code = isMeant(&names[at]) ? act(&names[at]) : kSuccess;
+  for (auto name = names.begin(); code == kSuccess && name != names.end(); ++name) {
+    code = act(name->c_str());
   }
+  return code;
+}
+
+// The names of its streams.
+Code ListStreams(int file, std::vector<std::string>* names) {
+  const Code code = ListExtended(file, names);
+  std::erase_if(*names, [](const std::string& name) { return !IsStream(name); });
   return code;
 }
 
@@ -80,17 +69,18 @@ Code CopyPermissions(const struct stat& entry, int to) {
 
 Code CopyMetadata(int from, const struct stat& entry, int to, Streams streams) {
   const char* descriptor = DescriptorAttribute(from, entry.st_dev);
-  std::string names;
-  std::vector<char> value;
-  const auto copy = [&](const char* name) { return CopyExtended(from, name, to, &value); };
+  std::vector<std::string> names;
+  const auto copy = [from, to](const char* name) { return CopyExtended(from, name, to); };
   Code code = ListExtended(from, &names);
+  if (streams == Streams::Leave) {
+    std::erase_if(names, IsStream);
+  }
   if (descriptor != nullptr) {
     // Drivers for NTFS don't list these. The time of creation is ntfs-3g's only.
-    names.append("system.ntfs_attrib_be\0system.ntfs_crtime\0"sv);
+    names.insert(names.end(), {"system.ntfs_attrib_be", "system.ntfs_crtime"});
   }
   if (code == kSuccess) {
-    code = ForEach(
-        names, [&](const char* name) { return streams == Streams::Keep || !IsStream(name); }, copy);
+    code = ForEach(names, copy);
   }
   // EINVAL: an owner that a user namespace shows, but can't give.
   if (code == kSuccess && fchown(to, entry.st_uid, entry.st_gid) != 0 && errno != EPERM &&
@@ -111,25 +101,24 @@ Code CopyMetadata(const HostPath& from, int to, Streams streams) {
 
 Code CopyStreams(int from, int to) {
   struct stat target {};
-  std::string names;
-  std::vector<char> value;
-  const Code code = fstat(to, &target) == 0 ? ListExtended(from, &names) : CodeOf(errno);
+  std::vector<std::string> names;
+  const Code code = fstat(to, &target) == 0 ? ListStreams(from, &names) : CodeOf(errno);
   const auto copy = [&](const char* name) {
-    const Code copied = CopyExtended(from, name, to, &value);
+    const Code copied = CopyExtended(from, name, to);
     // Other volumes have no streams, and little room for these.
     return DescriptorAttribute(to, target.st_dev) == nullptr ? kSuccess : copied;
   };
-  return code == kSuccess ? ForEach(names, IsStream, copy) : code;
+  return code == kSuccess ? ForEach(names, copy) : code;
 }
 
 Code RemoveStreams(int file) {
-  std::string names;
-  const Code code = ListExtended(file, &names);
+  std::vector<std::string> names;
+  const Code code = ListStreams(file, &names);
   const auto remove = [file](const char* name) {
     const bool isGone = fremovexattr(file, name) == 0 || errno == ENODATA;
     return isGone ? kSuccess : CodeOf(errno, kWriteFault);
   };
-  return code == kSuccess ? ForEach(names, IsStream, remove) : code;
+  return code == kSuccess ? ForEach(names, remove) : code;
 }
 
 }  // namespace platform::posix

@@ -187,7 +187,8 @@ Code RemoveStreams(int file);
 // Tells what there is under a name; a link is not followed. `digest` stays empty. Of the extended
 // attributes it leaves out what an overlay keeps for itself, what the host's security modules do,
 // and other views of what stands elsewhere. 2 when there is nothing, files::kNoRegularFile for a
-// pipe, a socket or a device, 223 when there is more in extended attributes than is kept of them.
+// pipe, a socket or a device, 223 when there is more in extended attributes than is kept of them,
+// 1920 for one that is too large to be read.
 // Into `*opened`, when it isn't null, goes the file or folder itself, open for reading.
 Code ReadEntryStatus(FileAt entry, machine::EntryState* state, files::File* opened = nullptr);
 
