@@ -8,6 +8,7 @@
 #include "platform/private_file.h"
 
 namespace platform {
+
 Code ReadWholeFile(cvn::StringView path, std::string* bytes) {
   files::File file;
   const Code code = files::Open(path, files::Access::Read, files::Share::Read,

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/linux/file_names.h"
+#include "platform/linux/same_file.h"
 
 namespace platform::posix {
 namespace {
@@ -86,7 +87,7 @@ std::string PathOf(int descriptor) {
   struct stat opened {};
   struct stat named {};
   const bool isThere = fstat(descriptor, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
-                       opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+                       IsSameFile(opened, named);
   return isThere ? path : std::string();
 }
 

@@ -13,6 +13,7 @@
 
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_names.h"
+#include "platform/linux/same_file.h"
 #include "platform/offline/process/file_place.h"
 #include "platform/offline/volume/volume.h"
 #include "platform/process.h"
@@ -107,7 +108,7 @@ bool IsInTrustedFolder(int file, const FilePlace& place) {
   struct stat found {};
   struct stat judged {};
   return at.Get() >= 0 && fstat(at.Get(), &found) == 0 && fstat(file, &judged) == 0 &&
-         found.st_dev == judged.st_dev && found.st_ino == judged.st_ino;
+         IsSameFile(found, judged);
 }
 
 // Whether what the way of `path` led to is the volume's.

@@ -11,13 +11,10 @@
 
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_lock.h"
+#include "platform/linux/same_file.h"
 
 namespace platform::posix {
 namespace {
-
-bool IsSameFile(const struct stat& left, const struct stat& right) {
-  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
-}
 
 bool IsSame(const timespec& left, const timespec& right) {
   return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <string_view>
 
+#include "platform/linux/same_file.h"
+
 namespace platform::posix {
 namespace {
 
@@ -78,7 +80,7 @@ int ViewSpaces::Reopen(const std::string& path, int known, Descriptor* folder) c
   if (folder->Get() < 0 || fstat(folder->Get(), &now) != 0 || fstat(known, &before) != 0) {
     return errno;
   }
-  return before.st_dev == now.st_dev && before.st_ino == now.st_ino ? 0 : ESTALE;
+  return IsSameFile(before, now) ? 0 : ESTALE;
 }
 
 int ViewSpaces::ReopenBoth(Descriptor* machine, Descriptor* work) const {

@@ -13,6 +13,7 @@
 #include "platform/linux/atomic_file.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/same_file.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
 #include "platform/offline/volume/ntfs_security.h"
@@ -138,7 +139,7 @@ Code FindTarget(const HostPath& target, const struct stat& source, HostPath* pla
     return code;
   }
   const struct stat& entry = place->entry;
-  if (entry.st_dev == source.st_dev && entry.st_ino == source.st_ino) {
+  if (IsSameFile(entry, source)) {
     return kSharingViolation;
   }
   if (entry.st_mode == 0) {
@@ -171,19 +172,10 @@ Code Load(const HostPath& place, Source* source) {
   return code;
 }
 
-// Gives the copy what belongs to its content. A new one has ARCHIVE as it is.
+// Gives the copy what belongs to its content.
 Code Complete(const Source& source, bool isNew, int copy) {
-  Code code = source.hasStreams ? CopyStreams(source.file.Get(), copy) : kSuccess;
-  if (code == kSuccess && (!isNew || (source.attributes & ~files::kArchive) != 0)) {
-    struct stat made {};
-    code = fstat(copy, &made) == 0
-               ? StoreAttributes(copy, made, source.attributes | files::kArchive)
-               : CodeOf(errno);
-    // Where there is no place for attributes, the content still counts.
-    code = code == kNotSupported ? kSuccess : code;
-  }
-  const timespec times[] = {{0, UTIME_OMIT}, source.entry.st_mtim};
-  return code == kSuccess && futimens(copy, times) != 0 ? CodeOf(errno) : code;
+  const Code code = source.hasStreams ? CopyStreams(source.file.Get(), copy) : kSuccess;
+  return code == kSuccess ? MarkCopy(source.attributes, source.entry, isNew, copy) : code;
 }
 
 // Writes a copy that is whole over the file at `place`, all of whose names are to have it.
@@ -254,6 +246,19 @@ Code CopyOnce(const HostPath& from, const HostPath& target, CopyOptions options)
 
 Code CopyContent(int from, const struct stat& entry, int to) {
   return ContentCopier(from, to).Copy(entry);
+}
+
+Code MarkCopy(files::Attributes attributes, const struct stat& from, bool isNew, int copy) {
+  Code code = kSuccess;
+  if (!isNew || (attributes & ~(files::kArchive | files::kNormal)) != 0) {
+    struct stat made {};
+    code = fstat(copy, &made) == 0 ? StoreAttributes(copy, made, attributes | files::kArchive)
+                                   : CodeOf(errno);
+    // Where there is no place for attributes, the content still counts.
+    code = code == kNotSupported ? kSuccess : code;
+  }
+  const timespec times[] = {{0, UTIME_OMIT}, from.st_mtim};
+  return code == kSuccess && futimens(copy, times) != 0 ? CodeOf(errno) : code;
 }
 
 Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options) {

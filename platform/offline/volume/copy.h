@@ -1,7 +1,10 @@
 // Copying a file to a place that was found to be free for it.
 #pragma once
 
+#include <sys/stat.h>
+
 #include "platform/error.h"
+#include "platform/files.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
@@ -19,5 +22,9 @@ struct CopyOptions {
 // has other names is written over with the whole copy instead, as Windows does it, so that all of
 // them have it: who is killed in that moment leaves a part of both contents.
 Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options);
+
+// Gives the open file `copy` the attributes and the time of the last write of the file `from`, and
+// ARCHIVE, which one that is new has as it is. Where there is no place for attributes it has none.
+Code MarkCopy(files::Attributes attributes, const struct stat& from, bool isNew, int copy);
 
 }  // namespace platform::posix

@@ -9,6 +9,7 @@
 
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_time.h"
+#include "platform/linux/same_file.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
 #include "platform/offline/volume/ntfs_security.h"
@@ -256,8 +257,7 @@ Code RemoveDirectory(cvn::StringView path) {
     return Fail(kAccessDenied);
   }
   struct stat current {};
-  if (stat(".", &current) == 0 && current.st_ino == host.entry.st_ino &&
-      current.st_dev == host.entry.st_dev) {
+  if (stat(".", &current) == 0 && posix::IsSameFile(current, host.entry)) {
     return Fail(kSharingViolation);
   }
   const bool isLink = S_ISLNK(host.entry.st_mode);

@@ -18,6 +18,7 @@
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/host_view.h"
+#include "platform/linux/same_file.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/copy.h"
 #include "platform/offline/volume/file_steps.h"
@@ -26,15 +27,11 @@
 namespace platform::posix {
 namespace {
 
-bool IsOneFile(const struct stat& left, const struct stat& right) {
-  return left.st_ino == right.st_ino && left.st_dev == right.st_dev;
-}
-
 bool IsOneFolder(const HostPath& left, const HostPath& right) {
   struct stat leftFolder {};
   struct stat rightFolder {};
   return fstat(left.At().folder, &leftFolder) == 0 && fstat(right.At().folder, &rightFolder) == 0 &&
-         IsOneFile(leftFolder, rightFolder);
+         IsSameFile(leftFolder, rightFolder);
 }
 
 // Whether a folder lists all of these names, spelled like that. Nothing when it can't be read.
@@ -67,7 +64,7 @@ bool IsOnePlace(const HostPath& left, const HostPath& right) {
   if (!IsOneFolder(left, right)) {
     return false;
   }
-  const bool isOneFile = IsOneFile(left.entry, right.entry);
+  const bool isOneFile = IsSameFile(left.entry, right.entry);
   return std::string_view(first.name) == second.name ||
          ((isOneFile || AreAlike(first.name, second.name)) &&
           !AreListed(first.folder, {first.name, second.name}).value_or(!isOneFile));
@@ -165,7 +162,7 @@ Code Rename(const HostPath& source, const HostPath& target, bool replace) {
   if (IsOnePlace(source, target)) {
     // Onto itself, a move gives the name a new spelling.
     error = Respell(source.At(), Spelled(target));
-  } else if (IsOneFile(source.entry, target.entry)) {
+  } else if (IsSameFile(source.entry, target.entry)) {
     // The host would leave both names of one file alone.
     error = Unlink(source.At());
   } else if (replace && target.entry.st_mode != 0) {

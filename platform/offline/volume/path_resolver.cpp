@@ -13,6 +13,7 @@
 #include "platform/formats/windows_path.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/host_view.h"
+#include "platform/linux/same_file.h"
 #include "platform/offline/volume/folder_walk.h"
 #include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/short_names.h"
@@ -258,8 +259,8 @@ Code FinalHostPath(const HostPath& host, std::string* path) {
     *path = PlaceOnHost(*path).spelling;  // the host followed a link to it
   }
   struct stat named {};
-  const bool isThere = lstat(path->c_str(), &named) == 0 && !S_ISLNK(opened.st_mode) &&
-                       opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+  const bool isThere =
+      lstat(path->c_str(), &named) == 0 && !S_ISLNK(opened.st_mode) && IsSameFile(opened, named);
   return isThere ? kSuccess : kFileNotFound;
 }
 

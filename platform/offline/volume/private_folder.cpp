@@ -41,16 +41,8 @@ std::u16string Folded(const std::string& path) {
 // Gives the copy what it has besides content. Its permissions are for its owner alone.
 Code TakeOver(int from, const struct stat& entry, int to) {
   Attributes attributes = 0;
-  Code code = posix::ReadAttributes(from, entry, &attributes);
-  if (code == kSuccess && (attributes & ~(kArchive | kNormal)) != 0) {
-    struct stat made {};
-    code = fstat(to, &made) == 0 ? posix::StoreAttributes(to, made, attributes | kArchive)
-                                 : CodeOf(errno);
-    // Where there is no place for attributes, the content still counts.
-    code = code == kNotSupported ? kSuccess : code;
-  }
-  const timespec times[] = {{0, UTIME_OMIT}, entry.st_mtim};
-  return code == kSuccess && futimens(to, times) != 0 ? CodeOf(errno) : code;
+  const Code code = posix::ReadAttributes(from, entry, &attributes);
+  return code == kSuccess ? posix::MarkCopy(attributes, entry, true, to) : code;
 }
 
 // What the path leads to, unless it is none that may hold the folders of runs.

@@ -15,14 +15,11 @@
 #include "platform/linux/descriptor.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/same_file.h"
 #include "platform/offline/volume/copy.h"
 
 namespace platform::posix {
 namespace {
-
-bool IsOneEntry(const struct stat& left, const struct stat& right) {
-  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
-}
 
 // A folder that is held open, and the way to it from where it began.
 class FolderCursor {
@@ -38,7 +35,7 @@ class FolderCursor {
       return CodeOf(errno);
     }
     way_.pop_back();
-    if (!IsOneEntry(status, way_.back())) {
+    if (!IsSameFile(status, way_.back())) {
       return kFileNotFound;
     }
     at_ = std::move(parent);
@@ -220,7 +217,7 @@ class TreeCopier : public TreeVisitor {
     if (from.Get() < 0 || fstat(from.Get(), &status) != 0) {
       return CodeOf(errno);
     }
-    if (!IsOneEntry(status, listed) || !S_ISREG(status.st_mode)) {
+    if (!IsSameFile(status, listed) || !S_ISREG(status.st_mode)) {
       return kFileNotFound;
     }
     const Descriptor to(openat(target_.Get(), name, kMake, S_IRUSR | S_IWUSR));
