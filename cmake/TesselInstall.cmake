@@ -27,6 +27,7 @@ set(documents "${CMAKE_INSTALL_DOCDIR}")
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE "${PROJECT_BINARY_DIR}/patch-key.txt"
   DESTINATION "${documents}")
 install(DIRECTORY docs/ DESTINATION "${documents}/docs")
+install(PROGRAMS scripts/lib/certificates DESTINATION "${documents}/docs/samples")
 
 if(WIN32)
   install(FILES ${tessel_dlls} DESTINATION "${CMAKE_INSTALL_BINDIR}")

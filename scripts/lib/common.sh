@@ -128,7 +128,8 @@ need_tidy_packages() {
 need_test_packages() {
   need_tidy_packages
   need_packages python3 python3-jsonschema git clang-format-14 attr libhivex-bin libregf-utils \
-    libwin-hivex-perl libxml2-utils ntfs-3g osslsigncode libengine-pkcs11-openssl softhsm2 wine wine64
+    libwin-hivex-perl libxml2-utils ntfs-3g osslsigncode libengine-pkcs11-openssl softhsm2 wine wine64 \
+    fish man-db mandoc zsh
 }
 
 # Without it the tests of pages are skipped.
