@@ -53,7 +53,7 @@ class ProcessesConformance : public FolderTest {
 
   Handle StartedSleeper(cvn::StringView file) const {
     Handle child = Started(Joined(u"sleep ", file));
-    while (!ContentOf(Path(file))) {
+    while (process::Wait(child, 0) == process::kWaitTimeout && !ContentOf(Path(file))) {
       std::this_thread::yield();
     }
     return child;

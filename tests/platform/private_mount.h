@@ -3,6 +3,8 @@
 
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -29,12 +31,27 @@ class PrivateMount {
   // Gives the process its own view. False when it may not have one. The machine must not be open
   // yet: a folder that is held stays in the view in which it was opened.
   static bool IsPrivate() {
-    static const bool isPrivate = unshare(CLONE_NEWNS) == 0 &&
-                                  mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    static const bool isPrivate = IsAllowed() && Separate();
     return isPrivate;
   }
 
  private:
+  static bool Separate() {
+    return unshare(CLONE_NEWNS) == 0 &&
+           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  }
+
+  // Tried by a child: where the root folder is no mount point, as in a chroot, half of it succeeds,
+  // and the process would no longer see its own program where it is.
+  static bool IsAllowed() {
+    const pid_t child = fork();
+    if (child == 0) {
+      _exit(Separate() ? 0 : 1);
+    }
+    int status = 1;
+    return child > 0 && waitpid(child, &status, 0) == child && status == 0;
+  }
+
   std::string folder_;
   bool isMounted_ = false;
 };
