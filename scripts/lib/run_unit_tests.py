@@ -7,8 +7,10 @@ before.
 """
 
 import argparse
+import collections
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -17,22 +19,25 @@ from pathlib import Path
 
 # Far above what any executable needs: only one that hangs is ended.
 LONGEST_RUN_IN_SECONDS = 900
+SKIPPED = re.compile(r": Skipped\s*\n(.*\S)\s*\n")
 
 
 class Counts:
     def __init__(self):
         self.passed = 0
         self.skipped = 0
+        self.reasons = collections.Counter()
         self.failures = []
 
     def add(self, other):
         self.passed += other.passed
         self.skipped += other.skipped
+        self.reasons += other.reasons
         self.failures += other.failures
 
     def as_json(self):
         return {"passed": self.passed, "failed": len(self.failures), "skipped": self.skipped,
-                "failures": self.failures}
+                "reasons": self.reasons, "failures": self.failures}
 
 
 def count_tests(results, label):
@@ -114,6 +119,8 @@ def run(executable, label, arguments):
     counts = Counts()
     try:
         counts = count_tests(json.loads(output.read_text(encoding="utf-8", errors="replace")), label)
+        # The results don't have the reasons, but the log does.
+        counts.reasons.update(SKIPPED.findall(log_path.read_text(encoding="utf-8", errors="replace")))
     except (OSError, ValueError):
         trouble = trouble or "left no result"
     # Exit code 1 only repeats the failures that are already counted.

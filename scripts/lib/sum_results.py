@@ -1,5 +1,7 @@
-"""Prints the failures in files of results, and a last line with the sums of their counts."""
+"""Prints the failures in files of results, why something was skipped, and a last line with the sums
+of their counts."""
 
+import collections
 import json
 import sys
 from pathlib import Path
@@ -8,6 +10,7 @@ from pathlib import Path
 def main():
     totals = {"passed": 0, "failed": 0, "skipped": 0}
     failures = []
+    reasons = collections.Counter()
     for path in map(Path, sys.argv[1:]):
         try:
             result = json.loads(path.read_text(encoding="utf-8"))
@@ -18,7 +21,12 @@ def main():
         for key, count in counts.items():
             totals[key] += count
         failures += result.get("failures", [])
+        reasons.update(result.get("reasons", {}))
 
+    if reasons:
+        print("\n== Skipped")
+        for reason, count in sorted(reasons.items()):
+            print(f"{count:4} {reason}")
     if failures:
         print("\n== Failures")
         for failure in failures:

@@ -19,6 +19,7 @@ import socket
 import struct
 import time
 
+import surroundings
 import world
 
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -125,7 +126,7 @@ def _checked(result):
 def use_own_processes():
     """From here on the programs that this process runs see each other and no process else, where
     that is allowed: then others, which come and go, change nothing in the calls that are made."""
-    if os.geteuid() != 0 or _libc.unshare(_NEW_PROCESSES) != 0:
+    if surroundings.processes() or _libc.unshare(_NEW_PROCESSES) != 0:
         return False
     if os.fork() == 0:
         # The first process: the others end with it, and it ends with this one.
@@ -315,12 +316,11 @@ def option_parser(words):
 def run_and_report(options, run_all):
     """Tells of the faults that `run_all(options, outcomes)` puts down. Gives the exit code."""
     outcomes = {}
-    skipped = 0
+    skipped = {}
     if is_possible():
         run_all(options, outcomes)
     else:
-        print('skipped: the kernel does not tell of the calls of a program')
-        skipped = 1
+        skipped['the kernel does not tell of the calls of a program'] = 1
     return world.report(outcomes, skipped, options.json)
 
 

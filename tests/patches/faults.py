@@ -304,7 +304,7 @@ class Judge:
         if path == 'elsewhere.txt':
             return call.startswith('unlink') and call.endswith(path)
         if path.startswith('work/gone'):
-            return not call.startswith('unlink')
+            return not call.startswith('unlink') or call.split()[-1] in ('gone', 'sub')
         return _is_left_for_boot(path)
 
     @staticmethod

@@ -26,6 +26,7 @@ import time
 import expectations
 import hostile
 import machines
+import surroundings
 import world
 from gate_runs import (
     Gates, NOBODY, Run, SERVICE, WAIT, WindowsRun, catalog, change_byte, check, check_events,
@@ -105,10 +106,10 @@ def location_rows():
     yield row('update/other-parent', update_by,
               ['Run by S-1-5-18', 'It is not run from installpath.'], 127, [])
     yield row('update/no-parent', update_by, ['Failed to get parent pid for pid 1'], 1293,
-              ['unshare', '--pid', '--fork', '--mount-proc', '--propagation', 'private'])
+              surroundings.OWN_PROCESSES)
     yield row('update/unreadable-parent', update_by,
               ['Run by S-1-5-18', 'Failed to get path for pid *'], 1293,
-              ['setpriv', '--bounding-set', '-sys_ptrace,-chown'])
+              surroundings.UNPRIVILEGED)
     for kind, is_trusted in (('external', True), ('Update', True), ('update', False), ('', False)):
         yield row(f'type/{kind or "none"}', mistyped, kind, is_trusted)
     for place, name, is_removed in (('install', 'a.tlx', True), ('install', 'a.TLX', False),
@@ -420,19 +421,23 @@ def all_rows(options):
             yield f'windows/{name}', action, 'machine'
 
 
-def lacks_surroundings(row, options):
-    """Whether the row needs root, or a program to sign, and there is none."""
-    return (row.startswith(('update/', 'machine/not-')) and os.geteuid() != 0) or (
-        row.startswith('catalog/signed-') and not options.image)
+# The first pattern that a row's name matches tells what the row needs.
+NEEDS = {'update/no-parent': surroundings.processes,
+         'update/unreadable-parent': surroundings.fewer_privileges, 'update/*': surroundings.root,
+         'machine/not-for-this-user': surroundings.root, 'machine/not-*': surroundings.mounts}
+
+
+def lacking(row, options):
+    """Why a row can't run here."""
+    if row.startswith('catalog/signed-') and not options.image:
+        return 'there is no program to sign'
+    return next((reason() for pattern, reason in NEEDS.items() if fnmatch.fnmatchcase(row, pattern)), None)
 
 
 def run_row(gates, row, action, machine, folder):
     """What is wrong with what the row does."""
-    folder.mkdir()
     make = WindowsRun if row.startswith('windows/') else Run
-    fault = world.fault_of(lambda: action(make(gates, folder, getattr(gates, machine))))
-    shutil.rmtree(folder, ignore_errors=True)
-    return fault
+    return world.fault_in(folder, lambda: action(make(gates, folder, getattr(gates, machine))))
 
 
 def main():
@@ -449,7 +454,7 @@ def main():
         if options.windows:
             stack.enter_context(gates.windows.system_libraries())
         return world.run_rows(all_rows(options), options,
-                              lambda row: lacks_surroundings(row, options),
+                              lambda row: lacking(row, options),
                               lambda row, action, machine: run_row(
                                   gates, row, action, machine, root / row.replace('/', '.')))
 

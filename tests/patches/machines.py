@@ -7,6 +7,7 @@ import pathlib
 import shutil
 
 import expectations
+import surroundings
 import world
 from gate_runs import NOBODY, WAIT, change_byte, check, wait_for
 from world import expect
@@ -18,7 +19,7 @@ VERSION = r'root="HKEY_LOCAL_MACHINE" key="SOFTWARE\Microsoft\Windows NT\Current
 
 
 # Commands that give a run's machine another volume, in a mount namespace of its own.
-MOUNTED = ['unshare', '--mount', '--propagation', 'private', 'sh', '-ec']
+MOUNTED = [*surroundings.MOUNTED, 'sh', '-ec']
 READ_ONLY = 'mount --bind "$0" "$0"; mount -o remount,bind,ro "$0"; exec "$@"'
 FULL = ('cp -a "$0" "$0.copy"; mount -t tmpfs -o size=32M none "$0"; cp -a "$0.copy/." "$0"; '
         'cat /dev/zero >"$0/fill" 2>"$0.words" || exec "$@"')

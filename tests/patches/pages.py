@@ -21,6 +21,7 @@ import time
 
 import jsonschema
 
+import surroundings
 import world
 from world import expect
 
@@ -386,20 +387,18 @@ for _make in (Pages.sample, Pages.hostile, Pages.failing, Pages.refused, Pages.l
 
 
 def start_browser(folder):
-    """None, with the reason told, where there is none that starts."""
+    """The browser and None, or None and the reason why none starts."""
     program = shutil.which('chromium')
     if program is None:
-        print('pages are skipped: there is no chromium')
-        return None
+        return None, 'there is no Chromium'
     folder.mkdir()
     browser = Browser(program, folder)
     try:
         browser.attach()
-        return browser
+        return browser, None
     except (world.Fault, OSError) as fault:
         browser.close()
-        print(f'pages are skipped: {fault}')
-        return None
+        return None, f'Chromium does not start: {fault}'
 
 
 def main():
@@ -409,20 +408,22 @@ def main():
     with tempfile.TemporaryDirectory(prefix='tessel-pages.') as name:
         root = pathlib.Path(name).resolve()
         this = Pages(options, root)
-        this.browser = start_browser(root / 'profile')
+        this.browser, no_browser = start_browser(root / 'profile')
 
         def run(row, action, *rest):
             folder = root / row.replace('/', '.')
             folder.mkdir()
             return world.fault_of(lambda: action(this, folder, *rest))
 
-        def lacks_surroundings(row):
-            needs_browser = row.startswith(('page/', 'rules/'))
-            return needs_browser and not this.browser or row.startswith('rules/') and not this.rules
+        def lacking(row):
+            if row.startswith('rules/') and not this.rules:
+                return 'there are no rules of accessibility'
+            return surroundings.views() or (
+                no_browser if row.startswith(('page/', 'rules/')) else None)
 
         try:
             return world.run_rows(((row, *rest) for row, rest in ROWS.items()), options,
-                                  lacks_surroundings, run)
+                                  lacking, run)
         finally:
             if this.browser:
                 this.browser.close()

@@ -448,7 +448,8 @@ def main():
             return world.fault_of(lambda: action(actor, folder))
 
         return world.run_rows(all_rows(publisher, options), options,
-                              lambda row: row == 'token' and not os.path.exists(SOFTHSM), run)
+                              lambda row: 'there is no SoftHSM' if row == 'token'
+                              and not os.path.exists(SOFTHSM) else None, run)
 
 
 if __name__ == '__main__':

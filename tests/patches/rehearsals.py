@@ -20,6 +20,7 @@ import time
 
 import jsonschema
 
+import surroundings
 import world
 from world import INSTALL, expect, host_to_drive
 
@@ -417,17 +418,15 @@ class Rehearsals:
 
     def run(self, name, action, user):
         folder = self.root / name.replace('/', '.')
-        folder.mkdir()
-        fault = world.fault_of(lambda: action(Stage(self, folder, user)))
-        shutil.rmtree(folder, ignore_errors=True)
-        return fault
+        return world.fault_in(folder, lambda: action(Stage(self, folder, user)))
 
 
-def lacks_surroundings(name):
-    """Whether the host has no namespaces for mounts, or the row needs root."""
-    no_mounts = subprocess.run(['unshare', '--mount', '--map-root-user', 'true'],
-                               stderr=subprocess.DEVNULL, check=False).returncode != 0
-    return no_mounts or (name.startswith('root/') and os.geteuid() != 0)
+def lacking(name):
+    if name.endswith('/as-user'):
+        return surroundings.user_views()
+    if name == 'root/on-ntfs':
+        return surroundings.ntfs()
+    return surroundings.mounts() if name.startswith('root/') else surroundings.views()
 
 
 def main():
@@ -436,7 +435,7 @@ def main():
         root = pathlib.Path(name).resolve()
         os.chmod(root, 0o755)
         rehearsals = Rehearsals(options, root)
-        return world.run_rows(rehearsals.rows(), options, lacks_surroundings, rehearsals.run)
+        return world.run_rows(rehearsals.rows(), options, lacking, rehearsals.run)
 
 
 if __name__ == '__main__':

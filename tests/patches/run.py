@@ -201,11 +201,12 @@ class Windows(Platform):
 
     @staticmethod
     def told_code(code_file, stderr):
+        # Wine's cmd writes it however the program ends, so that it is cmd that was not run to its end.
         try:
             return int(code_file.read_text(encoding='ascii'))
         except (OSError, ValueError):
             words = stderr.decode(errors='replace')
-            raise Fault(f'Wine told no exit code\n{words}') from None
+            raise world.NotRun(f'Wine told no exit code\n{words}') from None
 
     def start(self, program, arguments, environment, folder):
         shutil.rmtree(self.trace_folder, ignore_errors=True)
@@ -215,8 +216,7 @@ class Windows(Platform):
         run = self.spawn(command, environment, folder)
         # On a busy machine Wine now and then fails to make a process, which leaves nothing but this.
         if b"Can't recognize '" in run.stderr and not self.trace_folder.exists():
-            print('Wine made no process: once more')
-            run = self.spawn(command, environment, folder)
+            raise world.NotRun('Wine made no process')
         exit_code = self.told_code(code_file, run.stderr)
         return (exit_code, world.decode_lines(run.stdout, 'standard output', '\r\n'),
                 world.decode_lines(run.stderr, 'standard error', '\r\n'),
@@ -345,12 +345,11 @@ class Session:
                         '--public', self.root / 'stranger.pub.pem'], check=True)
         self.observations = {}  # (case name, platform name) to Observation
         self.outcomes = {}  # (case name, platform name) to '' or the fault
-        self.skipped = 0
+        self.skipped = {}
 
     def run_one(self, case, platform):
         key = (case.name, platform.name)
         folder = self.root / platform.name / case.name.replace('/', '.')
-        folder.mkdir(parents=True)
 
         def act():
             platform.prepare(folder)
@@ -360,8 +359,7 @@ class Session:
             faults = [*check(case, platform, seen, folder), differ_from_lint(case, told, seen)]
             world.expect(not any(faults), '\n'.join(filter(None, faults)))
 
-        self.outcomes[key] = world.fault_of(act)
-        shutil.rmtree(folder, ignore_errors=True)
+        self.outcomes[key] = world.fault_in(folder, act)
         if self.tools.v and not self.outcomes[key]:
             print(f'ok      {platform.name:8} {case.name}', flush=True)
 
@@ -372,7 +370,7 @@ class Session:
         runs = [pools[platform.name].submit(self.run_one, case, platform)
                 for platform in self.platforms for case in cases
                 if case.expectations.only in (None, platform.name)]
-        self.skipped = len(cases) * len(self.platforms) - len(runs)
+        self.skipped['it is about the other platform'] = len(cases) * len(self.platforms) - len(runs)
         for run in runs:
             run.result()
         for case in cases:

@@ -1,6 +1,7 @@
 """What the runners share: machines, patches and certificates, how a trace is read, and the report."""
 
 import argparse
+import collections
 import fnmatch
 import json
 import os
@@ -27,6 +28,10 @@ class Fault(Exception):
     """What a run did wrong."""
 
 
+class NotRun(Exception):
+    """What the host did wrong, so that nothing is known of the program."""
+
+
 def expect(condition, words):
     if not condition:
         raise Fault(words)
@@ -39,8 +44,26 @@ def fault_of(action):
         return ''
     except Fault as fault:
         return str(fault)
+    except NotRun:
+        raise
     except Exception:  # pylint: disable=broad-except
         return traceback.format_exc()
+
+
+def fault_in(folder, action):
+    """The same of what it does in a new folder, which is removed afterwards. What the host spoils
+    once is done once more."""
+    fault = ''
+    for _ in range(2):
+        folder.mkdir(parents=True)
+        try:
+            return fault_of(action)
+        except NotRun as spoilt:
+            print(f'{folder.name}: {spoilt}', flush=True)
+            fault = str(spoilt)
+        finally:
+            shutil.rmtree(folder, ignore_errors=True)
+    return fault
 
 
 def host_to_drive(path):
@@ -162,17 +185,17 @@ def option_parser(words):
     return parser
 
 
-def run_rows(rows, options, lacks_surroundings, run):
-    """Runs the rows that the options ask for, and tells of them. A row begins with its name, from which
-    `lacks_surroundings` tells that it can't run here; `run` takes the row, and gives what is wrong.
-    Gives the exit code."""
+def run_rows(rows, options, lacking, run):
+    """Runs the rows that the options ask for, and tells of them. A row begins with its name, for which
+    `lacking` gives the reason why it can't run here, or None; `run` takes the row, and gives what is
+    wrong. Gives the exit code."""
     outcomes = {}
-    skipped = 0
+    skipped = collections.Counter()
     for name, *rest in rows:
         if not fnmatch.fnmatchcase(name, options.filter):
             continue
-        if lacks_surroundings(name):
-            skipped += 1
+        if reason := lacking(name):
+            skipped[reason] += 1
             continue
         outcomes[name] = run(name, *rest)
         if options.v:
@@ -181,12 +204,13 @@ def run_rows(rows, options, lacks_surroundings, run):
 
 
 def report(outcomes, skipped, json_path):
-    """Tells of the faults, by what has failed, and counts; an empty one is none. Gives the exit code."""
+    """Tells of the faults, by what has failed, and counts; an empty one is none. `skipped` has numbers
+    by their reasons. Gives the exit code."""
     failures = [f'{name}: {fault}' for name, fault in sorted(outcomes.items()) if fault]
     for failure in failures:
         print(f'FAILED  {failure}\n')
     summary = {'passed': len(outcomes) - len(failures), 'failed': len(failures),
-               'skipped': skipped, 'failures': failures}
+               'skipped': sum(skipped.values()), 'reasons': dict(skipped), 'failures': failures}
     if json_path:
         pathlib.Path(json_path).write_text(json.dumps(summary, indent=1) + '\n', encoding='utf-8')
     print('{passed} passed, {failed} failed, {skipped} skipped'.format(**summary))
