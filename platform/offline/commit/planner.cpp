@@ -25,13 +25,17 @@ bool HasMore(const EntryState& state) {
   return !state.extended.empty() || (state.attributes & kStored) != usual;
 }
 
-Code StatusOf(MachineTree* tree, std::string_view path, struct stat* entry) {
-  FileAt place{};
-  const Code code = tree->Find(path, &place);
+Code StatusOf(MachineTree* tree, std::string_view path, struct stat* entry,
+              FileAt* place = nullptr) {
+  FileAt found{};
+  const Code code = tree->Find(path, &found);
   if (code != kSuccess) {
     return code;
   }
-  const bool isFound = fstatat(place.folder, place.name, entry, AT_SYMLINK_NOFOLLOW) == 0;
+  if (place != nullptr) {
+    *place = found;
+  }
+  const bool isFound = fstatat(found.folder, found.name, entry, AT_SYMLINK_NOFOLLOW) == 0;
   return isFound ? kSuccess : CodeOf(errno);
 }
 
@@ -143,13 +147,16 @@ void Planner::Settle(const OutlinedChange& one) {
 // A folder whose names change, and that its owner may not write to: as READONLY of a folder has it
 // on the host, while on Windows that says nothing of its names.
 Code Planner::OpenFolder(std::string_view path) {
-  if (folders_.contains(path) || geteuid() == 0) {
+  if (folders_.contains(path)) {
     return kSuccess;
   }
   folders_.emplace(path);
+  FileAt place{};
   struct stat entry {};
-  const Code code = StatusOf(&tree_, path, &entry);
-  if (code == kSuccess && (entry.st_mode & S_IWUSR) == 0) {
+  const Code code = StatusOf(&tree_, path, &entry, &place);
+  // A root with all privileges may write there as it is; one of a container may not.
+  if (code == kSuccess && (entry.st_mode & S_IWUSR) == 0 &&
+      faccessat(place.folder, place.name, W_OK, AT_EACCESS) != 0) {
     plan_->opened.push_back({std::string(path), entry.st_mode & 07777});
   }
   return code;
