@@ -7,6 +7,7 @@
 #include "platform/offline/volume/volume.h"
 #include "support/utf.h"
 #include "tests/platform/fixture.h"
+#include "tests/platform/host_folder.h"
 #include "tests/platform/private_mount.h"
 
 namespace platform::test {
@@ -38,9 +39,9 @@ void PreparePlatform() {
   ASSERT_EQ(machine::UseDefault(), kSuccess);
 }
 
-void CleanPlatform() { std::filesystem::remove_all(machineFolder); }
+void CleanPlatform() { RemoveAll(machineFolder); }
 
-void RemoveTree(cvn::StringView folder) { std::filesystem::remove_all(HostPathOf(folder)); }
+void RemoveTree(cvn::StringView folder) { RemoveAll(HostPathOf(folder)); }
 
 bool MakeFolderLink(cvn::StringView link, cvn::StringView folder) {
   posix::HostPath place;

@@ -28,6 +28,19 @@ inline std::string HostContentOf(const std::string& hostPath) {
 
 inline void Touch(const std::string& hostPath) { std::ofstream(hostPath).put('x'); }
 
+// Removes a tree, also what lies in folders that its owner may not write.
+inline void RemoveAll(const std::string& hostPath) {
+  namespace fs = std::filesystem;
+  std::error_code ignored;
+  for (fs::recursive_directory_iterator at(hostPath, ignored), end; at != end;
+       at.increment(ignored)) {
+    if (!at->is_symlink() && at->is_directory()) {
+      fs::permissions(at->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
+    }
+  }
+  fs::remove_all(hostPath);
+}
+
 // Runs `action` in a process of its own, and gives what it returns.
 inline int InChild(const std::function<int()>& action) {
   const pid_t child = fork();
@@ -39,7 +52,17 @@ inline int InChild(const std::function<int()>& action) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// The same as an ordinary user of the host.
+// Whether this is a root with its privileges, of which some containers' root has few or none.
+inline bool IsFullRoot() {
+  static const bool isFull =
+      geteuid() == 0 && InChild([] {
+                          constexpr uid_t kNobody = 65534;
+                          return setgid(kNobody) == 0 && setuid(kNobody) == 0 ? 0 : 1;
+                        }) == 0;
+  return isFull;
+}
+
+// The same as an ordinary user of the host. Needs a full root or an ordinary user.
 inline int AsOrdinaryUser(const std::function<int()>& action) {
   return InChild([&] {
     constexpr uid_t kNobody = 65534;
