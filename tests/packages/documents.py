@@ -10,6 +10,7 @@ brackets or bars, names options that have to exist.
 """
 
 import argparse
+import collections
 import os
 import pathlib
 import re
@@ -126,7 +127,7 @@ class Documents:
     def __init__(self, options, folder):
         self.options, self.folder = options, folder
         self.debian = Debian(options.debian, folder)
-        self.outcomes, self.skipped = {}, 0
+        self.outcomes, self.skipped = {}, collections.Counter()
 
     def judge(self, what, fault):
         self.outcomes[str(what)] = fault
@@ -187,7 +188,7 @@ class Documents:
         for command in printed:
             plain = command.text.split(' #')[0].rstrip()
             if plain in ELSEWHERE:
-                self.skipped += 1
+                self.skipped['a command for another place'] += 1
                 self.left.discard(plain)
             elif command.is_usage():
                 self.check_options(command)

@@ -248,11 +248,14 @@ def main():
             folder.mkdir()
             return world.fault_of(lambda: action(this, folder))
 
-        def lacks_surroundings(row):
-            return not shutil.which(ROWS[row][0]) or row.startswith('windows/') and not options.windows
+        def lacking(row):
+            if row.startswith('windows/') and not options.windows:
+                return 'there are no Windows programs'
+            tool = ROWS[row][0]
+            return None if shutil.which(tool) else f'there is no {tool}'
 
         return world.run_rows(((row, action) for row, (_, action) in ROWS.items()), options,
-                              lacks_surroundings, run)
+                              lacking, run)
 
 
 if __name__ == '__main__':
