@@ -13,4 +13,8 @@ struct Account {
 // The host's record of the effective user.
 Account HostAccount();
 
+// Whether this process may change files and folders whoever owns them (CAP_FOWNER and
+// CAP_DAC_OVERRIDE): root may, but the root of some containers may not.
+bool OverridesOwners();
+
 }  // namespace platform::posix

@@ -13,6 +13,7 @@
 
 #include "platform/formats/names.h"
 #include "platform/held_folder.h"
+#include "platform/linux/account.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/offline/commit/hives.h"
@@ -201,7 +202,7 @@ void Comparison::CheckOwner(const OutlinedChange& one, const files::File& file, 
   }
   if (IsKept(status)) {
     Add(PlaceBefore(one), u"is kept from changes by the host (chattr)");
-  } else if (geteuid() != 0 && status.stx_uid != geteuid()) {
+  } else if (status.stx_uid != geteuid() && !OverridesOwners()) {
     Add(PlaceBefore(one), u"belongs to another account");
   }
 }
