@@ -1,21 +1,52 @@
 """Times runs of programs."""
 
 import os
+import statistics
 import subprocess
 import sys
 import time
 from typing import NamedTuple
 
 
+# For ten times the work, how many times the time.
+GROWTH = 11
+
+
+class Spread(NamedTuple):
+    """The middle of some figures and their quartiles."""
+    low: float
+    middle: float
+    high: float
+
+
+def spread(figures):
+    if len(figures) == 1:
+        return Spread(*(tuple(figures) * 3))
+    return Spread(*statistics.quantiles(figures, n=4, method="inclusive"))
+
+
 class Row(NamedTuple):
-    """A row of the table: our figure, the peer's, and the highest ratio that is accepted."""
+    """A row of the table: our figures, the peer's, and the highest ratio that is accepted. Each is one
+    figure, or those of the repetitions; when there are as many on both sides, the first was measured
+    beside the first, and so on."""
     what: str
-    ours: float
+    ours: float | list[float]
     beside: str
-    peer: float
+    peer: float | list[float]
     at_most: float | None = None
     unit: str = "ms"
 
+    def columns(self):
+        """Our figures and the peer's, as lists."""
+        return [list(side) if isinstance(side, (list, tuple)) else [side]
+                for side in (self.ours, self.peer)]
+
+    def ratios(self):
+        """Of the repetitions. What was measured side by side had the same noise."""
+        ours, peer = self.columns()
+        if len(ours) != len(peer):
+            peer = [statistics.median(peer)] * len(ours)
+        return [mine / theirs for mine, theirs in zip(ours, peer)]
 
 
 def to_drive(path):
@@ -26,12 +57,26 @@ def to_drive(path):
 def run(command, environment):
     """Milliseconds of one run, started when the disk has nothing left to write."""
     os.sync()
+    return _time(command, environment)
+
+
+def _time(command, environment):
     start = time.perf_counter()
     code = subprocess.run(command, env=environment, stdout=subprocess.DEVNULL).returncode
     milliseconds = (time.perf_counter() - start) * 1e3
     if code != 0:
         sys.exit(f"{command[0]} ended with {code}")
     return milliseconds
+
+
+def interleaved(commands, environment, times):
+    """Milliseconds of runs by the commands' names, which take turns. Nothing is awaited before, as the
+    disk is no part of it."""
+    figures = {name: [] for name in commands}
+    for _ in range(times):
+        for name, command in commands.items():
+            figures[name].append(_time(command, environment))
+    return figures
 
 
 # A process's peak includes its parent's memory at the fork, so a small process starts the run.

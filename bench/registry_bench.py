@@ -22,22 +22,24 @@ def _copy(environment, folder):
     return dict(environment, TESSEL_MACHINE=str(folder))
 
 
-def _best(command, environment, folder, idle):
-    """The best run's time less the best idle one's; each has a new copy of the machine."""
-    pairs = []
-    for number in range(TIMES):
-        machine = _copy(environment, folder.with_name(f"{folder.name} {number}"))
-        measure.run(idle, machine)
-        pairs.append((measure.run(idle, machine), measure.run(command, machine)))
-        shutil.rmtree(machine["TESSEL_MACHINE"])
-    best_idle, best = map(min, zip(*pairs))
-    return best - best_idle
+def _less_idle(commands, environment, folder, idle):
+    """Milliseconds of each command, whose runs take turns, less those of an idle run just before. Each
+    has a new copy of the machine."""
+    times = [[] for _ in commands]
+    for _ in range(TIMES):
+        for figures, command in zip(times, commands):
+            machine = _copy(environment, folder)
+            measure.run(idle, machine)
+            without = measure.run(idle, machine)
+            figures.append(measure.run(command, machine) - without)
+            shutil.rmtree(machine["TESSEL_MACHINE"])
+    return times
 
 
 def _many_writes(run, work, environment, idle):
-    figures = [_best(run(f"write {count}", _script(count)), environment, work / f"machine {count}",
-                     idle) for count in (10_000, 1_000)]
-    return measure.Row("10,000 regWrites to one key", figures[0], "1,000 regWrites", figures[1], 12)
+    commands = [run(f"write {count}", _script(count)) for count in (10_000, 1_000)]
+    many, few = _less_idle(commands, environment, work / "writing machine", idle)
+    return measure.Row("10,000 regWrites to one key", many, "1,000 regWrites", few, measure.GROWTH)
 
 
 def _large_hives(run, work, environment):
@@ -54,15 +56,18 @@ def _large_hives(run, work, environment):
                 "CurrentVersion' value='ProductName' var='a'/><regWrite root='HKEY_LOCAL_MACHINE'"
                 " key='SOFTWARE\\Bench\\1' value='new' data='text' type='REG_SZ'>"
                 "<onerror><exit code='1'/></onerror></regWrite><exit code='0'/>")
-    times = []
+    machines = {}
     for count in (100, 1):  # of a megabyte each
-        machine = _copy(environment, work / f"machine of {count} MB")
-        measure.run(run(f"fill {count}", fill.replace("COUNT", str(count))), machine)
-        times.append(min(measure.run(touch, machine) for _ in range(TIMES)))
-        if count == 100:
-            memory = measure.peak(touch, machine)
+        machines[count] = _copy(environment, work / f"machine of {count} MB")
+        measure.run(run(f"fill {count}", fill.replace("COUNT", str(count))), machines[count])
+    times = {count: [] for count in machines}
+    for _ in range(TIMES):
+        for count, machine in machines.items():
+            times[count].append(measure.run(touch, machine))
+    memory = measure.peak(touch, machines[100])
+    for machine in machines.values():
         shutil.rmtree(machine["TESSEL_MACHINE"])
-    return [measure.Row("read and write in 100 MB", times[0], "in a hive of 1 MB", times[1], 2),
+    return [measure.Row("read and write in 100 MB", times[100], "in a hive of 1 MB", times[1], 2),
             measure.Row("the same: memory", memory, "that hive", 100, 0.25, "MB")]
 
 
@@ -71,7 +76,7 @@ def _beside_hivex(run, work, environment, idle):
     script = _script(1_000).replace("regWrite", "regCreateKey")
     script = script.replace("SOFTWARE\\Bench' value='value %i%' data='data of %i%' type='REG_SZ'",
                             "SOFTWARE\\Bench\\key %i%'")
-    ours = _best(run("make keys", script), environment, work / "ours", idle)
+    ours, = _less_idle([run("make keys", script)], environment, work / "ours", idle)
     commands = work / "hivexsh"
     commands.write_text("cd \\\nadd Bench\ncd Bench\n" + "".join(
         f"add key {i}\ncommit\n" for i in range(1, 1001)))
@@ -80,7 +85,7 @@ def _beside_hivex(run, work, environment, idle):
         hive = work / "hive"
         shutil.copy(f"{environment['TESSEL_MACHINE']}/Windows/System32/config/SOFTWARE", hive)
         peers.append(measure.run(["hivexsh", "-w", "-f", str(commands), str(hive)], environment))
-    return measure.Row("1,000 keys, each kept", ours, "hivexsh, each committed", min(peers), 0.5)
+    return measure.Row("1,000 keys, each kept", ours, "hivexsh, each committed", peers, 0.5)
 
 
 def rows(tessel, pack, work, environment):
