@@ -364,6 +364,7 @@ TEST_F(TlxTest, UsageGoesWhereItWasAskedFor) {
       {2, {"bake"}, "tlx: error: unknown command 'bake'\nUsage: tlx COMMAND"},
       {2, {"machine", "mend"}, "tlx: error: unknown command 'machine mend'\n"},
       {2, {"lint"}, "tlx: error: "},
+      {2, {"completion", "csh"}, "tlx: error: 'csh' isn't one of bash|zsh|fish\n"},
       {2, {"verify", "-"}, "tlx: error: PATCH can't be standard input"},
       {2, {}, "Usage: tlx COMMAND"},
       {0, {"-h"}, "Usage: tlx COMMAND"},
