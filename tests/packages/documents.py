@@ -138,7 +138,7 @@ class Documents:
         """As docs/installing.md has it. Nothing else is there that the programs might need."""
         shutil.copy(self.options.deb, self.debian.root / 'root')
         run = self.debian.as_root(f'apt-get -q update && {INSTALL} --yes --no-install-recommends && '
-                                  'tlx --version && ! tessel')
+                                  'test "$(tlx --version)" = "tlx $(dpkg-query -W -f \\${Version} tessel)"')
         self.judge(INSTALL, run.stdout + run.stderr if fails(run) else '')
         run = self.debian.as_root('apt-get -q -y --no-install-recommends install ' + ' '.join(TOOLS))
         if fails(run):
