@@ -46,6 +46,6 @@ void WriteTraceLine(cvn::StringView format, std::span<const cvn::FormatArgument>
 namespace platform::streams {
 
 void SetTextModes() {}
-void WriteLine(Output /*stream*/, cvn::StringView /*text*/) {}
+bool WriteLine(Output /*stream*/, cvn::StringView /*text*/) { return true; }
 
 }  // namespace platform::streams

@@ -1,9 +1,12 @@
 // Files that are opened where they were found, whatever becomes of their names.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "platform/error.h"
+#include "platform/file_identity.h"
 #include "platform/files.h"
 #include "support/string.h"
 
@@ -29,6 +32,29 @@ class HeldFolder {
   // 2 or 3 when there is no such folder, 267 when it is none. On Windows a folder that this account
   // may not list is gone by its path.
   Code Hold(cvn::StringView path);
+
+  // What it holds: all that it did when the call began, and what comes meanwhile perhaps.
+  struct Entry {
+    cvn::String name;       // as the disk spells it
+    bool isFolder = false;  // false for a link to one
+    bool isLink = false;
+  };
+  // Calls `take` with each entry but "." and "..", in no order, until it gives false.
+  Code ForEach(const std::function<bool(Entry)>& take) const;
+
+  // Which folder it is, and when a name in it came or went last: a number that means nothing but
+  // that it is another one after a change, and 0 where that isn't known. Two changes within a tick
+  // of the file system's clock, which may be two seconds, can leave the same number.
+  struct Look {
+    Identity identity;
+    std::uint64_t changed = 0;
+    bool operator==(const Look&) const = default;
+  };
+  Code LookAt(Look* look) const;
+
+  // As OpenFile, for a regular file that ForEach gave, by that very name: a link isn't followed
+  // (222). 2 when it has gone. On Windows links are followed.
+  Code OpenEntry(cvn::StringView name, File* file) const;
 
   // As OpenRegular, for a file below the folder: `name` has one or more names with separators
   // between them, none of them "." or "..".

@@ -68,6 +68,12 @@ Code UseOrCreateDefault(const Description& description);
 // Windows.
 cvn::String DefaultFolder();
 
+// Closes the opened machine, so that the process may open another: for programs that look at many.
+// Nothing of its registry or services may be open any more. What else a process keeps of a machine
+// stays that of the first one, and must not be asked for: variables of the environment, display
+// names of services, catalogs, INI files. Nothing happens on Windows.
+void Leave();
+
 // Whether the registry of the opened machine can be read, as far as a machine can't be serviced
 // without: the hives SOFTWARE and SYSTEM. 2 when one is missing, 1009 when it is damaged, or the
 // host's code. Always success on Windows.

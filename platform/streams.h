@@ -13,8 +13,13 @@ enum class Output { Out, Error };
 void SetTextModes();
 
 // Writes `text` and a line end (CR LF on Windows, LF on Linux) and flushes. A stream that is closed
-// or fails swallows it.
-void WriteLine(Output stream, cvn::StringView text);
+// or fails swallows it, or a part; false then.
+bool WriteLine(Output stream, cvn::StringView text);
+
+// Returns when the stream has room for what is written next. False when the program is asked to
+// stop meanwhile (stop_request.h), or when nobody can read it any more: the other end of the pipe
+// is closed. On Windows a pipe tells that with the first write that fails, and has always room.
+bool AwaitRoom(Output stream);
 
 // From here on what this process, and those that it starts, write to standard output goes to
 // standard error.

@@ -5,9 +5,12 @@
 
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 #include <string>
 #include <string_view>
 
+#include "platform/linux/stop_signals.h"
+#include "platform/stop_request.h"
 #include "support/utf.h"
 
 namespace platform::streams {
@@ -21,7 +24,7 @@ namespace {
 
 int DescriptorOf(Output stream) { return stream == Output::Out ? STDOUT_FILENO : STDERR_FILENO; }
 
-void WriteBytes(int descriptor, std::string_view rest) {
+bool WriteBytes(int descriptor, std::string_view rest) {
   while (!rest.empty()) {
     const ssize_t written = write(descriptor, rest.data(), rest.size());
     if (written >= 0) {
@@ -30,17 +33,26 @@ void WriteBytes(int descriptor, std::string_view rest) {
       pollfd room = {descriptor, POLLOUT, 0};
       poll(&room, 1, -1);
     } else if (errno != EINTR) {
-      return;
+      return false;
     }
   }
+  return true;
 }
 
 }  // namespace
 
-void WriteLine(Output stream, cvn::StringView text) {
+bool WriteLine(Output stream, cvn::StringView text) {
   std::string line = cvn::WideToUtf8(text);
   line.push_back('\n');
-  WriteBytes(DescriptorOf(stream), line);
+  return WriteBytes(DescriptorOf(stream), line);
+}
+
+bool AwaitRoom(Output stream) {
+  pollfd waited[] = {{DescriptorOf(stream), POLLOUT, 0}, {posix::StopDescriptor(), POLLIN, 0}};
+  while (poll(waited, std::size(waited), -1) < 0 && errno == EINTR) {
+  }
+  constexpr int kGone = POLLERR | POLLHUP | POLLNVAL;
+  return (waited[0].revents & kGone) == 0 && !stop::IsAsked();
 }
 
 void SendOutputToError() { dup2(STDERR_FILENO, STDOUT_FILENO); }

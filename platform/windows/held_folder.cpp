@@ -1,5 +1,6 @@
 #include "platform/held_folder.h"
 
+#include "platform/file_search.h"
 #include "platform/paths.h"
 #include "platform/windows/wide.h"
 
@@ -34,7 +35,40 @@ Code HeldFolder::Hold(cvn::StringView path) {
   return kSuccess;
 }
 
-Code HeldFolder::OpenFile(cvn::StringView name, File* file) {
+Code HeldFolder::ForEach(const std::function<bool(Entry)>& take) const {
+  if (state_ == nullptr) {
+    ::SetLastError(kInvalidHandle);
+    return kInvalidHandle;
+  }
+  cvn::String pattern = state_->path;
+  pattern.Append(u'*');
+  Search search;
+  SearchEntry entry;
+  Code code = search.First(pattern, &entry);
+  for (; code == kSuccess; code = search.Next(&entry)) {
+    if (!entry.IsSelfOrParent() &&
+        !take({entry.Name(), entry.IsDirectory() && !entry.IsLink(), entry.IsLink()})) {
+      return kSuccess;
+    }
+  }
+  return code == kNoMoreFiles || code == kFileNotFound ? Code(kSuccess) : code;
+}
+
+Code HeldFolder::LookAt(Look* look) const {
+  windows::LastErrorKeeper lastError;
+  *look = {};
+  BY_HANDLE_FILE_INFORMATION information{};
+  if (state_ == nullptr || !state_->folder.IsOpen() ||
+      ::GetFileInformationByHandle(reinterpret_cast<HANDLE>(state_->folder.Handle()),
+                                   &information) == 0) {
+    return state_ == nullptr ? Code(kInvalidHandle) : GetIdentity(state_->path, &look->identity);
+  }
+  look->changed = std::uint64_t{information.ftLastWriteTime.dwHighDateTime} << 32 |
+                  information.ftLastWriteTime.dwLowDateTime;
+  return GetIdentity(state_->folder, &look->identity);
+}
+
+Code HeldFolder::OpenEntry(cvn::StringView name, File* file) const {
   if (state_ == nullptr) {
     ::SetLastError(kInvalidHandle);
     return kInvalidHandle;
@@ -43,6 +77,8 @@ Code HeldFolder::OpenFile(cvn::StringView name, File* file) {
   path.Append(name);
   return OpenRegular(path, file);
 }
+
+Code HeldFolder::OpenFile(cvn::StringView name, File* file) { return OpenEntry(name, file); }
 
 Code OpenRegular(cvn::StringView path, File* file) {
   File opened;

@@ -25,6 +25,8 @@ Code UseOrCreateDefault(const Description& /*description*/) { return kSuccess; }
 
 cvn::String DefaultFolder() { return {}; }
 
+void Leave() {}
+
 Code CheckRegistry() { return kSuccess; }
 
 Code LookAtVolume(VolumeState* state) {

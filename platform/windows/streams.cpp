@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+#include "platform/stop_request.h"
 #include "platform/windows/wide.h"
 #include "support/utf.h"
 
@@ -48,7 +49,7 @@ void WriteToConsole(HANDLE console, const cvn::String& text) {
   }
 }
 
-void WriteBytes(HANDLE stream, std::string_view bytes) {
+bool WriteBytes(HANDLE stream, std::string_view bytes) {
   DWORD written = 0;
   while (!bytes.empty() &&
          ::WriteFile(stream, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) !=
@@ -56,7 +57,11 @@ void WriteBytes(HANDLE stream, std::string_view bytes) {
          written != 0) {
     bytes.remove_prefix(written);
   }
+  return bytes.empty();
 }
+
+// Standard output, and standard error.
+bool hasFailed[2] = {};
 
 }  // namespace
 
@@ -68,7 +73,7 @@ void SetTextModes() {
 
 // Bypasses the runtime, whose UTF-8 mode converts a long text in pieces and loses a surrogate pair
 // that falls on their border. Nothing else writes to its streams, so the order holds.
-void WriteLine(Output stream, cvn::StringView text) {
+bool WriteLine(Output stream, cvn::StringView text) {
   windows::LastErrorKeeper lastError;
   cvn::String line = WithCarriageReturns(text);
   line.Append(u"\r\n");
@@ -77,10 +82,14 @@ void WriteLine(Output stream, cvn::StringView text) {
   DWORD mode = 0;
   if (::GetConsoleMode(handle, &mode) != 0) {
     WriteToConsole(handle, line);
-  } else {
-    WriteBytes(handle, cvn::WideToUtf8(line));
+    return true;
   }
+  const bool isWritten = WriteBytes(handle, cvn::WideToUtf8(line));
+  hasFailed[static_cast<int>(stream)] |= !isWritten;
+  return isWritten;
 }
+
+bool AwaitRoom(Output stream) { return !hasFailed[static_cast<int>(stream)] && !stop::IsAsked(); }
 
 // What takes so long that it shows a status, or asks, is there on Linux alone.
 void SendOutputToError() { ::SetStdHandle(STD_OUTPUT_HANDLE, ::GetStdHandle(STD_ERROR_HANDLE)); }

@@ -1,8 +1,15 @@
 #include "platform/linux/error_map.h"
 #include "platform/machine.h"
+#include "platform/offline/registry/registry.h"
+#include "platform/offline/volume/volume.h"
 #include "platform/registry.h"
 
 namespace platform::machine {
+
+void Leave() {
+  posix::CloseRegistry();
+  posix::Machine::Forget();
+}
 
 Code CheckRegistry() {
   const registry::Key root(registry::Root::LocalMachine);

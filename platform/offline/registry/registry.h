@@ -28,6 +28,10 @@ std::optional<std::u16string> ReadText(registry::Root root, cvn::StringView path
 Code ReadText(registry::Root root, cvn::StringView path, cvn::StringView name,
               std::optional<std::u16string>* text);
 
+// Closes the hives of this process's machine, of which no key may be open any more. The registry
+// opens them anew when it is asked again.
+void CloseRegistry();
+
 class NewHiveBytes;
 
 // A hive that has no file yet. Its first failure is kept, and Write gives it.

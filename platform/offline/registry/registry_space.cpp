@@ -73,11 +73,27 @@ std::vector<cvn::StringView> NamesOf(cvn::StringView path) {
   return names;
 }
 
+namespace {
+
+// Not destroyed at the end: keys may be used, and flushed, until then.
+RegistrySpace*& SpaceOfProcess() {
+  static RegistrySpace* space = nullptr;
+  return space;
+}
+
+}  // namespace
+
 RegistrySpace& RegistrySpace::Get() {
-  // Never destroyed: keys may be used, and flushed, until the very end.
-  static auto* const space = new RegistrySpace();
+  RegistrySpace*& space = SpaceOfProcess();
+  if (space == nullptr) {
+    space = new RegistrySpace();
+  }
   return *space;
 }
+
+void RegistrySpace::Close() { delete std::exchange(SpaceOfProcess(), nullptr); }
+
+void CloseRegistry() { RegistrySpace::Close(); }
 
 RegistrySpace::RegistrySpace() : state_(Machine::Get().State()) {
   // These can't fail: they are the first keys of a hive in memory.

@@ -48,6 +48,8 @@ class RegistrySpace {
  public:
   // That of this process's machine.
   static RegistrySpace& Get();
+  // Drops it. No key of it may be in use.
+  static void Close();
 
   Code Open(registry::Root root, KeyPair* keys);
 

@@ -211,6 +211,54 @@ Code HeldFolder::Hold(cvn::StringView path) {
   return kSuccess;
 }
 
+Code HeldFolder::ForEach(const std::function<bool(Entry)>& take) const {
+  if (state_ == nullptr) {
+    return posix::Fail(kInvalidHandle);
+  }
+  const posix::DirectoryStream listing = posix::OpenDirectory({state_->folder.Get(), "."}, 0);
+  for (errno = 0; listing != nullptr; errno = 0) {
+    const dirent* entry = readdir(listing.get());
+    if (entry == nullptr) {
+      break;
+    }
+    const std::string_view name = entry->d_name;
+    unsigned char type = entry->d_type;
+    struct stat status {};
+    if (type == DT_UNKNOWN &&
+        fstatat(dirfd(listing.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+      type = static_cast<unsigned char>(IFTODT(status.st_mode));
+    }
+    if (name != "." && name != ".." &&
+        !take({posix::ToWide(name), type == DT_DIR, type == DT_LNK})) {
+      return kSuccess;
+    }
+  }
+  return posix::Report(CodeOf(errno));
+}
+
+Code HeldFolder::LookAt(Look* look) const {
+  struct stat status {};
+  if (state_ == nullptr || fstat(state_->folder.Get(), &status) != 0) {
+    return posix::Fail(state_ == nullptr ? kInvalidHandle : CodeOf(errno));
+  }
+  constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
+  look->identity = {status.st_dev, status.st_ino};
+  look->changed = static_cast<std::uint64_t>(status.st_mtim.tv_sec) * kNanosecondsPerSecond +
+                  static_cast<std::uint64_t>(status.st_mtim.tv_nsec);
+  return kSuccess;
+}
+
+Code HeldFolder::OpenEntry(cvn::StringView name, File* file) const {
+  if (state_ == nullptr) {
+    return posix::Fail(kInvalidHandle);
+  }
+  std::string host;
+  posix::AppendHostText(name, &host);
+  const Descriptor found(
+      openat(state_->folder.Get(), host.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  return posix::Report(OpenRegularFile(found, file));
+}
+
 Code HeldFolder::OpenFile(cvn::StringView name, File* file) {
   if (state_ == nullptr) {
     return posix::Fail(kInvalidHandle);
