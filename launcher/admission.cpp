@@ -7,6 +7,7 @@
 #include "platform/streams.h"
 #include "support/format.h"
 #include "support/utf.h"
+#include "telemetry/reason_names.h"
 #include "trace/trace.h"
 
 namespace tessel {
@@ -119,7 +120,7 @@ RunEnd Admission::LoadScript(std::optional<ScriptEngine>* engine) {
     Tell(loaded == kLoadExpired ? u"Patch is no longer valid." : u"Failed to load patch.");
     TraceLine(u"Error running xml script from file '%s': %d \n", Path(), loaded);
     return {.exitCode = kPatchInvalidPatch,
-            .detail = loaded == kLoadExpired ? u"PatchExpired" : cvn::StringView()};
+            .detail = loaded == kLoadExpired ? kPatchExpired : cvn::StringView()};
   }
   return {};
 }

@@ -21,6 +21,7 @@
 #include "platform/stop_request.h"
 #include "platform/streams.h"
 #include "support/format.h"
+#include "telemetry/reason_names.h"
 #include "trace/trace.h"
 #include "trust/product.h"
 #include "trust/protected_folder.h"
@@ -194,8 +195,8 @@ RunEnd PatchRun::RunScript() {
   const std::int32_t written = FlushRegistry();
   const std::int32_t ended = ProcessCodeOf(result);
   return {.exitCode = ended == 0 ? -written : ended,
-          .detail = written != 0             ? u"RegistryWriteFault"
-                    : engine_->IsCancelled() ? u"PatchCancelled"
+          .detail = written != 0             ? kRegistryWriteFault
+                    : engine_->IsCancelled() ? kPatchCancelled
                                              : cvn::StringView(),
           .ranScript = true};
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <span>
 
+#include "support/utf.h"
+
 namespace tessel {
 namespace {
 
@@ -52,6 +54,19 @@ std::string NameOf(std::span<const Reason> reasons, std::int32_t code) {
 }  // namespace
 
 std::string CriticalReasonName(std::int32_t reason) { return NameOf(kCriticalReasons, reason); }
+
+cvn::List<cvn::String> ReasonNames() {
+  cvn::List<cvn::String> names = {kPatchCancelled, kPatchExpired, kRegistryWriteFault};
+  for (const std::span<const Reason> reasons :
+       {std::span<const Reason>(kCriticalReasons), std::span<const Reason>(kToolRanReasons)}) {
+    for (const Reason& reason : reasons) {
+      names.push_back(cvn::Utf8ToWide(reason.name));
+    }
+  }
+  std::ranges::sort(names, {}, &cvn::String::AsView);
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  return names;
+}
 
 std::string ToolRanReasonName(std::int32_t reason) { return NameOf(kToolRanReasons, reason); }
 
