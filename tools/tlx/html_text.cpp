@@ -8,16 +8,6 @@
 namespace tlx {
 namespace {
 
-char32_t CharacterAt(cvn::StringView text, std::size_t at) {
-  const char32_t unit = text[at];
-  if (unit < 0xD800 || unit > 0xDBFF || at + 1 == text.size()) {
-    return unit;
-  }
-  const char32_t second = text[at + 1];
-  return second < 0xDC00 || second > 0xDFFF ? unit
-                                            : 0x10000 + ((unit - 0xD800) << 10) + second - 0xDC00;
-}
-
 const char* EntityOf(char32_t character) {
   switch (character) {
     case U'&':
@@ -44,20 +34,20 @@ std::string Html(cvn::StringView text) {
   const auto flush = [&](std::size_t end) {
     cvn::AppendUtf8(text.substr(plain, end - plain), &html);
   };
-  for (std::size_t at = 0; at < text.size();) {
-    const char32_t character = CharacterAt(text, at);
-    const std::size_t units = character > 0xFFFF ? 2 : 1;
+  for (cvn::StringView rest = text; !rest.empty();) {
+    const std::size_t at = text.size() - rest.size();
+    const char32_t character = TakeCharacter(&rest);
     const char* entity = EntityOf(character);
-    if (entity != nullptr) {
-      flush(at);
-      html += entity;
-      plain = at + units;
-    } else if (IsUnseen(character)) {
-      flush(at);
-      cvn::AppendUtf8(cvn::Format(u"\\u%04X", static_cast<std::uint32_t>(character)), &html);
-      plain = at + units;
+    if (entity == nullptr && !IsUnseen(character)) {
+      continue;
     }
-    at += units;
+    flush(at);
+    plain = text.size() - rest.size();
+    if (entity != nullptr) {
+      html += entity;
+    } else {
+      cvn::AppendUtf8(cvn::Format(u"\\u%04X", static_cast<std::uint32_t>(character)), &html);
+    }
   }
   flush(text.size());
   return html;

@@ -112,13 +112,15 @@ cvn::StringView ArchitectureName(cvn::StringView environmentName) {
 
 cvn::String Printable(cvn::StringView text) {
   cvn::String printable;
-  for (const char16_t c : text) {
-    if (c == u'\t' || c == u'\n' || (c < 0x100 && IsUnseen(c))) {
-      printable.Append(cvn::Format(u"\\x%02X", static_cast<std::uint16_t>(c)));
+  while (!text.empty()) {
+    const cvn::StringView rest = text;
+    const char32_t c = TakeCharacter(&text);
+    if (c == U'\t' || c == U'\n' || (c < 0x100 && IsUnseen(c))) {
+      printable.Append(cvn::Format(u"\\x%02X", static_cast<std::uint32_t>(c)));
     } else if (IsUnseen(c)) {
-      printable.Append(cvn::Format(u"\\u%04X", static_cast<std::uint16_t>(c)));
+      printable.Append(cvn::Format(u"\\u%04X", static_cast<std::uint32_t>(c)));
     } else {
-      printable.Append(c);
+      printable.Append(rest.substr(0, rest.size() - text.size()));
     }
   }
   return printable;

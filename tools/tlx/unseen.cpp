@@ -27,4 +27,17 @@ bool IsUnseen(char32_t character) {
   return false;
 }
 
+char32_t TakeCharacter(cvn::StringView* text) {
+  const auto isSurrogate = [text](std::size_t at, char16_t first) {
+    return at < text->size() && ((*text)[at] & 0xFC00) == first;
+  };
+  char32_t character = text->front();
+  const bool isPair = isSurrogate(0, 0xD800) && isSurrogate(1, 0xDC00);
+  if (isPair) {
+    character = 0x10000 + ((character & 0x3FF) << 10) + ((*text)[1] & 0x3FFU);
+  }
+  text->remove_prefix(isPair ? 2 : 1);
+  return character;
+}
+
 }  // namespace tlx
