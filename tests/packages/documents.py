@@ -37,6 +37,7 @@ ELSEWHERE = {
     'cmake --preset package-linux -DTESSEL_PUBLIC_KEY=$PWD/release-public.pem': 'the same',
     'cmake --build --preset package-linux --target programs': 'the same',
     'cmake --install build/package-linux --prefix /usr/local': 'the same',
+    'tlx events --follow --records machines/*': 'follows events until it is stopped',
     'ntfs-3g -o permissions /dev/sdb3 /mnt/windows': 'mounts a disk, as root',
 }
 # Run as root, with a network: how the package is installed.
@@ -67,6 +68,10 @@ cp private.pem key.pem && openssl pkey -in key.pem -pubout -out PUB.pem
 PAGES = {
     'README.md': """patch fix-4711 docs/samples/repair_product.xml""",
     'docs/installing.md': '',
+    'docs/events.md': '''
+mkdir machines collected
+for name in till-1 till-2; do tlx machine create machines/$name; done
+''',
     'docs/running-patches.md': """
 tlx pack --key private.pem --in docs/samples/first_patch.xml --out fix.tlx
 cp fix.tlx PATCH; export TESSEL_MACHINE=/mnt/windows

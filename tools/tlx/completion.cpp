@@ -106,8 +106,8 @@ void AddArguments(const CommandSpec& command, std::span<const cvn::String> words
     }
     i += values;
   }
-  if (operands < command.operands.size()) {
-    candidates->AddValue(command.operands[operands].name, command.operands[operands].help);
+  if (const OperandSpec* operand = OperandAfter(command, operands)) {
+    candidates->AddValue(operand->name, operand->help);
   }
   for (const OptionSpec& spec : command.options) {
     if (spec.isRepeatable || !given.contains(spec.name)) {

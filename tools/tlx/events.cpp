@@ -1,17 +1,18 @@
 #include <algorithm>
-#include <array>
+#include <optional>
 
 #include "platform/clock.h"
-#include "platform/machine.h"
-#include "platform/paths.h"
+#include "platform/stop_request.h"
 #include "platform/streams.h"
 #include "support/format.h"
-#include "support/utf.h"
-#include "telemetry/event_spool.h"
+#include "support/numbers.h"
+#include "telemetry/reason_names.h"
 #include "tools/tlx/commands.h"
+#include "tools/tlx/event_report.h"
+#include "tools/tlx/event_source.h"
 #include "tools/tlx/machine_text.h"
 #include "tools/tlx/messages.h"
-#include "tools/tlx/spooled_event.h"
+#include "tools/tlx/moment.h"
 
 namespace tlx {
 namespace {
@@ -19,133 +20,232 @@ namespace {
 using platform::streams::Output;
 
 constexpr OptionSpec kOptions[] = {
+    {u"--since", u"TIME", false,
+     u"Leave out what is older: 2026-11-23T21:26Z, 2026-11-23 (local time), or 2h, 3d, 1w ago"},
+    {u"--reason", u"NAME", false, u"Leave out other reasons; a name, or a code without one", true},
+    {u"--follow", u"", false, u"Go on with the events that come, until it is stopped"},
+    {u"--totals", u"", false, u"Count the events by reason instead, over all and for each DIR"},
     {u"--json", u"", false, u"Print each event as a line of JSON, as it is spooled"},
+    {u"--records", u"", false,
+     u"Print each event as a line of JSON with where it is from, for log shippers"},
 };
 
 constexpr OperandSpec kOperands[] = {
-    {u"DIR", false, u"A machine's folder, or a folder with events; without it, this machine"},
+    {u"DIR", false, u"A machine's folder, or a folder with events; without it, this machine", true},
 };
 
-constexpr cvn::StringView kThisMachine = u"this machine";
-
-using Row = std::array<cvn::String, 5>;
-
-cvn::String TimeText(std::int64_t milliseconds) {
-  const platform::clock::LocalTime time = platform::clock::ToLocalTime(milliseconds / 1000);
-  return cvn::Format(u"%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
-                     time.minute, time.second);
+std::int64_t Now() {
+  return platform::clock::NowTicks() / (platform::clock::kTicksPerSecond / 1000);
 }
 
-void PrintTable(const cvn::List<SpooledEvent>& events) {
-  cvn::List<Row> rows = {{u"TIME", u"EVENT", u"PATCH", u"REASON", u"CODE"}};
-  for (const SpooledEvent& event : events) {
-    rows.push_back({TimeText(event.time), Printable(event.name), Printable(event.patchId),
-                    Printable(event.reason), cvn::Format(u"%lld", event.code)});
-  }
-  std::array<std::size_t, 5> widths{};
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], row[i].Length());
+// Codes without a name are their own decimal text.
+bool IsCode(cvn::StringView text) {
+  text.remove_prefix(text.starts_with(u'-') ? 1 : 0);
+  return cvn::IsAllDigits(text) && text.size() <= 10;
+}
+
+cvn::String FaultOfReasons(const Options& options) {
+  const cvn::List<cvn::String> names = tessel::ReasonNames();
+  for (const cvn::String& reason : options.Values(u"--reason")) {
+    if (IsCode(reason) || std::ranges::find(names, reason) != names.end()) {
+      continue;
     }
-  }
-  for (const Row& row : rows) {
-    cvn::String line;
-    for (std::size_t i = 0; i + 1 < row.size(); ++i) {
-      line.Append(row[i]);
-      for (std::size_t blanks = widths[i] + 2 - row[i].Length(); blanks > 0; --blanks) {
-        line.Append(u' ');
-      }
+    cvn::String fault =
+        cvn::Format(u"option '--reason' takes a code or one of these, not '%s':", reason);
+    for (const cvn::String& name : names) {
+      fault.Append(cvn::Format(u"\n  %s", name));
     }
-    line.Append(row.back());
-    platform::streams::WriteLine(Output::Out, line);
+    return fault;
   }
+  return {};
 }
 
-void PrintLines(const cvn::List<SpooledEvent>& events) {
-  for (const SpooledEvent& event : events) {
-    platform::streams::WriteLine(Output::Out, cvn::Utf8ToWide(event.line));
+cvn::String FaultOf(const Options& options) {
+  if (options.Has(u"--since") && !ReadMoment(options.Value(u"--since"), Now())) {
+    return cvn::Format(
+        u"option '--since' takes a time such as 2026-11-23, 2026-11-23T21:26 or "
+        u"2026-11-23T21:26:02Z, or a duration such as 90m, 2h or 3d, not '%s'",
+        options.Value(u"--since"));
   }
+  if (options.Has(u"--json") && options.Has(u"--records")) {
+    return u"'--json' and '--records' are two forms; give one of them";
+  }
+  if (options.Has(u"--totals") && options.Has(u"--follow")) {
+    return u"'--totals' counts what is there; it can't be given with '--follow'";
+  }
+  return FaultOfReasons(options);
 }
 
-// Where the events lie.
-struct Spool {
-  cvn::String folder;
-  bool isMachines = false;  // its own: it is made with the first event
+class EventListing {
+ public:
+  explicit EventListing(const Options& options);
+
+  int Run() {
+    if (isFollowing_) {
+      platform::stop::Watch();
+      return Follow();
+    }
+    ReadRound();
+    const bool hasNone = hasTotals_ ? totals_.IsEmpty() : rows_.empty();
+    const bool isPrinted = hasNone && form_ == EventForm::Table
+                               ? platform::streams::WriteLine(Output::Out, u"There are no events.")
+                           : hasTotals_ ? PrintTotals()
+                                        : PrintRows(false);
+    if (!isPrinted) {
+      TellLostOutput();
+    }
+    return exitCode_;
+  }
+
+ private:
+  int Follow();
+  void ReadRound();
+  void Take(std::size_t source, cvn::StringView file, SpooledEvent event);
+  bool Matches(const SpooledEvent& event) const;
+  bool PrintRows(bool awaitsRoom);
+  bool PrintRow(const EventRow& row);
+  bool PrintTotals() const;
+  void TellLostOutput();
+
+  EventForm form_;
+  bool isFollowing_;
+  bool hasTotals_;
+  std::optional<std::int64_t> since_;
+  std::span<const cvn::String> reasons_;
+  cvn::List<EventSource> sources_;
+  cvn::List<EventRow> rows_;
+  EventTotals totals_;
+  GrowingTable table_;
+  int exitCode_ = kExitDone;
 };
 
-// Makes the place this process's machine, if it is one. The code of a place that can't be looked
-// at.
-platform::Code EnterMachine(cvn::StringView place, bool* isMachine) {
-  const platform::Code code = platform::machine::Use(place);
-  *isMachine = code == platform::kSuccess;
-  const bool isOther =
-      code == platform::kNotSupported || code == platform::machine::kUnrecognizedVolume;
-  return isOther ? platform::kSuccess : code;
+cvn::List<cvn::String> TitlesFor(bool hasOrigins) {
+  cvn::List<cvn::String> titles = {u"TIME", u"EVENT", u"PATCH", u"REASON", u"CODE"};
+  if (hasOrigins) {
+    titles.emplace_back(u"FROM");
+  }
+  return titles;
 }
 
-// What messages call this process's machine.
-cvn::String NameOfMachine(cvn::StringView place) {
-  const cvn::String folder =
-      place.empty() ? platform::machine::DefaultFolder() : cvn::String(place);
-  return folder.Empty() ? cvn::String(kThisMachine) : folder;
+EventListing::EventListing(const Options& options)
+    : form_(options.Has(u"--json")      ? EventForm::Spooled
+            : options.Has(u"--records") ? EventForm::Records
+                                        : EventForm::Table),
+      isFollowing_(options.Has(u"--follow")),
+      hasTotals_(options.Has(u"--totals")),
+      reasons_(options.Values(u"--reason")),
+      table_(TitlesFor(options.Operands().size() > 1)) {
+  if (options.Has(u"--since")) {
+    since_ = ReadMoment(options.Value(u"--since"), Now());
+  }
+  for (const cvn::String& folder : options.Operands()) {
+    sources_.emplace_back(folder, isFollowing_);
+  }
+  if (sources_.empty()) {
+    sources_.emplace_back(cvn::StringView(), isFollowing_);
+  }
 }
 
-// Finds the folder of the events; the exit code of a failure that it told.
-int FindSpool(cvn::StringView place, Spool* spool) {
-  spool->isMachines = place.empty();
-  platform::Code code =
-      place.empty() ? platform::machine::UseDefault() : EnterMachine(place, &spool->isMachines);
-  if (code == platform::kSuccess && spool->isMachines) {
-    code = platform::machine::CheckRegistry();
-  }
-  if (code != platform::kSuccess) {
-    return FailToRead(NameOfMachine(place), code);
-  }
-  spool->folder = spool->isMachines ? tessel::GetEventsFolder() : platform::paths::OfCaller(place);
-  return spool->folder.Empty()
-             ? FailOnFile(NameOfMachine(place),
-                          u"the product isn't installed there, and so has no events")
-             : kExitDone;
+bool EventListing::Matches(const SpooledEvent& event) const {
+  return (!since_ || event.time >= *since_) &&
+         (reasons_.empty() || std::ranges::find(reasons_, event.reason) != reasons_.end());
 }
 
-int ShowEvents(const Options& options) {
-  Spool spool;
-  int exitCode = FindSpool(options.Operand(0), &spool);
-  if (exitCode != kExitDone) {
-    return exitCode;
+void EventListing::Take(std::size_t source, cvn::StringView file, SpooledEvent event) {
+  if (!Matches(event)) {
+    return;
   }
-  cvn::List<SpooledEvent> events;
-  cvn::List<BrokenEvent> broken;
-  const platform::Code code = ReadSpool(spool.folder, &events, &broken);
-  if (code != platform::kSuccess && !(spool.isMachines && code == platform::kPathNotFound)) {
-    return FailToRead(spool.folder, code);
+  if (hasTotals_) {
+    totals_.Add(source, event);
+    return;
   }
-  if (options.Has(u"--json")) {
-    PrintLines(events);
-  } else if (events.empty()) {
-    platform::streams::WriteLine(Output::Out, u"There are no events.");
-  } else {
-    PrintTable(events);
+  const EventPlace& place = sources_[source].Place();
+  rows_.push_back(MakeEventRow(form_, place, source, file, std::move(event)));
+  if (form_ == EventForm::Table && sources_.size() > 1) {
+    rows_.back().cells.push_back(Printable(place.Name()));
   }
-  for (const BrokenEvent& one : broken) {
-    exitCode = FailOnFile(one.path, one.problem);
-  }
-  return exitCode;
 }
+
+void EventListing::ReadRound() {
+  FoldersOfRound folders;
+  for (std::size_t i = 0; i < sources_.size() && !platform::stop::IsAsked(); ++i) {
+    const int read = sources_[i].Read(
+        &folders,
+        [this, i](cvn::StringView file, SpooledEvent event) { Take(i, file, std::move(event)); });
+    exitCode_ = read == kExitDone ? exitCode_ : read;
+  }
+  std::ranges::sort(rows_, std::less<>());
+}
+
+bool EventListing::PrintRow(const EventRow& row) {
+  return form_ == EventForm::Table ? table_.Print(row.cells) : PrintJsonLine(row.line);
+}
+
+// False when standard output doesn't take them all, or, where it awaits room, the program is asked
+// to stop.
+bool EventListing::PrintRows(bool awaitsRoom) {
+  for (const EventRow& row : rows_) {
+    table_.Measure(row.cells);
+  }
+  const bool isPrinted = std::ranges::all_of(rows_, [&](const EventRow& row) {
+    return (!awaitsRoom || platform::streams::AwaitRoom(Output::Out)) && PrintRow(row);
+  });
+  rows_.clear();
+  return isPrinted;
+}
+
+bool EventListing::PrintTotals() const {
+  cvn::List<const EventPlace*> places;
+  for (const EventSource& source : sources_) {
+    places.push_back(&source.Place());
+  }
+  return form_ == EventForm::Table ? totals_.PrintTable(places) : totals_.PrintRecords(places);
+}
+
+// A reader that has enough isn't a failure, but a full disk is.
+void EventListing::TellLostOutput() {
+  if (platform::streams::AwaitRoom(Output::Out)) {
+    exitCode_ = FailOnFile(u"standard output", u"cannot be written");
+  }
+}
+
+int EventListing::Follow() {
+  constexpr std::uint32_t kPause = 1000;  // milliseconds
+  // Of the time that there is, at most a tenth goes into looking.
+  constexpr std::uint32_t kShare = 10;
+  for (;;) {
+    const std::uint32_t start = platform::clock::TickCount();
+    ReadRound();
+    if (!PrintRows(true)) {
+      TellLostOutput();
+      return exitCode_;
+    }
+    if (!platform::streams::AwaitRoom(Output::Out)) {
+      return exitCode_;
+    }
+    const std::uint32_t taken = platform::clock::TickCount() - start;
+    platform::clock::Sleep(std::max(kPause, std::min(taken, 60'000U) * kShare));
+  }
+}
+
+int ShowEvents(const Options& options) { return EventListing(options).Run(); }
 
 }  // namespace
 
 const CommandSpec kEventsCommand = {
     u"events",
     u"Show the events that runs left",
-    u"Prints the events that wait in a machine's spool folder, the newest last: when, which "
-    u"report, "
-    u"which patch,\nwhy and with what code. Files that are still being written are passed over; "
-    u"one "
-    u"that is no event is named\non standard error, and makes the exit code 1.\n",
+    u"Prints the events that wait in the spool folders of machines, the newest last: when, which "
+    u"report, which\npatch, why and with what code; of several DIRs also from which one. Times are "
+    u"those of the clocks of the\nmachines that wrote the events, shown in this computer's zone, "
+    u"and in UTC in JSON. Files that are still\nbeing written are passed over; one that is no "
+    u"event "
+    u"is named on standard error, and makes the exit code 1,\nas does a DIR that can't be read. "
+    u"With --follow, a DIR may come later, go, and come again.\n",
     kOptions,
     ShowEvents,
     kOperands,
+    FaultOf,
 };
 
 }  // namespace tlx

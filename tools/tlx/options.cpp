@@ -41,6 +41,14 @@ cvn::List<cvn::StringView> ChoicesOf(cvn::StringView name) {
   }
 }
 
+const OperandSpec* OperandAfter(const CommandSpec& command, std::size_t given) {
+  const std::span<const OperandSpec> specs = command.operands;
+  if (given < specs.size()) {
+    return &specs[given];
+  }
+  return !specs.empty() && specs.back().isRepeatable ? &specs.back() : nullptr;
+}
+
 class OptionParser {
  public:
   OptionParser(const CommandSpec& command, Options* options, cvn::String* problem)
@@ -67,13 +75,16 @@ class OptionParser {
 
  private:
   bool IsOperand(cvn::StringView argument) const {
-    return (!argument.starts_with(u"-") || argument == u"-") &&
-           options_->operands_.size() < command_.operands.size();
+    return (!argument.starts_with(u"-") || argument == u"-") && NextOperand() != nullptr;
+  }
+
+  const OperandSpec* NextOperand() const {
+    return OperandAfter(command_, options_->operands_.size());
   }
 
   // Like TakeOption, for the operand.
   std::size_t TakeOperand(cvn::StringView value) {
-    const OperandSpec& spec = command_.operands[options_->operands_.size()];
+    const OperandSpec& spec = *NextOperand();
     if (value.empty()) {
       return Fail(u"%s is empty", spec.name.Text());
     }
@@ -125,7 +136,8 @@ class OptionParser {
         return false;
       }
     }
-    for (const OperandSpec& spec : command_.operands.subspan(options_->operands_.size())) {
+    const std::size_t given = std::min(options_->operands_.size(), command_.operands.size());
+    for (const OperandSpec& spec : command_.operands.subspan(given)) {
       if (spec.isRequired) {
         Fail(u"%s is missing", spec.name.Text());
         return false;
@@ -166,6 +178,7 @@ cvn::String UsageOf(const CommandSpec& command) {
   cvn::String text = cvn::Format(u"Usage: tlx %s", command.name);
   for (const OperandSpec& spec : command.operands) {
     text.Append(cvn::Format(spec.isRequired ? u" %s" : u" [%s]", spec.name.Text()));
+    text.Append(spec.isRepeatable ? cvn::StringView(u"...") : cvn::StringView());
   }
   for (const OptionSpec& spec : command.options) {
     text.Append(cvn::Format(spec.isRequired ? u" %s" : u" [%s]", WithValue(spec)));

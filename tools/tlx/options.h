@@ -75,6 +75,7 @@ struct OperandSpec {
   ValueName name;
   bool isRequired;
   cvn::StringView help;
+  bool isRepeatable = false;  // of the last one: it takes all that follow
 };
 
 // The options and operands that a command line gave.
@@ -87,6 +88,8 @@ class Options {
   std::span<const cvn::String> Values(cvn::StringView name) const;
   // The operand at `index` of the command's operands; empty for one that was not given.
   cvn::StringView Operand(std::size_t index) const;
+  // All operands, in their order.
+  std::span<const cvn::String> Operands() const { return operands_; }
 
  private:
   friend class OptionParser;
@@ -105,6 +108,9 @@ struct CommandSpec {
   // What is wrong with the options together, for the user; empty for nothing.
   cvn::String (*faultOf)(const Options& options) = nullptr;
 };
+
+// The operand that comes after `given` others; null when there are enough.
+const OperandSpec* OperandAfter(const CommandSpec& command, std::size_t given);
 
 enum class ParseOutcome { Run, Help, BadUsage };
 

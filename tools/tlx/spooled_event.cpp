@@ -9,8 +9,6 @@
 #include <utility>
 
 #include "changes/json_input.h"
-#include "platform/file_search.h"
-#include "platform/paths.h"
 #include "platform/whole_file.h"
 #include "support/utf.h"
 #include "tools/tlx/messages.h"
@@ -18,7 +16,8 @@
 namespace tlx {
 namespace {
 
-namespace files = platform::files;
+// Twice the longest command line of a Linux host, with each character escaped, is less.
+constexpr std::uint64_t kLargestEvent = std::uint64_t{64} << 20;
 
 bool IsJsonNumber(std::string_view text) {
   const auto skipDigits = [&text] {
@@ -96,6 +95,7 @@ bool Describe(const Json::Value& document, SpooledEvent* event) {
   if (event->name.Empty()) {
     return false;
   }
+  event->fields = fields;
   event->time = NumberOf(Member(fields, "event_time"));
   const bool isRefusal = Member(fields, "error_code").isInt64();
   event->reason = TextOf(Member(fields, isRefusal ? "error" : "exit_reason"));
@@ -115,20 +115,6 @@ cvn::String DescribeLine(SpooledEvent* event) {
                                                                       : u"it holds no event";
 }
 
-// What is wrong with a file; empty when it is an event.
-cvn::String ReadEvent(cvn::StringView path, SpooledEvent* event) {
-  const platform::Code code = platform::ReadWholeFile(path, &event->line);
-  if (code != platform::kSuccess) {
-    return DescribeCode(code);
-  }
-  event->line.resize(event->line.size() - (event->line.ends_with('\n') ? 1 : 0));
-  return DescribeLine(event);
-}
-
-bool IsEventFile(const files::SearchEntry& entry) {
-  return !entry.IsDirectory() && !entry.Name().AsView().ends_with(u".tmp");
-}
-
 }  // namespace
 
 std::optional<SpooledEvent> ReadEventLine(std::string line) {
@@ -137,32 +123,28 @@ std::optional<SpooledEvent> ReadEventLine(std::string line) {
   return DescribeLine(&event).Empty() ? std::optional(std::move(event)) : std::nullopt;
 }
 
-platform::Code ReadSpool(cvn::StringView folder, cvn::List<SpooledEvent>* events,
-                         cvn::List<BrokenEvent>* broken) {
-  cvn::String base(folder);
-  platform::paths::AddBackslash(&base);
-  cvn::String pattern = base;
-  pattern.Append(u'*');
-  files::Search search;
-  files::SearchEntry entry;
-  platform::Code code = search.First(pattern, &entry);
-  for (; code == platform::kSuccess; code = search.Next(&entry)) {
-    if (!IsEventFile(entry)) {
-      continue;
-    }
-    cvn::String path = base;
-    path.Append(entry.Name());
-    SpooledEvent event;
-    cvn::String problem = ReadEvent(path, &event);
-    if (problem.Empty()) {
-      events->push_back(std::move(event));
-    } else {
-      broken->push_back({std::move(path), std::move(problem)});
-    }
+cvn::String ReadEventFile(const platform::files::HeldFolder& folder, cvn::StringView name,
+                          SpooledEvent* event, bool* isGone) {
+  platform::files::File file;
+  platform::Code code = folder.OpenEntry(name, &file);
+  *isGone = code == platform::kFileNotFound;
+  std::uint64_t size = 0;
+  if (code == platform::kSuccess) {
+    code = file.Size(&size);
   }
-  std::ranges::stable_sort(*events, {}, &SpooledEvent::time);
-  const bool isEnd = code == platform::kNoMoreFiles || code == platform::kFileNotFound;
-  return isEnd ? platform::kSuccess : code;
+  if (code == platform::kSuccess && size > kLargestEvent) {
+    return u"it is larger than an event can be, which is 64 MiB";
+  }
+  if (code == platform::kSuccess) {
+    code = platform::ReadWholeFile(&file, &event->line);
+  }
+  if (code != platform::kSuccess) {
+    return *isGone                                   ? cvn::String()
+           : code == platform::files::kNoRegularFile ? cvn::String(u"it is no regular file")
+                                                     : DescribeCode(code);
+  }
+  event->line.resize(event->line.size() - (event->line.ends_with('\n') ? 1 : 0));
+  return DescribeLine(event);
 }
 
 }  // namespace tlx

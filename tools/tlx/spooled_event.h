@@ -1,12 +1,13 @@
 // Events as they lie in the spool folder.
 #pragma once
 
+#include <json/value.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 
-#include "platform/error.h"
-#include "support/containers.h"
+#include "platform/held_folder.h"
 #include "support/string.h"
 
 namespace tlx {
@@ -17,22 +18,16 @@ struct SpooledEvent {
   cvn::String patchId;
   cvn::String reason;
   std::int64_t code = 0;
-  std::string line;  // the whole file, without the line feed at its end
+  std::string line;    // the whole file, without the line feed at its end
+  Json::Value fields;  // what the report itself says, an object
 };
 
 // The event that a line holds, without a line feed; nothing for what is none.
 std::optional<SpooledEvent> ReadEventLine(std::string line);
 
-// A file of the folder that is no event.
-struct BrokenEvent {
-  cvn::String path;
-  cvn::String problem;
-};
-
-// Reads the events of a folder, in the order of their times, the newest last. Files that are still
-// being written (".tmp") are none, and neither are folders. The code of a folder that can't be
-// read.
-platform::Code ReadSpool(cvn::StringView folder, cvn::List<SpooledEvent>* events,
-                         cvn::List<BrokenEvent>* broken);
+// Reads a file that `folder` has given. What is wrong with it, for the user; empty when it is an
+// event, or when it has gone meanwhile.
+cvn::String ReadEventFile(const platform::files::HeldFolder& folder, cvn::StringView name,
+                          SpooledEvent* event, bool* isGone);
 
 }  // namespace tlx
