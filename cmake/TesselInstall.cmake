@@ -5,6 +5,7 @@
 #   manual pages        share/man/
 #   completions         share/bash-completion/, zsh/, fish/
 #   schemas             share/tessel/schemas/                       docs/
+#   Ansible collection  share/tessel/ansible/
 #   documents           share/doc/tessel/                           the prefix and docs/
 #   licences                                                        licences/
 #
@@ -69,3 +70,8 @@ endforeach()
 # Editors and others use the schemas, and a system may be without its documents.
 file(GLOB schemas CONFIGURE_DEPENDS docs/*.xsd docs/*.schema.json)
 install(FILES ${schemas} DESTINATION "${CMAKE_INSTALL_DATADIR}/tessel/schemas")
+
+# The sources of the Ansible collection, from which ansible-galaxy builds it.
+install(DIRECTORY integrations/ansible DESTINATION "${CMAKE_INSTALL_DATADIR}/tessel"
+  PATTERN LICENSE EXCLUDE PATTERN __pycache__ EXCLUDE)
+install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DATADIR}/tessel/ansible")

@@ -1,7 +1,7 @@
 """Checks that the tests are no more than a third of the product, in lines. It counts as one test.
 
 Everything that git tracks below tests/ counts, data included; of the product its sources, headers
-and CMake files do.
+and CMake files do, and what integrations have of Python and YAML.
 """
 
 import argparse
@@ -12,6 +12,7 @@ import layout
 import results
 
 PRODUCT_FILES = (".h", ".cpp", ".cmake", "CMakeLists.txt")
+INTEGRATION_FILES = (".py", ".yml")
 
 
 def tracked(root, *folders):
@@ -35,6 +36,8 @@ def main():
     tests = lines(tracked(arguments.root, "tests"))
     product = lines(path for path in tracked(arguments.root, *layout.PRODUCT)
                     if path.name.endswith(PRODUCT_FILES))
+    product += lines(path for path in tracked(arguments.root, "integrations")
+                     if path.name.endswith(INTEGRATION_FILES))
     share = f"{tests} lines of tests, {product} of the product, {100 * tests / product:.1f} %"
     print(f"== Share of tests: {share}")
     if arguments.json:

@@ -137,6 +137,11 @@ need_browser() {
   (need_packages chromium fonts-dejavu-core) || note "Pages can't be tested: there is no Chromium"
 }
 
+# Without it the tests of fleets are skipped.
+need_fleet() {
+  (need_packages ansible-core) || note "Fleets can't be tested: there is no ansible-core"
+}
+
 need_fuzz_packages() {
   need_packages clang-14 libclang-rt-14-dev llvm-14
 }

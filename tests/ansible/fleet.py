@@ -28,6 +28,7 @@ import agreement  # pylint: disable=wrong-import-position
 import gate_runs  # pylint: disable=wrong-import-position
 import machines  # pylint: disable=wrong-import-position
 import rehearsals  # pylint: disable=wrong-import-position
+import surroundings  # pylint: disable=wrong-import-position
 import world  # pylint: disable=wrong-import-position
 from world import expect  # pylint: disable=wrong-import-position
 
@@ -182,19 +183,22 @@ class Fleet(world.World):
     def environment(self):
         home = self.place / 'home'
         home.mkdir(exist_ok=True)
-        return {**os.environ, 'HOME': str(home), 'TESSEL_RESULTS': str(self.results), 'ANSIBLE_HOME': str(home),
-                'ANSIBLE_COLLECTIONS_PATH': str(self.collections), 'LC_ALL': 'C.UTF-8', 'ANSIBLE_CONFIG': str(self.config),
-                'ANSIBLE_CALLBACK_PLUGINS': str(pathlib.Path(__file__).parent / 'callbacks'), 'ANSIBLE_RETRY_FILES_ENABLED': '0',
-                'ANSIBLE_CALLBACKS_ENABLED': 'results_log', 'ANSIBLE_LOCALHOST_WARNING': '0',
-                'ANSIBLE_REMOTE_TMP': str(home / 'remote')}
+        settings = {'HOME': home, 'COLLECTIONS_PATH': self.collections, 'CONFIG': self.config,
+                    'CALLBACK_PLUGINS': pathlib.Path(__file__).parent / 'callbacks', 'RETRY_FILES_ENABLED': 0,
+                    'CALLBACKS_ENABLED': 'results_log', 'LOAD_CALLBACK_PLUGINS': 1, 'LOCALHOST_WARNING': 0,
+                    'REMOTE_TMP': home / 'remote'}
+        return {**os.environ, 'HOME': str(home), 'LC_ALL': 'C.UTF-8', 'TESSEL_RESULTS': str(self.results),
+                **{f'ANSIBLE_{name}': str(value) for name, value in settings.items()}}
 
     def start(self, playbook, variables, *options, hosts=None):
         self.results.unlink(missing_ok=True)
         inventory = self.place / 'inventory.json'
         inventory.write_text(self.inventory(hosts or self.hosts))
+        # A module by itself, or a playbook.
+        what = ['ansible', 'all', '-m'] if playbook in MODULES else ['ansible-playbook']
         return subprocess.Popen(
-            ['ansible-playbook', '-i', inventory, '-f', FORKS, f'ambry_shield.tessel.{playbook}', '-e',
-             json.dumps(variables), *options], env=self.environment(), cwd=self.place, text=True, start_new_session=True,
+            [*what, f'ambry_shield.tessel.{playbook}', '-i', inventory, '-f', FORKS, '-e', json.dumps(variables),
+             *options], env=self.environment(), cwd=self.place, text=True, start_new_session=True,
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
 
     def told(self):
@@ -258,6 +262,19 @@ def looked_at(fleet):
         wanted = {'is_pending': True} if 'commit' in name else {'is_pending': False, 'code': code}
         expect_each(results, [name], is_fit=False, changed=False, failed=True, **wanted)
     expect_each(results, INTERRUPTED, is_pending=True, changed=False)
+    expect(fleet.snapshot() == before, 'a machine was touched')
+
+
+def judged(fleet):
+    """A patch is judged without being run, and without anything else."""
+    before = fleet.snapshot()
+    where = f'patch={fleet.patch} machine={fleet.machines}/{{{{inventory_hostname}}}} executable={fleet.tlx}'
+    hosts = [*fleet.whole[:1], *INTERRUPTED, 'hibernated', 'missing']
+    results = fleet.play('tlx_verify', (2,), {}, '-a', where, task='tlx_verify', hosts=hosts)
+    expect_each(results, fleet.whole[:1], starts=True, code=0, changed=False, obstacles=[])
+    expect(results[fleet.whole[0]]['header']['id'] == 'world', f'{results[fleet.whole[0]]}')
+    expect_each(results, ['hibernated', 'missing'], starts=False, changed=False, failed=True)
+    expect(results['hibernated']['code'] == 726, f'{results["hibernated"]}')
     expect(fleet.snapshot() == before, 'a machine was touched')
 
 
@@ -392,7 +409,7 @@ def image(fleet):
         file.truncate(64 << 20)
     subprocess.run(['mkntfs', '-qF', path], check=True, capture_output=True)
     point.mkdir()
-    subprocess.run(['ntfs-3g', '-o', 'permissions', path, point], check=True)
+    subprocess.run(['ntfs-3g', '-o', 'permissions', path, point], check=True, capture_output=True)
     shutil.copytree(fleet.place / 'template', point, symlinks=True, dirs_exist_ok=True)
     subprocess.run(['umount', point], check=True)
     host = fleet.whole[:1]
@@ -419,7 +436,7 @@ def image(fleet):
         expect(any('qemu-nbd' in words and 'guestmount' in words for words in told), f'{told}')
 
 
-ROWS = {'collection': collection, 'looked-at': looked_at, 'rehearsed': rehearsed, 'stopped': stopped,
+ROWS = {'collection': collection, 'looked-at': looked_at, 'judged': judged, 'rehearsed': rehearsed, 'stopped': stopped,
         'again': again, 'interrupted': interrupted, 'undone': undone, 'busy': busy, 'image': image}
 
 
@@ -427,11 +444,10 @@ def own_mounts():
     """Goes on in a namespace for mounts, if there can be one. Whether it is in one."""
     if os.environ.pop('TESSEL_OWN_MOUNTS', ''):
         return True
-    words = ['unshare', '--mount', '--propagation', 'private']
-    if os.geteuid() != 0 or subprocess.run([*words, 'true'], stderr=subprocess.DEVNULL, check=False).returncode:
+    if surroundings.mounts():
         return False
     os.environ['TESSEL_OWN_MOUNTS'] = '1'
-    os.execvp(words[0], [*words, sys.executable, *sys.argv])
+    os.execvp(surroundings.MOUNTED[0], [*surroundings.MOUNTED, sys.executable, *sys.argv])
     return False
 
 
@@ -439,15 +455,15 @@ def main():
     parser = world.option_parser('Services a fleet of machines with Ansible.')
     parser.add_argument('--machines', type=int, default=40)
     options = parser.parse_args()
-    if not shutil.which('ansible-playbook'):
-        print('Fleets are not tested: there is no ansible-core')
-        return world.report({}, len(ROWS), options.json)
+    lacking = surroundings.views() if shutil.which('ansible-playbook') else 'there is no ansible-core'
+    if lacking:
+        return world.report({}, {lacking: len(ROWS)}, options.json)
     has_mounts = own_mounts()
     with tempfile.TemporaryDirectory(prefix='tessel-fleet.') as name:
         fleet = Fleet(options, pathlib.Path(name).resolve(), has_mounts)
         try:
             fleet.make_machines(options.machines)
-            code = world.run_rows(ROWS.items(), options, lambda row: row == 'image' and not has_mounts,
+            code = world.run_rows(ROWS.items(), options, lambda row: surroundings.ntfs() if row == 'image' else None,
                                   lambda _, action: world.fault_of(lambda: action(fleet)))
         finally:
             fleet.release()

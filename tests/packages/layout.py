@@ -184,6 +184,9 @@ def check_linux(this, _):
     expect(this.tlx('--version') == f'tlx {this.version}\n', 'tlx has another version than the project')
     check_documents(this.prefix, this.prefix / 'share/doc/tessel')
     schemas = {path.name for path in (this.prefix / 'share/tessel/schemas').iterdir()}
+    collection = this.prefix / 'share/tessel/ansible'
+    expect(f'\nversion: {this.version}\n' in (collection / 'galaxy.yml').read_text(encoding='utf-8')
+           and not (collection / 'LICENSE').is_symlink(), 'the collection has another version, or no licence')
     wanted = {path.name for path in [*(ROOT / 'docs').glob('*.schema.json'), ROOT / 'docs/patch.xsd']}
     expect(schemas == wanted, f'schemas: {schemas ^ wanted}')
 

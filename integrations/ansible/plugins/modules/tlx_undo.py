@@ -1,4 +1,3 @@
-#!/usr/bin/python
 # -*- coding: utf-8 -*-
 # Copyright (c) 2026 Ambry Shield. All rights reserved. See LICENSE.
 """Takes back what a patch has changed on a Windows volume that isn't running."""
