@@ -17,7 +17,7 @@ namespace paths = platform::paths;
 // Attributes are read only after a deletion has failed: most succeed, and the reading would double
 // the cost of a tree.
 platform::Code DeleteAlsoReadOnly(cvn::StringView path, const files::SearchEntry& entry) {
-  platform::Code code = files::Delete(path);
+  platform::Code code = files::Delete(path, entry);
   if (code != platform::kSuccess && code != platform::kFileNotFound) {
     const files::Attributes attributes = entry.GetAttributes();
     if ((attributes & files::kReadOnly) != 0) {

@@ -32,6 +32,9 @@ class SearchEntry {
 
  private:
   friend class Search;
+  friend Code Delete(cvn::StringView path, const SearchEntry& found);
+  friend Code Copy(const SearchEntry& found, cvn::StringView from, cvn::StringView to,
+                   bool failIfExists);
   struct Details;  // the backend's
   cvn::String name_;
   bool isDirectory_ = false;
@@ -68,5 +71,12 @@ class Search {
   struct State;  // the backend's
   std::unique_ptr<State> state_;
 };
+
+// As Delete, of a file that a search found at this path, without looking for its folder again where
+// that is held. READONLY may then not keep a file that has one name only.
+Code Delete(cvn::StringView path, const SearchEntry& found);
+
+// As Copy, of a file that a search found at `from`, likewise.
+Code Copy(const SearchEntry& found, cvn::StringView from, cvn::StringView to, bool failIfExists);
 
 }  // namespace platform::files

@@ -141,7 +141,7 @@ class TreeCopy {
   void Take(const files::SearchEntry& entry);
   void EnterFolder(const files::SearchEntry& entry);
   void CopyFile(const files::SearchEntry& entry);
-  platform::Code CopyToFree();
+  platform::Code CopyToFree(const files::SearchEntry& entry);
   bool IsSkipped(const files::SearchEntry& entry, bool* isThere);
   void EnsureTarget();
   void Fail(platform::Code code);
@@ -218,7 +218,7 @@ void TreeCopy::CopyFile(const files::SearchEntry& entry) {
   if (!command_->IsAllowed(source_)) {
     return;
   }
-  platform::Code code = CopyToFree();
+  platform::Code code = CopyToFree(entry);
   if (code != platform::kSuccess) {
     bool isThere = false;
     if (IsSkipped(entry, &isThere)) {
@@ -240,10 +240,10 @@ void TreeCopy::CopyFile(const files::SearchEntry& entry) {
 
 // Copies without looking for what is at the target before: in a new tree nothing is, and the copy
 // itself would tell. A failure is as if it had not been tried.
-platform::Code TreeCopy::CopyToFree() {
+platform::Code TreeCopy::CopyToFree(const files::SearchEntry& entry) {
   Level& level = levels_.back();
   const platform::Code code =
-      level.isNextFree ? files::Copy(source_, target_, true) : platform::kAlreadyExists;
+      level.isNextFree ? files::Copy(entry, source_, target_, true) : platform::kAlreadyExists;
   level.isNextFree = code == platform::kSuccess;
   return code;
 }

@@ -19,6 +19,7 @@
 #include "platform/formats/draft_name.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/file_names.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/random.h"
 
 namespace platform::posix {
@@ -62,7 +63,8 @@ void RemoveAbandonedDrafts(int folder) {
   const std::lock_guard lock(mutex);
   struct statx status {};
   if (known.size() > kMostFolders ||
-      statx(folder, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0 ||
+      statx(folder, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_INO | STATX_BTIME, &status) !=
+          0 ||
       !known
            .emplace(status.stx_dev_major, status.stx_dev_minor, status.stx_ino,
                     status.stx_btime.tv_sec, status.stx_btime.tv_nsec)
@@ -82,8 +84,11 @@ AtomicFile::~AtomicFile() {
 }
 
 int AtomicFile::Create(bool isTargetFree, mode_t permissions) {
-  if (isTargetFree) {
+  std::atomic<bool>& makesUnnamed = VolumeTraits::Of(folder_).makesUnnamed;
+  if (isTargetFree && makesUnnamed) {
     file_.Reset(openat(folder_, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, permissions));
+    // EISDIR: of a kernel that takes it for the opening of the folder.
+    makesUnnamed = file_.Get() >= 0 || (errno != EOPNOTSUPP && errno != EISDIR);
   }
   return file_.Get() < 0 ? CreateWithFreshName(permissions) : 0;
 }

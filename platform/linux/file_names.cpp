@@ -12,6 +12,7 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/volume_traits.h"
 
 namespace platform::posix {
 
@@ -49,18 +50,25 @@ Code FlushFolder(int folder) {
 }
 
 int RenameToFree(FileAt from, FileAt to) {
-  if (renameat2(from.folder, from.name, to.folder, to.name, RENAME_NOREPLACE) == 0) {
-    return 0;
-  }
-  if (errno != EINVAL && errno != ENOSYS) {
-    return errno;
+  std::atomic<bool>& inOneCall = VolumeTraits::Of(to.folder).renamesToFree;
+  if (inOneCall) {
+    if (renameat2(from.folder, from.name, to.folder, to.name, RENAME_NOREPLACE) == 0) {
+      return 0;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+      return errno;
+    }
   }
   // A file system that can't do both at once.
   struct stat entry {};
   if (fstatat(to.folder, to.name, &entry, AT_SYMLINK_NOFOLLOW) == 0) {
     return EEXIST;
   }
-  return renameat(from.folder, from.name, to.folder, to.name) == 0 ? 0 : errno;
+  if (renameat(from.folder, from.name, to.folder, to.name) != 0) {
+    return errno;  // EINVAL was of these names, such as those of a folder and one in it
+  }
+  inOneCall = false;
+  return 0;
 }
 
 int RealPath(const std::string& path, std::string* real) {

@@ -96,4 +96,12 @@ Code Search::Next(SearchEntry* entry) {
 
 void Search::Close() { state_.reset(); }
 
+// Windows finds a folder anew at the cost of a look in its cache.
+Code Delete(cvn::StringView path, const SearchEntry& /*found*/) { return Delete(path); }
+
+Code Copy(const SearchEntry& /*found*/, cvn::StringView from, cvn::StringView to,
+          bool failIfExists) {
+  return Copy(from, to, failIfExists);
+}
+
 }  // namespace platform::files

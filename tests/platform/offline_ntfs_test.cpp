@@ -9,6 +9,7 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/file_search.h"
 #include "platform/formats/little_endian.h"
 #include "platform/formats/security_descriptor.h"
 #include "platform/machine.h"
@@ -452,6 +453,35 @@ TEST_P(Ntfs, WhatKilledWritersLeaveGoesWithTheNext) {
   EXPECT_TRUE(isLeft) << "the kills prove nothing";
   write();
   EXPECT_EQ(Found(Path(u"ntfs\\folder\\*")), "., .., saved");
+}
+
+// Whether a file is in use is told here without asking the driver.
+TEST_P(Ntfs, WhatASearchFindsIsDeletedWhereNothingSpeaksAgainstIt) {
+  const auto deleteFound = [this](cvn::StringView name) {
+    files::Search search;
+    files::SearchEntry entry;
+    const cvn::String path = Path(u"ntfs\\" + std::u16string(name));
+    const Code code = search.First(path, &entry);
+    return code == kSuccess ? files::Delete(path, entry) : code;
+  };
+  Run(std::initializer_list<Step>{{Create, u"ntfs\\used"},
+                                  {Create, u"ntfs\\one"},
+                                  {Create, u"ntfs\\two"},
+                                  {Link, u"ntfs\\two", u"ntfs\\name"}});
+  Set("one", "system.ntfs_attrib_be", {0, 0, 0, 0x21});
+  Set("two", "system.ntfs_attrib_be", {0, 0, 0, 0x21});
+  {
+    files::File file;
+    ASSERT_EQ(files::Open(Path(u"ntfs\\used"), files::Access::Read, files::Share::Read,
+                          files::Disposition::OpenExisting, &file),
+              kSuccess);
+    EXPECT_EQ(deleteFound(u"used"), kSharingViolation);
+  }
+  EXPECT_EQ(deleteFound(u"used"), kSuccess);
+  EXPECT_EQ(files::Delete(Path(u"ntfs\\one")), kAccessDenied);
+  EXPECT_EQ(deleteFound(u"one"), kSuccess);
+  EXPECT_EQ(deleteFound(u"two"), kAccessDenied) << "the other name would keep the attribute";
+  EXPECT_EQ(Found(Path(u"ntfs\\*")), "., .., name, two");
 }
 
 TEST_P(Ntfs, FoldersHaveNoArchive) {

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "platform/linux/error_map.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
@@ -19,7 +20,6 @@ namespace {
 
 using files::Attributes;
 
-constexpr const char* kNtfsName = "system.ntfs_attrib_be";
 constexpr const char* kDosName = "user.DOSATTRIB";
 constexpr Attributes kStored = files::kHidden | files::kSystem | files::kArchive;
 constexpr Attributes kSettable = kStored | files::kReadOnly;
@@ -74,7 +74,7 @@ template <typename File>
 std::optional<NtfsWord> ReadNtfsWord(const File& file) {
   NtfsWord word{};
   errno = EOPNOTSUPP;
-  const ssize_t length = file.Read(kNtfsName, word);
+  const ssize_t length = file.Read(kAttributeWord, word);
   return length == static_cast<ssize_t>(word.size()) ? std::optional(word) : std::nullopt;
 }
 
@@ -181,7 +181,7 @@ Code ReadStored(const File& file, const struct stat& entry, Stored* stored) {
 template <typename File>
 Code WriteNtfs(const File& file, NtfsWord word, Attributes wanted) {
   word[3] = static_cast<char>((ValueOf(word) & ~kSettable) | (wanted & kSettable));
-  return file.Write(kNtfsName, word) == 0 ? kSuccess : CodeOf(errno);
+  return file.Write(kAttributeWord, word) == 0 ? kSuccess : CodeOf(errno);
 }
 
 template <typename File>

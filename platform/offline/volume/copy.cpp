@@ -14,9 +14,9 @@
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/same_file.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
-#include "platform/offline/volume/ntfs_security.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/volume.h"
@@ -167,8 +167,7 @@ Code Load(const HostPath& place, Source* source) {
     code = ReadAttributes(source->file.Get(), source->entry, &source->attributes);
   }
   source->hasStreams =
-      code == kSuccess &&
-      (place.onMachine || DescriptorAttribute(source->file.Get(), source->entry.st_dev) != nullptr);
+      code == kSuccess && (place.onMachine || DescriptorAttribute(source->file.Get()) != nullptr);
   return code;
 }
 
@@ -265,20 +264,23 @@ Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions option
   return ChangeFolder(target, [&] { return CopyOnce(source, target, options); });
 }
 
+Code CopyTo(const HostPath& source, cvn::StringView to, bool failIfExists) {
+  using files::Disposition;
+  HostPath target;
+  const Code code =
+      LocateFile(to, failIfExists ? Disposition::CreateNew : Disposition::CreateAlways, &target);
+  return code == kSuccess ? CopyFile(source, target, {.replace = !failIfExists}) : code;
+}
+
 }  // namespace platform::posix
 
 namespace platform::files {
 
 Code Copy(cvn::StringView from, cvn::StringView to, bool failIfExists) {
   posix::HostPath source;
-  posix::HostPath target;
   Code code = posix::LocateFile(from, Disposition::OpenExisting, &source);
   if (code == kSuccess) {
-    code = posix::LocateFile(to, failIfExists ? Disposition::CreateNew : Disposition::CreateAlways,
-                             &target);
-  }
-  if (code == kSuccess) {
-    code = posix::CopyFile(source, target, {.replace = !failIfExists});
+    code = posix::CopyTo(source, to, failIfExists);
   }
   return posix::Fail(code);  // a success is told as well
 }

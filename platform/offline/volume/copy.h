@@ -23,6 +23,9 @@ struct CopyOptions {
 // them have it: who is killed in that moment leaves a part of both contents.
 Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options);
 
+// The same to the path that a script gave, as files::Copy. Leaves the thread's last error alone.
+Code CopyTo(const HostPath& source, cvn::StringView to, bool failIfExists);
+
 // Gives the open file `copy` the attributes and the time of the last write of the file `from`, and
 // ARCHIVE, which one that is new has as it is. Where there is no place for attributes it has none.
 Code MarkCopy(files::Attributes attributes, const struct stat& from, bool isNew, int copy);

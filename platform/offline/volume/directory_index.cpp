@@ -15,6 +15,8 @@
 #include "platform/formats/short_name.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/same_file.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/short_names.h"
 
 namespace platform::posix {
@@ -77,9 +79,7 @@ Code DirectoryIndex::Find(int directory, std::string_view name, std::string* spe
 
 bool DirectoryIndex::IsMissed(int directory, std::string_view name) {
   const std::lock_guard lock(mutex_);
-  struct stat status {};
-  if (!missedIn_ || fstat(directory, &status) != 0 ||
-      *missedIn_ != Identity(status.st_dev, status.st_ino)) {
+  if (!missedIn_ || missedIn_ != NumbersOf(directory)) {
     return false;
   }
   std::string spelled;
@@ -119,7 +119,7 @@ Code DirectoryIndex::FindKnown(int directory, std::string_view name, std::string
     }
   }
   // A file's own name comes before another's short one.
-  isThere = isThere || (IsShortForm(folded) && VolumesWithShortNames().Has(directory, status) &&
+  isThere = isThere || (IsShortForm(folded) && HasShortNames(directory) &&
                         FindShort(directory, folded, &found, spelled));
   return isThere ? kSuccess : kFileNotFound;
 }

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -16,9 +17,13 @@
 #include "platform/formats/windows_path.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_time.h"
+#include "platform/linux/same_file.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/copy.h"
+#include "platform/offline/volume/file_steps.h"
 #include "platform/offline/volume/folder_listing.h"
-#include "platform/offline/volume/short_names.h"
+#include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::files {
@@ -94,6 +99,7 @@ struct SearchedFolder {
 struct SearchEntry::Details {
   std::shared_ptr<const SearchedFolder> folder;
   HostPath place;  // its entry, and a folder that isn't held, only when they have been asked for
+  bool isCurrent = false;  // the entry's whole status is there
 
   const HostPath& Place(bool isDirectory) {
     bool isThere = true;
@@ -102,14 +108,24 @@ struct SearchEntry::Details {
     }
     if (place.folder == nullptr) {
       isThere = posix::ResolveSpelling(&place) == kSuccess;
-    } else if (place.entry.st_mode == 0) {
+    } else if (!isCurrent) {
       const FileAt file = place.At();
       isThere = fstatat(file.folder, file.name, &place.entry, AT_SYMLINK_NOFOLLOW) == 0;
     }
+    isCurrent = true;
     if (!isThere) {
       // Gone by now: as it was listed, with nothing special.
       place.entry = {};
       place.entry.st_mode = (isDirectory ? S_IFDIR : S_IFREG) | S_IWUSR;
+    }
+    return place;
+  }
+
+  // The same with what KnownStatus tells of the entry, at least: on ntfs-3g the whole status takes
+  // a message of its own. Without a folder when that isn't held.
+  const HostPath& Known() {
+    if (place.folder != nullptr && place.entry.st_mode == 0) {
+      place.entry = posix::KnownStatus(place.At().folder, place.At().name);
     }
     return place;
   }
@@ -143,6 +159,7 @@ struct Search::State {
     details.place.onMachine = folder->onMachine;
     details.place.folder = folder->held;
     details.place.entry = status == nullptr ? kUnknown : *status;
+    details.isCurrent = status != nullptr;
     if (type == DT_UNKNOWN) {
       type = static_cast<unsigned char>(IFTODT(details.Place(false).entry.st_mode));
     }
@@ -154,10 +171,8 @@ struct Search::State {
 
   Code Read(int searched, const HostPath& host, cvn::StringView text) {
     const posix::Pattern pattern(text, host.onMachine);
-    struct stat status {};
-    const bool withShort = !pattern.MatchesAll() && posix::MayMatchShortForm(text) &&
-                           fstat(searched, &status) == 0 &&
-                           posix::VolumesWithShortNames().Has(searched, status);
+    const bool withShort =
+        !pattern.MatchesAll() && posix::MayMatchShortForm(text) && posix::HasShortNames(searched);
     return listing.Read(searched, {.withDots = !host.isRoot, .withShortNames = withShort}, pattern);
   }
 
@@ -224,6 +239,41 @@ struct Search::State {
     return kSuccess;
   }
 };
+
+namespace {
+
+// Where a file found at `path` still is to be looked for; null when the path may mean another one:
+// a listing also has names that paths can't say.
+const HostPath* PlaceAt(cvn::StringView path, const HostPath& place) {
+  const auto nameIn = [](std::string_view text) { return text.substr(text.rfind('/') + 1); };
+  posix::PathDraft draft;
+  const bool isMeant = place.folder != nullptr && S_ISREG(place.entry.st_mode) &&
+                       posix::DraftPath(path, &draft) == kSuccess &&
+                       draft.device == posix::Device::None && draft.onMachine == place.onMachine &&
+                       nameIn(draft.path) == nameIn(place.spelling);
+  return isMeant ? &place : nullptr;
+}
+
+// Deletes a file unless something speaks against it.
+bool IsDeleted(const HostPath& place) {
+  const FileAt file = place.At();
+  const bool isFree = place.entry.st_nlink == 1 || !posix::IsReadOnly(place);
+  return isFree && posix::CheckUnused(place) == kSuccess &&
+         unlinkat(file.folder, file.name, 0) == 0;
+}
+
+}  // namespace
+
+Code Delete(cvn::StringView path, const SearchEntry& found) {
+  const HostPath* place = PlaceAt(path, found.details_->Known());
+  return place != nullptr && IsDeleted(*place) ? posix::Report(kSuccess) : Delete(path);
+}
+
+Code Copy(const SearchEntry& found, cvn::StringView from, cvn::StringView to, bool failIfExists) {
+  const HostPath* place = PlaceAt(from, found.details_->Known());
+  return place == nullptr ? Copy(from, to, failIfExists)
+                          : Fail(posix::CopyTo(*place, to, failIfExists));
+}
 
 Search::Search() = default;
 Search::Search(Search&&) noexcept = default;

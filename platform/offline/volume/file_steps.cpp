@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 
 #include "platform/linux/error_map.h"
-#include "platform/offline/volume/ntfs_security.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/short_names.h"
 
@@ -35,7 +35,8 @@ Code CheckUnused(const HostPath& host) {
   if (host.device != Device::None) {
     return host.DeviceFault(kInvalidParameter);
   }
-  return S_ISREG(host.entry.st_mode) && IsInUse(host.At()) ? kSharingViolation : kSuccess;
+  return S_ISREG(host.entry.st_mode) && IsInUse(host.At(), host.entry) ? kSharingViolation
+                                                                       : kSuccess;
 }
 
 bool IsSharedContent(const HostPath& host) {
@@ -50,7 +51,7 @@ WritableFolder::WritableFolder(const HostPath& place) : folder_(place.folder) {
   const int folder = place.At().folder;
   // On NTFS that mode is none of READONLY, and a change would put another descriptor in place.
   if (fstat(folder, &entry) == 0 && (entry.st_mode & S_IWUSR) == 0 &&
-      DescriptorAttribute(folder, entry.st_dev) == nullptr &&
+      DescriptorAttribute(folder) == nullptr &&
       fchmodat(folder, ".", (entry.st_mode & 07777) | S_IWUSR, 0) == 0) {
     before_ = entry.st_mode & 07777;
   }

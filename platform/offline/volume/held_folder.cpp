@@ -20,6 +20,7 @@
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/open_below.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/volume.h"
@@ -105,8 +106,7 @@ Code ReadNames(const Descriptor& folder, Names* names) {
 // The same names by their short names, where the volume has any.
 Names ShortNamesOf(const Descriptor& folder, const Names& names) {
   Names byShort;
-  struct stat entry {};
-  if (fstat(folder.Get(), &entry) == 0 && posix::VolumesWithShortNames().Has(folder.Get(), entry)) {
+  if (posix::HasShortNames(folder.Get())) {
     for (const auto& [folded, name] : names) {
       if (auto shortName = posix::ShortNameOf({folder.Get(), name.c_str()})) {
         byShort.emplace(std::move(*shortName), name);

@@ -11,8 +11,8 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/extended_attributes.h"
-#include "platform/offline/volume/ntfs_security.h"
 
 namespace platform::posix {
 namespace {
@@ -68,7 +68,7 @@ Code CopyPermissions(const struct stat& entry, int to) {
 }  // namespace
 
 Code CopyMetadata(int from, const struct stat& entry, int to, Streams streams) {
-  const char* descriptor = DescriptorAttribute(from, entry.st_dev);
+  const char* descriptor = DescriptorAttribute(from);
   std::vector<std::string> names;
   const auto copy = [from, to](const char* name) { return CopyExtended(from, name, to); };
   Code code = ListExtended(from, &names);
@@ -77,7 +77,7 @@ Code CopyMetadata(int from, const struct stat& entry, int to, Streams streams) {
   }
   if (descriptor != nullptr) {
     // Drivers for NTFS don't list these. The time of creation is ntfs-3g's only.
-    names.insert(names.end(), {"system.ntfs_attrib_be", "system.ntfs_crtime"});
+    names.insert(names.end(), {kAttributeWord, "system.ntfs_crtime"});
   }
   if (code == kSuccess) {
     code = ForEach(names, copy);
@@ -100,13 +100,12 @@ Code CopyMetadata(const HostPath& from, int to, Streams streams) {
 }
 
 Code CopyStreams(int from, int to) {
-  struct stat target {};
   std::vector<std::string> names;
-  const Code code = fstat(to, &target) == 0 ? ListStreams(from, &names) : CodeOf(errno);
+  const Code code = ListStreams(from, &names);
   const auto copy = [&](const char* name) {
     const Code copied = CopyExtended(from, name, to);
     // Other volumes have no streams, and little room for these.
-    return DescriptorAttribute(to, target.st_dev) == nullptr ? kSuccess : copied;
+    return DescriptorAttribute(to) == nullptr ? kSuccess : copied;
   };
   return code == kSuccess ? ForEach(names, copy) : code;
 }

@@ -10,13 +10,15 @@
 #include <cstddef>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/formats/security_descriptor.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/same_file.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/volume.h"
 
@@ -54,7 +56,7 @@ Code WriteDescriptor(int file, const char* name, const Bytes& descriptor) {
 // A folder on a volume with NTFS.
 struct Parent {
   int folder;
-  const struct stat& entry;
+  FileNumbers numbers;
   const char* attribute;
 };
 
@@ -73,7 +75,7 @@ class Inheritance {
     if (folders_.size() >= kMostFolders) {
       folders_.clear();
     }
-    Bytes& known = folders_[KeyOf(parent.entry)][static_cast<std::size_t>(kind)];
+    Bytes& known = folders_[parent.numbers][static_cast<std::size_t>(kind)];
     if (known.empty()) {
       known = security::Inherit(ReadDescriptor(parent.folder, parent.attribute),
                                 ReadDescriptor(made, parent.attribute), kind);
@@ -82,16 +84,13 @@ class Inheritance {
   }
 
   // Says nothing of a folder that has got the number of another.
-  void Forget(const struct stat& entry) {
+  void Forget(FileNumbers numbers) {
     const std::lock_guard lock(Mutex());
-    folders_.erase(KeyOf(entry));
+    folders_.erase(numbers);
   }
 
  private:
-  using Key = std::pair<dev_t, ino_t>;
-  static Key KeyOf(const struct stat& entry) { return {entry.st_dev, entry.st_ino}; }
-
-  std::map<Key, std::array<Bytes, 2>> folders_;
+  std::map<FileNumbers, std::array<Bytes, 2>> folders_;
 };
 
 Code Inherit(const Parent& parent, int made, NewObject kind) {
@@ -100,49 +99,31 @@ Code Inherit(const Parent& parent, int made, NewObject kind) {
 
 }  // namespace
 
-const char* DescriptorAttribute(int opened, dev_t volume) {
-  static std::map<dev_t, const char*> known;
-  const std::lock_guard lock(Mutex());
-  const auto found = known.find(volume);
-  if (found != known.end()) {
-    return found->second;
-  }
-  for (const char* name : {"system.ntfs_acl", "system.ntfs_security"}) {
-    if (getxattr(PathOf(opened).c_str(), name, nullptr, 0) >= 0) {
-      return known[volume] = name;
-    }
-    if (errno != EOPNOTSUPP && errno != ENODATA) {
-      return nullptr;  // says nothing of the volume
-    }
-  }
-  return known[volume] = nullptr;
-}
-
 Code InheritSecurity(int folder, int made) {
-  struct stat entry {};
-  if (fstat(folder, &entry) != 0) {
-    return CodeOf(errno);
+  const char* name = DescriptorAttribute(folder);
+  if (name == nullptr) {
+    return kSuccess;
   }
-  const char* name = DescriptorAttribute(folder, entry.st_dev);
-  return name == nullptr ? kSuccess : Inherit({folder, entry, name}, made, NewObject::File);
+  const std::optional<FileNumbers> numbers = NumbersOf(folder);
+  return numbers ? Inherit({folder, *numbers, name}, made, NewObject::File) : CodeOf(errno);
 }
 
 Code MakeFolder(FileAt place, mode_t permissions) {
-  struct stat entry {};
-  if (mkdirat(place.folder, place.name, permissions) != 0 || fstat(place.folder, &entry) != 0) {
+  if (mkdirat(place.folder, place.name, permissions) != 0) {
     return errno == EEXIST ? kAlreadyExists : CodeOf(errno);
   }
-  const char* name = DescriptorAttribute(place.folder, entry.st_dev);
+  const char* name = DescriptorAttribute(place.folder);
   if (name == nullptr) {
     return kSuccess;
   }
   const Descriptor made(
       openat(place.folder, place.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  struct stat status {};
-  Code code = made.Get() < 0 || fstat(made.Get(), &status) != 0 ? CodeOf(errno) : kSuccess;
+  const std::optional<FileNumbers> parent = NumbersOf(place.folder);
+  const std::optional<FileNumbers> numbers = NumbersOf(made.Get());
+  Code code = parent && numbers ? kSuccess : CodeOf(errno);
   if (code == kSuccess) {
-    Inheritance::OfProcess().Forget(status);
-    code = Inherit({place.folder, entry, name}, made.Get(), NewObject::Folder);
+    Inheritance::OfProcess().Forget(*numbers);
+    code = Inherit({place.folder, *parent, name}, made.Get(), NewObject::Folder);
   }
   if (code == kSuccess) {
     code = ClearAttributes(made.Get());
@@ -154,11 +135,7 @@ Code MakeFolder(FileAt place, mode_t permissions) {
 }
 
 Code KeepForOwner(int file) {
-  struct stat entry {};
-  if (fstat(file, &entry) != 0) {
-    return CodeOf(errno);
-  }
-  const char* name = DescriptorAttribute(file, entry.st_dev);
+  const char* name = DescriptorAttribute(file);
   return name == nullptr
              ? kSuccess
              : WriteDescriptor(file, name, security::ForOwnerAlone(ReadDescriptor(file, name)));

@@ -1,6 +1,8 @@
 // The share modes of open files, as an agreement between the programs that use this layer.
 #pragma once
 
+#include <sys/stat.h>
+
 #include "platform/files.h"
 #include "platform/linux/file_names.h"
 
@@ -11,7 +13,7 @@ namespace platform::posix {
 // other. A file system that has no locks lets everything pass.
 Code TakeShare(int descriptor, files::Access access, files::Share share);
 
-// True when a program that uses this layer has the regular file open.
-bool IsInUse(FileAt file);
+// True when a program that uses this layer has the regular file open, whose status is `entry`.
+bool IsInUse(FileAt file, const struct stat& entry);
 
 }  // namespace platform::posix

@@ -1,13 +1,7 @@
-// The short names of files on NTFS, as ntfs-3g gives them: the attribute system.ntfs_dos_name of an
-// entry, which is missing where it has none, or another one leads to the same file. The kernel's
-// own driver has no such attribute.
+// The short names of files on NTFS, as ntfs-3g gives them.
 #pragma once
 
-#include <sys/stat.h>
-
-#include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 
@@ -15,21 +9,6 @@
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
-
-// Remembers which volumes have short names, by the number of the device. One without them is asked
-// again, which costs little: its number may be that of another after a moment.
-class ShortNameVolumes {
- public:
-  // Whether the volume of `folder`, a descriptor of any kind whose status is `entry`, has them.
-  bool Has(int folder, const struct stat& entry);
-
- private:
-  std::mutex mutex_;
-  std::set<dev_t> known_;
-};
-
-// The one of this process.
-ShortNameVolumes& VolumesWithShortNames();
 
 // Whether a name in `path`, which begins below a folder's place or is a name in it, may be short:
 // the driver takes these too, spelled in upper case. What is done by one, such as a rename, the
