@@ -147,7 +147,7 @@ need_fuzz_packages() {
 }
 
 need_bench_packages() {
-  need_packages python3 lua5.4 libxml2-dev libxml2-utils
+  need_packages python3 lua5.4 libxml2-dev libxml2-utils ntfs-3g
 }
 
 build_preset_now() {
