@@ -124,6 +124,8 @@ add_library(dep_pugixml STATIC "${tessel_pugixml}/src/pugixml.cpp")
 target_include_directories(dep_pugixml SYSTEM PUBLIC "${tessel_pugixml}/src")
 target_include_directories(dep_pugixml PRIVATE "${PROJECT_SOURCE_DIR}")
 # Where the cache is doesn't show in the programs.
+# Nodes of a fifth of the size: a copy of a document stands beside its tree.
+target_compile_definitions(dep_pugixml PUBLIC PUGIXML_COMPACT)
 target_compile_options(dep_pugixml PRIVATE -w "-ffile-prefix-map=${tessel_pugixml}=pugixml")
 
 if(WIN32)

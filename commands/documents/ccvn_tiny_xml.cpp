@@ -44,9 +44,11 @@ bool Decode(std::string* bytes) {
     *bytes = cvn::Utf16BytesToUtf8(*bytes, bigEndian);
     return isWhole;
   }
-  const bool isWhole = cvn::IsValidUtf8(*bytes);
+  if (cvn::IsValidUtf8(*bytes)) {
+    return true;
+  }
   cvn::RepairUtf8(bytes);
-  return isWhole;
+  return false;
 }
 
 // Takes the zeros at the end away, with which files are filled up. False when there are others: the
@@ -58,7 +60,9 @@ bool TakeZerosOff(std::string* text) {
 
 // Whether TinyXML made of a text what another parser makes of it, which takes no U+007F in a name.
 bool IsReadRight(std::string text, const TiXmlDocument& document) {
-  std::ranges::replace(text, '\x7F', kDeleteMark);
+  for (std::size_t at = 0; (at = text.find('\x7F', at)) != std::string::npos; ++at) {
+    text[at] = kDeleteMark;
+  }
   return HasSameXml(std::move(text), document);
 }
 
@@ -141,6 +145,7 @@ bool CCVNTinyXml::Load(cvn::StringView path) {
 
 bool CCVNTinyXml::Save(cvn::StringView path) {
   platform::SetLastError(platform::kSuccess);
+  mirror_.GiveWay();
   const std::string text = PrintXml(document_);
   if (isRepaired_ || !IsWholeDocument(text)) {
     platform::SetLastError(kInvalidData);

@@ -43,6 +43,13 @@ void RestoreName(const char* name) {
   }
 }
 
+void RestoreNames(pugi::xml_node node) {
+  RestoreName(node.name());
+  for (const pugi::xml_attribute attribute : node.attributes()) {
+    RestoreName(attribute.name());
+  }
+}
+
 // Adds a text behind the children of `parent`; there are no empty ones.
 void AppendText(const std::string& text, pugi::xml_node parent) {
   if (!text.empty()) {
@@ -107,14 +114,13 @@ struct XPathMirror::Copy {
   }
 
   // Walks both trees at once; false when they differ.
-  bool Pair(TiXmlDocument* document) {
+  bool Pair(TiXmlDocument* document, bool hasMarks) {
     TiXmlElement* element = document->FirstChildElement();
     struct Pairing : pugi::xml_tree_walker {
       bool for_each(pugi::xml_node& node) override {
         if (node.type() == pugi::node_element) {
-          RestoreName(node.name());
-          for (const pugi::xml_attribute attribute : node.attributes()) {
-            RestoreName(attribute.name());
+          if (hasMarks) {
+            RestoreNames(node);
           }
           if (next == nullptr || next->ValueStr() != node.name()) {
             return false;
@@ -127,7 +133,9 @@ struct XPathMirror::Copy {
       }
       TiXmlElement* next = nullptr;
       std::vector<Place>* places = nullptr;
+      bool hasMarks = false;
     } pairing;
+    pairing.hasMarks = hasMarks;
     pairing.next = element;
     pairing.places = &places;
     return tree.traverse(pairing) && pairing.next == nullptr;
@@ -187,9 +195,10 @@ bool XPathMirror::Refresh() {
   }
   auto copy = std::make_unique<Copy>();
   copy->text = PrintXmlBare(*document_);
+  const bool hasMarks = copy->text.find(kDeleteMark) != std::string::npos;
   const auto parsed = copy->tree.load_buffer_inplace(copy->text.data(), copy->text.size(),
                                                      kParseOptions, pugi::encoding_utf8);
-  if (!parsed || !copy->Pair(document_)) {
+  if (!parsed || !copy->Pair(document_, hasMarks)) {
     return false;
   }
   copy_ = std::move(copy);
@@ -280,6 +289,13 @@ void XPathMirror::Removing(const TiXmlElement& element) {
     node.parent().remove_child(behind);
   }
   node.parent().remove_child(node);
+}
+
+void XPathMirror::GiveWay() {
+  constexpr std::size_t kLarge = 16 << 20;  // below, making it anew costs more than it is worth
+  if (copy_ != nullptr && copy_->text.size() >= kLarge) {
+    copy_.reset();
+  }
 }
 
 }  // namespace tessel

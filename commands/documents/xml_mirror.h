@@ -49,6 +49,10 @@ class XPathMirror {
   // Before an element goes.
   void Removing(const TiXmlElement& element);
 
+  // Gives the memory of a large copy back before something else needs as much; the next question
+  // makes it anew.
+  void GiveWay();
+
  private:
   struct Copy;
   bool Refresh();

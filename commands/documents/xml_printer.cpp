@@ -24,19 +24,42 @@ void AppendControl(unsigned char c, std::string* out) {
   out->append("&#x").append(1, kDigits[c >> 4]).append(1, kDigits[c & 0xF]).append(1, ';');
 }
 
+// What isn't a mark, a control character or one that XML gives a meaning to.
+struct OrdinaryCharacters {
+  constexpr OrdinaryCharacters() noexcept {
+    for (int c = 32; c < 256; ++c) {
+      has[c] = FindXmlMark(static_cast<char>(c)) == nullptr;
+    }
+    for (const char c : {'&', '<', '>', '"', '\''}) {
+      has[static_cast<unsigned char>(c)] = false;
+    }
+  }
+  bool has[256] = {};
+};
+const OrdinaryCharacters kOrdinary;
+
+// Appends the ordinary characters at the start of `text` at once, and returns how many they are.
+std::size_t AppendOrdinary(std::string_view text, std::string* out) {
+  std::size_t count = 0;
+  while (count < text.size() && kOrdinary.has[static_cast<unsigned char>(text[count])]) {
+    ++count;
+  }
+  out->append(text.data(), count);
+  return count;
+}
+
 // Hexadecimal character references in the text stay what they are; makers of documents rely on it,
 // and the library, as distributed, escapes them.
 void AppendEncoded(std::string_view text, std::string* out) {
-  for (std::size_t at = 0; at < text.size(); ++at) {
+  for (std::size_t at = AppendOrdinary(text, out); at < text.size();
+       at += AppendOrdinary(text.substr(at), out)) {
     const char c = text[at];
+    std::size_t length = 1;
     switch (c) {
       case '&':
-        if (const std::size_t length = ReferenceLength(text.substr(at)); length != 0) {
-          out->append(text.substr(at, length));
-          at += length - 1;
-        } else {
-          out->append("&amp;");
-        }
+        length = ReferenceLength(text.substr(at));
+        out->append(length == 0 ? "&amp;" : text.substr(at, length));
+        length = std::max<std::size_t>(length, 1);
         break;
       case '<':
         out->append("&lt;");
@@ -51,14 +74,13 @@ void AppendEncoded(std::string_view text, std::string* out) {
         out->append("&apos;");
         break;
       default:
-        if (static_cast<unsigned char>(c) < 32) {
-          AppendControl(static_cast<unsigned char>(c), out);
-        } else if (const XmlMark* mark = FindXmlMark(c)) {
+        if (const XmlMark* mark = FindXmlMark(c)) {
           out->append(mark->printed);
         } else {
-          out->append(1, c);
+          AppendControl(static_cast<unsigned char>(c), out);
         }
     }
+    at += length;
   }
 }
 
@@ -161,18 +183,18 @@ class Printer {
 
 // Unlike TinyXML's own encoding, leaves nothing of the text to be read as a reference.
 void AppendPlain(std::string_view text, std::string* out) {
-  for (const char c : text) {
+  for (std::size_t at = AppendOrdinary(text, out); at < text.size();
+       at += 1 + AppendOrdinary(text.substr(at + 1), out)) {
+    const char c = text[at];
     if (const XmlMark* mark = FindXmlMark(c)) {
       AppendPlain(mark->plain, out);
-      continue;
-    }
-    if (static_cast<unsigned char>(c) < 32 || c == '&' || c == '<' || c == '>' || c == '"') {
+    } else if (c == '\'') {
+      out->append(1, c);
+    } else {
       char digits[4];
       const auto end =
           std::to_chars(digits, digits + sizeof(digits), static_cast<unsigned char>(c)).ptr;
       out->append("&#").append(digits, end).append(1, ';');
-    } else {
-      out->append(1, c);
     }
   }
 }
