@@ -28,7 +28,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 HERE = pathlib.Path(__file__).resolve().parent / 'documents'
 TIME_LIMIT = 900
 # What the pages name beside the package's own programs; the package suggests them.
-TOOLS = ('openssl', 'osslsigncode', 'graphviz', 'libxml2-utils', 'softhsm2', 'libengine-pkcs11-openssl', 'man-db')
+TOOLS = ('openssl', 'osslsigncode', 'graphviz', 'libxml2-utils', 'softhsm2', 'libengine-pkcs11-openssl', 'man-db',
+         'ansible-core')
 
 # Commands that can't run here, with the reason. One that the pages no longer print is a fault.
 ELSEWHERE = {
@@ -38,6 +39,16 @@ ELSEWHERE = {
     'cmake --build --preset package-linux --target programs': 'the same',
     'cmake --install build/package-linux --prefix /usr/local': 'the same',
     'tlx events --follow --records machines/*': 'follows events until it is stopped',
+    'apt-get install ansible-core': 'takes root, and was done before',
+    'ansible-playbook -i inventory -f 8 ambry_shield.tessel.check':
+        'takes an inventory and its machines, as tests/ansible/fleet.py makes them, which runs these plays',
+    'ansible-playbook -i inventory -f 8 ambry_shield.tessel.fleet -e rollout_name=fix-4711 '
+    '-e rollout_patch=/srv/patches/fix-4711 --check --diff': 'the same',
+    'ansible-playbook -i inventory -f 8 ambry_shield.tessel.fleet -e rollout_name=fix-4711 '
+    '-e rollout_patch=/srv/patches/fix-4711': 'the same',
+    'apt-get install syslog-ng-core': 'takes root; the tests of events run syslog-ng with this very file',
+    'cp docs/samples/syslog-ng-tessel.conf /etc/syslog-ng/conf.d/tessel.conf': 'the same',
+    'syslog-ng --syntax-only && systemctl restart syslog-ng': 'the same',
     'ntfs-3g -o permissions /dev/sdb3 /mnt/windows': 'mounts a disk, as root',
 }
 # Run as root, with a network: how the package is installed.
@@ -67,6 +78,7 @@ cp private.pem key.pem && openssl pkey -in key.pem -pubout -out PUB.pem
 """
 PAGES = {
     'README.md': """patch fix-4711 docs/samples/repair_product.xml""",
+    'docs/fleet.md': '',
     'docs/installing.md': '',
     'docs/events.md': '''
 mkdir machines collected

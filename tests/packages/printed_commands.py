@@ -3,8 +3,8 @@
 import re
 import shlex
 
-PROGRAMS = ('apt', 'cat', 'cmake', 'man', 'mkdir', 'ntfs-3g', 'openssl', 'osslsigncode', 'source', 'tessel', 'tlx',
-            'xmllint')
+PROGRAMS = ('ansible-galaxy', 'ansible-playbook', 'apt', 'apt-get', 'cat', 'cmake', 'cp', 'man', 'mkdir',
+            'ntfs-3g', 'openssl', 'osslsigncode', 'source', 'tessel', 'tlx', 'xmllint')
 COMMAND = re.compile(r'(?:\$ )?(?:[A-Z_]+=\S+ ?)*(?:(?:\S*/)?certificates\b|scripts/\w|(?:'
                      + '|'.join(PROGRAMS) + r')(?: |$)|[A-Z_]+=\S+$)')
 SPAN = re.compile(r'`([^`]+)`')
