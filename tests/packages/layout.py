@@ -147,7 +147,8 @@ def check_fish(this, folder):
 
 def check_zsh(this, folder):
     place_files(folder)
-    setup = (f'cd {folder}; fpath=({this.prefix}/share/zsh/site-functions $fpath)\n'
+    place = next((this.prefix / 'share/zsh').rglob('_tlx')).parent
+    setup = (f'cd {folder}; fpath=({place} $fpath)\n'
              'autoload -Uz compinit; compinit -u -D\n'
              f'say() {{ print -r -- "$BUFFER|" >>{folder}/said; BUFFER= }}; zle -N say; bindkey "^X" say\n')
     (folder / '.zshrc').write_text(setup)
