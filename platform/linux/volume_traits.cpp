@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <tuple>
 
@@ -30,8 +31,11 @@ VolumeTraits& VolumeTraits::Of(int opened) {
   static std::map<Key, VolumeTraits> known;
   struct statx status {};
   // What doesn't change isn't asked of the driver: on ntfs-3g that would be a message.
-  static_cast<void>(
-      statx(opened, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_MNT_ID | kMountForGood, &status));
+  if (statx(opened, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_MNT_ID | kMountForGood,
+            &status) != 0) {
+    static thread_local std::optional<VolumeTraits> unknown;
+    return unknown.emplace(false);
+  }
   const std::lock_guard lock(mutex);
   return known
       .try_emplace(Key(status.stx_dev_major, status.stx_dev_minor, status.stx_mnt_id),

@@ -12,7 +12,7 @@ namespace platform::posix {
 class VolumeTraits {
  public:
   // Those of the volume on which an open object lies, which may be open as a place only. The
-  // volume's driver isn't asked.
+  // volume's driver isn't asked. What is learnt of an object that can't be told is forgotten.
   static VolumeTraits& Of(int opened);
 
   explicit VolumeTraits(bool isNumberedForGood) : isNumberedForGood_(isNumberedForGood) {}
