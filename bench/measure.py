@@ -1,12 +1,12 @@
 """Times runs of programs."""
 
 import os
+import resource
 import statistics
 import subprocess
 import sys
 import time
 from typing import NamedTuple
-
 
 # For ten times the work, how many times the time.
 GROWTH = 11
@@ -77,6 +77,14 @@ def interleaved(commands, environment, times):
         for name, command in commands.items():
             figures[name].append(_time(command, environment))
     return figures
+
+
+def processor_time(command, environment):
+    """Milliseconds of the processor, without what other work of the machine took."""
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    _time(command, environment)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return (after.ru_utime - before.ru_utime + after.ru_stime - before.ru_stime) * 1e3
 
 
 # A process's peak includes its parent's memory at the fork, so a small process starts the run.

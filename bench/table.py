@@ -61,16 +61,17 @@ def pack(arguments, work, name, body, kind="update"):
     return patch
 
 
-def time_starts(arguments, one, work, environment):
-    """Milliseconds of what starts, does next to nothing and ends, each beside the others."""
+def time_programs(arguments, one, work, environment):
+    """Milliseconds of what starts, does next to nothing and ends, each beside the others; and those of
+    the processor in the traced loop's peer."""
     loop = str(pathlib.Path(__file__).with_name("loop.lua"))
     figures = measure.interleaved({
         "one command": [arguments.tessel, "/encfile", str(one)],
         "lua": ["lua5.4", "-e", ""],
         "sh": ["sh", "-c", ":"],
     }, environment, STARTS)
-    figures |= measure.interleaved(
-        {"lua loop": ["lua5.4", loop, str(ROUNDS), str(work / "lua.txt")]}, environment, REPETITIONS)
+    lua_loop = ["lua5.4", loop, str(ROUNDS), str(work / "lua.txt")]
+    figures["lua loop"] = [measure.processor_time(lua_loop, environment) for _ in range(REPETITIONS)]
     return figures
 
 
@@ -139,7 +140,7 @@ def main():
         pack(arguments, work, "bench", "<trace value='a step of a script'/>" * 3000)
         one = pack(arguments, work, "one", "<exit code='0'/>")
         figures = run_benches(arguments.bin, environment)
-        starts = time_starts(arguments, one, work, environment)
+        starts = time_programs(arguments, one, work, environment)
         print(f"{'what':<32}{'ours':>14}  {'beside':<28}{'':>14}{'ratio':>8}"
               f"  {'quartiles':<16}{'at most':>8}")
         show(engine_rows(figures, starts))

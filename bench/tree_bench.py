@@ -79,28 +79,27 @@ ON_NTFS = (("find", "find", 1.5), ("copy", "cp -r", 1), ("delete", "rm -rf", 1.1
 
 def _growth(peer, pairs):
     """How the time grows with the folder, against the tool's: the disk has a part in both."""
-    (few, peers_few), (many, peers_many) = (
-        (statistics.median(column) for column in zip(*pairs[count])) for count in (FEW, MANY))
-    return Row(f"growth from {FEW:,} on", many / few, f"that of {peer}", peers_many / peers_few,
-               unit="x ")
+    ours, theirs = ([many / statistics.median(few) for many in many_times]
+                    for few, many_times in zip(zip(*pairs[FEW]), zip(*pairs[MANY])))
+    return Row(f"growth from {FEW:,} on", ours, f"that of {peer}", theirs, unit="x ")
 
 
 def _rows_of(what, peer, at_most, trees):
-    """The times of the round with the median ratio."""
     all_pairs = {}
     for count in (FEW, MANY):
         pairs = all_pairs[count] = trees[count].rounds(what)
-        ours, theirs = sorted(pairs, key=lambda pair: pair[0] / pair[1])[len(pairs) // 2]
+        ours, theirs = zip(*pairs)
         yield Row(f"{what} {count:,} files", ours, peer, theirs, at_most)
         if count == FEW:
-            yield Row("the same, the whole run", ours + trees[count].idle, peer, theirs)
+            yield Row("the same, the whole run", [time + trees[count].idle for time in ours],
+                      peer, theirs)
     yield _growth(peer, all_pairs)
 
 
 def _rows_in_memory(what, peer, trees):
     pairs = {count: trees[count].rounds(what) for count in (FEW, MANY)}
-    few, many = (statistics.median(pair[0] for pair in pairs[count]) for count in (FEW, MANY))
-    yield Row(f"{what} {MANY:,} files in memory", many, f"{FEW:,} files", few, 12)
+    few, many = ([ours for ours, _ in pairs[count]] for count in (FEW, MANY))
+    yield Row(f"{what} {MANY:,} files in memory", many, f"{FEW:,} files", few, measure.GROWTH)
     yield _growth(peer, pairs)
 
 
