@@ -105,7 +105,7 @@ def files_of(machine):
 
 
 @functools.lru_cache(maxsize=256)
-def _keys_in(content):
+def keys_in(content):
     """The keys of a hive, each as its values' types and data by their names."""
     with tempfile.NamedTemporaryFile() as file:
         file.write(content)
@@ -132,7 +132,7 @@ def registry_of(machine):
     return {(world.drive_path(path.relative_to(machine)), key): values
             for path in machine.rglob('*')
             if (match := _HIVE.fullmatch(str(path.relative_to(machine)))) and not match[1]
-            for key, values in _keys_in(path.read_bytes()).items()}
+            for key, values in keys_in(path.read_bytes()).items()}
 
 
 @dataclasses.dataclass

@@ -67,6 +67,7 @@ class Expectations:
     each: list = dataclasses.field(default_factory=list)
     environment: dict = dataclasses.field(default_factory=dict)
     only: str = None
+    only_reason: str = None
     differs: str = None
     exit_code: int = None
     traces: list = dataclasses.field(default_factory=list)  # of (part, lines)
@@ -119,7 +120,7 @@ def _add(expectations, key, value, lines):
         name, _, text = value.partition('=')
         expectations.environment[name] = text
     elif key == 'only':
-        expectations.only, dash, _ = value.partition(' - ')
+        expectations.only, dash, expectations.only_reason = value.partition(' - ')
         if expectations.only not in PLATFORMS or not dash:
             return 'only needs a platform and a reason'
     elif key == 'exit':
@@ -173,7 +174,8 @@ def case(family, name, text, **how):
     return Case(f'{family}/{name}', parse(text, name), **how)
 
 
-def _regex(pattern):
+def regex_of(pattern):
+    """What a line has to be for a pattern with wildcards."""
     parts = re.split(r'(\[\*\]|\*)', pattern)
     return re.compile(
         ''.join('.*' if part == '*' else re.escape('*' if part == '[*]' else part)
@@ -192,7 +194,7 @@ def differ(expected, actual, what):
         if at == len(actual):
             fault = f'line {at + 1} is missing: {pattern!r}'
             break
-        if not _regex(pattern).fullmatch(actual[at]):
+        if not regex_of(pattern).fullmatch(actual[at]):
             fault = f'line {at + 1} is {actual[at]!r}, not {pattern!r}'
             break
     else:
@@ -206,7 +208,7 @@ def lack(expected, actual, what):
     """What is wrong with `actual`, as text, when it must have the expected lines in their order."""
     rest = iter(actual)
     for pattern in expected:
-        regex = _regex(pattern)
+        regex = regex_of(pattern)
         if not any(regex.fullmatch(line) for line in rest):
             return _told(f'{what}: there is no {pattern!r} in its place', actual)
     return None

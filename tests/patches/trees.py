@@ -9,6 +9,13 @@ def _host(folder, path):
     return pathlib.Path(folder, path.replace('\\', '/'))
 
 
+def words_of(line):
+    # Only blanks and quotation marks have a meaning: '\\' separates.
+    words = shlex.shlex(line, posix=True)
+    words.whitespace_split, words.escape, words.commenters = True, '', ''
+    return [*words]
+
+
 def make(folder, lines):
     """Makes in `folder` what the lines say, with paths from there (missing parents are made):
 
@@ -16,10 +23,7 @@ def make(folder, lines):
         read-only PATH          time PATH SECONDS (since 1970)
     """
     for line in lines:
-        # Only blanks and quotation marks have a meaning: '\\' separates.
-        words = shlex.shlex(line, posix=True)
-        words.whitespace_split, words.escape, words.commenters = True, '', ''
-        what, path, *rest = words
+        what, path, *rest = words_of(line)
         place = _host(folder, path)
         place.parent.mkdir(parents=True, exist_ok=True)
         if what == 'folder':
