@@ -3,4 +3,4 @@
 # From the lowest layer up.
 PRODUCT = ("support", "platform", "files", "changes", "logging", "trace", "engine", "trust", "telemetry",
            "commands", "launcher", "tools")
-SOURCES = (*PRODUCT, "tests", "bench", "fuzz")
+SOURCES = (*PRODUCT, "tests", "bench", "fuzz", "kit")
