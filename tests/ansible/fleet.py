@@ -182,12 +182,15 @@ class Fleet(world.World):
 
     def environment(self):
         home = self.place / 'home'
-        home.mkdir(exist_ok=True)
+        # What a killed module leaves goes with the test.
+        temporary = home / 'tmp'
+        temporary.mkdir(parents=True, exist_ok=True)
         settings = {'HOME': home, 'COLLECTIONS_PATH': self.collections, 'CONFIG': self.config,
                     'CALLBACK_PLUGINS': pathlib.Path(__file__).parent / 'callbacks', 'RETRY_FILES_ENABLED': 0,
                     'CALLBACKS_ENABLED': 'results_log', 'LOAD_CALLBACK_PLUGINS': 1, 'LOCALHOST_WARNING': 0,
                     'REMOTE_TMP': home / 'remote'}
-        return {**os.environ, 'HOME': str(home), 'LC_ALL': 'C.UTF-8', 'TESSEL_RESULTS': str(self.results),
+        return {**os.environ, 'HOME': str(home), 'TMPDIR': str(temporary), 'LC_ALL': 'C.UTF-8',
+                'TESSEL_RESULTS': str(self.results),
                 **{f'ANSIBLE_{name}': str(value) for name, value in settings.items()}}
 
     def start(self, playbook, variables, *options, hosts=None):
