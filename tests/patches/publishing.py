@@ -210,8 +210,10 @@ def elsewhere(this, folder):
     for more in ((content,), (unsigned, '--form', 'catalog')):
         made = this.tell('catalog', '--dir', place, '--unsigned', *more)
         expect(made == (0, []) and not (place / 'patch.cat').exists(), f'{more}: {made}')
+    # Wine takes the host's links for folders of their own.
+    way = place if len(this.program) > 1 else folder / 'link'
     (folder / 'link').symlink_to(place)
-    code, lines = this.tell('catalog', '--dir', place, '--unsigned', folder / 'link' / 'Sub' / 'list')
+    code, lines = this.tell('catalog', '--dir', place, '--unsigned', way / 'Sub' / 'list')
     expect(code == 1 and 'a file outside of it' in lines[0] and not (place / 'Sub' / 'list').exists(),
            f'a list in its own folder: {code}, {lines}')
     as_catalog = ('-econtent_type', '1.3.6.1.4.1.311.10.1')

@@ -150,8 +150,9 @@ void OutputPlace::Undo() {
 }
 
 int RefuseWithin(cvn::StringView path, cvn::StringView folder) {
-  cvn::String parent = FullPathOf(path);
-  platform::paths::RemoveFileSpec(&parent);
+  // On Windows too the user may have written either separator.
+  const cvn::String whole = FullPathOf(path);
+  const cvn::StringView parent = whole.AsView().substr(0, whole.AsView().find_last_of(u"/\\") + 1);
   cvn::String place;
   cvn::String around;
   platform::paths::VolumeName volume{};

@@ -29,7 +29,8 @@ void KeepFromWriting(cvn::StringView patch) {
 
 cvn::String FullPathOf(cvn::StringView operand) {
   cvn::String path = paths::OfCaller(operand);
-  if (paths::IsRelative(path)) {
+  // Windows takes only a backslash for the root.
+  if (!path.AsView().starts_with(u'/') && paths::IsRelative(path)) {
     path = tessel::JoinPath(paths::CurrentDirectory(), operand);
   }
   return path;
