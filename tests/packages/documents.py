@@ -38,6 +38,9 @@ ELSEWHERE = {
     'cmake --preset package-linux -DTESSEL_PUBLIC_KEY=$PWD/release-public.pem': 'the same',
     'cmake --build --preset package-linux --target programs': 'the same',
     'cmake --install build/package-linux --prefix /usr/local': 'the same',
+    'scripts/windows-kit': 'the same',
+    'scripts/windows-kit --wine': 'the same',
+    'scripts/read-windows-report windows-report.txt': 'takes a checkout, and a report from a Windows',
     'tlx events --follow --records machines/*': 'follows events until it is stopped',
     'apt-get install ansible-core': 'takes root, and was done before',
     'ansible-playbook -i inventory -f 8 ambry_shield.tessel.check':
