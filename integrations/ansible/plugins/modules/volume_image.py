@@ -94,15 +94,25 @@ class Image:
         self.note_path = self.point.rstrip('/') + '.image.json'
         self.copy_path = self.point.rstrip('/') + '.throwaway'
         self.note = {}
-        if os.path.exists(self.note_path):
-            with open(self.note_path) as file:
-                self.note = json.load(file)
+        try:
+            # Another account may write where the mount point is, and what the note names is removed.
+            file = os.open(self.note_path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK)
+        except FileNotFoundError:
+            return
+        with os.fdopen(file) as note:
+            if os.fstat(file).st_uid != os.geteuid():
+                module.fail_json(msg='%s belongs to another account: remove it, or choose another mount point.'
+                                 % self.note_path)
+            self.note = json.load(note)
 
     def put_note(self, **more):
         self.note.update(more)
-        with open(self.note_path + '.tmp', 'w') as file:
+        draft = self.note_path + '.tmp'
+        if os.path.lexists(draft):
+            os.unlink(draft)
+        with open(draft, 'x') as file:
             json.dump(self.note, file)
-        os.rename(self.note_path + '.tmp', self.note_path)
+        os.rename(draft, self.note_path)
 
     def run(self, *words):
         return self.module.run_command(list(words), handle_exceptions=True, errors='surrogateescape')
@@ -153,6 +163,8 @@ class Image:
         if not self.module.params['throwaway']:
             return self.image, kind
         self.put_note(copy=self.copy_path)
+        if os.path.lexists(self.copy_path):
+            os.unlink(self.copy_path)
         if method == 'ntfs-3g':
             self.must('cp', '--reflink=auto', '--sparse=always', self.image, self.copy_path)
             return self.copy_path, kind
@@ -272,8 +284,8 @@ def main():
         method=dict(type='str', choices=['auto', 'ntfs-3g', 'nbd', 'guestmount'], default='auto'),
         throwaway=dict(type='bool', default=False),
     ))
-    image = Image(module)
     try:
+        image = Image(module)
         if module.params['state'] == 'mounted':
             image.mount()
         image.unmount()
