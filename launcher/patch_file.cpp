@@ -3,15 +3,14 @@
 #include "launcher/patch_file.h"
 
 #include <openssl/crypto.h>
-#include <openssl/evp.h>
 #include <openssl/pem.h>
 
-#include <array>
 #include <memory>
 #include <span>
 #include <utility>
 
 #include "patch_key.h"
+#include "platform/file_digest.h"
 #include "platform/formats/patch_container.h"
 #include "platform/held_folder.h"
 #include "platform/openssl.h"
@@ -57,12 +56,12 @@ platform::Code ReadPatchFile(cvn::StringView path, std::string* bytes) {
 }
 
 cvn::String PatchContentHash(std::string_view bytes) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned int size = 0;
-  if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
-    return {};
-  }
-  return cvn::HexText(std::as_bytes(std::span(digest).first(size)));
+  return cvn::HexText(platform::Sha256(std::as_bytes(std::span(bytes))));
+}
+
+void StartOpenSslForOneRun() {
+  // It can fail only for want of memory, and then what follows fails too.
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_NO_ATEXIT, nullptr);
 }
 
 std::int32_t RsaPublicDecryptBlock(std::string_view block, const char* keyText,

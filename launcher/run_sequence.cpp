@@ -9,6 +9,7 @@
 #include "launcher/admission.h"
 #include "launcher/command_line.h"
 #include "launcher/machine_check.h"
+#include "launcher/patch_file.h"
 #include "launcher/process_environment.h"
 #include "launcher/run_reports.h"
 #include "platform/clock.h"
@@ -210,6 +211,7 @@ std::int32_t RunPatch(const cvn::List<cvn::String>& arguments, WatchedRun* watch
 }
 
 std::int32_t RunPatch(const cvn::List<cvn::String>& arguments) {
+  StartOpenSslForOneRun();
   WatchedRun unwatched;
   return RunPatch(arguments, &unwatched);
 }

@@ -1,4 +1,8 @@
+// The functions of one algorithm are deprecated, but need no tables of all of them.
+#define OPENSSL_SUPPRESS_DEPRECATED
 #include "platform/file_digest.h"
+
+#include <openssl/sha.h>
 
 #include <algorithm>
 #include <utility>
@@ -74,6 +78,16 @@ Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm) {
       1) {
     digest.clear();
   }
+  return digest;
+}
+
+Bytes Sha256(std::span<const std::byte> bytes) {
+  // These give no other answer than success.
+  Bytes digest(SHA256_DIGEST_LENGTH);
+  SHA256_CTX context;
+  SHA256_Init(&context);
+  SHA256_Update(&context, bytes.data(), bytes.size());
+  SHA256_Final(AsUnsigned(digest), &context);
   return digest;
 }
 

@@ -24,6 +24,10 @@ std::optional<Bytes> WholeDigest(const ByteSource& source);
 // The digest of bytes in memory; empty when OpenSSL fails.
 Bytes Digest(std::span<const std::byte> bytes, const EVP_MD* algorithm);
 
+// The SHA-256 of bytes in memory, without the tables of all algorithms that OpenSSL makes for the
+// first one that is asked for by its name: they take longer than the digest of a patch.
+Bytes Sha256(std::span<const std::byte> bytes);
+
 // The Authenticode digest of an image. One that has no signature yet counts as if it were padded to
 // where a signature would begin, as Windows has it and its description doesn't.
 std::optional<std::vector<Bytes>> ImageDigest(const ByteSource& source, const PeImage& image,
