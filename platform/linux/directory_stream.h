@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 
 #include "platform/linux/file_names.h"
@@ -26,6 +27,22 @@ inline DirectoryStream OpenDirectory(FileAt folder, int flags) {
     close(descriptor);
   }
   return stream;
+}
+
+// Hands each entry that is left of a folder to `take`, "." and ".." among them, until it gives
+// false. 0, or the errno of the reading that failed.
+template <typename Take>
+int ForEachEntry(const DirectoryStream& stream, Take take) {
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(stream.get());
+    if (entry == nullptr) {
+      return errno;
+    }
+    if (!take(*entry)) {
+      return 0;
+    }
+  }
 }
 
 }  // namespace platform::posix

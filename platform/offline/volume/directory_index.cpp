@@ -13,6 +13,7 @@
 
 #include "platform/formats/names.h"
 #include "platform/formats/short_name.h"
+#include "platform/formats/upcase.h"
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/same_file.h"
@@ -40,22 +41,27 @@ std::u16string FoldedName(std::string_view hostName) {
   return folded;
 }
 
+bool FoldsTo(std::string_view hostName, cvn::StringView folded) {
+  // Most names differ in their first character already.
+  const auto first = static_cast<unsigned char>(hostName.empty() ? '\0' : hostName.front());
+  const bool mayBe = !IsAscii(hostName.substr(0, 1)) || folded.starts_with(UpperCase(first));
+  return mayBe && FoldedName(hostName) == folded;
+}
+
 }  // namespace
 
-DirectoryIndex::DirectoryIndex() : events_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
-
 DirectoryIndex::~DirectoryIndex() {
-  if (events_ >= 0) {
-    close(events_);
+  if (Events() >= 0) {
+    close(Events());
   }
 }
 
 void DirectoryIndex::Renew() {
   const std::lock_guard lock(mutex_);
-  if (events_ >= 0) {
-    close(events_);
+  if (Events() >= 0) {
+    close(Events());
   }
-  events_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  events_.reset();
   missedIn_.reset();
   directories_.clear();
   watches_.clear();
@@ -71,9 +77,19 @@ DirectoryIndex::Names::value_type DirectoryIndex::KeyOf(std::string_view hostNam
 
 Code DirectoryIndex::Find(int directory, std::string_view name, std::string* spelled) {
   const std::lock_guard lock(mutex_);
-  Identity identity;
-  const Code code = FindKnown(directory, name, spelled, &identity);
-  missedIn_ = code == kFileNotFound ? std::optional(identity) : std::nullopt;
+  missedIn_.reset();
+  struct stat status {};
+  if (fstat(directory, &status) != 0) {
+    return CodeOf(errno);
+  }
+  Identity identity{status.st_dev, status.st_ino};
+  if (!IsWorthKeeping(identity) && !(IsShortForm(FoldedName(name)) && HasShortNames(directory))) {
+    return FindOnce(directory, identity, name, spelled);
+  }
+  const Code code = FindKnown(directory, status, name, spelled, &identity);
+  if (code == kFileNotFound) {
+    missedIn_ = identity;
+  }
   return code;
 }
 
@@ -82,17 +98,53 @@ bool DirectoryIndex::IsMissed(int directory, std::string_view name) {
   if (!missedIn_ || missedIn_ != NumbersOf(directory)) {
     return false;
   }
+  struct stat status {};
   std::string spelled;
   Identity identity;
-  return FindKnown(directory, name, &spelled, &identity) == kFileNotFound;
+  return fstat(directory, &status) == 0 &&
+         FindKnown(directory, status, name, &spelled, &identity) == kFileNotFound;
 }
 
-Code DirectoryIndex::FindKnown(int directory, std::string_view name, std::string* spelled,
-                               Identity* identity) {
-  struct stat status {};
-  if (fstat(directory, &status) != 0) {
-    return CodeOf(errno);
+bool DirectoryIndex::IsWorthKeeping(const Identity& identity) const {
+  constexpr std::size_t kMostReadOnce = 1000;
+  const auto read = readOnce_.find(identity);
+  return (read != readOnce_.end() && read->second > kMostReadOnce) ||
+         directories_.contains(identity);
+}
+
+// Reads through a directory for one name and keeps nothing.
+Code DirectoryIndex::FindOnce(int folder, const Identity& identity, std::string_view name,
+                              std::string* spelled) {
+  constexpr std::size_t kOpening = 100;  // costs as much as so many names
+  const DirectoryStream stream = OpenDirectory({folder, "."}, 0);
+  if (stream == nullptr) {
+    return errno == ENOENT ? kPathNotFound : CodeOf(errno);
   }
+  const std::u16string folded = FoldedName(name);
+  std::string found;
+  std::size_t count = kOpening;
+  const int error = ForEachEntry(stream, [&](const dirent& entry) {
+    ++count;
+    const std::string_view other = entry.d_name;
+    // Of several, the first one is always the same.
+    if (other == name || ((found.empty() || other < found) && FoldsTo(other, folded))) {
+      found = other;
+    }
+    return other != name;
+  });
+  if (readOnce_.size() >= kMostDirectories) {
+    readOnce_.clear();
+  }
+  readOnce_[identity] += count;
+  if (error != 0) {
+    return CodeOf(error);
+  }
+  *spelled = std::move(found);
+  return spelled->empty() ? kFileNotFound : kSuccess;
+}
+
+Code DirectoryIndex::FindKnown(int directory, const struct stat& status, std::string_view name,
+                               std::string* spelled, Identity* identity) {
   ReadEvents();
   *identity = {status.st_dev, status.st_ino};
   const auto known = directories_.find(*identity);
@@ -196,10 +248,13 @@ void DirectoryIndex::Remove(const Names::value_type& name, Names* names) {
 }
 
 void DirectoryIndex::ReadEvents() {
+  if (Events() < 0) {
+    return;
+  }
   constexpr std::size_t kLargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
   alignas(inotify_event) char buffer[16384];
   for (;;) {
-    const ssize_t length = read(events_, buffer, sizeof(buffer));
+    const ssize_t length = read(Events(), buffer, sizeof(buffer));
     if (length < 0 && errno == EINTR) {
       continue;
     }
@@ -269,16 +324,10 @@ Code DirectoryIndex::Read(int folder, Identity* identity) {
 
   directory.names.clear();
   directory.shortNames.reset();
-  int error = 0;
-  for (;;) {
-    errno = 0;
-    const dirent* entry = readdir(stream.get());
-    if (entry == nullptr) {
-      error = errno;
-      break;
-    }
-    directory.names.insert(KeyOf(entry->d_name));
-  }
+  const int error = ForEachEntry(stream, [&directory](const dirent& entry) {
+    directory.names.insert(KeyOf(entry.d_name));
+    return true;
+  });
   if (error != 0) {
     Forget(directories_.find(*identity));
     return CodeOf(error);
@@ -290,8 +339,11 @@ Code DirectoryIndex::Read(int folder, Identity* identity) {
 void DirectoryIndex::Watch(int descriptor, const Identity& identity, Directory* directory) {
   // The descriptor's own link, because the path may lead to another directory by now.
   const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  if (!events_) {
+    events_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  }
   watches_.erase(directory->watch);
-  directory->watch = inotify_add_watch(events_, link.c_str(), kWatched);
+  directory->watch = inotify_add_watch(*events_, link.c_str(), kWatched);
   if (directory->watch >= 0) {
     watches_[directory->watch] = identity;
   }
@@ -299,7 +351,7 @@ void DirectoryIndex::Watch(int descriptor, const Identity& identity, Directory* 
 
 void DirectoryIndex::Forget(std::map<Identity, Directory>::iterator directory) {
   if (directory->second.watch >= 0) {
-    inotify_rm_watch(events_, directory->second.watch);
+    inotify_rm_watch(Events(), directory->second.watch);
     watches_.erase(directory->second.watch);
   }
   directories_.erase(directory);

@@ -23,9 +23,12 @@ namespace platform::posix {
 // so that work on a directory of any size costs no more than the work itself. Where it reports
 // nothing (no watch to be had, a change made by another host), the directory's times tell that the
 // names must be read anew.
+//
+// The first look-ups in a small directory only read through it: most runs ask a directory a few
+// times, and the kernel takes milliseconds to let go of what it reports on.
 class DirectoryIndex {
  public:
-  DirectoryIndex();
+  DirectoryIndex() = default;
   ~DirectoryIndex();
   DirectoryIndex(const DirectoryIndex&) = delete;
   DirectoryIndex& operator=(const DirectoryIndex&) = delete;
@@ -42,8 +45,6 @@ class DirectoryIndex {
   // Forgets all, and shares the kernel's reports no longer with the process that this one was
   // forked from.
   void Renew();
-  // The descriptor of the kernel's reports; negative when there is none.
-  int Events() const { return events_; }
 
  private:
   // The names by the hash of what they fold to.
@@ -81,7 +82,11 @@ class DirectoryIndex {
   static void ReadShortNames(int folder, Directory* directory);
   static bool FindShort(int folder, cvn::StringView folded, Directory* directory,
                         std::string* spelled);
-  Code FindKnown(int directory, std::string_view name, std::string* spelled, Identity* identity);
+  bool IsWorthKeeping(const Identity& identity) const;
+  Code FindOnce(int folder, const Identity& identity, std::string_view name, std::string* spelled);
+  Code FindKnown(int directory, const struct stat& status, std::string_view name,
+                 std::string* spelled, Identity* identity);
+  int Events() const { return events_.value_or(-1); }
   void ReadEvents();
   void Follow(int watch, std::uint32_t event, std::string_view name);
   static bool IsCurrent(Directory* directory, const Times& times);
@@ -91,8 +96,10 @@ class DirectoryIndex {
   void ForgetOldest();
 
   std::mutex mutex_;
-  int events_;  // of inotify; -1 when there is none to be had
+  std::optional<int>
+      events_;  // of inotify, from the first watch on; -1 when there is none to be had
   std::uint64_t uses_ = 0;
+  std::map<Identity, std::size_t> readOnce_;  // how many names of a directory were, and not kept
   std::optional<Identity> missedIn_;  // where Find found nothing at last, unless it has found since
   std::map<Identity, Directory> directories_;
   std::map<int, Identity> watches_;

@@ -291,13 +291,10 @@ int ForgetHost() {
   NameIndex().Renew();
   const int error = ReopenHostRoot();
   const int root = HostRoot()->Get();
-  const int events = NameIndex().Events();
   unsigned first = STDERR_FILENO + 1;
-  for (const int kept : {std::min(root, events), std::max(root, events)}) {
-    if (kept >= static_cast<int>(first)) {
-      close_range(first, static_cast<unsigned>(kept) - 1, 0);
-      first = static_cast<unsigned>(kept) + 1;
-    }
+  if (root >= static_cast<int>(first)) {
+    close_range(first, static_cast<unsigned>(root) - 1, 0);
+    first = static_cast<unsigned>(root) + 1;
   }
   close_range(first, ~0U, 0);
   return error;
