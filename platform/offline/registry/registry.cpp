@@ -9,6 +9,7 @@
 #include "platform/formats/names.h"
 #include "platform/offline/registry/key_lookup.h"
 #include "platform/offline/registry/opened_key.h"
+#include "platform/offline/registry/registry.h"
 #include "platform/offline/registry/registry_space.h"
 #include "platform/offline/registry/registry_values.h"
 
@@ -322,3 +323,17 @@ Code Flush() {
 }
 
 }  // namespace platform::registry
+
+namespace platform::posix {
+
+RegistryLook::RegistryLook() {
+  const std::lock_guard lock(registry::Mutex());
+  RegistrySpace::Get().BeginLook();
+}
+
+RegistryLook::~RegistryLook() {
+  const std::lock_guard lock(registry::Mutex());
+  IgnoreError(registry::WithoutExceptions([] { return RegistrySpace::Get().EndLook(); }));
+}
+
+}  // namespace platform::posix

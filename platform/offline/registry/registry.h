@@ -28,6 +28,17 @@ std::optional<std::u16string> ReadText(registry::Root root, cvn::StringView path
 Code ReadText(registry::Root root, cvn::StringView path, cvn::StringView name,
               std::optional<std::u16string>* text);
 
+// While one lives, the hives that are read stay as they are, and are shared with other readers:
+// what takes several reads is all of one moment, and looks only once whether others have changed
+// them. For reading alone, and not for long.
+class RegistryLook {
+ public:
+  RegistryLook();
+  RegistryLook(const RegistryLook&) = delete;
+  RegistryLook& operator=(const RegistryLook&) = delete;
+  ~RegistryLook();
+};
+
 // Closes the hives of this process's machine, of which no key may be open any more. The registry
 // opens them anew when it is asked again.
 void CloseRegistry();

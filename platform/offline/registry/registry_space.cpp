@@ -322,7 +322,7 @@ std::vector<std::string> HivesOfMachine() { return RegistrySpace::Get().Files();
 Code RegistrySpace::EndStep(Code code) {
   for (Mount& mount : mounts_) {
     Hive& hive = mount.hive;
-    if (!hive.IsEntered() || (hive.IsReserved() && changes_ != 0)) {
+    if (!hive.IsEntered() || (hive.IsReserved() ? changes_ != 0 : looks_ != 0)) {
       continue;
     }
     const Code logged = code == kSuccess ? hive.Commit() : kSuccess;
@@ -341,6 +341,11 @@ Code RegistrySpace::EndChange(bool isKept) {
   constexpr Code kDropped = kGenFailure;
   IgnoreError(EndStep(kDropped));
   return kSuccess;
+}
+
+Code RegistrySpace::EndLook() {
+  --looks_;
+  return EndStep(kSuccess);
 }
 
 Code RegistrySpace::Sync() { return WithAll(&Hive::Sync); }

@@ -69,6 +69,11 @@ class RegistrySpace {
   // Logs it, or drops it.
   Code EndChange(bool isKept);
 
+  // Until the end, hives that steps have looked into stay shared with other readers, and as they
+  // are.
+  void BeginLook() { ++looks_; }
+  Code EndLook();
+
   Code Sync();
   Code Flush();
 
@@ -104,7 +109,8 @@ class RegistrySpace {
   KeyPtr default_;
   KeyPtr currentUser_;
   bool hasProfiles_ = false;
-  int changes_ = 0;        // that are open, one in the other
+  int changes_ = 0;  // that are open, one in the other
+  int looks_ = 0;
   int linksFollowed_ = 0;  // on the way of the present Walk
 };
 

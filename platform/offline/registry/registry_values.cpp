@@ -6,6 +6,7 @@ namespace platform::posix {
 
 Code ReadValue(registry::Root root, cvn::StringView path, cvn::StringView name, ValueData* value) {
   *value = {};
+  const RegistryLook look;
   registry::Key key;
   const Code code = registry::OpenKey(registry::Key(root), path, registry::kQueryValue, &key);
   return code == kSuccess ? registry::QueryValue(key, name, &value->type, &value->bytes) : code;

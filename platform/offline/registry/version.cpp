@@ -71,6 +71,7 @@ std::optional<Numbers> ReadNumbers() {
 }  // namespace
 
 std::optional<WindowsVersion> Get() {
+  const posix::RegistryLook look;
   const std::optional<Numbers> numbers = ReadNumbers();
   // Zeros are what is left of data, and no Windows.
   if (!numbers || numbers->first == 0) {

@@ -138,10 +138,13 @@ cvn::String LongName(cvn::StringView path) {
 }
 
 cvn::String ModuleFileName() {
-  char program[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", program, sizeof(program));
-  return length <= 0 ? cvn::String()
-                     : posix::ToMachinePath({program, static_cast<std::size_t>(length)});
+  // As on Windows, where the program was when it started.
+  static const std::string program = [] {
+    char path[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
+    return std::string(path, length <= 0 ? 0 : static_cast<std::size_t>(length));
+  }();
+  return program.empty() ? cvn::String() : posix::ToMachinePath(program);
 }
 
 cvn::String SystemDirectory() { return u"C:\\Windows\\System32"; }
