@@ -1,13 +1,15 @@
 # Third-party libraries, as one target each: dep_<x>. Linux takes Debian's packages. Windows takes the
 # libraries that scripts/windows-libraries builds from the source packages of the same Debian release.
-# pugixml is compiled with the programs, since it is changed.
+# pugixml is compiled with the programs, since it is changed; on Linux JsonCpp is too, since Debian has
+# no archive of it. What is written in C++ is linked as archives, and so is the C++ runtime
+# (tessel_program): to load and bind those libraries takes longer than most patches.
 # On both platforms a library is used with the same defines, and its headers count as system headers.
 #
 #   dep_openssl         libcrypto
 #   dep_tinyxml         TinyXML 2.6.2 with Debian's patches, TIXML_USE_STL
 #   dep_pugixml         with XPath functions that count characters
 #   dep_pcre2           16-bit code units
-#   dep_jsoncpp         on Windows as AmsJson.dll
+#   dep_jsoncpp         on Windows as AmsJson.dll, on Linux compiled with the programs
 #   dep_gtest           GoogleTest and GoogleMock; dep_gtest_main brings main() along
 #   dep_benchmark       Google Benchmark; dep_benchmark_main brings main() along
 #   dep_curl            Linux only; headers, since the library is loaded when it is needed
@@ -36,10 +38,11 @@ endif()
 
 # tessel_dependency(<target> PACKAGE <Debian package> HEADER <header> LIBRARIES <name>...
 #                   [INCLUDE_SUFFIX <folder>] [WINDOWS_SYSTEM <name>...] [DEFINES <define>...]
-#                   [DEPENDS <target>...] [OPTIONAL])
+#                   [DEPENDS <target>...] [OPTIONAL] [STATIC])
+# STATIC takes the archives of the libraries, as Windows does with all.
 function(tessel_dependency target)
   cmake_parse_arguments(PARSE_ARGV 1 arg
-    "OPTIONAL" "PACKAGE;HEADER;INCLUDE_SUFFIX" "LIBRARIES;WINDOWS_SYSTEM;DEFINES;DEPENDS")
+    "OPTIONAL;STATIC" "PACKAGE;HEADER;INCLUDE_SUFFIX" "LIBRARIES;WINDOWS_SYSTEM;DEFINES;DEPENDS")
   if(WIN32)
     set(places PATHS "${tessel_windows_libraries}" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
     set(remedy "remove ${tessel_windows_libraries} and run scripts/windows-libraries")
@@ -59,11 +62,14 @@ function(tessel_dependency target)
   endif()
   foreach(name IN LISTS arg_LIBRARIES)
     unset(library)
+    if(arg_STATIC AND NOT WIN32)
+      set(name "lib${name}.a")
+    endif()
     find_library(library "${name}" PATH_SUFFIXES lib NO_CACHE ${places})
     if(library)
       list(APPEND libraries "${library}")
     else()
-      set(missing "lib${name}")
+      set(missing "${name}")
     endif()
   endforeach()
   if(missing)
@@ -84,12 +90,14 @@ endfunction()
 
 tessel_dependency(dep_openssl PACKAGE libssl-dev HEADER openssl/evp.h LIBRARIES crypto
   WINDOWS_SYSTEM bcrypt advapi32 crypt32 user32 ws2_32 DEPENDS Threads::Threads)
-tessel_dependency(dep_tinyxml PACKAGE libtinyxml-dev HEADER tinyxml.h LIBRARIES tinyxml
+tessel_dependency(dep_tinyxml STATIC PACKAGE libtinyxml-dev HEADER tinyxml.h LIBRARIES tinyxml
   DEFINES TIXML_USE_STL)
-tessel_dependency(dep_pcre2 PACKAGE libpcre2-dev HEADER pcre2.h LIBRARIES pcre2-16
+tessel_dependency(dep_pcre2 STATIC PACKAGE libpcre2-dev HEADER pcre2.h LIBRARIES pcre2-16
   DEFINES PCRE2_CODE_UNIT_WIDTH=16 $<$<BOOL:${WIN32}>:PCRE2_STATIC>)
-tessel_dependency(dep_jsoncpp PACKAGE libjsoncpp-dev HEADER json/json.h INCLUDE_SUFFIX jsoncpp
-  LIBRARIES jsoncpp DEFINES $<$<BOOL:${WIN32}>:JSON_DLL>)
+if(WIN32)
+  tessel_dependency(dep_jsoncpp HEADER json/json.h INCLUDE_SUFFIX jsoncpp LIBRARIES jsoncpp
+    DEFINES JSON_DLL)
+endif()
 tessel_dependency(dep_gtest PACKAGE libgmock-dev HEADER gmock/gmock.h LIBRARIES gmock gtest
   DEPENDS Threads::Threads)
 tessel_dependency(dep_gtest_main PACKAGE libgtest-dev HEADER gtest/gtest.h LIBRARIES gtest_main
@@ -107,26 +115,36 @@ if(NOT WIN32)
     INCLUDE_SUFFIX libxml2 LIBRARIES xml2)
 endif()
 
-# The script fetches the source when it isn't there yet.
-execute_process(
-  COMMAND "${PROJECT_SOURCE_DIR}/scripts/library-source"
-  OUTPUT_VARIABLE tessel_pugixml
-  OUTPUT_STRIP_TRAILING_WHITESPACE
-  RESULT_VARIABLE result)
-if(NOT result EQUAL 0)
-  message(FATAL_ERROR "There is no source of pugixml: scripts/library-source says why")
-endif()
 set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
   "${PROJECT_SOURCE_DIR}/scripts/library-source"
   "${PROJECT_SOURCE_DIR}/scripts/lib/library-sources.txt"
   "${PROJECT_SOURCE_DIR}/scripts/lib/pugixml-characters.sed")
-add_library(dep_pugixml STATIC "${tessel_pugixml}/src/pugixml.cpp")
-target_include_directories(dep_pugixml SYSTEM PUBLIC "${tessel_pugixml}/src")
+
+# tessel_compiled_dependency(<target> <source package> <include folder> <source>...)
+# The script fetches the source when it isn't there yet. Where the cache is doesn't show in the programs.
+function(tessel_compiled_dependency target package include)
+  execute_process(
+    COMMAND "${PROJECT_SOURCE_DIR}/scripts/library-source" "${package}"
+    OUTPUT_VARIABLE folder
+    OUTPUT_STRIP_TRAILING_WHITESPACE
+    RESULT_VARIABLE result)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "There is no source of ${package}: scripts/library-source says why")
+  endif()
+  list(TRANSFORM ARGN PREPEND "${folder}/")
+  add_library(${target} STATIC ${ARGN})
+  target_include_directories(${target} SYSTEM PUBLIC "${folder}/${include}")
+  target_compile_options(${target} PRIVATE -w "-ffile-prefix-map=${folder}=${package}")
+endfunction()
+
+tessel_compiled_dependency(dep_pugixml pugixml src src/pugixml.cpp)
 target_include_directories(dep_pugixml PRIVATE "${PROJECT_SOURCE_DIR}")
-# Where the cache is doesn't show in the programs.
 # Nodes of a fifth of the size: a copy of a document stands beside its tree.
 target_compile_definitions(dep_pugixml PUBLIC PUGIXML_COMPACT)
-target_compile_options(dep_pugixml PRIVATE -w "-ffile-prefix-map=${tessel_pugixml}=pugixml")
+if(NOT WIN32)
+  tessel_compiled_dependency(dep_jsoncpp libjsoncpp include src/lib_json/json_reader.cpp
+    src/lib_json/json_value.cpp src/lib_json/json_writer.cpp)
+endif()
 
 if(WIN32)
   # The licence texts of all that the programs and their DLLs are made of.

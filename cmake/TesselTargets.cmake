@@ -97,11 +97,15 @@ endfunction()
 function(tessel_program name)
   tessel_parse_sources(program ${ARGN})
   tessel_executable(${name} bin "${program_sources}" "${program_depends}")
+  # The map tells scripts/package whose code is in the program.
+  file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/maps")
+  target_link_options(${name} PRIVATE "-Wl,-Map,${PROJECT_BINARY_DIR}/maps/${name}.map")
   if(WIN32)
-    # The map tells scripts/package whose code is in the program.
-    file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/maps")
-    target_link_options(${name} PRIVATE -municode "-Wl,-Map,${PROJECT_BINARY_DIR}/maps/${name}.map")
+    target_link_options(${name} PRIVATE -municode)
     target_link_libraries(${name} PRIVATE tessel_version)
+  elseif(NOT TESSEL_SANITIZE AND NOT TESSEL_FUZZ)
+    # The sanitizers find what is thrown by way of the shared runtime.
+    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
   endif()
   add_dependencies(programs ${name})
 endfunction()

@@ -113,7 +113,7 @@ need_packages() {
 
 need_linux_packages() {
   need_packages build-essential cmake ninja-build ccache openssl libssl-dev libtinyxml-dev \
-    libjsoncpp-dev libpcre2-dev libhivex-dev libcurl4-openssl-dev libgit2-dev libgtest-dev \
+    libpcre2-dev libhivex-dev libcurl4-openssl-dev libgit2-dev libgtest-dev \
     libgmock-dev libbenchmark-dev
 }
 
