@@ -38,6 +38,9 @@ class AtomicFile {
   // Gives the file its name. EEXIST when that is taken and may not be replaced.
   int Name(const char* name, bool replace);
 
+  // The same where the caller knows that the name is free, which isn't looked at again.
+  int NameFree(const char* name) { return isNamed_ ? Rename(name, true) : Link(name); }
+
  private:
   int CreateWithFreshName(mode_t permissions);
   int CreateNew(mode_t permissions);

@@ -484,6 +484,34 @@ TEST_P(Ntfs, WhatASearchFindsIsDeletedWhereNothingSpeaksAgainstIt) {
   EXPECT_EQ(Found(Path(u"ntfs\\*")), "., .., name, two");
 }
 
+// While a folder is filled its driver isn't asked what is in it: what others put there is seen.
+TEST_P(Ntfs, CopiesSeeWhatOthersPutIntoTheFolder) {
+  Run(std::initializer_list<Step>{{Make, u"ntfs\\folder"}, {Create, u"ntfs\\file"}});
+  const auto copy = [this](const std::string& name) {
+    return files::Copy(Path(u"ntfs\\file"),
+                       Path(u"ntfs\\folder\\" + std::u16string(name.begin(), name.end())), true);
+  };
+  auto fill = [&copy, number = 0]() mutable {
+    for (int i = 0; i < 15; ++i) {  // more than are read without being kept
+      EXPECT_EQ(copy("some long name " + std::to_string(number++)), kSuccess);
+    }
+  };
+  fill();
+  Touch(Host("ntfs/folder/Taken by another"));
+  EXPECT_EQ(copy("taken BY another"), kFileExists);
+  fill();
+  std::filesystem::rename(Host("ntfs/folder/Taken by another"), Host("ntfs/folder/Renamed by it"));
+  EXPECT_EQ(copy("taken BY another"), kSuccess);
+  EXPECT_EQ(copy("renamed by it"), kFileExists);
+  fill();
+  Touch(Host("ntfs/folder/A later one"));
+  ASSERT_TRUE(volume_->SetShortName("folder/A later one", "LATER~1"));
+  EXPECT_EQ(copy("later~1"), kFileExists);
+  std::filesystem::remove(Host("ntfs/folder/A later one"));
+  EXPECT_EQ(copy("a LATER one"), kSuccess);
+  EXPECT_EQ(Found(Path(u"ntfs\\folder\\taken*")), "taken BY another");
+}
+
 TEST_P(Ntfs, FoldersHaveNoArchive) {
   Run(std::initializer_list<Step>{{Make, u"ntfs\\folder"}, {Create, u"ntfs\\folder\\file"}});
   EXPECT_EQ(WordOf("folder"), "10");

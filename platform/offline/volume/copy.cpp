@@ -17,6 +17,7 @@
 #include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/attributes.h"
 #include "platform/offline/volume/file_steps.h"
+#include "platform/offline/volume/folder_walk.h"
 #include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/volume.h"
@@ -195,6 +196,15 @@ Code WriteOver(const Source& source, const AtomicFile& draft, const HostPath& pl
   return code == kSuccess ? Complete(source, false, descriptor) : code;
 }
 
+// Whether a new file may have its name without another look at it. Of the volumes that can't rename
+// to a free name only, those of ntfs-3g report to the index what takes one; a look there is a
+// message.
+bool IsKnownFree(const HostPath& place) {
+  const FileAt file = place.At();
+  return place.entry.st_mode == 0 && !VolumeTraits::Of(file.folder).renamesToFree &&
+         HasShortNames(file.folder) && NameIndex().IsMissed(file.folder, file.name);
+}
+
 Code GiveName(const Source& source, AtomicFile* draft, const HostPath& place, CopyOptions options) {
   const bool isNew = place.entry.st_mode == 0;
   Code code = isNew ? kSuccess : CopyMetadata(place, draft->File(), Streams::Leave);
@@ -208,7 +218,8 @@ Code GiveName(const Source& source, AtomicFile* draft, const HostPath& place, Co
     return code;
   }
   const KeptShortName shortName(place);
-  code = CodeOf(draft->Name(place.At().name, options.replace));
+  const char* name = place.At().name;
+  code = CodeOf(IsKnownFree(place) ? draft->NameFree(name) : draft->Name(name, options.replace));
   if (code == kSuccess) {
     shortName.GiveBack();
   }

@@ -10,6 +10,7 @@
 #include <climits>
 #include <ctime>
 #include <memory>
+#include <tuple>
 
 #include "platform/formats/names.h"
 #include "platform/formats/short_name.h"
@@ -101,8 +102,21 @@ bool DirectoryIndex::IsMissed(int directory, std::string_view name) {
   struct stat status {};
   std::string spelled;
   Identity identity;
-  return fstat(directory, &status) == 0 &&
+  return Look(directory, name, *missedIn_, &status) &&
          FindKnown(directory, status, name, &spelled, &identity) == kFileNotFound;
+}
+
+// Gives the status of a directory that has this identity. It has no mode, and no times, where these
+// would tell nothing of the name.
+bool DirectoryIndex::Look(int directory, std::string_view name, const Identity& identity,
+                          struct stat* status) const {
+  const auto known = directories_.find(identity);
+  if (known == directories_.end() || !known->second.namesAreReported ||
+      IsShortForm(FoldedName(name))) {
+    return fstat(directory, status) == 0;
+  }
+  std::tie(status->st_dev, status->st_ino) = identity;
+  return true;
 }
 
 bool DirectoryIndex::IsWorthKeeping(const Identity& identity) const {
@@ -148,7 +162,8 @@ Code DirectoryIndex::FindKnown(int directory, const struct stat& status, std::st
   ReadEvents();
   *identity = {status.st_dev, status.st_ino};
   const auto known = directories_.find(*identity);
-  if (known == directories_.end() || !IsCurrent(&known->second, TimesOf(status))) {
+  const bool hasTimes = status.st_mode != 0;
+  if (known == directories_.end() || (hasTimes && !IsCurrent(&known->second, TimesOf(status)))) {
     const Code code = Read(directory, identity);
     if (code != kSuccess) {
       return code;
@@ -344,6 +359,7 @@ void DirectoryIndex::Watch(int descriptor, const Identity& identity, Directory* 
   }
   watches_.erase(directory->watch);
   directory->watch = inotify_add_watch(*events_, link.c_str(), kWatched);
+  directory->namesAreReported = directory->watch >= 0 && HasShortNames(descriptor);
   if (directory->watch >= 0) {
     watches_[directory->watch] = identity;
   }

@@ -22,7 +22,8 @@ namespace platform::posix {
 // read once and then followed: the kernel reports each name that comes or goes, from any process,
 // so that work on a directory of any size costs no more than the work itself. Where it reports
 // nothing (no watch to be had, a change made by another host), the directory's times tell that the
-// names must be read anew.
+// names must be read anew. On ntfs-3g, whose volume no other host changes, the times tell of short
+// names only: for others they aren't asked for, which would be a message to the driver.
 //
 // The first look-ups in a small directory only read through it: most runs ask a directory a few
 // times, and the kernel takes milliseconds to let go of what it reports on.
@@ -66,8 +67,9 @@ class DirectoryIndex {
     std::size_t cameSince = 0;
     Times times;
     int watch = -1;
-    bool followed = false;  // names have come or gone since `times` were taken
-    bool settled = false;   // the next change is sure to give other times
+    bool namesAreReported = false;  // all, but for short ones
+    bool followed = false;          // names have come or gone since `times` were taken
+    bool settled = false;           // the next change is sure to give other times
     std::uint64_t lastUse = 0;
 
     void Came(std::string_view name);
@@ -83,6 +85,8 @@ class DirectoryIndex {
   static bool FindShort(int folder, cvn::StringView folded, Directory* directory,
                         std::string* spelled);
   bool IsWorthKeeping(const Identity& identity) const;
+  bool Look(int directory, std::string_view name, const Identity& identity,
+            struct stat* status) const;
   Code FindOnce(int folder, const Identity& identity, std::string_view name, std::string* spelled);
   Code FindKnown(int directory, const struct stat& status, std::string_view name,
                  std::string* spelled, Identity* identity);
