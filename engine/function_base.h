@@ -66,6 +66,7 @@ class FunctionBase {
   ScriptPlace scriptPlace;
   FunctionKind kind = FunctionKind::Plain;
   bool keepsToRegistry = false;               // as its family does
+  const cvn::String* jumpLabel = nullptr;     // of a goto: its attribute
   FunctionBase* const* jumpTarget = nullptr;  // of a goto: where its label's command stands
 };
 

@@ -44,6 +44,31 @@ bool ScriptEngine::ParseText(cvn::StringView text) {
   return ParseXmlText(text, this, observer_ != nullptr);
 }
 
+inline ScriptEngine::StepResult ScriptEngine::Step(FunctionBase* command) {
+  if (observer_ != nullptr) {
+    observer_->Entering(*command);
+  }
+  if (command->jumpLabel != nullptr) {
+    TraceLine(u"GoTo label '%s'", *command->jumpLabel);
+    return {command->jumpTarget == nullptr ? nullptr : *command->jumpTarget};
+  }
+  if (!command->keepsToRegistry) {
+    SyncRegistry();
+  }
+  command->Execute();
+  switch (command->kind) {
+    case FunctionKind::BoolResult:
+      return {AfterBoolResult(static_cast<const FunctionRetBool&>(*command))};
+    case FunctionKind::ErrorResult:
+      return {AfterErrorResult(static_cast<const FunctionRetError&>(*command))};
+    case FunctionKind::ExitResult:
+      return {nullptr, static_cast<const FunctionRetExit&>(*command).GetExitCode(), true};
+    case FunctionKind::Plain:
+      break;
+  }
+  return {InSequence(*command)};
+}
+
 std::int32_t ScriptEngine::Run() {
   TraceLine(u"Start executing");
   FunctionBase* current = head_.get();
@@ -64,32 +89,6 @@ std::int32_t ScriptEngine::Run() {
     }
     current = result.next;
   }
-}
-
-ScriptEngine::StepResult ScriptEngine::Step(FunctionBase* command) {
-  if (observer_ != nullptr) {
-    observer_->Entering(*command);
-  }
-  if (command->name == u"goto") {
-    const cvn::String* target = command->attributes.Find(u"target");
-    TraceLine(u"GoTo label '%s'", *target);
-    return {command->jumpTarget == nullptr ? nullptr : *command->jumpTarget};
-  }
-  if (!command->keepsToRegistry) {
-    SyncRegistry();
-  }
-  command->Execute();
-  switch (command->kind) {
-    case FunctionKind::BoolResult:
-      return {AfterBoolResult(static_cast<const FunctionRetBool&>(*command))};
-    case FunctionKind::ErrorResult:
-      return {AfterErrorResult(static_cast<const FunctionRetError&>(*command))};
-    case FunctionKind::ExitResult:
-      return {nullptr, static_cast<const FunctionRetExit&>(*command).GetExitCode(), true};
-    case FunctionKind::Plain:
-      break;
-  }
-  return {InSequence(*command)};
 }
 
 FunctionBase* ScriptEngine::AfterBoolResult(const FunctionRetBool& command) {

@@ -244,6 +244,7 @@ void ScriptEngine::NoteTarget(FunctionBase* command) {
     return;
   }
   const cvn::String* target = command->attributes.Find(u"target");
+  command->jumpLabel = jumps ? target : nullptr;
   if (target == nullptr || target->Empty()) {
     return;
   }

@@ -14,6 +14,20 @@ constexpr std::string_view kBigEndianMark = "\xFE\xFF";
 
 std::span<const std::byte> BytesOf(std::string_view text) { return std::as_bytes(std::span(text)); }
 
+// Gives `take` the text in pieces, with CR LF for each line feed.
+template <typename Take>
+void TakeLines(cvn::StringView text, Take take) {
+  while (!text.empty()) {
+    const std::size_t feed = std::min(cvn::FindUnit(text, u'\n'), text.size());
+    take(text.substr(0, feed));
+    if (feed == text.size()) {
+      break;
+    }
+    take(u"\r\n");
+    text.remove_prefix(feed + 1);
+  }
+}
+
 void AppendUtf16(cvn::StringView text, std::string* out) {
   for (const char16_t unit : text) {
     out->push_back(static_cast<char>(unit & 0xFF));
@@ -63,18 +77,18 @@ Code TextFile::OpenForAppend(cvn::StringView path) {
 }
 
 Code TextFile::Write(cvn::StringView text) {
-  bytes_.clear();
-  const auto append = utf16_ ? AppendUtf16 : cvn::AppendUtf8;
-  while (!text.empty()) {
-    const std::size_t feed = std::min(cvn::FindUnit(text, u'\n'), text.size());
-    append(text.substr(0, feed), &bytes_);
-    if (feed == text.size()) {
-      break;
-    }
-    append(u"\r\n", &bytes_);
-    text.remove_prefix(feed + 1);
+  // A trace has millions of short lines; those are put into bytes without a thing to allocate.
+  constexpr std::size_t kShort = 1000;
+  if (!utf16_ && text.size() <= kShort) {
+    bytes_.resize(3 * kShort);
+    char* end = bytes_.data();
+    TakeLines(text, [&end](cvn::StringView piece) { end = cvn::EncodeUtf8(piece, end); });
+    return file_.Write(BytesOf({bytes_.data(), static_cast<std::size_t>(end - bytes_.data())}));
   }
-  return file_.Write(BytesOf(bytes_));
+  const auto append = utf16_ ? AppendUtf16 : cvn::AppendUtf8;
+  std::string bytes;
+  TakeLines(text, [&](cvn::StringView piece) { append(piece, &bytes); });
+  return file_.Write(BytesOf(bytes));
 }
 
 Code SaveTextFile(cvn::StringView path, std::string_view text) {

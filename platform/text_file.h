@@ -25,7 +25,7 @@ class TextFile {
  private:
   files::File file_;
   bool utf16_ = false;
-  std::string bytes_;  // reused by each Write
+  std::string bytes_;  // of a short text, used again for the next
 };
 
 // Writes a whole text file as the runtime's "wt, ccs=UTF-8" mode does: byte-order mark, UTF-8, CR

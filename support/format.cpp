@@ -178,29 +178,95 @@ void AppendArgument(String* out, const Conversion& conversion, const FormatArgum
   }
 }
 
+char16_t* Write(StringView text, char16_t* to) { return std::copy(text.begin(), text.end(), to); }
+
+// The number as %d gives it, which takes up to kWidestNumber characters.
+constexpr std::size_t kWidestNumber = 20;
+char16_t* WriteNumber(const FormatArgument& argument, char16_t* to) {
+  std::uint64_t magnitude = argument.Number();
+  if (argument.GetKind() == FormatArgument::Kind::Signed &&
+      static_cast<std::int64_t>(magnitude) < 0) {
+    *to++ = u'-';
+    magnitude = std::uint64_t{0} - magnitude;
+  }
+  char16_t buffer[kWidestNumber];
+  return magnitude == 0 ? Write(u"0", to) : Write(Digits(magnitude, 10, false, buffer), to);
+}
+
+// Appends a format piece by piece.
+class Formatter {
+ public:
+  Formatter(StringView format, std::span<const FormatArgument> arguments, String* out)
+      : format_(format), arguments_(arguments), out_(out) {}
+
+  void AppendAll() {
+    AppendPlain();
+    while (at_ < format_.size()) {
+      AppendConversion();
+      AppendPlain();
+    }
+  }
+
+ private:
+  // Appends text, and arguments of a bare %s or %d, up to the end or a conversion of another kind.
+  // Most lines are nothing else, and in a trace of millions of them it is their price.
+  void AppendPlain() {
+    std::size_t most = format_.size() - at_;
+    for (const FormatArgument& argument : arguments_) {
+      most += std::max(argument.Text().size(), kWidestNumber);
+    }
+    out_->AppendWritten(most, [this](char16_t* to) { return WritePlain(to); });
+  }
+
+  char16_t* WritePlain(char16_t* to) {
+    using Kind = FormatArgument::Kind;
+    for (;;) {
+      const std::size_t percent = std::min(FindUnit(format_, u'%', at_), format_.size());
+      to = Write(format_.substr(at_, percent - at_), to);
+      at_ = percent;
+      if (at_ + 1 >= format_.size() || arguments_.empty()) {
+        return to;
+      }
+      const FormatArgument& argument = arguments_.front();
+      const char16_t letter = format_[at_ + 1];
+      if (letter == u's' && argument.GetKind() == Kind::Text) {
+        to = Write(argument.Text(), to);
+      } else if (letter == u'd' &&
+                 (argument.GetKind() == Kind::Signed || argument.GetKind() == Kind::Unsigned)) {
+        to = WriteNumber(argument, to);
+      } else {
+        return to;
+      }
+      at_ += 2;
+      arguments_ = arguments_.subspan(1);
+    }
+  }
+
+  void AppendConversion() {
+    const std::size_t percent = at_++;
+    Conversion conversion;
+    const bool complete = ReadConversion(format_, &at_, &conversion);
+    if (complete && conversion.letter == u'%') {
+      out_->Append(u'%');
+    } else if (complete && StringView(u"scdiuxXp").find(conversion.letter) != StringView::npos &&
+               !arguments_.empty()) {
+      AppendArgument(out_, conversion, arguments_.front());
+      arguments_ = arguments_.subspan(1);
+    } else {
+      out_->Append(format_.substr(percent, at_ - percent));
+    }
+  }
+
+  const StringView format_;
+  std::size_t at_ = 0;
+  std::span<const FormatArgument> arguments_;  // that are left
+  String* const out_;
+};
+
 }  // namespace
 
 void AppendFormat(String* out, StringView format, std::span<const FormatArgument> arguments) {
-  std::size_t used = 0;
-  std::size_t at = 0;
-  while (at < format.size()) {
-    const std::size_t percent = std::min(FindUnit(format, u'%', at), format.size());
-    out->Append(format.substr(at, percent - at));
-    if (percent == format.size()) {
-      return;
-    }
-    at = percent + 1;
-    Conversion conversion;
-    const bool complete = ReadConversion(format, &at, &conversion);
-    if (complete && conversion.letter == u'%') {
-      out->Append(u'%');
-    } else if (complete && StringView(u"scdiuxXp").find(conversion.letter) != StringView::npos &&
-               used < arguments.size()) {
-      AppendArgument(out, conversion, arguments[used++]);
-    } else {
-      out->Append(format.substr(percent, at - percent));
-    }
-  }
+  Formatter(format, arguments, out).AppendAll();
 }
 
 String HexText(std::span<const std::byte> bytes) {

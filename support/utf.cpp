@@ -1,5 +1,7 @@
 #include "support/utf.h"
 
+#include <emmintrin.h>
+
 #include <cstdint>
 #include <cstring>
 
@@ -76,22 +78,31 @@ std::size_t AsciiRun(std::string_view text) {
   return length;
 }
 
+constexpr std::size_t kBlock = 16;  // units that are narrowed at once
+
+// Copies a block if it is of ASCII.
+bool CopyAsciiBlock(const char16_t* from, char* to) {
+  const auto* units = reinterpret_cast<const __m128i*>(from);
+  const __m128i first = _mm_loadu_si128(units);
+  const __m128i second = _mm_loadu_si128(units + 1);
+  const __m128i high = _mm_and_si128(_mm_or_si128(first, second), _mm_set1_epi16(-0x80));
+  if (_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) != 0xFFFF) {
+    return false;
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(first, second));
+  return true;
+}
+
 // Copies the run of ASCII at the start of `text`, and returns its length.
 std::size_t CopyAscii(StringView text, char* to) {
-  constexpr std::size_t kBlock = 16;  // a fixed count lets the compiler use vectors
   std::size_t length = 0;
-  for (; length + kBlock <= text.size(); length += kBlock) {
-    const char16_t* from = text.data() + length;
-    unsigned bits = 0;
-    for (std::size_t i = 0; i < kBlock; ++i) {
-      bits |= from[i];
-    }
-    if (bits >= 0x80) {
-      break;
-    }
-    for (std::size_t i = 0; i < kBlock; ++i) {
-      to[length + i] = static_cast<char>(from[i]);
-    }
+  while (length + kBlock <= text.size() && CopyAsciiBlock(text.data() + length, to + length)) {
+    length += kBlock;
+  }
+  // The rest together with units before it, which are copied once more.
+  const std::size_t lastBlock = text.size() - std::min(text.size(), kBlock);
+  if (length > lastBlock && CopyAsciiBlock(text.data() + lastBlock, to + lastBlock)) {
+    return text.size();
   }
   for (; length < text.size() && text[length] < 0x80; ++length) {
     to[length] = static_cast<char>(text[length]);
@@ -128,6 +139,25 @@ char* EncodeMultibyte(char32_t character, char* out) {
   return out;
 }
 
+char* EncodeUnits(StringView text, char* to) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char16_t unit = text[i];
+    if (unit < 0x80) {
+      *to++ = static_cast<char>(unit);
+      continue;
+    }
+    char32_t character = unit;
+    if (IsLeadSurrogate(unit) && i + 1 < text.size() && IsTrailSurrogate(text[i + 1])) {
+      ++i;
+      character = 0x10000 + ((unit - 0xD800U) << 10) + (text[i] - 0xDC00U);
+    } else if (IsLeadSurrogate(unit) || IsTrailSurrogate(unit)) {
+      character = kReplacement;
+    }
+    to = EncodeMultibyte(character, to);
+  }
+  return to;
+}
+
 }  // namespace
 
 String Utf8ToWide(std::string_view text) {
@@ -158,23 +188,13 @@ void AppendUtf8(StringView text, std::string* out) {
     return;
   }
   out->resize(before + ascii + (text.size() - ascii) * 3);  // the widest that a code unit becomes
-  char* to = out->data() + before + ascii;
-  for (std::size_t i = ascii; i < text.size(); ++i) {
-    const char16_t unit = text[i];
-    if (unit < 0x80) {
-      *to++ = static_cast<char>(unit);
-      continue;
-    }
-    char32_t character = unit;
-    if (IsLeadSurrogate(unit) && i + 1 < text.size() && IsTrailSurrogate(text[i + 1])) {
-      ++i;
-      character = 0x10000 + ((unit - 0xD800U) << 10) + (text[i] - 0xDC00U);
-    } else if (IsLeadSurrogate(unit) || IsTrailSurrogate(unit)) {
-      character = kReplacement;
-    }
-    to = EncodeMultibyte(character, to);
-  }
-  out->resize(static_cast<std::size_t>(to - out->data()));
+  const char* end = EncodeUnits(text.substr(ascii), out->data() + before + ascii);
+  out->resize(static_cast<std::size_t>(end - out->data()));
+}
+
+char* EncodeUtf8(StringView text, char* to) {
+  const std::size_t ascii = CopyAscii(text, to);
+  return EncodeUnits(text.substr(ascii), to + ascii);
 }
 
 std::string WideToUtf8(StringView text) {

@@ -15,6 +15,8 @@ String Utf8ToWide(std::string_view text);
 // A surrogate without its partner becomes U+FFFD.
 std::string WideToUtf8(StringView text);
 void AppendUtf8(StringView text, std::string* out);
+// The same, written to `to`, which has room for three bytes a unit. Returns the end.
+char* EncodeUtf8(StringView text, char* to);
 
 // UTF-16 as it stands in a file, in either byte order; an odd last byte is ignored.
 std::string Utf16BytesToUtf8(std::string_view bytes, bool bigEndian);

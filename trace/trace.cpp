@@ -15,8 +15,8 @@ struct TraceState {
   bool diagnosticMode = false;
   bool refusesFiles = false;
   cvn::String line;
-  std::int64_t stampedSecond = -1;
-  cvn::String stamp;  // "2026-11-12 21:40:26" of stampedSecond
+  std::int64_t stampedTime = -1;  // in units of kStampTicks
+  cvn::String stamp;              // "2026-11-12 21:40:26.123 " of stampedTime
 };
 
 TraceState& State() {
@@ -27,14 +27,27 @@ TraceState& State() {
 // A longer line gives its memory back, rather than hold it for the rest of the run.
 constexpr std::size_t kKeptLineLength = 65536;
 
-cvn::StringView StampOf(std::int64_t second, TraceState* state) {
-  if (second != state->stampedSecond) {
-    const platform::clock::LocalTime time = platform::clock::ToLocalTime(second);
-    state->stamp = cvn::Format(u"%d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day,
-                               time.hour, time.minute, time.second);
-    state->stampedSecond = second;
+// Between two borders of rounding, which is what this divides time into, a stamp stays the same.
+constexpr std::int64_t kStampTicks = platform::clock::kTicksPerSecond / 2000;
+
+// The stamp of this moment. A run may trace millions of lines, and stamps that are made anew for
+// each would cost more than the rest.
+cvn::StringView Stamp(TraceState* state) {
+  const std::int64_t now = platform::clock::NowTicks();
+  if (now / kStampTicks != state->stampedTime) {
+    const platform::clock::LocalTime time =
+        platform::clock::ToLocalTime(now / platform::clock::kTicksPerSecond);
+    state->stamp =
+        cvn::Format(u"%d-%02d-%02d %02d:%02d:%02d.%03d ", time.year, time.month, time.day,
+                    time.hour, time.minute, time.second, StampMilliseconds(now));
+    state->stampedTime = now / kStampTicks;
   }
   return state->stamp;
+}
+
+// A full disk takes lines from the trace, and doesn't stop the run.
+void WriteToFile(cvn::StringView line, TraceState* state) {
+  platform::IgnoreError(state->file.Write(line));
 }
 
 }  // namespace
@@ -59,15 +72,7 @@ void WriteTraceLine(cvn::StringView format, std::span<const cvn::FormatArgument>
   TraceState& state = State();
   state.line.Clear();
   if (state.file.IsOpen()) {
-    // Formats a second once, and its fraction without Format: a run may trace millions of lines,
-    // and the stamp would cost more than the rest.
-    const std::int64_t now = platform::clock::NowTicks();
-    state.line.Append(StampOf(now / platform::clock::kTicksPerSecond, &state));
-    const int milliseconds = StampMilliseconds(now);
-    const auto digit = [](int number) { return static_cast<char16_t>(u'0' + number % 10); };
-    const std::array fraction = {u'.', digit(milliseconds / 100), digit(milliseconds / 10),
-                                 digit(milliseconds), u' '};
-    state.line.Append(cvn::StringView(fraction.data(), fraction.size()));
+    state.line.Append(Stamp(&state));
   }
   const std::size_t message = state.line.Length();
   cvn::AppendFormat(&state.line, format, arguments);
@@ -77,11 +82,13 @@ void WriteTraceLine(cvn::StringView format, std::span<const cvn::FormatArgument>
   }
   if (state.file.IsOpen()) {
     state.line.Append(u'\n');
-    // A full disk takes lines from the trace, and doesn't stop the run.
-    platform::IgnoreError(state.file.Write(state.line));
-  }
-  if (state.line.Length() > kKeptLineLength) {
-    state.line = cvn::String();
+    if (state.line.Length() > kKeptLineLength) {
+      const cvn::String line = std::move(state.line);
+      WriteToFile(line, &state);
+      return;
+    }
+    // Last of all, since each return that follows a system call is slow.
+    WriteToFile(state.line, &state);
   }
 }
 
