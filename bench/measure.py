@@ -1,6 +1,7 @@
 """Times runs of programs."""
 
 import os
+import pathlib
 import resource
 import statistics
 import subprocess
@@ -10,6 +11,8 @@ from typing import NamedTuple
 
 # For ten times the work, how many times the time.
 GROWTH = 11
+
+MEMORY = pathlib.Path("/dev/shm")  # a disk on which each file costs the same, however many there are
 
 
 class Spread(NamedTuple):
@@ -47,6 +50,14 @@ class Row(NamedTuple):
         if len(ours) != len(peer):
             peer = [statistics.median(peer)] * len(ours)
         return [mine / theirs for mine, theirs in zip(ours, peer)]
+
+
+def growth_row(what, peer, few, many):
+    """How much longer many take than few, against the peer's growth. Both are pairs of figures: ours,
+    and the peer's."""
+    ours, theirs = ([time / statistics.median(small) for time in large]
+                    for small, large in zip(few, many))
+    return Row(what, ours, f"that of {peer}", theirs, unit="x ")
 
 
 def to_drive(path):

@@ -5,18 +5,16 @@ the last copy is made: ext4, for one, avoids the inodes of files that were delet
 the search for others would count against the next copy."""
 
 import pathlib
-import statistics
 import sys
 import tempfile
 
 import measure
 import ntfs_volume
-from measure import Row, to_drive
+from measure import MEMORY, Row, to_drive
 
 FEW, MANY = 10_000, 100_000  # files in one folder
 ROUNDS = {FEW: 5, MANY: 2}
 FIND_ROUNDS = 5  # in each of these: it is so short that one alone tells little
-MEMORY = pathlib.Path("/dev/shm")  # a disk on which each file costs the same, however many there are
 
 
 class _Trees:
@@ -79,9 +77,7 @@ ON_NTFS = (("find", "find", 1.5), ("copy", "cp -r", 1), ("delete", "rm -rf", 1.1
 
 def _growth(peer, pairs):
     """How the time grows with the folder, against the tool's: the disk has a part in both."""
-    ours, theirs = ([many / statistics.median(few) for many in many_times]
-                    for few, many_times in zip(zip(*pairs[FEW]), zip(*pairs[MANY])))
-    return Row(f"growth from {FEW:,} on", ours, f"that of {peer}", theirs, unit="x ")
+    return measure.growth_row(f"growth from {FEW:,} on", peer, zip(*pairs[FEW]), zip(*pairs[MANY]))
 
 
 def _rows_of(what, peer, at_most, trees):
