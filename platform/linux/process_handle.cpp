@@ -19,6 +19,7 @@
 
 #include "platform/formats/names.h"
 #include "platform/linux/error_map.h"
+#include "platform/linux/helper_thread.h"
 #include "platform/linux/process_info.h"
 #include "platform/linux/stop_signals.h"
 #include "platform/rehearsal.h"
@@ -62,26 +63,20 @@ void ReapForever(int queue) {
 
 // Takes the descriptors of running children whose handles were closed. A thread reaps those that
 // end: the disposition of SIGCHLD would be simpler, but it belongs to all libraries of the process.
-// This is the only thread that the platform starts, with the first such child; it runs until the
-// process ends, takes no signals, and touches nothing but the descriptors of its queue.
+// It is started with the first such child, runs until the process ends, and touches nothing but the
+// descriptors of its queue.
 int MakeReaperQueue() {
   const int queue = epoll_create1(EPOLL_CLOEXEC);
   if (queue < 0) {
     return -1;
   }
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  bool isRunning = true;
-  try {
-    std::thread(ReapForever, queue).detach();
-  } catch (const std::system_error&) {
-    isRunning = false;
+  std::thread reaper = posix::StartHelper(ReapForever, queue);
+  if (!reaper.joinable()) {
     close(queue);
+    return -1;
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return isRunning ? queue : -1;
+  reaper.detach();
+  return queue;
 }
 
 // Hands the descriptor to the thread. False when there is none.

@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <fstream>
 #include <vector>
 
 #include "platform/formats/ini_text.h"
 #include "platform/formats/wildcards.h"
 #include "platform/linux/code_page.h"
 #include "tests/platform/host_folder.h"
+#include "tests/platform/listed_copies.h"
 #include "tests/platform/private_mount.h"
 
 namespace platform::test {
@@ -345,6 +347,45 @@ TEST_F(OfflineFiles, ACopyHasTheSameHoles) {
 }
 
 // Under its name, a file is there whole or as it was before, whenever its writer is killed.
+// Those that are made before their turn are as if they weren't: nobody sees them, and what happens
+// meanwhile counts.
+TEST_F(OfflineFiles, CopiesMadeAheadHaveTheirTurn) {
+  Run(std::initializer_list<Step>{{Make, u"from"}, {Make, u"to"}});
+  const auto nameOf = [](int number) { return "file " + std::to_string(100 + number); };
+  for (int i = 0; i < 200; ++i) {
+    std::ofstream(Host("from/" + nameOf(i))) << nameOf(i);
+  }
+  ASSERT_EQ(files::SetAttributes(Path(u"from\\file 150"), kHidden), kSuccess);
+  std::filesystem::create_directory(Host("from/file 229x"));
+  std::size_t there = 0;
+  const std::string failures = CopyListed(Path(u"from"), Path(u"to"), [&](const std::string& name) {
+    EXPECT_EQ(CountIn(Host("to")), there) << name;
+    ++there;
+    if (name == "file 170") {
+      std::ofstream(Host("to/FILE 171")) << "another's";
+      ++there;
+    } else if (name == "file 171") {
+      --there;
+    } else if (name == "file 200") {
+      std::filesystem::rename(Host("to"), Host("before"));
+      std::filesystem::create_directory(Host("to"));
+      there = 1;
+    } else if (name == "file 229x") {
+      --there;
+    }
+    return name != "file 280";
+  });
+  EXPECT_EQ(failures, "file 171 80\nfile 229x 5\n");
+  EXPECT_EQ(CountIn(Host("to")), 80u);
+  EXPECT_EQ(CountIn(Host("before")), 100u);
+  EXPECT_EQ(HostContentOf(Host("before/FILE 171")), "another's");
+  for (int i = 0; i < 180; ++i) {
+    const std::string copy = Host(i < 100 ? "before/" : "to/") + nameOf(i);
+    EXPECT_EQ(i == 71 || HostContentOf(copy) == nameOf(i), true) << copy;
+  }
+  EXPECT_EQ(AttributesOf(u"before\\file 150"), kHidden | kArchive);
+}
+
 TEST_F(OfflineFiles, AKilledWriterLeavesNoHalfFile) {
   const std::string older(3 << 20, 'o');
   const std::string newer(3 << 20, 'n');

@@ -16,6 +16,7 @@
 #include "platform/private_file.h"
 #include "support/utf.h"
 #include "tests/platform/host_folder.h"
+#include "tests/platform/listed_copies.h"
 #include "tests/platform/ntfs_mount.h"
 
 namespace platform::test {
@@ -510,6 +511,19 @@ TEST_P(Ntfs, CopiesSeeWhatOthersPutIntoTheFolder) {
   std::filesystem::remove(Host("ntfs/folder/A later one"));
   EXPECT_EQ(copy("a LATER one"), kSuccess);
   EXPECT_EQ(Found(Path(u"ntfs\\folder\\taken*")), "taken BY another");
+}
+
+// Where no file is without a name, those that are made ahead go when their turn doesn't come.
+TEST_P(Ntfs, CopiesMadeAheadGo) {
+  Run(std::initializer_list<Step>{{Make, u"ntfs\\from"}, {Make, u"ntfs\\to"}});
+  for (int i = 100; i < 200; ++i) {
+    Touch(Host("ntfs/from/file " + std::to_string(i)));
+  }
+  const std::string failures =
+      CopyListed(Path(u"ntfs\\from"), Path(u"ntfs\\to"),
+                 [](const std::string& name) { return name != "file 130"; });
+  EXPECT_EQ(failures, "");
+  EXPECT_EQ(CountIn(Host("ntfs/to")), 30u);
 }
 
 TEST_P(Ntfs, FoldersHaveNoArchive) {

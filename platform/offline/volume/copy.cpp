@@ -7,11 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
 #include <span>
 #include <vector>
 
-#include "platform/linux/atomic_file.h"
-#include "platform/linux/descriptor.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/same_file.h"
 #include "platform/linux/volume_traits.h"
@@ -172,6 +171,15 @@ Code Load(const HostPath& place, Source* source) {
   return code;
 }
 
+// Makes the copy's file in its folder, with the content.
+Code Fill(const Source& source, bool isNew, int folder, AtomicFile* draft) {
+  Code code = CodeOf(draft->Create(isNew, (source.entry.st_mode & 0777) | S_IWUSR));
+  if (code == kSuccess && isNew) {
+    code = InheritSecurity(folder, draft->File());
+  }
+  return code == kSuccess ? CopyContent(source.file.Get(), source.entry, draft->File()) : code;
+}
+
 // Gives the copy what belongs to its content.
 Code Complete(const Source& source, bool isNew, int copy) {
   const Code code = source.hasStreams ? CopyStreams(source.file.Get(), copy) : kSuccess;
@@ -205,6 +213,11 @@ bool IsKnownFree(const HostPath& place) {
          HasShortNames(file.folder) && NameIndex().IsMissed(file.folder, file.name);
 }
 
+Code NameDraft(const HostPath& place, bool replace, AtomicFile* draft) {
+  const char* name = place.At().name;
+  return CodeOf(IsKnownFree(place) ? draft->NameFree(name) : draft->Name(name, replace));
+}
+
 Code GiveName(const Source& source, AtomicFile* draft, const HostPath& place, CopyOptions options) {
   const bool isNew = place.entry.st_mode == 0;
   Code code = isNew ? kSuccess : CopyMetadata(place, draft->File(), Streams::Leave);
@@ -218,8 +231,7 @@ Code GiveName(const Source& source, AtomicFile* draft, const HostPath& place, Co
     return code;
   }
   const KeptShortName shortName(place);
-  const char* name = place.At().name;
-  code = CodeOf(IsKnownFree(place) ? draft->NameFree(name) : draft->Name(name, options.replace));
+  code = NameDraft(place, options.replace, draft);
   if (code == kSuccess) {
     shortName.GiveBack();
   }
@@ -237,14 +249,7 @@ Code CopyOnce(const HostPath& from, const HostPath& target, CopyOptions options)
     return code;
   }
   AtomicFile draft(place.At().folder);
-  const bool isNew = place.entry.st_mode == 0;
-  code = CodeOf(draft.Create(isNew, (source.entry.st_mode & 0777) | S_IWUSR));
-  if (code == kSuccess && isNew) {
-    code = InheritSecurity(place.At().folder, draft.File());
-  }
-  if (code == kSuccess) {
-    code = CopyContent(source.file.Get(), source.entry, draft.File());
-  }
+  code = Fill(source, place.entry.st_mode == 0, place.At().folder, &draft);
   if (code != kSuccess) {
     return code;
   }
@@ -273,6 +278,27 @@ Code MarkCopy(files::Attributes attributes, const struct stat& from, bool isNew,
 
 Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions options) {
   return ChangeFolder(target, [&] { return CopyOnce(source, target, options); });
+}
+
+std::unique_ptr<PreparedCopy> PreparedCopy::Make(const HostPath& source,
+                                                 std::shared_ptr<const Descriptor> folder) {
+  constexpr off_t kLargest = off_t{1} << 20;
+  std::unique_ptr<PreparedCopy> copy(new PreparedCopy(std::move(folder)));
+  Source from;
+  const bool isMade = Load(source, &from) == kSuccess && from.entry.st_size <= kLargest &&
+                      Fill(from, true, copy->folder_->Get(), &copy->draft_) == kSuccess &&
+                      Complete(from, true, copy->draft_.File()) == kSuccess;
+  return isMade ? std::move(copy) : nullptr;
+}
+
+bool PreparedCopy::IsBeside(const HostPath& target) const {
+  const std::optional<FileNumbers> folder = NumbersOf(folder_->Get());
+  return target.device == Device::None && target.entry.st_mode == 0 && folder &&
+         folder == NumbersOf(target.At().folder);
+}
+
+Code PreparedCopy::GiveName(const HostPath& target) {
+  return ChangeFolder(target, [&] { return NameDraft(target, false, &draft_); });
 }
 
 Code CopyTo(const HostPath& source, cvn::StringView to, bool failIfExists) {

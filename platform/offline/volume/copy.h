@@ -3,8 +3,13 @@
 
 #include <sys/stat.h>
 
+#include <memory>
+#include <utility>
+
 #include "platform/error.h"
 #include "platform/files.h"
+#include "platform/linux/atomic_file.h"
+#include "platform/linux/descriptor.h"
 #include "platform/offline/volume/volume.h"
 
 namespace platform::posix {
@@ -25,6 +30,29 @@ Code CopyFile(const HostPath& source, const HostPath& target, CopyOptions option
 
 // The same to the path that a script gave, as files::Copy. Leaves the thread's last error alone.
 Code CopyTo(const HostPath& source, cvn::StringView to, bool failIfExists);
+
+// A copy of a file that is whole but for its name. It is gone at the end of its life unless it got
+// that; until then nothing is to be seen of it but, on volumes that have no files without names, a
+// "tessel-....tmp".
+class PreparedCopy {
+ public:
+  // Makes it in a folder, for a name there that is free. Null when that fails, and for a file so
+  // large that to make it in vain would be felt.
+  static std::unique_ptr<PreparedCopy> Make(const HostPath& source,
+                                            std::shared_ptr<const Descriptor> folder);
+
+  // Whether it lies in the folder where `target` is to be.
+  bool IsBeside(const HostPath& target) const;
+  // Gives it the name of `target`, as CopyFile does when it has made its copy.
+  Code GiveName(const HostPath& target);
+
+ private:
+  explicit PreparedCopy(std::shared_ptr<const Descriptor> folder)
+      : folder_(std::move(folder)), draft_(folder_->Get()) {}
+
+  const std::shared_ptr<const Descriptor> folder_;
+  AtomicFile draft_;
+};
 
 // Gives the open file `copy` the attributes and the time of the last write of the file `from`, and
 // ARCHIVE, which one that is new has as it is. Where there is no place for attributes it has none.

@@ -20,6 +20,7 @@
 #include "platform/linux/same_file.h"
 #include "platform/linux/volume_traits.h"
 #include "platform/offline/volume/attributes.h"
+#include "platform/offline/volume/copies_ahead.h"
 #include "platform/offline/volume/copy.h"
 #include "platform/offline/volume/file_steps.h"
 #include "platform/offline/volume/folder_listing.h"
@@ -93,11 +94,13 @@ struct SearchedFolder {
   std::string spelling;
   bool onMachine;
   std::shared_ptr<const posix::Descriptor> held;
+  posix::FolderListing listing;
+  posix::CopiesInOrder copies{listing};
 };
 
 // Where the entry is.
 struct SearchEntry::Details {
-  std::shared_ptr<const SearchedFolder> folder;
+  std::shared_ptr<SearchedFolder> folder;
   HostPath place;  // its entry, and a folder that isn't held, only when they have been asked for
   bool isCurrent = false;  // the entry's whole status is there
 
@@ -144,8 +147,7 @@ std::uint64_t SearchEntry::LastWriteTime() const {
 }
 
 struct Search::State {
-  posix::FolderListing listing;
-  std::shared_ptr<const SearchedFolder> folder;
+  std::shared_ptr<SearchedFolder> folder;
 
   // Gives what a folder's listing says; `status` when that is known already.
   void Give(std::string_view name, unsigned char type, const struct stat* status,
@@ -173,7 +175,8 @@ struct Search::State {
     const posix::Pattern pattern(text, host.onMachine);
     const bool withShort =
         !pattern.MatchesAll() && posix::MayMatchShortForm(text) && posix::HasShortNames(searched);
-    return listing.Read(searched, {.withDots = !host.isRoot, .withShortNames = withShort}, pattern);
+    return folder->listing.Read(searched, {.withDots = !host.isRoot, .withShortNames = withShort},
+                                pattern);
   }
 
   Code FirstOfMany(cvn::StringView path, const Place& place, SearchEntry* entry) {
@@ -191,13 +194,13 @@ struct Search::State {
     }
     if (code == kSuccess) {
       auto held = std::make_shared<posix::Descriptor>(host.Open(O_PATH | O_DIRECTORY));
+      folder = std::make_shared<SearchedFolder>(host, held);
       code = held->Get() < 0 ? CodeOf(errno) : Read(held->Get(), host, place.name);
-      folder = std::make_shared<SearchedFolder>(host, std::move(held));
     }
     if (code != kSuccess) {
       return code;
     }
-    const std::optional<posix::FolderListing::Item> item = listing.Next();
+    const std::optional<posix::FolderListing::Item> item = folder->listing.Next();
     if (!item) {
       return kFileNotFound;
     }
@@ -242,16 +245,14 @@ struct Search::State {
 
 namespace {
 
-// Where a file found at `path` still is to be looked for; null when the path may mean another one:
-// a listing also has names that paths can't say.
-const HostPath* PlaceAt(cvn::StringView path, const HostPath& place) {
+// Whether a path still leads to what was found there: a listing also has names that paths can't
+// say.
+bool LeadsTo(const HostPath& place, cvn::StringView path) {
   const auto nameIn = [](std::string_view text) { return text.substr(text.rfind('/') + 1); };
   posix::PathDraft draft;
-  const bool isMeant = place.folder != nullptr && S_ISREG(place.entry.st_mode) &&
-                       posix::DraftPath(path, &draft) == kSuccess &&
-                       draft.device == posix::Device::None && draft.onMachine == place.onMachine &&
-                       nameIn(draft.path) == nameIn(place.spelling);
-  return isMeant ? &place : nullptr;
+  return place.folder != nullptr && posix::DraftPath(path, &draft) == kSuccess &&
+         draft.device == posix::Device::None && draft.onMachine == place.onMachine &&
+         nameIn(draft.path) == nameIn(place.spelling);
 }
 
 // Deletes a file unless something speaks against it.
@@ -265,14 +266,36 @@ bool IsDeleted(const HostPath& place) {
 }  // namespace
 
 Code Delete(cvn::StringView path, const SearchEntry& found) {
-  const HostPath* place = PlaceAt(path, found.details_->Known());
-  return place != nullptr && IsDeleted(*place) ? posix::Report(kSuccess) : Delete(path);
+  const HostPath& place = found.details_->Known();
+  const bool isMeant = S_ISREG(place.entry.st_mode) && LeadsTo(place, path);
+  return isMeant && IsDeleted(place) ? posix::Report(kSuccess) : Delete(path);
 }
 
 Code Copy(const SearchEntry& found, cvn::StringView from, cvn::StringView to, bool failIfExists) {
-  const HostPath* place = PlaceAt(from, found.details_->Known());
-  return place == nullptr ? Copy(from, to, failIfExists)
-                          : Fail(posix::CopyTo(*place, to, failIfExists));
+  SearchEntry::Details& details = *found.details_;
+  const auto isRegular = [&details] { return S_ISREG(details.Known().entry.st_mode); };
+  if (!LeadsTo(details.place, from) || !(found.isRegular_ || isRegular())) {
+    return Copy(from, to, failIfExists);
+  }
+  HostPath target;
+  Code code = posix::LocateFile(
+      to, failIfExists ? Disposition::CreateNew : Disposition::CreateAlways, &target);
+  if (code != kSuccess) {
+    return Fail(code);
+  }
+  posix::CopiesInOrder* const inOrder = failIfExists ? &details.folder->copies : nullptr;
+  const auto made = inOrder == nullptr ? nullptr : inOrder->Take(details.place, target);
+  if (made != nullptr) {
+    code = made->GiveName(target);
+  } else if (isRegular()) {
+    code = posix::CopyFile(details.place, target, {.replace = !failIfExists});
+  } else {
+    return Copy(from, to, failIfExists);  // it is something else by now
+  }
+  if (inOrder != nullptr) {
+    inOrder->Went(code, details.place, target);
+  }
+  return Fail(code);
 }
 
 Search::Search() = default;
@@ -305,8 +328,9 @@ Code Search::First(cvn::StringView path, SearchEntry* entry) {
 }
 
 Code Search::Next(SearchEntry* entry) {
-  const std::optional<posix::FolderListing::Item> item =
-      state_ == nullptr ? std::nullopt : state_->listing.Next();
+  // A device has no folder.
+  const bool isListed = state_ != nullptr && state_->folder != nullptr;
+  const auto item = isListed ? state_->folder->listing.Next() : std::nullopt;
   if (!item) {
     return Fail(kNoMoreFiles);
   }
@@ -314,6 +338,11 @@ Code Search::Next(SearchEntry* entry) {
   return kSuccess;
 }
 
-void Search::Close() { state_.reset(); }
+void Search::Close() {
+  if (state_ != nullptr && state_->folder != nullptr) {
+    state_->folder->copies.Stop();
+  }
+  state_.reset();
+}
 
 }  // namespace platform::files

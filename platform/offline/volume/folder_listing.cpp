@@ -54,10 +54,16 @@ void FolderListing::ReadEntry(int folder, const dirent& entry, bool withShortNam
 }
 
 std::optional<FolderListing::Item> FolderListing::Next() {
-  if (next_ == items_.size()) {
+  const std::optional<Item> item = Peek(0);
+  next_ += item ? 1 : 0;
+  return item;
+}
+
+std::optional<FolderListing::Item> FolderListing::Peek(std::size_t count) const {
+  if (count >= items_.size() - next_) {
     return std::nullopt;
   }
-  const Stored& item = items_[next_++];
+  const Stored& item = items_[next_ + count];
   return Item{NameOf(item), item.type};
 }
 

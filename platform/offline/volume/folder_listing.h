@@ -33,6 +33,8 @@ class FolderListing {
 
   // The next item, whose name is valid as long as this is; nothing behind the last one.
   std::optional<Item> Next();
+  // The one that comes after `count` others.
+  std::optional<Item> Peek(std::size_t count) const;
 
  private:
   struct Stored {

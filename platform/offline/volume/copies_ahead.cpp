@@ -1,0 +1,143 @@
+#include "platform/offline/volume/copies_ahead.h"
+
+#include <sched.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include "platform/linux/helper_thread.h"
+#include "platform/linux/same_file.h"
+
+namespace platform::posix {
+
+bool CopiesAhead::IsWorthwhile() {
+  cpu_set_t allowed;
+  return sched_getaffinity(0, sizeof(allowed), &allowed) == 0 && CPU_COUNT(&allowed) > 1;
+}
+
+CopiesAhead::CopiesAhead(HostPath source, std::shared_ptr<const Descriptor> target)
+    : source_(std::move(source)),
+      folder_(source_.spelling.substr(0, source_.spelling.rfind('/') + 1)),
+      target_(std::move(target)),
+      thread_(StartHelper([this] { Work(); })) {}
+
+CopiesAhead::~CopiesAhead() {
+  {
+    const std::lock_guard lock(mutex_);
+    isEnding_ = true;
+  }
+  added_.notify_one();
+  if (thread_.joinable()) {
+    thread_.join();
+  }
+}
+
+void CopiesAhead::Add(const std::vector<std::string_view>& names) {
+  count_ += names.size();
+  {
+    const std::lock_guard lock(mutex_);
+    for (const std::string_view name : names) {
+      items_.emplace_back().name = name;
+    }
+    // Without a thread, nothing is made ahead.
+    finished_ = thread_.joinable() ? finished_ : items_.size();
+  }
+  added_.notify_one();
+}
+
+std::unique_ptr<PreparedCopy> CopiesAhead::Take(std::string_view name, bool* isNext) {
+  constexpr std::size_t kWorthWaking = 8;
+  std::unique_lock lock(mutex_);
+  *isNext = !items_.empty() && items_.front().name == name;
+  if (!*isNext) {
+    return nullptr;
+  }
+  if (finished_ == 0) {
+    awaited_ = std::min(kWorthWaking, items_.size());
+    made_.wait(lock, [this] { return finished_ >= awaited_; });
+  }
+  std::unique_ptr<PreparedCopy> copy = std::move(items_.front().copy);
+  items_.pop_front();
+  --finished_;
+  --count_;
+  return copy;
+}
+
+void CopiesAhead::Work() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    added_.wait(lock, [this] { return isEnding_ || finished_ < items_.size(); });
+    if (isEnding_) {
+      return;
+    }
+    Item& item = items_[finished_];
+    lock.unlock();
+    std::unique_ptr<PreparedCopy> copy = Make(item.name);
+    lock.lock();
+    item.copy = std::move(copy);
+    if (++finished_ == awaited_) {
+      made_.notify_one();
+    }
+  }
+}
+
+std::unique_ptr<PreparedCopy> CopiesAhead::Make(const std::string& name) const {
+  try {
+    HostPath source = source_;
+    source.spelling = folder_ + name;
+    source.name = name;
+    source.entry = KnownStatus(source.At().folder, source.At().name);
+    return S_ISREG(source.entry.st_mode) ? PreparedCopy::Make(source, target_) : nullptr;
+  } catch (const std::exception&) {
+    return nullptr;  // for want of memory; its turn will tell
+  }
+}
+
+std::unique_ptr<PreparedCopy> CopiesInOrder::Take(const HostPath& file, const HostPath& target) {
+  if (ahead_ == nullptr) {
+    return nullptr;
+  }
+  bool isNext = false;
+  std::unique_ptr<PreparedCopy> copy = ahead_->Take(file.At().name, &isNext);
+  if (!isNext || (copy != nullptr && !copy->IsBeside(target))) {
+    isOff_ = true;
+    ahead_.reset();
+    return nullptr;
+  }
+  return copy;
+}
+
+void CopiesInOrder::Went(Code code, const HostPath& file, const HostPath& target) {
+  constexpr int kEnoughInRow = 4;
+  constexpr std::size_t kMostAhead = 64;  // each has a file open
+  constexpr std::size_t kFewest = 16;
+  if (code != kSuccess) {
+    inRow_ = 0;
+    ahead_.reset();
+    return;
+  }
+  if (ahead_ == nullptr && !isOff_ && ++inRow_ >= kEnoughInRow && IsNextRegular(kFewest) &&
+      CopiesAhead::IsWorthwhile()) {
+    ahead_ = std::make_unique<CopiesAhead>(file, target.folder);
+  }
+  if (ahead_ == nullptr || ahead_->Count() > kMostAhead / 2) {
+    return;
+  }
+  std::vector<std::string_view> names;
+  for (std::size_t at = ahead_->Count(); at < kMostAhead && IsNextRegular(at); ++at) {
+    names.push_back(listing_.Peek(at)->name);
+  }
+  if (!names.empty()) {
+    ahead_->Add(names);
+  }
+}
+
+bool CopiesInOrder::IsNextRegular(std::size_t count) const {
+  const std::optional<FolderListing::Item> item = listing_.Peek(count);
+  return item && item->type == DT_REG;
+}
+
+}  // namespace platform::posix
