@@ -4,7 +4,7 @@ import shutil
 
 import measure
 
-TIMES = 10
+TIMES = 6
 PEER_TIMES = 3  # of a tool that takes seconds
 
 
