@@ -11,6 +11,7 @@
 #include "commands/documents/xml_shield.h"
 #include "engine/xml_text.h"
 #include "platform/error.h"
+#include "platform/memory.h"
 #include "platform/text_file.h"
 #include "platform/whole_file.h"
 #include "support/utf.h"
@@ -125,6 +126,7 @@ bool CCVNTinyXml::Load(cvn::StringView path) {
   if (platform::ReadWholeFile(path, &text) != platform::kSuccess) {
     return false;
   }
+  loadedSize_ = text.size();
   isRepaired_ = !Decode(&text);
   if (!TakeZerosOff(&text)) {
     return false;
@@ -146,18 +148,29 @@ bool CCVNTinyXml::Load(cvn::StringView path) {
 bool CCVNTinyXml::Save(cvn::StringView path) {
   platform::SetLastError(platform::kSuccess);
   mirror_.GiveWay();
-  const std::string text = PrintXml(document_);
-  if (isRepaired_ || !IsWholeDocument(text)) {
+  std::string text = PrintXml(document_, loadedSize_ + loadedSize_ / 8);
+  if (isRepaired_ || !IsWholeDocument(&text)) {
     platform::SetLastError(kInvalidData);
     return false;
   }
   return platform::SaveTextFile(path, text) == platform::kSuccess;
 }
 
-bool CCVNTinyXml::IsWholeDocument(const std::string& text) const {
+// The check takes the text to pieces. A large one is printed anew rather than copied, because the
+// two would stand beside the tree and what the other parser makes of it.
+bool CCVNTinyXml::IsWholeDocument(std::string* text) const {
   const TiXmlElement* root = document_.RootElement();
-  return root != nullptr && root->NextSiblingElement() == nullptr &&
-         IsShieldableXml(text, XmlPart::Document) && HasSameXml(text, document_);
+  const std::size_t size = text->size();
+  const bool isLarge = size >= kLargeXml;
+  std::string checked = isLarge ? std::exchange(*text, {}) : *text;
+  const bool isWhole = root != nullptr && root->NextSiblingElement() == nullptr &&
+                       IsShieldableXml(checked, XmlPart::Document) &&
+                       HasSameXml(std::move(checked), document_);
+  if (isLarge && isWhole) {
+    platform::GiveBackMemory();
+    *text = PrintXml(document_, size);
+  }
+  return isWhole;
 }
 
 TiXmlElement* CCVNTinyXml::ParseElement(cvn::StringView text, TiXmlDocument* document) {

@@ -93,14 +93,15 @@ class CCVNTinyXml : public std::enable_shared_from_this<CCVNTinyXml> {
   friend class XmlElementHandle;
 
   // Whether `text`, in which the document was printed, has one root and all of the tree.
-  bool IsWholeDocument(const std::string& text) const;
+  bool IsWholeDocument(std::string* text) const;
   void SetText(TiXmlElement* element, const std::string& text);
   bool SetAttribute(TiXmlElement* element, const std::string& name, const std::string& value);
   // Makes the handles dead that lead to `node` or into it.
   void Forget(const TiXmlNode& node, bool itself);
 
   TiXmlDocument document_;
-  bool isRepaired_ = false;  // not all that the file had is in the text that was parsed
+  std::size_t loadedSize_ = 0;  // of the file, in bytes
+  bool isRepaired_ = false;     // not all that the file had is in the text that was parsed
   XPathMirror mirror_{&document_};
   std::unordered_map<const TiXmlNode*, std::weak_ptr<XmlElementHandle>> handles_;
 };

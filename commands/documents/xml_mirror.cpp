@@ -9,6 +9,7 @@
 
 #include "commands/documents/xml_marks.h"
 #include "commands/documents/xml_printer.h"
+#include "platform/memory.h"
 
 namespace tessel {
 namespace {
@@ -292,9 +293,9 @@ void XPathMirror::Removing(const TiXmlElement& element) {
 }
 
 void XPathMirror::GiveWay() {
-  constexpr std::size_t kLarge = 16 << 20;  // below, making it anew costs more than it is worth
-  if (copy_ != nullptr && copy_->text.size() >= kLarge) {
+  if (copy_ != nullptr && copy_->text.size() >= kLargeXml) {
     copy_.reset();
+    platform::GiveBackMemory();
   }
 }
 

@@ -3,10 +3,15 @@
 
 #include <tinyxml.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
 namespace tessel {
+
+// In bytes. What stands beside the tree of a larger document gives way to what else needs memory;
+// of others it isn't worth to make it anew.
+inline constexpr std::size_t kLargeXml = std::size_t{16} << 20;
 
 // What an expression gave.
 struct XPathMatch {

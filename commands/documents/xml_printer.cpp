@@ -239,8 +239,9 @@ void AppendBare(const TiXmlNode& node, std::string* out) {
 
 }  // namespace
 
-std::string PrintXml(const TiXmlDocument& document) {
+std::string PrintXml(const TiXmlDocument& document, std::size_t size) {
   std::string out;
+  out.reserve(size);
   for (const TiXmlNode* node = document.FirstChild(); node != nullptr; node = node->NextSibling()) {
     Printer(&out).Print(*node, 0);
     out.append("\n");

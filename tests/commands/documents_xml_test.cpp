@@ -131,6 +131,20 @@ TEST_F(XmlCommands, ChangeTheDocument) {
   }
 }
 
+// The memory of a large document's copies and texts comes and goes.
+TEST_F(XmlCommands, SaveLargeDocuments) {
+  const std::string rows(std::size_t{18} << 20, 'x');
+  Put("large.xml", "<r><a>1</a><b>" + rows + "</b></r>");
+  EXPECT_EQ(Answers(OpenXml("large.xml") + "<xmlSetValue handle='d' xpath='a' value='2'/>" +
+                    SaveXml("large.xml") + TellXml("a") +
+                    "<xmlSetValue handle='d' xpath='a' value='3'/>" + SaveXml("large.xml") +
+                    "<xmlRemoveChild handle='d' xpath='/r'/>" + SaveXml("none.xml") + TellError()),
+            "2|13|");
+  EXPECT_EQ(Get("large.xml").substr(0, 40).find("<a>3</a>") != std::string::npos, true);
+  EXPECT_EQ(Get("large.xml").find("<b>" + rows + "</b>") != std::string::npos, true);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "none.xml"));
+}
+
 // What no other reader takes isn't saved.
 TEST_F(XmlCommands, KeepTheOldFile) {
   Put("t.xml",
