@@ -364,14 +364,13 @@ TEST_F(OfflineFiles, CopiesMadeAheadHaveTheirTurn) {
     if (name == "file 170") {
       std::ofstream(Host("to/FILE 171")) << "another's";
       ++there;
-    } else if (name == "file 171") {
-      --there;
     } else if (name == "file 200") {
       std::filesystem::rename(Host("to"), Host("before"));
       std::filesystem::create_directory(Host("to"));
       there = 1;
-    } else if (name == "file 229x") {
-      --there;
+    }
+    if (name == "file 171" || name == "file 229x") {
+      --there;  // these fail
     }
     return name != "file 280";
   });
