@@ -62,6 +62,12 @@ const char* DescriptorAttribute(int opened) {
   return nullptr;
 }
 
+std::optional<bool> IsServedByProgram(int opened) {
+  struct statfs volume {};
+  return fstatfs(opened, &volume) == 0 ? std::optional(volume.f_type == FUSE_SUPER_MAGIC)
+                                       : std::nullopt;
+}
+
 bool HasShortNames(int opened) {
   using Answer = VolumeTraits::Answer;
   VolumeTraits& traits = VolumeTraits::Of(opened);
@@ -69,14 +75,13 @@ bool HasShortNames(int opened) {
   if (known != Answer::Unknown) {
     return known == Answer::Yes;
   }
-  // ntfs-3g is a process of its own, as all drivers of this number are. The root has no name, and
-  // so no short one, which isn't told by EOPNOTSUPP.
-  struct statfs volume {};
-  if (fstatfs(opened, &volume) != 0) {
+  const std::optional<bool> isByProgram = IsServedByProgram(opened);
+  if (!isByProgram) {
     return false;
   }
+  // The root has no name, and so no short one, which isn't told by EOPNOTSUPP.
   char value = '\0';
-  const bool has = volume.f_type == FUSE_SUPER_MAGIC &&
+  const bool has = *isByProgram &&
                    (getxattr(PathOf(opened).c_str(), kShortNameAttribute, &value, 0) >= 0 ||
                     errno != EOPNOTSUPP);
   if (has || traits.isNumberedForGood_) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 
 namespace platform::posix {
 
@@ -43,6 +44,10 @@ inline constexpr const char* kAttributeWord = "system.ntfs_attrib_be";
 // `opened`: "system.ntfs_acl" of ntfs-3g, "system.ntfs_security" of the kernel's driver. Null where
 // the volume is not NTFS.
 const char* DescriptorAttribute(int opened);
+
+// Whether the driver of the volume of an open object is a program, as that of ntfs-3g is, which each
+// call has to wait for. Nothing where that can't be told.
+std::optional<bool> IsServedByProgram(int opened);
 
 // Whether the volume of an open object is one of ntfs-3g, which has short names. The kernel's own
 // driver shows none, nor does an overlay over such a volume.

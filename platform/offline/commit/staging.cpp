@@ -1,8 +1,6 @@
 #include "platform/offline/commit/staging.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +12,7 @@
 #include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/other_accounts.h"
+#include "platform/linux/volume_traits.h"
 #include "platform/machine_commit.h"
 #include "platform/offline/commit/journal.h"
 #include "platform/offline/volume/volume.h"
@@ -143,9 +142,7 @@ Code Staging::MakeFolder(std::uint32_t slot) const {
 }
 
 bool Staging::CanFlushAtOnce(std::size_t entries) const {
-  struct statfs volume {};
-  return entries > kMostSingleFlushes && fstatfs(root_, &volume) == 0 &&
-         volume.f_type != FUSE_SUPER_MAGIC;
+  return entries > kMostSingleFlushes && IsServedByProgram(root_) == false;
 }
 
 Code Staging::FlushAtOnce() const {

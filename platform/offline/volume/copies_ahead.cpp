@@ -10,6 +10,7 @@
 
 #include "platform/linux/helper_thread.h"
 #include "platform/linux/same_file.h"
+#include "platform/linux/volume_traits.h"
 
 namespace platform::posix {
 
@@ -21,17 +22,26 @@ bool CopiesAhead::IsWorthwhile() {
 CopiesAhead::CopiesAhead(HostPath source, std::shared_ptr<const Descriptor> target)
     : source_(std::move(source)),
       folder_(source_.spelling.substr(0, source_.spelling.rfind('/') + 1)),
-      target_(std::move(target)),
-      thread_(StartHelper([this] { Work(); })) {}
+      target_(std::move(target)) {
+  // One whose target's driver is a program waits for its answers most of the time.
+  const std::size_t wanted = IsServedByProgram(target_->Get()) == true ? 2 : 1;
+  while (threads_.size() < wanted) {
+    std::thread thread = StartHelper([this] { Work(); });
+    if (!thread.joinable()) {
+      return;
+    }
+    threads_.push_back(std::move(thread));
+  }
+}
 
 CopiesAhead::~CopiesAhead() {
   {
     const std::lock_guard lock(mutex_);
     isEnding_ = true;
   }
-  added_.notify_one();
-  if (thread_.joinable()) {
-    thread_.join();
+  added_.notify_all();
+  for (std::thread& thread : threads_) {
+    thread.join();
   }
 }
 
@@ -43,9 +53,9 @@ void CopiesAhead::Add(const std::vector<std::string_view>& names) {
       items_.emplace_back().name = name;
     }
     // Without a thread, nothing is made ahead.
-    finished_ = thread_.joinable() ? finished_ : items_.size();
+    finished_ = threads_.empty() ? items_.size() : finished_;
   }
-  added_.notify_one();
+  added_.notify_all();
 }
 
 std::unique_ptr<PreparedCopy> CopiesAhead::Take(std::string_view name, bool* isNext) {
@@ -58,10 +68,12 @@ std::unique_ptr<PreparedCopy> CopiesAhead::Take(std::string_view name, bool* isN
   if (finished_ == 0) {
     awaited_ = std::min(kWorthWaking, items_.size());
     made_.wait(lock, [this] { return finished_ >= awaited_; });
+    awaited_ = 0;
   }
   std::unique_ptr<PreparedCopy> copy = std::move(items_.front().copy);
   items_.pop_front();
   --finished_;
+  begun_ -= threads_.empty() ? 0 : 1;
   --count_;
   return copy;
 }
@@ -69,18 +81,26 @@ std::unique_ptr<PreparedCopy> CopiesAhead::Take(std::string_view name, bool* isN
 void CopiesAhead::Work() {
   std::unique_lock lock(mutex_);
   for (;;) {
-    added_.wait(lock, [this] { return isEnding_ || finished_ < items_.size(); });
+    added_.wait(lock, [this] { return isEnding_ || begun_ < items_.size(); });
     if (isEnding_) {
       return;
     }
-    Item& item = items_[finished_];
+    Item& item = items_[begun_++];
     lock.unlock();
     std::unique_ptr<PreparedCopy> copy = Make(item.name);
     lock.lock();
-    item.copy = std::move(copy);
-    if (++finished_ == awaited_) {
-      made_.notify_one();
-    }
+    Finish(&item, std::move(copy));
+  }
+}
+
+void CopiesAhead::Finish(Item* item, std::unique_ptr<PreparedCopy> copy) {
+  item->copy = std::move(copy);
+  item->isFinished = true;
+  while (finished_ < begun_ && items_[finished_].isFinished) {
+    ++finished_;
+  }
+  if (awaited_ != 0 && finished_ >= awaited_) {
+    made_.notify_one();
   }
 }
 

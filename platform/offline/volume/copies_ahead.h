@@ -1,4 +1,4 @@
-// Copies of a folder's files that are made before their turn, on another processor.
+// Copies of a folder's files that are made before their turn, by other threads.
 #pragma once
 
 #include <condition_variable>
@@ -30,13 +30,13 @@ class CopiesAhead {
   CopiesAhead(HostPath source, std::shared_ptr<const Descriptor> target);
   CopiesAhead(const CopiesAhead&) = delete;
   CopiesAhead& operator=(const CopiesAhead&) = delete;
-  // Ends with the copy that is being made, which is of a small file.
+  // Ends with the copies that are being made, which are of small files.
   ~CopiesAhead();
 
   // How many were added and not taken.
   std::size_t Count() const { return count_; }
   // Adds the files that come after those that were added. Few large steps: each may wake the
-  // thread.
+  // threads.
   void Add(const std::vector<std::string_view>& names);
 
   // Takes the copy of the next one; waits until it is made. Null when that wasn't possible, or
@@ -47,9 +47,11 @@ class CopiesAhead {
   struct Item {
     std::string name;
     std::unique_ptr<PreparedCopy> copy;
+    bool isFinished = false;
   };
 
   void Work();
+  void Finish(Item* item, std::unique_ptr<PreparedCopy> copy);
   std::unique_ptr<PreparedCopy> Make(const std::string& name) const;
 
   const HostPath source_;
@@ -60,12 +62,13 @@ class CopiesAhead {
   std::condition_variable added_;
   std::condition_variable made_;
   std::deque<Item> items_;    // a reference to one stays good while others come and go
+  std::size_t begun_ = 0;     // how many of the first ones a thread has taken on
   std::size_t finished_ = 0;  // how many of the first ones are made, or can't be
-  std::size_t awaited_ = 0;   // how many have to be for the other thread to go on
+  std::size_t awaited_ = 0;   // how many have to be for the thread that takes them; 0 if none
   bool isEnding_ = false;
 
   std::size_t count_ = 0;  // of items_; of the thread that adds and takes
-  std::thread thread_;
+  std::vector<std::thread> threads_;
 };
 
 // Copies the files of a folder in the order of its listing to places where nothing is. When they go
