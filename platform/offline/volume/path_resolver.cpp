@@ -16,6 +16,7 @@
 #include "platform/linux/same_file.h"
 #include "platform/offline/volume/folder_walk.h"
 #include "platform/offline/volume/path_draft.h"
+#include "platform/offline/volume/share_locks.h"
 #include "platform/offline/volume/short_names.h"
 #include "platform/offline/volume/stand_in.h"
 #include "platform/offline/volume/volume.h"
@@ -289,6 +290,7 @@ cvn::String ToMachinePath(std::string_view hostPath) {
 int ForgetHost() {
   Machine::Forget();
   NameIndex().Renew();
+  ForgetLocks();
   const int error = ReopenHostRoot();
   const int root = HostRoot()->Get();
   unsigned first = STDERR_FILENO + 1;

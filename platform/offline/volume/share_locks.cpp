@@ -65,11 +65,14 @@ Range OppositeOf(Range range) {
   return static_cast<Range>(range <= kWrites ? range << 2 : range >> 2);
 }
 
+// The host's list of locks once that was asked for, which is made anew for each reading from its
+// start. Each thread has its own, since a reading takes more than one call.
+thread_local Descriptor listOfLocks;
+
 // Whether the host lists its locks, and none of this file.
 bool IsListedWithout(const struct stat& entry) {
-  const Descriptor locks(open("/proc/locks", O_RDONLY | O_CLOEXEC));
-  if (locks.Get() < 0) {
-    return false;
+  if (listOfLocks.Get() < 0) {
+    listOfLocks.Reset(open("/proc/locks", O_RDONLY | O_CLOEXEC));
   }
   char wanted[48];
   std::snprintf(wanted, sizeof(wanted), " %02x:%02x:%ju ", major(entry.st_dev), minor(entry.st_dev),
@@ -78,7 +81,8 @@ bool IsListedWithout(const struct stat& entry) {
   std::string list;
   std::array<char, 4096> piece;
   for (;;) {
-    const ssize_t length = read(locks.Get(), piece.data(), piece.size());
+    const ssize_t length =
+        pread(listOfLocks.Get(), piece.data(), piece.size(), static_cast<off_t>(list.size()));
     if (length == 0) {
       return list.find(wanted) == std::string::npos;
     }
@@ -110,6 +114,8 @@ Code TakeShare(int descriptor, Access access, Share share) {
   }
   return kSuccess;
 }
+
+void ForgetLocks() { listOfLocks.Reset(-1); }
 
 bool IsInUse(FileAt file, const struct stat& entry) {
   // There an open is a message to the driver, whose inodes and device are those of the list.

@@ -13,6 +13,9 @@ namespace platform::posix {
 // other. A file system that has no locks lets everything pass.
 Code TakeShare(int descriptor, files::Access access, files::Share share);
 
+// Closes what is kept open of the host's list of locks.
+void ForgetLocks();
+
 // True when a program that uses this layer has the regular file open, whose status is `entry`.
 bool IsInUse(FileAt file, const struct stat& entry);
 
