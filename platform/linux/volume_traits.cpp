@@ -81,9 +81,9 @@ bool HasShortNames(int opened) {
   }
   // The root has no name, and so no short one, which isn't told by EOPNOTSUPP.
   char value = '\0';
-  const bool has = *isByProgram &&
-                   (getxattr(PathOf(opened).c_str(), kShortNameAttribute, &value, 0) >= 0 ||
-                    errno != EOPNOTSUPP);
+  const bool has =
+      *isByProgram && (getxattr(PathOf(opened).c_str(), kShortNameAttribute, &value, 0) >= 0 ||
+                       errno != EOPNOTSUPP);
   if (has || traits.isNumberedForGood_) {
     traits.shortNames_ = has ? Answer::Yes : Answer::No;
   }

@@ -45,8 +45,8 @@ inline constexpr const char* kAttributeWord = "system.ntfs_attrib_be";
 // the volume is not NTFS.
 const char* DescriptorAttribute(int opened);
 
-// Whether the driver of the volume of an open object is a program, as that of ntfs-3g is, which each
-// call has to wait for. Nothing where that can't be told.
+// Whether the driver of the volume of an open object is a program, as that of ntfs-3g is, which
+// each call has to wait for. Nothing where that can't be told.
 std::optional<bool> IsServedByProgram(int opened);
 
 // Whether the volume of an open object is one of ntfs-3g, which has short names. The kernel's own

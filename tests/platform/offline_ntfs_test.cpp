@@ -485,6 +485,44 @@ TEST_P(Ntfs, WhatASearchFindsIsDeletedWhereNothingSpeaksAgainstIt) {
   EXPECT_EQ(Found(Path(u"ntfs\\*")), "., .., name, two");
 }
 
+// Many are found before their turn; what became of them by then counts.
+TEST_P(Ntfs, WhatOthersDoToFilesOfAListingIsSeenAtTheirTurn) {
+  constexpr cvn::StringView kFolder = u"ntfs\\folder\\";
+  Run(std::initializer_list<Step>{{Make, u"ntfs\\folder"}, {Create, u"ntfs\\other"}});
+  for (int i = 100; i < 500; ++i) {
+    Touch(Host("ntfs/folder/file " + std::to_string(i)));
+  }
+  files::File used;
+  const auto changeOthers = [&] {
+    std::filesystem::remove(Host("ntfs/folder/file 200"));
+    std::filesystem::create_hard_link(Host("ntfs/other"), Host("ntfs/folder/file 200"));
+    Set("other", "system.ntfs_attrib_be", {0, 0, 0, 0x21});
+    std::filesystem::remove(Host("ntfs/folder/file 210"));
+    std::filesystem::create_directory(Host("ntfs/folder/file 210"));
+    std::filesystem::remove(Host("ntfs/folder/file 220"));
+    EXPECT_EQ(files::Open(Path(std::u16string(kFolder) + u"file 230"), files::Access::Read,
+                          files::Share::Read, files::Disposition::OpenExisting, &used),
+              kSuccess);
+  };
+  std::string failures;
+  files::Search search;
+  files::SearchEntry entry;
+  Code code = search.First(Path(std::u16string(kFolder) + u"*"), &entry);
+  for (; code == kSuccess; code = search.Next(&entry)) {
+    if (entry.IsSelfOrParent()) {
+      continue;
+    }
+    const std::string name = Utf8(entry.Name());
+    const Code deleted = files::Delete(Joined(Path(cvn::String(kFolder)), entry.Name()), entry);
+    failures += deleted == kSuccess ? "" : name + ": " + std::to_string(deleted) + "\n";
+    if (name == "file 150") {
+      changeOthers();
+    }
+  }
+  EXPECT_EQ(failures, "file 200: 5\nfile 210: 5\nfile 220: 2\nfile 230: 32\n");
+  EXPECT_EQ(Found(Path(u"ntfs\\folder\\*")), "., .., file 200, file 210, file 230");
+}
+
 // While a folder is filled its driver isn't asked what is in it: what others put there is seen.
 TEST_P(Ntfs, CopiesSeeWhatOthersPutIntoTheFolder) {
   Run(std::initializer_list<Step>{{Make, u"ntfs\\folder"}, {Create, u"ntfs\\file"}});

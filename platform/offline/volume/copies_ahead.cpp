@@ -1,6 +1,5 @@
 #include "platform/offline/volume/copies_ahead.h"
 
-#include <sched.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -13,11 +12,6 @@
 #include "platform/linux/volume_traits.h"
 
 namespace platform::posix {
-
-bool CopiesAhead::IsWorthwhile() {
-  cpu_set_t allowed;
-  return sched_getaffinity(0, sizeof(allowed), &allowed) == 0 && CPU_COUNT(&allowed) > 1;
-}
 
 CopiesAhead::CopiesAhead(HostPath source, std::shared_ptr<const Descriptor> target)
     : source_(std::move(source)),
@@ -140,7 +134,7 @@ void CopiesInOrder::Went(Code code, const HostPath& file, const HostPath& target
     return;
   }
   if (ahead_ == nullptr && !isOff_ && ++inRow_ >= kEnoughInRow && IsNextRegular(kFewest) &&
-      CopiesAhead::IsWorthwhile()) {
+      HasOtherProcessor()) {
     ahead_ = std::make_unique<CopiesAhead>(file, target.folder);
   }
   if (ahead_ == nullptr || ahead_->Count() > kMostAhead / 2) {

@@ -23,9 +23,6 @@ namespace platform::posix {
 // whose turn doesn't come, or that failed, is made as any other or not at all.
 class CopiesAhead {
  public:
-  // False where there is one processor only.
-  static bool IsWorthwhile();
-
   // `source` is any entry of the folder to copy from. Both folders are held open.
   CopiesAhead(HostPath source, std::shared_ptr<const Descriptor> target);
   CopiesAhead(const CopiesAhead&) = delete;

@@ -24,6 +24,7 @@
 #include "platform/offline/volume/copy.h"
 #include "platform/offline/volume/file_steps.h"
 #include "platform/offline/volume/folder_listing.h"
+#include "platform/offline/volume/looks_ahead.h"
 #include "platform/offline/volume/path_draft.h"
 #include "platform/offline/volume/volume.h"
 
@@ -96,6 +97,7 @@ struct SearchedFolder {
   std::shared_ptr<const posix::Descriptor> held;
   posix::FolderListing listing;
   posix::CopiesInOrder copies{listing};
+  posix::LooksAhead looks{listing};
 };
 
 // Where the entry is.
@@ -268,7 +270,11 @@ bool IsDeleted(const HostPath& place) {
 Code Delete(cvn::StringView path, const SearchEntry& found) {
   const HostPath& place = found.details_->Known();
   const bool isMeant = S_ISREG(place.entry.st_mode) && LeadsTo(place, path);
-  return isMeant && IsDeleted(place) ? posix::Report(kSuccess) : Delete(path);
+  if (!isMeant || !IsDeleted(place)) {
+    return Delete(path);
+  }
+  found.details_->folder->looks.Reached(place.At().folder);
+  return posix::Report(kSuccess);
 }
 
 Code Copy(const SearchEntry& found, cvn::StringView from, cvn::StringView to, bool failIfExists) {
