@@ -2,7 +2,6 @@
 
 #include <array>
 
-#include "platform/whole_file.h"
 #include "support/utf.h"
 
 namespace platform {
@@ -33,6 +32,30 @@ void AppendUtf16(cvn::StringView text, std::string* out) {
     out->push_back(static_cast<char>(unit & 0xFF));
     out->push_back(static_cast<char>(unit >> 8));
   }
+}
+
+// Writes a mark and the text, with CR LF for each line feed, in pieces: a text may be large.
+Code WriteLines(std::string_view text, files::File* file) {
+  constexpr std::size_t kPiece = std::size_t{256} * 1024;
+  std::string bytes(kUtf8Mark);
+  bytes.reserve(2 * kPiece);
+  while (!text.empty()) {
+    const std::size_t feed =
+        std::min(text.substr(0, kPiece).find('\n'), std::min(text.size(), kPiece));
+    bytes.append(text.substr(0, feed));
+    text.remove_prefix(feed);
+    if (text.starts_with('\n')) {
+      bytes.append("\r\n");
+      text.remove_prefix(1);
+    }
+    if (bytes.size() >= kPiece) {
+      if (const Code code = file->Write(BytesOf(bytes)); code != kSuccess) {
+        return code;
+      }
+      bytes.clear();
+    }
+  }
+  return file->Write(BytesOf(bytes));
 }
 
 }  // namespace
@@ -91,27 +114,21 @@ Code TextFile::Write(cvn::StringView text) {
   return file_.Write(BytesOf(bytes));
 }
 
-Code SaveTextFile(cvn::StringView path, std::string_view text) {
+Code OutputTextFile::Write(std::string_view text) {
   // The runtime makes the file anew, which one that is hidden or the system's doesn't allow.
   files::Attributes attributes = 0;
-  if (files::GetAttributes(path, &attributes) == kSuccess &&
+  if (files::GetAttributes(file_.Path(), &attributes) == kSuccess &&
       (attributes & (files::kHidden | files::kSystem)) != 0) {
     SetLastError(kAccessDenied);
     return kAccessDenied;
   }
-  std::string bytes(kUtf8Mark);
-  bytes.reserve(text.size() + text.size() / 16);
-  while (!text.empty()) {
-    const std::size_t feed = std::min(text.find('\n'), text.size());
-    bytes.append(text.substr(0, feed));
-    if (feed == text.size()) {
-      break;
-    }
-    bytes.append("\r\n");
-    text.remove_prefix(feed + 1);
-  }
-  OutputFile file(path);
-  const Code code = file.Write(bytes, OutputFile::Readers::Anybody);
+  return file_.WriteBy([text](files::File* file) { return WriteLines(text, file); },
+                       OutputFile::Readers::Anybody);
+}
+
+Code SaveTextFile(cvn::StringView path, std::string_view text) {
+  OutputTextFile file(path);
+  const Code code = file.Write(text);
   return code == kSuccess ? file.Commit() : code;
 }
 

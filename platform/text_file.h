@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/files.h"
+#include "platform/whole_file.h"
 
 namespace platform {
 
@@ -28,9 +29,23 @@ class TextFile {
   std::string bytes_;  // of a short text, used again for the next
 };
 
-// Writes a whole text file as the runtime's "wt, ccs=UTF-8" mode does: byte-order mark, UTF-8, CR
-// LF. The old file stays as it is until the new one is complete, and takes its place; 5 when it is
-// read-only, hidden or the system's. `text` is UTF-8 with LF.
+// A whole text file as the runtime's "wt, ccs=UTF-8" mode writes it: byte-order mark, UTF-8, CR LF.
+// The old file stays as it is until the new one takes its place.
+class OutputTextFile {
+ public:
+  explicit OutputTextFile(cvn::StringView path) : file_(path) {}
+
+  // Writes the file beside its name; called once. `text` is UTF-8 with LF. 5 when the old file is
+  // hidden or the system's.
+  Code Write(std::string_view text);
+  // Gives it its name. 5 when the old file is read-only.
+  Code Commit() { return file_.Commit(); }
+
+ private:
+  OutputFile file_;
+};
+
+// Both at once.
 Code SaveTextFile(cvn::StringView path, std::string_view text);
 
 // Reads a whole text file as the runtime's "rt, ccs=UTF-8" mode does: UTF-8 or, by its mark,

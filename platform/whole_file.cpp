@@ -67,6 +67,11 @@ OutputFile::~OutputFile() {
 }
 
 Code OutputFile::Write(std::string_view bytes, Readers readers) {
+  return WriteBy(
+      [bytes](files::File* file) { return file->Write(std::as_bytes(std::span(bytes))); }, readers);
+}
+
+Code OutputFile::WriteBy(const std::function<Code(files::File*)>& write, Readers readers) {
   readers_ = readers;
   files::RemoveAbandonedDrafts(temporaryPath_);
   files::File file;
@@ -79,7 +84,7 @@ Code OutputFile::Write(std::string_view bytes, Readers readers) {
     code = files::ClaimDraft(temporaryPath_, &claim_);
   }
   if (code == kSuccess) {
-    code = file.Write(std::as_bytes(std::span(bytes)));
+    code = write(&file);
   }
   if (code == kSuccess) {
     code = file.Flush();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -38,8 +39,9 @@ class OutputFile {
   cvn::StringView Path() const { return path_; }
   // Where the file is until its Commit.
   cvn::StringView TemporaryPath() const { return temporaryPath_; }
-  // Called once.
+  // One of these is called, once. `write` is given the open file.
   Code Write(std::string_view bytes, Readers readers);
+  Code WriteBy(const std::function<Code(files::File*)>& write, Readers readers);
   Code Commit();
 
  private:

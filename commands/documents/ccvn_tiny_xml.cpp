@@ -11,7 +11,6 @@
 #include "commands/documents/xml_shield.h"
 #include "engine/xml_text.h"
 #include "platform/error.h"
-#include "platform/memory.h"
 #include "platform/text_file.h"
 #include "platform/whole_file.h"
 #include "support/utf.h"
@@ -149,28 +148,21 @@ bool CCVNTinyXml::Save(cvn::StringView path) {
   platform::SetLastError(platform::kSuccess);
   mirror_.GiveWay();
   std::string text = PrintXml(document_, loadedSize_ + loadedSize_ / 8);
-  if (isRepaired_ || !IsWholeDocument(&text)) {
+  // The check takes the text to pieces, so it is written before. Its code comes first.
+  platform::OutputTextFile file(path);
+  const platform::Code written = isRepaired_ ? kInvalidData : file.Write(text);
+  if (isRepaired_ || !IsWholeDocument(std::move(text))) {
     platform::SetLastError(kInvalidData);
     return false;
   }
-  return platform::SaveTextFile(path, text) == platform::kSuccess;
+  platform::SetLastError(written);
+  return written == platform::kSuccess && file.Commit() == platform::kSuccess;
 }
 
-// The check takes the text to pieces. A large one is printed anew rather than copied, because the
-// two would stand beside the tree and what the other parser makes of it.
-bool CCVNTinyXml::IsWholeDocument(std::string* text) const {
+bool CCVNTinyXml::IsWholeDocument(std::string text) const {
   const TiXmlElement* root = document_.RootElement();
-  const std::size_t size = text->size();
-  const bool isLarge = size >= kLargeXml;
-  std::string checked = isLarge ? std::exchange(*text, {}) : *text;
-  const bool isWhole = root != nullptr && root->NextSiblingElement() == nullptr &&
-                       IsShieldableXml(checked, XmlPart::Document) &&
-                       HasSameXml(std::move(checked), document_);
-  if (isLarge && isWhole) {
-    platform::GiveBackMemory();
-    *text = PrintXml(document_, size);
-  }
-  return isWhole;
+  return root != nullptr && root->NextSiblingElement() == nullptr &&
+         IsShieldableXml(text, XmlPart::Document) && HasSameXml(std::move(text), document_);
 }
 
 TiXmlElement* CCVNTinyXml::ParseElement(cvn::StringView text, TiXmlDocument* document) {

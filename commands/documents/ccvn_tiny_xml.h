@@ -93,7 +93,7 @@ class CCVNTinyXml : public std::enable_shared_from_this<CCVNTinyXml> {
   friend class XmlElementHandle;
 
   // Whether `text`, in which the document was printed, has one root and all of the tree.
-  bool IsWholeDocument(std::string* text) const;
+  bool IsWholeDocument(std::string text) const;
   void SetText(TiXmlElement* element, const std::string& text);
   bool SetAttribute(TiXmlElement* element, const std::string& name, const std::string& value);
   // Makes the handles dead that lead to `node` or into it.

@@ -287,5 +287,23 @@ TEST_F(TextsConformance, TextFilesHaveTheBytesOfTheRuntime) {
   EXPECT_CODE(kPathNotFound, steps::Append(Path(u"missing\\text"), {}));
 }
 
+// Wherever the pieces end in which it is written.
+TEST_F(TextsConformance, SavedTextsHaveAReturnBeforeEachFeed) {
+  std::string text;
+  for (std::size_t length = (std::size_t{256} << 10) - 6; text.size() < std::size_t{3} << 20;
+       ++length) {
+    text += std::string(length, 'x') + "\n\n";
+  }
+  const cvn::String path = Path(u"text");
+  for (const std::string& saved : {std::string(), std::string("\n"), text, text + "end"}) {
+    EXPECT_EQ(SaveTextFile(path, saved), kSuccess);
+    std::string expected = "\xEF\xBB\xBF";
+    for (const char unit : saved) {
+      expected += unit == '\n' ? "\r\n" : std::string(1, unit);
+    }
+    EXPECT_TRUE(ContentOf(path) == expected) << saved.size();
+  }
+}
+
 }  // namespace
 }  // namespace platform::test
