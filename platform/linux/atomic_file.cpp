@@ -71,10 +71,11 @@ void RemoveAbandonedDrafts(int folder) {
            .second) {
     return;
   }
-  const DirectoryStream names = OpenDirectory({folder, "."}, 0);
-  while (const dirent* entry = names == nullptr ? nullptr : readdir(names.get())) {
-    RemoveIfLeft(folder, entry->d_name);
-  }
+  // What isn't found stays.
+  std::ignore = ForEachEntry({folder, "."}, 0, [folder](const dirent& entry) {
+    RemoveIfLeft(folder, entry.d_name);
+    return true;
+  });
 }
 
 AtomicFile::~AtomicFile() {

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <string_view>
 
 #include "platform/linux/file_names.h"
 
@@ -29,20 +30,28 @@ inline DirectoryStream OpenDirectory(FileAt folder, int flags) {
   return stream;
 }
 
-// Hands each entry that is left of a folder to `take`, "." and ".." among them, until it gives
-// false. 0, or the errno of the reading that failed.
+// Hands each entry that is left of a folder to `take`, but "." and "..", until it gives false. 0,
+// or the errno of the reading that failed: then the folder may have more entries.
 template <typename Take>
-int ForEachEntry(const DirectoryStream& stream, Take take) {
+[[nodiscard]] int ForEachEntry(const DirectoryStream& stream, Take take) {
   for (;;) {
     errno = 0;
     const dirent* entry = readdir(stream.get());
     if (entry == nullptr) {
       return errno;
     }
-    if (!take(*entry)) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != ".." && !take(*entry)) {
       return 0;
     }
   }
+}
+
+// The same of a folder that is opened for it, with OpenDirectory's flags and failures.
+template <typename Take>
+[[nodiscard]] int ForEachEntry(FileAt folder, int flags, Take take) {
+  const DirectoryStream stream = OpenDirectory(folder, flags);
+  return stream == nullptr ? errno : ForEachEntry(stream, take);
 }
 
 }  // namespace platform::posix

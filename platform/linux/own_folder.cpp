@@ -1,6 +1,5 @@
 #include "platform/linux/own_folder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -11,8 +10,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
+#include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/file_names.h"
 #include "platform/linux/other_accounts.h"
@@ -98,18 +99,16 @@ template <typename Filter>
 void AppendAbandoned(const std::string& place, Filter isCandidate, cvn::List<std::string>* paths) {
   constexpr std::size_t kMost = 100;  // at a time; the next run goes on
   Descriptor folder;
-  DIR* listing = OpenFolder(place, &folder) == kSuccess ? fdopendir(folder.Get()) : nullptr;
-  if (listing == nullptr) {
+  if (paths->size() >= kMost || OpenFolder(place, &folder) != kSuccess) {
     return;
   }
-  folder.Release();
-  while (const dirent* entry = paths->size() < kMost ? readdir(listing) : nullptr) {
-    std::string path = place + '/' + entry->d_name;
-    if (isCandidate(std::string_view(entry->d_name)) && TakeAbandoned(&path)) {
+  std::ignore = ForEachEntry({folder.Get(), "."}, 0, [&](const dirent& entry) {
+    std::string path = place + '/' + entry.d_name;
+    if (isCandidate(std::string_view(entry.d_name)) && TakeAbandoned(&path)) {
       paths->push_back(std::move(path));
     }
-  }
-  closedir(listing);
+    return paths->size() < kMost;
+  });
 }
 
 // Makes one that keeps others out, and from which programs run.

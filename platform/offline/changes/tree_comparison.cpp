@@ -92,19 +92,11 @@ class TreeComparison {
   }
 
   static Code AddNames(const Descriptor& folder, std::set<std::string>* names) {
-    const DirectoryStream stream = OpenDirectory({folder.Get(), "."}, 0);
-    errno = stream == nullptr ? errno : 0;
-    while (const dirent* entry = stream == nullptr ? nullptr : readdir(stream.get())) {
-      const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") {
-        names->emplace(name);
-      }
-      if (names->size() > kMostNames) {
-        return kNotEnoughMemory;
-      }
-      errno = 0;
-    }
-    return CodeOf(errno, kReadFault);
+    const int error = ForEachEntry({folder.Get(), "."}, 0, [names](const dirent& entry) {
+      names->emplace(entry.d_name);
+      return names->size() <= kMostNames;
+    });
+    return names->size() > kMostNames ? kNotEnoughMemory : CodeOf(error, kReadFault);
   }
 
   // What no volume of Windows has (a pipe, a device) isn't there; and a device is how an overlay

@@ -209,18 +209,14 @@ void Comparison::CheckOwner(const OutlinedChange& one, const files::File& file, 
 
 // A folder that goes takes nothing with it that the changes don't name.
 Code Comparison::CheckNames(const OutlinedChange& one, const files::File& folder) {
-  const DirectoryStream names = OpenDirectory({static_cast<int>(folder.Handle()), "."}, 0);
-  if (names == nullptr) {
-    return CodeOf(errno);
-  }
-  while (const dirent* entry = IsFull() ? nullptr : readdir(names.get())) {
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0 &&
-        outline_.DepartingFrom(one.source + '/' + entry->d_name) == nullptr) {
+  const FileAt opened{static_cast<int>(folder.Handle()), "."};
+  return CodeOf(ForEachEntry(opened, 0, [&](const dirent& entry) {
+    if (outline_.DepartingFrom(one.source + '/' + entry.d_name) == nullptr) {
       Add(PlaceBefore(one),
-          cvn::Format(u"holds '%s', which is none of the changes", ToWide(entry->d_name)));
+          cvn::Format(u"holds '%s', which is none of the changes", ToWide(entry.d_name)));
     }
-  }
-  return kSuccess;
+    return !IsFull();
+  }));
 }
 
 Code Comparison::CheckTarget(const OutlinedChange& one) {

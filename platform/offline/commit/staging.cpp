@@ -55,10 +55,6 @@ Code WriteAll(int file, std::span<const std::byte> bytes) {
   return kSuccess;
 }
 
-bool IsDots(const char* name) {
-  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
-
 // A file, a link or an empty folder.
 bool Remove(FileAt entry) {
   return unlinkat(entry.folder, entry.name, 0) == 0 ||
@@ -202,11 +198,12 @@ Code Staging::CloseJournal() const {
 bool Staging::IsComplete() const { return Exists({folder_.Get(), kDone}); }
 
 bool Staging::IsEmpty() const {
-  const DirectoryStream names = OpenDirectory({folder_.Get(), "."}, 0);
-  const dirent* entry = nullptr;
-  while (names != nullptr && (entry = readdir(names.get())) != nullptr && IsDots(entry->d_name)) {
-  }
-  return entry == nullptr;
+  bool isEmpty = true;
+  const int error = ForEachEntry({folder_.Get(), "."}, 0, [&isEmpty](const dirent&) {
+    isEmpty = false;
+    return false;
+  });
+  return isEmpty && error == 0;
 }
 
 Code Staging::Reserve(std::uint64_t bytes) const {
@@ -225,27 +222,22 @@ Code Staging::KeepTime(const timespec& written) const {
 
 // Removes what is in the folder, and notes if there was nothing.
 Code Staging::RemoveAll(bool* isEmpty) const {
-  const DirectoryStream names = OpenDirectory({folder_.Get(), "."}, 0);
-  if (names == nullptr) {
-    return CodeOf(errno);
-  }
   *isEmpty = true;
-  while (const dirent* entry = readdir(names.get())) {
-    const char* name = entry->d_name;
+  Code code = kSuccess;
+  const int error = ForEachEntry({folder_.Get(), "."}, 0, [&](const dirent& entry) {
     // These two tell what the folder is left of, should this be interrupted.
-    if (IsDots(name) || std::strcmp(name, kTime) == 0 || std::strcmp(name, kDone) == 0) {
-      continue;
+    const std::string_view name = entry.d_name;
+    if (name == kTime || name == kDone) {
+      return true;
     }
     *isEmpty = false;
-    if (!posix::Remove({folder_.Get(), name})) {
-      const int error = errno;
-      const Code code = error == ENOTEMPTY || error == EEXIST ? RaiseAll(name) : CodeOf(error);
-      if (code != kSuccess) {
-        return code;
-      }
+    if (!posix::Remove({folder_.Get(), entry.d_name})) {
+      const int fault = errno;
+      code = fault == ENOTEMPTY || fault == EEXIST ? RaiseAll(entry.d_name) : CodeOf(fault);
     }
-  }
-  return kSuccess;
+    return code == kSuccess;
+  });
+  return code == kSuccess ? CodeOf(error) : code;
 }
 
 // Empties a folder in this one, whose own folders come up beside it: so trees of any depth need no
@@ -256,17 +248,19 @@ Code Staging::RaiseAll(const char* folder) const {
   if (names == nullptr) {
     return CodeOf(errno);
   }
-  while (const dirent* entry = readdir(names.get())) {
-    const FileAt inner{dirfd(names.get()), entry->d_name};
-    if (IsDots(inner.name) || posix::Remove(inner)) {
-      continue;
+  Code code = kSuccess;
+  const int error = ForEachEntry(names, [&](const dirent& entry) {
+    const FileAt inner{dirfd(names.get()), entry.d_name};
+    if (posix::Remove(inner)) {
+      return true;
     }
     fchmodat(inner.folder, inner.name, kOwnersFolder, AT_SYMLINK_NOFOLLOW);
-    if (renameat(inner.folder, inner.name, folder_.Get(), FreshName("gone").c_str()) != 0) {
-      return CodeOf(errno);
-    }
-  }
-  return kSuccess;
+    const bool isRaised =
+        renameat(inner.folder, inner.name, folder_.Get(), FreshName("gone").c_str()) == 0;
+    code = isRaised ? kSuccess : CodeOf(errno);
+    return isRaised;
+  });
+  return code == kSuccess ? CodeOf(error) : code;
 }
 
 Code Staging::Remove() {

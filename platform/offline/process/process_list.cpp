@@ -1,4 +1,4 @@
-#include <dirent.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "platform/formats/names.h"
+#include "platform/linux/directory_stream.h"
 #include "platform/linux/error_map.h"
 #include "platform/linux/process_info.h"
 #include "platform/offline/volume/volume.h"
@@ -69,25 +70,17 @@ std::optional<Entry> EntryOf(std::uint32_t id) {
 Code List(cvn::List<Entry>* entries, ListStep* failedStep) {
   entries->clear();
   *failedStep = ListStep::Snapshot;
-  const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc"), closedir);
-  if (folder == nullptr) {
-    return Fail(posix::CodeOf(errno));
-  }
-  for (;;) {
-    errno = 0;
-    const dirent* child = readdir(folder.get());
-    if (child == nullptr) {
-      break;
-    }
-    if (const auto id = NumberIn(child->d_name); id && !rehearsal::HasEnded(*id)) {
+  const int error = posix::ForEachEntry({AT_FDCWD, "/proc"}, 0, [entries](const dirent& child) {
+    if (const auto id = NumberIn(child.d_name); id && !rehearsal::HasEnded(*id)) {
       if (auto entry = EntryOf(*id)) {
         entries->push_back(std::move(*entry));
       }
     }
-  }
-  if (errno != 0) {
+    return true;
+  });
+  if (error != 0) {
     entries->clear();
-    return Fail(posix::CodeOf(errno));
+    return Fail(posix::CodeOf(error));
   }
   std::ranges::sort(*entries, {}, &Entry::id);
   return kSuccess;

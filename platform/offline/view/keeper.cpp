@@ -43,20 +43,21 @@ std::string MountsOf(std::string_view process) {
   return length <= 0 ? std::string() : std::string(text, static_cast<std::size_t>(length));
 }
 
-// Kills every process in this one's mount namespace but itself. False when there was none.
+// Kills every process in this one's mount namespace but itself. False when there was none, for
+// sure.
 bool KillNeighbours(const std::string& mounts) {
-  const DirectoryStream processes = OpenDirectory({AT_FDCWD, "/proc"}, 0);
   bool isAny = false;
-  while (const dirent* entry = processes == nullptr ? nullptr : readdir(processes.get())) {
-    const std::string_view name = entry->d_name;
+  const int error = ForEachEntry({AT_FDCWD, "/proc"}, 0, [&](const dirent& entry) {
+    const std::string_view name = entry.d_name;
     pid_t id = 0;
     const auto [end, fault] = std::from_chars(name.begin(), name.end(), id);
     if (fault == std::errc() && end == name.end() && id > 1 && id != getpid() &&
         MountsOf(name) == mounts) {
       isAny = kill(id, SIGKILL) == 0 || isAny;
     }
-  }
-  return isAny;
+    return true;
+  });
+  return isAny || error != 0;
 }
 
 // Ends what runs in the view: the namespace that isn't `hosts`.

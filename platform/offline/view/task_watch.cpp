@@ -13,6 +13,7 @@
 #include <csignal>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "platform/linux/descriptor.h"
@@ -48,12 +49,11 @@ void AddChildren(pid_t process, const std::string& thread, std::vector<pid_t>* c
 std::vector<pid_t> ChildrenOf(pid_t process) {
   std::vector<pid_t> children;
   const std::string folder = "/proc/" + std::to_string(process) + "/task";
-  const DirectoryStream threads = OpenDirectory({AT_FDCWD, folder.c_str()}, 0);
-  while (const dirent* entry = threads == nullptr ? nullptr : readdir(threads.get())) {
-    if (entry->d_name[0] != '.') {
-      AddChildren(process, entry->d_name, &children);
-    }
-  }
+  // One that has ended has no children.
+  std::ignore = ForEachEntry({AT_FDCWD, folder.c_str()}, 0, [&](const dirent& entry) {
+    AddChildren(process, entry.d_name, &children);
+    return true;
+  });
   return children;
 }
 

@@ -22,16 +22,12 @@ Code FolderListing::Read(int folder, Options options, Pattern pattern) {
     Add("..", DT_DIR);
   }
   const std::size_t sorted = items_.size();
-  for (;;) {
-    errno = 0;
-    const dirent* entry = readdir(stream.get());
-    if (entry == nullptr) {
-      break;
-    }
-    ReadEntry(folder, *entry, options.withShortNames, &pattern);
-  }
-  if (errno != 0) {
-    return CodeOf(errno);
+  const int error = ForEachEntry(stream, [&](const dirent& entry) {
+    ReadEntry(folder, entry, options.withShortNames, &pattern);
+    return true;
+  });
+  if (error != 0) {
+    return CodeOf(error);
   }
   Sort(sorted);
   return kSuccess;
@@ -40,9 +36,6 @@ Code FolderListing::Read(int folder, Options options, Pattern pattern) {
 void FolderListing::ReadEntry(int folder, const dirent& entry, bool withShortNames,
                               Pattern* pattern) {
   const std::string_view name = entry.d_name;
-  if (name == "." || name == "..") {
-    return;
-  }
   bool matches = pattern->Matches(Fold(name));
   if (!matches && withShortNames) {
     const auto shortName = ShortNameOf({folder, entry.d_name});

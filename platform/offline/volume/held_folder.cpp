@@ -86,21 +86,15 @@ Code OpenRegularFile(const Descriptor& found, File* file) {
 
 // All of them, or none: one that is missing might be another spelling of one that is there.
 Code ReadNames(const Descriptor& folder, Names* names) {
-  const posix::DirectoryStream stream = posix::OpenDirectory({folder.Get(), "."}, 0);
-  if (stream == nullptr) {
-    return CodeOf(errno);
-  }
-  for (;;) {
-    errno = 0;
-    const dirent* entry = readdir(stream.get());
-    if (entry == nullptr) {
-      return CodeOf(errno, kReadFault);
+  bool areTooMany = false;
+  const int error = posix::ForEachEntry({folder.Get(), "."}, 0, [&](const dirent& entry) {
+    areTooMany = names->size() >= kMostNames;
+    if (!areTooMany) {
+      names->emplace(FoldedName(entry.d_name), entry.d_name);
     }
-    if (names->size() >= kMostNames) {
-      return kNotEnoughMemory;
-    }
-    names->emplace(FoldedName(entry->d_name), entry->d_name);
-  }
+    return !areTooMany;
+  });
+  return areTooMany ? kNotEnoughMemory : CodeOf(error, kReadFault);
 }
 
 // The same names by their short names, where the volume has any.
@@ -215,25 +209,15 @@ Code HeldFolder::ForEach(const std::function<bool(Entry)>& take) const {
   if (state_ == nullptr) {
     return posix::Fail(kInvalidHandle);
   }
-  const posix::DirectoryStream listing = posix::OpenDirectory({state_->folder.Get(), "."}, 0);
-  for (errno = 0; listing != nullptr; errno = 0) {
-    const dirent* entry = readdir(listing.get());
-    if (entry == nullptr) {
-      break;
-    }
-    const std::string_view name = entry->d_name;
-    unsigned char type = entry->d_type;
+  const int folder = state_->folder.Get();
+  return posix::Report(CodeOf(posix::ForEachEntry({folder, "."}, 0, [&](const dirent& entry) {
+    unsigned char type = entry.d_type;
     struct stat status {};
-    if (type == DT_UNKNOWN &&
-        fstatat(dirfd(listing.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (type == DT_UNKNOWN && fstatat(folder, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
       type = static_cast<unsigned char>(IFTODT(status.st_mode));
     }
-    if (name != "." && name != ".." &&
-        !take({posix::ToWide(name), type == DT_DIR, type == DT_LNK})) {
-      return kSuccess;
-    }
-  }
-  return posix::Report(CodeOf(errno));
+    return take({posix::ToWide(entry.d_name), type == DT_DIR, type == DT_LNK});
+  })));
 }
 
 Code HeldFolder::LookAt(Look* look) const {

@@ -36,16 +36,11 @@ bool IsOneFolder(const HostPath& left, const HostPath& right) {
 
 // Whether a folder lists all of these names, spelled like that. Nothing when it can't be read.
 std::optional<bool> AreListed(int folder, std::set<std::string_view> names) {
-  const DirectoryStream stream = OpenDirectory({folder, "."}, 0);
-  while (!names.empty() && stream != nullptr) {
-    errno = 0;
-    const dirent* entry = readdir(stream.get());
-    if (entry == nullptr) {
-      return errno == 0 ? std::optional(false) : std::nullopt;
-    }
-    names.erase(entry->d_name);
-  }
-  return names.empty() ? std::optional(true) : std::nullopt;
+  const int error = ForEachEntry({folder, "."}, 0, [&names](const dirent& entry) {
+    names.erase(entry.d_name);
+    return !names.empty();
+  });
+  return error == 0 ? std::optional(names.empty()) : std::nullopt;
 }
 
 bool AreAlike(std::string_view left, std::string_view right) {

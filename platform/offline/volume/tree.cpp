@@ -124,34 +124,28 @@ class TreeVisitor {
   virtual Code Left(const std::string& /*name*/) { return kSuccess; }
 
   Code Read(Level* level) {
-    const DirectoryStream stream = OpenDirectory({source_.Get(), "."}, 0);
-    if (stream == nullptr) {
+    Code code = kSuccess;
+    const int error = ForEachEntry({source_.Get(), "."}, 0, [&](const dirent& entry) {
+      code = Visit(entry.d_name, level);
+      return code == kSuccess;
+    });
+    return code == kSuccess ? CodeOf(error, kReadFault) : code;
+  }
+
+  Code Visit(const char* name, Level* level) {
+    if (progress_) {
+      progress_(bytes_);
+    }
+    struct stat status {};
+    if (fstatat(source_.Get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
       return CodeOf(errno);
     }
-    for (;;) {
-      errno = 0;
-      const dirent* entry = readdir(stream.get());
-      if (entry == nullptr) {
-        return CodeOf(errno, kReadFault);
-      }
-      const std::string_view name = entry->d_name;
-      struct stat status {};
-      if (name == "." || name == "..") {
-        continue;
-      }
-      if (progress_) {
-        progress_(bytes_);
-      }
-      if (fstatat(source_.Get(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return CodeOf(errno);
-      }
-      bytes_ += S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
-      if (S_ISDIR(status.st_mode)) {
-        level->folders.emplace_back(name);
-      } else if (const Code code = File(entry->d_name, status); code != kSuccess) {
-        return code;
-      }
+    bytes_ += S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+    if (!S_ISDIR(status.st_mode)) {
+      return File(name, status);
     }
+    level->folders.emplace_back(name);
+    return kSuccess;
   }
 
   FolderCursor source_;
