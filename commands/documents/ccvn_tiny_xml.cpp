@@ -148,7 +148,8 @@ bool CCVNTinyXml::Save(cvn::StringView path) {
   platform::SetLastError(platform::kSuccess);
   mirror_.GiveWay();
   std::string text = PrintXml(document_, loadedSize_ + loadedSize_ / 8);
-  // The check takes the text to pieces, so it is written before. Its code comes first.
+  // The check takes the text to pieces, so that is written before. When both fail, the check's code
+  // counts.
   platform::OutputTextFile file(path);
   const platform::Code written = isRepaired_ ? kInvalidData : file.Write(text);
   if (isRepaired_ || !IsWholeDocument(std::move(text))) {

@@ -1,10 +1,8 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <memory>
 #include <optional>
 
 #include "platform/formats/names.h"

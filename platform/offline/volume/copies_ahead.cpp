@@ -19,6 +19,7 @@ CopiesAhead::CopiesAhead(HostPath source, std::shared_ptr<const Descriptor> targ
       target_(std::move(target)) {
   // One whose target's driver is a program waits for its answers most of the time.
   const std::size_t wanted = IsServedByProgram(target_->Get()) == true ? 2 : 1;
+  threads_.reserve(wanted);
   while (threads_.size() < wanted) {
     std::thread thread = StartHelper([this] { Work(); });
     if (!thread.joinable()) {
