@@ -1,7 +1,9 @@
 // What NTFS keeps of files beyond their content, on a volume as ntfs-3g mounts it: security
 // descriptors and who inherits them, attributes, named streams, times of creation, hard links.
 
+#include <sys/resource.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <initializer_list>
@@ -562,6 +564,26 @@ TEST_P(Ntfs, CopiesMadeAheadGo) {
                  [](const std::string& name) { return name != "file 130"; });
   EXPECT_EQ(failures, "");
   EXPECT_EQ(CountIn(Host("ntfs/to")), 30u);
+}
+
+// Those that are made ahead don't take the descriptors that others need.
+TEST_P(Ntfs, FewDescriptorsAreEnoughToCopyMany) {
+  constexpr int kEnough = 8;  // for the listing, and a copy at a time
+  Run(std::initializer_list<Step>{{Make, u"ntfs\\from"}, {Make, u"ntfs\\to"}});
+  for (int i = 100; i < 200; ++i) {
+    Touch(Host("ntfs/from/file " + std::to_string(i)));
+  }
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int lowest = dup(STDIN_FILENO);
+  close(lowest);
+  const rlimit few = {static_cast<rlim_t>(lowest + kEnough), before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  const std::string failures =
+      CopyListed(Path(u"ntfs\\from"), Path(u"ntfs\\to"), [](const std::string&) { return true; });
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(failures, "");
+  EXPECT_EQ(CountIn(Host("ntfs/to")), 100u);
 }
 
 TEST_P(Ntfs, FoldersHaveNoArchive) {

@@ -1,5 +1,7 @@
 #include "platform/offline/volume/copies_ahead.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,6 +14,19 @@
 #include "platform/linux/volume_traits.h"
 
 namespace platform::posix {
+namespace {
+
+constexpr std::size_t kMostAhead = 64;  // each has a file open
+
+// Whether so many more files can be open, and as many again for what else is opened meanwhile.
+bool HasRoom(int opened) {
+  rlimit limit{};
+  const Descriptor lowest(fcntl(opened, F_DUPFD_CLOEXEC, 0));
+  return lowest.Get() >= 0 && getrlimit(RLIMIT_NOFILE, &limit) == 0 &&
+         static_cast<std::size_t>(lowest.Get()) + 2 * kMostAhead <= limit.rlim_cur;
+}
+
+}  // namespace
 
 CopiesAhead::CopiesAhead(HostPath source, std::shared_ptr<const Descriptor> target)
     : source_(std::move(source)),
@@ -127,7 +142,6 @@ std::unique_ptr<PreparedCopy> CopiesInOrder::Take(const HostPath& file, const Ho
 
 void CopiesInOrder::Went(Code code, const HostPath& file, const HostPath& target) {
   constexpr int kEnoughInRow = 4;
-  constexpr std::size_t kMostAhead = 64;  // each has a file open
   constexpr std::size_t kFewest = 16;
   if (code != kSuccess) {
     inRow_ = 0;
@@ -138,7 +152,7 @@ void CopiesInOrder::Went(Code code, const HostPath& file, const HostPath& target
       HasOtherProcessor()) {
     ahead_ = std::make_unique<CopiesAhead>(file, target.folder);
   }
-  if (ahead_ == nullptr || ahead_->Count() > kMostAhead / 2) {
+  if (ahead_ == nullptr || ahead_->Count() > kMostAhead / 2 || !HasRoom(target.At().folder)) {
     return;
   }
   std::vector<std::string_view> names;
