@@ -320,6 +320,27 @@ TEST_F(OfflineFiles, AFullDiskLeavesNoHalfFile) {
   EXPECT_EQ(Found(Path(u"mount\\*")), "., .., old");
 }
 
+// What is made ahead takes no room from the file whose turn it is.
+TEST_F(OfflineFiles, WhatFitsOnADiskIsCopiedInTurn) {
+  const PrivateMount mount(Host("mount"), "tmpfs", "size=8m");
+  if (!mount.IsMounted()) {
+    GTEST_SKIP() << "file systems can't be mounted here";
+  }
+  Run(std::initializer_list<Step>{{Make, u"from"}});
+  auto room = std::filesystem::space(Host("mount")).available;
+  std::string expected;
+  for (int i = 100; i < 300; ++i) {
+    const std::string name = "file " + std::to_string(i);
+    const std::size_t size =
+        std::size_t{4096} * (i % 9 == 0 ? 300 : 8);  // a large one isn't made ahead
+    std::ofstream(Host("from/" + name)) << std::string(size, 'x');
+    expected += size <= room ? "" : name + " 112\n";
+    room -= size <= room ? size : 0;
+  }
+  EXPECT_EQ(CopyListed(Path(u"from"), Path(u"mount"), [](const std::string&) { return true; }),
+            expected);
+}
+
 TEST_F(OfflineFiles, ACopyHasTheSameHoles) {
   constexpr int kSize = 4 << 20;
   constexpr int kPiece = 70'000;

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/error.h"
@@ -79,8 +80,8 @@ class CopiesInOrder {
   std::unique_ptr<PreparedCopy> Take(const HostPath& file, const HostPath& target);
   // To come after each copy, with its code.
   void Went(Code code, const HostPath& file, const HostPath& target);
-  // Drops what was made ahead.
-  void Stop() { ahead_.reset(); }
+  // Drops what was made ahead. False when there was nothing.
+  bool Stop() { return std::exchange(ahead_, nullptr) != nullptr; }
 
  private:
   bool IsNextRegular(std::size_t count) const;

@@ -299,6 +299,10 @@ Code Copy(const SearchEntry& found, cvn::StringView from, cvn::StringView to, bo
     return Copy(from, to, failIfExists);  // it is something else by now
   }
   if (inOrder != nullptr) {
+    // What is made ahead takes room, which may be what was missing.
+    if (code != kSuccess && inOrder->Stop()) {
+      code = posix::CopyFile(details.place, target, {});
+    }
     inOrder->Went(code, details.place, target);
   }
   return Fail(code);
