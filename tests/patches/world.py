@@ -8,6 +8,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import time
 import traceback
@@ -22,6 +23,9 @@ _CERTIFICATES = pathlib.Path(__file__).resolve().parents[2] / 'scripts' / 'lib' 
 _SCRIPT = """<patch version="1.0"><header><property name="id" value="world"/>
 <property name="patchType" value="{kind}"/><property name="created" value="{created}"/>
 <property name="tags" value="first"/></header><script>{body}</script></patch>"""
+
+# A shell has what it starts in the background ignore this one, and so would all that is started here.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 class Fault(Exception):
