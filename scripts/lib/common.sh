@@ -181,6 +181,16 @@ need_development_key() {
   fi
 }
 
+# stop_wine: ends the server of WINEPREFIX, if there is one. Its folder, whose name the prefix has, would
+# stay in /tmp.
+stop_wine() {
+  [[ -d ${WINEPREFIX:-} ]] || return 0
+  wineserver --kill || true
+  local folder=
+  [[ ! -r $WINEPREFIX/wineserver ]] || folder=$(<"$WINEPREFIX/wineserver")
+  [[ ! $folder =~ ^wine-[[:alnum:]]{6}$ ]] || rm -rf --one-file-system "/tmp/$folder"
+}
+
 # Where libraries and their sources are kept between builds and for other checkouts.
 cache_folder() {
   local home=${HOME:-$(getent passwd "$(id -u)" | cut -d : -f 6)}
