@@ -185,9 +185,9 @@ need_development_key() {
 # stay in /tmp.
 stop_wine() {
   [[ -d ${WINEPREFIX:-} ]] || return 0
-  wineserver --kill || true
   local folder=
   [[ ! -r $WINEPREFIX/wineserver ]] || folder=$(<"$WINEPREFIX/wineserver")
+  wineserver --kill || true
   [[ ! $folder =~ ^wine-[[:alnum:]]{6}$ ]] || rm -rf --one-file-system "/tmp/$folder"
 }
 
