@@ -5,10 +5,8 @@ import pathlib
 import shutil
 import subprocess
 import sys
-import tempfile
 
 import measure
-from measure import MEMORY
 
 CERTIFICATES = pathlib.Path(__file__).resolve().parents[1] / "scripts" / "lib" / "certificates"
 FILES, SIZE = 2000, 250_000
@@ -87,9 +85,7 @@ def _growth(tools):
     inode again that was deleted within the last minutes, so each run on it would pay for the copies that
     the ones before it removed, and so would the host's tools."""
     _, tlx, _, work = tools
-    with tempfile.TemporaryDirectory(prefix="tessel-bench-",
-                                     dir=MEMORY if MEMORY.is_dir() else work) as folder:
-        place = pathlib.Path(folder)
+    with measure.memory_or(work) as place:
         there = _trusting_machine(tlx, work, place / "machine")
         few, many = (_with_files(count, tools, place, there) for count in MANY)
     yield measure.Row("sign 20,000 files", many[0], "2,000 files", few[0], measure.GROWTH)

@@ -1,11 +1,13 @@
 """Times runs of programs."""
 
+import contextlib
 import os
 import pathlib
 import resource
 import statistics
 import subprocess
 import sys
+import tempfile
 import time
 from typing import NamedTuple
 
@@ -13,6 +15,14 @@ from typing import NamedTuple
 GROWTH = 11
 
 MEMORY = pathlib.Path("/dev/shm")  # a disk on which each file costs the same, however many there are
+
+
+@contextlib.contextmanager
+def memory_or(work):
+    """A folder for what the disk shall have no part in; on the disk, in `work`, where there is no other."""
+    with tempfile.TemporaryDirectory(prefix="tessel-bench-",
+                                     dir=MEMORY if MEMORY.is_dir() else work) as folder:
+        yield pathlib.Path(folder)
 
 
 class Spread(NamedTuple):

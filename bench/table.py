@@ -146,14 +146,16 @@ def main():
               f"  {'quartiles':<16}{'at most':>8}")
         show(engine_rows(figures, starts))
         prepare = functools.partial(pack, arguments)
-        show(registry_bench.rows(arguments.tessel, prepare, work, environment))
         # Before what deletes many files: for minutes each new one then costs ext4 a search for an inode
         # that nobody had a moment ago.
+        trees = tree_bench.Rows(arguments.tessel, prepare, work, environment)
+        show(trees.of_copies())
+        show(registry_bench.rows(arguments.tessel, prepare, work, environment))
         show(rehearsal_bench.rows(arguments.tessel, arguments.tlx, prepare, work, environment))
         trusting = catalog_bench.trust(arguments.tlx, work)
         show(catalog_bench.rows(arguments.tessel, arguments.tlx, prepare, work, trusting))
         show(memory_bench.rows(arguments.tessel, arguments.tlx, prepare, work, environment, trusting))
-        show(tree_bench.rows(arguments.tessel, prepare, work, environment))
+        show(trees.of_the_rest())
     minutes, seconds = divmod(round(time.monotonic() - start), 60)
     print(f"The whole run took {minutes} min {seconds} s.")
 

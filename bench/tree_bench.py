@@ -4,10 +4,9 @@ Each round copies to new folders, and alternates which of the two goes first. No
 the last copy is made: ext4, for one, avoids the inodes of files that were deleted a moment ago, and
 the search for others would count against the next copy."""
 
+import functools
 import os
-import pathlib
 import sys
-import tempfile
 
 import measure
 import ntfs_volume
@@ -78,9 +77,6 @@ class _Trees:
         return [getattr(self, what)(number) for number in range(count)]
 
 
-# The growth is held to a bound where the disk has no part in it: to find files is to read a folder.
-COMMANDS = (("find", "find", 2, measure.GROWTH), ("copy", "cp -r", 1.1, None),
-            ("delete", "rm -rf", 1.5, None))
 # Each call is a message to the driver there, and the peers' part of the time is the larger one.
 ON_NTFS = (("find", "find", 1.5), ("copy", "cp -r", 1), ("delete", "rm -rf", 1.1))
 
@@ -90,7 +86,8 @@ def _growth(peer, pairs):
     return measure.growth_row(f"growth from {FEW:,} on", peer, zip(*pairs[FEW]), zip(*pairs[MANY]))
 
 
-def _rows_of(what, peer, at_most, growth, trees):
+def _rows_of(what, peer, at_most, trees, growth=None):
+    """`growth` is the bound of our own, where the disk has no part in it."""
     all_pairs = {}
     for count in (FEW, MANY):
         pairs = all_pairs[count] = trees[count].rounds(what)
@@ -131,15 +128,27 @@ def _rows_on_ntfs(make_trees, work):
             yield Row(f"{what} {FEW:,} files on NTFS", ours, peer, theirs, at_most)
 
 
-def rows(tessel, pack, work, environment):
+class Rows:
     """Rows of the table; `pack(folder, name, body)` makes a patch."""
-    def make_trees(folder, counts=(FEW, MANY)):
-        return {count: _Trees(tessel, pack, folder, environment, count) for count in counts}
 
-    trees = make_trees(work)
-    for what, peer, at_most, growth in COMMANDS:
-        yield from _rows_of(what, peer, at_most, growth, trees)
-    if MEMORY.is_dir():
-        with tempfile.TemporaryDirectory(prefix="tessel-bench-", dir=MEMORY) as folder:
-            yield from _rows_in_memory(make_trees(pathlib.Path(folder)))
-    yield from _rows_on_ntfs(make_trees, work)
+    def __init__(self, tessel, pack, work, environment):
+        self._work = work
+        self._make = functools.partial(_make_trees, tessel, pack, environment)
+        self._trees = {}
+
+    def of_copies(self):
+        """To come before anything of the bench deletes many files."""
+        self._trees = self._make(self._work)
+        yield from _rows_of("find", "find", 2, self._trees, measure.GROWTH)
+        yield from _rows_of("copy", "cp -r", 1.1, self._trees)
+
+    def of_the_rest(self):
+        yield from _rows_of("delete", "rm -rf", 1.5, self._trees)
+        if MEMORY.is_dir():
+            with measure.memory_or(self._work) as folder:
+                yield from _rows_in_memory(self._make(folder))
+        yield from _rows_on_ntfs(self._make, self._work)
+
+
+def _make_trees(tessel, pack, environment, folder, counts=(FEW, MANY)):
+    return {count: _Trees(tessel, pack, folder, environment, count) for count in counts}
